@@ -1,0 +1,20 @@
+find_package(Threads REQUIRED)
+find_package(CURL 7.88 REQUIRED)
+find_package(OpenSSL 3 REQUIRED)
+
+# wx-config is asked rather than CMake's own wxWidgets module, because only base and xml may be linked, without any GUI library.
+find_program(WX_CONFIG NAMES wx-config-3.2 wx-config REQUIRED)
+function(norla_ask_wx_config result)
+    execute_process(COMMAND ${WX_CONFIG} ${ARGN}
+        OUTPUT_VARIABLE output OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    separate_arguments(output UNIX_COMMAND "${output}")
+    set(${result} "${output}" PARENT_SCOPE)
+endfunction()
+norla_ask_wx_config(wx_flags --unicode=yes --cxxflags base)
+norla_ask_wx_config(wx_libraries --unicode=yes --libs base,xml)
+
+add_library(norla_wx INTERFACE)
+# Its headers count as system headers, so that our warnings stop at their border.
+string(REGEX REPLACE "-I" "-isystem" wx_flags "${wx_flags}")
+target_compile_options(norla_wx INTERFACE ${wx_flags})
+target_link_libraries(norla_wx INTERFACE ${wx_libraries})

@@ -1,0 +1,26 @@
+# Flags live on two INTERFACE targets that our own targets link privately; nothing is global and nothing is exported.
+
+add_library(norla_warnings INTERFACE)
+target_compile_options(norla_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(NORLA_WARNINGS_AS_ERRORS)
+    target_compile_options(norla_warnings INTERFACE -Werror)
+endif()
+
+add_library(norla_sanitizers INTERFACE)
+if(NORLA_SANITIZERS)
+    target_compile_options(norla_sanitizers INTERFACE
+        -fsanitize=${NORLA_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(norla_sanitizers INTERFACE -fsanitize=${NORLA_SANITIZERS})
+endif()
+if(NORLA_BUILD_FUZZERS)
+    target_compile_options(norla_sanitizers INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+if(NORLA_COVERAGE)
+    target_compile_options(norla_sanitizers INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(norla_sanitizers INTERFACE --coverage)
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND PROJECT_IS_TOP_LEVEL)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <vector>
+
+namespace kx {
+
+/// A growable array
+template <typename T>
+using TArray = std::vector<T>;
+
+} // namespace kx

@@ -1,0 +1,69 @@
+#include "kx/files/CResourceManager.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace kx {
+
+namespace {
+
+CResourceManager::Path pathOfThisProgram()
+{
+    std::error_code error;
+    const auto path = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? CResourceManager::Path() : CResourceManager::Path(String::fromUTF8(path.string()));
+}
+
+bool isFile(const CResourceManager::Path& path)
+{
+    std::error_code error;
+    return std::filesystem::is_regular_file(path.toString().toUTF8(), error);
+}
+
+} // namespace
+
+TSafeGlobalPointer<CResourceManager>& CResourceManager::get()
+{
+    static TSafeGlobalPointer<CResourceManager> g_pInstance(
+        globalInstanceGuard(), [] { return newObj<CResourceManager>(pathOfThisProgram()); });
+    return TSafeGlobalPointer<CResourceManager>::waitConstructed(g_pInstance, globalInstanceGuard());
+}
+
+CSafeGlobalGuard& CResourceManager::globalInstanceGuard()
+{
+    static constinit CSafeGlobalGuard g_Guard;
+    return g_Guard;
+}
+
+CResourceManager::CResourceManager(const Path& executable)
+    : m_executable(executable)
+{
+}
+
+CResourceManager::~CResourceManager() = default;
+
+void CResourceManager::addResourceFolder(const Path& folder)
+{
+    const CMutexLock lock(m_mutex);
+    m_folders.push_back(folder);
+}
+
+CResourceManager::Path CResourceManager::findResource(const Path& relativePath) const
+{
+    TArray<Path> folders;
+    {
+        const CMutexLock lock(m_mutex);
+        folders = m_folders;
+    }
+    const Path home = (m_executable / "..").toNormalized(true, Path());
+    folders.push_back(home / "resources");
+    folders.push_back((home / ".." / "share" / m_executable.getFileName()).toNormalized(true, Path()));
+    for (const Path& folder : folders) {
+        const Path candidate = folder / relativePath;
+        if (isFile(candidate))
+            return candidate;
+    }
+    return Path();
+}
+
+} // namespace kx

@@ -1,0 +1,84 @@
+#include "kx/streams/CBufferStream.h"
+
+#include "kx/base/CError.h"
+#include "kx/base/CInvalidArgError.h"
+#include "kx/text/numbers.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace kx {
+
+CBufferStream::CBufferStream()
+    : CBufferStream(newObj<Buffer>())
+{
+}
+
+CBufferStream::CBufferStream(P<Buffer> buffer, double growth)
+    : m_written(buffer ? std::move(buffer) : throw CInvalidArgError("buffer is null", "CBufferStream::CBufferStream"))
+    , m_buffer(m_written.get())
+    , m_growth(std::max(growth, 1.0))
+{
+}
+
+CBufferStream::CBufferStream(const Buffer& borrowed)
+    : m_buffer(&borrowed)
+{
+}
+
+CBufferStream::~CBufferStream() = default;
+
+int CBufferStream::read(unsigned char* buffer, int size)
+{
+    if (size <= 0 || m_position >= m_buffer->getSize())
+        return 0;
+    const size_t count = std::min(static_cast<size_t>(size), m_buffer->getSize() - m_position);
+    std::memcpy(buffer, m_buffer->getData() + m_position, count);
+    m_position += count;
+    return static_cast<int>(count);
+}
+
+int CBufferStream::write(const unsigned char* data, int size)
+{
+    if (!m_written)
+        throw CError("The stream reads a borrowed buffer and cannot be written to.");
+    if (size <= 0)
+        return 0;
+    const auto count = static_cast<size_t>(size);
+    growTo(m_position + count);
+    std::memcpy(m_written->getData() + m_position, data, count);
+    m_position += count;
+    return size;
+}
+
+void CBufferStream::growTo(size_t end)
+{
+    const size_t oldSize = m_written->getSize();
+    if (end <= oldSize)
+        return;
+    if (end > m_written->getCapacity())
+        m_written->reserve(std::max(end, static_cast<size_t>(static_cast<double>(oldSize) * m_growth)));
+    m_written->setSize(end);
+    if (m_position > oldSize)
+        std::memset(m_written->getData() + oldSize, 0, m_position - oldSize);
+}
+
+long long CBufferStream::getLength()
+{
+    return static_cast<long long>(m_buffer->getSize());
+}
+
+void CBufferStream::seek(long long position)
+{
+    if (position < 0)
+        throw CError("A stream cannot be set to the negative position " + toString(position) + ".");
+    m_position = static_cast<size_t>(position);
+}
+
+long long CBufferStream::getPosition()
+{
+    return static_cast<long long>(m_position);
+}
+
+} // namespace kx

@@ -1,0 +1,29 @@
+#include "kx/text/hex.h"
+
+namespace kx {
+
+String hexEncode(std::string_view bytes)
+{
+    constexpr std::wstring_view digits = L"0123456789abcdef";
+    std::wstring text;
+    text.reserve(2 * bytes.size());
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        text += digits[value >> 4];
+        text += digits[value & 0xF];
+    }
+    return String(std::move(text));
+}
+
+int hexDecodeCharLax(char digit) noexcept
+{
+    if (digit >= '0' && digit <= '9')
+        return digit - '0';
+    if (digit >= 'a' && digit <= 'f')
+        return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F')
+        return digit - 'A' + 10;
+    return -1;
+}
+
+} // namespace kx

@@ -1,0 +1,68 @@
+#include "kx/text/numbers.h"
+
+#include "kx/base/CError.h"
+
+#include <algorithm>
+#include <charconv>
+#include <string>
+#include <system_error>
+
+namespace kx {
+
+namespace {
+
+constexpr bool isDigit(wchar_t character) noexcept
+{
+    return character >= L'0' && character <= L'9';
+}
+
+// from_chars takes a "-" but no "+". The text without the "+", when a digit or a point follows it; otherwise as it is.
+std::string_view withoutPlus(std::string_view number) noexcept
+{
+    return number.size() > 1 && number[0] == '+' && number[1] != '-' ? number.substr(1) : number;
+}
+
+// Anything outside ASCII becomes a character that no number has.
+std::string narrow(const String& text)
+{
+    std::string bytes(text.size(), '?');
+    std::transform(text.begin(), text.end(), bytes.begin(),
+        [](wchar_t character) { return static_cast<char32_t>(character) < 0x80 ? static_cast<char>(character) : '?'; });
+    return bytes;
+}
+
+template <typename TNumber, typename... TFormat>
+TNumber parseWhole(const String& text, const String& kind, TFormat... format)
+{
+    const std::string bytes = narrow(text);
+    const std::string_view number = withoutPlus(bytes);
+    TNumber value = 0;
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value, format...);
+    if (error == std::errc::result_out_of_range)
+        throw CError("Number out of range: '" + text + "'.");
+    if (error != std::errc() || end != number.data() + number.size())
+        throw CError("Invalid " + kind + ": '" + text + "'.");
+    return value;
+}
+
+} // namespace
+
+long long parseInt64(const String& text, bool lax)
+{
+    return parseWhole<long long>(lax ? text.trim() : text, "number");
+}
+
+double parseSimpleDouble(const String& text)
+{
+    // from_chars also reads "inf" and "nan".
+    if (std::none_of(text.begin(), text.end(), isDigit))
+        throw CError("Invalid decimal number: '" + text + "'.");
+    return parseWhole<double>(text, "decimal number", std::chars_format::fixed);
+}
+
+String toString(long long number)
+{
+    return String(std::to_wstring(number));
+}
+
+} // namespace kx

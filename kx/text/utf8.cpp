@@ -1,0 +1,90 @@
+#include "kx/text/utf8.h"
+
+#include "kx/base/CError.h"
+
+#include <wx/strconv.h>
+
+#include <algorithm>
+
+namespace kx {
+
+namespace {
+
+const wxMBConvStrictUTF8& converter()
+{
+    static const wxMBConvStrictUTF8 instance;
+    return instance;
+}
+
+constexpr bool isASCII(auto character) noexcept
+{
+    return static_cast<char32_t>(character) < 0x80;
+}
+
+size_t encodedSize(std::wstring_view text) noexcept
+{
+    size_t size = 0;
+    for (const wchar_t character : text) {
+        const auto code = static_cast<char32_t>(character);
+        size += code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+    }
+    return size;
+}
+
+// The converter takes overlong forms, surrogates and values beyond U+10FFFF. An overlong form shows in the size.
+bool convertStrictly(std::string_view utf8, std::wstring& wide)
+{
+    wide.resize(utf8.size());
+    const size_t length = converter().ToWChar(wide.data(), wide.size(), utf8.data(), utf8.size());
+    if (length == wxCONV_FAILED)
+        return false;
+    wide.resize(length);
+    return encodedSize(wide) == utf8.size() && std::all_of(wide.begin(), wide.end(), isScalarValue);
+}
+
+// Only reached on the way to an error, so that it may try one prefix after the other.
+size_t firstBadByte(std::string_view utf8)
+{
+    std::wstring ignored;
+    size_t good = 0;
+    for (size_t length = 1; good + length <= utf8.size() && length <= 4; ++length) {
+        if (!convertStrictly(utf8.substr(good, length), ignored))
+            continue;
+        good += length;
+        length = 0;
+    }
+    return good;
+}
+
+[[noreturn]] void throwNotUTF8(std::string_view utf8)
+{
+    throw CError(("Text is not valid UTF-8 at byte " + std::to_string(firstBadByte(utf8)) + ".").c_str());
+}
+
+} // namespace
+
+std::wstring decodeUTF8(std::string_view utf8)
+{
+    if (std::all_of(utf8.begin(), utf8.end(), [](char byte) { return isASCII(static_cast<unsigned char>(byte)); }))
+        return std::wstring(utf8.begin(), utf8.end());
+    std::wstring wide;
+    if (!convertStrictly(utf8, wide))
+        throwNotUTF8(utf8);
+    return wide;
+}
+
+std::string encodeUTF8(std::wstring_view text)
+{
+    std::string utf8(encodedSize(text), '\0');
+    if (utf8.size() == text.size()) {
+        std::transform(text.begin(), text.end(), utf8.begin(), [](wchar_t character) { return static_cast<char>(character); });
+        return utf8;
+    }
+    const auto bad = std::find_if_not(text.begin(), text.end(), isScalarValue);
+    if (bad != text.end())
+        throw CError(("Text has no UTF-8 form at character " + std::to_string(bad - text.begin()) + ".").c_str());
+    converter().FromWChar(utf8.data(), utf8.size(), text.data(), text.size());
+    return utf8;
+}
+
+} // namespace kx

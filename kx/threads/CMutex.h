@@ -1,0 +1,10 @@
+#pragma once
+
+#include <mutex>
+
+namespace kx {
+
+/// A lock that its holder may take again. Taken through CMutexLock.
+using CMutex = std::recursive_mutex;
+
+} // namespace kx

@@ -1,0 +1,23 @@
+#include "kx/threads/CPosixSelect.h"
+
+#include "kx/base/CError.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace kx {
+
+int CPosixSelect::select(
+    int descriptorCount, fd_set* readable, fd_set* writable, fd_set* exceptional, int timeoutMs)
+{
+    timeval limit{timeoutMs / 1000, timeoutMs % 1000 * 1000};
+    const int ready
+        = ::select(descriptorCount, readable, writable, exceptional, timeoutMs < 0 ? nullptr : &limit);
+    if (ready >= 0)
+        return ready;
+    if (errno == EINTR)
+        return 0;
+    throw CError(("Waiting for descriptors has failed: " + std::generic_category().message(errno) + ".").c_str());
+}
+
+} // namespace kx

@@ -1,0 +1,151 @@
+#include "kx/threads/CThread.h"
+
+#include "kx/base/CError.h"
+#include "kx/base/onExceptionInDestructorIgnored.h"
+#include "kx/log/log.h"
+
+#include <chrono>
+#include <pthread.h>
+#include <system_error>
+
+namespace kx {
+
+namespace {
+
+constexpr size_t systemNameLimit = 15;
+
+void nameCurrentThread(const String& name)
+{
+    std::string shown = name.toDisplayUTF8();
+    shown.resize(std::min(shown.size(), systemNameLimit));
+    // Only a name too long could fail; a thread works without one.
+    static_cast<void>(pthread_setname_np(pthread_self(), shown.c_str()));
+}
+
+} // namespace
+
+CThread::CThread(IRunnable* runnable, bool stopAtEnd)
+    : m_runnable(runnable)
+    , m_stopAtEnd(stopAtEnd)
+{
+}
+
+CThread::~CThread()
+{
+    try {
+        if (m_stopAtEnd)
+            signalStop();
+        joinIfStarted();
+    } catch (const std::exception& error) {
+        onExceptionInDestructorIgnored("kx::CThread", error, true);
+    }
+}
+
+void CThread::setName(const String& name)
+{
+    const std::lock_guard lock(m_mutex);
+    m_name = name;
+}
+
+String CThread::getName() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_name;
+}
+
+void CThread::start()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_alive)
+        throw CError("The thread '" + m_name + "' is running already.");
+    if (m_thread.joinable())
+        m_thread.join();
+    m_stopSignalled = false;
+    m_alive = true;
+    try {
+        m_thread = std::thread([this] { runGuarded(); });
+    } catch (const std::system_error& error) {
+        m_alive = false;
+        throw CError("The thread '" + m_name + "' cannot be started: " + error.what());
+    }
+    m_id = m_thread.get_id();
+}
+
+void CThread::stop(bool wait)
+{
+    signalStop();
+    if (wait)
+        joinIfStarted();
+}
+
+void CThread::signalStop()
+{
+    m_stopSignalled = true;
+}
+
+bool CThread::checkContinue() const
+{
+    return !m_stopSignalled;
+}
+
+bool CThread::isAlive() const
+{
+    return m_alive;
+}
+
+CThread::ID CThread::getID() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_id;
+}
+
+CThread::ID CThread::getCurrentID() noexcept
+{
+    return std::this_thread::get_id();
+}
+
+void CThread::sleep(int milliseconds)
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+void CThread::runImpl()
+{
+    if (m_runnable)
+        m_runnable->run(*this);
+}
+
+void CThread::onRunFinished()
+{
+}
+
+void CThread::runGuarded() noexcept
+{
+    nameCurrentThread(getName()); // waits for start() to finish, so that the body finds its own ID
+    try {
+        runImpl();
+    } catch (const std::exception& error) {
+        logError(error, "An error has ended the thread '" + getName() + "'.", "");
+    }
+    try {
+        onRunFinished();
+    } catch (const std::exception& error) {
+        logError(error, "An error has left the end of the thread '" + getName() + "'.", "");
+    }
+    m_alive = false;
+}
+
+// The thread object is taken out of the lock's reach before the join, because the body may ask for its ID.
+void CThread::joinIfStarted()
+{
+    std::thread ended;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_thread.get_id() != getCurrentID())
+            ended.swap(m_thread);
+    }
+    if (ended.joinable())
+        ended.join();
+}
+
+} // namespace kx

@@ -1,0 +1,50 @@
+#include "sela/CDigest.h"
+
+#include "kx/base/CError.h"
+
+#include <openssl/evp.h>
+
+namespace sela {
+
+static_assert(EVP_MAX_MD_SIZE <= 64);
+
+void CDigest::CFree::operator()(evp_md_ctx_st* context) const noexcept
+{
+    EVP_MD_CTX_free(context);
+}
+
+CDigest::CDigest(const char* algorithm)
+    : m_algorithm(algorithm)
+    , m_context(EVP_MD_CTX_new())
+{
+    check(m_context ? 1 : 0);
+    reset();
+}
+
+CDigest::~CDigest() = default;
+
+void CDigest::reset()
+{
+    m_length = 0;
+    check(EVP_DigestInit_ex(m_context.get(), EVP_get_digestbyname(m_algorithm), nullptr));
+}
+
+void CDigest::update(const void* data, size_t size)
+{
+    check(EVP_DigestUpdate(m_context.get(), data, size));
+}
+
+void CDigest::finish()
+{
+    unsigned int length = 0;
+    check(EVP_DigestFinal_ex(m_context.get(), m_bytes.data(), &length));
+    m_length = length;
+}
+
+void CDigest::check(int result) const
+{
+    if (result != 1)
+        throw kx::CError("OpenSSL cannot calculate " + kx::String(m_algorithm) + ".");
+}
+
+} // namespace sela

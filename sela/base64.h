@@ -1,0 +1,12 @@
+#pragma once
+
+#include "kx/text/String.h"
+
+namespace sela {
+
+/// Standard Base64 (RFC 4648 section 4).
+/// @param pad whether the text is filled up with "=" to whole groups of four
+/// @param breakLines whether "\r\n" follows every 76 characters but the last (RFC 2045 section 6.8)
+KX_EXPORT kx::String base64Encode(const unsigned char* data, size_t size, bool pad, bool breakLines);
+
+} // namespace sela
