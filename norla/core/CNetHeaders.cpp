@@ -1,0 +1,77 @@
+#include "norla/core/CNetHeaders.h"
+
+#include "kx/base/CInvalidArgError.h"
+#include "kx/text/whitespace.h"
+#include "norla/core/CGlobalInit.h"
+
+#include <utility>
+
+namespace norla {
+
+CNetHeaders::CNetHeaders()
+{
+    CGlobalInit::get();
+}
+
+CNetHeaders::~CNetHeaders() = default;
+
+void CNetHeaders::add(const kx::String& name, const kx::String& value)
+{
+    m_lines.add(name.trim() + ": " + value.trim());
+}
+
+void CNetHeaders::splitEntry(const kx::String& entry, kx::String& name, kx::String& value)
+{
+    const std::wstring_view line = entry.toWide();
+    const size_t colon = line.find(L':');
+    if (colon == std::wstring_view::npos)
+        throw kx::CInvalidArgError("entry contains no ':'", "CNetHeaders::splitEntry");
+    const std::wstring_view nameOnly = kx::trimmed(line.substr(0, colon));
+    if (nameOnly.empty())
+        throw kx::CInvalidArgError("name is empty", "CNetHeaders::splitEntry");
+    // Both are made before either is stored: the entry may be one of the outputs.
+    kx::String newValue(std::wstring(kx::trimmed(line.substr(colon + 1))));
+    name = kx::String(std::wstring(nameOnly));
+    value = std::move(newValue);
+}
+
+void CNetHeaders::fillMap(kx::TMap<kx::String, kx::String>& map)
+{
+    for (const auto line = createIterator(); line->next();) {
+        const auto [entry, isNew] = map.try_emplace(line->getName().toLower(), line->getValue());
+        if (!isNew)
+            entry->second += "," + line->getValue();
+    }
+}
+
+kx::P<CNetHeaders::CIterator> CNetHeaders::createIterator()
+{
+    return kx::newObj<CIterator>(m_lines.createIterator());
+}
+
+CNetHeaders::CIterator::CIterator(kx::P<CNetStringList::CIterator> lines)
+    : m_lines(std::move(lines))
+{
+}
+
+CNetHeaders::CIterator::~CIterator() = default;
+
+void CNetHeaders::CIterator::reset()
+{
+    m_lines->reset();
+    m_name = kx::String();
+    m_value = kx::String();
+}
+
+bool CNetHeaders::CIterator::next()
+{
+    if (m_lines->next()) {
+        splitEntry(m_lines->getCurrent(), m_name, m_value);
+        return true;
+    }
+    m_name = kx::String();
+    m_value = kx::String();
+    return false;
+}
+
+} // namespace norla

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/P.h"
+#include "kx/containers/TMap.h"
+#include "kx/text/String.h"
+#include "norla/core/CNetStringList.h"
+
+namespace norla {
+
+/// The header lines of a request, in the order of adding, sent as UTF-8. Used by one thread at a time.
+class KX_EXPORT CNetHeaders : public kx::CBase {
+public:
+    class CIterator;
+
+    /// @throws kx::CError as CGlobalInit::get()
+    CNetHeaders();
+    CNetHeaders(const CNetHeaders&) = delete;
+    CNetHeaders& operator=(const CNetHeaders&) = delete;
+    ~CNetHeaders() override;
+
+    /// Adds the line name + ": " + value, both without surrounding white space. Nothing is checked: line ends within reach the
+    /// server. libcurl does not send a line with an empty value; it leaves out its own header of that name instead
+    /// (CURLOPT_HTTPHEADER).
+    /// @throws as CNetStringList::add()
+    void add(const kx::String& name, const kx::String& value);
+
+    /// Splits a line at its first ":" into name and value, both without surrounding white space.
+    /// @throws kx::CInvalidArgError when there is no ":" or the name is empty; name and value may have changed then
+    static void splitEntry(const kx::String& entry, kx::String& name, kx::String& value);
+
+    /// Adds every line to the map under its lower-cased name. Where the name is there already, "," and the value are
+    /// appended (RFC 9110 section 5.3).
+    void fillMap(kx::TMap<kx::String, kx::String>& map);
+
+    /// Walks the lines; it starts before the first.
+    kx::P<CIterator> createIterator();
+
+    /// libcurl's list, as CNetStringList::getCurlList().
+    curl_slist* getCurlList() const noexcept { return m_lines.getCurlList(); }
+
+private:
+    CNetStringList m_lines;
+};
+
+/// A place among the header lines; it begins before the first.
+class KX_EXPORT CNetHeaders::CIterator : public kx::CBase {
+public:
+    explicit CIterator(kx::P<CNetStringList::CIterator> lines);
+    ~CIterator() override;
+
+    /// Back to before the first line.
+    void reset();
+
+    /// Goes on to the next line.
+    /// @return false at the end, where name and value are empty
+    bool next();
+
+    const kx::String& getName() const noexcept { return m_name; }
+    const kx::String& getValue() const noexcept { return m_value; }
+
+private:
+    const kx::P<CNetStringList::CIterator> m_lines;
+    kx::String m_name;
+    kx::String m_value;
+};
+
+} // namespace norla

@@ -1,0 +1,865 @@
+// libcurl marks some information values as deprecated; their replacements are of another type.
+#define CURL_DISABLE_DEPRECATION
+
+#include "norla/core/CNetRequest.h"
+
+#include "kx/base/CInvalidArgError.h"
+#include "kx/base/CStdExceptionError.h"
+#include "kx/log/log.h"
+#include "kx/streams/CBufferStream.h"
+#include "kx/text/CStringFormat.h"
+#include "kx/text/numbers.h"
+#include "kx/threads/CMutexLock.h"
+#include "norla/core/CCURLError.h"
+#include "norla/core/CGlobalInit.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/core/CNetStringList.h"
+#include "norla/core/CSigPipeBlock.h"
+#include "norla/http/htmlToText.h"
+#include "norla/http/util.h"
+#include "norla/proxy/CProxySettings.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+
+namespace norla {
+
+namespace {
+
+// Far more than CURL_ERROR_SIZE, on purpose.
+constexpr size_t errorBufferSize = 10011;
+
+constexpr int maxServerMessageBytes = 4096;
+
+struct CSchemeRow {
+    const char* prefix;
+    const char* domain;
+};
+constexpr auto schemes = std::to_array<CSchemeRow>({
+    {"http:", "http"},
+    {"https:", "http"},
+    {"ftp:", "ftp"},
+    {"ftps:", "ftp"},
+    {"sftp:", "ftp"},
+    {"smtp:", "smtp"},
+    {"smtps:", "smtp"},
+});
+
+kx::String domainOfURL(const kx::String& url)
+{
+    const kx::String scheme = url.substr(0, url.find(L':') + 1).toLower();
+    const auto row = std::find_if(
+        schemes.begin(), schemes.end(), [&scheme](const CSchemeRow& candidate) { return scheme == candidate.prefix; });
+    return row == schemes.end() ? "" : row->domain;
+}
+
+int clampedToInt(long long value) noexcept
+{
+    return static_cast<int>(std::clamp<long long>(
+        value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
+
+constexpr bool isSuccess(int httpStatus) noexcept
+{
+    return httpStatus >= 200 && httpStatus <= 299;
+}
+
+// The range as libcurl and HTTP write it: both ends inclusive, the second left out for "up to the end".
+kx::String rangeText(long long start, long long length)
+{
+    if (length == -1)
+        return kx::CStringFormat("%lld-", start);
+    long long end = 0;
+    if (__builtin_add_overflow(start, length, &end) || __builtin_sub_overflow(end, 1, &end))
+        throw kx::CInvalidArgError(kx::CStringFormat("the range from %lld on with a length of %lld is beyond 64 bits", start, length),
+            "CNetRequest::setRange");
+    return kx::CStringFormat("%lld-%lld", start, end);
+}
+
+// What is left without a multi-byte character that was cut in two at the end.
+std::string_view withoutCutCharacter(std::string_view utf8) noexcept
+{
+    size_t start = utf8.size();
+    while (start > 0 && utf8.size() - start < 4 && (static_cast<unsigned char>(utf8[start - 1]) & 0xC0) == 0x80)
+        --start;
+    if (start == 0)
+        return utf8;
+    const auto lead = static_cast<unsigned char>(utf8[start - 1]);
+    const size_t announced = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+    return announced > utf8.size() - start + 1 ? utf8.substr(0, start - 1) : utf8;
+}
+
+bool isHTML(const CNetRequest::HeaderMap& headers, const kx::String& text)
+{
+    const auto contentType = headers.find("content-type");
+    return (contentType != headers.end() && contentType->second.startsWith("text/html"))
+        || text.find("<html") != kx::String::npos;
+}
+
+} // namespace
+
+void CNetRequest::CEasyCleanup::operator()(CURL* handle) const noexcept
+{
+    const CSigPipeBlock block; // a TLS connection says goodbye here
+    curl_easy_cleanup(handle);
+}
+
+CNetRequest::CNetRequest()
+{
+    CGlobalInit::get();
+    m_asyncDoneSignal = kx::newObj<kx::CSignal>();
+    m_easyHandle.reset(curl_easy_init());
+    if (!m_easyHandle)
+        throw kx::CError("Error creating curl easy handle.");
+    m_defaultReceiveBuffer = kx::newObj<Buffer>();
+    m_defaultReceiveStream = kx::newObj<kx::CBufferStream>(m_defaultReceiveBuffer);
+    m_defaultReceiveSink = kx::newObj<CStreamDataSink>(m_defaultReceiveStream.get());
+    m_receiveSink = m_defaultReceiveSink;
+    m_responseInfo = kx::newObj<CNetStringList>();
+    m_errorBuffer.setSize(errorBufferSize);
+    m_errorBuffer.getData()[0] = 0;
+    setDefaultOptions();
+}
+
+CNetRequest::~CNetRequest()
+{
+    // The handle goes while everything that its callbacks use is still there.
+    m_customHeaders = nullptr;
+    m_ftpPreCommands = nullptr;
+    m_ftpPostCommands = nullptr;
+    m_easyHandle.reset();
+}
+
+void CNetRequest::reset()
+{
+    m_sendDataHolder = nullptr;
+    m_sendDataSource = nullptr;
+    m_doneListener = nullptr;
+    m_receiveSink = m_defaultReceiveSink;
+    m_headerAssembler.setServerInfoToUpdate(nullptr);
+    setAsyncInfo(false, CURLE_OK);
+    m_url = kx::String();
+    m_isHTTP = false;
+    m_errorBuffer.getData()[0] = 0;
+    curl_easy_reset(m_easyHandle.get());
+    m_httpMethod = kx::String();
+    m_upload = false;
+    m_sendDataSize = -1;
+    m_customHeaders = nullptr;
+    m_ftpPreCommands = nullptr;
+    m_ftpPostCommands = nullptr;
+    m_keptObjects.clear();
+    resetForPerform();
+    setDefaultOptions();
+}
+
+void CNetRequest::resetForPerform()
+{
+    if (m_customHeaders)
+        setCustomHTTPHeaders(m_customHeaders.get());
+    m_headerAssembler.reset();
+    m_statusLine = kx::String();
+    m_responseCode = -1;
+    m_callbackError = nullptr;
+    m_responseInfo = kx::newObj<CNetStringList>();
+    m_defaultReceiveStream->seek(0);
+    m_defaultReceiveBuffer->setSize(0);
+    if (m_sendDataSource && m_sendDataSource->getPosition() != 0)
+        m_sendDataSource->seek(0);
+}
+
+void CNetRequest::setDefaultOptions()
+{
+    setOption(CURLOPT_ERRORBUFFER, m_errorBuffer.getData());
+    setOption(CURLOPT_WRITEFUNCTION, &CNetRequest::writeCallback);
+    setOptionPtr(CURLOPT_WRITEDATA, this);
+    setOption(CURLOPT_READFUNCTION, &CNetRequest::readCallback);
+    setOptionPtr(CURLOPT_READDATA, this);
+    setOption(CURLOPT_SEEKFUNCTION, &CNetRequest::seekCallback);
+    setOptionPtr(CURLOPT_SEEKDATA, this);
+    setOption(CURLOPT_HEADERFUNCTION, &CNetRequest::headerCallback);
+    setOptionPtr(CURLOPT_HEADERDATA, this);
+    setOptionInt(CURLOPT_FOLLOWLOCATION, 1);
+    setOptionInt(CURLOPT_NOSIGNAL, 1); // transfers run on worker threads
+    setConnectTimeout(kx::CTimeSpan::fromSeconds(30));
+    setOptionInt(CURLOPT_LOW_SPEED_LIMIT, 1);
+    setOptionInt(CURLOPT_LOW_SPEED_TIME, 30);
+}
+
+void CNetRequest::perform()
+{
+    resetForPerform();
+    m_errorBuffer.getData()[0] = 0;
+    try {
+        performOnce();
+    } catch (const kx::CError& error) {
+        tellDoneAfterFailure(error);
+        throw;
+    }
+    tellDone(nullptr);
+}
+
+void CNetRequest::performOnce()
+{
+    CURLcode result = CURLE_OK;
+    {
+        const CSigPipeBlock block;
+        result = curl_easy_perform(m_easyHandle.get());
+    }
+    if (m_callbackError)
+        m_callbackError->throwClone();
+    // Taken now, because asking for the response code clears the error buffer.
+    if (result != CURLE_OK) {
+        const kx::String message = getErrorMessage();
+        throwError(result, getResponseCodeDomain(), getResponseCode(), message);
+    }
+    if (!m_isHTTP)
+        return;
+    const int status = getResponseCode();
+    if (!isSuccess(status))
+        throwError(CURLE_HTTP_RETURNED_ERROR, "http", status, "");
+}
+
+// The listener may reset the request, and with it drop the request's reference to the listener.
+void CNetRequest::tellDone(const kx::CError* error)
+{
+    const kx::P<IDoneListener> listener = m_doneListener;
+    if (listener)
+        listener->onNetRequestDone(this, error);
+}
+
+// The transfer's error is the one that the caller must get, whatever the listener does.
+void CNetRequest::tellDoneAfterFailure(const kx::CError& error) noexcept
+{
+    try {
+        tellDone(&error);
+    } catch (const std::exception& listenerError) {
+        kx::logError(listenerError, "A done listener has thrown after a failed transfer (ignored).", "");
+    }
+}
+
+template <typename TValue>
+void CNetRequest::setOption(CURLoption option, TValue value)
+{
+    m_errorBuffer.getData()[0] = 0;
+    const CURLcode result = curl_easy_setopt(m_easyHandle.get(), option, value);
+    if (result != CURLE_OK)
+        throwError(result, "", -1, "");
+}
+
+void CNetRequest::setOptionInt(CURLoption option, int value)
+{
+    setOption(option, static_cast<long>(value));
+}
+
+void CNetRequest::setOptionInt64(CURLoption option, long long value)
+{
+    setOption(option, static_cast<curl_off_t>(value));
+}
+
+void CNetRequest::setOptionPtr(CURLoption option, void* value)
+{
+    setOption(option, value);
+}
+
+void CNetRequest::setOptionString(CURLoption option, const kx::String& value)
+{
+    const std::string bytes = value.toUTF8();
+    if (bytes.find('\0') != std::string::npos)
+        throw kx::CInvalidArgError("text contains a zero character", "CNetRequest::setOptionString");
+    setOption(option, bytes.c_str());
+}
+
+void CNetRequest::setURL(const kx::String& url)
+{
+    m_url = url;
+    m_isHTTP = domainOfURL(url) == "http";
+    setOptionString(CURLOPT_URL, url);
+}
+
+void CNetRequest::setHTTPMethod(const kx::String& method)
+{
+    constexpr std::array standardMethods = {"", "GET", "PUT", "POST", "HEAD"};
+    const bool isStandard = std::find(standardMethods.begin(), standardMethods.end(), method) != standardMethods.end();
+    if (isStandard)
+        setOptionPtr(CURLOPT_CUSTOMREQUEST, nullptr);
+    switchOffOtherMethods(method);
+    if (isStandard)
+        switchOnMethod(method);
+    else
+        setOptionString(CURLOPT_CUSTOMREQUEST, method);
+    m_httpMethod = method;
+}
+
+// All of these fall back to GET inside libcurl, so that they must come before the method's own option.
+void CNetRequest::switchOffOtherMethods(const kx::String& method)
+{
+    if (method != "GET")
+        setOptionInt(CURLOPT_HTTPGET, 0);
+    if (method != "HEAD")
+        setOptionInt(CURLOPT_NOBODY, 0);
+    if (method != "PUT")
+        setUpload(false);
+    if (method == "POST")
+        return;
+    setOptionInt(CURLOPT_POST, 0);
+    setOptionInt64(CURLOPT_POSTFIELDSIZE_LARGE, 0);
+}
+
+void CNetRequest::switchOnMethod(const kx::String& method)
+{
+    if (method == "PUT") {
+        setUpload(true);
+    } else if (method == "POST") {
+        setOptionInt(CURLOPT_POST, 1);
+        setOptionInt64(CURLOPT_POSTFIELDSIZE_LARGE, m_sendDataSize);
+    } else if (method == "GET") {
+        setOptionInt(CURLOPT_HTTPGET, 1);
+    } else if (method == "HEAD") {
+        setOptionInt(CURLOPT_NOBODY, 1);
+    }
+}
+
+void CNetRequest::setUpload(bool upload)
+{
+    setOptionInt(CURLOPT_UPLOAD, upload);
+    m_upload = upload;
+}
+
+void CNetRequest::setVerbose(bool verbose)
+{
+    setOptionInt(CURLOPT_VERBOSE, verbose);
+}
+
+void CNetRequest::setSSLVerifyPeer(bool verify)
+{
+    setOptionInt(CURLOPT_SSL_VERIFYPEER, verify);
+}
+
+void CNetRequest::setFollowRedirects(bool follow)
+{
+    setOptionInt(CURLOPT_FOLLOWLOCATION, follow);
+}
+
+void CNetRequest::setKeepPostOnRedirect(bool keep)
+{
+    setOptionInt(CURLOPT_POSTREDIR, keep ? CURL_REDIR_POST_ALL : 0);
+}
+
+void CNetRequest::setHTTPAuthMethods(unsigned int mask)
+{
+    setOption(CURLOPT_HTTPAUTH, static_cast<long>(mask)); // the highest bit is in use: an int would not hold it
+}
+
+void CNetRequest::setFTPUseSSL(int useSSL)
+{
+    setOptionInt(CURLOPT_USE_SSL, useSSL);
+}
+
+void CNetRequest::setFTPFileMethod(int method)
+{
+    setOptionInt(CURLOPT_FTP_FILEMETHOD, method);
+}
+
+void CNetRequest::setFTPCreateMissingDirs(int create)
+{
+    setOptionInt(CURLOPT_FTP_CREATE_MISSING_DIRS, create);
+}
+
+void CNetRequest::setConnectTimeout(const kx::CTimeSpan& limit)
+{
+    setTimeout(CURLOPT_CONNECTTIMEOUT_MS, limit);
+}
+
+void CNetRequest::setFullRequestTimeout(const kx::CTimeSpan& limit)
+{
+    setTimeout(CURLOPT_TIMEOUT_MS, limit);
+}
+
+void CNetRequest::setTimeout(CURLoption option, const kx::CTimeSpan& limit)
+{
+    setOptionInt(option, limit.isInfinite() ? 0 : clampedToInt(limit.getMicroseconds() / 1000));
+}
+
+void CNetRequest::setLowSpeedLimit(int bytesPerSecond, const kx::CTimeSpan& time)
+{
+    constexpr long long second = 1'000'000;
+    const long long microseconds = time.getMicroseconds();
+    setOptionInt(CURLOPT_LOW_SPEED_LIMIT, bytesPerSecond);
+    setOptionInt(CURLOPT_LOW_SPEED_TIME, clampedToInt(microseconds / second + (microseconds % second > 0 ? 1 : 0)));
+}
+
+void CNetRequest::setUserName(const kx::String& name)
+{
+    setOptionString(CURLOPT_USERNAME, name);
+}
+
+void CNetRequest::setUserPassword(const kx::String& password)
+{
+    setOptionString(CURLOPT_PASSWORD, password);
+}
+
+void CNetRequest::setProxy(const kx::String& proxy)
+{
+    setOptionString(CURLOPT_PROXY, proxy);
+}
+
+void CNetRequest::setProxyForCurrentURLFromUserSettings()
+{
+    setProxy(CProxySettings::getUserSettings()->getProxyForURL(m_url));
+}
+
+void CNetRequest::setRootCertBundlePath(const Path& path)
+{
+    setOptionString(CURLOPT_CAINFO, path.toNormalized(true, Path()).toString());
+}
+
+void CNetRequest::setRange(long long start, long long length)
+{
+    setOptionString(CURLOPT_RANGE, rangeText(start, length));
+}
+
+// In the three list setters the old list is dropped last: libcurl holds on to it until it has taken the new one.
+void CNetRequest::setCustomHTTPHeaders(CNetHeaders* headers)
+{
+    setOption(CURLOPT_HTTPHEADER, headers ? headers->getCurlList() : nullptr);
+    m_customHeaders = headers;
+}
+
+void CNetRequest::setFTPCustomPreCommands(CNetStringList* commands)
+{
+    setOption(CURLOPT_PREQUOTE, commands ? commands->getCurlList() : nullptr);
+    m_ftpPreCommands = commands;
+}
+
+void CNetRequest::setFTPCustomPostCommands(CNetStringList* commands)
+{
+    setOption(CURLOPT_POSTQUOTE, commands ? commands->getCurlList() : nullptr);
+    m_ftpPostCommands = commands;
+}
+
+void CNetRequest::setFTPListOverrideCommand(const kx::String& command)
+{
+    if (command.isEmpty())
+        setOptionPtr(CURLOPT_CUSTOMREQUEST, nullptr);
+    else
+        setOptionString(CURLOPT_CUSTOMREQUEST, command);
+}
+
+void CNetRequest::setServerInfoToUpdate(CServerInfo* serverInfo)
+{
+    m_headerAssembler.setServerInfoToUpdate(serverInfo);
+}
+
+void CNetRequest::setDoneListener(IDoneListener* listener)
+{
+    m_doneListener = listener;
+}
+
+void CNetRequest::keepObject(kx::IBase* object)
+{
+    if (object)
+        m_keptObjects.emplace_back(object);
+}
+
+void CNetRequest::setReceiveDataSink(IDataSink* sink)
+{
+    m_receiveSink = sink;
+}
+
+void CNetRequest::setReceiveDataStream(kx::IOutStream* stream)
+{
+    m_receiveSink = kx::newObj<CStreamDataSink>(stream);
+}
+
+void CNetRequest::setDefaultReceiveDataStream()
+{
+    m_receiveSink = m_defaultReceiveSink;
+}
+
+void CNetRequest::setSendDataSource(IDataSource* source)
+{
+    m_sendDataSource = source;
+    m_sendDataHolder = nullptr;
+}
+
+void CNetRequest::setSendDataStream(kx::IInStream* stream)
+{
+    setSendDataSource(kx::newObj<CStreamDataSource>(stream).get());
+}
+
+void CNetRequest::setSendDataBuffer(const Buffer* buffer)
+{
+    if (!buffer)
+        throw kx::CInvalidArgError("buffer is null", "CNetRequest::setSendDataBuffer");
+    setSendDataStream(kx::newObj<kx::CBufferStream>(*buffer).get());
+    setSendDataSize(static_cast<long long>(buffer->getSize()));
+}
+
+void CNetRequest::setSendDataAsUTF8(const kx::String& text)
+{
+    const std::string bytes = text.toUTF8();
+    const auto buffer = kx::newObj<Buffer>();
+    buffer->append(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    setSendDataStream(kx::newObj<kx::CBufferStream>(buffer).get());
+    m_sendDataHolder = buffer;
+    setSendDataSize(static_cast<long long>(buffer->getSize()));
+}
+
+void CNetRequest::setSendDataSize(long long size)
+{
+    setOptionInt64(CURLOPT_INFILESIZE_LARGE, size);
+    if (m_httpMethod == "POST")
+        setOptionInt64(CURLOPT_POSTFIELDSIZE_LARGE, size);
+    m_sendDataSize = size;
+}
+
+kx::String CNetRequest::getHTTPMethod() const
+{
+    return m_httpMethod.isEmpty() ? "GET" : m_httpMethod;
+}
+
+template <typename TValue>
+TValue CNetRequest::getInfo(CURLINFO info)
+{
+    TValue value{};
+    m_errorBuffer.getData()[0] = 0;
+    const CURLcode result = curl_easy_getinfo(m_easyHandle.get(), info, &value);
+    if (result != CURLE_OK)
+        throwError(result, "", -1, "");
+    return value;
+}
+
+int CNetRequest::getInfoLong(CURLINFO info)
+{
+    if ((info & CURLINFO_TYPEMASK) != CURLINFO_LONG)
+        throwError(CURLE_UNKNOWN_OPTION, "", -1, "");
+    return static_cast<int>(getInfo<long>(info));
+}
+
+double CNetRequest::getInfoDouble(CURLINFO info)
+{
+    if ((info & CURLINFO_TYPEMASK) != CURLINFO_DOUBLE)
+        throwError(CURLE_UNKNOWN_OPTION, "", -1, "");
+    return getInfo<double>(info);
+}
+
+int CNetRequest::getResponseCode()
+{
+    return getInfoLong(CURLINFO_RESPONSE_CODE);
+}
+
+double CNetRequest::getDownloadedBytes()
+{
+    return getInfoDouble(CURLINFO_SIZE_DOWNLOAD);
+}
+
+double CNetRequest::getDownloadSize()
+{
+    return getInfoDouble(CURLINFO_CONTENT_LENGTH_DOWNLOAD);
+}
+
+double CNetRequest::getAvgDownloadSpeed()
+{
+    return getInfoDouble(CURLINFO_SPEED_DOWNLOAD);
+}
+
+double CNetRequest::getUploadedBytes()
+{
+    return getInfoDouble(CURLINFO_SIZE_UPLOAD);
+}
+
+double CNetRequest::getUploadSize()
+{
+    return getInfoDouble(CURLINFO_CONTENT_LENGTH_UPLOAD);
+}
+
+double CNetRequest::getAvgUploadSpeed()
+{
+    return getInfoDouble(CURLINFO_SPEED_UPLOAD);
+}
+
+kx::String CNetRequest::getResponseCodeDomain() const
+{
+    return domainOfURL(m_url);
+}
+
+kx::String CNetRequest::urlEscape(const kx::String& text)
+{
+    const std::string bytes = text.toUTF8();
+    const bool fits = bytes.size() <= static_cast<size_t>(std::numeric_limits<int>::max());
+    const std::unique_ptr<char, decltype(&curl_free)> escaped(
+        fits ? curl_easy_escape(m_easyHandle.get(), bytes.data(), static_cast<int>(bytes.size())) : nullptr, curl_free);
+    if (!escaped)
+        throw kx::CError("Error URL-escaping a string.");
+    return kx::String::fromUTF8(escaped.get());
+}
+
+kx::String CNetRequest::getErrorMessage()
+{
+    try {
+        return kx::String::fromUTF8(m_errorBuffer.getData());
+    } catch (const kx::CError& error) {
+        kx::logError(error, "A CURL function has failed, but the CURL error buffer does not contain valid UTF8 data.", "");
+        return kx::String();
+    }
+}
+
+void CNetRequest::throwError(
+    CURLcode code, const kx::String& responseCodeDomain, int responseCode, const kx::String& message)
+{
+    throw CCURLError(code, message.isEmpty() ? getErrorMessage() : message, responseCodeDomain, responseCode,
+        getServerMessage(responseCodeDomain, responseCode));
+}
+
+kx::String CNetRequest::getServerMessage(const kx::String& responseCodeDomain, int responseCode)
+{
+    if (responseCodeDomain == "smtp" && responseCode >= 1)
+        return getLastResponseLine();
+    if (responseCodeDomain != "http" || m_defaultReceiveBuffer->getSize() == 0)
+        return kx::String();
+    const auto size = std::min(m_defaultReceiveBuffer->getSize(), size_t{maxServerMessageBytes});
+    return getServerErrorMessageFromResponseData(
+        m_defaultReceiveBuffer->getData(), static_cast<int>(size), getResponseHeaderMap());
+}
+
+kx::String CNetRequest::getLastResponseLine()
+{
+    kx::String last;
+    for (const auto line = m_responseInfo->createIterator(); line->next();)
+        last = line->getCurrent();
+    return last;
+}
+
+kx::String CNetRequest::getServerErrorMessageFromResponseData(
+    const unsigned char* data, int size, const HeaderMap& headers)
+{
+    try {
+        const std::string_view body(reinterpret_cast<const char*>(data), static_cast<size_t>(std::max(size, 0)));
+        const std::string_view start = body.substr(0, maxServerMessageBytes);
+        const kx::String text = kx::String::fromUTF8(start.size() < body.size() ? withoutCutCharacter(start) : start);
+        return isHTML(headers, text) ? htmlToText(text) : text;
+    } catch (const std::exception&) {
+        return kx::String(); // the failure itself is what must be told
+    }
+}
+
+void CNetRequest::setAsyncInfo(bool done, CURLcode result)
+{
+    {
+        const kx::CMutexLock lock(m_asyncMutex);
+        if (done) {
+            m_asyncDoneSignal->set();
+        } else {
+            resetForPerform();
+            m_asyncDoneSignal->reset();
+        }
+        m_asyncResult = result;
+        if (done && result == CURLE_OK && m_url.startsWith("http") && !isSuccess(getResponseCode()))
+            m_asyncResult = CURLE_HTTP_RETURNED_ERROR;
+        m_asyncErrorMessage = done && m_asyncResult != CURLE_OK ? getErrorMessage() : kx::String();
+        if (done && m_callbackError && m_asyncResult == CURLE_OK)
+            m_asyncResult = CURLE_ABORTED_BY_CALLBACK;
+    }
+    if (!done || !m_doneListener)
+        return;
+    kx::P<kx::CError> failure;
+    try {
+        checkAsyncResult();
+    } catch (const kx::CError& error) {
+        failure = error.clone();
+    }
+    tellDone(failure.get());
+}
+
+void CNetRequest::checkAsyncResult()
+{
+    const kx::CMutexLock lock(m_asyncMutex);
+    if (!m_asyncDoneSignal->isSet())
+        return;
+    if (m_callbackError)
+        m_callbackError->throwClone();
+    if (m_asyncResult != CURLE_OK)
+        throwError(m_asyncResult, getResponseCodeDomain(), getResponseCode(), m_asyncErrorMessage);
+}
+
+bool CNetRequest::isAsyncDone()
+{
+    return m_asyncDoneSignal->isSet();
+}
+
+bool CNetRequest::waitAsyncDone(int timeoutMs)
+{
+    return m_asyncDoneSignal->wait(timeoutMs);
+}
+
+template <typename TAction>
+bool CNetRequest::storingErrors(TAction action) noexcept
+{
+    try {
+        action();
+        return true;
+    } catch (const std::exception& error) {
+        if (!m_callbackError)
+            m_callbackError = kx::CStdExceptionError::exceptionToError(error);
+        return false;
+    }
+}
+
+size_t CNetRequest::writeCallback(char* data, size_t size, size_t count, void* request) noexcept
+{
+    return static_cast<CNetRequest*>(request)->writeHandler(data, size, count);
+}
+
+size_t CNetRequest::readCallback(char* buffer, size_t size, size_t count, void* request) noexcept
+{
+    return static_cast<CNetRequest*>(request)->readHandler(buffer, size, count);
+}
+
+int CNetRequest::seekCallback(void* request, curl_off_t offset, int origin) noexcept
+{
+    return static_cast<CNetRequest*>(request)->seekHandler(offset, origin);
+}
+
+size_t CNetRequest::headerCallback(char* data, size_t size, size_t count, void* request) noexcept
+{
+    return static_cast<CNetRequest*>(request)->headerHandler(data, static_cast<int>(size * count));
+}
+
+size_t CNetRequest::writeHandler(char* data, size_t size, size_t count) noexcept
+{
+    const size_t total = size * count;
+    if (!m_receiveSink)
+        return total;
+    const bool taken = storingErrors([this, data, total] {
+        updateResponseCode();
+        m_receiveSink->write(reinterpret_cast<const unsigned char*>(data), static_cast<int>(total), m_responseCode,
+            getResponseHeaderMap());
+    });
+    if (taken)
+        return total;
+    return total == 0 ? 1 : 0; // anything but the total makes libcurl stop
+}
+
+void CNetRequest::updateResponseCode()
+{
+    if (m_responseCode != -1 || !m_isHTTP)
+        return;
+    try {
+        m_responseCode = getStatusCodeFromHTTPStatusLine(m_statusLine);
+    } catch (const kx::CError& error) {
+        // The text really ends without a closing quote.
+        kx::logError(error,
+            "Error parsing HTTP status line - ignoring (statusLine: '" + m_statusLine + "', method: '" + getHTTPMethod()
+                + "', URL: '" + m_url + ")",
+            "");
+        m_responseCode = 0;
+    }
+}
+
+size_t CNetRequest::readHandler(char* buffer, size_t size, size_t count) noexcept
+{
+    if (!m_sendDataSource)
+        return 0;
+    size_t delivered = CURL_READFUNC_ABORT;
+    storingErrors([this, buffer, size, count, &delivered] {
+        delivered = static_cast<size_t>(m_sendDataSource->read(
+            reinterpret_cast<unsigned char*>(buffer), static_cast<int>(size * count), getResponseHeaderMap()));
+    });
+    return delivered;
+}
+
+int CNetRequest::seekHandler(long long offset, int origin) noexcept
+{
+    if (!m_sendDataSource)
+        return CURL_SEEKFUNC_FAIL;
+    bool found = false;
+    storingErrors([this, offset, origin, &found] { found = seekSource(offset, origin); });
+    return found ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+}
+
+bool CNetRequest::seekSource(long long offset, int origin)
+{
+    if (origin == SEEK_SET) {
+        m_sendDataSource->seek(offset);
+        return true;
+    }
+    if (origin == SEEK_CUR) {
+        m_sendDataSource->seek(m_sendDataSource->getPosition() + offset);
+        return true;
+    }
+    if (origin != SEEK_END || m_sendDataSource->getLength() == -1)
+        return false;
+    m_sendDataSource->seek(m_sendDataSource->getLength() + offset);
+    return true;
+}
+
+size_t CNetRequest::headerHandler(const char* data, int length) noexcept
+{
+    try {
+        handleHeaderLine(kx::String::fromUTF8({data, static_cast<size_t>(length)}));
+    } catch (const std::exception& error) {
+        kx::logWarning(error, "Exception during CNetRequest header parsing (ignored).", "");
+    }
+    return static_cast<size_t>(length);
+}
+
+void CNetRequest::handleHeaderLine(const kx::String& line)
+{
+    if (m_isHTTP && line.toWide().starts_with(L"HTTP/")) {
+        // An interim response, a redirect or a proxy's answer came before: only the last response counts.
+        if (!m_statusLine.isEmpty())
+            m_headerAssembler.reset();
+        m_statusLine = line.trim();
+    } else if (m_isHTTP) {
+        m_headerAssembler.handleHeaderLine(line);
+    }
+    m_responseInfo->add(line);
+}
+
+CNetRequest::CStreamDataSink::CStreamDataSink(kx::IOutStream* stream)
+    : m_stream(stream)
+{
+    if (!stream)
+        throw kx::CInvalidArgError("stream is null", "CNetRequest::CStreamDataSink::CStreamDataSink");
+}
+
+CNetRequest::CStreamDataSink::~CStreamDataSink() = default;
+
+int CNetRequest::CStreamDataSink::write(const unsigned char* data, int size, int, const HeaderMap&)
+{
+    return m_stream->write(data, size);
+}
+
+CNetRequest::CStreamDataSource::CStreamDataSource(kx::IInStream* stream)
+    : m_stream(stream)
+{
+    if (!stream)
+        throw kx::CInvalidArgError("stream is null", "CNetRequest::CStreamDataSource::CStreamDataSource");
+}
+
+CNetRequest::CStreamDataSource::~CStreamDataSource() = default;
+
+int CNetRequest::CStreamDataSource::read(unsigned char* buffer, int size, const HeaderMap&)
+{
+    return m_stream->read(buffer, size);
+}
+
+long long CNetRequest::CStreamDataSource::getLength()
+{
+    return m_stream->getLength();
+}
+
+void CNetRequest::CStreamDataSource::seek(long long position)
+{
+    m_stream->seek(position);
+}
+
+long long CNetRequest::CStreamDataSource::getPosition()
+{
+    return m_stream->getPosition();
+}
+
+} // namespace norla

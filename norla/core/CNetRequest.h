@@ -1,0 +1,375 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/CError.h"
+#include "kx/base/P.h"
+#include "kx/containers/TBuffer.h"
+#include "kx/containers/TList.h"
+#include "kx/containers/TMap.h"
+#include "kx/files/TPathImpl.h"
+#include "kx/streams/IInStream.h"
+#include "kx/streams/IOutStream.h"
+#include "kx/text/String.h"
+#include "kx/threads/CMutex.h"
+#include "kx/threads/CSignal.h"
+#include "kx/time/CTimeSpan.h"
+#include "norla/http/CHeaderAssembler.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+
+namespace norla {
+
+class CNetHeaders;
+class CNetStringList;
+
+/// One transfer: a libcurl easy handle and everything that belongs to it. Made for many transfers, one after the other, which
+/// then share connections: set options, perform(), read the answer. Options stay until reset().
+///
+/// Used by one thread at a time; isAsyncDone(), waitAsyncDone(), getAsyncDoneSignal() and checkAsyncResult() may be called
+/// from any thread while a manager drives the transfer. Sinks, sources and listeners are called on the thread that does.
+class KX_EXPORT CNetRequest : public kx::CBase {
+public:
+    class IDataSink;
+    class IDataSource;
+    class IDoneListener;
+    class CStreamDataSink;
+    class CStreamDataSource;
+
+    using HeaderMap = kx::TMap<kx::String, kx::String>;
+    using Buffer = kx::TBuffer<unsigned char>;
+    using Path = kx::TPathImpl<kx::CUnixPathTraits>;
+
+    /// @throws kx::CError "Error creating curl easy handle."; as CGlobalInit::get()
+    CNetRequest();
+    CNetRequest(const CNetRequest&) = delete;
+    CNetRequest& operator=(const CNetRequest&) = delete;
+    ~CNetRequest() override;
+
+    /// Back to a new request, keeping libcurl's open connections, DNS and TLS session caches.
+    void reset();
+
+    /// What every transfer starts with: applies the custom headers again, forgets the last answer, empties the default receive
+    /// buffer and rewinds the body to be sent. @throws what the source's seek() throws
+    void resetForPerform();
+
+    /// The options of a new request: errors and data come to this object, redirects are followed, 30 seconds to connect, and
+    /// the end of a transfer that moves nothing for 30 seconds.
+    void setDefaultOptions();
+
+    /// Runs the transfer and blocks until its end.
+    /// @throws CCURLError when it fails or an HTTP response has a status outside 200 to 299
+    /// @throws kx::CError the error of a sink or source, when one threw: it goes before libcurl's own
+    void perform();
+
+    /// Passes one option to libcurl, for those that have no setter here. All setters throw CCURLError if libcurl refuses.
+    void setOptionInt(CURLoption option, int value);
+    void setOptionInt64(CURLoption option, long long value);
+    void setOptionPtr(CURLoption option, void* value);
+    /// libcurl keeps a copy in UTF-8. @throws kx::CInvalidArgError when the text holds a zero character
+    void setOptionString(CURLoption option, const kx::String& value);
+
+    /// The URL, which must be escaped already: libcurl refuses one with a blank as malformed when it is performed.
+    void setURL(const kx::String& url);
+
+    /// The HTTP method. "GET", "HEAD", "PUT" and "POST" are libcurl's own (case matters); others, such as "DELETE", are sent
+    /// as they are, without a body. Empty: nothing special, a GET. For "POST" set the body first: its size is passed on here.
+    void setHTTPMethod(const kx::String& method);
+
+    /// Sends a body: CURLOPT_UPLOAD (HTTP PUT, FTP STOR, a mail).
+    void setUpload(bool upload);
+
+    /// libcurl's own log on standard error, CURLOPT_VERBOSE. It shows credentials.
+    void setVerbose(bool verbose);
+
+    /// False accepts any server certificate; CURLOPT_SSL_VERIFYPEER.
+    void setSSLVerifyPeer(bool verify);
+
+    void setFollowRedirects(bool follow);
+
+    /// Whether a POST stays a POST when it is redirected by 301, 302 or 303; CURLOPT_POSTREDIR.
+    void setKeepPostOnRedirect(bool keep);
+
+    /// libcurl's CURLAUTH_ bits, of which the strongest that the server offers is used; CURLOPT_HTTPAUTH.
+    void setHTTPAuthMethods(unsigned int mask);
+
+    /// libcurl's curl_usessl values; CURLOPT_USE_SSL.
+    void setFTPUseSSL(int useSSL);
+
+    /// libcurl's curl_ftpmethod values; CURLOPT_FTP_FILEMETHOD.
+    void setFTPFileMethod(int method);
+
+    /// libcurl's curl_ftpcreatedir values; CURLOPT_FTP_CREATE_MISSING_DIRS.
+    void setFTPCreateMissingDirs(int create);
+
+    /// Limits name lookup and connection. Sent to libcurl in whole milliseconds, rounded toward zero, at most about 24 days;
+    /// zero and the infinite span mean libcurl's default of 300 seconds.
+    void setConnectTimeout(const kx::CTimeSpan& limit);
+
+    /// Limits the whole transfer, from name lookup to last body byte. Converted as for setConnectTimeout(); zero and the
+    /// infinite span mean no limit.
+    void setFullRequestTimeout(const kx::CTimeSpan& limit);
+
+    /// Ends a transfer that stays below that speed for that time, which is rounded up to whole seconds. Zero for either means
+    /// no such limit. The infinite span is not understood: libcurl refuses it.
+    void setLowSpeedLimit(int bytesPerSecond, const kx::CTimeSpan& time);
+
+    void setUserName(const kx::String& name);
+    void setUserPassword(const kx::String& password);
+
+    /// "host:port" or "scheme://host:port"; empty means no proxy, whatever the environment says (CURLOPT_PROXY).
+    void setProxy(const kx::String& proxy);
+
+    /// The proxy that the user's settings (CProxySettings::getUserSettings()) give for the current URL.
+    void setProxyForCurrentURLFromUserSettings();
+
+    /// A file of PEM certificates, against which servers are verified; CURLOPT_CAINFO.
+    void setRootCertBundlePath(const Path& path);
+
+    /// Asks for a part of the resource.
+    /// @param start of the first byte, counted from 0
+    /// @param length in bytes; -1 up to the end of the resource
+    /// @throws kx::CInvalidArgError when start + length is beyond 64 bits
+    void setRange(long long start, long long length);
+
+    /// Headers added to the list later are sent too. Null for none; a reference is kept.
+    void setCustomHTTPHeaders(CNetHeaders* headers);
+
+    /// FTP commands sent before and after the transfer (CURLOPT_PREQUOTE, CURLOPT_POSTQUOTE). The lists must be filled when
+    /// they are set. Null for none; references are kept.
+    void setFTPCustomPreCommands(CNetStringList* commands);
+    void setFTPCustomPostCommands(CNetStringList* commands);
+
+    /// Replaces the command of an FTP listing, such as "MLSD"; empty for libcurl's own.
+    void setFTPListOverrideCommand(const kx::String& command);
+
+    /// The record that learns from the response headers of this request. Null for none; a reference is kept until reset().
+    void setServerInfoToUpdate(CServerInfo* serverInfo);
+
+    /// Told at the end of every transfer. Null for none; a reference is kept until reset().
+    void setDoneListener(IDoneListener* listener);
+
+    /// Keeps the object alive until reset(), for what libcurl reads during the transfer. Null is ignored.
+    void keepObject(kx::IBase* object);
+
+    /// Where the response body goes. Null discards it; a reference is kept until reset().
+    void setReceiveDataSink(IDataSink* sink);
+    void setReceiveDataStream(kx::IOutStream* stream);
+
+    /// The response body goes to the default receive buffer again.
+    void setDefaultReceiveDataStream();
+
+    /// Where the body to be sent comes from. Null for none; a reference is kept until reset(). Its size is unknown to libcurl
+    /// unless setSendDataSize() tells it: HTTP then uses chunks.
+    void setSendDataSource(IDataSource* source);
+    void setSendDataStream(kx::IInStream* stream);
+
+    /// Sends what the buffer holds; the caller keeps it alive and unchanged until the transfer has ended. Not null.
+    void setSendDataBuffer(const Buffer* buffer);
+
+    /// Sends a copy of the text in UTF-8. @throws kx::CError when it has no UTF-8 form
+    void setSendDataAsUTF8(const kx::String& text);
+
+    /// The size of the body in bytes; -1 when unknown.
+    void setSendDataSize(long long size);
+
+    /// The method that is sent: "GET" while none was set.
+    kx::String getHTTPMethod() const;
+
+    /// Null when none were set.
+    kx::P<CNetHeaders> getCustomHTTPHeaders() { return m_customHeaders; }
+
+    /// Lower-case header name to value, of the last response of the transfer.
+    const HeaderMap& getResponseHeaderMap() const { return m_headerAssembler.getHeaderMap(); }
+
+    /// Every header or reply line of the transfer with its line end, in order of arrival, of all protocols. Lines that are not
+    /// UTF-8 are left out. The list is replaced, not changed, by the next transfer.
+    CNetStringList* getResponseInfo() const { return m_responseInfo.get(); }
+
+    /// The response body, unless another sink was set.
+    kx::P<Buffer> getDefaultReceiveBuffer() const { return m_defaultReceiveBuffer; }
+    bool usesDefaultReceiveBuffer() const { return m_receiveSink == m_defaultReceiveSink; }
+
+    /// What libcurl knows about the transfer. @throws CCURLError for a value of another type
+    int getInfoLong(CURLINFO info);
+    double getInfoDouble(CURLINFO info);
+
+    /// The last status that the server sent (HTTP, FTP, SMTP); 0 when there was none.
+    int getResponseCode();
+
+    /// Bytes of body, -1 for a size that is unknown, and bytes per second.
+    double getDownloadedBytes();
+    double getDownloadSize();
+    double getAvgDownloadSpeed();
+    double getUploadedBytes();
+    double getUploadSize();
+    double getAvgUploadSpeed();
+
+    /// What the response code of this URL belongs to: "http", "ftp", "smtp", or empty for other schemes.
+    kx::String getResponseCodeDomain() const;
+
+    /// Every byte of the text's UTF-8 form outside letters, digits and "-._~" becomes %XX; so does "/".
+    /// @throws kx::CError "Error URL-escaping a string."; when the text has no UTF-8 form
+    kx::String urlEscape(const kx::String& text);
+
+    /// What libcurl said about its last failure; empty when it said nothing.
+    kx::String getErrorMessage();
+
+    /// Throws a CCURLError with what is known about the failure: the message (libcurl's own when it is empty) and, after an
+    /// answer, what the server said (the last reply line of a mail server, or the text of the body that an HTTP server sent
+    /// into the default receive buffer).
+    [[noreturn]] void throwError(
+        CURLcode code, const kx::String& responseCodeDomain, int responseCode, const kx::String& message);
+
+    /// The text for a person in an error response: of HTML the text without tags, of anything else the body itself; at most
+    /// its first 4096 bytes. Empty when they are not UTF-8.
+    static kx::String getServerErrorMessageFromResponseData(
+        const unsigned char* data, int size, const HeaderMap& headers);
+
+    /// Called by the asynchronous manager: with (false, CURLE_OK) when it takes the request, with (true, result) at the end.
+    /// The second sets the done signal and calls the listener.
+    void setAsyncInfo(bool done, CURLcode result);
+
+    /// Throws the error with which the asynchronous transfer ended; does nothing after a success or while it runs.
+    void checkAsyncResult();
+    bool isAsyncDone();
+
+    /// As kx::CSignal::wait().
+    bool waitAsyncDone(int timeoutMs);
+    kx::P<kx::CSignal> getAsyncDoneSignal() { return m_asyncDoneSignal; }
+
+    /// For the asynchronous manager. Owned by this object.
+    CURL* getEasyHandle() const noexcept { return m_easyHandle.get(); }
+
+private:
+    struct CEasyCleanup {
+        void operator()(CURL* handle) const noexcept;
+    };
+
+    static size_t writeCallback(char* data, size_t size, size_t count, void* request) noexcept;
+    static size_t readCallback(char* buffer, size_t size, size_t count, void* request) noexcept;
+    static int seekCallback(void* request, curl_off_t offset, int origin) noexcept;
+    static size_t headerCallback(char* data, size_t size, size_t count, void* request) noexcept;
+
+    template <typename TValue>
+    void setOption(CURLoption option, TValue value);
+    template <typename TValue>
+    TValue getInfo(CURLINFO info);
+    void setTimeout(CURLoption option, const kx::CTimeSpan& limit);
+    void switchOffOtherMethods(const kx::String& method);
+    void switchOnMethod(const kx::String& method);
+    bool isHTTPSuccess();
+
+    void performOnce();
+    void tellDone(const kx::CError* error);
+    void tellDoneAfterFailure(const kx::CError& error) noexcept;
+
+    size_t writeHandler(char* data, size_t size, size_t count) noexcept;
+    size_t readHandler(char* buffer, size_t size, size_t count) noexcept;
+    int seekHandler(long long offset, int origin) noexcept;
+    size_t headerHandler(const char* data, int length) noexcept;
+    void handleHeaderLine(const kx::String& line);
+    void updateResponseCode();
+    bool seekSource(long long offset, int origin);
+    template <typename TAction>
+    bool storingErrors(TAction action) noexcept;
+
+    kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode);
+    kx::String getLastResponseLine();
+
+    std::unique_ptr<CURL, CEasyCleanup> m_easyHandle;
+    kx::P<Buffer> m_defaultReceiveBuffer;
+    kx::P<kx::IOutStream> m_defaultReceiveStream;
+    kx::P<IDataSink> m_defaultReceiveSink;
+    kx::P<IDataSink> m_receiveSink;
+    kx::P<IDataSource> m_sendDataSource;
+    kx::P<kx::IBase> m_sendDataHolder; // what the source reads, when this object made it
+    long long m_sendDataSize = -1;
+    kx::TBuffer<char> m_errorBuffer;
+    kx::P<kx::CSignal> m_asyncDoneSignal;
+    CURLcode m_asyncResult = CURLE_OK;
+    kx::String m_asyncErrorMessage;
+    kx::CMutex m_asyncMutex; // guards the three async members above
+    kx::String m_url;
+    kx::P<CNetHeaders> m_customHeaders;
+    kx::String m_httpMethod;
+    bool m_upload = false;
+    CHeaderAssembler m_headerAssembler;
+    kx::String m_statusLine;
+    int m_responseCode = -1; // -1: not taken from the status line yet
+    kx::P<CNetStringList> m_ftpPreCommands;
+    kx::P<CNetStringList> m_ftpPostCommands;
+    kx::P<CNetStringList> m_responseInfo;
+    bool m_isHTTP = false;
+    kx::TList<kx::P<kx::IBase>> m_keptObjects;
+    kx::P<IDoneListener> m_doneListener;
+    kx::P<kx::CError> m_callbackError; // the first one of the current transfer
+};
+
+/// Takes a response body, block by block.
+class KX_EXPORT CNetRequest::IDataSink : public virtual kx::IBase {
+public:
+    /// Takes a block; what it returns (the bytes taken) is not looked at. Throwing a std::exception ends the transfer with
+    /// that error.
+    /// @param size 0 or more
+    /// @param responseCode HTTP status; 0 when it cannot be read, -1 for other protocols
+    /// @param responseHeaders lower-case name to value
+    virtual int write(
+        const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) = 0;
+};
+
+/// Gives the body to be sent, block by block. Throwing a std::exception from any operation ends the transfer with that error.
+class KX_EXPORT CNetRequest::IDataSource : public virtual kx::IBase {
+public:
+    /// Fills the buffer with at most `size` bytes.
+    /// @param responseHeaders of what the server has answered so far
+    /// @return how many; 0 at the end
+    virtual int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) = 0;
+
+    /// In bytes; -1 when unknown.
+    virtual long long getLength() = 0;
+
+    /// Goes on at that many bytes from the start: before a transfer, and when a redirect or an authentication makes libcurl
+    /// send the body again.
+    virtual void seek(long long position) = 0;
+    virtual long long getPosition() = 0;
+};
+
+/// Told when a transfer has ended.
+class KX_EXPORT CNetRequest::IDoneListener : public virtual kx::IBase {
+public:
+    /// @param error null on success; valid during the call
+    virtual void onNetRequestDone(CNetRequest* request, const kx::CError* error) = 0;
+};
+
+/// Writes a response body to a stream.
+class KX_EXPORT CNetRequest::CStreamDataSink : public kx::CBase, public virtual IDataSink {
+public:
+    /// @param stream not null; a reference is kept
+    explicit CStreamDataSink(kx::IOutStream* stream);
+    ~CStreamDataSink() override;
+
+    int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) override;
+
+private:
+    const kx::P<kx::IOutStream> m_stream;
+};
+
+/// Reads the body to be sent from a stream.
+class KX_EXPORT CNetRequest::CStreamDataSource : public kx::CBase, public virtual IDataSource {
+public:
+    /// @param stream not null; a reference is kept
+    explicit CStreamDataSource(kx::IInStream* stream);
+    ~CStreamDataSource() override;
+
+    int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) override;
+    long long getLength() override;
+    void seek(long long position) override;
+    long long getPosition() override;
+
+private:
+    const kx::P<kx::IInStream> m_stream;
+};
+
+} // namespace norla

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/P.h"
+#include "kx/text/String.h"
+
+struct curl_slist; // libcurl's linked list of 8-bit strings
+
+namespace norla {
+
+/// A list of texts in the form that libcurl takes: UTF-8 in a curl_slist, in the order of adding. Used by one thread at a
+/// time; it must outlive its iterators and, where libcurl was given it, the transfers that read it.
+class KX_EXPORT CNetStringList : public kx::CBase {
+public:
+    class CIterator;
+
+    CNetStringList() noexcept = default;
+    CNetStringList(const CNetStringList&) = delete;
+    CNetStringList& operator=(const CNetStringList&) = delete;
+    ~CNetStringList() override;
+
+    /// Appends the text.
+    /// @throws kx::CInvalidArgError when it holds a zero character, at which libcurl would cut it off
+    /// @throws kx::CError when it has no UTF-8 form
+    /// @throws CCURLError when memory runs out; the list stays as it was
+    void add(const kx::String& text);
+
+    bool isEmpty() const noexcept { return m_first == nullptr; }
+
+    /// Walks the list as it is now and grows; it starts before the first text.
+    kx::P<CIterator> createIterator() const;
+
+    /// libcurl's list, owned by this object; null while empty. Adding to an empty list changes it, adding to others does not.
+    curl_slist* getCurlList() const noexcept { return m_first; }
+
+private:
+    curl_slist* m_first = nullptr;
+    curl_slist* m_last = nullptr;
+};
+
+/// A place in a list; it begins before the first text.
+class KX_EXPORT CNetStringList::CIterator : public kx::CBase {
+public:
+    /// @param first libcurl's list; null for an empty one
+    explicit CIterator(curl_slist* first) noexcept;
+    ~CIterator() override;
+
+    /// Back to before the first text.
+    void reset();
+
+    /// Goes on to the next text.
+    /// @return false at the end, where the current text is empty
+    bool next();
+
+    const kx::String& getCurrent() const noexcept { return m_current; }
+
+private:
+    curl_slist* const m_first;
+    curl_slist* m_next;
+    kx::String m_current;
+};
+
+} // namespace norla

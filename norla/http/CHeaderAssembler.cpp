@@ -1,0 +1,68 @@
+#include "norla/http/CHeaderAssembler.h"
+
+#include "kx/base/CError.h"
+#include "kx/text/whitespace.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/http/CServerInfo.h"
+
+#include <utility>
+
+namespace norla {
+
+CHeaderAssembler::CHeaderAssembler() = default;
+
+CHeaderAssembler::~CHeaderAssembler() = default;
+
+void CHeaderAssembler::reset()
+{
+    m_headerMap.clear();
+    m_lastHeaderName = kx::String();
+    m_finished = false;
+}
+
+void CHeaderAssembler::setServerInfoToUpdate(CServerInfo* serverInfo)
+{
+    m_serverInfoToUpdate = serverInfo;
+}
+
+void CHeaderAssembler::handleHeaderLine(const kx::String& line)
+{
+    if (m_finished)
+        return;
+    if (line.toWide() == L"\r\n")
+        finish();
+    else if (!line.isEmpty() && kx::whiteSpace.find(line[0]) != std::wstring_view::npos)
+        continueHeader(line);
+    else
+        startHeader(line);
+}
+
+void CHeaderAssembler::finish()
+{
+    m_finished = true;
+    if (m_serverInfoToUpdate)
+        m_serverInfoToUpdate->updateFromHeaders(m_headerMap);
+}
+
+void CHeaderAssembler::startHeader(const kx::String& line)
+{
+    kx::String name;
+    kx::String value;
+    CNetHeaders::splitEntry(line, name, value);
+    name = name.toLower();
+    const auto [entry, isNew] = m_headerMap.try_emplace(name, value);
+    if (!isNew && entry->second.isEmpty())
+        entry->second = std::move(value);
+    else if (!isNew)
+        entry->second += "," + value;
+    m_lastHeaderName = std::move(name);
+}
+
+void CHeaderAssembler::continueHeader(const kx::String& line)
+{
+    if (m_lastHeaderName.isEmpty())
+        throw kx::CError("Error parsing HTTP header: first line starts with whitespace.");
+    m_headerMap[m_lastHeaderName] += " " + line.trim();
+}
+
+} // namespace norla
