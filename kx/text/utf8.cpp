@@ -16,9 +16,14 @@ const wxMBConvStrictUTF8& converter()
     return instance;
 }
 
-constexpr bool isASCII(auto character) noexcept
+// Looks at every character instead of stopping at the first that is not ASCII: that is one vector operation after the other.
+template <typename TUnsigned>
+bool isAllASCII(const auto& text) noexcept
 {
-    return static_cast<char32_t>(character) < 0x80;
+    TUnsigned bits = 0;
+    for (const auto character : text)
+        bits = static_cast<TUnsigned>(bits | static_cast<TUnsigned>(character));
+    return bits < 0x80;
 }
 
 size_t encodedSize(std::wstring_view text) noexcept
@@ -65,7 +70,7 @@ size_t firstBadByte(std::string_view utf8)
 
 std::wstring decodeUTF8(std::string_view utf8)
 {
-    if (std::all_of(utf8.begin(), utf8.end(), [](char byte) { return isASCII(static_cast<unsigned char>(byte)); }))
+    if (isAllASCII<unsigned char>(utf8))
         return std::wstring(utf8.begin(), utf8.end());
     std::wstring wide;
     if (!convertStrictly(utf8, wide))
@@ -75,14 +80,15 @@ std::wstring decodeUTF8(std::string_view utf8)
 
 std::string encodeUTF8(std::wstring_view text)
 {
-    std::string utf8(encodedSize(text), '\0');
-    if (utf8.size() == text.size()) {
-        std::transform(text.begin(), text.end(), utf8.begin(), [](wchar_t character) { return static_cast<char>(character); });
-        return utf8;
+    if (isAllASCII<char32_t>(text)) {
+        std::string ascii(text.size(), '\0');
+        std::transform(text.begin(), text.end(), ascii.begin(), [](wchar_t character) { return static_cast<char>(character); });
+        return ascii;
     }
     const auto bad = std::find_if_not(text.begin(), text.end(), isScalarValue);
     if (bad != text.end())
         throw CError(("Text has no UTF-8 form at character " + std::to_string(bad - text.begin()) + ".").c_str());
+    std::string utf8(encodedSize(text), '\0');
     converter().FromWChar(utf8.data(), utf8.size(), text.data(), text.size());
     return utf8;
 }

@@ -521,6 +521,11 @@ kx::String CNetRequest::getHTTPMethod() const
     return m_httpMethod.isEmpty() ? "GET" : m_httpMethod;
 }
 
+kx::P<CNetHeaders> CNetRequest::getCustomHTTPHeaders()
+{
+    return m_customHeaders;
+}
+
 template <typename TValue>
 TValue CNetRequest::getInfo(CURLINFO info)
 {

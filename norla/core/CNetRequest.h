@@ -104,7 +104,7 @@ public:
     void setFTPCreateMissingDirs(int create);
 
     /// Limits name lookup and connection. Sent to libcurl in whole milliseconds, rounded toward zero, at most about 24 days;
-    /// zero and the infinite span mean libcurl's default of 300 seconds.
+    /// zero and the infinite span mean libcurl's default of 300 seconds. Not negative.
     void setConnectTimeout(const kx::CTimeSpan& limit);
 
     /// Limits the whole transfer, from name lookup to last body byte. Converted as for setConnectTimeout(); zero and the
@@ -178,7 +178,7 @@ public:
     kx::String getHTTPMethod() const;
 
     /// Null when none were set.
-    kx::P<CNetHeaders> getCustomHTTPHeaders() { return m_customHeaders; }
+    kx::P<CNetHeaders> getCustomHTTPHeaders();
 
     /// Lower-case header name to value, of the last response of the transfer.
     const HeaderMap& getResponseHeaderMap() const { return m_headerAssembler.getHeaderMap(); }

@@ -49,13 +49,13 @@ void CHeaderAssembler::startHeader(const kx::String& line)
     kx::String name;
     kx::String value;
     CNetHeaders::splitEntry(line, name, value);
-    name = name.toLower();
-    const auto [entry, isNew] = m_headerMap.try_emplace(name, value);
+    // What is not inserted is not moved from.
+    const auto [entry, isNew] = m_headerMap.try_emplace(name.toLower(), std::move(value));
     if (!isNew && entry->second.isEmpty())
         entry->second = std::move(value);
     else if (!isNew)
         entry->second += "," + value;
-    m_lastHeaderName = std::move(name);
+    m_lastHeaderName = entry->first;
 }
 
 void CHeaderAssembler::continueHeader(const kx::String& line)

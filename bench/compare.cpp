@@ -1,0 +1,58 @@
+#include "bench/compare.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <vector>
+
+namespace bench {
+
+namespace {
+
+double secondsOf(const std::function<void()>& work)
+{
+    const double start = threadSeconds();
+    work();
+    return threadSeconds() - start;
+}
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+} // namespace
+
+double threadSeconds()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+void printHeading()
+{
+    std::printf("%-44s %12s %12s %7s %7s\n", "CPU time of the client, median", "libcurl ms", "norla ms", "ratio", "limit");
+}
+
+bool compare(const CComparison& comparison)
+{
+    comparison.bare(); // both warm: connection, caches, allocator
+    comparison.norla();
+    std::vector<double> bare;
+    std::vector<double> norla;
+    for (int round = 0; round < comparison.rounds; ++round) {
+        bare.push_back(secondsOf(comparison.bare));
+        norla.push_back(secondsOf(comparison.norla));
+    }
+    const double ratio = median(norla) / median(bare);
+    const bool good = ratio <= comparison.limit;
+    std::printf("%-44s %12.3f %12.3f %7.3f %7.2f%s\n", comparison.name.c_str(), 1000 * median(bare), 1000 * median(norla),
+        ratio, comparison.limit, good ? "" : "  over the limit");
+    std::fflush(stdout);
+    return good;
+}
+
+} // namespace bench

@@ -1,0 +1,245 @@
+#include "tests/curlcalls/CCurlCalls.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <utility>
+
+// The header has macros of these names, to check the number of arguments.
+#undef curl_easy_setopt
+#undef curl_easy_getinfo
+
+namespace support {
+
+namespace {
+
+std::atomic<CCurlCalls*> watcher{nullptr};
+
+} // namespace
+
+CCurlCalls::CCurlCalls()
+{
+    watcher = this;
+}
+
+CCurlCalls::~CCurlCalls()
+{
+    watcher = nullptr;
+}
+
+std::vector<std::string> CCurlCalls::takeOptions()
+{
+    const std::lock_guard lock(m_mutex);
+    return std::exchange(m_options, {});
+}
+
+void* CCurlCalls::pointerOf(CURLoption option) const
+{
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_pointers.find(option);
+    return found == m_pointers.end() ? nullptr : found->second;
+}
+
+void CCurlCalls::setPointer(CURLoption option, void* value)
+{
+    const std::lock_guard lock(m_mutex);
+    m_pointers[option] = value;
+}
+
+void CCurlCalls::failOption(CURLoption option, CURLcode result)
+{
+    const std::lock_guard lock(m_mutex);
+    m_failingOptions[option] = result;
+}
+
+void CCurlCalls::fail(const std::string& function, int skip, int count)
+{
+    const std::lock_guard lock(m_mutex);
+    m_faults[function] = {skip, count};
+}
+
+void CCurlCalls::succeed()
+{
+    const std::lock_guard lock(m_mutex);
+    m_failingOptions.clear();
+    m_faults.clear();
+}
+
+int CCurlCalls::countOf(const std::string& function) const
+{
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_counts.find(function);
+    return found == m_counts.end() ? 0 : found->second;
+}
+
+bool CCurlCalls::isToFail(const std::string& function)
+{
+    const std::lock_guard lock(m_mutex);
+    ++m_counts[function];
+    const auto fault = m_faults.find(function);
+    if (fault == m_faults.end() || fault->second.count == 0 || fault->second.skip-- > 0)
+        return false;
+    fault->second.skip = 0;
+    if (fault->second.count > 0)
+        --fault->second.count;
+    return true;
+}
+
+CURLcode CCurlCalls::resultFor(CURLoption option, const std::string& described)
+{
+    const std::lock_guard lock(m_mutex);
+    m_options.push_back(described);
+    const auto failing = m_failingOptions.find(option);
+    return failing == m_failingOptions.end() ? CURLE_OK : failing->second;
+}
+
+namespace {
+
+CCurlCalls* currentWatcher()
+{
+    return watcher;
+}
+
+bool isToFail(const char* function)
+{
+    CCurlCalls* const calls = watcher;
+    return calls && calls->isToFail(function);
+}
+
+template <typename TFunction>
+TFunction* original(TFunction*, const char* name)
+{
+    void* const found = dlsym(RTLD_NEXT, name);
+    if (!found)
+        std::abort();
+    return reinterpret_cast<TFunction*>(found);
+}
+
+std::string listText(const curl_slist* list)
+{
+    std::string text = "[";
+    for (const curl_slist* node = list; node; node = node->next)
+        text += std::string(node == list ? "" : ", ") + node->data;
+    return text + "]";
+}
+
+std::string pointerText(CURLoption option, const void* value)
+{
+    const curl_easyoption* const known = curl_easy_option_by_id(option);
+    if (!value)
+        return "null";
+    if (known && known->type == CURLOT_STRING)
+        return static_cast<const char*>(value);
+    if (known && known->type == CURLOT_SLIST)
+        return listText(static_cast<const curl_slist*>(value));
+    return "set";
+}
+
+template <typename TValue>
+CURLcode setOption(CURL* handle, CURLoption option, TValue value, const std::string& valueText)
+{
+    CCurlCalls* const calls = watcher;
+    if (calls) {
+        const curl_easyoption* const known = curl_easy_option_by_id(option);
+        const std::string name = known ? known->name : std::to_string(option);
+        const CURLcode result = calls->resultFor(option, name + "=" + valueText);
+        if (result != CURLE_OK)
+            return result;
+    }
+    return original(&curl_easy_setopt, "curl_easy_setopt")(handle, option, value);
+}
+
+} // namespace
+
+} // namespace support
+
+extern "C" {
+
+CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)
+{
+    va_list arguments;
+    va_start(arguments, option);
+    CURLcode result = CURLE_OK;
+    if (option < CURLOPTTYPE_OBJECTPOINT) {
+        const long value = va_arg(arguments, long);
+        result = support::setOption(handle, option, value, std::to_string(value));
+    } else if (option >= CURLOPTTYPE_OFF_T && option < CURLOPTTYPE_BLOB) {
+        const curl_off_t value = va_arg(arguments, curl_off_t);
+        result = support::setOption(handle, option, value, std::to_string(value));
+    } else {
+        void* const value = va_arg(arguments, void*);
+        if (support::CCurlCalls* const calls = support::currentWatcher())
+            calls->setPointer(option, value);
+        result = support::setOption(handle, option, value, support::pointerText(option, value));
+    }
+    va_end(arguments);
+    return result;
+}
+
+CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...)
+{
+    va_list arguments;
+    va_start(arguments, info);
+    void* const value = va_arg(arguments, void*);
+    va_end(arguments);
+    if (support::isToFail("curl_easy_getinfo"))
+        return CURLE_BAD_FUNCTION_ARGUMENT;
+    return support::original(&curl_easy_getinfo, "curl_easy_getinfo")(handle, info, value);
+}
+
+CURLcode curl_global_init(long flags)
+{
+    if (support::isToFail("curl_global_init"))
+        return CURLE_FAILED_INIT;
+    return support::original(&curl_global_init, "curl_global_init")(flags);
+}
+
+void curl_global_cleanup(void)
+{
+    support::isToFail("curl_global_cleanup");
+    support::original(&curl_global_cleanup, "curl_global_cleanup")();
+}
+
+CURL* curl_easy_init(void)
+{
+    if (support::isToFail("curl_easy_init"))
+        return nullptr;
+    return support::original(&curl_easy_init, "curl_easy_init")();
+}
+
+void curl_easy_cleanup(CURL* handle)
+{
+    support::isToFail("curl_easy_cleanup");
+    support::original(&curl_easy_cleanup, "curl_easy_cleanup")(handle);
+}
+
+char* curl_easy_escape(CURL* handle, const char* text, int length)
+{
+    if (support::isToFail("curl_easy_escape"))
+        return nullptr;
+    return support::original(&curl_easy_escape, "curl_easy_escape")(handle, text, length);
+}
+
+const char* curl_easy_strerror(CURLcode code)
+{
+    if (support::isToFail("curl_easy_strerror"))
+        return nullptr;
+    return support::original(&curl_easy_strerror, "curl_easy_strerror")(code);
+}
+
+const char* curl_multi_strerror(CURLMcode code)
+{
+    if (support::isToFail("curl_multi_strerror"))
+        return nullptr;
+    return support::original(&curl_multi_strerror, "curl_multi_strerror")(code);
+}
+
+curl_slist* curl_slist_append(curl_slist* list, const char* text)
+{
+    if (support::isToFail("curl_slist_append"))
+        return nullptr;
+    return support::original(&curl_slist_append, "curl_slist_append")(list, text);
+}
+
+} // extern "C"

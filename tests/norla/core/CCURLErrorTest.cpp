@@ -1,0 +1,80 @@
+#include "norla/core/CCURLError.h"
+
+#include "tests/curlcalls/CCurlCalls.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Map = kx::TMap<kx::String, kx::String>;
+
+TEST(CCURLErrorTest, saysWhatLibcurlSaysOfTheCode)
+{
+    const norla::CCURLError error(CURLE_COULDNT_CONNECT, "", "", -1, "");
+    EXPECT_EQ(error.getMessage(), "Couldn't connect to server");
+    EXPECT_EQ(error.getDomain(), "curl");
+    EXPECT_EQ(error.getCode(), 7);
+    EXPECT_EQ(error.getProps().getMap(), Map());
+    EXPECT_EQ(error.getCause(), nullptr);
+}
+
+TEST(CCURLErrorTest, appendsTheMessage)
+{
+    const norla::CCURLError error(CURLE_COULDNT_CONNECT, "to host h", "", -1, "");
+    EXPECT_EQ(error.getMessage(), "Couldn't connect to server: to host h");
+}
+
+TEST(CCURLErrorTest, appendsTheResponseCode)
+{
+    const norla::CCURLError error(CURLE_HTTP_RETURNED_ERROR, "", "http", 404, "Not here");
+    EXPECT_EQ(error.getMessage(), "HTTP response code said error (response code: http 404)");
+    EXPECT_EQ(error.getProps().getMap(),
+        (Map{{"responseCode", "404"}, {"responseCodeDomain", "http"}, {"serverMessage", "Not here"}}));
+}
+
+TEST(CCURLErrorTest, leavesOutAResponseCodeOfZero)
+{
+    const norla::CCURLError error(CURLE_OPERATION_TIMEDOUT, "m", "http", 0, "");
+    EXPECT_EQ(error.getMessage(), "Timeout was reached: m");
+    EXPECT_EQ(error.getProps().getMap(), (Map{{"responseCodeDomain", "http"}}));
+}
+
+TEST(CCURLErrorTest, hasItsOwnDomainForTheMultiInterface)
+{
+    const norla::CCURLError error(CURLM_BAD_HANDLE, "m", "ftp", 550, "no");
+    EXPECT_EQ(error.getMessage(), "Invalid multi handle: m (response code: ftp 550)");
+    EXPECT_EQ(error.getDomain(), "curlm");
+    EXPECT_EQ(error.getCode(), CURLM_BAD_HANDLE);
+    EXPECT_EQ(error.getProps().get("serverMessage"), "no");
+}
+
+TEST(CCURLErrorTest, isReadableForACodeThatLibcurlDoesNotName)
+{
+    support::CCurlCalls calls;
+    calls.fail("curl_easy_strerror");
+    EXPECT_EQ(norla::CCURLError(CURLE_COULDNT_CONNECT, "m", "", -1, "").getMessage(), "invalid CURL easy error code: m");
+}
+
+TEST(CCURLErrorTest, isReadableForAMultiCodeThatLibcurlDoesNotName)
+{
+    support::CCurlCalls calls;
+    calls.fail("curl_multi_strerror");
+    EXPECT_EQ(norla::CCURLError(CURLM_BAD_HANDLE, "m", "", -1, "").getMessage(), "invalid CURL multi error code: m");
+}
+
+TEST(CCURLErrorTest, isCloned)
+{
+    const norla::CCURLError error(CURLE_HTTP_RETURNED_ERROR, "m", "http", 404, "s");
+    const auto clone = error.clone();
+    EXPECT_NE(dynamic_cast<norla::CCURLError*>(clone.get()), nullptr);
+    EXPECT_EQ(clone->getMessage(), error.getMessage());
+    EXPECT_EQ(clone->getProps().getMap(), error.getProps().getMap());
+}
+
+TEST(CCURLErrorTest, throwsACopyOfItsOwnClass)
+{
+    const norla::CCURLError error(CURLE_HTTP_RETURNED_ERROR, "m", "http", 404, "s");
+    EXPECT_THROW(error.throwClone(), norla::CCURLError);
+}
+
+} // namespace

@@ -1,0 +1,163 @@
+// The asynchronous side of a request, driven by hand as a manager drives it.
+#include "tests/norla/core/CRequestFixture.h"
+
+#include <optional>
+
+namespace {
+
+class CAsyncListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
+public:
+    void onNetRequestDone(norla::CNetRequest* request, const kx::CError* error) override
+    {
+        m_calls.push_back(error ? error->getMessage() : "success");
+        m_wasDone = request->isAsyncDone();
+    }
+
+    std::vector<kx::String> m_calls;
+    bool m_wasDone = false;
+};
+
+class CThrowingSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
+public:
+    int write(const unsigned char*, int, int, const norla::CNetRequest::HeaderMap&) override
+    {
+        throw kx::CError("sink failed");
+    }
+};
+
+class CNetRequestAsyncTest : public CRequestFixture {
+protected:
+    /// What a manager does, with libcurl's easy interface in place of its multi interface.
+    void run(const std::string& path = "/", const char* url = nullptr)
+    {
+        request().setURL(url ? url : server().url(path).c_str());
+        request().setAsyncInfo(false, CURLE_OK);
+        const CURLcode result = curl_easy_perform(request().getEasyHandle());
+        request().setAsyncInfo(true, result);
+    }
+
+    kx::P<kx::CError> result()
+    {
+        try {
+            request().checkAsyncResult();
+        } catch (const kx::CError& error) {
+            return error.clone();
+        }
+        return nullptr;
+    }
+};
+
+TEST_F(CNetRequestAsyncTest, isNotDoneAtFirst)
+{
+    EXPECT_FALSE(request().isAsyncDone());
+    EXPECT_FALSE(request().waitAsyncDone(0));
+    EXPECT_EQ(result(), nullptr);
+}
+
+TEST_F(CNetRequestAsyncTest, isDoneWithoutErrorAfterASuccess)
+{
+    answer(ok("x"));
+    run();
+    EXPECT_TRUE(request().isAsyncDone());
+    EXPECT_TRUE(request().waitAsyncDone(0));
+    EXPECT_TRUE(request().getAsyncDoneSignal()->isSet());
+    EXPECT_EQ(result(), nullptr);
+    EXPECT_EQ(body(), "x");
+}
+
+TEST_F(CNetRequestAsyncTest, isNotDoneWhileItIsQueued)
+{
+    answer(ok("x"));
+    run();
+    request().setAsyncInfo(false, CURLE_OK);
+    EXPECT_FALSE(request().isAsyncDone());
+    EXPECT_EQ(body(), ""); // reset for the next transfer
+}
+
+TEST_F(CNetRequestAsyncTest, throwsTheTransfersError)
+{
+    answer("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello");
+    run();
+    const auto error = result();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(),
+        "Transferred a partial file: transfer closed with 5 bytes remaining to read (response code: http 200)");
+}
+
+TEST_F(CNetRequestAsyncTest, throwsForAStatusOf404)
+{
+    answer("HTTP/1.1 404 Not Found\r\nContent-Length: 8\r\n\r\nNot here");
+    run();
+    const auto error = result();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_HTTP_RETURNED_ERROR);
+    EXPECT_EQ(error->getProps().get("responseCode"), "404");
+    EXPECT_EQ(error->getProps().get("serverMessage"), "Not here");
+}
+
+TEST_F(CNetRequestAsyncTest, doesNotLookAtTheStatusOfAnUpperCaseURL)
+{
+    // The prefix is compared as it is written here, unlike in perform().
+    answer("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n");
+    run("/", server().url("/", "HTTP").c_str());
+    EXPECT_EQ(result(), nullptr);
+}
+
+TEST_F(CNetRequestAsyncTest, throwsTheSinksError)
+{
+    answer(ok("x"));
+    request().setReceiveDataSink(kx::newObj<CThrowingSink>().get());
+    run();
+    EXPECT_EQ(result()->getMessage(), "sink failed");
+}
+
+TEST_F(CNetRequestAsyncTest, neverCountsAsSuccessAfterASinkFailed)
+{
+    answer(ok("x"));
+    request().setReceiveDataSink(kx::newObj<CThrowingSink>().get());
+    request().setURL(server().url("/").c_str());
+    request().setAsyncInfo(false, CURLE_OK);
+    curl_easy_perform(request().getEasyHandle());
+    request().setAsyncInfo(true, CURLE_OK); // as if libcurl had not noticed
+    EXPECT_EQ(result()->getMessage(), "sink failed");
+}
+
+TEST_F(CNetRequestAsyncTest, tellsTheListenerOfSuccessOnceItIsDone)
+{
+    const auto listener = kx::newObj<CAsyncListener>();
+    answer(ok("x"));
+    request().setDoneListener(listener.get());
+    run();
+    EXPECT_EQ(listener->m_calls, std::vector<kx::String>{"success"});
+    EXPECT_TRUE(listener->m_wasDone);
+}
+
+TEST_F(CNetRequestAsyncTest, tellsTheListenerOfTheError)
+{
+    const auto listener = kx::newObj<CAsyncListener>();
+    answer("HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n");
+    request().setDoneListener(listener.get());
+    run();
+    EXPECT_EQ(listener->m_calls,
+        std::vector<kx::String>{"HTTP response code said error (response code: http 500)"});
+}
+
+TEST_F(CNetRequestAsyncTest, tellsTheListenerNothingWhenItIsQueued)
+{
+    const auto listener = kx::newObj<CAsyncListener>();
+    request().setDoneListener(listener.get());
+    request().setAsyncInfo(false, CURLE_OK);
+    EXPECT_TRUE(listener->m_calls.empty());
+}
+
+TEST_F(CNetRequestAsyncTest, isNotDoneAfterAResetAndHasNoError)
+{
+    answer("HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n");
+    run();
+    request().reset();
+    EXPECT_FALSE(request().isAsyncDone());
+    EXPECT_EQ(result(), nullptr);
+    expectGoodTransfer();
+}
+
+} // namespace

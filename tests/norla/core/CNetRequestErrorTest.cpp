@@ -1,0 +1,329 @@
+// What a person is told when a transfer fails.
+#include "tests/curlcalls/CCurlCalls.h"
+#include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/CLogRecorder.h"
+#include "tests/support/CRefusedPort.h"
+
+#include <cstring>
+
+namespace {
+
+using HeaderMap = norla::CNetRequest::HeaderMap;
+using Map = kx::TMap<kx::String, kx::String>;
+
+kx::String messageOf(const std::string& body, const HeaderMap& headers = {})
+{
+    return norla::CNetRequest::getServerErrorMessageFromResponseData(
+        reinterpret_cast<const unsigned char*>(body.data()), static_cast<int>(body.size()), headers);
+}
+
+const HeaderMap html = {{"content-type", "text/html; charset=utf-8"}};
+
+TEST(ServerErrorMessageTest, isThePlainBodyUnchanged)
+{
+    EXPECT_EQ(messageOf("  a <b>\n\n c  "), "  a <b>\n\n c  ");
+}
+
+TEST(ServerErrorMessageTest, isTheTextOfHTML)
+{
+    EXPECT_EQ(messageOf("<h1>Not <b>here</b></h1>", html), "Not here");
+}
+
+TEST(ServerErrorMessageTest, knowsHTMLByItsTag)
+{
+    EXPECT_EQ(messageOf("<html><p>Not here</p></html>"), "Not here");
+}
+
+TEST(ServerErrorMessageTest, knowsHTMLByTheBeginningOfItsType)
+{
+    EXPECT_EQ(messageOf("<p>x</p>", {{"content-type", "application/text/html"}}), "<p>x</p>");
+}
+
+TEST(ServerErrorMessageTest, normalisesTheWhiteSpaceOfHTML)
+{
+    EXPECT_EQ(messageOf(" <p>a\t\t b</p>  \n \n\n  <p>c</p> \n", html), "a b\nc");
+}
+
+TEST(ServerErrorMessageTest, keepsAnOpenBracketWithoutACloseOne)
+{
+    EXPECT_EQ(messageOf("<p>a < b", html), "a < b");
+}
+
+TEST(ServerErrorMessageTest, cutsFromTheFirstOpenBracketToTheNextCloseOne)
+{
+    EXPECT_EQ(messageOf("a<<b>c>d", html), "ac>d");
+}
+
+TEST(ServerErrorMessageTest, takesTheFirst4096Bytes)
+{
+    EXPECT_EQ(messageOf(std::string(5000, 'x')).size(), 4096u);
+}
+
+TEST(ServerErrorMessageTest, leavesOutACharacterThatTheLimitCutsInTwo)
+{
+    EXPECT_EQ(messageOf(std::string(4095, 'x') + "\xC3\xBC" + "more"), kx::String(std::wstring(4095, L'x')));
+    EXPECT_EQ(messageOf(std::string(4093, 'x') + "\xF0\x9F\x9A\x80" + "more"), kx::String(std::wstring(4093, L'x')));
+    EXPECT_EQ(messageOf(std::string(4094, 'x') + "\xC3\xBC" + "more"), kx::String(std::wstring(4094, L'x') + L"\u00FC"));
+}
+
+TEST(ServerErrorMessageTest, isEmptyForABodyThatIsNotUTF8)
+{
+    EXPECT_EQ(messageOf("caf\xE9"), "");
+}
+
+TEST(ServerErrorMessageTest, isEmptyForAnEmptyBody)
+{
+    EXPECT_EQ(norla::CNetRequest::getServerErrorMessageFromResponseData(nullptr, 0, {}), "");
+}
+
+class CNetRequestErrorTest : public CRequestFixture {
+protected:
+    /// libcurl's error buffer of the request.
+    char* errorBuffer()
+    {
+        support::CCurlCalls calls;
+        request().setDefaultOptions();
+        return static_cast<char*>(calls.pointerOf(CURLOPT_ERRORBUFFER));
+    }
+
+    kx::P<kx::CError> thrown(CURLcode code, const char* domain, int responseCode, const char* message)
+    {
+        try {
+            request().throwError(code, domain, responseCode, message);
+        } catch (const norla::CCURLError& error) {
+            return error.clone();
+        }
+        return nullptr;
+    }
+};
+
+TEST_F(CNetRequestErrorTest, takesLibcurlsTextWhenThereIsNoMessage)
+{
+    std::strcpy(errorBuffer(), "what libcurl left");
+    EXPECT_EQ(thrown(CURLE_SEND_ERROR, "", -1, "")->getMessage(), "Failed sending data to the peer: what libcurl left");
+}
+
+TEST_F(CNetRequestErrorTest, prefersTheMessageItIsGiven)
+{
+    std::strcpy(errorBuffer(), "what libcurl left");
+    EXPECT_EQ(thrown(CURLE_SEND_ERROR, "", -1, "given")->getMessage(), "Failed sending data to the peer: given");
+}
+
+TEST_F(CNetRequestErrorTest, readsTheErrorBufferAsUTF8)
+{
+    std::strcpy(errorBuffer(), "gr\xC3\xBCn");
+    EXPECT_EQ(request().getErrorMessage(), L"gr\u00FCn");
+}
+
+TEST_F(CNetRequestErrorTest, logsAnErrorBufferThatIsNotUTF8)
+{
+    const support::CLogRecorder log;
+    std::strcpy(errorBuffer(), "\xFF");
+    EXPECT_EQ(request().getErrorMessage(), "");
+    EXPECT_EQ(log.lines(),
+        std::vector<std::string>{"error: A CURL function has failed, but the CURL error buffer does not contain valid UTF8 "
+                                 "data.: Text is not valid UTF-8 at byte 0."});
+}
+
+TEST_F(CNetRequestErrorTest, clearsTheErrorBufferBeforeASetter)
+{
+    std::strcpy(errorBuffer(), "old");
+    request().setUpload(false);
+    EXPECT_EQ(request().getErrorMessage(), "");
+}
+
+TEST_F(CNetRequestErrorTest, clearsTheErrorBufferBeforeAnInformationCall)
+{
+    std::strcpy(errorBuffer(), "old");
+    request().getResponseCode();
+    EXPECT_EQ(request().getErrorMessage(), "");
+}
+
+TEST_F(CNetRequestErrorTest, clearsTheErrorBufferBeforeATransfer)
+{
+    std::strcpy(errorBuffer(), "old");
+    answer("HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ(failureOf()->getMessage(), "HTTP response code said error (response code: http 500)");
+}
+
+TEST_F(CNetRequestErrorTest, tellsTheLastReplyOfAMailServer)
+{
+    server().onConnection().send("220 hello\r\n").readUntil("\r\n").send("250 ok\r\n").readUntil("\r\n").send(
+        "550-no\r\n550 really not\r\n").readUntil("\r\n").send("221 bye\r\n");
+    request().setURL(server().url("", "smtp").c_str());
+    request().setOptionString(CURLOPT_MAIL_FROM, "a@b.invalid");
+    request().setUpload(true);
+    request().setSendDataAsUTF8("text");
+    const auto error = failure();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getProps().getMap(),
+        (Map{{"responseCode", "550"}, {"responseCodeDomain", "smtp"}, {"serverMessage", "550 really not\r\n"}}));
+}
+
+TEST_F(CNetRequestErrorTest, tellsNoReplyOfAMailServerWithoutACode)
+{
+    EXPECT_FALSE(thrown(CURLE_SEND_ERROR, "smtp", 0, "m")->getProps().has("serverMessage"));
+}
+
+TEST_F(CNetRequestErrorTest, tellsNoBodyForAnotherDomain)
+{
+    answer(ok("a body"));
+    performPath();
+    EXPECT_FALSE(thrown(CURLE_SEND_ERROR, "ftp", 550, "m")->getProps().has("serverMessage"));
+    EXPECT_EQ(thrown(CURLE_SEND_ERROR, "http", 500, "m")->getProps().get("serverMessage"), "a body");
+}
+
+TEST_F(CNetRequestErrorTest, readsAnHTMLErrorPage)
+{
+    answer("HTTP/1.1 404 Not Found\r\nContent-Type: text/html\r\nContent-Length: 17\r\n\r\n<h1>Not here</h1>");
+    EXPECT_EQ(failureOf()->getProps().get("serverMessage"), "Not here");
+}
+
+TEST_F(CNetRequestErrorTest, namesTheHostAndThePortThatRefuse)
+{
+    const support::CRefusedPort refused;
+    const kx::String port = kx::String(std::to_string(refused.getPort()).c_str());
+    request().setURL("http://127.0.0.1:" + port + "/");
+    const auto error = failure();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_COULDNT_CONNECT);
+    EXPECT_TRUE(error->getMessage().startsWith("Couldn't connect to server: Failed to connect to 127.0.0.1 port " + port))
+        << error->getMessage();
+    EXPECT_EQ(error->getProps().getMap(), (Map{{"responseCodeDomain", "http"}}));
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, namesTheHostThatIsUnknown)
+{
+    request().setURL("http://unknown.invalid/");
+    const auto error = failure();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Couldn't resolve host name: Could not resolve host: unknown.invalid");
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, namesTheProxyThatIsUnknown)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("proxy.invalid:1");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't resolve proxy name: Could not resolve proxy: proxy.invalid");
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, refusesAURLWithABlank)
+{
+    const auto error = failureOf("/a b");
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_URL_MALFORMAT);
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, refusesAnUnknownScheme)
+{
+    request().setURL("gopherus://h/");
+    EXPECT_EQ(failure()->getMessage(), "Unsupported protocol: Protocol \"gopherus\" not supported or disabled in libcurl");
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, endsATransferThatTakesTooLong)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello").stall();
+    request().setFullRequestTimeout(kx::CTimeSpan::fromMilliseconds(200));
+    const auto error = failureOf();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT);
+    EXPECT_TRUE(error->getMessage().startsWith("Timeout was reached: Operation timed out after ")) << error->getMessage();
+    EXPECT_TRUE(error->getMessage().endsWith(" milliseconds with 5 out of 10 bytes received (response code: http 200)"))
+        << error->getMessage();
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, endsATransferThatIsTooSlow)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello").stall();
+    request().setLowSpeedLimit(1000, kx::CTimeSpan::fromSeconds(1));
+    const auto error = failureOf();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(),
+        "Timeout was reached: Operation too slow. Less than 1000 bytes/sec transferred the last 1 seconds (response code: http "
+        "200)");
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, endsAConnectionThatTakesTooLong)
+{
+    // The server takes the connection but never says a word of TLS, which counts as connecting.
+    server().onConnection().stall();
+    request().setURL(server().url("/", "https").c_str());
+    request().setConnectTimeout(kx::CTimeSpan::fromMilliseconds(200));
+    EXPECT_EQ(failure()->getCode(), CURLE_OPERATION_TIMEDOUT);
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, survivesAnEmptyAnswer)
+{
+    server().onConnection().readHead();
+    EXPECT_EQ(failureOf()->getMessage(), "Server returned nothing (no headers, no data): Empty reply from server");
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, survivesAResetInTheHeader)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nX-").reset();
+    EXPECT_EQ(failureOf()->getCode(), CURLE_RECV_ERROR);
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, survivesAResetInTheBody)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello").reset();
+    EXPECT_EQ(failureOf()->getCode(), CURLE_RECV_ERROR);
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, survivesAResetDuringAnUpload)
+{
+    norla::CNetRequest::Buffer large(16u << 20);
+    std::memset(large.getData(), 'x', large.getSize());
+    server().onConnection().readHead().readBytes(100'000).reset();
+    request().setSendDataBuffer(&large);
+    request().setHTTPMethod("PUT");
+    const auto error = failureOf();
+    ASSERT_NE(error, nullptr);
+    EXPECT_TRUE(error->getCode() == CURLE_SEND_ERROR || error->getCode() == CURLE_RECV_ERROR) << error->getMessage();
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, survivesAnAnswerThatIsNotHTTP)
+{
+    server().onConnection().readHead().send("SSH-2.0-OpenSSH\r\n");
+    EXPECT_EQ(failureOf()->getMessage(), "Unsupported protocol: Received HTTP/0.9 when not allowed");
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, survivesBrokenChunks)
+{
+    answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nhello\r\n");
+    EXPECT_EQ(failureOf()->getCode(), CURLE_RECV_ERROR);
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, endsAnEndlessHeader)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\n").sendRepeated("X-A: " + std::string(1000, 'v') + "\r\n", 2000);
+    const auto error = failureOf();
+    ASSERT_NE(error, nullptr);
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, neverShowsThePassword)
+{
+    answer("HTTP/1.1 401 Unauthorized\r\nContent-Length: 0\r\n\r\n");
+    request().setUserName("me");
+    request().setUserPassword("s3cret");
+    const auto error = failureOf();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage().find("s3cret"), kx::String::npos);
+}
+
+} // namespace

@@ -1,0 +1,96 @@
+#include "norla/http/util.h"
+
+#include "kx/base/CError.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct CStatusLineRow {
+    const char* name;
+    const char* line;
+    int code;
+    const char* info;
+};
+
+class StatusLineTest : public testing::TestWithParam<CStatusLineRow> {};
+
+TEST_P(StatusLineTest, isParsed)
+{
+    int code = -2;
+    kx::String info = "old";
+    norla::parseHTTPStatusLine(GetParam().line, code, info);
+    EXPECT_EQ(code, GetParam().code);
+    EXPECT_EQ(info, GetParam().info);
+}
+
+TEST_P(StatusLineTest, givesItsCodeAlone)
+{
+    EXPECT_EQ(norla::getStatusCodeFromHTTPStatusLine(GetParam().line), GetParam().code);
+}
+
+TEST_P(StatusLineTest, givesItsReasonAlone)
+{
+    EXPECT_EQ(norla::getInfoFromHTTPStatusLine(GetParam().line), GetParam().info);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, StatusLineTest,
+    testing::ValuesIn(std::vector<CStatusLineRow>{
+        {"usual", "HTTP/1.1 200 OK", 200, "OK"},
+        {"withLineEnd", "HTTP/1.1 404 Not Found\r\n", 404, "Not Found"},
+        {"withoutReason", "HTTP/1.0 204", 204, ""},
+        {"withBlankReason", "HTTP/2 200 ", 200, ""},
+        {"lowerCase", "http/1.0 301 Moved", 301, "Moved"},
+        {"signedCode", "HTTP/1.1 -5 Odd", -5, "Odd"},
+        {"plusSign", "HTTP/1.1 +200 OK", 200, "OK"},
+        {"reasonWithBlanks", "HTTP/1.1 200   very  well ", 200, "very  well"},
+    }),
+    [](const testing::TestParamInfo<CStatusLineRow>& row) { return row.param.name; });
+
+struct CBadLineRow {
+    const char* name;
+    const char* line;
+};
+
+class BadStatusLineTest : public testing::TestWithParam<CBadLineRow> {};
+
+TEST_P(BadStatusLineTest, isQuotedInTheError)
+{
+    int code = -2;
+    kx::String info = "old";
+    try {
+        norla::parseHTTPStatusLine(GetParam().line, code, info);
+        FAIL() << "no error";
+    } catch (const kx::CError& error) {
+        EXPECT_EQ(error.getMessage(), "Invalid HTTP status line: '" + kx::String(GetParam().line) + "'");
+        EXPECT_EQ(error.getDomain(), "");
+        EXPECT_EQ(error.getCode(), -1);
+        EXPECT_TRUE(error.getProps().getMap().empty());
+        EXPECT_EQ(error.getCause(), nullptr);
+    }
+    EXPECT_EQ(code, -2);
+    EXPECT_EQ(info, "old");
+}
+
+TEST_P(BadStatusLineTest, failsForCodeAndReasonAlone)
+{
+    EXPECT_THROW(norla::getStatusCodeFromHTTPStatusLine(GetParam().line), kx::CError);
+    EXPECT_THROW(norla::getInfoFromHTTPStatusLine(GetParam().line), kx::CError);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BadStatusLineTest,
+    testing::ValuesIn(std::vector<CBadLineRow>{
+        {"empty", ""},
+        {"otherProtocol", "ICY 200 OK"},
+        {"twoBlanks", "HTTP/1.1  200 OK"},
+        {"noBlank", "HTTP/1.1"},
+        {"tab", "HTTP/1.1\t200"},
+        {"noNumber", "HTTP/1.1 abc OK"},
+        {"numberWithMore", "HTTP/1.1 200x OK"},
+        {"codeEndsInLineEnd", "HTTP/1.1 200\r\n"},
+        {"tooLarge", "HTTP/1.1 99999999999999999999 OK"},
+        {"leadingBlank", " HTTP/1.1 200 OK"},
+    }),
+    [](const testing::TestParamInfo<CBadLineRow>& row) { return row.param.name; });
+
+} // namespace
