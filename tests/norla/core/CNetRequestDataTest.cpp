@@ -299,7 +299,7 @@ TEST_F(CNetRequestDataTest, sendsTheBodyAgainAfterAnAuthenticationChallenge)
         .readHead()
         .readBytes(8)
         .send(ok(""));
-    request().setHTTPAuthMethods(CURLAUTH_ANY);
+    request().setHTTPAuthMethods(static_cast<unsigned int>(CURLAUTH_ANY));
     request().setUserName("me");
     request().setUserPassword("pw");
     putFromSource();

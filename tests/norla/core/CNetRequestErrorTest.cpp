@@ -86,6 +86,22 @@ protected:
         return static_cast<char*>(calls.pointerOf(CURLOPT_ERRORBUFFER));
     }
 
+    /// A mail server that answers everything up to the sender, which it refuses in two lines.
+    support::CScript& refuseSender()
+    {
+        return server().onConnection().send("220 hello\r\n").readUntil("\r\n").send("250 ok\r\n").readUntil("\r\n").send(
+            "550-no\r\n550 really not\r\n");
+    }
+
+    kx::P<kx::CError> failureOfMail()
+    {
+        request().setURL(server().url("", "smtp").c_str());
+        request().setOptionString(CURLOPT_MAIL_FROM, "a@b.invalid");
+        request().setUpload(true);
+        request().setSendDataAsUTF8("text");
+        return failure();
+    }
+
     kx::P<kx::CError> thrown(CURLcode code, const char* domain, int responseCode, const char* message)
     {
         try {
@@ -148,16 +164,19 @@ TEST_F(CNetRequestErrorTest, clearsTheErrorBufferBeforeATransfer)
 
 TEST_F(CNetRequestErrorTest, tellsTheLastReplyOfAMailServer)
 {
-    server().onConnection().send("220 hello\r\n").readUntil("\r\n").send("250 ok\r\n").readUntil("\r\n").send(
-        "550-no\r\n550 really not\r\n").readUntil("\r\n").send("221 bye\r\n");
-    request().setURL(server().url("", "smtp").c_str());
-    request().setOptionString(CURLOPT_MAIL_FROM, "a@b.invalid");
-    request().setUpload(true);
-    request().setSendDataAsUTF8("text");
-    const auto error = failure();
+    refuseSender().closeHard();
+    const auto error = failureOfMail();
     ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Weird server reply: Command failed: 550 (response code: smtp 550)");
     EXPECT_EQ(error->getProps().getMap(),
         (Map{{"responseCode", "550"}, {"responseCodeDomain", "smtp"}, {"serverMessage", "550 really not\r\n"}}));
+}
+
+TEST_F(CNetRequestErrorTest, tellsTheReplyToQUITWhenAMailServerAnswersIt)
+{
+    // libcurl says QUIT after a refusal, before it comes back: that reply is the last one then.
+    refuseSender().readUntil("QUIT\r\n").send("221 bye\r\n");
+    EXPECT_EQ(failureOfMail()->getProps().get("serverMessage"), "221 bye\r\n");
 }
 
 TEST_F(CNetRequestErrorTest, tellsNoReplyOfAMailServerWithoutACode)

@@ -14,6 +14,9 @@
 /// A request and a server that answers it as the test wrote.
 class CRequestFixture : public testing::Test {
 protected:
+    // A scripted server does not answer "Expect: 100-continue" by itself; nothing is gained by waiting for it.
+    CRequestFixture() { m_request->setOptionInt(CURLOPT_EXPECT_100_TIMEOUT_MS, 1); }
+
     norla::CNetRequest& request() { return *m_request; }
     support::CScriptedServer& server() { return m_server; }
 

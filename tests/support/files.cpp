@@ -1,0 +1,39 @@
+#include "tests/support/files.h"
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace support {
+
+std::string readFile(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream)
+        throw std::runtime_error(file.string() + " cannot be read");
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void writeFile(const std::filesystem::path& file, std::string_view bytes)
+{
+    if (file.has_parent_path())
+        std::filesystem::create_directories(file.parent_path());
+    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    stream.close();
+    if (!stream)
+        throw std::runtime_error(file.string() + " cannot be written");
+}
+
+std::vector<std::string> splitLines(std::string_view text)
+{
+    std::vector<std::string> lines;
+    while (!text.empty()) {
+        const size_t end = text.find('\n');
+        lines.emplace_back(text.substr(0, end));
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    }
+    return lines;
+}
+
+} // namespace support
