@@ -1,5 +1,5 @@
 // Fetches a URL (http, https, ftp, ftps, sftp) into a file or to standard output.
-#include "kx/base/CError.h"
+#include "examples/CProgressBar.h"
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CNetHeaders.h"
@@ -7,9 +7,8 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
-#include <memory>
-#include <unistd.h>
 
 namespace {
 
@@ -22,46 +21,31 @@ constexpr const char* usage = R"(Usage: fetch [options] URL
   --ca FILE               trust the certificates in this file only
 )";
 
-/// Writes the body to a file and, on a terminal, tells how far it is.
-class CFileSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
+/// Writes the body to a stream and shows how far it is.
+class CStreamSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
 public:
-    CFileSink(norla::CNetRequest& request, std::FILE* file)
+    CStreamSink(norla::CNetRequest& request, std::ostream& out)
         : m_request(request)
-        , m_file(file)
+        , m_out(out)
     {
     }
 
     int write(const unsigned char* data, int size, int responseCode, const norla::CNetRequest::HeaderMap&) override
     {
-        if (responseCode >= 300) // the text of an error, not the file; perform() will throw
+        if (responseCode >= 300) // the text of an error, not the file: perform() will throw
             return size;
-        if (std::fwrite(data, 1, static_cast<size_t>(size), m_file) != static_cast<size_t>(size))
+        if (!m_out.write(reinterpret_cast<const char*>(data), size))
             throw kx::CError("The output cannot be written.");
         m_received += size;
-        if (m_onTerminal)
-            showProgress(m_request.getDownloadSize());
+        m_progress.show(static_cast<double>(m_received), m_request.getDownloadSize());
         return size;
     }
 
 private:
-    void showProgress(double total)
-    {
-        if (total <= 0) {
-            std::fprintf(stderr, "\r%lld bytes", m_received);
-            return;
-        }
-        const int percent = static_cast<int>(100 * static_cast<double>(m_received) / total);
-        const std::string bar(static_cast<size_t>(percent / 2), '#');
-        if (percent != m_shownPercent)
-            std::fprintf(stderr, "\r[%-50s] %3d %%%s", bar.c_str(), percent, percent == 100 ? "\n" : "");
-        m_shownPercent = percent;
-    }
-
     norla::CNetRequest& m_request;
-    std::FILE* m_file;
-    const bool m_onTerminal = isatty(STDERR_FILENO) != 0;
+    std::ostream& m_out;
     long long m_received = 0;
-    int m_shownPercent = -1;
+    CProgressBar m_progress;
 };
 
 void setRange(norla::CNetRequest& request, const kx::String& range)
@@ -82,7 +66,14 @@ void setUser(norla::CNetRequest& request, const kx::String& user)
         request.setUserPassword(user.substr(colon + 1));
 }
 
-/// Applies the options to the request and returns the name of the output file, empty for standard output.
+void addHeader(norla::CNetHeaders& headers, const kx::String& line)
+{
+    kx::String name, value;
+    norla::CNetHeaders::splitEntry(line, name, value);
+    headers.add(name, value);
+}
+
+/// @return the name of the output file, empty for standard output
 std::string applyOptions(norla::CNetRequest& request, int argc, char** argv)
 {
     std::string output;
@@ -90,13 +81,12 @@ std::string applyOptions(norla::CNetRequest& request, int argc, char** argv)
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string option = argv[i];
         const kx::String value = kx::String::fromUTF8(argv[i + 1]);
-        kx::String name, text;
         if (option == "--output")
             output = argv[i + 1];
         else if (option == "--range")
             setRange(request, value);
         else if (option == "--header")
-            norla::CNetHeaders::splitEntry(value, name, text), headers->add(name, text);
+            addHeader(*headers, value);
         else if (option == "--user")
             setUser(request, value);
         else if (option == "--key")
@@ -110,24 +100,27 @@ std::string applyOptions(norla::CNetRequest& request, int argc, char** argv)
     return output;
 }
 
-void fetch(norla::CNetRequest& request, const std::string& output)
+void fetchTo(std::ostream& out, norla::CNetRequest& request)
 {
-    // Fetched under another name first, so that a failure leaves no half file and an older one untouched.
-    const std::string part = output.empty() ? "" : output + ".part";
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
-        output.empty() ? stdout : std::fopen(part.c_str(), "wb"), [](std::FILE* f) { return f == stdout ? 0 : std::fclose(f); });
-    if (!file)
-        throw kx::CError("The file '" + kx::String::fromUTF8(part) + "' cannot be written.");
-    request.setReceiveDataSink(kx::newObj<CFileSink>(request, file.get()).get());
+    request.setReceiveDataSink(kx::newObj<CStreamSink>(request, out).get());
+    request.perform();
+    if (!out.flush())
+        throw kx::CError("The output cannot be written.");
+    request.setReceiveDataSink(nullptr); // which ends the progress bar's line
+}
+
+/// Fetches under another name first: a failure leaves no half file, and an older file of that name untouched.
+void fetchToFile(const std::string& name, norla::CNetRequest& request)
+{
+    const std::string part = name + ".part";
     try {
-        request.perform();
+        std::ofstream file(part, std::ios::binary);
+        fetchTo(file, request);
     } catch (const std::exception&) {
         std::remove(part.c_str());
         throw;
     }
-    std::fflush(file.get());
-    if (!output.empty())
-        std::filesystem::rename(part, output);
+    std::filesystem::rename(part, name);
 }
 
 } // namespace
@@ -141,8 +134,12 @@ int main(int argc, char** argv)
     try {
         const auto request = kx::newObj<norla::CNetRequest>();
         request->setURL(kx::String::fromUTF8(argv[argc - 1]));
-        fetch(*request, applyOptions(*request, argc, argv));
-        std::fprintf(stderr, "%.0f bytes, %.0f bytes per second\n", request->getDownloadedBytes(),
+        const std::string output = applyOptions(*request, argc, argv);
+        if (output.empty())
+            fetchTo(std::cout, *request);
+        else
+            fetchToFile(output, *request);
+        std::fprintf(stderr, "%.0f bytes at %.0f bytes per second\n", request->getDownloadedBytes(),
             request->getAvgDownloadSpeed());
         return 0;
     } catch (const std::exception& error) {

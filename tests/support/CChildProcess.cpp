@@ -260,7 +260,8 @@ std::optional<int> CChildProcess::exitStatus() const
     return m_exitStatus;
 }
 
-/// For a program that has ended or was killed. Its number stays reserved until it is reaped, so that the group is still its own.
+/// For a program that has ended or was killed. Its number stays reserved until it is reaped, so that the group is still
+/// its own.
 void CChildProcess::reap()
 {
     siginfo_t ended{};

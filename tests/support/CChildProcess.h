@@ -11,9 +11,9 @@
 
 namespace support {
 
-/// A running program in a process group of its own, with everything it starts in that group. The destructor ends them all;
-/// they end too when this process ends in whatever way. Used by one thread at a time; the thread that starts it must not end
-/// before it, because the kernel kills the program then.
+/// A running program in a process group of its own, with everything it starts in that group. The destructor ends them
+/// all; they end too when this process ends in whatever way. Used by one thread at a time; the thread that starts it
+/// must not end before it, because the kernel kills the program then.
 class CChildProcess {
 public:
     struct CSettings {

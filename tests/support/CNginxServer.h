@@ -13,8 +13,8 @@
 
 namespace support {
 
-/// A real nginx on free ports of 127.0.0.1: HTTP, and HTTPS with HTTP/2 and three certificates of CTestCertificates, all with
-/// the same locations:
+/// A real nginx on free ports of 127.0.0.1: HTTP, and HTTPS with HTTP/2 and three certificates of CTestCertificates,
+/// all with the same locations:
 ///
 /// | Path | Answer |
 /// |---|---|
@@ -63,10 +63,9 @@ public:
     /// @return its path for url()
     std::string big(std::uintmax_t size) const;
 
-    /// A line for each request that was answered or dropped, oldest first:
-    /// "METHOD URI PROTOCOL STATUS range=RANGE length=REQUEST-BODY-LENGTH auth=USER", such as
-    /// "GET /digits.txt HTTP/1.1 206 range=bytes=3-6 length=- auth=-". Blocks until requests whose answers the client has
-    /// read to the end are logged.
+    /// A line for each request that was answered or dropped, oldest first: "METHOD URI PROTOCOL STATUS range=RANGE
+    /// length=REQUEST-BODY-LENGTH auth=USER", such as "GET /digits.txt HTTP/1.1 206 range=bytes=3-6 length=- auth=-".
+    /// Blocks until requests whose answers the client has read to the end are logged.
     /// @throws std::runtime_error if nginx does not answer
     std::vector<std::string> accessLog() const;
 

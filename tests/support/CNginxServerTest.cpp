@@ -56,7 +56,8 @@ TEST_F(CNginxServerTest, eachServerHasItsOwnLog)
     const CNginxServer other;
     EXPECT_THAT(other.accessLog(), ElementsAre());
     EXPECT_EQ(other.lastAccess(), "");
-    EXPECT_EQ(curl({other.url("/a"), other.url("/drop"), "-o", "/dev/null"}).exitStatus(), 52);
+    curl({other.url("/a")});
+    EXPECT_EQ(curl({other.url("/drop")}).exitStatus(), 52);
     EXPECT_THAT(other.accessLog(), ElementsAre("GET /a HTTP/1.1 404 range=- length=- auth=-",
                                        "GET /drop HTTP/1.1 444 range=- length=- auth=-"));
 }

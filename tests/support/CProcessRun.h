@@ -9,7 +9,8 @@ namespace support {
 /// One run of a program from start to end, and what came out of it.
 class CProcessRun {
 public:
-    /// Which standard streams of the program are terminals (80 columns, raw: bytes come as they were written) and not pipes.
+    /// Which standard streams of the program are terminals (80 columns, raw: bytes come as they were written) and not
+    /// pipes.
     enum class Terminal { None, Output, Errors, Both };
 
     struct CSettings {
@@ -27,8 +28,8 @@ public:
     };
 
     /// Blocks until the program has ended and has closed its output.
-    /// @throws std::runtime_error if there is no such program, or if the time is up, with the output so far; the program, and
-    /// what it has started, is killed then
+    /// @throws std::runtime_error if there is no such program, or if the time is up, with the output so far; the
+    /// program, and what it has started, is killed then
     explicit CProcessRun(const CSettings& settings);
     explicit CProcessRun(const std::vector<std::string>& arguments);
 

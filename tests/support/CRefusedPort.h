@@ -7,7 +7,8 @@
 
 namespace support {
 
-/// A port of 127.0.0.1 on which nothing listens and which nobody else can take while the object lives: connections are refused.
+/// A port of 127.0.0.1 on which nothing listens and which nobody else can take while the object lives: connections are
+/// refused.
 class CRefusedPort {
 public:
     /// @throws std::system_error

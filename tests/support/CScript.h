@@ -12,11 +12,11 @@
 
 namespace support {
 
-/// What a CScriptedServer does on one connection: steps that are carried out in the order in which they were added. Add all
-/// steps before the client connects: a script ends where there is no further step.
+/// What a CScriptedServer does on one connection: steps that are carried out in the order in which they were added. Add
+/// all steps before the client connects: a script ends where there is no further step.
 ///
-/// A step that cannot be carried out, or that sees not one byte move for ten seconds, is told as a problem of the server and
-/// ends the script and its connection. At its end a script that has not closed the connection does close().
+/// A step that cannot be carried out, or that sees not one byte move for ten seconds, is told as a problem of the
+/// server and ends the script and its connection. At its end a script that has not closed the connection does close().
 class CScript {
 public:
     struct CStep {
@@ -41,8 +41,8 @@ public:
 
     CScript& send(std::string bytes);
 
-    /// Sends each piece by itself, and the next one only after the peer has read the one before or has left it unread for
-    /// 200 ms. Through TLS each piece is a record.
+    /// Sends each piece by itself, and the next one only after the peer has read the one before or has left it unread
+    /// for 200 ms. Through TLS each piece is a record.
     CScript& sendPieces(std::vector<std::string> pieces);
 
     /// Sends the block so many times.
@@ -61,8 +61,8 @@ public:
     /// Ends the connection with a TCP reset (RST).
     CScript& reset();
 
-    /// Ends the sending side in order, through TLS with close_notify first; what the peer still sends is read and recorded
-    /// until it closes, at most for ten seconds.
+    /// Ends the sending side in order, through TLS with close_notify first; what the peer still sends is read and
+    /// recorded until it closes, at most for ten seconds.
     CScript& close();
 
     /// As close(), and a problem if the connection does not use TLS.

@@ -195,7 +195,8 @@ void CScriptedConnection::readMoreOfStep()
             "the peer closed the connection after " + std::to_string(unconsumed().size()) + " bytes of this step");
 }
 
-/// What was read and no step has asked for yet. Only the script's thread changes m_received, so that it may look without the lock.
+/// What was read and no step has asked for yet. Only the script's thread changes m_received, so that it may look
+/// without the lock.
 std::string_view CScriptedConnection::unconsumed() const
 {
     return std::string_view(m_received).substr(m_consumed);

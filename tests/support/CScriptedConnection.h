@@ -15,11 +15,12 @@
 
 namespace support {
 
-/// One accepted connection of a CScriptedServer, on which the steps of a script are carried out, by one thread; received()
-/// may be called by any thread.
+/// One accepted connection of a CScriptedServer, on which the steps of a script are carried out, by one thread;
+/// received() may be called by any thread.
 ///
-/// Every operation blocks until it is done, the server stops (then CStopped is thrown) or ten seconds have passed in which
-/// not one byte moved (then std::runtime_error). All throw std::runtime_error if the connection does not allow them.
+/// Every operation blocks until it is done, the server stops (then CStopped is thrown) or ten seconds have passed in
+/// which not one byte moved (then std::runtime_error). All throw std::runtime_error if the connection does not allow
+/// them.
 class CScriptedConnection {
 public:
     /// Thrown out of whatever waits when the server stops.

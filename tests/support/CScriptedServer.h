@@ -15,8 +15,8 @@
 
 namespace support {
 
-/// A TCP server on a free port of 127.0.0.1 that answers byte for byte what its scripts say: the first connection plays the
-/// first script, and so on, each on a thread of its own. Any thread may use it.
+/// A TCP server on a free port of 127.0.0.1 that answers byte for byte what its scripts say: the first connection plays
+/// the first script, and so on, each on a thread of its own. Any thread may use it.
 class CScriptedServer {
 public:
     /// Listens as soon as it is constructed.
@@ -33,12 +33,12 @@ public:
     /// @return "http://127.0.0.1:port/path"
     std::string url(std::string_view path = "/", std::string_view scheme = "http") const;
 
-    /// Adds a script for the next connection that has none yet; it lives as long as the server. A connection for which there
-    /// is no script is closed at once, which is told as a problem.
+    /// Adds a script for the next connection that has none yet; it lives as long as the server. A connection for which
+    /// there is no script is closed at once, which is told as a problem.
     CScript& onConnection();
 
-    /// @return every byte read so far on a connection, counted from 0 in order of acceptance, in clear text if it uses TLS;
-    /// empty for a connection that has not come
+    /// @return every byte read so far on a connection, counted from 0 in order of acceptance, in clear text if it uses
+    /// TLS; empty for a connection that has not come
     std::string received(size_t connection) const;
 
     /// @return how many connections were accepted so far
@@ -48,8 +48,8 @@ public:
     /// (readHead): ..."), connections without a script, scripts that join() waited for in vain
     std::vector<std::string> problems() const;
 
-    /// Waits until all scripts were played to their end, and until no bytes of their clients have come for 100 ms after that
-    /// or these have closed: then received() is complete. A problem if that takes more than 20 seconds.
+    /// Waits until all scripts were played to their end, and until no bytes of their clients have come for 100 ms after
+    /// that or these have closed: then received() is complete. A problem if that takes more than 20 seconds.
     void join();
 
 private:

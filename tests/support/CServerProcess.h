@@ -46,11 +46,12 @@ public:
     /// @throws std::runtime_error as above
     void waitUntilLogged(std::string_view text);
 
-    /// Asks the program and what it has started to end, kills what is left after five seconds. Nothing happens the second time.
+    /// Asks the program and what it has started to end, kills what is left after five seconds. Nothing happens the
+    /// second time.
     void stop();
 
-    /// Starts a program that cannot be given a listening socket: on a port that was free a moment ago, and on another one if
-    /// somebody else was faster.
+    /// Starts a program that cannot be given a listening socket: on a port that was free a moment ago, and on another
+    /// one if somebody else was faster.
     /// @param settingsFor the program's settings for a port
     /// @param readyText what it logs once it listens
     /// @param port receives the port

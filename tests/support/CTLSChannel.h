@@ -9,15 +9,16 @@
 
 namespace support {
 
-/// The server's side of TLS on a connected non-blocking socket, which it does not own. Sends no session tickets, accepts
-/// every client. Writing to a closed socket raises SIGPIPE, which the thread that uses this has to block.
+/// The server's side of TLS on a connected non-blocking socket, which it does not own. Sends no session tickets,
+/// accepts every client. Writing to a closed socket raises SIGPIPE, which the thread that uses this has to block.
 class CTLSChannel : public IByteChannel {
 public:
     /// @param certificateFile and @param keyFile in PEM
     /// @throws std::runtime_error if the files cannot be used
     CTLSChannel(int socket, const std::filesystem::path& certificateFile, const std::filesystem::path& keyFile);
 
-    /// One attempt to go on with the handshake, which is finished when there is nothing to wait for and the peer has not ended.
+    /// One attempt to go on with the handshake, which is finished when there is nothing to wait for and the peer has
+    /// not ended.
     /// @throws std::runtime_error if it fails, for example because the client does not trust the certificate
     CAttempt shakeHands();
 

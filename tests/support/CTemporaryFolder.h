@@ -6,7 +6,8 @@
 
 namespace support {
 
-/// A new, empty folder under the system's folder for temporary files, removed with everything in it when the object goes.
+/// A new, empty folder under the system's folder for temporary files, removed with everything in it when the object
+/// goes.
 class CTemporaryFolder {
 public:
     /// @throws std::system_error

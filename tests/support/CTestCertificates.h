@@ -9,8 +9,8 @@ namespace support {
 
 class CIdentity;
 
-/// Certificates and keys in PEM files, made once by each test program that asks for them; their folder is removed when the
-/// program ends. All but the other authority come from one test authority. Any thread.
+/// Certificates and keys in PEM files, made once by each test program that asks for them; their folder is removed when
+/// the program ends. All but the other authority come from one test authority. Any thread.
 class CTestCertificates {
 public:
     /// @throws std::runtime_error if they cannot be made
