@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """A mail server on a listening socket that it inherits. Prints "ready" and serves until it is killed.
 
-Each message becomes three files in the folder of messages: N.from, N.recipients (a line each) and N.body, the last one of
-which is complete when it appears. Recipients that start with a name of REFUSALS are refused.
+Each message becomes three files in the folder of messages: N.from, N.recipients (a line each) and N.body, which comes
+last and is complete when it appears. Recipients that start with a name of REFUSALS are refused.
 """
 
 import argparse

@@ -60,8 +60,8 @@ std::vector<std::string> wholeEnvironment(const std::vector<std::string>& additi
 {
     std::vector<std::string> whole = additions;
     for (char** variable = environ; *variable; ++variable) {
-        const auto hasSameName = [variable](const std::string& addition) { return nameOf(addition) == nameOf(*variable); };
-        if (std::none_of(additions.begin(), additions.end(), hasSameName))
+        const std::string name = nameOf(*variable);
+        if (std::none_of(additions.begin(), additions.end(), [&](const auto& text) { return nameOf(text) == name; }))
             whole.emplace_back(*variable);
     }
     return whole;

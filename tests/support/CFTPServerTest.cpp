@@ -1,8 +1,8 @@
 #include "tests/support/CFTPServer.h"
 
-#include "tests/support/CProcessRun.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/files.h"
+#include "tests/support/runCurl.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,8 +18,8 @@ namespace {
 CProcessRun curl(std::vector<std::string> arguments)
 {
     const std::string authority = support::CTestCertificates::get().caFile();
-    arguments.insert(arguments.begin(), {"/usr/bin/curl", "-sS", "-m", "20", "-u", "user:secret", "--cacert", authority});
-    return CProcessRun({.arguments = arguments, .package = "curl"});
+    arguments.insert(arguments.begin(), {"-u", "user:secret", "--cacert", authority});
+    return support::runCurl(arguments);
 }
 
 /// A download, a listing and an upload, in this order.

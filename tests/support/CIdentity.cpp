@@ -87,8 +87,9 @@ void CIdentity::setExtensions(const CSettings& settings, const CIdentity& issuer
 
 void CIdentity::addExtension(X509V3_CTX& context, int nid, const std::string& value)
 {
+    X509_EXTENSION* const made = X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str());
     const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> extension(
-        checkedOpenSSL(X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str()), value.c_str()), &X509_EXTENSION_free);
+        checkedOpenSSL(made, value.c_str()), &X509_EXTENSION_free);
     checkOpenSSL(X509_add_ext(m_certificate.get(), extension.get(), -1), value.c_str());
 }
 

@@ -38,7 +38,9 @@ TEST(CProcessRunTest, givesInputAndEnvironment)
 
 TEST(CProcessRunTest, capturesMoreThanAPipeHolds)
 {
-    EXPECT_EQ(CProcessRun(shell("head -c 1000000 /dev/zero; head -c 1000000 /dev/zero >&2")).errors().size(), 1'000'000U);
+    const CProcessRun run(shell("head -c 1000000 /dev/zero; head -c 1000000 /dev/zero >&2"));
+    EXPECT_EQ(run.output().size(), 1'000'000U);
+    EXPECT_EQ(run.errors().size(), 1'000'000U);
 }
 
 TEST(CProcessRunTest, showsTerminalsToTheProgram)

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 
 namespace support {
 
@@ -58,7 +59,8 @@ std::unique_ptr<CServerProcess> CSMTPServer::start()
     const std::filesystem::path messages = m_folder.path() / "messages";
     std::filesystem::create_directory(messages);
     return std::make_unique<CServerProcess>(CServerProcess::CSettings{
-        .arguments = {"/usr/bin/python3", serverFile("smtp_server.py"), "--socket", std::to_string(listener.get()),
+        .arguments = {"/usr/bin/python3", serverFile("smtp_server.py"),
+            "--socket", std::to_string(listener.get()),
             "--messages", messages},
         .package = "python3-aiosmtpd",
         .logFile = m_folder.path() / "output.log",

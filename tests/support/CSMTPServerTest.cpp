@@ -1,7 +1,7 @@
 #include "tests/support/CSMTPServer.h"
 
-#include "tests/support/CProcessRun.h"
 #include "tests/support/CRawClient.h"
+#include "tests/support/runCurl.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,11 +16,10 @@ namespace {
 
 CProcessRun sendMail(const CSMTPServer& server, const std::vector<std::string>& recipients, const std::string& text)
 {
-    std::vector<std::string> arguments{
-        "/usr/bin/curl", "-sS", "-m", "20", server.url(), "--mail-from", "from@test.example", "-T", "-"};
+    std::vector<std::string> arguments{server.url(), "--mail-from", "from@test.example", "-T", "-"};
     for (const std::string& recipient : recipients)
         arguments.insert(arguments.end(), {"--mail-rcpt", recipient});
-    return CProcessRun({.arguments = arguments, .package = "curl", .input = text});
+    return support::runCurl(arguments, text);
 }
 
 TEST(CSMTPServerTest, keepsMessagesInOrder)

@@ -3,6 +3,7 @@
 #include "tests/support/CProcessRun.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/files.h"
+#include "tests/support/runCurl.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,9 +16,9 @@ namespace {
 
 CProcessRun curl(const CSSHServer& server, const std::filesystem::path& key, std::vector<std::string> arguments)
 {
-    arguments.insert(arguments.begin(), {"/usr/bin/curl", "-sS", "-m", "20", "-u", server.userName() + ":", "--key", key,
-                                            "--pubkey", server.publicKeyFile()});
-    return CProcessRun({.arguments = arguments, .package = "curl"});
+    const std::vector<std::string> login{"-u", server.userName() + ":", "--key", key, "--pubkey", server.publicKeyFile()};
+    arguments.insert(arguments.begin(), login.begin(), login.end());
+    return support::runCurl(arguments);
 }
 
 TEST(CSSHServerTest, transfersByKey)

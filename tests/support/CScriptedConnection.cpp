@@ -229,7 +229,8 @@ bool CScriptedConnection::waitUntil(short event, CClock::time_point deadline)
         watched[0].fd = -1;
     while (true) {
         const auto now = CClock::now();
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::clamp<CClock::duration>(deadline - now, 0s, 1s));
+        const auto timeLeft = std::clamp<CClock::duration>(deadline - now, 0s, 1s);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(timeLeft);
         if (poll(watched.data(), watched.size(), static_cast<int>(left.count())) == -1 && errno != EINTR)
             throwSystemError("poll");
         if (watched[1].revents != 0)

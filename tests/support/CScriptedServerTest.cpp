@@ -233,7 +233,7 @@ TEST(CScriptedServerTest, tellsAPeerThatClosesWhileAStepSends)
     client.close();
     server.join();
     ASSERT_THAT(server.problems(), SizeIs(1));
-    EXPECT_THAT(server.problems()[0], StartsWith("connection 0, step 0 (sendRepeated): the peer closed the connection"));
+    EXPECT_THAT(server.problems()[0], StartsWith("connection 0, step 0 (sendRepeated): the peer closed"));
 }
 
 TEST(CScriptedServerTest, tellsAStepBehindTheEndOfItsConnection)

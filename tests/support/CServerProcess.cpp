@@ -70,7 +70,8 @@ void CServerProcess::waitUntilConnectable(unsigned short port)
 
 void CServerProcess::waitUntilLogged(std::string_view text)
 {
-    waitUntil([this, text] { return log().find(text) != std::string::npos; }, "did not log '" + std::string(text) + "'");
+    const auto isLogged = [this, text] { return log().find(text) != std::string::npos; };
+    waitUntil(isLogged, "did not log '" + std::string(text) + "'");
 }
 
 void CServerProcess::stop()
@@ -79,7 +80,8 @@ void CServerProcess::stop()
 }
 
 std::unique_ptr<CServerProcess> CServerProcess::startOnFreePort(
-    const std::function<CSettings(unsigned short port)>& settingsFor, std::string_view readyText, unsigned short& port)
+    const std::function<CSettings(unsigned short port)>& settingsFor, std::string_view readyText,
+    unsigned short& port)
 {
     for (int attempt = 1;; ++attempt) {
         port = freePort();

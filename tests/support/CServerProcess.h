@@ -56,8 +56,9 @@ public:
     /// @param readyText what it logs once it listens
     /// @param port receives the port
     /// @throws std::runtime_error if it does not start, after five attempts
-    static std::unique_ptr<CServerProcess> startOnFreePort(const std::function<CSettings(unsigned short port)>& settingsFor,
-        std::string_view readyText, unsigned short& port);
+    static std::unique_ptr<CServerProcess> startOnFreePort(
+        const std::function<CSettings(unsigned short port)>& settingsFor, std::string_view readyText,
+        unsigned short& port);
 
 private:
     void waitUntil(const std::function<bool()>& isReady, const std::string& what);

@@ -2,11 +2,13 @@
 
 #include "tests/support/CProcessRun.h"
 #include "tests/support/CScriptedServer.h"
+#include "tests/support/runCurl.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using support::CProcessRun;
+using support::runCurl;
 using support::CScriptedServer;
 using support::CTestCertificates;
 using testing::ElementsAre;
@@ -21,12 +23,6 @@ namespace {
 const CTestCertificates& certificates()
 {
     return CTestCertificates::get();
-}
-
-CProcessRun curl(std::vector<std::string> arguments)
-{
-    arguments.insert(arguments.begin(), {"/usr/bin/curl", "-sS", "-m", "20"});
-    return CProcessRun({.arguments = arguments, .package = "curl"});
 }
 
 std::string verify(const std::filesystem::path& authority, const std::filesystem::path& certificate)
@@ -52,7 +48,7 @@ TEST(CTestCertificatesTest, letAScriptedServerUseTLS)
         .readHead()
         .sendPieces({"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "he", "llo"})
         .closeTLS();
-    const CProcessRun run = curl({"--cacert", certificates().caFile(), server.url("/x", "https")});
+    const CProcessRun run = runCurl({"--cacert", certificates().caFile(), server.url("/x", "https")});
     EXPECT_EQ(run.output(), "hello") << run.errors();
     server.join();
     EXPECT_THAT(server.received(0), StartsWith("GET /x HTTP/1.1\r\n"));
@@ -73,7 +69,8 @@ TEST(CTestCertificatesTest, letAScriptedServerUpgradeToTLS)
         .send("250 hello again\r\n")
         .readUntil("\r\n")
         .send("550 no\r\n");
-    const CProcessRun run = curl({"--ssl-reqd", "--cacert", certificates().caFile(), server.url("", "smtp"), "-X", "NOOP"});
+    const CProcessRun run =
+        runCurl({"--ssl-reqd", "--cacert", certificates().caFile(), server.url("", "smtp"), "-X", "NOOP"});
     EXPECT_EQ(run.exitStatus(), 8) << run.errors();
     EXPECT_THAT(server.received(0), HasSubstr("STARTTLS\r\nEHLO "));
 }
@@ -82,7 +79,7 @@ TEST(CTestCertificatesTest, aClientThatDoesNotTrustThemIsAProblemOfTheServer)
 {
     CScriptedServer server;
     server.onConnection().startTLS(certificates().serverCertificate(), certificates().serverKey()).readHead();
-    EXPECT_EQ(curl({"--cacert", certificates().otherCAFile(), server.url("/", "https")}).exitStatus(), 60);
+    EXPECT_EQ(runCurl({"--cacert", certificates().otherCAFile(), server.url("/", "https")}).exitStatus(), 60);
     server.join();
     ASSERT_THAT(server.problems(), SizeIs(1));
     EXPECT_THAT(server.problems()[0], StartsWith("connection 0, step 0 (startTLS): "));
@@ -92,7 +89,8 @@ TEST(CTestCertificatesTest, aClientThatDoesNotTrustThemIsAProblemOfTheServer)
 std::string endAsSeenByOpenSSL(const CScriptedServer& server)
 {
     const std::string address = "127.0.0.1:" + std::to_string(server.getPort());
-    const CProcessRun run({.arguments = {"openssl", "s_client", "-quiet", "-ign_eof", "-connect", address}, .input = "hi\n"});
+    const CProcessRun run(
+        {.arguments = {"openssl", "s_client", "-quiet", "-ign_eof", "-connect", address}, .input = "hi\n"});
     EXPECT_THAT(run.output(), "bye");
     return run.errors();
 }
@@ -112,7 +110,7 @@ TEST(CTestCertificatesTest, closeTLSNeedsTLS)
 {
     CScriptedServer server;
     server.onConnection().readHead().closeTLS();
-    EXPECT_EQ(curl({server.url()}).exitStatus(), 52);
+    EXPECT_EQ(runCurl({server.url()}).exitStatus(), 52);
     server.join();
     EXPECT_THAT(server.problems(), ElementsAre("connection 0, step 1 (closeTLS): the connection does not use TLS"));
 }

@@ -1,0 +1,185 @@
+// The example programs, run as a person runs them.
+#include "tests/support/CFTPServer.h"
+#include "tests/support/CNginxServer.h"
+#include "tests/support/CProcessRun.h"
+#include "tests/support/CRefusedPort.h"
+#include "tests/support/CSSHServer.h"
+#include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CTestCertificates.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+using support::CProcessRun;
+
+std::string program(const std::string& name)
+{
+    return NORLA_EXAMPLES_DIR "/" + name;
+}
+
+CProcessRun run(std::vector<std::string> arguments, CProcessRun::Terminal terminal = CProcessRun::Terminal::None)
+{
+    arguments[0] = program(arguments[0]);
+    return CProcessRun({.arguments = std::move(arguments), .terminal = terminal});
+}
+
+std::string contentOf(const std::filesystem::path& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    return (std::ostringstream() << in.rdbuf()).str();
+}
+
+class ExamplesTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() { s_server = std::make_unique<support::CNginxServer>(); }
+    static void TearDownTestSuite() { s_server.reset(); }
+
+    static support::CNginxServer& server() { return *s_server; }
+    support::CTemporaryFolder m_folder;
+
+private:
+    static inline std::unique_ptr<support::CNginxServer> s_server;
+};
+
+TEST_F(ExamplesTest, helloPrintsTheBody)
+{
+    const auto result = run({"hello", server().url("/digits.txt")});
+    EXPECT_EQ(result.output(), "0123456789");
+    EXPECT_EQ(result.exitStatus(), 0);
+}
+
+TEST_F(ExamplesTest, helloPrintsTheError)
+{
+    const auto result = run({"hello", server().url("/status/404")});
+    EXPECT_EQ(result.errors(), "HTTP response code said error (response code: http 404)\n");
+    EXPECT_EQ(result.exitStatus(), 1);
+}
+
+TEST_F(ExamplesTest, fetchWritesToStandardOutput)
+{
+    const auto result = run({"fetch", server().url("/digits.txt")});
+    EXPECT_EQ(result.output(), "0123456789");
+    EXPECT_EQ(result.exitStatus(), 0);
+    EXPECT_TRUE(result.errors().starts_with("10 bytes at ")) << result.errors();
+}
+
+TEST_F(ExamplesTest, fetchWritesToAFile)
+{
+    const auto file = m_folder.path() / "digits.txt";
+    EXPECT_EQ(run({"fetch", "--output", file.string(), server().url("/digits.txt")}).exitStatus(), 0);
+    EXPECT_EQ(contentOf(file), "0123456789");
+    EXPECT_FALSE(std::filesystem::exists(file.string() + ".part"));
+}
+
+TEST_F(ExamplesTest, fetchShowsItsProgressOnATerminal)
+{
+    const auto result
+        = run({"fetch", "--output", (m_folder.path() / "big").string(), server().url(server().big(1 << 20))}, CProcessRun::Terminal::Errors);
+    EXPECT_NE(result.errors().find("\r[#"), std::string::npos) << result.errors();
+    EXPECT_NE(result.errors().find("] 100 %"), std::string::npos) << result.errors();
+}
+
+TEST_F(ExamplesTest, fetchShowsNoProgressInAPipe)
+{
+    const auto result = run({"fetch", "--output", (m_folder.path() / "big").string(), server().url(server().big(1 << 20))});
+    EXPECT_EQ(result.errors().find('\r'), std::string::npos) << result.errors();
+}
+
+TEST_F(ExamplesTest, fetchFetchesARange)
+{
+    EXPECT_EQ(run({"fetch", "--range", "3-6", server().url("/digits.txt")}).output(), "3456");
+    EXPECT_EQ(run({"fetch", "--range", "7-", server().url("/digits.txt")}).output(), "789");
+}
+
+TEST_F(ExamplesTest, fetchSendsHeaders)
+{
+    const auto result = run({"fetch", "--header", "Range: bytes=0-0", server().url("/digits.txt")});
+    EXPECT_EQ(result.output(), "0");
+}
+
+TEST_F(ExamplesTest, fetchLogsIn)
+{
+    const auto result = run({"fetch", "--user", "user:secret", server().url("/private/digits.txt")});
+    EXPECT_EQ(result.output(), "0123456789");
+}
+
+TEST_F(ExamplesTest, fetchTellsThatTheFileIsMissingAndLeavesNoFile)
+{
+    const auto file = m_folder.path() / "missing.txt";
+    const auto result = run({"fetch", "--output", file.string(), server().url("/status/404")});
+    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_EQ(result.errors(), "fetch: HTTP response code said error (response code: http 404)\n");
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
+}
+
+TEST_F(ExamplesTest, fetchTellsThatNobodyListens)
+{
+    const support::CRefusedPort port;
+    const auto result = run({"fetch", "http://127.0.0.1:" + std::to_string(port.getPort()) + "/"});
+    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_TRUE(result.errors().starts_with("fetch: Couldn't connect to server: ")) << result.errors();
+}
+
+TEST_F(ExamplesTest, fetchExplainsItsUse)
+{
+    const auto result = run({"fetch"});
+    EXPECT_EQ(result.exitStatus(), 2);
+    EXPECT_TRUE(result.errors().starts_with("Usage: fetch [options] URL\n")) << result.errors();
+}
+
+TEST_F(ExamplesTest, fetchRefusesAnUnknownOption)
+{
+    const auto result = run({"fetch", "--colour", "red", server().url("/")});
+    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_EQ(result.errors(), "fetch: Invalid argument passed to 'fetch': unknown option --colour.\n");
+}
+
+TEST_F(ExamplesTest, fetchSpeaksHTTPS)
+{
+    const auto authority = support::CTestCertificates::get().caFile().string();
+    EXPECT_EQ(run({"fetch", "--ca", authority, server().httpsURL("/digits.txt")}).output(), "0123456789");
+}
+
+TEST_F(ExamplesTest, fetchSpeaksFTP)
+{
+    const support::CFTPServer ftp;
+    EXPECT_EQ(run({"fetch", "--user", "user:secret", ftp.url("/digits.txt")}).output(), "0123456789");
+}
+
+TEST_F(ExamplesTest, fetchSpeaksFTPS)
+{
+    const support::CFTPServer ftps(support::CFTPServer::Security::Implicit);
+    const auto authority = support::CTestCertificates::get().caFile().string();
+    EXPECT_EQ(
+        run({"fetch", "--user", "user:secret", "--ca", authority, ftps.url("/digits.txt", "ftps")}).output(), "0123456789");
+}
+
+TEST_F(ExamplesTest, fetchSpeaksSFTP)
+{
+    const support::CSSHServer ssh;
+    const auto result = run({"fetch", "--user", ssh.userName(), "--key", ssh.privateKeyFile().string(),
+        ssh.url((ssh.root() / "digits.txt").string())});
+    EXPECT_EQ(result.output(), "0123456789") << result.errors();
+}
+
+TEST_F(ExamplesTest, uploadStoresTheFile)
+{
+    const auto file = m_folder.write("text.txt", "some text");
+    const auto result = run({"upload", file.string(), server().url("/dav/uploaded.txt")});
+    EXPECT_EQ(result.exitStatus(), 0) << result.errors();
+    EXPECT_TRUE(result.errors().starts_with("9 bytes at ")) << result.errors();
+    EXPECT_EQ(contentOf(server().root() / "dav/uploaded.txt"), "some text");
+}
+
+TEST_F(ExamplesTest, uploadTellsThatTheFileIsMissing)
+{
+    const auto result = run({"upload", "/nowhere/text.txt", server().url("/dav/uploaded.txt")});
+    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_NE(result.errors().find("/nowhere/text.txt"), std::string::npos) << result.errors();
+}
+
+} // namespace
