@@ -3,6 +3,7 @@
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/CRefusedPort.h"
+#include "tests/support/CTestCertificates.h"
 
 #include <cstring>
 
@@ -310,6 +311,65 @@ TEST_F(CNetRequestErrorTest, survivesAResetDuringAnUpload)
     const auto error = failureOf();
     ASSERT_NE(error, nullptr);
     EXPECT_TRUE(error->getCode() == CURLE_SEND_ERROR || error->getCode() == CURLE_RECV_ERROR) << error->getMessage();
+    expectGoodTransfer();
+}
+
+class CTLSFaultTest : public CNetRequestErrorTest {
+protected:
+    CTLSFaultTest()
+        : m_large(16u << 20)
+    {
+        std::memset(m_large.getData(), 'x', m_large.getSize());
+        request().setSSLVerifyPeer(false);
+    }
+
+    support::CScript& onTLSConnection()
+    {
+        const auto& certificates = support::CTestCertificates::get();
+        return server().onConnection().startTLS(certificates.serverCertificate(), certificates.serverKey());
+    }
+
+    kx::P<kx::CError> failureOfUpload()
+    {
+        request().setURL(server().url("/", "https").c_str());
+        request().setSendDataBuffer(&m_large);
+        request().setHTTPMethod("PUT");
+        return failure();
+    }
+
+private:
+    norla::CNetRequest::Buffer m_large;
+};
+
+TEST_F(CTLSFaultTest, survivesAPeerThatClosesWhileWeWrite)
+{
+    onTLSConnection().readHead().readBytes(100'000).closeHard();
+    EXPECT_NE(failureOfUpload(), nullptr);
+    expectGoodTransfer();
+}
+
+TEST_F(CTLSFaultTest, survivesAPeerThatResetsWhileWeWrite)
+{
+    onTLSConnection().readHead().readBytes(100'000).reset();
+    EXPECT_NE(failureOfUpload(), nullptr);
+    expectGoodTransfer();
+}
+
+TEST_F(CTLSFaultTest, survivesAPeerThatClosesInTheHandshake)
+{
+    server().onConnection().readBytes(10).closeHard();
+    request().setURL(server().url("/", "https").c_str());
+    EXPECT_EQ(failure()->getCode(), CURLE_SSL_CONNECT_ERROR);
+    expectGoodTransfer();
+}
+
+TEST_F(CTLSFaultTest, survivesAPeerThatDoesNotSpeakTLS)
+{
+    server().onConnection().readBytes(10).send("HTTP/1.1 400 Bad Request\r\n\r\n");
+    request().setURL(server().url("/", "https").c_str());
+    const auto error = failure();
+    ASSERT_NE(error, nullptr);
+    EXPECT_TRUE(error->getMessage().startsWith("SSL connect error: ")) << error->getMessage();
     expectGoodTransfer();
 }
 
