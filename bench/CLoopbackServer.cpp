@@ -63,10 +63,11 @@ long long contentLength(const std::string& head)
 
 std::string smallAnswer()
 {
-    std::string answer = "HTTP/1.1 200 OK\r\nServer: bench\r\nDate: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
-                         "Content-Type: application/octet-stream\r\nContent-Length: 1024\r\nConnection: keep-alive\r\n"
-                         "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\nETag: \"0123456789abcdef\"\r\nAccept-Ranges: bytes\r\n"
-                         "Cache-Control: no-cache\r\nX-Request-Id: 0123456789abcdef0123456789abcdef\r\n\r\n";
+    std::string answer
+        = "HTTP/1.1 200 OK\r\nServer: bench\r\nDate: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
+          "Content-Type: application/octet-stream\r\nContent-Length: 1024\r\nConnection: keep-alive\r\n"
+          "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\nETag: \"0123456789abcdef\"\r\nAccept-Ranges: bytes\r\n"
+          "Cache-Control: no-cache\r\nX-Request-Id: 0123456789abcdef0123456789abcdef\r\n\r\n";
     return answer.append(1024, 'x');
 }
 

@@ -34,7 +34,8 @@ double threadSeconds()
 
 void printHeading()
 {
-    std::printf("%-44s %12s %12s %7s %7s\n", "CPU time of the client, median", "libcurl ms", "norla ms", "ratio", "limit");
+    std::printf(
+        "%-44s %12s %12s %7s %7s\n", "CPU time of the client, median", "libcurl ms", "norla ms", "ratio", "limit");
 }
 
 bool compare(const CComparison& comparison)
@@ -49,8 +50,8 @@ bool compare(const CComparison& comparison)
     }
     const double ratio = median(norla) / median(bare);
     const bool good = ratio <= comparison.limit;
-    std::printf("%-44s %12.3f %12.3f %7.3f %7.2f%s\n", comparison.name.c_str(), 1000 * median(bare), 1000 * median(norla),
-        ratio, comparison.limit, good ? "" : "  over the limit");
+    std::printf("%-44s %12.3f %12.3f %7.3f %7.2f%s\n", comparison.name.c_str(), 1000 * median(bare),
+        1000 * median(norla), ratio, comparison.limit, good ? "" : "  over the limit");
     std::fflush(stdout);
     return good;
 }

@@ -19,7 +19,8 @@ public:
         if (percent < 0)
             std::fprintf(stderr, "\r%.0f bytes", done);
         else
-            std::fprintf(stderr, "\r[%-50s] %3d %%", std::string(static_cast<size_t>(percent / 2), '#').c_str(), percent);
+            std::fprintf(
+                stderr, "\r[%-50s] %3d %%", std::string(static_cast<size_t>(percent / 2), '#').c_str(), percent);
     }
 
     /// Leaves the line as it is and goes on below it.

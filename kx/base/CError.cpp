@@ -4,8 +4,7 @@
 
 namespace kx {
 
-CError::CError(
-    const String& message, const String& domain, long long code, const CProps& props, PC<CError> cause)
+CError::CError(const String& message, const String& domain, long long code, const CProps& props, PC<CError> cause)
     : m_message(message)
     , m_what(message.toDisplayUTF8())
     , m_domain(domain)

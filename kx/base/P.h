@@ -7,6 +7,9 @@
 
 namespace kx {
 
+// To clang-format the constructors of a class with this name look like macro calls.
+// clang-format off
+
 /// A counted reference to an object that derives from IBase: the object lives at least as long as the P. Copies may be used
 /// by several threads, one P by one thread at a time. Empty (null) by default.
 template <typename T>
@@ -61,6 +64,8 @@ public:
 private:
     T* m_object = nullptr;
 };
+
+// clang-format on
 
 template <typename T, typename U>
 bool operator==(const P<T>& left, const P<U>& right) noexcept

@@ -41,7 +41,7 @@ public:
 private:
     void growTo(size_t end);
 
-    const P<Buffer> m_written;     // null for a borrowed buffer
+    const P<Buffer> m_written;    // null for a borrowed buffer
     const Buffer* const m_buffer; // the one in use, never null
     double m_growth = 1;
     size_t m_position = 0;

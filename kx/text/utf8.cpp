@@ -82,7 +82,8 @@ std::string encodeUTF8(std::wstring_view text)
 {
     if (isAllASCII<char32_t>(text)) {
         std::string ascii(text.size(), '\0');
-        std::transform(text.begin(), text.end(), ascii.begin(), [](wchar_t character) { return static_cast<char>(character); });
+        std::transform(
+            text.begin(), text.end(), ascii.begin(), [](wchar_t character) { return static_cast<char>(character); });
         return ascii;
     }
     const auto bad = std::find_if_not(text.begin(), text.end(), isScalarValue);

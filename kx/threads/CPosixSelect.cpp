@@ -7,12 +7,10 @@
 
 namespace kx {
 
-int CPosixSelect::select(
-    int descriptorCount, fd_set* readable, fd_set* writable, fd_set* exceptional, int timeoutMs)
+int CPosixSelect::select(int descriptorCount, fd_set* readable, fd_set* writable, fd_set* exceptional, int timeoutMs)
 {
     timeval limit{timeoutMs / 1000, timeoutMs % 1000 * 1000};
-    const int ready
-        = ::select(descriptorCount, readable, writable, exceptional, timeoutMs < 0 ? nullptr : &limit);
+    const int ready = ::select(descriptorCount, readable, writable, exceptional, timeoutMs < 0 ? nullptr : &limit);
     if (ready >= 0)
         return ready;
     if (errno == EINTR)

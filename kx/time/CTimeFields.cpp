@@ -63,7 +63,8 @@ void CTimeFields::setFromUTC(const CTime& time)
     const year_month_day date(midnight);
     const hh_mm_ss clock(point - midnight);
     if (!isWithin(static_cast<int>(date.year()), 0, 9999))
-        throw CError("The time of " + toString(time.getMicroseconds()) + " microseconds since 1970 is not within the years 0 to 9999.");
+        throw CError("The time of " + toString(time.getMicroseconds())
+            + " microseconds since 1970 is not within the years 0 to 9999.");
     setDate(static_cast<int>(date.year()), static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
         static_cast<int>(weekday(midnight).c_encoding()));
     setTime(clock.hours().count(), clock.minutes().count(), clock.seconds().count());
@@ -139,8 +140,8 @@ String CTimeFields::getInternetTimeZoneString(int zone, const String& utcText)
 
 void CTimeFields::throwInvalid() const
 {
-    throw CError(CStringFormat("Invalid date or time: %04lld-%02lld-%02lld %02lld:%02lld:%02lld.", m_year, m_month, m_day,
-        m_hour, m_minute, m_second));
+    throw CError(CStringFormat("Invalid date or time: %04lld-%02lld-%02lld %02lld:%02lld:%02lld.", m_year, m_month,
+        m_day, m_hour, m_minute, m_second));
 }
 
 } // namespace kx

@@ -11,7 +11,10 @@ public:
     constexpr CTimeSpan() noexcept = default; ///< zero
 
     static constexpr CTimeSpan fromMicroseconds(long long microseconds) noexcept { return CTimeSpan(microseconds); }
-    static constexpr CTimeSpan fromMilliseconds(long long milliseconds) noexcept { return CTimeSpan(milliseconds * 1000); }
+    static constexpr CTimeSpan fromMilliseconds(long long milliseconds) noexcept
+    {
+        return CTimeSpan(milliseconds * 1000);
+    }
     static constexpr CTimeSpan fromSeconds(long long seconds) noexcept { return CTimeSpan(seconds * 1'000'000); }
 
     /// Stored as the smallest 64-bit value.

@@ -43,8 +43,8 @@ CCURLError::CCURLError(CURLcode code, const kx::String& message, const kx::Strin
 {
 }
 
-CCURLError::CCURLError(CURLMcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
-    const kx::String& serverMessage)
+CCURLError::CCURLError(CURLMcode code, const kx::String& message, const kx::String& responseCodeDomain,
+    int responseCode, const kx::String& serverMessage)
     : CError(composed(orText(curl_multi_strerror(code), "invalid CURL multi error code"), message, responseCodeDomain,
                  responseCode),
         "curlm", code, propsOf(responseCodeDomain, responseCode, serverMessage))

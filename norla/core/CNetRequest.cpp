@@ -57,8 +57,8 @@ kx::String domainOfURL(const kx::String& url)
 
 int clampedToInt(long long value) noexcept
 {
-    return static_cast<int>(std::clamp<long long>(
-        value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+    return static_cast<int>(
+        std::clamp<long long>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
 constexpr bool isSuccess(int httpStatus) noexcept
@@ -73,7 +73,8 @@ kx::String rangeText(long long start, long long length)
         return kx::CStringFormat("%lld-", start);
     long long end = 0;
     if (__builtin_add_overflow(start, length, &end) || __builtin_sub_overflow(end, 1, &end))
-        throw kx::CInvalidArgError(kx::CStringFormat("the range from %lld on with a length of %lld is beyond 64 bits", start, length),
+        throw kx::CInvalidArgError(
+            kx::CStringFormat("the range from %lld on with a length of %lld is beyond 64 bits", start, length),
             "CNetRequest::setRange");
     return kx::CStringFormat("%lld-%lld", start, end);
 }
@@ -607,7 +608,8 @@ kx::String CNetRequest::getErrorMessage()
     try {
         return kx::String::fromUTF8(m_errorBuffer.getData());
     } catch (const kx::CError& error) {
-        kx::logError(error, "A CURL function has failed, but the CURL error buffer does not contain valid UTF8 data.", "");
+        kx::logError(
+            error, "A CURL function has failed, but the CURL error buffer does not contain valid UTF8 data.", "");
         return kx::String();
     }
 }

@@ -315,8 +315,7 @@ public:
     /// @param size 0 or more
     /// @param responseCode HTTP status; 0 when it cannot be read, -1 for other protocols
     /// @param responseHeaders lower-case name to value
-    virtual int write(
-        const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) = 0;
+    virtual int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) = 0;
 };
 
 /// Gives the body to be sent, block by block. Throwing a std::exception from any operation ends the transfer with that error.

@@ -17,7 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const norla::CHTTPServerHeader header(text);
     require(header.getHeader() == text, "the header is kept");
     for (const auto& [product, version] : header.getProducts()) {
-        require(product.find(L' ') == kx::String::npos && version.find(L' ') == kx::String::npos, "a token has no blank");
+        require(
+            product.find(L' ') == kx::String::npos && version.find(L' ') == kx::String::npos, "a token has no blank");
         require(product.find(L'/') == kx::String::npos, "a product has no slash");
         require(text.find(product) != kx::String::npos, "a product is part of the header");
     }

@@ -12,8 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     norla::CNetRequest::HeaderMap headers;
     if (isHTML)
         headers["content-type"] = "text/html";
-    const kx::String message = norla::CNetRequest::getServerErrorMessageFromResponseData(
-        data + 1, static_cast<int>(size - 1), headers);
+    const kx::String message
+        = norla::CNetRequest::getServerErrorMessageFromResponseData(data + 1, static_cast<int>(size - 1), headers);
     require(message.size() <= 4096, "the message is no longer than what it is made from");
     if (!isHTML)
         return 0;

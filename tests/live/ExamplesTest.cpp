@@ -78,14 +78,16 @@ TEST_F(ExamplesTest, fetchWritesToAFile)
 TEST_F(ExamplesTest, fetchShowsItsProgressOnATerminal)
 {
     const auto result
-        = run({"fetch", "--output", (m_folder.path() / "big").string(), server().url(server().big(1 << 20))}, CProcessRun::Terminal::Errors);
+        = run({"fetch", "--output", (m_folder.path() / "big").string(), server().url(server().big(1 << 20))},
+            CProcessRun::Terminal::Errors);
     EXPECT_NE(result.errors().find("\r[#"), std::string::npos) << result.errors();
     EXPECT_NE(result.errors().find("] 100 %"), std::string::npos) << result.errors();
 }
 
 TEST_F(ExamplesTest, fetchShowsNoProgressInAPipe)
 {
-    const auto result = run({"fetch", "--output", (m_folder.path() / "big").string(), server().url(server().big(1 << 20))});
+    const auto result
+        = run({"fetch", "--output", (m_folder.path() / "big").string(), server().url(server().big(1 << 20))});
     EXPECT_EQ(result.errors().find('\r'), std::string::npos) << result.errors();
 }
 
@@ -154,8 +156,8 @@ TEST_F(ExamplesTest, fetchSpeaksFTPS)
 {
     const support::CFTPServer ftps(support::CFTPServer::Security::Implicit);
     const auto authority = support::CTestCertificates::get().caFile().string();
-    EXPECT_EQ(
-        run({"fetch", "--user", "user:secret", "--ca", authority, ftps.url("/digits.txt", "ftps")}).output(), "0123456789");
+    EXPECT_EQ(run({"fetch", "--user", "user:secret", "--ca", authority, ftps.url("/digits.txt", "ftps")}).output(),
+        "0123456789");
 }
 
 TEST_F(ExamplesTest, fetchSpeaksSFTP)

@@ -191,7 +191,8 @@ TEST_F(ImplicitFTPSTest, tellsThatTheCertificatesAuthorityIsUnknown)
     const auto request = requestFor("/digits.txt", "ftps");
     request->setRootCertBundlePath(kx::String::fromUTF8(support::CTestCertificates::get().otherCAFile().string()));
     EXPECT_EQ(messageOf(*request),
-        "SSL peer certificate or SSH remote key was not OK: SSL certificate problem: unable to get local issuer certificate");
+        "SSL peer certificate or SSH remote key was not OK: SSL certificate problem: unable to get local issuer "
+        "certificate");
 }
 
 } // namespace

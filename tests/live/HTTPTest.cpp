@@ -306,14 +306,16 @@ TEST_F(NginxTest, unknownAuthorityIsNamedAsTheReason)
 {
     const auto request = secureRequestFor(server().httpsURL("/digits.txt"), certificates().otherCAFile());
     EXPECT_EQ(messageOf(*request),
-        "SSL peer certificate or SSH remote key was not OK: SSL certificate problem: unable to get local issuer certificate");
+        "SSL peer certificate or SSH remote key was not OK: SSL certificate problem: unable to get local issuer "
+        "certificate");
 }
 
 TEST_F(NginxTest, wrongHostNameIsNamedAsTheReason)
 {
     const auto request = secureRequestFor(server().wrongHostURL("/digits.txt"), certificates().caFile());
     EXPECT_EQ(messageOf(*request),
-        "SSL peer certificate or SSH remote key was not OK: SSL: no alternative certificate subject name matches target host "
+        "SSL peer certificate or SSH remote key was not OK: SSL: no alternative certificate subject name matches "
+        "target host "
         "name '127.0.0.1'");
 }
 

@@ -9,13 +9,12 @@
 
 #include <openssl/evp.h>
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <array>
 #include <cstdio>
 #include <map>
+#include <pwd.h>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace support {
 
@@ -98,12 +97,10 @@ std::unique_ptr<CServerProcess> CApacheServer::start()
     makeFiles();
     const std::string user = std::string("User ") + serverUser + "\nGroup " + serverUser;
     const auto settingsFor = [&](unsigned short port) {
-        const std::map<std::string, std::string> values{{"USER", hasOwnUser() ? user : ""},
-            {"FOLDER", m_folder.path()},
-            {"MODULES", "/usr/lib/apache2/modules"},
-            {"PORT", std::to_string(port)}};
-        const std::filesystem::path configuration =
-            m_folder.write("apache.conf", expandConfiguration("apache.conf", values));
+        const std::map<std::string, std::string> values{{"USER", hasOwnUser() ? user : ""}, {"FOLDER", m_folder.path()},
+            {"MODULES", "/usr/lib/apache2/modules"}, {"PORT", std::to_string(port)}};
+        const std::filesystem::path configuration
+            = m_folder.write("apache.conf", expandConfiguration("apache.conf", values));
         return CServerProcess::CSettings{.arguments = {"/usr/sbin/apache2", "-DFOREGROUND", "-f", configuration},
             .package = "apache2-bin",
             .logFile = m_folder.path() / "output.log"};

@@ -19,9 +19,9 @@ TEST(CApacheServerTest, wantsDigestAuthentication)
     const std::string url = server.url("/digest/digits.txt");
     EXPECT_EQ(runCurl({"-o", "/dev/null", "-w", "%{http_code}", "-u", "user:secret", url}).output(), "401");
     EXPECT_EQ(runCurl({"--digest", "-u", "user:secret", url}).output(), "0123456789");
-    EXPECT_THAT(server.accessLog(), ElementsAre("GET /digest/digits.txt HTTP/1.1 401 auth=-",
-                                        "GET /digest/digits.txt HTTP/1.1 401 auth=-",
-                                        "GET /digest/digits.txt HTTP/1.1 200 auth=user"));
+    EXPECT_THAT(server.accessLog(),
+        ElementsAre("GET /digest/digits.txt HTTP/1.1 401 auth=-", "GET /digest/digits.txt HTTP/1.1 401 auth=-",
+            "GET /digest/digits.txt HTTP/1.1 200 auth=user"));
 }
 
 TEST(CApacheServerTest, storesAfterDigestAuthentication)

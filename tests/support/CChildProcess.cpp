@@ -2,21 +2,20 @@
 
 #include "tests/support/systemError.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <linux/close_range.h>
+#include <poll.h>
+#include <signal.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <utility>
 
 namespace support {

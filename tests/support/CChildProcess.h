@@ -2,11 +2,10 @@
 
 #include "tests/support/CDescriptor.h"
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace support {

@@ -56,13 +56,9 @@ std::unique_ptr<CServerProcess> CFTPServer::start(Security security)
     m_folder.write("root/digits.txt", "0123456789");
     const CTestCertificates& certificates = CTestCertificates::get();
     return std::make_unique<CServerProcess>(CServerProcess::CSettings{
-        .arguments = {"/usr/bin/python3", serverFile("ftp_server.py"),
-            "--socket", std::to_string(listener.get()),
-            "--root", root(),
-            "--commands", m_folder.path() / "commands",
-            "--tls", nameOf(security),
-            "--certificate", certificates.serverCertificate(),
-            "--key", certificates.serverKey()},
+        .arguments = {"/usr/bin/python3", serverFile("ftp_server.py"), "--socket", std::to_string(listener.get()),
+            "--root", root(), "--commands", m_folder.path() / "commands", "--tls", nameOf(security), "--certificate",
+            certificates.serverCertificate(), "--key", certificates.serverKey()},
         .package = "python3-pyftpdlib",
         .logFile = m_folder.path() / "output.log",
         .inheritedDescriptors = {listener.get()}});

@@ -6,10 +6,9 @@
 #include "tests/support/files.h"
 #include "tests/support/loopback.h"
 
-#include <unistd.h>
-
 #include <map>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace support {
 

@@ -19,10 +19,7 @@ namespace {
 
 class CNginxServerTest : public testing::Test {
 protected:
-    std::string get(std::string_view path)
-    {
-        return runCurl({server().url(path)}).output();
-    }
+    std::string get(std::string_view path) { return runCurl({server().url(path)}).output(); }
 
     std::string statusOf(std::vector<std::string> arguments)
     {
@@ -53,8 +50,8 @@ TEST_F(CNginxServerTest, eachServerHasItsOwnLog)
     EXPECT_EQ(other.lastAccess(), "");
     runCurl({other.url("/a")});
     EXPECT_EQ(runCurl({other.url("/drop")}).exitStatus(), 52);
-    EXPECT_THAT(other.accessLog(), ElementsAre("GET /a HTTP/1.1 404 range=- length=- auth=-",
-                                       "GET /drop HTTP/1.1 444 range=- length=- auth=-"));
+    EXPECT_THAT(other.accessLog(),
+        ElementsAre("GET /a HTTP/1.1 404 range=- length=- auth=-", "GET /drop HTTP/1.1 444 range=- length=- auth=-"));
 }
 
 TEST_F(CNginxServerTest, servesHTTP2WithATrustedCertificate)
@@ -146,16 +143,18 @@ TEST_F(CNginxServerTest, compressesIfAsked)
     EXPECT_THAT(runCurl({"-i", url}).output(), Not(HasSubstr("Content-Encoding")));
     EXPECT_EQ(runCurl({"--compressed", url}).output(), std::string(10'000, 'g'));
     EXPECT_EQ(runCurl({"-H", "Accept-Encoding: gzip", "-I", url, "-X", "GET", "-o", "/dev/null", "-w",
-                       "%header{content-encoding}"})
+                          "%header{content-encoding}"})
                   .output(),
         "gzip");
 }
 
 TEST_F(CNginxServerTest, servesBigAndSlowFiles)
 {
-    const CProcessRun big = runCurl({server().url(server().big(50'000'000)), "-o", "/dev/null", "-w", "%{size_download}"});
+    const CProcessRun big
+        = runCurl({server().url(server().big(50'000'000)), "-o", "/dev/null", "-w", "%{size_download}"});
     EXPECT_EQ(big.output(), "50000000");
-    const CProcessRun slow = runCurl({"-m", "1", server().url("/slow.bin"), "-o", "/dev/null", "-w", "%{size_download}"});
+    const CProcessRun slow
+        = runCurl({"-m", "1", server().url("/slow.bin"), "-o", "/dev/null", "-w", "%{size_download}"});
     EXPECT_EQ(slow.exitStatus(), 28);
     EXPECT_LT(std::stoul(slow.output()), 100'000U);
 }

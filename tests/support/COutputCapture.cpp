@@ -2,12 +2,11 @@
 
 #include "tests/support/systemError.h"
 
+#include <array>
 #include <fcntl.h>
 #include <pty.h>
 #include <termios.h>
 #include <unistd.h>
-
-#include <array>
 
 namespace support {
 

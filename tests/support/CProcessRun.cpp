@@ -4,14 +4,13 @@
 #include "tests/support/COutputCapture.h"
 #include "tests/support/systemError.h"
 
-#include <poll.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
+#include <poll.h>
 #include <stdexcept>
 #include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace support {
 

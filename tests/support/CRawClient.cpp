@@ -3,10 +3,9 @@
 #include "tests/support/loopback.h"
 #include "tests/support/systemError.h"
 
+#include <stdexcept>
 #include <sys/socket.h>
 #include <sys/time.h>
-
-#include <stdexcept>
 
 namespace support {
 

@@ -58,13 +58,12 @@ std::unique_ptr<CServerProcess> CSMTPServer::start()
     m_port = portOf(listener.get());
     const std::filesystem::path messages = m_folder.path() / "messages";
     std::filesystem::create_directory(messages);
-    return std::make_unique<CServerProcess>(CServerProcess::CSettings{
-        .arguments = {"/usr/bin/python3", serverFile("smtp_server.py"),
-            "--socket", std::to_string(listener.get()),
-            "--messages", messages},
-        .package = "python3-aiosmtpd",
-        .logFile = m_folder.path() / "output.log",
-        .inheritedDescriptors = {listener.get()}});
+    return std::make_unique<CServerProcess>(
+        CServerProcess::CSettings{.arguments = {"/usr/bin/python3", serverFile("smtp_server.py"), "--socket",
+                                      std::to_string(listener.get()), "--messages", messages},
+            .package = "python3-aiosmtpd",
+            .logFile = m_folder.path() / "output.log",
+            .inheritedDescriptors = {listener.get()}});
 }
 
 } // namespace support

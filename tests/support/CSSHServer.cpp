@@ -4,11 +4,10 @@
 #include "tests/support/configuration.h"
 #include "tests/support/loopback.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <map>
+#include <pwd.h>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace support {
 
@@ -87,8 +86,8 @@ std::unique_ptr<CServerProcess> CSSHServer::start()
     m_folder.write("root/digits.txt", "0123456789");
     const auto settingsFor = [this](unsigned short port) {
         const std::map<std::string, std::string> values{{"FOLDER", m_folder.path()}, {"PORT", std::to_string(port)}};
-        const std::filesystem::path configuration =
-            m_folder.write("sshd.conf", expandConfiguration("sshd.conf", values));
+        const std::filesystem::path configuration
+            = m_folder.write("sshd.conf", expandConfiguration("sshd.conf", values));
         return CServerProcess::CSettings{.arguments = {"/usr/sbin/sshd", "-D", "-e", "-f", configuration},
             .package = "openssh-server",
             .logFile = m_folder.path() / "output.log"};

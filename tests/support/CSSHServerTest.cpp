@@ -16,7 +16,8 @@ namespace {
 
 CProcessRun curl(const CSSHServer& server, const std::filesystem::path& key, std::vector<std::string> arguments)
 {
-    const std::vector<std::string> login{"-u", server.userName() + ":", "--key", key, "--pubkey", server.publicKeyFile()};
+    const std::vector<std::string> login{
+        "-u", server.userName() + ":", "--key", key, "--pubkey", server.publicKeyFile()};
     arguments.insert(arguments.begin(), login.begin(), login.end());
     return support::runCurl(arguments);
 }
@@ -45,9 +46,9 @@ TEST(CSSHServerTest, isKnownByItsHostKey)
     const CSSHServer server;
     const support::CTemporaryFolder folder;
     const std::string knownHosts = folder.write("known-hosts", server.knownHostsLine());
-    const CProcessRun run({.arguments = {"sftp", "-b", "-", "-P", std::to_string(server.getPort()), "-i",
-                               server.privateKeyFile(), "-o", "UserKnownHostsFile=" + knownHosts, "-o",
-                               "StrictHostKeyChecking=yes", server.userName() + "@127.0.0.1"},
+    const CProcessRun run({.arguments
+        = {"sftp", "-b", "-", "-P", std::to_string(server.getPort()), "-i", server.privateKeyFile(), "-o",
+            "UserKnownHostsFile=" + knownHosts, "-o", "StrictHostKeyChecking=yes", server.userName() + "@127.0.0.1"},
         .package = "openssh-client",
         .input = "get " + (server.root() / "digits.txt").string() + " " + (folder.path() / "copy").string() + "\n"});
     EXPECT_EQ(run.exitStatus(), 0) << run.errors();

@@ -6,9 +6,8 @@ namespace support {
 
 CScript& CScript::readUntil(std::string terminator)
 {
-    return add("readUntil", [terminator = std::move(terminator)](CScriptedConnection& connection) {
-        connection.readUntil(terminator);
-    });
+    return add("readUntil",
+        [terminator = std::move(terminator)](CScriptedConnection& connection) { connection.readUntil(terminator); });
 }
 
 CScript& CScript::readHead()
@@ -33,16 +32,14 @@ CScript& CScript::send(std::string bytes)
 
 CScript& CScript::sendPieces(std::vector<std::string> pieces)
 {
-    return add("sendPieces", [pieces = std::move(pieces)](CScriptedConnection& connection) {
-        connection.sendPieces(pieces);
-    });
+    return add(
+        "sendPieces", [pieces = std::move(pieces)](CScriptedConnection& connection) { connection.sendPieces(pieces); });
 }
 
 CScript& CScript::sendRepeated(std::string block, size_t count)
 {
-    return add("sendRepeated", [block = std::move(block), count](CScriptedConnection& connection) {
-        connection.sendRepeated(block, count);
-    });
+    return add("sendRepeated",
+        [block = std::move(block), count](CScriptedConnection& connection) { connection.sendRepeated(block, count); });
 }
 
 CScript& CScript::stall()
@@ -58,9 +55,8 @@ CScript& CScript::waitFor(std::shared_future<void> gate)
 CScript& CScript::startTLS(std::filesystem::path certificateFile, std::filesystem::path keyFile)
 {
     return add("startTLS",
-        [certificateFile = std::move(certificateFile), keyFile = std::move(keyFile)](CScriptedConnection& connection) {
-            connection.startTLS(certificateFile, keyFile);
-        });
+        [certificateFile = std::move(certificateFile), keyFile = std::move(keyFile)](
+            CScriptedConnection& connection) { connection.startTLS(certificateFile, keyFile); });
 }
 
 CScript& CScript::reset()

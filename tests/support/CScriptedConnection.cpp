@@ -5,14 +5,13 @@
 #include "tests/support/peerQueue.h"
 #include "tests/support/systemError.h"
 
+#include <algorithm>
+#include <array>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/socket.h>
-
-#include <algorithm>
-#include <array>
 #include <stdexcept>
+#include <sys/socket.h>
 
 namespace support {
 

@@ -3,13 +3,12 @@
 #include "tests/support/loopback.h"
 #include "tests/support/systemError.h"
 
+#include <array>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-
-#include <array>
 #include <utility>
 
 namespace support {
@@ -127,8 +126,8 @@ void CScriptedServer::startPlaying(CDescriptor socket)
     const std::lock_guard lock(m_mutex);
     const bool hasScript = m_assignedScripts < m_scripts.size();
     CScript* const script = hasScript ? &m_scripts[m_assignedScripts++] : nullptr;
-    CPlay& started = *m_plays.emplace_back(
-        std::make_unique<CPlay>(std::move(socket), m_stop.get(), script, m_plays.size()));
+    CPlay& started
+        = *m_plays.emplace_back(std::make_unique<CPlay>(std::move(socket), m_stop.get(), script, m_plays.size()));
     if (hasScript) {
         started.thread = std::thread([this, &started] { play(started); });
         return;

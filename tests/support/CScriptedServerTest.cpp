@@ -242,8 +242,8 @@ TEST(CScriptedServerTest, tellsAStepBehindTheEndOfItsConnection)
     server.onConnection().closeHard().send("never");
     EXPECT_EQ(CRawClient(server.getPort()).readToEnd(), "");
     server.join();
-    EXPECT_THAT(server.problems(),
-        ElementsAre("connection 0, step 1 (send): the script has closed the connection before"));
+    EXPECT_THAT(
+        server.problems(), ElementsAre("connection 0, step 1 (send): the script has closed the connection before"));
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 #include "tests/support/systemError.h"
 
 #include <fcntl.h>
-
 #include <stdexcept>
 
 namespace support {
@@ -80,8 +79,7 @@ void CServerProcess::stop()
 }
 
 std::unique_ptr<CServerProcess> CServerProcess::startOnFreePort(
-    const std::function<CSettings(unsigned short port)>& settingsFor, std::string_view readyText,
-    unsigned short& port)
+    const std::function<CSettings(unsigned short port)>& settingsFor, std::string_view readyText, unsigned short& port)
 {
     for (int attempt = 1;; ++attempt) {
         port = freePort();
@@ -109,8 +107,8 @@ void CServerProcess::waitUntil(const std::function<bool()>& isReady, const std::
 
 void CServerProcess::fail(const std::string& what) const
 {
-    throw std::runtime_error(m_settings.arguments[0] + " (Debian package " + m_settings.package + ") " + what
-        + "; its log: " + log());
+    throw std::runtime_error(
+        m_settings.arguments[0] + " (Debian package " + m_settings.package + ") " + what + "; its log: " + log());
 }
 
 } // namespace support

@@ -7,15 +7,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <fcntl.h>
+#include <memory>
 #include <poll.h>
 #include <signal.h>
+#include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <array>
-#include <memory>
-#include <stdexcept>
 
 using support::CServerProcess;
 using testing::HasSubstr;
@@ -29,10 +28,7 @@ protected:
         return {.arguments = {"/bin/sh", "-c", script}, .package = "dash", .logFile = m_folder.path() / "log"};
     }
 
-    const support::CTemporaryFolder& folder() const
-    {
-        return m_folder;
-    }
+    const support::CTemporaryFolder& folder() const { return m_folder; }
 
 private:
     support::CTemporaryFolder m_folder;

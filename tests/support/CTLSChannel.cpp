@@ -8,8 +8,7 @@
 
 namespace support {
 
-CTLSChannel::CTLSChannel(
-    int socket, const std::filesystem::path& certificateFile, const std::filesystem::path& keyFile)
+CTLSChannel::CTLSChannel(int socket, const std::filesystem::path& certificateFile, const std::filesystem::path& keyFile)
     : m_context(checkedOpenSSL(SSL_CTX_new(TLS_server_method()), "SSL_CTX_new"), &SSL_CTX_free)
     , m_session(nullptr, &SSL_free)
 {

@@ -8,9 +8,9 @@
 #include <gtest/gtest.h>
 
 using support::CProcessRun;
-using support::runCurl;
 using support::CScriptedServer;
 using support::CTestCertificates;
+using support::runCurl;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -69,8 +69,8 @@ TEST(CTestCertificatesTest, letAScriptedServerUpgradeToTLS)
         .send("250 hello again\r\n")
         .readUntil("\r\n")
         .send("550 no\r\n");
-    const CProcessRun run =
-        runCurl({"--ssl-reqd", "--cacert", certificates().caFile(), server.url("", "smtp"), "-X", "NOOP"});
+    const CProcessRun run
+        = runCurl({"--ssl-reqd", "--cacert", certificates().caFile(), server.url("", "smtp"), "-X", "NOOP"});
     EXPECT_EQ(run.exitStatus(), 8) << run.errors();
     EXPECT_THAT(server.received(0), HasSubstr("STARTTLS\r\nEHLO "));
 }

@@ -3,15 +3,14 @@
 #include "tests/support/loopback.h"
 #include "tests/support/systemError.h"
 
-#include <linux/sockios.h>
-#include <netinet/in.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <linux/sockios.h>
+#include <netinet/in.h>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 
 namespace support {
 

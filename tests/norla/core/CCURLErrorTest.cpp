@@ -52,7 +52,8 @@ TEST(CCURLErrorTest, isReadableForACodeThatLibcurlDoesNotName)
 {
     support::CCurlCalls calls;
     calls.fail("curl_easy_strerror");
-    EXPECT_EQ(norla::CCURLError(CURLE_COULDNT_CONNECT, "m", "", -1, "").getMessage(), "invalid CURL easy error code: m");
+    EXPECT_EQ(
+        norla::CCURLError(CURLE_COULDNT_CONNECT, "m", "", -1, "").getMessage(), "invalid CURL easy error code: m");
 }
 
 TEST(CCURLErrorTest, isReadableForAMultiCodeThatLibcurlDoesNotName)

@@ -138,8 +138,7 @@ TEST_F(CNetRequestAsyncTest, tellsTheListenerOfTheError)
     answer("HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n");
     request().setDoneListener(listener.get());
     run();
-    EXPECT_EQ(listener->m_calls,
-        std::vector<kx::String>{"HTTP response code said error (response code: http 500)"});
+    EXPECT_EQ(listener->m_calls, std::vector<kx::String>{"HTTP response code said error (response code: http 500)"});
 }
 
 TEST_F(CNetRequestAsyncTest, tellsTheListenerNothingWhenItIsQueued)

@@ -48,7 +48,8 @@ public:
         m_headers = headers;
         if (m_reads == m_throwsAt)
             throw kx::CError("source failed");
-        const size_t count = m_text.copy(reinterpret_cast<char*>(buffer), std::min(static_cast<size_t>(size), m_pieceSize), m_position);
+        const size_t count = m_text.copy(
+            reinterpret_cast<char*>(buffer), std::min(static_cast<size_t>(size), m_pieceSize), m_position);
         m_position += count;
         return static_cast<int>(count);
     }
@@ -170,7 +171,8 @@ TEST_P(CFailingSinkTest, throwsTheSinksErrorAndCanBeUsedAgain)
     expectGoodTransfer();
 }
 
-INSTANTIATE_TEST_SUITE_P(FirstMiddleLast, CFailingSinkTest, testing::Values(1, 2, 3), testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(
+    FirstMiddleLast, CFailingSinkTest, testing::Values(1, 2, 3), testing::PrintToStringParamName());
 
 TEST_F(CNetRequestDataTest, sendsABufferThatItsCallerKeeps)
 {
@@ -265,7 +267,8 @@ TEST_F(CNetRequestDataTest, throwsWhenTheSourceCannotBeRewoundForASecondTransfer
 
 TEST_F(CNetRequestDataTest, sendsTheBodyAgainWhenItIsRedirected)
 {
-    server().onConnection()
+    server()
+        .onConnection()
         .readHead()
         .readBytes(8)
         .send("HTTP/1.1 307 Temporary Redirect\r\nLocation: /target\r\nContent-Length: 0\r\n\r\n")
@@ -292,7 +295,8 @@ TEST_F(CNetRequestDataTest, throwsTheSourcesErrorWhenItCannotSeekForARedirect)
 
 TEST_F(CNetRequestDataTest, sendsTheBodyAgainAfterAnAuthenticationChallenge)
 {
-    server().onConnection()
+    server()
+        .onConnection()
         .readHead()
         .readBytes(8)
         .send("HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"r\"\r\nContent-Length: 0\r\n\r\n")
@@ -324,15 +328,12 @@ TEST_P(CFailingSourceTest, throwsTheSourcesErrorAndCanBeUsedAgain)
     expectGoodTransfer();
 }
 
-INSTANTIATE_TEST_SUITE_P(FirstMiddleLast, CFailingSourceTest, testing::Values(1, 2, 4), testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(
+    FirstMiddleLast, CFailingSourceTest, testing::Values(1, 2, 4), testing::PrintToStringParamName());
 
 TEST_F(CNetRequestDataTest, tellsTheSourceTheHeadersAnsweredSoFar)
 {
-    server().onConnection()
-        .readHead()
-        .send("HTTP/1.1 100 Continue\r\nX-Interim: 1\r\n\r\n")
-        .readBytes(8)
-        .send(ok(""));
+    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\nX-Interim: 1\r\n\r\n").readBytes(8).send(ok(""));
     request().setOptionInt(CURLOPT_EXPECT_100_TIMEOUT_MS, 10'000);
     const auto headers = kx::newObj<norla::CNetHeaders>();
     headers->add("Expect", "100-continue");

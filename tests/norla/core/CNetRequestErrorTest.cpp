@@ -64,7 +64,8 @@ TEST(ServerErrorMessageTest, leavesOutACharacterThatTheLimitCutsInTwo)
 {
     EXPECT_EQ(messageOf(std::string(4095, 'x') + "\xC3\xBC" + "more"), kx::String(std::wstring(4095, L'x')));
     EXPECT_EQ(messageOf(std::string(4093, 'x') + "\xF0\x9F\x9A\x80" + "more"), kx::String(std::wstring(4093, L'x')));
-    EXPECT_EQ(messageOf(std::string(4094, 'x') + "\xC3\xBC" + "more"), kx::String(std::wstring(4094, L'x') + L"\u00FC"));
+    EXPECT_EQ(
+        messageOf(std::string(4094, 'x') + "\xC3\xBC" + "more"), kx::String(std::wstring(4094, L'x') + L"\u00FC"));
 }
 
 TEST(ServerErrorMessageTest, isEmptyForABodyThatIsNotUTF8)
@@ -90,8 +91,13 @@ protected:
     /// A mail server that answers everything up to the sender, which it refuses in two lines.
     support::CScript& refuseSender()
     {
-        return server().onConnection().send("220 hello\r\n").readUntil("\r\n").send("250 ok\r\n").readUntil("\r\n").send(
-            "550-no\r\n550 really not\r\n");
+        return server()
+            .onConnection()
+            .send("220 hello\r\n")
+            .readUntil("\r\n")
+            .send("250 ok\r\n")
+            .readUntil("\r\n")
+            .send("550-no\r\n550 really not\r\n");
     }
 
     kx::P<kx::CError> failureOfMail()
@@ -138,8 +144,9 @@ TEST_F(CNetRequestErrorTest, logsAnErrorBufferThatIsNotUTF8)
     std::strcpy(errorBuffer(), "\xFF");
     EXPECT_EQ(request().getErrorMessage(), "");
     EXPECT_EQ(log.lines(),
-        std::vector<std::string>{"error: A CURL function has failed, but the CURL error buffer does not contain valid UTF8 "
-                                 "data.: Text is not valid UTF-8 at byte 0."});
+        std::vector<std::string>{
+            "error: A CURL function has failed, but the CURL error buffer does not contain valid UTF8 "
+            "data.: Text is not valid UTF-8 at byte 0."});
 }
 
 TEST_F(CNetRequestErrorTest, clearsTheErrorBufferBeforeASetter)
@@ -207,7 +214,8 @@ TEST_F(CNetRequestErrorTest, namesTheHostAndThePortThatRefuse)
     const auto error = failure();
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getCode(), CURLE_COULDNT_CONNECT);
-    EXPECT_TRUE(error->getMessage().startsWith("Couldn't connect to server: Failed to connect to 127.0.0.1 port " + port))
+    EXPECT_TRUE(
+        error->getMessage().startsWith("Couldn't connect to server: Failed to connect to 127.0.0.1 port " + port))
         << error->getMessage();
     EXPECT_EQ(error->getProps().getMap(), (Map{{"responseCodeDomain", "http"}}));
     expectGoodTransfer();
@@ -241,7 +249,8 @@ TEST_F(CNetRequestErrorTest, refusesAURLWithABlank)
 TEST_F(CNetRequestErrorTest, refusesAnUnknownScheme)
 {
     request().setURL("gopherus://h/");
-    EXPECT_EQ(failure()->getMessage(), "Unsupported protocol: Protocol \"gopherus\" not supported or disabled in libcurl");
+    EXPECT_EQ(
+        failure()->getMessage(), "Unsupported protocol: Protocol \"gopherus\" not supported or disabled in libcurl");
     expectGoodTransfer();
 }
 
@@ -252,7 +261,8 @@ TEST_F(CNetRequestErrorTest, endsATransferThatTakesTooLong)
     const auto error = failureOf();
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT);
-    EXPECT_TRUE(error->getMessage().startsWith("Timeout was reached: Operation timed out after ")) << error->getMessage();
+    EXPECT_TRUE(error->getMessage().startsWith("Timeout was reached: Operation timed out after "))
+        << error->getMessage();
     EXPECT_TRUE(error->getMessage().endsWith(" milliseconds with 5 out of 10 bytes received (response code: http 200)"))
         << error->getMessage();
     expectGoodTransfer();
@@ -265,7 +275,8 @@ TEST_F(CNetRequestErrorTest, endsATransferThatIsTooSlow)
     const auto error = failureOf();
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getMessage(),
-        "Timeout was reached: Operation too slow. Less than 1000 bytes/sec transferred the last 1 seconds (response code: http "
+        "Timeout was reached: Operation too slow. Less than 1000 bytes/sec transferred the last 1 seconds (response "
+        "code: http "
         "200)");
     expectGoodTransfer();
 }
@@ -389,7 +400,11 @@ TEST_F(CNetRequestErrorTest, survivesBrokenChunks)
 
 TEST_F(CNetRequestErrorTest, endsAnEndlessHeader)
 {
-    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\n").sendRepeated("X-A: " + std::string(1000, 'v') + "\r\n", 2000);
+    server()
+        .onConnection()
+        .readHead()
+        .send("HTTP/1.1 200 OK\r\n")
+        .sendRepeated("X-A: " + std::string(1000, 'v') + "\r\n", 2000);
     const auto error = failureOf();
     ASSERT_NE(error, nullptr);
     expectGoodTransfer();

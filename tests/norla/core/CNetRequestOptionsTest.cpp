@@ -29,9 +29,9 @@ private:
     kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
 };
 
-const Options defaultOptions = {"ERRORBUFFER=set", "WRITEFUNCTION=set", "WRITEDATA=set", "READFUNCTION=set", "READDATA=set",
-    "SEEKFUNCTION=set", "SEEKDATA=set", "HEADERFUNCTION=set", "HEADERDATA=set", "FOLLOWLOCATION=1", "NOSIGNAL=1",
-    "CONNECTTIMEOUT_MS=30000", "LOW_SPEED_LIMIT=1", "LOW_SPEED_TIME=30"};
+const Options defaultOptions = {"ERRORBUFFER=set", "WRITEFUNCTION=set", "WRITEDATA=set", "READFUNCTION=set",
+    "READDATA=set", "SEEKFUNCTION=set", "SEEKDATA=set", "HEADERFUNCTION=set", "HEADERDATA=set", "FOLLOWLOCATION=1",
+    "NOSIGNAL=1", "CONNECTTIMEOUT_MS=30000", "LOW_SPEED_LIMIT=1", "LOW_SPEED_TIME=30"};
 
 TEST(CNetRequestDefaultOptionsTest, areSetInTheirOrderAtConstruction)
 {
@@ -100,7 +100,8 @@ const std::vector<CSetterRow> setters = {
     {"userPassword", [](auto& r) { r.setUserPassword("pw"); }, {"PASSWORD=pw"}},
     {"proxy", [](auto& r) { r.setProxy("p:1"); }, {"PROXY=p:1"}},
     {"noProxy", [](auto& r) { r.setProxy(""); }, {"PROXY="}},
-    {"rootCertBundlePath", [](auto& r) { r.setRootCertBundlePath("/etc/./ssl//x/../ca.crt"); }, {"CAINFO=/etc/ssl/ca.crt"}},
+    {"rootCertBundlePath", [](auto& r) { r.setRootCertBundlePath("/etc/./ssl//x/../ca.crt"); },
+        {"CAINFO=/etc/ssl/ca.crt"}},
     {"rangeUpToTheEnd", [](auto& r) { r.setRange(100, -1); }, {"RANGE=100-"}},
     {"range", [](auto& r) { r.setRange(0, 10); }, {"RANGE=0-9"}},
     {"rangeBeyond32Bits", [](auto& r) { r.setRange(1LL << 40, 1); }, {"RANGE=1099511627776-1099511627776"}},
@@ -157,8 +158,7 @@ const std::vector<CMethodRow> methods = {
     {"post", "POST", {"CUSTOMREQUEST=null", "HTTPGET=0", "NOBODY=0", "UPLOAD=0", "POST=1", "POSTFIELDSIZE_LARGE=-1"}},
     {"other", "DELETE",
         {"HTTPGET=0", "NOBODY=0", "UPLOAD=0", "POST=0", "POSTFIELDSIZE_LARGE=0", "CUSTOMREQUEST=DELETE"}},
-    {"lowerCase", "get",
-        {"HTTPGET=0", "NOBODY=0", "UPLOAD=0", "POST=0", "POSTFIELDSIZE_LARGE=0", "CUSTOMREQUEST=get"}},
+    {"lowerCase", "get", {"HTTPGET=0", "NOBODY=0", "UPLOAD=0", "POST=0", "POSTFIELDSIZE_LARGE=0", "CUSTOMREQUEST=get"}},
 };
 
 class CNetRequestMethodTest : public testing::TestWithParam<CMethodRow> {};
@@ -295,7 +295,8 @@ TEST_F(CNetRequestOptionsTest, rangeBeyond64BitsIsRefused)
         FAIL() << "no error";
     } catch (const kx::CInvalidArgError& error) {
         EXPECT_EQ(error.getMessage(),
-            "Invalid argument passed to 'CNetRequest::setRange': the range from 9223372036854775807 on with a length of 2 is "
+            "Invalid argument passed to 'CNetRequest::setRange': the range from 9223372036854775807 on with a length "
+            "of 2 is "
             "beyond 64 bits.");
     }
 }
@@ -361,9 +362,10 @@ TEST_P(CRefusedDefaultOptionTest, failsTheConstructionAndFreesTheHandle)
 }
 
 INSTANTIATE_TEST_SUITE_P(All, CRefusedDefaultOptionTest,
-    testing::Values(CURLOPT_ERRORBUFFER, CURLOPT_WRITEFUNCTION, CURLOPT_WRITEDATA, CURLOPT_READFUNCTION, CURLOPT_READDATA,
-        CURLOPT_SEEKFUNCTION, CURLOPT_SEEKDATA, CURLOPT_HEADERFUNCTION, CURLOPT_HEADERDATA, CURLOPT_FOLLOWLOCATION,
-        CURLOPT_NOSIGNAL, CURLOPT_CONNECTTIMEOUT_MS, CURLOPT_LOW_SPEED_LIMIT, CURLOPT_LOW_SPEED_TIME),
+    testing::Values(CURLOPT_ERRORBUFFER, CURLOPT_WRITEFUNCTION, CURLOPT_WRITEDATA, CURLOPT_READFUNCTION,
+        CURLOPT_READDATA, CURLOPT_SEEKFUNCTION, CURLOPT_SEEKDATA, CURLOPT_HEADERFUNCTION, CURLOPT_HEADERDATA,
+        CURLOPT_FOLLOWLOCATION, CURLOPT_NOSIGNAL, CURLOPT_CONNECTTIMEOUT_MS, CURLOPT_LOW_SPEED_LIMIT,
+        CURLOPT_LOW_SPEED_TIME),
     [](const testing::TestParamInfo<CURLoption>& option) {
         return std::string(curl_easy_option_by_id(option.param)->name);
     });

@@ -17,7 +17,8 @@ TEST_F(CNetRequestTest, sendsAPlainGET)
     answer(ok("hello"));
     performPath("/path?query");
     EXPECT_EQ(received(),
-        "GET /path?query HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server().getPort()) + "\r\nAccept: */*\r\n\r\n");
+        "GET /path?query HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server().getPort())
+            + "\r\nAccept: */*\r\n\r\n");
 }
 
 TEST_F(CNetRequestTest, receivesTheBodyIntoTheDefaultBuffer)
@@ -115,7 +116,8 @@ TEST_F(CNetRequestTest, keepsOnlyTheHeadersAfterTheLastStatusLine)
 
 TEST_F(CNetRequestTest, keepsOnlyTheHeadersOfTheRedirectsTarget)
 {
-    server().onConnection()
+    server()
+        .onConnection()
         .readHead()
         .send("HTTP/1.1 302 Found\r\nLocation: /target\r\nX-First: 1\r\nContent-Length: 0\r\n\r\n")
         .readHead()
@@ -225,8 +227,9 @@ TEST_F(CNetRequestTest, givesTheCodeZeroToTheSinkForAStatusLineItCannotParse)
     performPath("/p");
     EXPECT_EQ(body(), "x");
     EXPECT_EQ(log.lines(),
-        std::vector<std::string>{"error: Error parsing HTTP status line - ignoring (statusLine: 'HTTP/1.1  200 OK', method: "
-                                 "'GET', URL: '"
+        std::vector<std::string>{
+            "error: Error parsing HTTP status line - ignoring (statusLine: 'HTTP/1.1  200 OK', method: "
+            "'GET', URL: '"
             + server().url("/p") + "): Invalid HTTP status line: 'HTTP/1.1  200 OK'"});
 }
 

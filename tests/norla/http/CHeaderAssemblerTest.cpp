@@ -92,8 +92,8 @@ TEST_F(CHeaderAssemblerTest, refusesAContinuationAfterReset)
 TEST_F(CHeaderAssemblerTest, refusesALineWithoutColonAndKeepsWhatItHas)
 {
     handle({"X-A: a\r\n"});
-    EXPECT_EQ(messageOf("nonsense\r\n"),
-        "Invalid argument passed to 'CNetHeaders::splitEntry': entry contains no ':'.");
+    EXPECT_EQ(
+        messageOf("nonsense\r\n"), "Invalid argument passed to 'CNetHeaders::splitEntry': entry contains no ':'.");
     handle({" more\r\n"});
     EXPECT_EQ(map(), (Map{{"x-a", "a more"}}));
 }
