@@ -59,7 +59,7 @@ CResourceManager::Path CResourceManager::findResource(const Path& relativePath) 
     folders.push_back(home / "resources");
     folders.push_back((home / ".." / "share" / m_executable.getFileName()).toNormalized(true, Path()));
     for (const Path& folder : folders) {
-        const Path candidate = folder / relativePath;
+        Path candidate = folder / relativePath;
         if (isFile(candidate))
             return candidate;
     }

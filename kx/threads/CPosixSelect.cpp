@@ -9,7 +9,7 @@ namespace kx {
 
 int CPosixSelect::select(int descriptorCount, fd_set* readable, fd_set* writable, fd_set* exceptional, int timeoutMs)
 {
-    timeval limit{timeoutMs / 1000, timeoutMs % 1000 * 1000};
+    timeval limit{timeoutMs / 1000, timeoutMs % 1000 * 1000L};
     const int ready = ::select(descriptorCount, readable, writable, exceptional, timeoutMs < 0 ? nullptr : &limit);
     if (ready >= 0)
         return ready;

@@ -34,7 +34,7 @@ CThread::~CThread()
 {
     try {
         if (m_stopAtEnd)
-            signalStop();
+            CThread::signalStop(); // an override is gone already
         joinIfStarted();
     } catch (const std::exception& error) {
         onExceptionInDestructorIgnored("kx::CThread", error, true);

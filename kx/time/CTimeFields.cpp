@@ -53,7 +53,7 @@ CTimeFields::CTimeFields(const CTime& time, int type)
     if (!time.isSet())
         throw CError("An unset time has no calendar fields.");
     m_zone = type == TypeLocal ? localZoneAt(time) : 0;
-    setFromUTC(CTime(time.getMicroseconds() + m_zone * 60 * microsecondsPerSecond));
+    setFromUTC(CTime(time.getMicroseconds() + 60 * microsecondsPerSecond * m_zone));
 }
 
 void CTimeFields::setFromUTC(const CTime& time)

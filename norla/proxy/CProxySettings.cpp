@@ -59,7 +59,7 @@ kx::CSafeGlobalGuard& CProxySettings::globalInstanceGuard()
 
 kx::P<CProxySettings> CProxySettings::createAndInitFromUserSettings()
 {
-    const auto settings = kx::newObj<CProxySettings>();
+    auto settings = kx::newObj<CProxySettings>();
     settings->initFromUserSettings();
     return settings;
 }
@@ -163,7 +163,7 @@ kx::String CProxySettings::getProxyForURL(const kx::String& url) const
     if (colon == kx::String::npos)
         return kx::String();
     const kx::CMutexLock lock(m_mutex);
-    const kx::String proxy = getProxyForURLScheme(url.substr(0, colon));
+    kx::String proxy = getProxyForURLScheme(url.substr(0, colon));
     if (proxy.isEmpty() || isDirectConnectHost(hostOfURLRest(url.substr(colon + 1))))
         return kx::String();
     return proxy;

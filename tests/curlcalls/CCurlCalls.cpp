@@ -156,10 +156,16 @@ CURLcode setOption(CURL* handle, CURLoption option, TValue value, const std::str
 
 extern "C" {
 
-CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)
+// The two variadic functions stand under names of their own, given libcurl's for the linker: va_start may not follow a
+// parameter of an enumeration type, which is what libcurl declares.
+CURLcode interposedSetOption(CURL* handle, unsigned int optionNumber, ...) __asm__("curl_easy_setopt");
+CURLcode interposedGetInfo(CURL* handle, unsigned int infoNumber, ...) __asm__("curl_easy_getinfo");
+
+CURLcode interposedSetOption(CURL* handle, unsigned int optionNumber, ...)
 {
+    const auto option = static_cast<CURLoption>(optionNumber);
     va_list arguments;
-    va_start(arguments, option);
+    va_start(arguments, optionNumber);
     CURLcode result = CURLE_OK;
     if (option < CURLOPTTYPE_OBJECTPOINT) {
         const long value = va_arg(arguments, long);
@@ -177,15 +183,15 @@ CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)
     return result;
 }
 
-CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...)
+CURLcode interposedGetInfo(CURL* handle, unsigned int infoNumber, ...)
 {
     va_list arguments;
-    va_start(arguments, info);
+    va_start(arguments, infoNumber);
     void* const value = va_arg(arguments, void*);
     va_end(arguments);
     if (support::isToFail("curl_easy_getinfo"))
         return CURLE_BAD_FUNCTION_ARGUMENT;
-    return support::original(&curl_easy_getinfo, "curl_easy_getinfo")(handle, info, value);
+    return support::original(&curl_easy_getinfo, "curl_easy_getinfo")(handle, static_cast<CURLINFO>(infoNumber), value);
 }
 
 CURLcode curl_global_init(long flags)

@@ -219,7 +219,7 @@ TEST_F(CNetRequestOptionsTest, sizeIsForgottenByReset)
 
 TEST_F(CNetRequestOptionsTest, bufferTellsItsSize)
 {
-    const auto buffer = kx::newObj<norla::CNetRequest::Buffer>(7);
+    const auto buffer = kx::newObj<norla::CNetRequest::Buffer>(size_t{7});
     request().setSendDataBuffer(buffer.get());
     EXPECT_EQ(options(), Options{"INFILESIZE_LARGE=7"});
 }
