@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -21,10 +22,21 @@ std::string program(const std::string& name)
     return NORLA_EXAMPLES_DIR "/" + name;
 }
 
-CProcessRun run(std::vector<std::string> arguments, CProcessRun::Terminal terminal = CProcessRun::Terminal::None)
+/// The programs run under valgrind when NORLA_VALGRIND is set; what it finds shows as an exit status of 99.
+std::vector<std::string> wrapper()
 {
-    arguments[0] = program(arguments[0]);
-    return CProcessRun({.arguments = std::move(arguments), .terminal = terminal});
+    if (!std::getenv("NORLA_VALGRIND"))
+        return {};
+    return {"valgrind", "--quiet", "--leak-check=full", "--error-exitcode=99",
+        "--suppressions=" NORLA_VALGRIND_SUPPRESSIONS};
+}
+
+CProcessRun run(const std::vector<std::string>& arguments, CProcessRun::Terminal terminal = CProcessRun::Terminal::None)
+{
+    std::vector<std::string> command = wrapper();
+    command.push_back(program(arguments.front()));
+    command.insert(command.end(), arguments.begin() + 1, arguments.end());
+    return CProcessRun({.arguments = std::move(command), .terminal = terminal});
 }
 
 std::string contentOf(const std::filesystem::path& file)
