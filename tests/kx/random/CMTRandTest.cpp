@@ -1,0 +1,53 @@
+#include "kx/random/CMTRand.h"
+
+#include "kx/threads/CMutexLock.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace {
+
+TEST(CMTRandTest, givesTheKnownSequenceForASeed)
+{
+    // The 10000th number of mt19937_64 with its default seed is laid down by the C++ standard.
+    kx::CMTRand random(5489);
+    for (int i = 1; i < 10'000; ++i)
+        random.rand64();
+    EXPECT_EQ(random.rand64(), 9981545732273789042ULL);
+}
+
+TEST(CMTRandTest, isSeededDifferentlyEachTime)
+{
+    EXPECT_NE(kx::CMTRand().rand64(), kx::CMTRand().rand64());
+}
+
+TEST(CMTRandTest, hasOneInstanceForTheProcess)
+{
+    const kx::CMutexLock lock(kx::CMTRand::getGlobalMutex());
+    EXPECT_EQ(&kx::CMTRand::getGlobal(), &kx::CMTRand::getGlobal());
+}
+
+TEST(CMTRandTest, givesManyThreadsDifferentNumbers)
+{
+    std::mutex mutex;
+    std::set<unsigned long long> numbers;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&mutex, &numbers] {
+            for (int round = 0; round < 100; ++round) {
+                const unsigned long long number = kx::rand64();
+                const std::lock_guard lock(mutex);
+                numbers.insert(number);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(numbers.size(), 800u);
+}
+
+} // namespace

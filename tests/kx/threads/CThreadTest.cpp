@@ -1,0 +1,228 @@
+#include "kx/threads/CThread.h"
+
+#include "kx/base/CError.h"
+#include "kx/threads/CMutexLock.h"
+#include "kx/threads/CSignal.h"
+#include "kx/threads/globalMutex.h"
+#include "kx/threads/threadYield.h"
+#include "tests/support/CLogRecorder.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <pthread.h>
+
+namespace {
+
+class CLambdaThread : public kx::CThread {
+public:
+    explicit CLambdaThread(std::function<void(CLambdaThread&)> body)
+        : m_body(std::move(body))
+    {
+    }
+    ~CLambdaThread() override { stop(true); }
+
+    std::atomic<int> m_finished{0};
+
+protected:
+    void runImpl() override { m_body(*this); }
+    void onRunFinished() override { ++m_finished; }
+
+private:
+    std::function<void(CLambdaThread&)> m_body;
+};
+
+class CCountingRunnable : public kx::CBase, public virtual kx::IRunnable {
+public:
+    void run(kx::CThread& thread) override
+    {
+        m_started.set();
+        while (thread.checkContinue())
+            kx::threadYield(true);
+        ++m_runs;
+    }
+
+    kx::CSignal m_started;
+    std::atomic<int> m_runs{0};
+};
+
+void waitForStop(CLambdaThread& thread)
+{
+    while (thread.checkContinue())
+        kx::threadYield(false);
+}
+
+TEST(CThreadTest, isNotAliveBeforeItsStart)
+{
+    const kx::CThread thread;
+    EXPECT_FALSE(thread.isAlive());
+    EXPECT_EQ(thread.getID(), kx::CThread::ID());
+}
+
+TEST(CThreadTest, runsItsRunnable)
+{
+    const auto runnable = kx::newObj<CCountingRunnable>();
+    kx::CThread thread(runnable.get());
+    thread.start();
+    EXPECT_TRUE(thread.isAlive());
+    EXPECT_TRUE(runnable->m_started.wait(-1));
+    thread.stop(true);
+    EXPECT_EQ(runnable->m_runs, 1);
+    EXPECT_FALSE(thread.isAlive());
+}
+
+TEST(CThreadTest, runsNothingWithoutARunnable)
+{
+    kx::CThread thread;
+    thread.start();
+    thread.stop(true);
+    EXPECT_FALSE(thread.isAlive());
+}
+
+TEST(CThreadTest, runsItsOverride)
+{
+    std::atomic<int> runs{0};
+    CLambdaThread thread([&runs](CLambdaThread&) { ++runs; });
+    thread.start();
+    thread.stop(true);
+    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(thread.m_finished, 1);
+}
+
+TEST(CThreadTest, isAskedToStopByItsDestructor)
+{
+    const auto runnable = kx::newObj<CCountingRunnable>();
+    {
+        kx::CThread thread(runnable.get(), true);
+        thread.start();
+    }
+    EXPECT_EQ(runnable->m_runs, 1);
+}
+
+TEST(CThreadTest, isWaitedForByItsDestructor)
+{
+    class CShortRunnable : public kx::CBase, public virtual kx::IRunnable {
+    public:
+        void run(kx::CThread& thread) override
+        {
+            kx::CThread::sleep(5); // so that the destructor comes first
+            m_wasAsked = !thread.checkContinue();
+            m_ended = true;
+        }
+        std::atomic<bool> m_wasAsked{false};
+        std::atomic<bool> m_ended{false};
+    };
+    const auto runnable = kx::newObj<CShortRunnable>();
+    {
+        kx::CThread thread(runnable.get(), false);
+        thread.start();
+    }
+    EXPECT_TRUE(runnable->m_ended);
+    EXPECT_FALSE(runnable->m_wasAsked);
+}
+
+TEST(CThreadTest, cannotBeStartedTwiceAtOnce)
+{
+    CLambdaThread thread(waitForStop);
+    thread.setName("twice");
+    thread.start();
+    try {
+        thread.start();
+        FAIL() << "no error";
+    } catch (const kx::CError& error) {
+        EXPECT_EQ(error.getMessage(), "The thread 'twice' is running already.");
+    }
+}
+
+TEST(CThreadTest, canBeStartedAgain)
+{
+    std::atomic<int> runs{0};
+    CLambdaThread thread([&runs](CLambdaThread& self) {
+        ++runs;
+        waitForStop(self);
+    });
+    for (int i = 0; i < 2; ++i) {
+        thread.start();
+        thread.stop(true);
+    }
+    EXPECT_EQ(runs, 2);
+}
+
+TEST(CThreadTest, stopsItselfWithoutWaiting)
+{
+    CLambdaThread thread([](CLambdaThread& self) { self.stop(true); });
+    thread.start();
+    while (thread.isAlive())
+        kx::threadYield(true);
+    EXPECT_FALSE(thread.checkContinue());
+}
+
+TEST(CThreadTest, logsTheErrorThatEndsIt)
+{
+    const support::CLogRecorder log;
+    CLambdaThread thread([](CLambdaThread&) { throw kx::CError("broken"); });
+    thread.setName("worker");
+    thread.start();
+    thread.stop(true);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"error: An error has ended the thread 'worker'.: broken"});
+    EXPECT_EQ(thread.m_finished, 1);
+}
+
+TEST(CThreadTest, logsTheErrorOfItsEnd)
+{
+    class CThrowingAtEnd : public kx::CThread {
+    public:
+        ~CThrowingAtEnd() override { stop(true); }
+
+    protected:
+        void onRunFinished() override { throw kx::CError("broken"); }
+    };
+    const support::CLogRecorder log;
+    CThrowingAtEnd thread;
+    thread.start();
+    thread.stop(true);
+    EXPECT_EQ(
+        log.lines(), std::vector<std::string>{"error: An error has left the end of the thread 'kx.thread'.: broken"});
+}
+
+TEST(CThreadTest, knowsItsOwnID)
+{
+    std::atomic<bool> same{false};
+    CLambdaThread thread([&same](CLambdaThread& self) { same = self.getID() == kx::CThread::getCurrentID(); });
+    thread.start();
+    thread.stop(true);
+    EXPECT_TRUE(same);
+    EXPECT_NE(thread.getID(), kx::CThread::getCurrentID());
+}
+
+TEST(CThreadTest, showsItsNameToTheSystem)
+{
+    std::string shown;
+    CLambdaThread thread([&shown](CLambdaThread&) {
+        char name[16] = {};
+        pthread_getname_np(pthread_self(), name, sizeof(name));
+        shown = name;
+    });
+    thread.setName("a.name.longer.than.that");
+    thread.start();
+    thread.stop(true);
+    EXPECT_EQ(shown, "a.name.longer.t");
+    EXPECT_EQ(thread.getName(), "a.name.longer.than.that");
+}
+
+TEST(CThreadTest, sleepsAtLeastAsLongAsAsked)
+{
+    const auto start = std::chrono::steady_clock::now();
+    kx::CThread::sleep(10);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(10));
+}
+
+TEST(GlobalMutexTest, isOneAndMayBeTakenTwice)
+{
+    EXPECT_EQ(&kx::getGlobalMutex(), &kx::getGlobalMutex());
+    const kx::CMutexLock lock(kx::getGlobalMutex());
+    const kx::CMutexLock again(kx::getGlobalMutex());
+}
+
+} // namespace

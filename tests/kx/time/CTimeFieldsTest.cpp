@@ -1,0 +1,259 @@
+#include "kx/time/CTimeFields.h"
+
+#include "kx/base/CError.h"
+#include "kx/base/CInvalidArgError.h"
+#include "kx/time/CTimeSpan.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+
+namespace {
+
+kx::CTimeFields fieldsOf(long long year, long long month, long long day, long long hour = 0, long long minute = 0,
+    long long second = 0, double fraction = 0)
+{
+    kx::CTimeFields fields;
+    fields.setDate(year, month, day);
+    fields.setTime(hour, minute, second);
+    fields.setFractSecond(fraction);
+    return fields;
+}
+
+struct CTimeRow {
+    const char* name;
+    kx::CTimeFields fields;
+    long long microseconds;
+    int weekDay;
+};
+
+class CTimeRowTest : public testing::TestWithParam<CTimeRow> {};
+
+TEST_P(CTimeRowTest, isConvertedToATime)
+{
+    EXPECT_EQ(GetParam().fields.toTime().getMicroseconds(), GetParam().microseconds);
+}
+
+TEST_P(CTimeRowTest, isConvertedBack)
+{
+    const kx::CTimeFields back{kx::CTime(GetParam().microseconds)};
+    EXPECT_EQ(back.getYear(), GetParam().fields.getYear());
+    EXPECT_EQ(back.getMonth(), GetParam().fields.getMonth());
+    EXPECT_EQ(back.getDay(), GetParam().fields.getDay());
+    EXPECT_EQ(back.getHour(), GetParam().fields.getHour());
+    EXPECT_EQ(back.getMinute(), GetParam().fields.getMinute());
+    EXPECT_EQ(back.getSecond(), GetParam().fields.getSecond());
+    EXPECT_DOUBLE_EQ(back.getFractSecond(), GetParam().fields.getFractSecond());
+    EXPECT_EQ(back.getZone(), 0);
+}
+
+TEST_P(CTimeRowTest, hasItsWeekDay)
+{
+    EXPECT_EQ(GetParam().fields.getWeekDay(), GetParam().weekDay);
+    EXPECT_EQ(kx::CTimeFields(kx::CTime(GetParam().microseconds)).getWeekDay(), GetParam().weekDay);
+}
+
+constexpr long long second = 1'000'000;
+
+INSTANTIATE_TEST_SUITE_P(All, CTimeRowTest,
+    testing::ValuesIn(std::vector<CTimeRow>{
+        {"epoch", fieldsOf(1970, 1, 1), 0, 4},
+        {"lastMicrosecondOf1969", fieldsOf(1969, 12, 31, 23, 59, 59, 0.999999), -1, 3},
+        {"leapDayOf2000", fieldsOf(2000, 2, 29, 12), 951825600 * second, 2},
+        {"leapDayOf2024", fieldsOf(2024, 2, 29, 23, 59, 59), 1709251199 * second, 4},
+        {"dayAfterTheLeapDay", fieldsOf(2024, 3, 1), 1709251200 * second, 5},
+        {"endOfFebruary1900", fieldsOf(1900, 2, 28, 23, 59, 59), -2203891201 * second, 3},
+        {"beginOfMarch1900", fieldsOf(1900, 3, 1), -2203891200 * second, 4},
+        {"example", fieldsOf(1994, 11, 6, 8, 49, 37), 784111777 * second, 0},
+        {"beyond32Bits", fieldsOf(2038, 1, 19, 3, 14, 8), 2147483648 * second, 2},
+        {"fraction", fieldsOf(2020, 1, 31, 23, 59, 59, 0.123), 1580515199'123000, 5},
+        {"firstYear", fieldsOf(0, 1, 1), -62167219200 * second, 6},
+        {"lastSecond", fieldsOf(9999, 12, 31, 23, 59, 59), 253402300799 * second, 5},
+    }),
+    [](const testing::TestParamInfo<CTimeRow>& row) { return row.param.name; });
+
+struct CBadFieldsRow {
+    const char* name;
+    kx::CTimeFields fields;
+    const char* message;
+};
+
+class CBadFieldsTest : public testing::TestWithParam<CBadFieldsRow> {};
+
+TEST_P(CBadFieldsTest, areRefusedByTheConversion)
+{
+    try {
+        GetParam().fields.toTime();
+        FAIL() << "no error";
+    } catch (const kx::CError& error) {
+        EXPECT_EQ(error.getMessage(), "Invalid date or time: " + kx::String(GetParam().message) + ".");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CBadFieldsTest,
+    testing::ValuesIn(std::vector<CBadFieldsRow>{
+        {"month13", fieldsOf(2020, 13, 1), "2020-13-01 00:00:00"},
+        {"month0", fieldsOf(2020, 0, 1), "2020-00-01 00:00:00"},
+        {"day0", fieldsOf(2020, 1, 0), "2020-01-00 00:00:00"},
+        {"day32", fieldsOf(2020, 1, 32), "2020-01-32 00:00:00"},
+        {"february30", fieldsOf(2020, 2, 30), "2020-02-30 00:00:00"},
+        {"leapDayOf1900", fieldsOf(1900, 2, 29), "1900-02-29 00:00:00"},
+        {"leapDayOf2023", fieldsOf(2023, 2, 29), "2023-02-29 00:00:00"},
+        {"hour24", fieldsOf(2020, 1, 1, 24), "2020-01-01 24:00:00"},
+        {"minute60", fieldsOf(2020, 1, 1, 0, 60), "2020-01-01 00:60:00"},
+        {"second61", fieldsOf(2020, 1, 1, 0, 0, 61), "2020-01-01 00:00:61"},
+        {"negativeHour", fieldsOf(2020, 1, 1, -1), "2020-01-01 -1:00:00"},
+        {"negativeFraction", fieldsOf(2020, 1, 1, 0, 0, 0, -0.1), "2020-01-01 00:00:00"},
+        {"wholeFraction", fieldsOf(2020, 1, 1, 0, 0, 0, 1), "2020-01-01 00:00:00"},
+        {"year10000", fieldsOf(10000, 1, 1), "10000-01-01 00:00:00"},
+        {"negativeYear", fieldsOf(-1, 1, 1), "-001-01-01 00:00:00"},
+    }),
+    [](const testing::TestParamInfo<CBadFieldsRow>& row) { return row.param.name; });
+
+TEST(CTimeFieldsTest, startsAtTheEpochInUTC)
+{
+    EXPECT_EQ(kx::CTimeFields().toTime(), kx::CTime(0));
+    EXPECT_EQ(kx::CTimeFields().getZone(), 0);
+}
+
+TEST(CTimeFieldsTest, takesALeapSecondForTheNextMinute)
+{
+    EXPECT_EQ(fieldsOf(2016, 12, 31, 23, 59, 60).toTime(), fieldsOf(2017, 1, 1).toTime());
+}
+
+TEST(CTimeFieldsTest, roundsAFractionToTheMicrosecond)
+{
+    EXPECT_EQ(fieldsOf(1970, 1, 1, 0, 0, 0, 0.0000014).toTime(), kx::CTime(1));
+}
+
+TEST(CTimeFieldsTest, refusesTimesOutsideTheYears0To9999)
+{
+    EXPECT_THROW(kx::CTimeFields(kx::CTime(-62167219201 * second)), kx::CError);
+    EXPECT_THROW(kx::CTimeFields(kx::CTime(253402300800 * second)), kx::CError);
+}
+
+TEST(CTimeFieldsTest, refusesAnUnsetTime)
+{
+    EXPECT_THROW(kx::CTimeFields(kx::CTime()), kx::CError);
+}
+
+TEST(CTimeFieldsTest, prefersTheWeekDayItIsGiven)
+{
+    kx::CTimeFields fields;
+    fields.setDate(2024, 1, 1, 6);
+    EXPECT_EQ(fields.getWeekDay(), 6);
+}
+
+TEST(CTimeFieldsTest, hasNoWeekDayForADateThatIsNone)
+{
+    EXPECT_THROW(fieldsOf(2020, 13, 1).getWeekDay(), kx::CError);
+}
+
+TEST(CTimeFieldsTest, countsItsZone)
+{
+    kx::CTimeFields fields = fieldsOf(1970, 1, 1, 1, 30);
+    fields.setZone(90);
+    EXPECT_EQ(fields.toTime(), kx::CTime(0));
+}
+
+TEST(CTimeFieldsTest, writesAnInternetTimestampInGMT)
+{
+    kx::CTimeFields fields = fieldsOf(1994, 11, 6, 10, 19, 37);
+    fields.setZone(90);
+    EXPECT_EQ(fields.toInternetTimestamp(), "Sun, 06 Nov 1994 08:49:37 GMT");
+}
+
+class CLocalTimeTest : public testing::Test {
+protected:
+    CLocalTimeTest() { setZone("IST-5:30"); }
+    ~CLocalTimeTest() override
+    {
+        unsetenv("TZ");
+        tzset();
+    }
+
+    static void setZone(const char* zone)
+    {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+};
+
+TEST_F(CLocalTimeTest, isInTheZoneOfTheProcess)
+{
+    const kx::CTimeFields fields(kx::CTime(0), kx::CTimeFields::TypeLocal);
+    EXPECT_EQ(fields.getHour(), 5);
+    EXPECT_EQ(fields.getMinute(), 30);
+    EXPECT_EQ(fields.getZone(), 330);
+    EXPECT_EQ(fields.toTime(), kx::CTime(0));
+}
+
+TEST_F(CLocalTimeTest, hasTheZoneOfItsTime)
+{
+    setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+    EXPECT_EQ(kx::CTimeFields(fieldsOf(2024, 7, 1).toTime(), kx::CTimeFields::TypeLocal).getZone(), 120);
+    EXPECT_EQ(kx::CTimeFields(fieldsOf(2024, 1, 1).toTime(), kx::CTimeFields::TypeLocal).getZone(), 60);
+}
+
+TEST_F(CLocalTimeTest, isNotUsedByDefault)
+{
+    EXPECT_EQ(kx::CTimeFields(kx::CTime(0)).getHour(), 0);
+    EXPECT_EQ(kx::CTimeFields(kx::CTimeFields::TypeLocal).getZone(), 330);
+}
+
+TEST(CTimeFieldsTest, knowsTheEnglishAbbreviations)
+{
+    EXPECT_EQ(kx::CTimeFields::getEnglishWeekDayAbbrev(0), "Sun");
+    EXPECT_EQ(kx::CTimeFields::getEnglishWeekDayAbbrev(6), "Sat");
+    EXPECT_EQ(kx::CTimeFields::getEnglishMonthAbbrev(1), "Jan");
+    EXPECT_EQ(kx::CTimeFields::getEnglishMonthAbbrev(12), "Dec");
+}
+
+TEST(CTimeFieldsTest, knowsNoFurtherDaysAndMonths)
+{
+    EXPECT_THROW(kx::CTimeFields::getEnglishWeekDayAbbrev(-1), kx::CInvalidArgError);
+    EXPECT_THROW(kx::CTimeFields::getEnglishWeekDayAbbrev(7), kx::CInvalidArgError);
+    EXPECT_THROW(kx::CTimeFields::getEnglishMonthAbbrev(0), kx::CInvalidArgError);
+    EXPECT_THROW(kx::CTimeFields::getEnglishMonthAbbrev(13), kx::CInvalidArgError);
+}
+
+TEST(CTimeFieldsTest, writesZones)
+{
+    EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(0, "+0000"), "+0000");
+    EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(90, "+0000"), "+0130");
+    EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(-210, "+0000"), "-0330");
+}
+
+TEST(CTimeTest, isUnsetByDefault)
+{
+    EXPECT_FALSE(kx::CTime().isSet());
+    EXPECT_TRUE(kx::CTime(0).isSet());
+    EXPECT_LT(kx::CTime(), kx::CTime(0));
+}
+
+TEST(CTimeTest, nowIsTheSystemsClock)
+{
+    const auto before = static_cast<long long>(std::time(nullptr));
+    const long long now = kx::CTime::now().getMicroseconds() / second;
+    const auto after = static_cast<long long>(std::time(nullptr));
+    EXPECT_GE(now, before - 1);
+    EXPECT_LE(now, after + 1);
+}
+
+TEST(CTimeSpanTest, isMadeFromItsUnits)
+{
+    EXPECT_EQ(kx::CTimeSpan().getMicroseconds(), 0);
+    EXPECT_EQ(kx::CTimeSpan::fromMicroseconds(-5).getMicroseconds(), -5);
+    EXPECT_EQ(kx::CTimeSpan::fromMilliseconds(5), kx::CTimeSpan::fromMicroseconds(5000));
+    EXPECT_EQ(kx::CTimeSpan::fromSeconds(5), kx::CTimeSpan::fromMilliseconds(5000));
+}
+
+TEST(CTimeSpanTest, isInfiniteAtTheSmallestValue)
+{
+    EXPECT_TRUE(kx::CTimeSpan::infinite().isInfinite());
+    EXPECT_EQ(kx::CTimeSpan::infinite().getMicroseconds(), std::numeric_limits<long long>::min());
+    EXPECT_FALSE(kx::CTimeSpan().isInfinite());
+}
+
+} // namespace

@@ -1,0 +1,51 @@
+#include "sela/base64.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+kx::String encoded(const std::string& bytes, bool pad = true, bool breakLines = false)
+{
+    return sela::base64Encode(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), pad, breakLines);
+}
+
+TEST(Base64Test, encodesTheExamplesOfRFC4648)
+{
+    EXPECT_EQ(encoded(""), "");
+    EXPECT_EQ(encoded("f"), "Zg==");
+    EXPECT_EQ(encoded("fo"), "Zm8=");
+    EXPECT_EQ(encoded("foo"), "Zm9v");
+    EXPECT_EQ(encoded("foob"), "Zm9vYg==");
+    EXPECT_EQ(encoded("fooba"), "Zm9vYmE=");
+    EXPECT_EQ(encoded("foobar"), "Zm9vYmFy");
+}
+
+TEST(Base64Test, usesTheStandardAlphabet)
+{
+    EXPECT_EQ(encoded("\xFB\xEF\xBF"), "+++/");
+}
+
+TEST(Base64Test, leavesOutThePaddingWhenAskedTo)
+{
+    EXPECT_EQ(encoded("f", false), "Zg");
+    EXPECT_EQ(encoded("foo", false), "Zm9v");
+    EXPECT_EQ(encoded("", false), "");
+}
+
+TEST(Base64Test, breaksLinesAfter76Characters)
+{
+    const kx::String line = encoded(std::string(57, 'x'));
+    EXPECT_EQ(line.size(), 76u);
+    EXPECT_EQ(encoded(std::string(57, 'x'), true, true), line);
+    EXPECT_EQ(encoded(std::string(58, 'x'), true, true), line + "\r\neA==");
+    EXPECT_EQ(encoded(std::string(114, 'x'), true, true), line + "\r\n" + line);
+}
+
+TEST(Base64Test, joinsLongTextsWithoutBreaks)
+{
+    EXPECT_EQ(encoded(std::string(300, 'x')), encoded(std::string(300, 'x'), true, true).replaceAll("\r\n", ""));
+}
+
+} // namespace
