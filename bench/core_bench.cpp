@@ -101,7 +101,9 @@ struct CBareResponse {
         const size_t first = line.find_first_not_of(" \t", colon + 1);
         const size_t last = line.find_last_not_of(" \t\r\n");
         std::string& value = headers[name];
-        value += (value.empty() ? "" : ",") + line.substr(first, last - first + 1);
+        if (!value.empty())
+            value += ',';
+        value.append(line, first, last - first + 1);
     }
 };
 
@@ -200,14 +202,12 @@ bool compareConstruction()
 template <typename TMake>
 double bytesEach(TMake make)
 {
-    const size_t before = mallinfo2().uordblks;
     std::vector<decltype(make())> objects;
     objects.reserve(idleCount);
-    const size_t reserved = mallinfo2().uordblks;
+    const size_t before = mallinfo2().uordblks;
     for (int i = 0; i < idleCount; ++i)
         objects.push_back(make());
-    static_cast<void>(before);
-    return static_cast<double>(mallinfo2().uordblks - reserved) / idleCount;
+    return static_cast<double>(mallinfo2().uordblks - before) / idleCount;
 }
 
 void printMemory()
