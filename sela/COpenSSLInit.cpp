@@ -30,7 +30,7 @@ kx::CSafeGlobalGuard& COpenSSLInit::CThreadStuff::globalInstanceGuard()
 COpenSSLInit::CThreadStuff::CThreadStuff()
 {
     if (OPENSSL_init_ssl(0, nullptr) != 1)
-        throw kx::CError("OpenSSL cannot be initialised.");
+        throw kx::CError("Construction of static object has failed.");
 }
 
 COpenSSLInit::CThreadStuff::~CThreadStuff() = default;

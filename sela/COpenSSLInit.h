@@ -15,7 +15,7 @@ public:
         static kx::TSafeGlobalPointer<CThreadStuff>& get();
         static kx::CSafeGlobalGuard& globalInstanceGuard();
 
-        /// @throws kx::CError when OpenSSL cannot be initialised
+        /// @throws kx::CError "Construction of static object has failed." when OpenSSL cannot be initialised
         CThreadStuff();
         ~CThreadStuff() override;
     };

@@ -23,6 +23,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 namespace norla {
 
@@ -244,6 +245,8 @@ void CNetRequest::tellDoneAfterFailure(const kx::CError& error) noexcept
 template <typename TValue>
 void CNetRequest::setOption(CURLoption option, TValue value)
 {
+    // libcurl reads its variadic argument as one of these and checks nothing.
+    static_assert(std::is_same_v<TValue, long> || std::is_same_v<TValue, curl_off_t> || std::is_pointer_v<TValue>);
     m_errorBuffer.getData()[0] = 0;
     const CURLcode result = curl_easy_setopt(m_easyHandle.get(), option, value);
     if (result != CURLE_OK)

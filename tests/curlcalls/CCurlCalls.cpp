@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <stdexcept>
 #include <utility>
 
 // The header has macros of these names, to check the number of arguments.
@@ -203,8 +204,17 @@ CURLcode curl_global_init(long flags)
 
 void curl_global_cleanup(void)
 {
-    support::isToFail("curl_global_cleanup");
+    if (support::isToFail("curl_global_cleanup"))
+        throw std::runtime_error("cleanup failed");
     support::original(&curl_global_cleanup, "curl_global_cleanup")();
+}
+
+// OpenSSL's, which the library calls before it initialises libcurl.
+int OPENSSL_init_ssl(uint64_t options, const void* settings)
+{
+    if (support::isToFail("OPENSSL_init_ssl"))
+        return 0;
+    return support::original(&OPENSSL_init_ssl, "OPENSSL_init_ssl")(options, settings);
 }
 
 CURL* curl_easy_init(void)

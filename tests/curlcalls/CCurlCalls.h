@@ -30,7 +30,7 @@ public:
     /// Makes curl_easy_setopt() refuse this option from now on.
     void failOption(CURLoption option, CURLcode result = CURLE_OUT_OF_MEMORY);
 
-    /// Makes a function fail: curl_global_init, curl_easy_init, curl_easy_getinfo, curl_easy_escape, curl_slist_append,
+    /// Makes a function fail: OPENSSL_init_ssl, curl_global_init, curl_global_cleanup (which throws then), curl_easy_init, curl_easy_getinfo, curl_easy_escape, curl_slist_append,
     /// curl_easy_strerror, curl_multi_strerror.
     /// @param skip how many calls still succeed before
     /// @param count how many fail then; -1 for all
@@ -39,7 +39,7 @@ public:
     /// Lets everything succeed again.
     void succeed();
 
-    /// How often the function was called; known for those of fail(), and for curl_global_cleanup and curl_easy_cleanup.
+    /// How often the function was called; known for those of fail(), and for curl_easy_cleanup.
     int countOf(const std::string& function) const;
 
     /// For the interposed functions alone: counts the call and tells whether it is to fail.

@@ -135,7 +135,7 @@ TEST(CTimeFieldsTest, refusesTimesOutsideTheYears0To9999)
 
 TEST(CTimeFieldsTest, refusesAnUnsetTime)
 {
-    EXPECT_THROW(kx::CTimeFields(kx::CTime()), kx::CError);
+    EXPECT_THROW(kx::CTimeFields{kx::CTime()}, kx::CError);
 }
 
 TEST(CTimeFieldsTest, prefersTheWeekDayItIsGiven)

@@ -3,6 +3,7 @@
 
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetRequest.h"
+#include "sela/COpenSSLInit.h"
 #include "tests/curlcalls/CCurlCalls.h"
 
 #include <gtest/gtest.h>
@@ -91,6 +92,38 @@ TEST_F(CGlobalInitTest, leavesTheGuardClearedAfterAFailure)
         exitWith(!norla::CGlobalInit::globalInstanceGuard());
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(CGlobalInitTest, saysThatASingletonOfOpenSSLFailed)
+{
+    const auto run = [] {
+        calls().fail("OPENSSL_init_ssl");
+        exitWith(
+            messageOfGet() == "|Construction of static object has failed." && calls().countOf("curl_global_init") == 0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(CGlobalInitTest, setsUpOpenSSLFirst)
+{
+    const auto run = [] {
+        calls().fail("curl_global_init");
+        messageOfGet();
+        exitWith(sela::COpenSSLInit::CThreadStuff::globalInstanceGuard()
+            && sela::COpenSSLInit::CCleaner::globalInstanceGuard());
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(CGlobalInitTest, logsAnErrorOfTheCleanUpAndIgnoresIt)
+{
+    const auto run = [] {
+        calls().fail("curl_global_cleanup");
+        kx::newObj<norla::CNetRequest>();
+        std::exit(0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0),
+        "error: Exception in the destructor of norla::CGlobalInit \\(ignored\\)\\.: cleanup failed");
 }
 
 TEST_F(CGlobalInitTest, isMadeByTheFirstRequest)

@@ -312,6 +312,19 @@ TEST_F(CNetRequestDataTest, sendsTheBodyAgainAfterAnAuthenticationChallenge)
     EXPECT_TRUE(received().ends_with("the body"));
 }
 
+TEST_F(CNetRequestDataTest, throwsTheSourcesErrorWhenItCannotSeekForAnAuthentication)
+{
+    server().onConnection().readHead().readBytes(8).send(
+        "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"r\"\r\nContent-Length: 0\r\n\r\n");
+    source->m_canSeek = false;
+    request().setHTTPAuthMethods(static_cast<unsigned int>(CURLAUTH_ANY));
+    request().setUserName("me");
+    request().setUserPassword("pw");
+    putFromSource();
+    EXPECT_EQ(failureOf()->getMessage(), "cannot seek");
+    expectGoodTransfer();
+}
+
 class CFailingSourceTest : public CNetRequestDataTest, public testing::WithParamInterface<int> {};
 
 TEST_P(CFailingSourceTest, throwsTheSourcesErrorAndCanBeUsedAgain)

@@ -149,6 +149,31 @@ TEST_F(CNetRequestErrorTest, logsAnErrorBufferThatIsNotUTF8)
             "data.: Text is not valid UTF-8 at byte 0."});
 }
 
+TEST_F(CNetRequestErrorTest, logsAResponseLineThatCannotBeKeptAndGoesOn)
+{
+    const support::CLogRecorder log;
+    support::CCurlCalls calls;
+    answer(ok("x"));
+    calls.fail("curl_slist_append", 1, 1); // the line after the status line
+    performPath();
+    EXPECT_EQ(body(), "x");
+    EXPECT_EQ(responseLines(), (std::vector<kx::String>{"HTTP/1.1 200 OK\r\n", "\r\n"}));
+    EXPECT_EQ(log.lines(),
+        std::vector<std::string>{
+            "warning: Exception during CNetRequest header parsing (ignored).: Out of memory: a text "
+            "could not be added to a list for libcurl"});
+}
+
+TEST_F(CNetRequestErrorTest, tellsThatTheResponseCodeCannotBeHad)
+{
+    support::CCurlCalls calls;
+    answer(ok("x"));
+    calls.fail("curl_easy_getinfo");
+    EXPECT_EQ(failureOf()->getCode(), CURLE_BAD_FUNCTION_ARGUMENT);
+    calls.succeed();
+    expectGoodTransfer();
+}
+
 TEST_F(CNetRequestErrorTest, clearsTheErrorBufferBeforeASetter)
 {
     std::strcpy(errorBuffer(), "old");
