@@ -15,7 +15,7 @@
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/core/CSigPipeBlock.h"
-#include "norla/http/htmlToText.h"
+#include "norla/http/serverMessage.h"
 #include "norla/http/util.h"
 #include "norla/proxy/CProxySettings.h"
 
@@ -31,8 +31,6 @@ namespace {
 
 // Far more than CURL_ERROR_SIZE, on purpose.
 constexpr size_t errorBufferSize = 10011;
-
-constexpr int maxServerMessageBytes = 4096;
 
 struct CSchemeRow {
     const char* prefix;
@@ -78,26 +76,6 @@ kx::String rangeText(long long start, long long length)
             kx::CStringFormat("the range from %lld on with a length of %lld is beyond 64 bits", start, length),
             "CNetRequest::setRange");
     return kx::CStringFormat("%lld-%lld", start, end);
-}
-
-// What is left without a multi-byte character that was cut in two at the end.
-std::string_view withoutCutCharacter(std::string_view utf8) noexcept
-{
-    size_t start = utf8.size();
-    while (start > 0 && utf8.size() - start < 4 && (static_cast<unsigned char>(utf8[start - 1]) & 0xC0) == 0x80)
-        --start;
-    if (start == 0)
-        return utf8;
-    const auto lead = static_cast<unsigned char>(utf8[start - 1]);
-    const size_t announced = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
-    return announced > utf8.size() - start + 1 ? utf8.substr(0, start - 1) : utf8;
-}
-
-bool isHTML(const CNetRequest::HeaderMap& headers, const kx::String& text)
-{
-    const auto contentType = headers.find("content-type");
-    return (contentType != headers.end() && contentType->second.startsWith("text/html"))
-        || text.find("<html") != kx::String::npos;
 }
 
 } // namespace
@@ -630,9 +608,8 @@ kx::String CNetRequest::getServerMessage(const kx::String& responseCodeDomain, i
         return getLastResponseLine();
     if (responseCodeDomain != "http" || m_defaultReceiveBuffer->getSize() == 0)
         return kx::String();
-    const auto size = std::min(m_defaultReceiveBuffer->getSize(), size_t{maxServerMessageBytes});
-    return getServerErrorMessageFromResponseData(
-        m_defaultReceiveBuffer->getData(), static_cast<int>(size), getResponseHeaderMap());
+    const auto size = clampedToInt(static_cast<long long>(m_defaultReceiveBuffer->getSize()));
+    return getServerErrorMessageFromResponseData(m_defaultReceiveBuffer->getData(), size, getResponseHeaderMap());
 }
 
 kx::String CNetRequest::getLastResponseLine()
@@ -647,10 +624,7 @@ kx::String CNetRequest::getServerErrorMessageFromResponseData(
     const unsigned char* data, int size, const HeaderMap& headers)
 {
     try {
-        const std::string_view body(reinterpret_cast<const char*>(data), static_cast<size_t>(std::max(size, 0)));
-        const std::string_view start = body.substr(0, maxServerMessageBytes);
-        const kx::String text = kx::String::fromUTF8(start.size() < body.size() ? withoutCutCharacter(start) : start);
-        return isHTML(headers, text) ? htmlToText(text) : text;
+        return serverMessage({reinterpret_cast<const char*>(data), static_cast<size_t>(std::max(size, 0))}, headers);
     } catch (const std::exception&) {
         return kx::String(); // the failure itself is what must be told
     }

@@ -231,6 +231,13 @@ TEST_F(CNetRequestErrorTest, readsAnHTMLErrorPage)
     EXPECT_EQ(failureOf()->getProps().get("serverMessage"), "Not here");
 }
 
+TEST_F(CNetRequestErrorTest, readsTheBeginningOfALongErrorBody)
+{
+    const std::string body = std::string(4095, 'x') + "\xC3\xBC" + std::string(100'000, 'y');
+    answer("HTTP/1.1 500 No\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+    EXPECT_EQ(failureOf()->getProps().get("serverMessage"), kx::String(std::wstring(4095, L'x')));
+}
+
 TEST_F(CNetRequestErrorTest, namesTheHostAndThePortThatRefuse)
 {
     const support::CRefusedPort refused;
