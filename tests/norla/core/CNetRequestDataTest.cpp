@@ -4,6 +4,7 @@
 #include "norla/core/CNetHeaders.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/CLogRecorder.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -368,6 +369,17 @@ TEST_F(CNetRequestDataTest, reportsTheFirstOfTwoErrors)
     const auto error = failureOf();
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getMessage(), "sink failed");
+}
+
+TEST_F(CNetRequestDataTest, readsTheStatusLineOnceForAllBlocksAndAnswersZeroWhenItCannot)
+{
+    const support::CLogRecorder log;
+    server().onConnection().readHead().sendPieces({"HTTP/1.1  200 OK\r\nContent-Length: 2\r\n\r\n", "a", "b"});
+    request().setReceiveDataSink(sink.get());
+    performPath();
+    EXPECT_EQ(sink->m_calls, 2);
+    EXPECT_EQ(sink->m_responseCode, 0);
+    EXPECT_EQ(log.lines().size(), 1u);
 }
 
 TEST_F(CNetRequestDataTest, answersMinusOneToTheSinkOfAnotherProtocol)
