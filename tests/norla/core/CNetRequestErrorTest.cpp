@@ -214,6 +214,9 @@ TEST_F(CNetRequestErrorTest, tellsTheReplyToQUITWhenAMailServerAnswersIt)
 
 TEST_F(CNetRequestErrorTest, tellsNoReplyOfAMailServerWithoutACode)
 {
+    refuseSender().closeHard();
+    failureOfMail();
+    EXPECT_TRUE(thrown(CURLE_SEND_ERROR, "smtp", 1, "m")->getProps().has("serverMessage"));
     EXPECT_FALSE(thrown(CURLE_SEND_ERROR, "smtp", 0, "m")->getProps().has("serverMessage"));
 }
 
