@@ -87,6 +87,7 @@ protected:
     std::string received(size_t connection = 0)
     {
         m_server.join();
+        EXPECT_EQ(m_server.problems(), std::vector<std::string>());
         return m_server.received(connection);
     }
 
