@@ -83,7 +83,7 @@ public:
     /// libcurl's own log on standard error, CURLOPT_VERBOSE. It shows credentials.
     void setVerbose(bool verbose);
 
-    /// False accepts any server certificate; CURLOPT_SSL_VERIFYPEER.
+    /// False accepts a server certificate of any issuer, but still only for the right host; CURLOPT_SSL_VERIFYPEER.
     void setSSLVerifyPeer(bool verify);
 
     void setFollowRedirects(bool follow);
