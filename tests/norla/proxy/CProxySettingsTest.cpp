@@ -76,6 +76,7 @@ TEST_P(CProxyForURLTest, isChosen)
     settings.setProxyForURLScheme("http", "p:1");
     settings.addDirectConnectHost("IntraNet");
     settings.addDirectConnectHost("host?a=");
+    settings.addDirectConnectHost("a:b");
     EXPECT_EQ(settings.getProxyForURL(GetParam().url), GetParam().proxy);
 }
 
@@ -93,6 +94,7 @@ INSTANTIATE_TEST_SUITE_P(All, CProxyForURLTest,
         {"subdomainIsNotDirect", "http://a.intranet/", "p:1"},
         {"userCountsAsHost", "http://me@intranet/", "p:1"},
         {"slashInAQueryEndsTheHost", "http://host?a=/b", ""},
+        {"portFromTheLastColon", "http://a:b:80/", ""},
         {"schemeInUpperCase", "HTTP://host/", "p:1"},
         {"otherScheme", "ftp://otherhost/", ""},
         {"noColon", "otherhost", ""},
