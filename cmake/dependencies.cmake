@@ -1,6 +1,7 @@
 find_package(Threads REQUIRED)
 find_package(CURL 7.88 REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
+find_package(EXPAT REQUIRED)
 
 # wx-config is asked rather than CMake's own wxWidgets module, because only base and xml may be linked, without any GUI library.
 find_program(WX_CONFIG NAMES wx-config-3.2 wx-config REQUIRED)

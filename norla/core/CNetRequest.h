@@ -174,6 +174,9 @@ public:
     /// The size of the body in bytes; -1 when unknown.
     void setSendDataSize(long long size);
 
+    /// As set; empty in a new request.
+    const kx::String& getURL() const noexcept { return m_url; }
+
     /// The method that is sent: "GET" while none was set.
     kx::String getHTTPMethod() const;
 

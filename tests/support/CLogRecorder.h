@@ -20,7 +20,7 @@ public:
     CLogRecorder& operator=(const CLogRecorder&) = delete;
     ~CLogRecorder() { kx::setLogHandler({}); }
 
-    /// One line an entry: "warning: text [context]: error".
+    /// One line an entry: "warning: text [context]: error {data name: data}".
     std::vector<std::string> lines() const
     {
         const std::lock_guard lock(m_mutex);
@@ -36,6 +36,8 @@ private:
             line += " [" + entry.context.toUTF8() + "]";
         if (entry.error)
             line += std::string(": ") + entry.error->what();
+        if (!entry.dataName.isEmpty())
+            line += " {" + entry.dataName.toUTF8() + ": " + entry.data.toUTF8() + "}";
         const std::lock_guard lock(m_mutex);
         m_lines.push_back(line);
     }

@@ -1,0 +1,187 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/P.h"
+#include "kx/containers/TBuffer.h"
+#include "kx/containers/TMap.h"
+#include "kx/text/String.h"
+#include "norla/core/CNetRequest.h"
+#include "norla/s3/CS3ListObjectsResult.h"
+
+#include <exception>
+#include <string>
+
+namespace sela {
+class CDigest;
+}
+
+namespace norla {
+
+class CNetHeaders;
+
+/// Objects in the buckets of Amazon S3 or of a store that speaks its REST protocol with the "AWS" signature (HMAC-SHA1).
+///
+/// Every operation comes as a pair: prepare...Request() resets a request and fills it, for callers who perform it
+/// themselves; the operation prepares and performs it, again and again as long as the failure looks transient. One request
+/// may serve any number of operations, one after the other, and so reuses its connection.
+///
+/// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping. Names are checked
+/// before the request is touched. The client is used by one thread at a time.
+class KX_EXPORT CS3Client : public virtual kx::CBase {
+public:
+    using HeaderMap = kx::TMap<kx::String, kx::String>;
+    using Buffer = kx::TBuffer<unsigned char>;
+
+    /// @param useSSL whether to use https rather than http
+    /// @param endpointHost "host" or "host:port" of the store, fixed for the client's life
+    /// @throws kx::CInvalidArgError when the host is empty or more than a host and a port; kx::CError when the secret has no
+    /// UTF-8 form
+    CS3Client(const kx::String& accessKeyId, const kx::String& secretAccessKey, bool useSSL,
+        const kx::String& endpointHost = "s3.amazonaws.com");
+    CS3Client(const CS3Client&) = delete;
+    CS3Client& operator=(const CS3Client&) = delete;
+    ~CS3Client() override;
+
+    /// How often a failed request is tried again, 50 at first; 0 and less for never. Looked at by performRequest().
+    void setMaxRetries(int maxRetries) { m_maxRetries = maxRetries; }
+
+    /// The following two affect requests prepared afterwards, as CNetRequest::setVerbose() (off at first) and
+    /// setSSLVerifyPeer() (on at first).
+    void setPrintDebugInfo(bool print) { m_printDebugInfo = print; }
+    void setSSLVerifyPeer(bool verify) { m_sslVerifyPeer = verify; }
+
+    /// Stores an object, replacing an earlier one. The bytes are copied.
+    /// @param size in bytes, 0 or more
+    /// @param contentType such as "image/png"; empty leaves it to the store
+    /// @throws kx::CInvalidArgError for an empty name or a negative size; the others as performRequest()
+    void preparePutObjectRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
+        const void* data, int size, const kx::String& contentType);
+    void putObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName, const void* data,
+        int size, const kx::String& contentType);
+
+    /// Fetches an object, or a part of it, into the request's default receive buffer. A sink that is set on a prepared
+    /// request gets the data of every attempt, and the store's error documents too: its write() is told the status.
+    /// @param start of the first byte, counted from 0
+    /// @param length in bytes; -1 up to the end; 0 asks for the headers alone. A part that ends behind the object's end is cut
+    /// there, one that starts behind it is an error (status 416).
+    /// @throws kx::CInvalidArgError also for a negative start, a length below -1 and an end beyond 64 bits
+    void prepareGetObjectRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
+        long long start, long long length);
+    void getObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName, long long start,
+        long long length);
+
+    void prepareGetObjectHeadersRequest(
+        CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
+
+    /// @return lower-case header name to value
+    HeaderMap getObjectHeaders(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
+
+    /// False also when the bucket does not exist.
+    bool objectExists(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
+
+    /// In bytes; -1 when the object does not exist.
+    /// @throws kx::CError "Error: Content-Length header was expected but not included in response."
+    long long getObjectSize(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
+
+    /// Copies within one bucket, on the store's side. It is performed once, without retries.
+    /// @throws CCURLError; CS3Error when the store reports the failure after the status of a success; as CS3CopyObjectResult
+    void prepareCopyObjectRequest(CNetRequest& request, const kx::String& bucketName,
+        const kx::String& existingObjectName, const kx::String& newObjectName);
+    void copyObject(CNetRequest& request, const kx::String& bucketName, const kx::String& existingObjectName,
+        const kx::String& newObjectName);
+
+    /// Throws what the body of the answer to a copy reports, a CS3Error with the HTTP status 0; returns after a success.
+    void checkCopyObjectResult(const Buffer* responseData);
+
+    /// Removes an object. One that does not exist is a success.
+    void prepareDeleteObjectRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
+    void deleteObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
+
+    /// Lists one page of a bucket, ordered by name. CS3ObjectEnum walks all pages.
+    /// @param prefix only objects whose names begin with it; empty for all
+    /// @param delimiter names that hold it behind the prefix are summed up as common prefixes; empty for none
+    /// @param marker only names behind it; empty for all
+    /// @param maxKeys objects and prefixes at most; -1 lets the store choose
+    void prepareListObjectsRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& prefix,
+        const kx::String& delimiter, const kx::String& marker, int maxKeys);
+    /// @throws also as CS3ListObjectsResult
+    kx::P<CS3ListObjectsResult> listObjects(CNetRequest& request, const kx::String& bucketName,
+        const kx::String& prefix, const kx::String& delimiter, const kx::String& marker, int maxKeys);
+
+    /// Performs a prepared request. After a transient failure it waits 100 ms and tries again, with the same date and
+    /// signature, and says so in the log; it blocks all the while.
+    /// @return how many attempts it took, 1 or more
+    /// @throws CS3Error when the store explained the failure, else CCURLError
+    int performRequest(CNetRequest& request);
+
+    // What the prepare methods are made of.
+
+    /// Resets the request and gives it URL, settings and a "Date" header.
+    /// @return the request's header list, to be added to
+    kx::P<CNetHeaders> beginPrepareRequest(CNetRequest& request, const kx::String& url);
+
+    /// Signs the request. Nothing that is signed (method, headers, URL) may change afterwards.
+    void finishPrepareRequest(CNetRequest& request);
+
+    /// The object's URL, in which every "/" of its name is escaped.
+    kx::String getObjectURL(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
+
+    /// Makes a header value of several lines a single one: every line feed with the white space behind it becomes one space.
+    /// A carriage return before it stays.
+    static void makeSingleLineHeaderValue(kx::String& value);
+
+    // What a signature is made of.
+
+    /// The value under exactly that name, empty when there is none.
+    static kx::String getHeaderFromMap(const HeaderMap& map, const kx::String& name);
+
+    /// A line for every "x-amz-" header, by name.
+    /// @param map lower-case header name to value
+    static kx::String getCanonicalizedAMZHeaders(const HeaderMap& map);
+
+    /// The path, with the query only where that is a sub-resource such as "?acl".
+    /// @throws kx::CError "Invalid Amazon S3 query URL: '...'." for a URL without "://" or without a path
+    static kx::String getCanonicalizedResource(const kx::String& url);
+
+    /// What the store will compute from the request too, and sign with its copy of the secret.
+    static kx::String getStringToSign(CNetRequest* request);
+
+    /// Base64, 28 characters.
+    kx::String getSignature(CNetRequest* request);
+
+    /// Adds the "Authorization" header. Call it once, when the request is complete.
+    void signRequest(CNetRequest* request);
+
+    // What is known about a failure.
+
+    /// The service's code and the HTTP status in decimal, each empty when the error has none.
+    static void extractErrorCodes(const std::exception& e, kx::String& s3Code, kx::String& httpCode);
+
+    /// Whether the failure looks transient.
+    bool shouldRetryRequest(const std::exception& e) const;
+
+    /// Whether the store asks for fewer requests.
+    bool shouldSlowDown(const std::exception& e) const;
+
+    /// Whether object or bucket do not exist.
+    bool isNotFoundError(const std::exception& e) const;
+
+    /// Throws a CS3Error when a CCURLError's response data are the service's error document. Otherwise returns, and logs
+    /// response data that it does not understand.
+    void tryThrowBetterError(std::exception& e, const Buffer& responseData);
+
+private:
+    void performOnce(CNetRequest& request);
+    void addContentMD5(CNetHeaders& headers, const void* data, size_t size);
+
+    const kx::String m_endpointURL; // ends in "/"
+    const kx::P<sela::CDigest> m_md5;
+    const kx::String m_accessKeyId;
+    const std::string m_secretAccessKeyUTF8;
+    int m_maxRetries = 50;
+    bool m_printDebugInfo = false;
+    bool m_sslVerifyPeer = true;
+    Buffer m_signatureBuffer;
+};
+
+} // namespace norla

@@ -1,0 +1,82 @@
+#include "norla/s3/CS3Document.h"
+
+#include "kx/base/CError.h"
+#include "norla/s3/harmlessXML.h"
+
+#include <wx/mstream.h>
+#include <wx/xml/xml.h>
+
+namespace norla {
+
+namespace {
+
+std::unique_ptr<wxXmlDocument> loaded(const char* data, size_t size)
+{
+    if (!isHarmlessXML(data, size))
+        return nullptr;
+    auto document = std::make_unique<wxXmlDocument>();
+    wxMemoryInputStream bytes(data, size);
+    // White space is kept: the name of an object may consist of blanks.
+    if (!document->Load(bytes, wxS("UTF-8"), wxXMLDOC_KEEP_WHITESPACE_NODES))
+        return nullptr;
+    return document;
+}
+
+wxXmlNode* elementFrom(wxXmlNode* node)
+{
+    while (node && node->GetType() != wxXML_ELEMENT_NODE)
+        node = node->GetNext();
+    return node;
+}
+
+} // namespace
+
+CS3Document::CS3Document(const char* data, size_t size, const kx::String& title)
+    : m_document(loaded(data, size))
+{
+    if (!m_document)
+        throw kx::CError("Error parsing Amazon S3 " + title + ": invalid XML.");
+    m_root = requireRoot(*m_document, title);
+}
+
+CS3Document::~CS3Document() = default;
+
+wxXmlNode* CS3Document::getRoot() const noexcept
+{
+    return m_root;
+}
+
+wxXmlNode* CS3Document::requireRoot(const wxXmlDocument& document, const kx::String& title)
+{
+    wxXmlNode* const root = document.GetRoot();
+    if (!root)
+        throw kx::CError("Error parsing Amazon S3 " + title + ": no root element.");
+    return root;
+}
+
+wxXmlNode* CS3Document::firstElement(const wxXmlNode& parent)
+{
+    return elementFrom(parent.GetChildren());
+}
+
+wxXmlNode* CS3Document::nextElement(const wxXmlNode& sibling)
+{
+    return elementFrom(sibling.GetNext());
+}
+
+kx::String CS3Document::nameOf(const wxXmlNode& node)
+{
+    return kx::String(node.GetName().ToStdWstring());
+}
+
+bool CS3Document::hasName(const wxXmlNode& node, const wchar_t* name)
+{
+    return node.GetName() == name;
+}
+
+kx::String CS3Document::contentOf(const wxXmlNode& node)
+{
+    return kx::String(node.GetNodeContent().ToStdWstring());
+}
+
+} // namespace norla

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "kx/text/String.h"
+
+#include <cstddef>
+#include <memory>
+
+class wxXmlDocument;
+class wxXmlNode;
+
+namespace norla {
+
+/// An XML document that the service sent.
+class CS3Document {
+public:
+    /// Loads it. wxWidgets is never shown anything that it would complain about in its own log.
+    /// @param title what messages call the document, such as "error response"
+    /// @throws kx::CError "Error parsing Amazon S3 " + title + ": invalid XML." or "...: no root element."
+    CS3Document(const char* data, size_t size, const kx::String& title);
+    CS3Document(const CS3Document&) = delete;
+    CS3Document& operator=(const CS3Document&) = delete;
+    ~CS3Document();
+
+    /// Owned by the document, never null.
+    wxXmlNode* getRoot() const noexcept;
+
+    /// The root of a document. @throws kx::CError as above when it has none
+    static wxXmlNode* requireRoot(const wxXmlDocument& document, const kx::String& title);
+
+    /// Calls action(wxXmlNode&) for every element among the node's children, in document order.
+    template <typename TAction>
+    static void forEachElement(const wxXmlNode& parent, TAction action)
+    {
+        for (wxXmlNode* element = firstElement(parent); element; element = nextElement(*element))
+            action(*element);
+    }
+
+    static kx::String nameOf(const wxXmlNode& node);
+
+    /// Whether the node has exactly this name.
+    static bool hasName(const wxXmlNode& node, const wchar_t* name);
+
+    /// The first piece of text in the node, as it stands; empty when there is none.
+    static kx::String contentOf(const wxXmlNode& node);
+
+private:
+    static wxXmlNode* firstElement(const wxXmlNode& parent);
+    static wxXmlNode* nextElement(const wxXmlNode& sibling);
+
+    std::unique_ptr<wxXmlDocument> m_document;
+    wxXmlNode* m_root;
+};
+
+} // namespace norla

@@ -1,0 +1,48 @@
+#include "norla/s3/CS3Error.h"
+
+#include "kx/text/numbers.h"
+#include "norla/s3/CS3ErrorResponse.h"
+
+namespace norla {
+
+namespace {
+
+constexpr int httpNotFound = 404;
+
+kx::CProps propsOf(const CS3ErrorResponse& response, int httpResponseCode)
+{
+    kx::CProps props;
+    props.set("responseCode", kx::toString(httpResponseCode));
+    props.set("s3-code", response.getCode());
+    props.set("s3-requestID", response.getRequestId());
+    props.set("s3-resource", response.getResource());
+    return props;
+}
+
+} // namespace
+
+CS3Error::CS3Error(const CS3ErrorResponse& response, int httpResponseCode)
+    : CError("Amazon S3 error: " + response.getMessage() + "(" + response.getCode() + ")", "http", httpResponseCode,
+        propsOf(response, httpResponseCode))
+    , m_s3Code(response.getCode())
+{
+}
+
+CS3Error::~CS3Error() = default;
+
+kx::P<CS3Error> CS3Error::createObjectNotFoundError(const kx::String& resource)
+{
+    return kx::newObj<CS3Error>(*CS3ErrorResponse::createObjectNotFoundResponse(resource), httpNotFound);
+}
+
+kx::P<kx::CError> CS3Error::clone() const
+{
+    return kx::newObj<CS3Error>(*this);
+}
+
+void CS3Error::throwClone() const
+{
+    throw CS3Error(*this);
+}
+
+} // namespace norla

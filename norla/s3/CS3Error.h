@@ -1,0 +1,31 @@
+#pragma once
+
+#include "kx/base/CError.h"
+
+namespace norla {
+
+class CS3ErrorResponse;
+
+/// The service has refused a request and said why. Domain "http" with the HTTP status as code, 0 when the status was that of
+/// a success. Properties: "responseCode", the status in decimal; "s3-code", "s3-requestID" and "s3-resource" from the
+/// service's answer.
+class KX_EXPORT CS3Error : public virtual kx::CError {
+public:
+    CS3Error(const CS3ErrorResponse& response, int httpResponseCode);
+    CS3Error(const CS3Error&) = default;
+    ~CS3Error() override;
+
+    /// The error that a missing object gives, for callers who find out by other means.
+    static kx::P<CS3Error> createObjectNotFoundError(const kx::String& resource);
+
+    kx::P<kx::CError> clone() const override;
+    [[noreturn]] void throwClone() const override;
+
+    /// The service's own code, such as "NoSuchKey".
+    const kx::String& getS3Code() const noexcept { return m_s3Code; }
+
+private:
+    kx::String m_s3Code;
+};
+
+} // namespace norla

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/P.h"
+#include "kx/text/String.h"
+
+class wxXmlNode;
+
+namespace norla {
+
+/// What the service says about a failed request: its "Error" document. Immutable.
+class KX_EXPORT CS3ErrorResponse : public kx::CBase {
+public:
+    CS3ErrorResponse(
+        const kx::String& code, const kx::String& message, const kx::String& resource, const kx::String& requestId);
+
+    /// Parses the document.
+    /// @param size in bytes; 0 is no document
+    /// @throws kx::CError "Error parsing Amazon S3 error response: invalid XML."; or as below
+    CS3ErrorResponse(const char* data, int size);
+
+    /// Reads an "Error" element. @param root not null
+    /// @throws kx::CError "Error parsing Amazon S3 error result: root element is not 'Error'."
+    explicit CS3ErrorResponse(wxXmlNode* root);
+
+    ~CS3ErrorResponse() override;
+
+    /// What the service answers for an object that is not there. Its request id is "#dummy#", which no real answer has.
+    static kx::P<CS3ErrorResponse> createObjectNotFoundResponse(const kx::String& resource);
+
+    /// The service's own code, such as "NoSuchKey". This and the others are empty when the document does not have them.
+    const kx::String& getCode() const noexcept { return m_code; }
+    const kx::String& getMessage() const noexcept { return m_message; }
+
+    /// The bucket or object, as a path.
+    const kx::String& getResource() const noexcept { return m_resource; }
+
+    /// Names the request for the service's operators.
+    const kx::String& getRequestId() const noexcept { return m_requestId; }
+
+private:
+    void construct(wxXmlNode* root);
+    kx::String* fieldFor(const wxXmlNode& element);
+
+    kx::String m_code;
+    kx::String m_message;
+    kx::String m_resource;
+    kx::String m_requestId;
+};
+
+} // namespace norla

@@ -1,0 +1,27 @@
+#include "norla/s3/CS3ListObjectsElement.h"
+
+#include "kx/base/CError.h"
+#include "kx/text/numbers.h"
+#include "norla/s3/CS3Document.h"
+
+namespace norla {
+
+CS3ListObjectsElement::CS3ListObjectsElement(const wxXmlNode* contentsNode)
+{
+    CS3Document::forEachElement(*contentsNode, [this](const wxXmlNode& element) {
+        if (CS3Document::hasName(element, L"Key"))
+            m_key = CS3Document::contentOf(element);
+        else if (CS3Document::hasName(element, L"LastModified"))
+            m_lastModified = CS3Document::contentOf(element);
+        else if (CS3Document::hasName(element, L"ETag"))
+            m_eTag = CS3Document::contentOf(element);
+        else if (CS3Document::hasName(element, L"Size"))
+            m_size = kx::parseInt64(CS3Document::contentOf(element), false);
+    });
+    if (m_key.isEmpty())
+        throw kx::CError("Invalid Amazon S3 list objects element: 'Key' field not defined.");
+}
+
+CS3ListObjectsElement::~CS3ListObjectsElement() = default;
+
+} // namespace norla

@@ -1,0 +1,201 @@
+#include "norla/s3/CS3ListObjectsResult.h"
+
+#include "tests/support/errorOf.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using norla::CS3ListObjectsResult;
+
+kx::P<CS3ListObjectsResult> parse(std::string_view document)
+{
+    return kx::newObj<CS3ListObjectsResult>(document.data(), static_cast<int>(document.size()));
+}
+
+/// A listing with these children.
+kx::P<CS3ListObjectsResult> listing(const std::string& children)
+{
+    return parse(
+        "<ListBucketResult xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\">" + children + "</ListBucketResult>");
+}
+
+kx::String messageOf(std::string_view document)
+{
+    return support::messageOf([document] { parse(document); });
+}
+
+TEST(CS3ListObjectsResultTest, readsAPage)
+{
+    const auto page = parse(R"(<?xml version="1.0" encoding="UTF-8"?>
+<ListBucketResult xmlns="http://s3.amazonaws.com/doc/2006-03-01/">
+  <Name>bucket</Name>
+  <Prefix>p</Prefix>
+  <MaxKeys>2</MaxKeys>
+  <IsTruncated>true</IsTruncated>
+  <NextMarker>pz</NextMarker>
+  <Contents><Key>pa</Key><LastModified>2026-11-21T08:49:37.000Z</LastModified><ETag>&quot;e1&quot;</ETag><Size>5</Size>
+    <Owner><ID>o</ID></Owner></Contents>
+  <Contents><Key>pb</Key><Size>0</Size></Contents>
+  <CommonPrefixes><Prefix>pc/</Prefix></CommonPrefixes>
+  <CommonPrefixes><Prefix>pd/</Prefix></CommonPrefixes>
+</ListBucketResult>)");
+    EXPECT_TRUE(page->isTruncated());
+    EXPECT_EQ(page->getNextMarker(), "pz");
+    ASSERT_EQ(page->getContents().size(), 2u);
+    EXPECT_EQ(page->getContents()[0]->getKey(), "pa");
+    EXPECT_EQ(page->getContents()[1]->getKey(), "pb");
+    EXPECT_EQ(page->getCommonPrefixes(), (kx::TArray<kx::String>{"pc/", "pd/"}));
+}
+
+TEST(CS3ListObjectsResultTest, readsAnEmptyBucket)
+{
+    const auto page = listing("<IsTruncated>false</IsTruncated>");
+    EXPECT_TRUE(page->getContents().empty());
+    EXPECT_TRUE(page->getCommonPrefixes().empty());
+    EXPECT_EQ(page->getNextMarker(), "");
+}
+
+TEST(CS3ListObjectsResultTest, isNotTruncatedWhenTheDocumentDoesNotSay)
+{
+    EXPECT_FALSE(listing("")->isTruncated());
+}
+
+TEST(CS3ListObjectsResultTest, readsTruncationInAnyCase)
+{
+    EXPECT_TRUE(listing("<IsTruncated>True</IsTruncated>")->isTruncated());
+    EXPECT_FALSE(listing("<IsTruncated>true</IsTruncated><IsTruncated>FALSE</IsTruncated>")->isTruncated());
+}
+
+TEST(CS3ListObjectsResultTest, refusesAnotherTruncation)
+{
+    EXPECT_EQ(messageOf("<ListBucketResult><IsTruncated>Maybe</IsTruncated></ListBucketResult>"),
+        "Bad value for 'IsTruncated' S3 list objects result element: 'Maybe'");
+    EXPECT_EQ(messageOf("<ListBucketResult><IsTruncated/></ListBucketResult>"),
+        "Bad value for 'IsTruncated' S3 list objects result element: ''");
+    EXPECT_EQ(messageOf("<ListBucketResult><IsTruncated> true</IsTruncated></ListBucketResult>"),
+        "Bad value for 'IsTruncated' S3 list objects result element: ' true'");
+}
+
+TEST(CS3ListObjectsResultTest, ignoresTheBucketsOwnPrefix)
+{
+    EXPECT_TRUE(listing("<Prefix>p</Prefix>")->getCommonPrefixes().empty());
+}
+
+TEST(CS3ListObjectsResultTest, readsEveryPrefixOfAGroup)
+{
+    EXPECT_EQ(
+        listing("<CommonPrefixes><Prefix>a/</Prefix><Other/><Prefix>b/</Prefix></CommonPrefixes>")->getCommonPrefixes(),
+        (kx::TArray<kx::String>{"a/", "b/"}));
+}
+
+TEST(CS3ListObjectsResultTest, readsABuffer)
+{
+    kx::TBuffer<unsigned char> buffer;
+    const std::string document = "<ListBucketResult><NextMarker>m</NextMarker></ListBucketResult>";
+    buffer.append(reinterpret_cast<const unsigned char*>(document.data()), document.size());
+    EXPECT_EQ(CS3ListObjectsResult(&buffer).getNextMarker(), "m");
+}
+
+TEST(CS3ListObjectsResultTest, refusesAnEmptyBuffer)
+{
+    const kx::TBuffer<unsigned char> buffer;
+    EXPECT_EQ(support::messageOf([&buffer] { CS3ListObjectsResult{&buffer}; }),
+        "Error parsing Amazon S3 'list objects' result: invalid XML.");
+}
+
+TEST(CS3ListObjectsResultTest, refusesBytesThatAreNoXML)
+{
+    for (const auto document : {"", "{}", "<ListBucketResult>", "<ListBucketResult>\xff</ListBucketResult>"})
+        EXPECT_EQ(messageOf(document), "Error parsing Amazon S3 'list objects' result: invalid XML.") << document;
+}
+
+TEST(CS3ListObjectsResultTest, refusesANegativeSize)
+{
+    EXPECT_EQ(support::messageOf([] { CS3ListObjectsResult("<ListBucketResult/>", -1); }),
+        "Error parsing Amazon S3 'list objects' result: invalid XML.");
+}
+
+TEST(CS3ListObjectsResultTest, refusesAnotherRoot)
+{
+    for (const auto document : {"<Error/>", "<listbucketresult/>", "<ListBucketResults/>"})
+        EXPECT_EQ(messageOf(document),
+            "Error parsing Amazon S3 'list objects' result: root element is not ListBucketResult.");
+}
+
+TEST(CS3ListObjectsResultTest, isAPlainErrorWhenItCannotBeParsed)
+{
+    for (const auto document : {"", "<Error/>", "<ListBucketResult><IsTruncated/></ListBucketResult>",
+             "<ListBucketResult><Contents/></ListBucketResult>"}) {
+        const auto error = support::errorOf([document] { parse(document); });
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->getDomain(), "");
+        EXPECT_EQ(error->getCode(), -1);
+    }
+}
+
+class CS3ListObjectsElementTest : public testing::Test {
+protected:
+    static kx::P<norla::CS3ListObjectsElement> element(const std::string& children)
+    {
+        return listing("<Contents>" + children + "</Contents>")->getContents().at(0);
+    }
+};
+
+TEST_F(CS3ListObjectsElementTest, keepsTheServicesTexts)
+{
+    const auto object
+        = element("<Key>photos/\xc3\xa4 b+c.jpg</Key><LastModified>2026-11-21T08:49:37.000Z</LastModified>"
+                  "<ETag>&quot;abc&quot;</ETag><Size>12</Size><StorageClass>STANDARD</StorageClass>");
+    EXPECT_EQ(object->getKey(), "photos/\xe4 b+c.jpg");
+    EXPECT_EQ(object->getLastModified(), "2026-11-21T08:49:37.000Z");
+    EXPECT_EQ(object->getETag(), "\"abc\"");
+    EXPECT_EQ(object->getSize(), 12);
+}
+
+TEST_F(CS3ListObjectsElementTest, readsSizesBeyond32Bits)
+{
+    EXPECT_EQ(element("<Key>k</Key><Size>5497558138880</Size>")->getSize(), 5497558138880);
+}
+
+TEST_F(CS3ListObjectsElementTest, needsTheKeyAlone)
+{
+    const auto object = element("<Key>k</Key>");
+    EXPECT_EQ(object->getSize(), -1);
+    EXPECT_EQ(object->getETag(), "");
+    EXPECT_EQ(object->getLastModified(), "");
+}
+
+TEST_F(CS3ListObjectsElementTest, canBeNamedByABlank)
+{
+    EXPECT_EQ(element("<Key> </Key>")->getKey(), " ");
+    EXPECT_EQ(element("<Key> k\n</Key>")->getKey(), " k\n");
+}
+
+TEST_F(CS3ListObjectsElementTest, canHaveAKeyWhoseEveryByteIsEscaped)
+{
+    std::string escaped;
+    for (int i = 0; i < 1024; ++i)
+        escaped += "&#38;";
+    EXPECT_EQ(element("<Key>" + escaped + "</Key>")->getKey().size(), 1024u);
+}
+
+TEST_F(CS3ListObjectsElementTest, isRefusedWithoutAKey)
+{
+    for (const auto children : {"", "<Key/>", "<Key></Key>", "<key>k</key>", "<Size>1</Size>"})
+        EXPECT_EQ(support::messageOf([children] { element(children); }),
+            "Invalid Amazon S3 list objects element: 'Key' field not defined.");
+}
+
+TEST_F(CS3ListObjectsElementTest, isRefusedWithASizeThatIsNoNumber)
+{
+    for (const kx::String size : {"", " 1", "1.5", "9223372036854775808"})
+        EXPECT_NE(support::messageOf([size] {
+            element("<Key>k</Key><Size>" + size.toUTF8() + "</Size>");
+        }).find("'" + size + "'"),
+            kx::String::npos);
+}
+
+} // namespace
