@@ -1,0 +1,187 @@
+#include "norla/s3/CS3Error.h"
+#include "tests/norla/s3/CS3ClientFixture.h"
+#include "tests/support/CLogRecorder.h"
+#include "tests/support/errorOf.h"
+
+namespace {
+
+using norla::CS3Error;
+
+/// The operations against a server; all connections are closed after their answer.
+class CS3ClientOperationTest : public CS3ClientFixture {
+protected:
+    /// An answer to a HEAD request.
+    static std::string head(int status, const std::string& headers = "")
+    {
+        return "HTTP/1.1 " + std::to_string(status) + " Some Reason\r\nConnection: close\r\n" + headers + "\r\n";
+    }
+
+    std::string requestLine(size_t connection = 0)
+    {
+        const std::string sent = received(connection);
+        return sent.substr(0, sent.find("\r\n"));
+    }
+
+    void copy() { client().copyObject(request(), "b", "old", "new"); }
+
+    support::CLogRecorder m_log;
+};
+
+TEST_F(CS3ClientOperationTest, putsAnObject)
+{
+    server().onConnection().readHead().readBytes(5).send(ok(""));
+    client().putObject(request(), "b", "k", "hello", 5, "text/plain");
+    EXPECT_EQ(requestLine(), "PUT /b/k HTTP/1.1");
+    EXPECT_NE(received().find("\r\nContent-Type: text/plain\r\n"), std::string::npos);
+}
+
+TEST_F(CS3ClientOperationTest, getsAnObject)
+{
+    answer(ok("content"));
+    client().getObject(request(), "b", "k", 0, -1);
+    EXPECT_EQ(requestLine(), "GET /b/k HTTP/1.1");
+    EXPECT_EQ(body(), "content");
+}
+
+TEST_F(CS3ClientOperationTest, getsARange)
+{
+    answer("HTTP/1.1 206 Partial Content\r\nContent-Length: 2\r\nContent-Range: bytes 3-4/7\r\n\r\nte");
+    client().getObject(request(), "b", "k", 3, 2);
+    EXPECT_NE(received().find("\r\nRange: bytes=3-4\r\n"), std::string::npos);
+    EXPECT_EQ(body(), "te");
+}
+
+TEST_F(CS3ClientOperationTest, getsNothingOfAnObjectThatExists)
+{
+    answer(head(200, "Content-Length: 7\r\n"));
+    client().getObject(request(), "b", "k", 3, 0);
+    EXPECT_EQ(requestLine(), "HEAD /b/k HTTP/1.1");
+    EXPECT_EQ(body(), "");
+}
+
+TEST_F(CS3ClientOperationTest, getsHeadersByLowerCaseName)
+{
+    answer(head(200, "Content-Length: 7\r\nX-Amz-Meta-Color: red\r\n"));
+    const auto headers = client().getObjectHeaders(request(), "b", "k");
+    EXPECT_EQ(requestLine(), "HEAD /b/k HTTP/1.1");
+    EXPECT_EQ(headers.at("x-amz-meta-color"), "red");
+    EXPECT_EQ(headers.at("content-length"), "7");
+}
+
+TEST_F(CS3ClientOperationTest, findsAnObject)
+{
+    answer(head(200, "Content-Length: 7\r\n"));
+    EXPECT_TRUE(client().objectExists(request(), "b", "k"));
+}
+
+TEST_F(CS3ClientOperationTest, doesNotFindAMissingObject)
+{
+    answer(head(404));
+    EXPECT_FALSE(client().objectExists(request(), "b", "k"));
+}
+
+TEST_F(CS3ClientOperationTest, doesNotTakeARefusalForAMissingObject)
+{
+    answer(head(403));
+    const auto error = support::errorOf([this] { client().objectExists(request(), "b", "k"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getProps().get("responseCode"), "403");
+}
+
+TEST_F(CS3ClientOperationTest, knowsTheSizeOfAnObject)
+{
+    answer(head(200, "Content-Length: 5497558138880\r\n"));
+    EXPECT_EQ(client().getObjectSize(request(), "b", "k"), 5497558138880);
+}
+
+TEST_F(CS3ClientOperationTest, knowsNoSizeOfAMissingObject)
+{
+    answer(head(404));
+    EXPECT_EQ(client().getObjectSize(request(), "b", "k"), -1);
+}
+
+TEST_F(CS3ClientOperationTest, missesTheSizeInAnAnswer)
+{
+    answer(head(200));
+    const auto error = support::errorOf([this] { client().getObjectSize(request(), "b", "k"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getMessage(), "Error: Content-Length header was expected but not included in response.");
+    EXPECT_EQ(error->getDomain(), "");
+    EXPECT_EQ(error->getCode(), -1);
+}
+
+TEST_F(CS3ClientOperationTest, passesARefusalOfTheSizeOn)
+{
+    answer(head(403));
+    EXPECT_THROW(client().getObjectSize(request(), "b", "k"), norla::CCURLError);
+}
+
+TEST_F(CS3ClientOperationTest, deletesAnObject)
+{
+    answer("HTTP/1.1 204 No Content\r\n\r\n");
+    client().deleteObject(request(), "b", "k");
+    EXPECT_EQ(requestLine(), "DELETE /b/k HTTP/1.1");
+}
+
+TEST_F(CS3ClientOperationTest, copiesAnObject)
+{
+    answer(ok("<CopyObjectResult><ETag>e</ETag></CopyObjectResult>"));
+    copy();
+    EXPECT_EQ(requestLine(), "PUT /b/new HTTP/1.1");
+    EXPECT_NE(received().find("\r\nx-amz-copy-source: /b/old\r\n"), std::string::npos);
+}
+
+TEST_F(CS3ClientOperationTest, throwsAnErrorThatComesWithTheStatusOfASuccess)
+{
+    answer(ok(errorDocument("InternalError")));
+    const auto error = support::errorOf([this] { copy(); });
+    ASSERT_TRUE(dynamic_cast<const CS3Error*>(error.get()));
+    EXPECT_EQ(error->getMessage(), "Amazon S3 error: Because(InternalError)");
+    EXPECT_EQ(error->getCode(), 0);
+    EXPECT_EQ(error->getProps().get("responseCode"), "0");
+}
+
+TEST_F(CS3ClientOperationTest, copiesOnceWhateverTheFailure)
+{
+    answer(answerWith(503, errorDocument("SlowDown")));
+    const auto error = support::errorOf([this] { copy(); });
+    ASSERT_TRUE(dynamic_cast<const norla::CCURLError*>(error.get()));
+    EXPECT_EQ(error->getProps().get("responseCode"), "503");
+    EXPECT_EQ(server().connectionCount(), 1u);
+    EXPECT_EQ(m_log.lines(), std::vector<std::string>());
+}
+
+TEST_F(CS3ClientOperationTest, doesNotBelieveAnEmptyAnswerToACopy)
+{
+    answer(ok(""));
+    EXPECT_EQ(support::messageOf([this] { copy(); }), "Error parsing Amazon S3 'copy object' result: invalid XML.");
+}
+
+TEST_F(CS3ClientOperationTest, listsABucket)
+{
+    answer(ok("<ListBucketResult><Contents><Key>k</Key></Contents></ListBucketResult>"));
+    const auto page = client().listObjects(request(), "b", "p", "/", "m", 5);
+    EXPECT_EQ(requestLine(), "GET /b?prefix=p&marker=m&max-keys=5&delimiter=%2F HTTP/1.1");
+    ASSERT_EQ(page->getContents().size(), 1u);
+    EXPECT_EQ(page->getContents()[0]->getKey(), "k");
+}
+
+TEST_F(CS3ClientOperationTest, doesNotBelieveAListingThatIsNone)
+{
+    answer(ok("Hello"));
+    EXPECT_EQ(support::messageOf([this] { client().listObjects(request(), "b", "", "", "", -1); }),
+        "Error parsing Amazon S3 'list objects' result: invalid XML.");
+    expectGoodTransfer();
+}
+
+TEST_F(CS3ClientOperationTest, followsARedirectWithTheBody)
+{
+    server().onConnection().readHead().readBytes(5).send(
+        "HTTP/1.1 307 Elsewhere\r\nConnection: close\r\nContent-Length: 0\r\nLocation: /elsewhere\r\n\r\n");
+    server().onConnection().readHead().readBytes(5).send(ok(""));
+    client().putObject(request(), "b", "k", "hello", 5, "");
+    EXPECT_EQ(requestLine(1), "PUT /elsewhere HTTP/1.1");
+    EXPECT_TRUE(received(1).ends_with("hello"));
+}
+
+} // namespace
