@@ -78,6 +78,11 @@ void CServerProcess::stop()
     m_process.stop(stopLimit);
 }
 
+void CServerProcess::kill()
+{
+    m_process.kill();
+}
+
 std::unique_ptr<CServerProcess> CServerProcess::startOnFreePort(
     const std::function<CSettings(unsigned short port)>& settingsFor, std::string_view readyText, unsigned short& port)
 {

@@ -50,6 +50,9 @@ public:
     /// second time.
     void stop();
 
+    /// Kills the program and what it has started (SIGKILL). Nothing happens if it has ended.
+    void kill();
+
     /// Starts a program that cannot be given a listening socket: on a port that was free a moment ago, and on another
     /// one if somebody else was faster.
     /// @param settingsFor the program's settings for a port

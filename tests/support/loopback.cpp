@@ -24,13 +24,27 @@ CDescriptor newSocket()
     return CDescriptor(checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
 }
 
+void bindToFreePort(int socket)
+{
+    const sockaddr_in address = loopbackAddress(0);
+    checked(bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), "bind to 127.0.0.1");
+}
+
 } // namespace
 
 CDescriptor bindToLoopback()
 {
     CDescriptor bound = newSocket();
-    const sockaddr_in address = loopbackAddress(0);
-    checked(bind(bound.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), "bind to 127.0.0.1");
+    bindToFreePort(bound.get());
+    return bound;
+}
+
+CDescriptor reserveOnLoopback()
+{
+    CDescriptor bound = newSocket();
+    const int on = 1;
+    checked(setsockopt(bound.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), "SO_REUSEADDR");
+    bindToFreePort(bound.get());
     return bound;
 }
 

@@ -12,6 +12,11 @@ namespace support {
 /// @throws std::system_error
 CDescriptor bindToLoopback();
 
+/// @return as bindToLoopback(), and as long as the socket lives nobody can bind to its port but a program that sets
+/// SO_REUSEADDR and asks for just this port: the one that the port is kept for.
+/// @throws std::system_error
+CDescriptor reserveOnLoopback();
+
 /// @return a TCP socket that listens on a free port of 127.0.0.1. Close-on-exec, blocking.
 /// @throws std::system_error
 CDescriptor listenOnLoopback();

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "tests/support/CDescriptor.h"
+#include "tests/support/CServerProcess.h"
+#include "tests/support/CTemporaryFolder.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace support {
+
+/// A real S3 store on free ports of 127.0.0.1: a Ceph cluster that keeps everything in memory, with one gateway and two
+/// users. Any thread may ask for what does not change; see CChildProcess for the thread that makes it.
+class CCephServer {
+public:
+    struct CSettings {
+        /// One to ten. Each of them has a copy of each object; of two or more one may die, and everything goes on.
+        int storageDaemons = 1;
+    };
+
+    /// Blocks until the gateway serves, about a second with one storage daemon.
+    /// @throws std::runtime_error if it cannot be started
+    explicit CCephServer(const CSettings& settings);
+    CCephServer();
+
+    /// @return "127.0.0.1:port" for HTTP
+    std::string host() const;
+
+    /// @return "127.0.0.1:port" for HTTPS with the server certificate of CTestCertificates
+    std::string tlsHost() const;
+
+    unsigned short getPort() const;
+
+    /// The user who owns the buckets. The secret contains "/" and "+".
+    std::string accessKeyId() const;
+    std::string secretAccessKey() const;
+
+    /// A user who may not see those buckets.
+    std::string otherAccessKeyId() const;
+    std::string otherSecretAccessKey() const;
+
+    /// Makes an empty bucket that belongs to the first user.
+    /// @param name three letters at least
+    /// @throws std::runtime_error with the gateway's answer if that fails
+    void makeBucket(const std::string& name);
+
+    /// Kills a storage daemon at once. Nothing happens the second time.
+    /// @param index from zero
+    void killStorageDaemon(int index);
+
+    /// @return what the gateway has logged so far, with a line for each request: its user, method, path and status
+    std::string log() const;
+
+private:
+    void writeConfiguration() const;
+    void writeKeyring() const;
+    void makeCluster() const;
+    void startDaemons();
+    void makeUser(const std::string& name, const std::string& accessKeyId, const std::string& secretAccessKey) const;
+    std::unique_ptr<CServerProcess> startDaemon(const std::string& program, const std::string& name) const;
+    /// @return what the program wrote
+    std::string run(std::vector<std::string> arguments) const;
+    std::filesystem::path configurationFile() const;
+
+    CTemporaryFolder m_folder;
+    int m_storageDaemonCount;
+    CDescriptor m_monitorSocket;
+    CDescriptor m_httpSocket;
+    CDescriptor m_httpsSocket;
+    std::unique_ptr<CServerProcess> m_monitor;
+    std::vector<std::unique_ptr<CServerProcess>> m_storageDaemons;
+    std::unique_ptr<CServerProcess> m_gateway;
+};
+
+} // namespace support
