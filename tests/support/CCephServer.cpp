@@ -146,6 +146,8 @@ void CCephServer::startDaemons()
     m_monitor->waitUntilConnectable(portOf(m_monitorSocket.get()));
     for (int i = 0; i < m_storageDaemonCount; ++i)
         m_storageDaemons.push_back(startDaemon("ceph-osd", "osd." + std::to_string(i)));
+    for (const auto& daemon : m_storageDaemons)
+        daemon->waitUntilLogged("state: booting -> active");
     makeUser("first", accessKeyId(), secretAccessKey());
     makeUser("other", otherAccessKeyId(), otherSecretAccessKey());
     m_gateway = startDaemon("radosgw", "client.rgw.a");
