@@ -34,8 +34,7 @@ double threadSeconds()
 
 void printHeading()
 {
-    std::printf(
-        "%-44s %12s %12s %7s %7s\n", "CPU time of the client, median", "libcurl ms", "norla ms", "ratio", "limit");
+    std::printf("%-44s %12s %12s %7s %7s\n", "CPU time of the client, median", "bare ms", "norla ms", "ratio", "limit");
 }
 
 bool compare(const CComparison& comparison)

@@ -1,36 +1,24 @@
 // The transfer core beside bare libcurl.
 #include "bench/CLoopbackServer.h"
+#include "bench/bareCurl.h"
 #include "bench/compare.h"
 #include "kx/streams/IInStream.h"
 #include "norla/core/CNetRequest.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <malloc.h>
-#include <map>
 #include <memory>
-#include <utility>
 #include <vector>
 
 namespace {
 
+using bench::check;
+using bench::Easy;
+
 constexpr long long largeSize = 1LL << 30;
 constexpr int smallCount = 2000;
 constexpr int idleCount = 1000;
-
-struct CEasyCleanup {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-using Easy = std::unique_ptr<CURL, CEasyCleanup>;
-
-void check(CURLcode result)
-{
-    if (result == CURLE_OK)
-        return;
-    std::fprintf(stderr, "libcurl: %s\n", curl_easy_strerror(result));
-    std::exit(1);
-}
 
 /// Touches nothing but the size, on both sides.
 class CCountingSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
@@ -73,51 +61,6 @@ size_t giveBytes(char*, size_t size, size_t count, void* left)
     const auto given = std::min<long long>(static_cast<long long>(size * count), rest);
     rest -= given;
     return static_cast<size_t>(given);
-}
-
-/// What the library gives its caller after a transfer, kept by hand: body, lines, header map.
-struct CBareResponse {
-    std::vector<char> body;
-    curl_slist* lines = nullptr;
-    std::map<std::string, std::string> headers;
-
-    ~CBareResponse() { clear(); }
-
-    void clear()
-    {
-        body.clear();
-        curl_slist_free_all(std::exchange(lines, nullptr));
-        headers.clear();
-    }
-
-    void addLine(const std::string& line)
-    {
-        lines = curl_slist_append(lines, line.c_str());
-        const size_t colon = line.find(':');
-        if (colon == std::string::npos)
-            return;
-        std::string name = line.substr(0, colon);
-        std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
-        const size_t first = line.find_first_not_of(" \t", colon + 1);
-        const size_t last = line.find_last_not_of(" \t\r\n");
-        std::string& value = headers[name];
-        if (!value.empty())
-            value += ',';
-        value.append(line, first, last - first + 1);
-    }
-};
-
-size_t appendBody(char* data, size_t size, size_t count, void* response)
-{
-    std::vector<char>& body = static_cast<CBareResponse*>(response)->body;
-    body.insert(body.end(), data, data + size * count);
-    return size * count;
-}
-
-size_t addHeader(char* data, size_t size, size_t count, void* response)
-{
-    static_cast<CBareResponse*>(response)->addLine(std::string(data, size * count));
-    return size * count;
 }
 
 bool compareDownloads(const bench::CLoopbackServer& server)
@@ -163,12 +106,9 @@ bool compareSmallGets(const bench::CLoopbackServer& server)
 {
     const std::string url = server.url("/small");
     const Easy easy(curl_easy_init());
-    CBareResponse response;
+    bench::CBareResponse response;
     check(curl_easy_setopt(easy.get(), CURLOPT_URL, url.c_str()));
-    check(curl_easy_setopt(easy.get(), CURLOPT_WRITEFUNCTION, &appendBody));
-    check(curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &response));
-    check(curl_easy_setopt(easy.get(), CURLOPT_HEADERFUNCTION, &addHeader));
-    check(curl_easy_setopt(easy.get(), CURLOPT_HEADERDATA, &response));
+    response.receiveFrom(easy.get());
     const auto request = kx::newObj<norla::CNetRequest>();
     request->setURL(url.c_str());
     const auto bare = [&easy, &response] {

@@ -1,7 +1,7 @@
 // The example programs, run as a person runs them.
+#include "tests/live/exampleRun.h"
 #include "tests/support/CFTPServer.h"
 #include "tests/support/CNginxServer.h"
-#include "tests/support/CProcessRun.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CSSHServer.h"
 #include "tests/support/CTemporaryFolder.h"
@@ -9,41 +9,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-
 namespace {
 
+using live::contentOf;
+using live::run;
 using support::CProcessRun;
-
-std::string program(const std::string& name)
-{
-    return NORLA_EXAMPLES_DIR "/" + name;
-}
-
-/// The programs run under valgrind when NORLA_VALGRIND is set; what it finds shows as an exit status of 99.
-std::vector<std::string> wrapper()
-{
-    if (!std::getenv("NORLA_VALGRIND"))
-        return {};
-    return {"valgrind", "--quiet", "--leak-check=full", "--error-exitcode=99",
-        "--suppressions=" NORLA_VALGRIND_SUPPRESSIONS};
-}
-
-CProcessRun run(const std::vector<std::string>& arguments, CProcessRun::Terminal terminal = CProcessRun::Terminal::None)
-{
-    std::vector<std::string> command = wrapper();
-    command.push_back(program(arguments.front()));
-    command.insert(command.end(), arguments.begin() + 1, arguments.end());
-    return CProcessRun({.arguments = std::move(command), .terminal = terminal});
-}
-
-std::string contentOf(const std::filesystem::path& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    return (std::ostringstream() << in.rdbuf()).str();
-}
 
 class ExamplesTest : public testing::Test {
 protected:

@@ -1,5 +1,6 @@
 // Starts the servers that scripts/demo shows the examples against, prints where they are a line each as NAME=VALUE, and stops them when
 // its standard input ends.
+#include "tests/support/CCephServer.h"
 #include "tests/support/CFTPServer.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CRefusedPort.h"
@@ -27,6 +28,8 @@ int main()
         const support::CFTPServer ftp;
         const support::CSSHServer ssh;
         const support::CRefusedPort refused;
+        support::CCephServer store;
+        store.makeBucket("demo");
         print("big_url", web.url(web.big(bigSize)));
         print("digits_url", web.url("/digits.txt"));
         print("upload_url", web.url("/dav/uploaded.txt"));
@@ -39,6 +42,9 @@ int main()
         print("sftp_url", ssh.url((ssh.root() / "digits.txt").string()));
         print("sftp_user", ssh.userName());
         print("sftp_key", ssh.privateKeyFile().string());
+        print("s3_endpoint", store.host());
+        print("s3_access_key_id", store.accessKeyId());
+        print("s3_secret_access_key", store.secretAccessKey());
         std::cout << "ready=1" << std::endl;
         std::cin.ignore(std::numeric_limits<std::streamsize>::max());
         return 0;

@@ -1,0 +1,178 @@
+// The S3 client beside bare libcurl, wxWidgets and OpenSSL.
+#include "bench/bareCurl.h"
+#include "bench/compare.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/s3/CS3Client.h"
+#include "tests/support/CCephServer.h"
+
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+#include <wx/mstream.h>
+#include <wx/xml/xml.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+using bench::check;
+using bench::Easy;
+
+constexpr int signCount = 2000;
+constexpr int keyCount = 1000;
+constexpr int objectCount = 100;
+constexpr size_t objectSize = 4096;
+
+/// Signs the string by hand; building the string itself is left out on this side.
+std::string bareSignature(const std::string& text, const std::string& secret)
+{
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned int size = 0;
+    HMAC(EVP_sha1(), secret.data(), static_cast<int>(secret.size()),
+        reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data(), &size);
+    std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> base64{};
+    EVP_EncodeBlock(base64.data(), digest.data(), static_cast<int>(size));
+    return reinterpret_cast<const char*>(base64.data());
+}
+
+bool compareSigning()
+{
+    const auto request = kx::newObj<norla::CNetRequest>();
+    norla::CS3Client client("AKID", "secret", true);
+    client.prepareGetObjectRequest(*request, "bucket", "some/object of a usual length.jpg", 0, -1);
+    const std::string text = norla::CS3Client::getStringToSign(request.get()).toUTF8();
+    const auto bare = [&text] {
+        for (int i = 0; i < signCount; ++i)
+            bareSignature(text, "secret");
+    };
+    const auto norla = [&client, &request] {
+        for (int i = 0; i < signCount; ++i)
+            client.getSignature(request.get());
+    };
+    return bench::compare({"2000 signatures beside OpenSSL's HMAC alone", 10.0, 25, bare, norla});
+}
+
+std::string listing()
+{
+    std::string document
+        = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+          "<ListBucketResult xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><Name>bucket</Name><Prefix>"
+          "</Prefix><MaxKeys>1000</MaxKeys><IsTruncated>true</IsTruncated><Marker></Marker>";
+    for (int i = 0; i < keyCount; ++i)
+        document += "<Contents><Key>photos/2026/11/image-" + std::to_string(100000 + i)
+            + ".jpg</Key><LastModified>2026-11-21T07:37:08.957Z</LastModified>"
+              "<ETag>&quot;5d41402abc4b2a76b9719d911017c592&quot;</ETag><Size>123456</Size>"
+              "<StorageClass>STANDARD</StorageClass><Owner><ID>user</ID><DisplayName>A User</DisplayName></Owner>"
+              "<Type>Normal</Type></Contents>";
+    return document + "</ListBucketResult>";
+}
+
+bool compareListing()
+{
+    const std::string document = listing();
+    const auto bare = [&document] {
+        wxXmlDocument xml;
+        wxMemoryInputStream bytes(document.data(), document.size());
+        if (!xml.Load(bytes, wxS("UTF-8")))
+            std::exit(1);
+    };
+    const auto norla = [&document] { norla::CS3ListObjectsResult(document.data(), static_cast<int>(document.size())); };
+    return bench::compare({"a listing of 1000 keys beside wx's Load", 1.25, 51, bare, norla});
+}
+
+/// One request's bytes, signed beforehand and sent again and again.
+class CBareOperation {
+public:
+    /// @param prepared by the client
+    explicit CBareOperation(norla::CNetRequest& prepared)
+        : m_url(prepared.getURL().toUTF8())
+    {
+        for (const auto line = prepared.getCustomHTTPHeaders()->createIterator(); line->next();)
+            m_headers = curl_slist_append(m_headers, (line->getName() + ": " + line->getValue()).toUTF8().c_str());
+        check(curl_easy_setopt(m_easy.get(), CURLOPT_URL, m_url.c_str()));
+        check(curl_easy_setopt(m_easy.get(), CURLOPT_HTTPHEADER, m_headers));
+        m_response.receiveFrom(m_easy.get());
+    }
+    CBareOperation(const CBareOperation&) = delete;
+    CBareOperation& operator=(const CBareOperation&) = delete;
+    ~CBareOperation() { curl_slist_free_all(m_headers); }
+
+    void send(const std::string& body)
+    {
+        m_rest = body;
+        check(curl_easy_setopt(m_easy.get(), CURLOPT_UPLOAD, 1L));
+        check(curl_easy_setopt(m_easy.get(), CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body.size())));
+        check(curl_easy_setopt(m_easy.get(), CURLOPT_READFUNCTION, &give));
+        check(curl_easy_setopt(m_easy.get(), CURLOPT_READDATA, &m_rest));
+        perform();
+    }
+
+    void perform()
+    {
+        m_response.clear();
+        check(curl_easy_perform(m_easy.get()));
+        long status = 0;
+        check(curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &status));
+        if (status != 200)
+            std::exit(1);
+    }
+
+private:
+    static size_t give(char* data, size_t size, size_t count, void* rest)
+    {
+        auto& text = *static_cast<std::string_view*>(rest);
+        const size_t given = text.copy(data, size * count);
+        text.remove_prefix(given);
+        return given;
+    }
+
+    const Easy m_easy{curl_easy_init()};
+    const std::string m_url;
+    curl_slist* m_headers = nullptr;
+    bench::CBareResponse m_response;
+    std::string_view m_rest;
+};
+
+bool compareStore()
+{
+    support::CCephServer store;
+    store.makeBucket("bucket");
+    norla::CS3Client client(store.accessKeyId().c_str(), store.secretAccessKey().c_str(), false, store.host().c_str());
+    const auto request = kx::newObj<norla::CNetRequest>();
+    const std::string content(objectSize, 'x');
+    const auto preparePut
+        = [&] { client.preparePutObjectRequest(*request, "bucket", "object", content.data(), objectSize, ""); };
+    preparePut();
+    CBareOperation barePut(*request);
+    client.prepareGetObjectRequest(*request, "bucket", "object", 0, -1);
+    CBareOperation bareGet(*request);
+    const auto times = [](auto action) {
+        return [action] {
+            for (int i = 0; i < objectCount; ++i)
+                action();
+        };
+    };
+    bool good = bench::compare({"100 puts of 4 KiB into the store", 1.10, 15, times([&] { barePut.send(content); }),
+        times([&] { client.putObject(*request, "bucket", "object", content.data(), objectSize, ""); })});
+    good &= bench::compare({"100 gets of 4 KiB from the store", 1.10, 15, times([&] { bareGet.perform(); }),
+        times([&] { client.getObject(*request, "bucket", "object", 0, -1); })});
+    return good;
+}
+
+} // namespace
+
+int main()
+{
+    try {
+        kx::newObj<norla::CNetRequest>(); // initialises libcurl for both sides
+        bench::printHeading();
+        bool good = compareSigning();
+        good &= compareListing();
+        good &= compareStore();
+        return good ? 0 : 1;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "s3_bench: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,255 @@
+// Works on the objects of an S3 store.
+#include "examples/CProgressBar.h"
+#include "kx/text/numbers.h"
+#include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3ObjectEnum.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr const char* usage = R"(Usage: s3 [--endpoint HOST[:PORT]] [--http] [--page COUNT] COMMAND
+  put FILE BUCKET/KEY     stores a file
+  get BUCKET/KEY FILE     fetches an object, piece by piece
+  ls BUCKET[/PREFIX]      lists objects: size, time, key; COUNT of them with each request
+  cp BUCKET/KEY NEWKEY    copies within the bucket
+  rm BUCKET/KEY           removes an object
+  stat BUCKET/KEY         shows size, type and time
+The environment gives the credentials: S3_ACCESS_KEY_ID and S3_SECRET_ACCESS_KEY.
+)";
+
+class CUsageError : public std::exception {};
+
+kx::String credential(const char* name)
+{
+    const char* const value = std::getenv(name);
+    if (!value)
+        throw kx::CError(kx::String("The environment variable ") + name + " is not set.");
+    return kx::String::fromUTF8(value);
+}
+
+/// BUCKET/KEY as it stands on the command line.
+struct CPlace {
+    explicit CPlace(const std::string& text)
+        : bucket(kx::String::fromUTF8(text.substr(0, text.find('/'))))
+        , key(kx::String::fromUTF8(text.find('/') == std::string::npos ? "" : text.substr(text.find('/') + 1)))
+    {
+    }
+
+    kx::String bucket;
+    kx::String key;
+};
+
+std::string contentOf(const std::string& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    std::string content = (std::ostringstream() << in.rdbuf()).str();
+    if (!in)
+        throw kx::CError("The file '" + kx::String::fromUTF8(file) + "' cannot be read.");
+    if (content.size() > size_t{std::numeric_limits<int>::max()})
+        throw kx::CError(
+            "The file '" + kx::String::fromUTF8(file) + "' is larger than 2 GiB, the most that one upload takes.");
+    return content;
+}
+
+/// Gives bytes to the transfer and shows how far it is.
+class CShownSource : public kx::CBase, public virtual norla::CNetRequest::IDataSource {
+public:
+    explicit CShownSource(const std::string& bytes)
+        : m_bytes(bytes)
+    {
+    }
+
+    int read(unsigned char* buffer, int size, const norla::CNetRequest::HeaderMap&) override
+    {
+        const size_t count = std::min(static_cast<size_t>(size), m_bytes.size() - m_position);
+        std::copy_n(m_bytes.data() + m_position, count, buffer);
+        m_position += count;
+        m_progress.show(static_cast<double>(m_position), static_cast<double>(m_bytes.size()));
+        return static_cast<int>(count);
+    }
+
+    long long getLength() override { return static_cast<long long>(m_bytes.size()); }
+    void seek(long long position) override { m_position = static_cast<size_t>(position); }
+    long long getPosition() override { return static_cast<long long>(m_position); }
+
+private:
+    const std::string& m_bytes;
+    size_t m_position = 0;
+    CProgressBar m_progress;
+};
+
+class CCommands {
+public:
+    /// @param pageSize of a listing, -1 for the store's choice
+    CCommands(kx::P<norla::CS3Client> client, int pageSize)
+        : m_client(std::move(client))
+        , m_pageSize(pageSize)
+    {
+    }
+
+    void put(const std::string& file, const std::string& placeText)
+    {
+        const CPlace place(placeText);
+        const std::string content = contentOf(file);
+        m_client->preparePutObjectRequest(
+            *m_request, place.bucket, place.key, content.data(), static_cast<int>(content.size()), "");
+        m_request->setSendDataSource(kx::newObj<CShownSource>(content).get());
+        m_client->performRequest(*m_request);
+        std::cerr << content.size() << " bytes stored\n";
+    }
+
+    /// In pieces, so that the memory needed stays small and a lost connection costs one piece.
+    void get(const std::string& placeText, const std::string& file)
+    {
+        const CPlace place(placeText);
+        const auto headers = m_client->getObjectHeaders(*m_request, place.bucket, place.key);
+        const kx::String version = valueOf(headers, "etag");
+        const long long size = m_client->getObjectSize(*m_request, place.bucket, place.key);
+        const std::string partFile = file + ".part"; // the file has its name when it is complete
+        std::ofstream out(partFile, std::ios::binary);
+        CProgressBar progress;
+        for (long long start = 0; start < size; start += pieceSize) {
+            m_client->getObject(*m_request, place.bucket, place.key, start, pieceSize);
+            if (valueOf(m_request->getResponseHeaderMap(), "etag") != version)
+                throw kx::CError("The object has changed while it was fetched.");
+            const auto piece = m_request->getDefaultReceiveBuffer();
+            out.write(reinterpret_cast<const char*>(piece->getData()), static_cast<std::streamsize>(piece->getSize()));
+            progress.show(static_cast<double>(std::min(start + pieceSize, size)), static_cast<double>(size));
+        }
+        out.close();
+        if (!out)
+            throw kx::CError("The file '" + kx::String::fromUTF8(partFile) + "' cannot be written.");
+        std::filesystem::rename(partFile, file);
+        std::cerr << size << " bytes fetched\n";
+    }
+
+    void list(const std::string& placeText)
+    {
+        const CPlace place(placeText);
+        norla::CS3ObjectEnum objects(m_client.get(), m_request.get(), place.bucket, place.key, "", m_pageSize);
+        while (objects.next()) {
+            const auto object = objects.getCurrObject();
+            std::cout << object->getSize() << '\t' << object->getLastModified() << '\t' << object->getKey() << '\n';
+        }
+    }
+
+    void copy(const std::string& placeText, const std::string& newKey)
+    {
+        const CPlace place(placeText);
+        m_client->copyObject(*m_request, place.bucket, place.key, kx::String::fromUTF8(newKey));
+    }
+
+    void remove(const std::string& placeText)
+    {
+        const CPlace place(placeText);
+        m_client->deleteObject(*m_request, place.bucket, place.key);
+    }
+
+    void stat(const std::string& placeText)
+    {
+        const CPlace place(placeText);
+        const auto headers = m_client->getObjectHeaders(*m_request, place.bucket, place.key);
+        for (const char* const name : {"content-length", "content-type", "last-modified", "etag"})
+            std::cout << name << ": " << valueOf(headers, name) << '\n';
+    }
+
+private:
+    static constexpr long long pieceSize = 8 << 20;
+
+    static kx::String valueOf(const norla::CNetRequest::HeaderMap& headers, const kx::String& name)
+    {
+        const auto found = headers.find(name);
+        return found == headers.end() ? kx::String() : found->second;
+    }
+
+    const kx::P<norla::CS3Client> m_client;
+    const int m_pageSize;
+    const kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
+};
+
+void execute(CCommands& commands, const std::vector<std::string>& words)
+{
+    const auto is = [&words](const char* name, size_t count) {
+        return !words.empty() && words[0] == name && words.size() == count + 1;
+    };
+    if (is("put", 2))
+        commands.put(words[1], words[2]);
+    else if (is("get", 2))
+        commands.get(words[1], words[2]);
+    else if (is("ls", 1))
+        commands.list(words[1]);
+    else if (is("cp", 2))
+        commands.copy(words[1], words[2]);
+    else if (is("rm", 1))
+        commands.remove(words[1]);
+    else if (is("stat", 1))
+        commands.stat(words[1]);
+    else
+        throw CUsageError();
+}
+
+struct COptions {
+    kx::String endpoint = "s3.amazonaws.com";
+    bool useSSL = true;
+    int pageSize = -1;
+};
+
+/// Takes the options from the front of the words.
+COptions takeOptions(std::vector<std::string>& words)
+{
+    COptions options;
+    while (!words.empty() && words[0].starts_with("--")) {
+        const bool hasValue = words[0] != "--http";
+        if (hasValue && words.size() < 2)
+            throw CUsageError();
+        if (words[0] == "--http")
+            options.useSSL = false;
+        else if (words[0] == "--endpoint")
+            options.endpoint = kx::String::fromUTF8(words[1]);
+        else if (words[0] == "--page")
+            options.pageSize = static_cast<int>(kx::parseInt64(kx::String::fromUTF8(words[1]), false));
+        else
+            throw CUsageError();
+        words.erase(words.begin(), words.begin() + (hasValue ? 2 : 1));
+    }
+    return options;
+}
+
+void run(std::vector<std::string> words)
+{
+    const COptions options = takeOptions(words);
+    if (words.empty())
+        throw CUsageError();
+    const kx::String accessKeyId = credential("S3_ACCESS_KEY_ID");
+    const kx::String secret = credential("S3_SECRET_ACCESS_KEY");
+    const auto client = kx::newObj<norla::CS3Client>(accessKeyId, secret, options.useSSL, options.endpoint);
+    client->setMaxRetries(5);
+    CCommands commands(client, options.pageSize);
+    execute(commands, words);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        run({argv + 1, argv + argc});
+        return 0;
+    } catch (const CUsageError&) {
+        std::cerr << usage;
+        return 2;
+    } catch (const std::exception& error) {
+        std::cerr << "s3: " << error.what() << '\n';
+        return 1;
+    }
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "tests/support/CProcessRun.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace live {
+
+/// Runs an example program. It runs under valgrind when NORLA_VALGRIND is set; what that finds shows as an exit status of 99.
+/// @param settings whose first argument is the name of the example
+inline support::CProcessRun run(support::CProcessRun::CSettings settings)
+{
+    std::vector<std::string>& command = settings.arguments;
+    command.front() = NORLA_EXAMPLES_DIR "/" + command.front();
+    if (std::getenv("NORLA_VALGRIND"))
+        command.insert(command.begin(),
+            {"valgrind", "--quiet", "--leak-check=full", "--error-exitcode=99",
+                "--suppressions=" NORLA_VALGRIND_SUPPRESSIONS});
+    return support::CProcessRun(settings);
+}
+
+inline support::CProcessRun run(const std::vector<std::string>& arguments,
+    support::CProcessRun::Terminal terminal = support::CProcessRun::Terminal::None)
+{
+    return run({.arguments = arguments, .terminal = terminal});
+}
+
+inline std::string contentOf(const std::filesystem::path& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    return (std::ostringstream() << in.rdbuf()).str();
+}
+
+} // namespace live
