@@ -40,6 +40,15 @@ CCephServer::CCephServer(const CSettings& settings)
     startDaemons();
 }
 
+/// Their data goes with the folder: nobody has to end in order.
+CCephServer::~CCephServer()
+{
+    m_gateway->kill();
+    for (const auto& daemon : m_storageDaemons)
+        daemon->kill();
+    m_monitor->kill();
+}
+
 std::string CCephServer::host() const
 {
     return "127.0.0.1:" + std::to_string(getPort());
@@ -140,6 +149,8 @@ void CCephServer::makeCluster() const
     }
 }
 
+/// The zone keeps all kinds of data in one pool: each pool more takes up to a second to get ready, some of them not before
+/// the first bucket and the first object are made.
 void CCephServer::startDaemons()
 {
     m_monitor = startDaemon("ceph-mon", "mon.a");
@@ -148,6 +159,7 @@ void CCephServer::startDaemons()
         m_storageDaemons.push_back(startDaemon("ceph-osd", "osd." + std::to_string(i)));
     for (const auto& daemon : m_storageDaemons)
         daemon->waitUntilLogged("state: booting -> active");
+    run({"radosgw-admin", "zone", "set", "--rgw-zone", "default", "--infile", serverFile("ceph-zone.json")});
     makeUser("first", accessKeyId(), secretAccessKey());
     makeUser("other", otherAccessKeyId(), otherSecretAccessKey());
     m_gateway = startDaemon("radosgw", "client.rgw.a");
@@ -164,7 +176,7 @@ void CCephServer::makeUser(
 std::unique_ptr<CServerProcess> CCephServer::startDaemon(const std::string& program, const std::string& name) const
 {
     return std::make_unique<CServerProcess>(
-        CServerProcess::CSettings{.arguments = {"/usr/bin/" + program, "-d", "-n", name, "-c", configurationFile()},
+        CServerProcess::CSettings{.arguments = {"/usr/bin/" + program, "-f", "-n", name, "-c", configurationFile()},
             .package = program,
             .logFile = m_folder.path() / (name + ".log")});
 }

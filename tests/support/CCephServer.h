@@ -25,6 +25,11 @@ public:
     /// @throws std::runtime_error if it cannot be started
     explicit CCephServer(const CSettings& settings);
     CCephServer();
+    CCephServer(const CCephServer&) = delete;
+    CCephServer& operator=(const CCephServer&) = delete;
+
+    /// Kills all the daemons.
+    ~CCephServer();
 
     /// @return "127.0.0.1:port" for HTTP
     std::string host() const;

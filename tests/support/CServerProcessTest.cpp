@@ -133,6 +133,18 @@ TEST_F(CServerProcessTest, stopEndsWhatTheProgramHasStarted)
     EXPECT_TRUE(pipe.isLetGo());
 }
 
+TEST_F(CServerProcessTest, killEndsWhatTheProgramHasStarted)
+{
+    CPipe pipe;
+    CServerProcess::CSettings settings = shell("trap '' TERM; " + std::string(startsAStubbornProcess));
+    settings.inheritedDescriptors = {pipe.writeEnd.get()};
+    CServerProcess process(settings);
+    process.waitUntilLogged("started");
+    process.kill();
+    process.kill();
+    EXPECT_TRUE(pipe.isLetGo());
+}
+
 TEST_F(CServerProcessTest, nothingOutlivesATestThatIsKilled)
 {
     CPipe pipe;
