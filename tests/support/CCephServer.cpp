@@ -149,8 +149,8 @@ void CCephServer::makeCluster() const
     }
 }
 
-/// The zone keeps all kinds of data in one pool: each pool more takes up to a second to get ready, some of them not before
-/// the first bucket and the first object are made.
+/// The zone keeps all kinds of data in one pool: each pool more takes up to a second to get ready, some of them not
+/// before the first bucket and the first object are made.
 void CCephServer::startDaemons()
 {
     m_monitor = startDaemon("ceph-mon", "mon.a");
@@ -163,7 +163,8 @@ void CCephServer::startDaemons()
     makeUser("first", accessKeyId(), secretAccessKey());
     makeUser("other", otherAccessKeyId(), otherSecretAccessKey());
     m_gateway = startDaemon("radosgw", "client.rgw.a");
-    m_gateway->waitUntilConnectable(getPort());
+    for (const CDescriptor* socket : {&m_httpSocket, &m_httpsSocket})
+        m_gateway->waitUntilConnectable(portOf(socket->get()));
 }
 
 void CCephServer::makeUser(

@@ -7,21 +7,23 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace support {
 
-/// A real S3 store on free ports of 127.0.0.1: a Ceph cluster that keeps everything in memory, with one gateway and two
-/// users. Any thread may ask for what does not change; see CChildProcess for the thread that makes it.
+/// A real S3 store on free ports of 127.0.0.1: a Ceph cluster of one monitor and some storage daemons, which keep
+/// everything in memory, with one gateway and two users. Used by one thread at a time, see CChildProcess for the thread
+/// that starts it.
 class CCephServer {
 public:
     struct CSettings {
-        /// One to ten. Each of them has a copy of each object; of two or more one may die, and everything goes on.
+        /// One to ten. Each of them has a copy of each object. Of two or more one may die: requests then wait for about
+        /// a tenth of a second and go on.
         int storageDaemons = 1;
     };
 
-    /// Blocks until the gateway serves, about a second with one storage daemon.
+    /// Blocks until the gateway serves: half a second with one storage daemon, one and a half with three, on an idle
+    /// machine.
     /// @throws std::runtime_error if it cannot be started
     explicit CCephServer(const CSettings& settings);
     CCephServer();
@@ -54,6 +56,7 @@ public:
 
     /// Kills a storage daemon at once. Nothing happens the second time.
     /// @param index from zero
+    /// @throws std::out_of_range
     void killStorageDaemon(int index);
 
     /// @return what the gateway has logged so far, with a line for each request: its user, method, path and status

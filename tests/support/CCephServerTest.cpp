@@ -105,13 +105,13 @@ TEST(CCephServerTest, goesOnWithoutOneOfThreeStorageDaemons)
     server.makeBucket("bucket");
     const std::string path = "/bucket/key-";
     for (const char* number : {"0", "1", "2", "3"})
-        EXPECT_EQ(put(server, path + number, number), "200");
+        ASSERT_EQ(put(server, path + number, number), "200");
     server.killStorageDaemon(1);
     for (const char* number : {"4", "5", "6", "7"})
-        EXPECT_EQ(put(server, path + number, number), "200");
+        ASSERT_EQ(put(server, path + number, number), "200");
     const std::string list = get(server, "/bucket");
     for (const std::string number : {"0", "1", "2", "3", "4", "5", "6", "7"}) {
-        EXPECT_EQ(get(server, path + number), number + "200");
+        ASSERT_EQ(get(server, path + number), number + "200");
         EXPECT_THAT(list, HasSubstr("<Key>key-" + number + "</Key>"));
     }
 }
