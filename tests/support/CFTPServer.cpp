@@ -24,9 +24,15 @@ const char* nameOf(CFTPServer::Security security)
 } // namespace
 
 CFTPServer::CFTPServer(Security security)
-    : m_process(start(security))
+    : m_security(security)
+    , m_process(start())
 {
     m_process->waitUntilLogged("ready\n");
+}
+
+IFTPServer::Security CFTPServer::getSecurity() const
+{
+    return m_security;
 }
 
 unsigned short CFTPServer::getPort() const
@@ -34,22 +40,32 @@ unsigned short CFTPServer::getPort() const
     return m_port;
 }
 
-std::string CFTPServer::url(std::string_view path, std::string_view scheme) const
-{
-    return loopbackURL(scheme, m_port, path);
-}
-
 std::filesystem::path CFTPServer::root() const
 {
     return m_folder.path() / "root";
 }
 
-std::vector<std::string> CFTPServer::commands() const
+std::string CFTPServer::log() const
 {
-    return splitLines(m_folder.read("commands"));
+    return m_folder.read("commands");
 }
 
-std::unique_ptr<CServerProcess> CFTPServer::start(Security security)
+std::string CFTPServer::userName() const
+{
+    return "user";
+}
+
+std::string CFTPServer::password() const
+{
+    return "secret";
+}
+
+std::vector<std::string> CFTPServer::commands() const
+{
+    return splitLines(log());
+}
+
+std::unique_ptr<CServerProcess> CFTPServer::start()
 {
     const CDescriptor listener = listenOnLoopback();
     m_port = portOf(listener.get());
@@ -57,7 +73,7 @@ std::unique_ptr<CServerProcess> CFTPServer::start(Security security)
     const CTestCertificates& certificates = CTestCertificates::get();
     return std::make_unique<CServerProcess>(CServerProcess::CSettings{
         .arguments = {"/usr/bin/python3", serverFile("ftp_server.py"), "--socket", std::to_string(listener.get()),
-            "--root", root(), "--commands", m_folder.path() / "commands", "--tls", nameOf(security), "--certificate",
+            "--root", root(), "--commands", m_folder.path() / "commands", "--tls", nameOf(m_security), "--certificate",
             certificates.serverCertificate(), "--key", certificates.serverKey()},
         .package = "python3-pyftpdlib",
         .logFile = m_folder.path() / "output.log",

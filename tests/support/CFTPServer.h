@@ -2,47 +2,41 @@
 
 #include "tests/support/CServerProcess.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/IFTPServer.h"
 
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace support {
 
-/// A real FTP server (pyftpdlib) on a free port of 127.0.0.1 for the user "user" with the password "secret", who may do
-/// everything below root(), which is the server's "/". It lists with LIST, NLST, MLSD and MLST.
-class CFTPServer {
+/// pyftpdlib, for the user "user" with the password "secret". It lists with LIST, NLST, MLSD and MLST. With explicit TLS
+/// it also serves clients that do not ask for TLS.
+class CFTPServer : public IFTPServer {
 public:
-    enum class Security {
-        /// No TLS.
-        None,
-        /// TLS after AUTH TLS, which is offered and not demanded.
-        Explicit,
-        /// TLS from the first byte.
-        Implicit,
-    };
-
     /// Blocks until the server listens. TLS uses CTestCertificates::serverCertificate().
     /// @throws std::runtime_error if it cannot be started
     explicit CFTPServer(Security security = Security::None);
 
-    unsigned short getPort() const;
+    Security getSecurity() const override;
+    unsigned short getPort() const override;
+    std::filesystem::path root() const override;
 
-    /// @return "ftp://127.0.0.1:port/path"
-    std::string url(std::string_view path = "/", std::string_view scheme = "ftp") const;
+    /// @return the lines of commands()
+    std::string log() const override;
 
-    /// @return the folder of the files, which has a file digits.txt with "0123456789"
-    std::filesystem::path root() const;
+    std::string userName() const override;
+    std::string password() const override;
 
     /// @return the lines that the clients have sent so far, such as "USER user" and "RETR digits.txt". A line is there
     /// when the server answers it; a last QUIT may come later.
     std::vector<std::string> commands() const;
 
 private:
-    std::unique_ptr<CServerProcess> start(Security security);
+    std::unique_ptr<CServerProcess> start();
 
+    Security m_security;
     CTemporaryFolder m_folder;
     unsigned short m_port = 0;
     std::unique_ptr<CServerProcess> m_process;

@@ -1,0 +1,70 @@
+#include "tests/support/CPureFTPdServer.h"
+
+#include "tests/support/CProcessRun.h"
+#include "tests/support/CTestCertificates.h"
+#include "tests/support/files.h"
+#include "tests/support/packages.h"
+
+#include <stdexcept>
+
+namespace support {
+
+namespace {
+
+const char* const package = "pure-ftpd";
+
+/// "nobody" and "nogroup": it never lets root in.
+const char* const serverUser = "65534";
+
+void run(const std::vector<std::string>& arguments, const std::string& owner)
+{
+    const CProcessRun run({.arguments = arguments, .package = owner});
+    if (run.exitStatus() != 0)
+        throw std::runtime_error(arguments[0] + " fails: " + run.errors());
+}
+
+std::string tlsLevel(IFTPServer::Security security)
+{
+    switch (security) {
+    case IFTPServer::Security::None:
+        return "0";
+    case IFTPServer::Security::Explicit:
+        return "3";
+    default:
+        throw std::runtime_error("Pure-FTPd has no implicit TLS");
+    }
+}
+
+} // namespace
+
+CPureFTPdServer::CPureFTPdServer()
+    : CPureFTPdServer(CSettings())
+{
+}
+
+CPureFTPdServer::CPureFTPdServer(const CSettings& settings)
+    : CInetdFTPServer(settings.security)
+{
+    const CTestCertificates& certificates = CTestCertificates::get();
+    folder().write(
+        "certificate-and-key.pem", readFile(certificates.serverCertificate()) + readFile(certificates.serverKey()));
+    openToUser();
+    makeUser();
+    start({packageFile(package, "usr/sbin/pure-ftpd"),
+        configure("pure-ftpd.conf", {{"TLS", tlsLevel(settings.security)}})});
+}
+
+/// Also what the test will make in the folder: a default access list counts more than the test's umask.
+void CPureFTPdServer::openToUser() const
+{
+    std::filesystem::permissions(folder().path(), std::filesystem::perms{0755});
+    run({"setfacl", "--recursive", "--modify", "other::rwX,default:other::rwX", root()}, "acl");
+}
+
+void CPureFTPdServer::makeUser() const
+{
+    const std::string users = configure("pure-ftpd.passwd", {{"UID", serverUser}, {"GID", serverUser}});
+    run({packageFile(package, "usr/bin/pure-pw"), "mkdb", folder().path() / "pure-ftpd.pdb", "-f", users}, package);
+}
+
+} // namespace support

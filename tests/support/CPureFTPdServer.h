@@ -1,0 +1,26 @@
+#pragma once
+
+#include "tests/support/CInetdFTPServer.h"
+
+namespace support {
+
+/// Pure-FTPd. It lists with LIST, NLST, MLSD and MLST, and takes up to six seconds to refuse a password. A test that is
+/// root finds the user's files to be nobody's. Needs root.
+class CPureFTPdServer : public CInetdFTPServer {
+public:
+    struct CSettings {
+        /// Explicit TLS is demanded, on both connections. There is no implicit TLS.
+        Security security = Security::None;
+    };
+
+    /// Blocks until the server listens. TLS uses CTestCertificates::serverCertificate().
+    /// @throws std::runtime_error if it cannot be started
+    explicit CPureFTPdServer(const CSettings& settings);
+    CPureFTPdServer();
+
+private:
+    void openToUser() const;
+    void makeUser() const;
+};
+
+} // namespace support

@@ -1,0 +1,33 @@
+#include "tests/support/CVsftpdServer.h"
+
+#include "tests/support/packages.h"
+
+namespace support {
+
+namespace {
+
+std::string yesIf(bool condition)
+{
+    return condition ? "YES" : "NO";
+}
+
+} // namespace
+
+CVsftpdServer::CVsftpdServer()
+    : CVsftpdServer(CSettings())
+{
+}
+
+CVsftpdServer::CVsftpdServer(const CSettings& settings)
+    : CInetdFTPServer(settings.security)
+{
+    std::filesystem::create_directory(folder().path() / "empty");
+    const std::string configuration = configure("vsftpd.conf",
+        {{"TLS", yesIf(settings.security != Security::None)},
+            {"TLS_IMPLICIT", yesIf(settings.security == Security::Implicit)},
+            {"TLS_REUSE", yesIf(settings.requiresSessionReuse)}});
+    start({"/usr/bin/env", std::string("LD_PRELOAD=") + NORLA_TEST_PAM, packageFile("vsftpd", "usr/sbin/vsftpd"),
+        configuration});
+}
+
+} // namespace support
