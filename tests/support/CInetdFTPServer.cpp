@@ -4,6 +4,8 @@
 #include "tests/support/configuration.h"
 #include "tests/support/loopback.h"
 
+#include <unistd.h>
+
 namespace support {
 
 CInetdFTPServer::CInetdFTPServer(Security security)
@@ -57,12 +59,21 @@ std::filesystem::path CInetdFTPServer::configure(
     return m_folder.write(name, expandConfiguration(name, values));
 }
 
-void CInetdFTPServer::start(const std::vector<std::string>& program)
+bool CInetdFTPServer::isInNamespace()
+{
+    return geteuid() != 0;
+}
+
+void CInetdFTPServer::start(const std::vector<std::string>& program, const std::string& namespaceUser)
 {
     const CDescriptor listener = listenOnLoopback();
     m_port = portOf(listener.get());
-    std::vector<std::string> arguments{
-        "/usr/bin/python3", serverFile("inetd.py"), "--socket", std::to_string(listener.get()), "--"};
+    std::vector<std::string> arguments;
+    if (isInNamespace())
+        arguments = {"unshare", "--map-user=" + namespaceUser, "--map-group=" + namespaceUser, "--keep-caps"};
+    arguments.insert(arguments.end(),
+        {"/usr/bin/python3", serverFile("inetd.py"), "--socket", std::to_string(listener.get()), "--", "/usr/bin/env",
+            std::string("LD_PRELOAD=") + NORLA_TEST_PRELOAD});
     arguments.insert(arguments.end(), program.begin(), program.end());
     m_process = std::make_unique<CServerProcess>(CServerProcess::CSettings{.arguments = arguments,
         .package = "python3",

@@ -38,10 +38,15 @@ protected:
     /// @return its path
     std::filesystem::path configure(const std::string& name, std::map<std::string, std::string> values = {}) const;
 
+    /// Whether the programs have a root's rights, which they all want, only in a namespace where a user is known by one
+    /// number alone.
+    static bool isInNamespace();
+
     /// Blocks until the server listens.
     /// @param program the program that serves a connection, and its arguments. It logs to server.log in the folder.
+    /// @param namespaceUser the number of the test's user in the namespace, if there is one
     /// @throws std::runtime_error if it cannot be started
-    void start(const std::vector<std::string>& program);
+    void start(const std::vector<std::string>& program, const std::string& namespaceUser = "0");
 
 private:
     Security m_security;

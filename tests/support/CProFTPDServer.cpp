@@ -2,8 +2,6 @@
 
 #include "tests/support/packages.h"
 
-#include <unistd.h>
-
 namespace support {
 
 namespace {
@@ -28,13 +26,10 @@ CProFTPDServer::CProFTPDServer()
 CProFTPDServer::CProFTPDServer(const CSettings& settings)
     : CInetdFTPServer(settings.security)
 {
-    const std::map<std::string, std::string> user{
-        {"UID", std::to_string(geteuid())}, {"GID", std::to_string(getegid())}};
     for (const char* file : {"proftpd.passwd", "proftpd.group"})
-        std::filesystem::permissions(configure(file, user), std::filesystem::perms{0600});
+        std::filesystem::permissions(configure(file), std::filesystem::perms{0600});
     const std::string configuration = configure("proftpd.conf",
-        {{"USER", geteuid() == 0 ? "User root\nGroup root" : ""},
-            {"MODULES", packageFile("proftpd-mod-crypto", "usr/lib/proftpd")},
+        {{"MODULES", packageFile("proftpd-mod-crypto", "usr/lib/proftpd")},
             {"TLS", settings.security == Security::None ? "off" : "on"}, {"TLS_OPTIONS", tlsOptions(settings)}});
     start({packageFile("proftpd-core", "usr/sbin/proftpd"), "--config", configuration});
 }

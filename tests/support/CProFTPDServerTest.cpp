@@ -23,8 +23,8 @@ TEST(CProFTPDServerTest, demandsTLSWhereItIsOffered)
 TEST(CProFTPDServerTest, demandsTLSOnDataConnections)
 {
     const CProFTPDServer server({.security = Security::Explicit});
-    const CProcessRun run = curlFTP(server, {"--no-ssl-reqd", "--ftp-ssl-control", server.url("/digits.txt")});
-    EXPECT_NE(run.exitStatus(), 0);
+    const CProcessRun run = curlFTP(server, {"-Q", "PROT C", server.url("/digits.txt")});
+    EXPECT_EQ(run.exitStatus(), 21) << run.errors();
     EXPECT_EQ(run.output(), "");
 }
 
@@ -32,7 +32,7 @@ TEST(CProFTPDServerTest, refusesDataConnectionsWithoutTheSession)
 {
     const CProFTPDServer server({.security = Security::Explicit});
     const CProcessRun run = curlFTP(server, {"--no-sessionid", server.url("/digits.txt")});
-    EXPECT_NE(run.exitStatus(), 0);
+    EXPECT_EQ(run.exitStatus(), 18) << run.errors();
     EXPECT_EQ(run.output(), "");
 }
 

@@ -13,8 +13,9 @@ namespace {
 
 const char* const package = "pure-ftpd";
 
-/// "nobody" and "nogroup": it never lets root in.
-const char* const serverUser = "65534";
+/// It never lets root in, so that root needs another user: "nobody" and "nogroup".
+const char* const nobody = "65534";
+const char* const namespaceUser = "1";
 
 void run(const std::vector<std::string>& arguments, const std::string& owner)
 {
@@ -48,14 +49,16 @@ CPureFTPdServer::CPureFTPdServer(const CSettings& settings)
     const CTestCertificates& certificates = CTestCertificates::get();
     folder().write(
         "certificate-and-key.pem", readFile(certificates.serverCertificate()) + readFile(certificates.serverKey()));
-    openToUser();
+    if (!isInNamespace())
+        openToNobody();
     makeUser();
     start({packageFile(package, "usr/sbin/pure-ftpd"),
-        configure("pure-ftpd.conf", {{"TLS", tlsLevel(settings.security)}})});
+              configure("pure-ftpd.conf", {{"TLS", tlsLevel(settings.security)}})},
+        namespaceUser);
 }
 
 /// Also what the test will make in the folder: a default access list counts more than the test's umask.
-void CPureFTPdServer::openToUser() const
+void CPureFTPdServer::openToNobody() const
 {
     std::filesystem::permissions(folder().path(), std::filesystem::perms{0755});
     run({"setfacl", "--recursive", "--modify", "other::rwX,default:other::rwX", root()}, "acl");
@@ -63,7 +66,8 @@ void CPureFTPdServer::openToUser() const
 
 void CPureFTPdServer::makeUser() const
 {
-    const std::string users = configure("pure-ftpd.passwd", {{"UID", serverUser}, {"GID", serverUser}});
+    const std::string number = isInNamespace() ? namespaceUser : nobody;
+    const std::string users = configure("pure-ftpd.passwd", {{"UID", number}, {"GID", number}});
     run({packageFile(package, "usr/bin/pure-pw"), "mkdb", folder().path() / "pure-ftpd.pdb", "-f", users}, package);
 }
 

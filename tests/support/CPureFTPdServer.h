@@ -4,8 +4,8 @@
 
 namespace support {
 
-/// Pure-FTPd. It lists with LIST, NLST, MLSD and MLST, and takes up to six seconds to refuse a password. A test that is
-/// root finds the user's files to be nobody's. Needs root.
+/// Pure-FTPd. It lists with LIST, NLST, MLSD and MLST, and takes up to six seconds to refuse a password. The user's
+/// files are nobody's if the test is root.
 class CPureFTPdServer : public CInetdFTPServer {
 public:
     struct CSettings {
@@ -19,7 +19,7 @@ public:
     CPureFTPdServer();
 
 private:
-    void openToUser() const;
+    void openToNobody() const;
     void makeUser() const;
 };
 

@@ -21,13 +21,11 @@ CVsftpdServer::CVsftpdServer()
 CVsftpdServer::CVsftpdServer(const CSettings& settings)
     : CInetdFTPServer(settings.security)
 {
-    std::filesystem::create_directory(folder().path() / "empty");
     const std::string configuration = configure("vsftpd.conf",
-        {{"TLS", yesIf(settings.security != Security::None)},
+        {{"NOBODY", isInNamespace() ? "root" : "nobody"}, {"TLS", yesIf(settings.security != Security::None)},
             {"TLS_IMPLICIT", yesIf(settings.security == Security::Implicit)},
             {"TLS_REUSE", yesIf(settings.requiresSessionReuse)}});
-    start({"/usr/bin/env", std::string("LD_PRELOAD=") + NORLA_TEST_PAM, packageFile("vsftpd", "usr/sbin/vsftpd"),
-        configuration});
+    start({packageFile("vsftpd", "usr/sbin/vsftpd"), configuration});
 }
 
 } // namespace support

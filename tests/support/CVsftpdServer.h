@@ -4,7 +4,7 @@
 
 namespace support {
 
-/// vsftpd. It lists with LIST and NLST alone. Needs root.
+/// vsftpd. It lists with LIST and NLST alone.
 class CVsftpdServer : public CInetdFTPServer {
 public:
     struct CSettings {

@@ -24,7 +24,7 @@ TEST(CVsftpdServerTest, demandsTLSOnDataConnections)
 {
     const CVsftpdServer server({.security = Security::Explicit});
     const CProcessRun run = curlFTP(server, {"--no-ssl-reqd", "--ftp-ssl-control", server.url("/digits.txt")});
-    EXPECT_NE(run.exitStatus(), 0);
+    EXPECT_EQ(run.exitStatus(), 19) << run.errors();
     EXPECT_EQ(run.output(), "");
 }
 
@@ -32,7 +32,7 @@ TEST(CVsftpdServerTest, refusesDataConnectionsWithoutTheSession)
 {
     const CVsftpdServer server({.security = Security::Explicit});
     const CProcessRun run = curlFTP(server, {"--no-sessionid", server.url("/digits.txt")});
-    EXPECT_NE(run.exitStatus(), 0);
+    EXPECT_EQ(run.exitStatus(), 18) << run.errors();
     EXPECT_EQ(run.output(), "");
 }
 
