@@ -38,8 +38,8 @@ protected:
     /// @return its path
     std::filesystem::path configure(const std::string& name, std::map<std::string, std::string> values = {}) const;
 
-    /// Whether the programs have a root's rights, which they all want, only in a namespace where a user is known by one
-    /// number alone.
+    /// Whether the test is not root, so that the programs get the rights of root, which they all want, in a user namespace,
+    /// where there is no other user.
     static bool isInNamespace();
 
     /// Blocks until the server listens.

@@ -29,7 +29,7 @@ CProFTPDServer::CProFTPDServer(const CSettings& settings)
     for (const char* file : {"proftpd.passwd", "proftpd.group"})
         std::filesystem::permissions(configure(file), std::filesystem::perms{0600});
     const std::string configuration = configure("proftpd.conf",
-        {{"MODULES", packageFile("proftpd-mod-crypto", "usr/lib/proftpd")},
+        {{"MODULES", packageFile("proftpd-mod-crypto", "usr/lib/proftpd/mod_tls.so").parent_path()},
             {"TLS", settings.security == Security::None ? "off" : "on"}, {"TLS_OPTIONS", tlsOptions(settings)}});
     start({packageFile("proftpd-core", "usr/sbin/proftpd"), "--config", configuration});
 }
