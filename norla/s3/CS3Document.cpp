@@ -76,7 +76,12 @@ bool CS3Document::hasName(const wxXmlNode& node, const wchar_t* name)
 
 kx::String CS3Document::contentOf(const wxXmlNode& node)
 {
-    return kx::String(node.GetNodeContent().ToStdWstring());
+    // As GetNodeContent(), without its copy.
+    for (const wxXmlNode* child = node.GetChildren(); child; child = child->GetNext()) {
+        if (child->GetType() == wxXML_TEXT_NODE || child->GetType() == wxXML_CDATA_SECTION_NODE)
+            return kx::String(child->GetContent().ToStdWstring());
+    }
+    return kx::String();
 }
 
 } // namespace norla
