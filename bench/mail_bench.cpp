@@ -37,7 +37,7 @@ bool compareStoring(const char* name, const norla::CMimeMessage& message, const 
     std::vector<unsigned char> copy(bodySize);
     const auto stored = kx::newObj<Buffer>(bodySize + 4096);
     std::fill_n(stored->getData(), stored->getSize(), static_cast<unsigned char>(0));
-    return bench::compare({name, 1.05, rounds,
+    return bench::compare({name, 1.10, rounds,
         [&copy, &body] {
             std::memcpy(copy.data(), body.getData(), bodySize);
             asm volatile("" : : "r"(copy.data()) : "memory"); // the copy is made although nobody reads it

@@ -147,7 +147,6 @@ void CMimeMessage::fillRequest(CNetRequest& request) const
     const auto body = kx::newObj<Buffer>();
     const auto stream = kx::newObj<kx::CBufferStream>(body);
     storeBody(*stream);
-    stream->seek(0);
     request.setSendDataStream(stream.get());
     request.setSendDataSize(static_cast<long long>(body->getSize()));
 }
