@@ -5,14 +5,12 @@
 #include "tests/support/files.h"
 #include "tests/support/loopback.h"
 #include "tests/support/openSSLError.h"
-#include "tests/support/systemError.h"
 
 #include <openssl/evp.h>
 
 #include <array>
 #include <cstdio>
 #include <map>
-#include <pwd.h>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -26,16 +24,6 @@ const char* const serverUser = "www-data";
 bool hasOwnUser()
 {
     return geteuid() == 0;
-}
-
-void giveToServer(const std::filesystem::path& folder)
-{
-    const passwd* const user = getpwnam(serverUser);
-    if (!user)
-        throw std::runtime_error(std::string("there is no user ") + serverUser);
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
-        checked(chown(entry.path().c_str(), user->pw_uid, user->pw_gid), "chown");
-    checked(chown(folder.c_str(), user->pw_uid, user->pw_gid), "chown");
 }
 
 std::string md5(const std::string& text)
@@ -88,8 +76,8 @@ void CApacheServer::makeFiles() const
     if (!hasOwnUser())
         return;
     std::filesystem::permissions(m_folder.path(), std::filesystem::perms{0755});
-    giveToServer(root());
-    giveToServer(m_folder.path() / "locks");
+    giveToUser(root(), serverUser);
+    giveToUser(m_folder.path() / "locks", serverUser);
 }
 
 std::unique_ptr<CServerProcess> CApacheServer::start()

@@ -73,6 +73,17 @@ void CServerProcess::waitUntilLogged(std::string_view text)
     waitUntil(isLogged, "did not log '" + std::string(text) + "'");
 }
 
+void CServerProcess::waitUntil(const std::function<bool()>& isReady, const std::string& failure)
+{
+    const auto end = std::chrono::steady_clock::now() + readyLimit;
+    while (!isReady()) {
+        if (m_process.waitForEnd(pollInterval) && !isReady())
+            fail("ended with status " + std::to_string(*m_process.exitStatus()));
+        if (std::chrono::steady_clock::now() >= end)
+            fail(failure + " within 15 s");
+    }
+}
+
 void CServerProcess::stop()
 {
     m_process.stop(stopLimit);
@@ -96,17 +107,6 @@ std::unique_ptr<CServerProcess> CServerProcess::startOnFreePort(
             if (attempt == portAttempts || server->log().find("already in use") == std::string::npos)
                 throw;
         }
-    }
-}
-
-void CServerProcess::waitUntil(const std::function<bool()>& isReady, const std::string& what)
-{
-    const auto end = std::chrono::steady_clock::now() + readyLimit;
-    while (!isReady()) {
-        if (m_process.waitForEnd(pollInterval) && !isReady())
-            fail("ended with status " + std::to_string(*m_process.exitStatus()));
-        if (std::chrono::steady_clock::now() >= end)
-            fail(what + " within 15 s");
     }
 }
 

@@ -46,6 +46,11 @@ public:
     /// @throws std::runtime_error as above
     void waitUntilLogged(std::string_view text);
 
+    /// Blocks until the condition holds, which is looked at every 20 ms.
+    /// @param failure what the error says that the program did, such as "accepted no connection"
+    /// @throws std::runtime_error as above
+    void waitUntil(const std::function<bool()>& isReady, const std::string& failure);
+
     /// Asks the program and what it has started to end, kills what is left after five seconds. Nothing happens the
     /// second time.
     void stop();
@@ -64,7 +69,6 @@ public:
         unsigned short& port);
 
 private:
-    void waitUntil(const std::function<bool()>& isReady, const std::string& what);
     [[noreturn]] void fail(const std::string& what) const;
 
     CSettings m_settings;

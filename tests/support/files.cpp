@@ -1,8 +1,12 @@
 #include "tests/support/files.h"
 
+#include "tests/support/systemError.h"
+
 #include <fstream>
 #include <iterator>
+#include <pwd.h>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace support {
 
@@ -23,6 +27,16 @@ void writeFile(const std::filesystem::path& file, std::string_view bytes)
     stream.close();
     if (!stream)
         throw std::runtime_error(file.string() + " cannot be written");
+}
+
+void giveToUser(const std::filesystem::path& folder, const std::string& user)
+{
+    const passwd* const owner = getpwnam(user.c_str());
+    if (!owner)
+        throw std::runtime_error("there is no user " + user);
+    checked(chown(folder.c_str(), owner->pw_uid, owner->pw_gid), "chown");
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+        checked(chown(entry.path().c_str(), owner->pw_uid, owner->pw_gid), "chown");
 }
 
 std::vector<std::string> splitLines(std::string_view text)

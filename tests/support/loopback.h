@@ -12,14 +12,15 @@ namespace support {
 /// @throws std::system_error
 CDescriptor bindToLoopback();
 
-/// @return as bindToLoopback(), and as long as the socket lives nobody can bind to its port but a program that sets
-/// SO_REUSEADDR and asks for just this port: the one that the port is kept for.
-/// @throws std::system_error
-CDescriptor reserveOnLoopback();
-
 /// @return a TCP socket that listens on a free port of 127.0.0.1. Close-on-exec, blocking.
 /// @throws std::system_error
 CDescriptor listenOnLoopback();
+
+/// Keeps a free port of 127.0.0.1 for a server that opens it itself and sets SO_REUSEADDR, as servers do: nobody else is
+/// given the port while the socket lives, and until that server listens, whoever connects is refused.
+/// @return a bound TCP socket, not listening. Close-on-exec, blocking.
+/// @throws std::system_error
+CDescriptor reserveOnLoopback();
 
 /// @return the local port of a bound socket
 /// @throws std::system_error
