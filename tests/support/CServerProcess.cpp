@@ -15,7 +15,6 @@ namespace {
 
 constexpr auto readyLimit = 15s;
 constexpr auto pollInterval = 20ms;
-constexpr auto stopLimit = 5s;
 constexpr int portAttempts = 5;
 
 CChildProcess::CSettings childSettings(const CServerProcess::CSettings& settings, int log)
@@ -86,7 +85,7 @@ void CServerProcess::waitUntil(const std::function<bool()>& isReady, const std::
 
 void CServerProcess::stop()
 {
-    m_process.stop(stopLimit);
+    m_process.stop(m_settings.stopLimit);
 }
 
 void CServerProcess::kill()

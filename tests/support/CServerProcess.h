@@ -2,6 +2,7 @@
 
 #include "tests/support/CChildProcess.h"
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -23,6 +24,8 @@ public:
         std::filesystem::path logFile;
         std::vector<std::string> environment = {};
         std::vector<int> inheritedDescriptors = {};
+        /// How long it may take to end when it is asked to.
+        std::chrono::milliseconds stopLimit = std::chrono::seconds(5);
     };
 
     /// @throws std::runtime_error naming the program, and its package, if it does not exist; std::system_error
@@ -51,7 +54,7 @@ public:
     /// @throws std::runtime_error as above
     void waitUntil(const std::function<bool()>& isReady, const std::string& failure);
 
-    /// Asks the program and what it has started to end, kills what is left after five seconds. Nothing happens the
+    /// Asks the program and what it has started to end, kills what is left when the stop limit is over. Nothing happens the
     /// second time.
     void stop();
 
