@@ -37,6 +37,16 @@ CProcessRun sendMail(const CSMTPServer& server, const std::vector<std::string>& 
     return support::runCurl(arguments, message);
 }
 
+/// @param size in bytes, whole hundreds
+std::string bodyOf(size_t size)
+{
+    const std::string line = std::string(98, 'b') + "\r\n";
+    std::string body;
+    while (body.size() < size)
+        body += line;
+    return body;
+}
+
 /// @return one reply with all of its lines, what there is of it if the connection ends
 std::string readReply(CRawClient& client)
 {
@@ -97,9 +107,7 @@ TEST(CSMTPServerTest, refusesSomeRecipients)
 TEST(CSMTPServerTest, keepsBigMessages)
 {
     const CSMTPServer server;
-    std::string big;
-    while (big.size() < 40'000'000)
-        big += std::string(98, 'b') + "\r\n";
+    const std::string big = bodyOf(40'000'000);
     const CProcessRun run = sendMail(server, {"to@test.example"}, big);
     EXPECT_EQ(run.exitStatus(), 0) << run.errors();
     EXPECT_TRUE(server.messages().at(0).body == big);
@@ -136,6 +144,13 @@ TEST(CSMTPServerTest, acceptsImplicitTLS)
     const CProcessRun run = sendMail(server, {"to@test.example"}, text);
     EXPECT_EQ(run.exitStatus(), 0) << run.errors();
     EXPECT_TRUE(server.messages().at(0).isSecure);
+}
+
+TEST(CSMTPServerTest, offersNoStartTLSInsideTLS)
+{
+    const CSMTPServer server({.security = CSMTPServer::Security::Implicit});
+    EXPECT_THAT(sendMail(server, {"to@test.example"}, text, {"-v"}).errors(),
+        AllOf(HasSubstr("\n< 250-SIZE "), Not(HasSubstr("STARTTLS"))));
 }
 
 TEST(CSMTPServerTest, offersALogin)
@@ -238,12 +253,9 @@ TEST(CSMTPServerTest, replacesAnswersToOneAddressOnly)
 
 TEST(CSMTPServerTest, disconnectsAfterSomeBytesOfAMessage)
 {
-    const CSMTPServer server({.disconnectAfter = 100'000});
-    EXPECT_EQ(sendMail(server, {"to@test.example"}, text).exitStatus(), 0);
-    std::string big;
-    while (big.size() < 2'000'000)
-        big += std::string(98, 'b') + "\r\n";
-    EXPECT_THAT(sendMail(server, {"to@test.example"}, big).exitStatus(), AnyOf(55, 56));
+    const CSMTPServer server({.disconnectAfter = 1'000'000});
+    EXPECT_EQ(sendMail(server, {"to@test.example"}, bodyOf(600'000)).exitStatus(), 0);
+    EXPECT_THAT(sendMail(server, {"to@test.example"}, bodyOf(2'000'000)).exitStatus(), AnyOf(55, 56));
     EXPECT_THAT(server.messages(), SizeIs(1));
 }
 
