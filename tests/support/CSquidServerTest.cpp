@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <optional>
 
 using support::CNginxServer;
@@ -15,6 +16,8 @@ using support::CProcessRun;
 using support::CSquidServer;
 using support::runCurl;
 using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -72,6 +75,14 @@ TEST(CSquidServerTest, letsInAnyUserItIsToldOf)
     const CSquidServer proxy({.user = "us@er", .password = "se:cret %"});
     const CProcessRun run = runCurl({"-x", "http://us%40er:se%3Acret%20%25@" + proxy.host(), nginx.url("/digits.txt")});
     EXPECT_EQ(run.output(), "0123456789") << run.errors();
+}
+
+TEST(CSquidServerTest, leavesNoSharedMemoryBehind)
+{
+    const CSquidServer proxy;
+    const std::string start = "norla" + std::to_string(proxy.getPort());
+    for (const auto& entry : std::filesystem::directory_iterator("/dev/shm"))
+        EXPECT_THAT(entry.path().filename(), Not(StartsWith(start)));
 }
 
 TEST(CSquidServerTest, runsBesideAnotherAndStopsWhenTheObjectGoes)
