@@ -5,50 +5,14 @@
 #include "kx/text/String.h"
 #include "kx/text/numbers.h"
 #include "kx/time/CTimeFields.h"
+#include "tests/support/CForeignLocale.h"
 
 #include <gtest/gtest.h>
 
-#include <clocale>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <locale>
-
-// The C library's setlocale() loses its copy of LOCPATH; LeakSanitizer asks for this when it is there.
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:__argz_add_sep";
-}
-
 namespace {
 
-/// Runs each test under a locale of its own making: a machine need not have it installed.
 class LocaleTest : public testing::TestWithParam<const char*> {
-protected:
-    void SetUp() override
-    {
-        char folder[] = "/tmp/norla-locale-XXXXXX";
-        ASSERT_NE(mkdtemp(folder), nullptr);
-        m_folder = folder;
-        const std::string name = GetParam();
-        const std::string command = "localedef -i " + name.substr(0, 5) + " -f UTF-8 " + m_folder + "/" + name;
-        ASSERT_EQ(std::system(command.c_str()), 0) << command;
-        setenv("LOCPATH", folder, 1);
-        ASSERT_NE(std::setlocale(LC_ALL, GetParam()), nullptr);
-        std::locale::global(std::locale(GetParam()));
-    }
-
-    void TearDown() override
-    {
-        std::locale::global(std::locale::classic());
-        std::setlocale(LC_ALL, "C");
-        unsetenv("LOCPATH");
-        std::filesystem::remove_all(m_folder);
-    }
-
-private:
-    std::string m_folder;
+    const support::CForeignLocale m_locale{GetParam()};
 };
 
 TEST_P(LocaleTest, lowersTheSameLetters)
