@@ -1,0 +1,32 @@
+#pragma once
+
+#include "tests/support/CProcessRun.h"
+#include "tests/support/files.h"
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace rows {
+
+/// What a Python script of this folder writes: a row a line, its fields separated by tabs.
+/// @throws std::runtime_error with the script's errors if it fails
+inline std::vector<std::vector<std::string>> fromScript(const std::string& script, int count)
+{
+    const support::CProcessRun run(
+        {.arguments = {"python3", NORLA_HTTP_TESTS_DIR "/" + script, std::to_string(count)}, .package = "python3"});
+    if (run.exitStatus() != 0)
+        throw std::runtime_error(script + ": " + run.errors());
+    std::vector<std::vector<std::string>> rows;
+    for (const std::string& line : support::splitLines(run.output())) {
+        std::vector<std::string>& fields = rows.emplace_back();
+        for (size_t start = 0; start <= line.size();) {
+            const size_t end = std::min(line.find('\t', start), line.size());
+            fields.push_back(line.substr(start, end - start));
+            start = end + 1;
+        }
+    }
+    return rows;
+}
+
+} // namespace rows
