@@ -15,15 +15,4 @@ String hexEncode(std::string_view bytes)
     return String(std::move(text));
 }
 
-int hexDecodeCharLax(char digit) noexcept
-{
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    if (digit >= 'a' && digit <= 'f')
-        return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F')
-        return digit - 'A' + 10;
-    return -1;
-}
-
 } // namespace kx

@@ -66,6 +66,34 @@ constexpr auto unreserved = [] {
     return table;
 }();
 
+constexpr auto hexDigits = [] {
+    std::array<int, 256> table{};
+    for (size_t byte = 0; byte < table.size(); ++byte)
+        table[byte] = kx::hexDecodeCharLax(static_cast<char>(byte));
+    return table;
+}();
+
+/// Decodes in place: nothing gets longer.
+/// @return the size of the result
+size_t decodeEscapes(char* bytes, size_t size) noexcept
+{
+    char* out = std::find(bytes, bytes + size, '%');
+    const char* const end = bytes + size;
+    for (const char* in = out; in < end; ++in) {
+        char byte = *in;
+        if (byte == '%' && end - in > 2) {
+            const int high = hexDigits[static_cast<unsigned char>(in[1])];
+            const int low = hexDigits[static_cast<unsigned char>(in[2])];
+            if (high >= 0 && low >= 0) {
+                byte = static_cast<char>(high * 16 + low);
+                in += 2;
+            }
+        }
+        *out++ = byte;
+    }
+    return static_cast<size_t>(out - bytes);
+}
+
 template <typename TEncode>
 kx::String joinParams(const Map& map, TEncode encode)
 {
@@ -134,22 +162,10 @@ kx::String urlEscape(const kx::String& text, bool spaceAsPlus)
 kx::String urlUnescape(const kx::String& text, bool plusAsSpace)
 {
     std::string bytes = toUTF8OrEmpty(text);
-    size_t count = 0; // decoded in place: nothing gets longer
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        char byte = bytes[i];
-        if (byte == '%' && i + 2 < bytes.size()) {
-            const int high = kx::hexDecodeCharLax(bytes[i + 1]);
-            const int low = kx::hexDecodeCharLax(bytes[i + 2]);
-            if (high >= 0 && low >= 0) {
-                byte = static_cast<char>(high * 16 + low);
-                i += 2;
-            }
-        } else if (byte == '+' && plusAsSpace) {
-            byte = ' ';
-        }
-        bytes[count++] = byte;
-    }
-    return fromUTF8OrEmpty(std::string_view(bytes).substr(0, count));
+    if (plusAsSpace)
+        std::replace(bytes.begin(), bytes.end(), '+', ' ');
+    bytes.resize(decodeEscapes(bytes.data(), bytes.size()));
+    return fromUTF8OrEmpty(bytes);
 }
 
 kx::String formURLEncode(const kx::String& text, bool escapeSlash)
