@@ -3,18 +3,20 @@
 #include "tests/support/CProcessRun.h"
 #include "tests/support/files.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace rows {
 
 /// What a Python script of this folder writes: a row a line, its fields separated by tabs.
 /// @throws std::runtime_error with the script's errors if it fails
-inline std::vector<std::vector<std::string>> fromScript(const std::string& script, int count)
+inline std::vector<std::vector<std::string>> fromScript(const std::string& script, std::vector<std::string> arguments)
 {
-    const support::CProcessRun run(
-        {.arguments = {"python3", NORLA_HTTP_TESTS_DIR "/" + script, std::to_string(count)}, .package = "python3"});
+    arguments.insert(arguments.begin(), {"python3", NORLA_HTTP_TESTS_DIR "/" + script});
+    const support::CProcessRun run({.arguments = std::move(arguments), .package = "python3"});
     if (run.exitStatus() != 0)
         throw std::runtime_error(script + ": " + run.errors());
     std::vector<std::vector<std::string>> rows;

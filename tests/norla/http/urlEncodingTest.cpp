@@ -263,28 +263,30 @@ class UrllibTest : public testing::Test {
 protected:
     using Fields = std::vector<kx::String>;
 
-    static void SetUpTestSuite() { s_rows = rows::fromScript("urllib_rows.py", rowCount); }
-    static void TearDownTestSuite() { s_rows.clear(); }
-
-    /// The decoded fields of all rows of a function.
+    /// The rows that the script writes for a function of ours.
     static std::vector<Fields> rowsOf(const std::string& function)
     {
+        constexpr int rowCount = 10'000;
         std::vector<Fields> result;
-        for (const auto& row : s_rows) {
-            if (row.front() == function)
-                std::transform(row.begin() + 1, row.end(), std::back_inserter(result.emplace_back()), &decoded);
-        }
+        for (const auto& row : rows::fromScript("urllib_rows.py", {function, std::to_string(rowCount)}))
+            std::transform(row.begin(), row.end(), std::back_inserter(result.emplace_back()), &decoded);
+        EXPECT_EQ(result.size(), static_cast<size_t>(rowCount));
         return result;
     }
 
     static void expectSame(const std::string& function, const std::function<kx::String(const kx::String&)>& ours)
     {
-        const auto all = rowsOf(function);
-        EXPECT_EQ(all.size(), static_cast<size_t>(rowCount));
-        for (const Fields& row : all)
+        for (const Fields& row : rowsOf(function))
             EXPECT_EQ(ours(row.at(0)), row.at(1)) << row.at(0);
     }
 
+    static void expectSameOfMaps(const std::string& function, const std::function<kx::String(const Map&)>& ours)
+    {
+        for (const Fields& row : rowsOf(function))
+            EXPECT_EQ(ours(mapOf(row)), row.at(0));
+    }
+
+    /// The keys and values from the second field on.
     static Map mapOf(const Fields& row)
     {
         Map map;
@@ -292,16 +294,6 @@ protected:
             map[row[i]] = row[i + 1];
         return map;
     }
-
-    static void expectSameOfMaps(const std::string& function, const std::function<kx::String(const Map&)>& ours)
-    {
-        const auto all = rowsOf(function);
-        EXPECT_EQ(all.size(), static_cast<size_t>(rowCount));
-        for (const Fields& row : all)
-            EXPECT_EQ(ours(mapOf(row)), row.at(0));
-    }
-
-    static constexpr int rowCount = 10'000;
 
 private:
     static kx::String decoded(const std::string& hex)
@@ -311,8 +303,6 @@ private:
             bytes += static_cast<char>(kx::hexDecodeCharLax(hex[i]) * 16 + kx::hexDecodeCharLax(hex[i + 1]));
         return kx::String::fromUTF8(bytes);
     }
-
-    static inline std::vector<std::vector<std::string>> s_rows;
 };
 
 TEST_F(UrllibTest, quotesAsUrlEscapeDoes)
@@ -357,9 +347,7 @@ TEST_F(UrllibTest, joinsParamsAsFormURLEncodeDoes)
 
 TEST_F(UrllibTest, splitsAQueryAsDecodeURLParamsDoes)
 {
-    const auto all = rowsOf("decodeURLParams");
-    EXPECT_EQ(all.size(), static_cast<size_t>(rowCount));
-    for (const Fields& row : all) {
+    for (const Fields& row : rowsOf("decodeURLParams")) {
         Map found;
         norla::decodeURLParams(row.at(0), found);
         EXPECT_EQ(found, mapOf(row)) << row.at(0);

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Writes what Python's urllib.parse makes of made texts, a row a line: the name of a function and then its arguments and
-its result, separated by tabs, each text as its UTF-8 bytes in hexadecimal.
+"""Writes what Python's urllib.parse makes of made texts, a row a line: texts separated by tabs, each as its UTF-8 bytes in
+hexadecimal.
 
-urllib_rows.py COUNT
+urllib_rows.py FUNCTION COUNT
 """
 import random
 import re
@@ -64,30 +64,57 @@ def flat(pairs):
     return [word for pair in sorted(pairs.items()) for word in pair]
 
 
-def row(function, *texts):
-    print(function, *(text.encode("utf-8").hex() for text in texts), sep="\t")
-
-
 def made_map():
     return {text(): text() for _ in range(random.randrange(5))}
 
 
-def main():
-    for _ in range(int(sys.argv[1])):
+def quoting(quote, safe="", change=lambda quoted: quoted):
+    """A row of a text and what it is escaped to."""
+    def row():
         plain = text()
-        row("urlEscape", plain, lower_escapes(urllib.parse.quote(plain, safe="")))
-        row("urlEscapePlus", plain, lower_escapes(urllib.parse.quote_plus(plain, safe="")))
-        row("formURLEncode", plain, urllib.parse.quote(plain, safe="/"))
-        row("formURLEncodeSlash", plain, urllib.parse.quote(plain, safe=""))
+        return [plain, change(quote(plain, safe=safe))]
+    return row
+
+
+def unquoting(unquote):
+    """A row of an escaped text and what is in it."""
+    def row():
         escaped = escaped_text()
-        row("urlUnescape", escaped, decode(urllib.parse.unquote, escaped))
-        row("urlUnescapePlus", escaped, decode(urllib.parse.unquote_plus, escaped))
+        return [escaped, decode(unquote, escaped)]
+    return row
+
+
+def joining(change=lambda joined: joined, **how):
+    """A row of a query and then the keys and values that it was made from."""
+    def row():
         pairs = made_map()
-        row("encodeURLParams", lower_escapes(urllib.parse.urlencode(sorted(pairs.items()))), *flat(pairs))
-        quoted = urllib.parse.urlencode(sorted(pairs.items()), quote_via=urllib.parse.quote, safe="")
-        row("formURLEncodeMap", quoted, *flat(pairs))
-        ascii_query = "".join(random.choices([piece for piece in PIECES if piece.isascii()], k=random.randrange(16)))
-        row("decodeURLParams", ascii_query, *flat(parse(ascii_query)))
+        return [change(urllib.parse.urlencode(sorted(pairs.items()), **how)), *flat(pairs)]
+    return row
+
+
+def splitting():
+    """A row of a query and then the keys and values that are in it."""
+    query = "".join(random.choices([piece for piece in PIECES if piece.isascii()], k=random.randrange(16)))
+    return [query, *flat(parse(query))]
+
+
+ROWS = {
+    "urlEscape": quoting(urllib.parse.quote, change=lower_escapes),
+    "urlEscapePlus": quoting(urllib.parse.quote_plus, change=lower_escapes),
+    "formURLEncode": quoting(urllib.parse.quote, safe="/"),
+    "formURLEncodeSlash": quoting(urllib.parse.quote),
+    "urlUnescape": unquoting(urllib.parse.unquote),
+    "urlUnescapePlus": unquoting(urllib.parse.unquote_plus),
+    "encodeURLParams": joining(lower_escapes),
+    "formURLEncodeMap": joining(quote_via=urllib.parse.quote, safe=""),
+    "decodeURLParams": splitting,
+}
+
+
+def main():
+    function, count = sys.argv[1:]
+    for _ in range(int(count)):
+        print(*(text.encode("utf-8").hex() for text in ROWS[function]()), sep="\t")
 
 
 main()
