@@ -263,7 +263,7 @@ int getHTTPStatusCodeFromError(const kx::CError& error)
 kx::TPathImpl<kx::CUnixPathTraits> getRootCertBundlePath()
 {
     using Path = kx::TPathImpl<kx::CUnixPathTraits>;
-    const Path bundle = kx::CResourceManager::get()->findResource(Path("norla") / Path("ca-bundle.crt"));
+    Path bundle = kx::CResourceManager::get()->findResource(Path("norla") / Path("ca-bundle.crt"));
     if (bundle.isEmpty())
         throw kx::CError("INTERNAL ERROR: Root certificate bundle not found in application resources.");
     return bundle;
