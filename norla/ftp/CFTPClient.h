@@ -1,0 +1,118 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/P.h"
+#include "kx/text/String.h"
+#include "norla/core/CNetRequest.h"
+#include "norla/ftp/CFTPListDirResult.h"
+
+namespace norla {
+
+/// Files and directories on one FTP server, plain or with TLS.
+///
+/// A prepare...Request() resets a request and fills it, for callers who perform it themselves, at once or in the background;
+/// the other operations perform it too. One request may serve any number of operations, one after the other, and so stays
+/// logged in. What fails throws what CNetRequest::perform() throws.
+///
+/// Paths are the server's own, as a rule from "/" on. They are sent as they are. In uploads, downloads, listings and moves with
+/// createMissingDirs they stand in a URL, which libcurl takes only escaped ("my%20file") and reads from the directory of the
+/// login on; the other operations put them into commands, which take them unescaped ("my file"). A line end in a path would
+/// begin another command: never pass on a path with one.
+///
+/// Immutable but for setOverrideCWDType(): several threads may use one client with a request each.
+class KX_EXPORT CFTPClient : public virtual kx::CBase {
+public:
+    enum ConnectType : int {
+        ConnectUnencrypted = 0,
+        ConnectExplicitTLS = 1, ///< AUTH TLS is required, for commands and data
+        ConnectImplicitTLS = 2  ///< TLS from the first byte ("ftps://"), for commands and data
+    };
+
+    /// How libcurl goes to the directory of a path; CURLOPT_FTP_FILEMETHOD.
+    enum CWDType : int {
+        CWDInvalid = -1, ///< what suits the operation
+        CWDSteps = 0,    ///< a CWD for every directory on the way
+        CWDDirect = 1,   ///< one CWD to the directory
+        CWDNone = 2      ///< no CWD, the whole path in the command
+    };
+
+    /// @param host "host" or "host:port"
+    CFTPClient(const kx::String& host, const kx::String& userName, const kx::String& password, ConnectType connectType);
+    CFTPClient(const CFTPClient&) = delete;
+    CFTPClient& operator=(const CFTPClient&) = delete;
+    ~CFTPClient() override;
+
+    /// Overrides, for requests prepared afterwards, the way to a directory: a CWD for every step when missing directories are to
+    /// be made, no CWD otherwise.
+    void setOverrideCWDType(CWDType type) { m_overrideCWDType = type; }
+
+    /// What every operation begins with.
+    /// @param path follows the host in the URL; empty for operations that only send commands
+    /// @param createMissingDirs whether directories that are missing on the way are made
+    void beginPrepareRequest(CNetRequest& request, const kx::String& path, bool createMissingDirs);
+
+    /// Stores a file, replacing an earlier one. The bytes are copied.
+    /// @param size in bytes, 0 or more
+    void prepareUploadRequest(
+        CNetRequest& request, const kx::String& path, const void* data, int size, bool createMissingDirs);
+
+    /// Fetches a file or a part of it into the request's receive sink.
+    /// @param offset of the first byte, counted from 0
+    /// @param length in bytes; -1 up to the end
+    void prepareDownloadRequest(CNetRequest& request, const kx::String& path, long long offset, long long length);
+
+    /// Fails when there is no such file or directory (MLST).
+    void prepareVerifyExistsRequest(CNetRequest& request, const kx::String& path);
+
+    /// As prepareVerifyExistsRequest(); make a CFTPGetInfoResult from the request's getResponseInfo() afterwards.
+    void prepareGetInfoRequest(CNetRequest& request, const kx::String& path);
+
+    /// Renames a file. @param createMissingDirs whether the target's directory is made; the target's path stands in a URL then
+    void prepareMoveFileRequest(
+        CNetRequest& request, const kx::String& fromPath, const kx::String& toPath, bool createMissingDirs);
+
+    /// Renames a directory. @param createMissingDirs whether the target and its parents are made first, for servers that
+    /// rename onto an empty directory; the target's path stands in a URL then
+    void prepareMoveDirRequest(
+        CNetRequest& request, const kx::String& fromDir, const kx::String& toDir, bool createMissingDirs);
+
+    void prepareDeleteFileRequest(CNetRequest& request, const kx::String& path);
+    void deleteFile(CNetRequest& request, const kx::String& path);
+
+    /// Removes an empty directory.
+    void prepareRemoveDirRequest(CNetRequest& request, const kx::String& path);
+    void removeDir(CNetRequest& request, const kx::String& path);
+
+    /// Makes a directory. @param recursive whether its missing parents are made too, and one that exists already is no
+    /// error; the path stands in a URL then
+    void prepareCreateDirRequest(CNetRequest& request, const kx::String& path, bool recursive);
+    void createDir(CNetRequest& request, const kx::String& path, bool recursive);
+
+    /// Lists a directory by MLSD, which the server must know.
+    void prepareListDirRequest(CNetRequest& request, const kx::String& path);
+
+    /// @throws also as CFTPListDirResult
+    kx::P<CFTPListDirResult> listDir(CNetRequest& request, const kx::String& path);
+
+    /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, and then the directory
+    /// is too. The first failure ends it; what was removed until then stays removed.
+    /// @throws kx::CError for a tree of more than 1000 levels
+    void deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath);
+
+    /// "CWDSteps" and so on. @throws kx::CError "Unknown CWDType: " and the number for anything else
+    static kx::String cwdTypeToString(CWDType type);
+
+private:
+    void setFileMethod(CNetRequest& request, bool createMissingDirs) const;
+    void prepareCommandRequest(CNetRequest& request, const kx::String& command);
+    void prepareRename(CNetRequest& request, const kx::String& fromPath, const kx::String& toPath);
+    void deleteTree(CNetRequest& request, const kx::String& dirPath, int depth);
+
+    const kx::String m_host;
+    const kx::String m_userName;
+    const kx::String m_password;
+    const ConnectType m_connectType;
+    CWDType m_overrideCWDType = CWDInvalid;
+};
+
+} // namespace norla

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/P.h"
+#include "norla/ftp/CFTPDirEntry.h"
+
+namespace norla {
+
+class CNetStringList;
+
+/// What a server says about one path after MLST. Immutable.
+class KX_EXPORT CFTPGetInfoResult : public virtual kx::CBase {
+public:
+    /// Finds the line of facts behind the last "250-" line.
+    /// @param lines the reply lines of the transfer, as CNetRequest::getResponseInfo() gives them
+    /// @throws kx::CError "Invalid response to FTP MLST request (no info line found)." with all lines in the property
+    /// "response"; as CFTPDirEntry
+    explicit CFTPGetInfoResult(const CNetStringList& lines);
+    ~CFTPGetInfoResult() override;
+
+    /// Never null.
+    kx::P<CFTPDirEntry> getEntry() const { return m_entry; }
+
+private:
+    kx::P<CFTPDirEntry> m_entry;
+};
+
+} // namespace norla
