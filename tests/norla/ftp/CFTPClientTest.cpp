@@ -1,0 +1,260 @@
+#include "norla/ftp/CFTPClient.h"
+
+#include "tests/curlcalls/CCurlCalls.h"
+#include "tests/support/errorOf.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using norla::CFTPClient;
+using norla::CNetRequest;
+using Options = std::vector<std::string>;
+
+class CFTPClientTest : public testing::Test {
+protected:
+    using Prepare = std::function<void(CFTPClient&)>;
+
+    /// The options that a client sets, from the URL on; those of bodies, which are callbacks, are left out.
+    Options optionsOf(CFTPClient& client, const Prepare& prepare)
+    {
+        m_calls.takeOptions();
+        prepare(client);
+        Options options = m_calls.takeOptions();
+        options.erase(options.begin(), std::find_if(options.begin(), options.end(), [](const std::string& option) {
+            return option.starts_with("URL=");
+        }));
+        std::erase_if(options,
+            [](const std::string& option) { return option.starts_with("READ") || option.starts_with("SEEK"); });
+        return options;
+    }
+
+    Options optionsOf(const Prepare& prepare)
+    {
+        CFTPClient client("host:2121", "name", "pass", CFTPClient::ConnectUnencrypted);
+        return optionsOf(client, prepare);
+    }
+
+    static Options begin(const std::string& path, bool createMissingDirs, std::initializer_list<std::string> more = {})
+    {
+        Options options{"URL=ftp://host:2121" + path, "USERNAME=name", "PASSWORD=pass",
+            createMissingDirs ? "FTP_FILEMETHOD=1" : "FTP_FILEMETHOD=2",
+            createMissingDirs ? "FTP_CREATE_MISSING_DIRS=2" : "FTP_CREATE_MISSING_DIRS=0"};
+        options.insert(options.end(), more);
+        return options;
+    }
+
+    CNetRequest& request() { return *m_request; }
+
+    support::CCurlCalls m_calls;
+
+private:
+    kx::P<CNetRequest> m_request = kx::newObj<CNetRequest>();
+};
+
+TEST_F(CFTPClientTest, beginsWithoutDirectoriesToMake)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.beginPrepareRequest(request(), "/a b", false); }),
+        begin("/a b", false));
+}
+
+TEST_F(CFTPClientTest, beginsWithDirectoriesToMake)
+{
+    EXPECT_EQ(
+        optionsOf([this](auto& client) { client.beginPrepareRequest(request(), "/a/b", true); }), begin("/a/b", true));
+}
+
+struct CConnection {
+    CFTPClient::ConnectType type;
+    Options expected;
+};
+
+class CFTPClientConnectTypeTest : public CFTPClientTest, public testing::WithParamInterface<CConnection> {};
+
+TEST_P(CFTPClientConnectTypeTest, decidesSchemeAndTLS)
+{
+    CFTPClient client("host", "name", "pass", GetParam().type);
+    Options expected = GetParam().expected;
+    expected.insert(expected.end(), {"FTP_FILEMETHOD=2", "FTP_CREATE_MISSING_DIRS=0"});
+    EXPECT_EQ(optionsOf(client, [this](auto& c) { c.beginPrepareRequest(request(), "/a", false); }), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, CFTPClientConnectTypeTest,
+    testing::Values(CConnection{CFTPClient::ConnectUnencrypted, {"URL=ftp://host/a", "USERNAME=name", "PASSWORD=pass"}},
+        CConnection{
+            CFTPClient::ConnectExplicitTLS, {"URL=ftp://host/a", "USERNAME=name", "PASSWORD=pass", "USE_SSL=3"}},
+        CConnection{CFTPClient::ConnectImplicitTLS, {"URL=ftps://host/a", "USERNAME=name", "PASSWORD=pass"}},
+        CConnection{static_cast<CFTPClient::ConnectType>(7), {"URL=ftp://host/a", "USERNAME=name", "PASSWORD=pass"}}));
+
+struct COverride {
+    int type;
+    const char* withDirs;    ///< the file method when directories are to be made; empty for none
+    const char* withoutDirs; ///< and when they are not
+};
+
+class CFTPClientCWDTest : public CFTPClientTest, public testing::WithParamInterface<COverride> {};
+
+TEST_P(CFTPClientCWDTest, decidesTheWayToADirectory)
+{
+    CFTPClient client("host", "name", "pass", CFTPClient::ConnectUnencrypted);
+    client.setOverrideCWDType(static_cast<CFTPClient::CWDType>(GetParam().type));
+    for (const bool create : {true, false}) {
+        const std::string method = create ? GetParam().withDirs : GetParam().withoutDirs;
+        Options expected{"URL=ftp://host/a", "USERNAME=name", "PASSWORD=pass"};
+        if (!method.empty())
+            expected.push_back("FTP_FILEMETHOD=" + method);
+        expected.push_back(create ? "FTP_CREATE_MISSING_DIRS=2" : "FTP_CREATE_MISSING_DIRS=0");
+        EXPECT_EQ(
+            optionsOf(client, [this, create](auto& c) { c.beginPrepareRequest(request(), "/a", create); }), expected);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Overrides, CFTPClientCWDTest,
+    testing::Values(COverride{-1, "1", "2"}, COverride{0, "1", "1"}, COverride{1, "3", "3"}, COverride{2, "2", "2"},
+        COverride{7, "", ""}, COverride{-2, "", ""}, COverride{3, "", ""}));
+
+TEST_F(CFTPClientTest, uploadsAFile)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareUploadRequest(request(), "/d/f", "12345", 5, false); }),
+        begin("/d/f", false, {"UPLOAD=1", "INFILESIZE_LARGE=5"}));
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareUploadRequest(request(), "/d/f", "12345", 5, true); }),
+        begin("/d/f", true, {"UPLOAD=1", "INFILESIZE_LARGE=5"}));
+}
+
+TEST_F(CFTPClientTest, uploadsAnEmptyFile)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareUploadRequest(request(), "/f", nullptr, 0, false); }),
+        begin("/f", false, {"UPLOAD=1", "INFILESIZE_LARGE=0"}));
+}
+
+TEST_F(CFTPClientTest, copiesNothingOfANegativeSize)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareUploadRequest(request(), "/f", nullptr, -1, false); }),
+        begin("/f", false, {"UPLOAD=1", "INFILESIZE_LARGE=-1"}));
+}
+
+TEST_F(CFTPClientTest, downloadsAWholeFile)
+{
+    EXPECT_EQ(
+        optionsOf([this](auto& client) { client.prepareDownloadRequest(request(), "/f", 0, -1); }), begin("/f", false));
+}
+
+TEST_F(CFTPClientTest, downloadsARange)
+{
+    const auto rangeOf = [this](long long offset, long long length) {
+        return optionsOf([this, offset, length](auto& client) {
+            client.prepareDownloadRequest(request(), "/f", offset, length);
+        }).back();
+    };
+    EXPECT_EQ(rangeOf(100, -1), "RANGE=100-");
+    EXPECT_EQ(rangeOf(0, 10), "RANGE=0-9");
+    EXPECT_EQ(rangeOf(5, 1), "RANGE=5-5");
+    EXPECT_EQ(rangeOf(5'000'000'000, 2), "RANGE=5000000000-5000000001");
+    EXPECT_EQ(rangeOf(5, 0), "RANGE=5-4");
+    EXPECT_EQ(rangeOf(5, -2), "RANGE=5-2");
+}
+
+TEST_F(CFTPClientTest, asksWhetherAPathExists)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareVerifyExistsRequest(request(), "/a b"); }),
+        begin("", false, {"PREQUOTE=[MLST /a b]", "NOBODY=1"}));
+}
+
+TEST_F(CFTPClientTest, asksAboutAPathInTheSameWay)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareGetInfoRequest(request(), "/a b"); }),
+        begin("", false, {"PREQUOTE=[MLST /a b]", "NOBODY=1"}));
+}
+
+TEST_F(CFTPClientTest, deletesAFile)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareDeleteFileRequest(request(), "/f"); }),
+        begin("", false, {"PREQUOTE=[DELE /f]", "NOBODY=1"}));
+}
+
+TEST_F(CFTPClientTest, removesADirectory)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareRemoveDirRequest(request(), "/d"); }),
+        begin("", false, {"PREQUOTE=[RMD /d]", "NOBODY=1"}));
+}
+
+TEST_F(CFTPClientTest, movesAFile)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareMoveFileRequest(request(), "/a", "/b", false); }),
+        begin("", false, {"PREQUOTE=[RNFR /a, RNTO /b]", "NOBODY=1"}));
+}
+
+TEST_F(CFTPClientTest, movesAFileIntoDirectoriesToMake)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareMoveFileRequest(request(), "/a", "/x/b", true); }),
+        begin("/x/b", true, {"PREQUOTE=[RNFR /a, RNTO /x/b]", "UPLOAD=1", "APPEND=1"}));
+}
+
+TEST_F(CFTPClientTest, movesADirectory)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareMoveDirRequest(request(), "/a", "/b", false); }),
+        begin("", false, {"PREQUOTE=[RNFR /a, RNTO /b]", "NOBODY=1"}));
+}
+
+TEST_F(CFTPClientTest, movesADirectoryIntoDirectoriesToMake)
+{
+    const auto move = [this](auto& client) { client.prepareMoveDirRequest(request(), "/from", "/a/b", true); };
+    const Options options = optionsOf(move);
+    const std::string start = "URL=ftp://host:2121/a/b/__dummy";
+    ASSERT_TRUE(options.at(0).starts_with(start)) << options[0];
+    const std::string number = options[0].substr(start.size());
+    EXPECT_EQ(number, std::to_string(std::stoull(number)));
+    EXPECT_EQ(options,
+        begin("/a/b/__dummy" + number, true,
+            {"PREQUOTE=[RNFR /from, RNTO /a/b]", "UPLOAD=1", "POSTQUOTE=[DELE /a/b/__dummy" + number + "]"}));
+    EXPECT_NE(optionsOf(move), options); // another number
+}
+
+TEST_F(CFTPClientTest, makesADirectory)
+{
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareCreateDirRequest(request(), "/d", false); }),
+        begin("", false, {"PREQUOTE=[MKD /d]", "NOBODY=1"}));
+}
+
+TEST_F(CFTPClientTest, makesADirectoryWithItsParents)
+{
+    for (const char* const path : {"/a/d", "/a/d/"})
+        EXPECT_EQ(optionsOf([this, path](auto& client) { client.prepareCreateDirRequest(request(), path, true); }),
+            begin("/a/d/", true, {std::string("PREQUOTE=[MKD ") + path + "]"}));
+}
+
+TEST_F(CFTPClientTest, listsADirectory)
+{
+    for (const char* const path : {"/pub", "/pub/"})
+        EXPECT_EQ(optionsOf([this, path](auto& client) { client.prepareListDirRequest(request(), path); }),
+            begin("/pub/", false, {"CUSTOMREQUEST=MLSD"}));
+    EXPECT_EQ(optionsOf([this](auto& client) { client.prepareListDirRequest(request(), ""); }),
+        begin("/", false, {"CUSTOMREQUEST=MLSD"}));
+}
+
+TEST_F(CFTPClientTest, namesCWDTypes)
+{
+    EXPECT_EQ(CFTPClient::cwdTypeToString(CFTPClient::CWDSteps), "CWDSteps");
+    EXPECT_EQ(CFTPClient::cwdTypeToString(CFTPClient::CWDDirect), "CWDDirect");
+    EXPECT_EQ(CFTPClient::cwdTypeToString(CFTPClient::CWDNone), "CWDNone");
+    EXPECT_EQ(CFTPClient::cwdTypeToString(CFTPClient::CWDInvalid), "CWDInvalid");
+}
+
+TEST_F(CFTPClientTest, namesNoOtherCWDType)
+{
+    for (const int type : {3, -2}) {
+        const auto error
+            = support::errorOf([type] { CFTPClient::cwdTypeToString(static_cast<CFTPClient::CWDType>(type)); });
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->getMessage(), ("Unknown CWDType: " + std::to_string(type)).c_str());
+        EXPECT_EQ(error->getDomain(), "");
+        EXPECT_EQ(error->getCode(), -1);
+    }
+}
+
+} // namespace
