@@ -58,6 +58,8 @@ void CFTPClient::beginPrepareRequest(CNetRequest& request, const kx::String& pat
     request.setUserPassword(m_password);
     if (m_connectType == ConnectExplicitTLS)
         request.setFTPUseSSL(CURLUSESSL_ALL);
+    if (!m_rootCertBundlePath.isEmpty())
+        request.setRootCertBundlePath(m_rootCertBundlePath);
     setFileMethod(request, createMissingDirs);
     request.setFTPCreateMissingDirs(createMissingDirs ? CURLFTP_CREATE_DIR_RETRY : CURLFTP_CREATE_DIR_NONE);
 }

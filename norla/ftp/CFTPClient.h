@@ -19,7 +19,7 @@ namespace norla {
 /// login on; the other operations put them into commands, which take them unescaped ("my file"). A line end in a path would
 /// begin another command: never pass on a path with one.
 ///
-/// Immutable but for setOverrideCWDType(): several threads may use one client with a request each.
+/// Immutable but for its two setters: several threads may use one client with a request each.
 class KX_EXPORT CFTPClient : public virtual kx::CBase {
 public:
     enum ConnectType : int {
@@ -45,6 +45,10 @@ public:
     /// Overrides, for requests prepared afterwards, the way to a directory: a CWD for every step when missing directories are to
     /// be made, no CWD otherwise.
     void setOverrideCWDType(CWDType type) { m_overrideCWDType = type; }
+
+    /// The certificates that the server is verified against, for requests prepared afterwards, as
+    /// CNetRequest::setRootCertBundlePath(). Empty, as at first, for libcurl's own.
+    void setRootCertBundlePath(const CNetRequest::Path& path) { m_rootCertBundlePath = path; }
 
     /// What every operation begins with.
     /// @param path follows the host in the URL; empty for operations that only send commands
@@ -113,6 +117,7 @@ private:
     const kx::String m_password;
     const ConnectType m_connectType;
     CWDType m_overrideCWDType = CWDInvalid;
+    CNetRequest::Path m_rootCertBundlePath;
 };
 
 } // namespace norla

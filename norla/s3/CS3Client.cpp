@@ -334,6 +334,8 @@ kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx
     request.setKeepPostOnRedirect(true);
     request.setVerbose(m_printDebugInfo);
     request.setSSLVerifyPeer(m_sslVerifyPeer);
+    if (!m_rootCertBundlePath.isEmpty())
+        request.setRootCertBundlePath(m_rootCertBundlePath);
     const auto headers = kx::newObj<CNetHeaders>();
     headers->add("Date", now());
     request.setCustomHTTPHeaders(headers.get());

@@ -50,6 +50,10 @@ public:
     void setPrintDebugInfo(bool print) { m_printDebugInfo = print; }
     void setSSLVerifyPeer(bool verify) { m_sslVerifyPeer = verify; }
 
+    /// The certificates that the store is verified against, for requests prepared afterwards, as
+    /// CNetRequest::setRootCertBundlePath(). Empty, as at first, for libcurl's own.
+    void setRootCertBundlePath(const CNetRequest::Path& path) { m_rootCertBundlePath = path; }
+
     /// Stores an object, replacing an earlier one. The bytes are copied.
     /// @param size in bytes, 0 or more
     /// @param contentType such as "image/png"; empty leaves it to the store
@@ -181,6 +185,7 @@ private:
     int m_maxRetries = 50;
     bool m_printDebugInfo = false;
     bool m_sslVerifyPeer = true;
+    CNetRequest::Path m_rootCertBundlePath;
     Buffer m_signatureBuffer;
 };
 

@@ -91,6 +91,19 @@ INSTANTIATE_TEST_SUITE_P(Types, CFTPClientConnectTypeTest,
         CConnection{CFTPClient::ConnectImplicitTLS, {"URL=ftps://host/a", "USERNAME=name", "PASSWORD=pass"}},
         CConnection{static_cast<CFTPClient::ConnectType>(7), {"URL=ftp://host/a", "USERNAME=name", "PASSWORD=pass"}}));
 
+TEST_F(CFTPClientTest, verifiesAgainstOtherCertificatesWhenTold)
+{
+    CFTPClient client("host", "name", "pass", CFTPClient::ConnectExplicitTLS);
+    client.setRootCertBundlePath("/certificates.pem");
+    const auto prepare = [this](auto& c) { c.beginPrepareRequest(request(), "/a", false); };
+    EXPECT_EQ(optionsOf(client, prepare),
+        (Options{"URL=ftp://host/a", "USERNAME=name", "PASSWORD=pass", "USE_SSL=3", "CAINFO=/certificates.pem",
+            "FTP_FILEMETHOD=2", "FTP_CREATE_MISSING_DIRS=0"}));
+    client.setRootCertBundlePath("");
+    const Options options = optionsOf(client, prepare);
+    EXPECT_EQ(std::find(options.begin(), options.end(), "CAINFO=/certificates.pem"), options.end());
+}
+
 struct COverride {
     int type;
     const char* withDirs;    ///< the file method when directories are to be made; empty for none
