@@ -1,6 +1,7 @@
 #include "kx/text/numbers.h"
 
 #include "kx/base/CError.h"
+#include "kx/text/whitespace.h"
 
 #include <algorithm>
 #include <charconv>
@@ -23,7 +24,7 @@ std::string_view withoutPlus(std::string_view number) noexcept
 }
 
 // Anything outside ASCII becomes a character that no number has.
-std::string narrow(const String& text)
+std::string narrow(std::wstring_view text)
 {
     std::string bytes(text.size(), '?');
     std::transform(text.begin(), text.end(), bytes.begin(),
@@ -32,16 +33,16 @@ std::string narrow(const String& text)
 }
 
 template <typename TNumber, typename... TFormat>
-TNumber parseWhole(const String& text, const String& kind, TFormat... format)
+TNumber parseWhole(std::wstring_view text, const char* kind, TFormat... format)
 {
     const std::string bytes = narrow(text);
     const std::string_view number = withoutPlus(bytes);
     TNumber value = 0;
     const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value, format...);
     if (error == std::errc::result_out_of_range)
-        throw CError("Number out of range: '" + text + "'.");
+        throw CError("Number out of range: '" + String(std::wstring(text)) + "'.");
     if (error != std::errc() || end != number.data() + number.size())
-        throw CError("Invalid " + kind + ": '" + text + "'.");
+        throw CError(String("Invalid ") + kind + ": '" + String(std::wstring(text)) + "'.");
     return value;
 }
 
@@ -49,7 +50,12 @@ TNumber parseWhole(const String& text, const String& kind, TFormat... format)
 
 long long parseInt64(const String& text, bool lax)
 {
-    return parseWhole<long long>(lax ? text.trim() : text, "number");
+    return parseInt64(std::wstring_view(text.toWide()), lax);
+}
+
+long long parseInt64(std::wstring_view text, bool lax)
+{
+    return parseWhole<long long>(lax ? trimmed(text) : text, "number");
 }
 
 double parseSimpleDouble(const String& text)
@@ -57,7 +63,7 @@ double parseSimpleDouble(const String& text)
     // from_chars also reads "inf" and "nan".
     if (std::none_of(text.begin(), text.end(), isDigit))
         throw CError("Invalid decimal number: '" + text + "'.");
-    return parseWhole<double>(text, "decimal number", std::chars_format::fixed);
+    return parseWhole<double>(text.toWide(), "decimal number", std::chars_format::fixed);
 }
 
 String toString(long long number)

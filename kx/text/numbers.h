@@ -3,12 +3,15 @@
 #include "kx/base/visibility.h"
 #include "kx/text/String.h"
 
+#include <string_view>
+
 namespace kx {
 
 /// Reads a decimal integer: an optional "+" or "-", then digits, nothing else.
 /// @param lax white space around the number is allowed
 /// @throws CError naming the text when it is not such a number or does not fit into 64 bits
 KX_EXPORT long long parseInt64(const String& text, bool lax);
+KX_EXPORT long long parseInt64(std::wstring_view text, bool lax);
 
 /// Reads a decimal number: an optional "+" or "-", digits with at most one "." among, before or after them, nothing else
 /// (no exponent). The decimal point is "." under every locale.

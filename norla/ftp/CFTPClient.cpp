@@ -15,7 +15,7 @@ namespace norla {
 
 namespace {
 
-constexpr int maxTreeDepth = 1000;
+constexpr size_t maxPathLength = 4096; // PATH_MAX of Linux
 
 kx::P<CNetStringList> commands(std::initializer_list<kx::String> lines)
 {
@@ -204,22 +204,17 @@ kx::P<CFTPListDirResult> CFTPClient::listDir(CNetRequest& request, const kx::Str
 
 void CFTPClient::deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath)
 {
-    deleteTree(request, dirPath, 1);
-}
-
-// A server that answers every listing with one more directory would otherwise lead it down without end.
-void CFTPClient::deleteTree(CNetRequest& request, const kx::String& dirPath, int depth)
-{
-    if (depth > maxTreeDepth)
-        throw kx::CError(
-            "FTP directory tree has more than " + kx::toString(maxTreeDepth) + " levels: '" + dirPath + "'.");
+    // A server that answers every listing with one more directory would lead down without end.
+    if (dirPath.size() > maxPathLength)
+        throw kx::CError("FTP directory path is longer than " + kx::toString(maxPathLength) + " characters: '"
+            + dirPath.substr(0, 100) + "...'.");
     const auto listing = listDir(request, dirPath);
     for (const auto& entry : listing->getEntries()) {
         const kx::String child = dirPath + "/" + entry->getName();
         if (entry->getType() == CFTPDirEntry::TypeFile)
             deleteFile(request, child);
         else if (entry->getType() == CFTPDirEntry::TypeDir)
-            deleteTree(request, child, depth + 1);
+            deleteDirWithAllContents(request, child);
     }
     removeDir(request, dirPath);
 }

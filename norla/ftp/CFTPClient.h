@@ -100,7 +100,8 @@ public:
 
     /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, and then the directory
     /// is too. The first failure ends it; what was removed until then stays removed.
-    /// @throws kx::CError for a tree of more than 1000 levels
+    /// Directories inside whose names need escaping in a URL ("my dir") cannot be listed and end it too.
+    /// @throws kx::CError for a path of more than 4096 characters
     void deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath);
 
     /// "CWDSteps" and so on. @throws kx::CError "Unknown CWDType: " and the number for anything else
@@ -110,7 +111,6 @@ private:
     void setFileMethod(CNetRequest& request, bool createMissingDirs) const;
     void prepareCommandRequest(CNetRequest& request, const kx::String& command);
     void prepareRename(CNetRequest& request, const kx::String& fromPath, const kx::String& toPath);
-    void deleteTree(CNetRequest& request, const kx::String& dirPath, int depth);
 
     const kx::String m_host;
     const kx::String m_userName;

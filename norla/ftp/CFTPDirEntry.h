@@ -4,6 +4,8 @@
 #include "kx/text/String.h"
 #include "kx/time/CTime.h"
 
+#include <string_view>
+
 namespace norla {
 
 /// What a server says about one file or directory in a line of facts (RFC 3659 section 7). Immutable.
@@ -41,7 +43,10 @@ public:
     static kx::CTime parseTimeValue(const kx::String& value);
 
 private:
-    void readFact(const kx::String& name, const kx::String& value);
+    friend class CFTPListDirResult; // reads its lines where they stand
+
+    void readLine(std::wstring_view line);
+    void readFact(std::wstring_view name, std::wstring_view value);
 
     Type m_type = TypeOther;
     kx::String m_name;

@@ -149,6 +149,11 @@ TEST(CFTPDirEntryTest, namesTheTimeAndNotTheLineWhenTheTimeIsWrong)
     EXPECT_EQ(messageOf("type=file;modify=2020013123595; n"), "Invalid FTP time value: '2020013123595'");
 }
 
+TEST(CFTPDirEntryTest, lowersTheTimeThatItNames)
+{
+    EXPECT_EQ(messageOf("modify=20200131235959Z; n"), "Invalid FTP time value: '20200131235959z'");
+}
+
 TEST(CFTPTimeValueTest, isUTC)
 {
     EXPECT_EQ(CFTPDirEntry::parseTimeValue("19700101000000").getMicroseconds(), 0);

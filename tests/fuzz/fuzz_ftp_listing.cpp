@@ -1,0 +1,25 @@
+#include "kx/base/CError.h"
+#include "norla/ftp/CFTPListDirResult.h"
+#include "tests/fuzz/require.h"
+
+#include <algorithm>
+#include <cstdint>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    kx::TBuffer<unsigned char> bytes;
+    bytes.append(data, size);
+    try {
+        const norla::CFTPListDirResult listing(bytes);
+        const auto isLineEnd = [](uint8_t byte) { return byte == '\r' || byte == '\n'; };
+        size_t lines = 0;
+        for (size_t i = 0; i < size; ++i)
+            lines += !isLineEnd(data[i]) && (i == 0 || isLineEnd(data[i - 1]));
+        require(listing.getEntries().size() == lines, "every line is an entry");
+        for (const auto& entry : listing.getEntries())
+            require(entry->getName().toUTF8().size() < size, "a name is part of its line");
+    } catch (const kx::CError& error) {
+        require(error.getDomain().isEmpty() && error.getCode() == -1, "the error is a plain one");
+    }
+    return 0;
+}
