@@ -1,5 +1,5 @@
 // Fetches a URL (http, https, ftp, ftps, sftp) into a file or to standard output.
-#include "examples/CProgressBar.h"
+#include "examples/CStreamSink.h"
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CNetHeaders.h"
@@ -20,33 +20,6 @@ constexpr const char* usage = R"(Usage: fetch [options] URL
   --key FILE              log in with this private key (sftp)
   --ca FILE               trust the certificates in this file only
 )";
-
-/// Writes the body to a stream and shows how far it is.
-class CStreamSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
-public:
-    CStreamSink(norla::CNetRequest& request, std::ostream& out)
-        : m_request(request)
-        , m_out(out)
-    {
-    }
-
-    int write(const unsigned char* data, int size, int responseCode, const norla::CNetRequest::HeaderMap&) override
-    {
-        if (responseCode >= 300) // the text of an error, not the file: perform() will throw
-            return size;
-        if (!m_out.write(reinterpret_cast<const char*>(data), size))
-            throw kx::CError("The output cannot be written.");
-        m_received += size;
-        m_progress.show(static_cast<double>(m_received), m_request.getDownloadSize());
-        return size;
-    }
-
-private:
-    norla::CNetRequest& m_request;
-    std::ostream& m_out;
-    long long m_received = 0;
-    CProgressBar m_progress;
-};
 
 void setRange(norla::CNetRequest& request, const kx::String& range)
 {

@@ -1,4 +1,5 @@
 // Works on the objects of an S3 store.
+#include "examples/CFileSource.h"
 #include "examples/CProgressBar.h"
 #include "kx/text/numbers.h"
 #include "norla/s3/CS3Client.h"
@@ -61,33 +62,6 @@ std::string contentOf(const std::string& file)
     return content;
 }
 
-/// Gives bytes to the transfer and shows how far it is.
-class CShownSource : public kx::CBase, public virtual norla::CNetRequest::IDataSource {
-public:
-    explicit CShownSource(const std::string& bytes)
-        : m_bytes(bytes)
-    {
-    }
-
-    int read(unsigned char* buffer, int size, const norla::CNetRequest::HeaderMap&) override
-    {
-        const size_t count = std::min(static_cast<size_t>(size), m_bytes.size() - m_position);
-        std::copy_n(m_bytes.data() + m_position, count, buffer);
-        m_position += count;
-        m_progress.show(static_cast<double>(m_position), static_cast<double>(m_bytes.size()));
-        return static_cast<int>(count);
-    }
-
-    long long getLength() override { return static_cast<long long>(m_bytes.size()); }
-    void seek(long long position) override { m_position = static_cast<size_t>(position); }
-    long long getPosition() override { return static_cast<long long>(m_position); }
-
-private:
-    const std::string& m_bytes;
-    size_t m_position = 0;
-    CProgressBar m_progress;
-};
-
 class CCommands {
 public:
     /// @param pageSize of a listing, -1 for the store's choice
@@ -103,7 +77,7 @@ public:
         const std::string content = contentOf(file);
         m_client->preparePutObjectRequest(
             *m_request, place.bucket, place.key, content.data(), static_cast<int>(content.size()), "");
-        m_request->setSendDataSource(kx::newObj<CShownSource>(content).get());
+        m_request->setSendDataSource(kx::newObj<CFileSource>(file).get());
         m_client->performRequest(*m_request);
         std::cerr << content.size() << " bytes stored\n";
     }

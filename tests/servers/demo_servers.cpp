@@ -39,6 +39,7 @@ int main()
         print("expired_url", web.expiredURL("/digits.txt"));
         print("ca_file", support::CTestCertificates::get().caFile().string());
         print("ftp_url", ftp.url("/digits.txt"));
+        print("ftp_host", "127.0.0.1:" + std::to_string(ftp.getPort()));
         print("sftp_url", ssh.url((ssh.root() / "digits.txt").string()));
         print("sftp_user", ssh.userName());
         print("sftp_key", ssh.privateKeyFile().string());

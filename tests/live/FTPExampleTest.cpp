@@ -1,0 +1,79 @@
+// The example ftp, run as a person runs it.
+#include "tests/live/exampleRun.h"
+#include "tests/support/CFTPServer.h"
+#include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CTestCertificates.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using support::CProcessRun;
+using Security = support::IFTPServer::Security;
+
+class FTPExampleTest : public testing::TestWithParam<Security> {
+protected:
+    CProcessRun ftp(const std::vector<std::string>& words, CProcessRun::Terminal terminal = CProcessRun::Terminal::None)
+    {
+        std::vector<std::string> arguments{"ftp"};
+        if (GetParam() == Security::Explicit)
+            arguments.push_back("--tls");
+        if (GetParam() == Security::Implicit)
+            arguments.push_back("--implicit-tls");
+        arguments.insert(arguments.end(),
+            {"--ca", support::CTestCertificates::get().caFile(), "127.0.0.1:" + std::to_string(m_server.getPort())});
+        arguments.insert(arguments.end(), words.begin(), words.end());
+        return live::run({.arguments = std::move(arguments),
+            .environment = {"FTP_USER=user", "FTP_PASSWORD=" + m_password},
+            .terminal = terminal});
+    }
+
+    support::CFTPServer m_server{GetParam()};
+    support::CTemporaryFolder m_folder;
+    std::string m_password = "secret";
+};
+
+INSTANTIATE_TEST_SUITE_P(All, FTPExampleTest, testing::Values(Security::None, Security::Explicit, Security::Implicit));
+
+TEST_P(FTPExampleTest, worksOnFiles)
+{
+    const auto file = m_folder.write("file.txt", "some content").string();
+    EXPECT_EQ(ftp({"put", file, "/a/b/file.txt"}).errors(), "");
+    EXPECT_EQ(ftp({"mv", "/a/b/file.txt", "/a/my file.txt"}).exitStatus(), 0);
+    EXPECT_TRUE(ftp({"ls", "/a"}).output().find("\tmy file.txt\n") != std::string::npos);
+    EXPECT_TRUE(ftp({"stat", "/a/my file.txt"}).output().starts_with("file\t12\t"));
+    const auto fetched = (m_folder.path() / "fetched").string();
+    EXPECT_EQ(ftp({"get", "/a/my%20file.txt", fetched}).exitStatus(), 0);
+    EXPECT_EQ(live::contentOf(fetched), "some content");
+    EXPECT_EQ(ftp({"rm", "/a/my file.txt"}).exitStatus(), 0);
+    EXPECT_EQ(ftp({"mkdir", "/c/d"}).exitStatus(), 0);
+    EXPECT_TRUE(std::filesystem::is_directory(m_server.root() / "c/d"));
+    EXPECT_EQ(ftp({"rmtree", "/c"}).exitStatus(), 0);
+    EXPECT_FALSE(std::filesystem::exists(m_server.root() / "c"));
+}
+
+TEST_P(FTPExampleTest, showsItsProgressOnATerminal)
+{
+    const auto file = m_folder.write("file.txt", std::string(1 << 20, 'x')).string();
+    const auto stored = ftp({"put", file, "/file.txt"}, CProcessRun::Terminal::Errors);
+    EXPECT_NE(stored.errors().find("] 100 %"), std::string::npos) << stored.errors();
+}
+
+TEST_P(FTPExampleTest, explainsFailures)
+{
+    const auto missing = ftp({"get", "/missing", (m_folder.path() / "fetched").string()});
+    EXPECT_EQ(missing.exitStatus(), 1);
+    EXPECT_TRUE(missing.errors().starts_with("ftp: ")) << missing.errors();
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
+    m_password = "wrong";
+    EXPECT_TRUE(ftp({"ls", "/"}).errors().starts_with("ftp: Login denied: ")) << ftp({"ls", "/"}).errors();
+}
+
+TEST_P(FTPExampleTest, explainsItsUse)
+{
+    EXPECT_EQ(ftp({}).exitStatus(), 2);
+    EXPECT_EQ(ftp({"sing"}).exitStatus(), 2);
+    EXPECT_TRUE(ftp({"get", "/one"}).errors().starts_with("Usage: ftp ")) << ftp({"get", "/one"}).errors();
+}
+
+} // namespace
