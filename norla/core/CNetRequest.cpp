@@ -143,6 +143,7 @@ void CNetRequest::resetForPerform()
     m_statusLine = kx::String();
     m_responseCode = -1;
     m_callbackError = nullptr;
+    m_sendDataWasRead = false;
     m_responseInfo = kx::newObj<CNetStringList>();
     m_defaultReceiveStream->seek(0);
     m_defaultReceiveBuffer->setSize(0);
@@ -188,6 +189,7 @@ void CNetRequest::performOnce()
         const CSigPipeBlock block;
         result = curl_easy_perform(m_easyHandle.get());
     }
+    noticeUnsentMail(result);
     if (m_callbackError)
         m_callbackError->throwClone();
     // Taken now, because asking for the response code clears the error buffer.
@@ -200,6 +202,14 @@ void CNetRequest::performOnce()
     const int status = getResponseCode();
     if (!isSuccess(status))
         throwError(CURLE_HTTP_RETURNED_ERROR, "http", status, "");
+}
+
+// Without recipients libcurl says HELP in place of sending the mail, and is content when the server answers.
+void CNetRequest::noticeUnsentMail(CURLcode result)
+{
+    if (result == CURLE_OK && m_upload && !m_sendDataWasRead && !m_callbackError && getResponseCodeDomain() == "smtp")
+        m_callbackError
+            = CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, "").clone();
 }
 
 // The listener may reset the request, and with it drop the request's reference to the listener.
@@ -635,6 +645,7 @@ void CNetRequest::setAsyncInfo(bool done, CURLcode result)
     {
         const kx::CMutexLock lock(m_asyncMutex);
         if (done) {
+            noticeUnsentMail(result);
             m_asyncDoneSignal->set();
         } else {
             resetForPerform();
@@ -745,6 +756,7 @@ void CNetRequest::updateResponseCode()
 
 size_t CNetRequest::readHandler(char* buffer, size_t size, size_t count) noexcept
 {
+    m_sendDataWasRead = true;
     if (!m_sendDataSource)
         return 0;
     size_t delivered = CURL_READFUNC_ABORT;

@@ -77,7 +77,8 @@ public:
     /// as they are, without a body. Empty: nothing special, a GET. For "POST" set the body first: its size is passed on here.
     void setHTTPMethod(const kx::String& method);
 
-    /// Sends a body: CURLOPT_UPLOAD (HTTP PUT, FTP STOR, a mail).
+    /// Sends a body: CURLOPT_UPLOAD (HTTP PUT, FTP STOR, a mail). A mail that cannot be sent because it has no recipients
+    /// fails with CURLE_SEND_ERROR.
     void setUpload(bool upload);
 
     /// libcurl's own log on standard error, CURLOPT_VERBOSE. It shows credentials.
@@ -263,6 +264,7 @@ private:
     void switchOffOtherMethods(const kx::String& method);
     void switchOnMethod(const kx::String& method);
     bool isHTTPSuccess();
+    void noticeUnsentMail(CURLcode result);
 
     void performOnce();
     void tellDone(const kx::CError* error);
@@ -298,6 +300,7 @@ private:
     kx::P<CNetHeaders> m_customHeaders;
     kx::String m_httpMethod;
     bool m_upload = false;
+    bool m_sendDataWasRead = false; // during the current transfer, or tried to
     CHeaderAssembler m_headerAssembler;
     kx::String m_statusLine;
     int m_responseCode = -1; // -1: not taken from the status line yet

@@ -122,6 +122,28 @@ TEST_F(CNetRequestAsyncTest, neverCountsAsSuccessAfterASinkFailed)
     EXPECT_EQ(result()->getMessage(), "sink failed");
 }
 
+TEST_F(CNetRequestAsyncTest, failsWhenLibcurlAsksForHelpInPlaceOfSendingAMail)
+{
+    const auto listener = kx::newObj<CAsyncListener>();
+    server()
+        .onConnection()
+        .send("220 hello\r\n")
+        .readUntil("\r\n")
+        .send("250 ok\r\n")
+        .readUntil("HELP\r\n")
+        .send("214 help\r\n")
+        .readUntil("QUIT\r\n");
+    request().setDoneListener(listener.get());
+    request().setUpload(true);
+    run("/", server().url("", "smtp").c_str());
+    const kx::String message = "Failed sending data to the peer: the message has no recipients and was not sent";
+    const auto error = result();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_SEND_ERROR);
+    EXPECT_EQ(error->getMessage(), message);
+    EXPECT_EQ(listener->m_calls, std::vector<kx::String>{message});
+}
+
 TEST_F(CNetRequestAsyncTest, tellsTheListenerOfSuccessOnceItIsDone)
 {
     const auto listener = kx::newObj<CAsyncListener>();

@@ -100,6 +100,43 @@ protected:
             .send("550-no\r\n550 really not\r\n");
     }
 
+    support::CScript& answerHelp()
+    {
+        return server()
+            .onConnection()
+            .send("220 hello\r\n")
+            .readUntil("\r\n")
+            .send("250 ok\r\n")
+            .readUntil("HELP\r\n")
+            .send("214 help\r\n")
+            .readUntil("QUIT\r\n");
+    }
+
+    support::CScript& takeMail()
+    {
+        return server()
+            .onConnection()
+            .send("220 hello\r\n")
+            .readUntil("\r\n")
+            .send("250 ok\r\n")
+            .readUntil("\r\n")
+            .send("250 sender\r\n")
+            .readUntil("\r\n")
+            .send("250 recipient\r\n")
+            .readUntil("DATA\r\n")
+            .send("354 go on\r\n")
+            .readUntil(".\r\n")
+            .send("250 taken\r\n");
+    }
+
+    void setRecipient()
+    {
+        const auto recipients = kx::newObj<norla::CNetStringList>();
+        recipients->add("to@b.invalid");
+        request().keepObject(recipients.get());
+        request().setOptionPtr(CURLOPT_MAIL_RCPT, recipients->getCurlList());
+    }
+
     kx::P<kx::CError> failureOfMail()
     {
         request().setURL(server().url("", "smtp").c_str());
@@ -218,6 +255,42 @@ TEST_F(CNetRequestErrorTest, tellsNoReplyOfAMailServerWithoutACode)
     failureOfMail();
     EXPECT_TRUE(thrown(CURLE_SEND_ERROR, "smtp", 1, "m")->getProps().has("serverMessage"));
     EXPECT_FALSE(thrown(CURLE_SEND_ERROR, "smtp", 0, "m")->getProps().has("serverMessage"));
+}
+
+TEST_F(CNetRequestErrorTest, failsWhenLibcurlAsksForHelpInPlaceOfSendingAMail)
+{
+    answerHelp();
+    const auto error = failureOfMail();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_SEND_ERROR);
+    EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: the message has no recipients and was not sent");
+    EXPECT_EQ(error->getProps().getMap(), (Map{{"responseCodeDomain", "smtp"}}));
+}
+
+TEST_F(CNetRequestErrorTest, failsWithoutRecipientsAlsoAfterAMailThatWasSent)
+{
+    takeMail().readUntil("HELP\r\n").send("214 help\r\n").readUntil("QUIT\r\n");
+    setRecipient();
+    EXPECT_EQ(failureOfMail(), nullptr);
+    request().setOptionPtr(CURLOPT_MAIL_RCPT, nullptr);
+    EXPECT_NE(failureOfMail(), nullptr);
+}
+
+TEST_F(CNetRequestErrorTest, sendsAnEmptyMailWithoutData)
+{
+    takeMail().readUntil("QUIT\r\n");
+    setRecipient();
+    request().setURL(server().url("", "smtp").c_str());
+    request().setUpload(true);
+    EXPECT_EQ(failure(), nullptr);
+}
+
+TEST_F(CNetRequestErrorTest, asksAMailServerForHelpWhenNoMailIsMeant)
+{
+    answerHelp();
+    request().setURL(server().url("", "smtp").c_str());
+    EXPECT_EQ(failure(), nullptr);
+    EXPECT_EQ(body(), "214 help\r\n");
 }
 
 TEST_F(CNetRequestErrorTest, tellsNoBodyForAnotherDomain)
