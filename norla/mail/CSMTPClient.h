@@ -1,0 +1,88 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/P.h"
+#include "kx/containers/TArray.h"
+#include "kx/containers/TBuffer.h"
+#include "kx/streams/IInStream.h"
+#include "kx/text/String.h"
+#include "kx/time/CTimeFields.h"
+#include "norla/mail/CSMTPParams.h"
+
+namespace norla {
+
+class CNetRequest;
+
+/// Sends mail to one server, with one login, over connections that its sends share. Made for many messages, one after the
+/// other; whatever one of them meets, the next one starts afresh. The lists of recipients stay in memory as long as the
+/// client. Used by one thread at a time.
+///
+/// The static operations prepare any request in the same way, for callers that run it themselves, such as with a manager.
+/// They touch nothing else.
+///
+/// The server's certificate is not verified, which is deliberate; the name in it still has to be the host's. Envelope
+/// addresses are passed on as they are, with or without angle brackets: a line end in one would be a command of its own.
+class KX_EXPORT CSMTPClient : public virtual kx::CBase {
+public:
+    using Buffer = kx::TBuffer<unsigned char>;
+
+    /// Nothing is sent before the first operation.
+    /// @param params copied
+    /// @throws as doInitialRequestInit(); as CNetRequest::CNetRequest()
+    explicit CSMTPClient(const CSMTPParams& params);
+    CSMTPClient(const CSMTPClient&) = delete;
+    CSMTPClient& operator=(const CSMTPClient&) = delete;
+    ~CSMTPClient() override;
+
+    /// Connects, secures the connection, logs in if there is a user name, and sends no mail. Blocks until that is done.
+    /// A server that knows no logins is content with any.
+    /// @throws CCURLError when the server cannot be reached or refuses the login
+    void testConnection();
+
+    /// Sends a message and blocks until the server has taken it.
+    /// @param from the sender of the envelope; empty for none ("<>")
+    /// @param recipients of the envelope: if the server refuses one of them, nobody gets the message
+    /// @param message header block and body, with CRLF line ends, as CMimeMessage::store() writes them; copied. Lines that
+    /// begin with a dot need no care.
+    /// @throws CCURLError when the transfer fails, the server refuses (with its last reply as "serverMessage"), or there
+    /// are no recipients
+    /// @throws kx::CInvalidArgError when an address holds a zero character, kx::CError when it has no UTF-8 form
+    void sendMail(const kx::String& from, const kx::TArray<kx::String>& recipients, const Buffer& message);
+
+    /// The text of a "Date" header field: "Sun, 15 Nov 2026 09:05:03 +0000".
+    /// @throws as CTimeFields::getWeekDay() and getEnglishMonthAbbrev() for what is no date
+    static kx::String getDateHeaderString(const kx::CTimeFields& time);
+
+    /// Resets the request and sets what belongs to the server: URL, login, TLS.
+    /// @throws CCURLError if libcurl refuses; kx::CInvalidArgError when a parameter holds a zero character
+    static void doInitialRequestInit(CNetRequest& request, const CSMTPParams& params);
+
+    /// Sets what belongs to one message, in place of the last one. The request keeps the list of recipients until its
+    /// reset(), and the data until they are replaced.
+    /// @param data the message as for sendMail(), read during the transfer; not null
+    /// @throws CCURLError if libcurl refuses; kx::CInvalidArgError for null and for an address with a zero character;
+    /// kx::CError for one without UTF-8 form
+    static void initRequestForSendMail(
+        CNetRequest& request, const kx::String& from, const kx::TArray<kx::String>& recipients, kx::IInStream* data);
+
+    /// Makes of any request one that sends a message when it is performed, which the caller does.
+    /// @throws as doInitialRequestInit() and initRequestForSendMail()
+    static void makeSendMailRequest(CNetRequest& request, const CSMTPParams& params, const kx::String& from,
+        const kx::TArray<kx::String>& recipients, kx::IInStream* data);
+
+    /// Clears what belongs to one message: sender, recipients, data. What belongs to the server stays.
+    /// @throws CCURLError if libcurl refuses
+    static void resetOptions(CNetRequest& request);
+
+    /// Performs the client's own request as it is prepared, and clears what belongs to a message, also after a failure.
+    /// @throws as CNetRequest::perform(); after a success as resetOptions()
+    void doPerform();
+
+private:
+    void resetOptionsAfterFailure() noexcept;
+
+    const CSMTPParams m_params;
+    const kx::P<CNetRequest> m_request;
+};
+
+} // namespace norla

@@ -1,0 +1,713 @@
+#include "norla/mail/CSMTPClient.h"
+
+#include "kx/base/CInvalidArgError.h"
+#include "kx/streams/CBufferStream.h"
+#include "norla/core/CNetRequest.h"
+#include "tests/curlcalls/CCurlCalls.h"
+#include "tests/norla/mail/mimeBytes.h"
+#include "tests/support/CLogRecorder.h"
+#include "tests/support/CRefusedPort.h"
+#include "tests/support/CScriptedServer.h"
+#include "tests/support/CTestCertificates.h"
+#include "tests/support/errorOf.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+using norla::CSMTPClient;
+using norla::CSMTPParams;
+using support::errorOf;
+using Texts = std::vector<std::string>;
+using Recipients = kx::TArray<kx::String>;
+
+const Texts clearing = {"CONNECT_ONLY=0", "UPLOAD=0", "MAIL_FROM=", "MAIL_RCPT=null"};
+constexpr const char* text = "Subject: 1\r\n\r\ntext\r\n";
+
+CSMTPParams paramsOf(
+    int port, int connectType = CSMTPParams::ConnectUnencrypted, const char* userName = "", const char* password = "")
+{
+    CSMTPParams params;
+    params.host = "h";
+    params.port = port;
+    params.connectType = static_cast<CSMTPParams::ConnectType>(connectType);
+    params.userName = userName;
+    params.password = password;
+    return params;
+}
+
+Texts operator+(Texts first, const Texts& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+/// Tells when it is gone.
+class CWatchedStream : public kx::CBufferStream {
+public:
+    explicit CWatchedStream(bool& isAlive)
+        : m_isAlive(isAlive)
+    {
+        m_isAlive = true;
+    }
+    ~CWatchedStream() override { m_isAlive = false; }
+
+private:
+    bool& m_isAlive;
+};
+
+// The options that the operations set.
+
+class CSMTPClientOptionsTest : public testing::Test {
+protected:
+    /// What doInitialRequestInit() sets, without the options that every reset() sets first.
+    Texts serverPartOf(const CSMTPParams& params)
+    {
+        m_calls.takeOptions();
+        CSMTPClient::doInitialRequestInit(*m_request, params);
+        return behindReset(m_calls.takeOptions());
+    }
+
+    Texts behindReset(const Texts& options)
+    {
+        m_request->reset();
+        const Texts defaults = m_calls.takeOptions();
+        EXPECT_TRUE(options.size() >= defaults.size() && std::equal(defaults.begin(), defaults.end(), options.begin()));
+        return {
+            options.begin() + static_cast<std::ptrdiff_t>(std::min(defaults.size(), options.size())), options.end()};
+    }
+
+    Texts mailPartOf(const kx::String& from, const Recipients& recipients)
+    {
+        m_calls.takeOptions();
+        CSMTPClient::initRequestForSendMail(
+            *m_request, from, recipients, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+        return m_calls.takeOptions();
+    }
+
+    support::CCurlCalls m_calls;
+    const kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
+};
+
+TEST_F(CSMTPClientOptionsTest, serverPartOfAnUnencryptedConnection)
+{
+    EXPECT_EQ(serverPartOf(paramsOf(25, 0)), (Texts{"URL=smtp://h:25", "SSL_VERIFYPEER=0"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, serverPartOfImplicitTLS)
+{
+    EXPECT_EQ(serverPartOf(paramsOf(465, 1)), (Texts{"URL=smtps://h:465", "SSL_VERIFYPEER=0"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, serverPartOfStartTLS)
+{
+    EXPECT_EQ(serverPartOf(paramsOf(587, 2)), (Texts{"URL=smtp://h:587", "USE_SSL=3", "SSL_VERIFYPEER=0"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, anyOtherConnectTypeCountsAsUnencrypted)
+{
+    EXPECT_EQ(serverPartOf(paramsOf(25, 3)), (Texts{"URL=smtp://h:25", "SSL_VERIFYPEER=0"}));
+    EXPECT_EQ(serverPartOf(paramsOf(25, -1)), (Texts{"URL=smtp://h:25", "SSL_VERIFYPEER=0"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, thePortIsWrittenAsItIs)
+{
+    EXPECT_EQ(serverPartOf(paramsOf(-1)).front(), "URL=smtp://h:-1");
+    EXPECT_EQ(serverPartOf(paramsOf(2147483647)).front(), "URL=smtp://h:2147483647");
+}
+
+TEST_F(CSMTPClientOptionsTest, loginIsSetBehindTheURL)
+{
+    EXPECT_EQ(serverPartOf(paramsOf(587, 2, "us\xE9r", "secret")),
+        (Texts{"URL=smtp://h:587", "USERNAME=us\xC3\xA9r", "PASSWORD=secret", "USE_SSL=3", "SSL_VERIFYPEER=0"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, anEmptyPasswordIsSetForAUser)
+{
+    EXPECT_EQ(serverPartOf(paramsOf(25, 0, "user", "")),
+        (Texts{"URL=smtp://h:25", "USERNAME=user", "PASSWORD=", "SSL_VERIFYPEER=0"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, noPasswordIsSetWithoutAUser)
+{
+    EXPECT_EQ(serverPartOf(paramsOf(25, 0, "", "secret")), (Texts{"URL=smtp://h:25", "SSL_VERIFYPEER=0"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, serverPartForgetsWhatTheRequestWasBefore)
+{
+    m_request->setHTTPMethod("DELETE");
+    m_request->setReceiveDataSink(nullptr);
+    CSMTPClient::doInitialRequestInit(*m_request, paramsOf(25));
+    EXPECT_EQ(m_request->getHTTPMethod(), "GET");
+    EXPECT_TRUE(m_request->usesDefaultReceiveBuffer());
+    EXPECT_EQ(m_request->getURL(), "smtp://h:25");
+}
+
+TEST_F(CSMTPClientOptionsTest, mailPart)
+{
+    EXPECT_EQ(mailPartOf("<a@x>", {"b@x", "<c@x>", L"\u00FC@x"}),
+        clearing + Texts({"CONNECT_ONLY=0", "MAIL_FROM=<a@x>", "UPLOAD=1", "MAIL_RCPT=[b@x, <c@x>, \xC3\xBC@x]"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, mailPartWithoutRecipients)
+{
+    EXPECT_EQ(
+        mailPartOf("a@x", {}), clearing + Texts({"CONNECT_ONLY=0", "MAIL_FROM=a@x", "UPLOAD=1", "MAIL_RCPT=null"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, theRequestKeepsTheRecipients)
+{
+    mailPartOf("a@x", {"b@x"});
+    const auto* const list = static_cast<const curl_slist*>(m_calls.pointerOf(CURLOPT_MAIL_RCPT));
+    ASSERT_NE(list, nullptr);
+    EXPECT_STREQ(list->data, "b@x"); // the sanitizer tells if it was freed
+    EXPECT_EQ(list->next, nullptr);
+}
+
+TEST_F(CSMTPClientOptionsTest, theRequestKeepsTheData)
+{
+    bool isAlive = false;
+    CSMTPClient::initRequestForSendMail(*m_request, "a@x", {"b@x"}, kx::newObj<CWatchedStream>(isAlive).get());
+    EXPECT_TRUE(isAlive);
+    CSMTPClient::resetOptions(*m_request);
+    EXPECT_FALSE(isAlive);
+}
+
+TEST_F(CSMTPClientOptionsTest, clearingSetsThese)
+{
+    m_calls.takeOptions();
+    CSMTPClient::resetOptions(*m_request);
+    EXPECT_EQ(m_calls.takeOptions(), clearing);
+}
+
+TEST_F(CSMTPClientOptionsTest, clearingEmptiesTheSenderWithoutANullPointer)
+{
+    CSMTPClient::resetOptions(*m_request);
+    EXPECT_NE(m_calls.pointerOf(CURLOPT_MAIL_FROM), nullptr);
+}
+
+TEST_F(CSMTPClientOptionsTest, wholeRequestIsServerPartAndMailPart)
+{
+    m_calls.takeOptions();
+    CSMTPClient::makeSendMailRequest(*m_request, paramsOf(465, 1, "user", "secret"), "a@x", {"b@x"},
+        kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+    EXPECT_EQ(behindReset(m_calls.takeOptions()),
+        Texts({"URL=smtps://h:465", "USERNAME=user", "PASSWORD=secret", "SSL_VERIFYPEER=0"}) + clearing
+            + Texts({"CONNECT_ONLY=0", "MAIL_FROM=a@x", "UPLOAD=1", "MAIL_RCPT=[b@x]"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, refusesNullData)
+{
+    EXPECT_THROW(CSMTPClient::initRequestForSendMail(*m_request, "a@x", {"b@x"}, nullptr), kx::CInvalidArgError);
+}
+
+TEST_F(CSMTPClientOptionsTest, refusesAZeroCharacterInAnAddress)
+{
+    const kx::String cut(std::wstring(L"a\0b", 3));
+    const auto stream = kx::newObj<kx::CBufferStream>();
+    EXPECT_THROW(CSMTPClient::initRequestForSendMail(*m_request, cut, {"b@x"}, stream.get()), kx::CInvalidArgError);
+    EXPECT_THROW(CSMTPClient::initRequestForSendMail(*m_request, "a@x", {cut}, stream.get()), kx::CInvalidArgError);
+}
+
+TEST_F(CSMTPClientOptionsTest, everyRefusalOfLibcurlIsThrown)
+{
+    for (const CURLoption option : {CURLOPT_CONNECT_ONLY, CURLOPT_UPLOAD, CURLOPT_MAIL_FROM, CURLOPT_MAIL_RCPT}) {
+        m_calls.failOption(option);
+        const auto error = errorOf([this] { CSMTPClient::resetOptions(*m_request); });
+        ASSERT_NE(error, nullptr) << option;
+        EXPECT_EQ(error->getMessage(), "Out of memory");
+        m_calls.succeed();
+    }
+    for (const CURLoption option :
+        {CURLOPT_URL, CURLOPT_USERNAME, CURLOPT_PASSWORD, CURLOPT_USE_SSL, CURLOPT_SSL_VERIFYPEER}) {
+        m_calls.failOption(option);
+        const auto error
+            = errorOf([this] { CSMTPClient::doInitialRequestInit(*m_request, paramsOf(25, 2, "user", "secret")); });
+        ASSERT_NE(error, nullptr) << option;
+        EXPECT_EQ(error->getMessage(), "Out of memory");
+        m_calls.succeed();
+    }
+}
+
+// A client and the conversations that it holds.
+
+class CSMTPClientTest : public testing::Test {
+protected:
+    CSMTPParams params(const char* userName = "", const char* password = "") const
+    {
+        CSMTPParams params = paramsOf(m_server.getPort(), CSMTPParams::ConnectUnencrypted, userName, password);
+        params.host = "127.0.0.1";
+        return params;
+    }
+
+    /// The next connection, up to the answer to EHLO.
+    support::CScript& greet(const std::string& extensions = "250 SIZE 1000000\r\n")
+    {
+        return m_server.onConnection().send("220 ready\r\n").readUntil("\r\n").send("250-localhost\r\n" + extensions);
+    }
+
+    /// Up to the message, which is asked for.
+    support::CScript& greetAndTakeEnvelope()
+    {
+        return greet()
+            .readUntil("\r\n")
+            .send("250 sender taken\r\n")
+            .readUntil("\r\n")
+            .send("250 recipient taken\r\n")
+            .readUntil("DATA\r\n")
+            .send("354 go on\r\n");
+    }
+
+    support::CScript& takeMail()
+    {
+        return greetAndTakeEnvelope().readUntil("\r\n.\r\n").send("250 taken\r\n").readUntil("QUIT\r\n");
+    }
+
+    kx::P<CSMTPClient> newClient(const char* userName = "", const char* password = "")
+    {
+        return kx::newObj<CSMTPClient>(params(userName, password));
+    }
+
+    static void send(CSMTPClient& client, const std::string& message = text, const Recipients& recipients = {"b@x"})
+    {
+        client.sendMail("a@x", recipients, *bufferOf(message));
+    }
+
+    /// What the server read behind the line of EHLO, which has the name of this machine.
+    std::string received(size_t connection = 0)
+    {
+        m_server.join();
+        EXPECT_EQ(m_server.problems(), Texts());
+        const std::string all = m_server.received(connection);
+        EXPECT_TRUE(all.starts_with("EHLO ")) << all;
+        return all.substr(all.find('\n') + 1);
+    }
+
+    /// Fails as the server's script says, is cleared, and the next send succeeds on a connection of its own.
+    kx::P<kx::CError> expectFailureAndNextSend(const Recipients& recipients = {"b@x"})
+    {
+        takeMail();
+        auto client = newClient();
+        const auto error = errorOf([&client, &recipients] { send(*client, "lost\r\n", recipients); });
+        const Texts options = m_calls.takeOptions();
+        EXPECT_TRUE(
+            options.size() > clearing.size() && std::equal(clearing.rbegin(), clearing.rend(), options.rbegin()));
+        send(*client);
+        client = nullptr;
+        EXPECT_EQ(received(1), std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n");
+        return error;
+    }
+
+    support::CCurlCalls m_calls;
+    support::CScriptedServer m_server;
+};
+
+TEST_F(CSMTPClientTest, sendsEnvelopeAndMessage)
+{
+    takeMail();
+    send(*newClient());
+    EXPECT_EQ(received(), std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n");
+}
+
+TEST_F(CSMTPClientTest, sendsOneCommandForEachRecipientInTheirOrder)
+{
+    greet()
+        .readUntil("\r\n")
+        .send("250 sender\r\n")
+        .readUntil("<z@x>\r\n")
+        .send("250 z\r\n")
+        .readUntil("<b@x>\r\n")
+        .send("250 b\r\n")
+        .readUntil("<z@x>\r\n")
+        .send("250 z\r\n")
+        .readUntil("DATA\r\n")
+        .send("354 go on\r\n")
+        .readUntil("\r\n.\r\n")
+        .send("250 taken\r\n")
+        .readUntil("QUIT\r\n");
+    send(*newClient(), text, {"z@x", "<b@x>", "z@x"});
+    EXPECT_TRUE(
+        received().starts_with("MAIL FROM:<a@x>\r\nRCPT TO:<z@x>\r\nRCPT TO:<b@x>\r\nRCPT TO:<z@x>\r\nDATA\r\n"));
+}
+
+TEST_F(CSMTPClientTest, sendsAnEmptySender)
+{
+    takeMail();
+    newClient()->sendMail("", {"b@x"}, *bufferOf(text));
+    EXPECT_TRUE(received().starts_with("MAIL FROM:<>\r\n"));
+}
+
+TEST_F(CSMTPClientTest, doublesDotsAtTheBeginningOfLines)
+{
+    takeMail();
+    send(*newClient(), ".a\r\n..\r\nb.\r\n.\r\nend\r\n");
+    EXPECT_NE(received().find("DATA\r\n..a\r\n...\r\nb.\r\n..\r\nend\r\n.\r\n"), std::string::npos);
+}
+
+TEST_F(CSMTPClientTest, endsTheLastLineOfAMessage)
+{
+    takeMail();
+    send(*newClient(), "no line end");
+    EXPECT_NE(received().find("DATA\r\nno line end\r\n.\r\n"), std::string::npos);
+}
+
+TEST_F(CSMTPClientTest, sendsAnEmptyMessage)
+{
+    greetAndTakeEnvelope().readUntil(".\r\n").send("250 taken\r\n").readUntil("QUIT\r\n");
+    send(*newClient(), "");
+    EXPECT_NE(received().find("DATA\r\n.\r\nQUIT"), std::string::npos);
+}
+
+TEST_F(CSMTPClientTest, leavesEveryByteOfAMessageAsItIs)
+{
+    std::string message;
+    for (int byte = 0; byte < 256; ++byte)
+        message += static_cast<char>(byte);
+    takeMail();
+    send(*newClient(), message + "\r\n");
+    EXPECT_NE(received().find("DATA\r\n" + message + "\r\n.\r\n"), std::string::npos);
+}
+
+TEST_F(CSMTPClientTest, sendsTheMessageAsItWasWhenItWasCalled)
+{
+    takeMail();
+    auto client = newClient();
+    const auto message = bufferOf(text);
+    client->sendMail("a@x", {"b@x"}, *message);
+    EXPECT_EQ(bytesOf(*message), text);
+}
+
+TEST_F(CSMTPClientTest, logsIn)
+{
+    greet("250 AUTH PLAIN\r\n").readUntil("\r\n").send("334 \r\n").readUntil("\r\n").send("235 in\r\n").readToEnd();
+    newClient("user", "secret")->testConnection();
+    EXPECT_EQ(received(), "AUTH PLAIN\r\nAHVzZXIAc2VjcmV0\r\n");
+}
+
+TEST_F(CSMTPClientTest, isSetUpOnceAndNeverReset)
+{
+    takeMail();
+    auto client = newClient();
+    const Texts made = m_calls.takeOptions();
+    EXPECT_EQ(made.back(), "SSL_VERIFYPEER=0");
+    EXPECT_EQ(made[made.size() - 2], "URL=smtp://127.0.0.1:" + std::to_string(m_server.getPort()));
+    send(*client);
+    EXPECT_EQ(m_calls.takeOptions(),
+        clearing + Texts({"CONNECT_ONLY=0", "MAIL_FROM=a@x", "UPLOAD=1", "MAIL_RCPT=[b@x]"}) + clearing);
+}
+
+TEST_F(CSMTPClientTest, copiesItsParameters)
+{
+    takeMail();
+    CSMTPParams changed = params();
+    const auto client = kx::newObj<CSMTPClient>(changed);
+    changed.host = "elsewhere.invalid";
+    send(*client);
+}
+
+TEST_F(CSMTPClientTest, sendsSeveralMessagesThroughOneConnection)
+{
+    greetAndTakeEnvelope()
+        .readUntil("\r\n.\r\n")
+        .send("250 taken\r\n")
+        .readUntil("\r\n")
+        .send("250 sender\r\n")
+        .readUntil("\r\n")
+        .send("250 recipient\r\n")
+        .readUntil("DATA\r\n")
+        .send("354 go on\r\n")
+        .readUntil("\r\n.\r\n")
+        .send("250 taken\r\n")
+        .readUntil("QUIT\r\n");
+    auto client = newClient();
+    send(*client, "one\r\n");
+    send(*client, "two\r\n", {"c@x"});
+    client = nullptr;
+    EXPECT_EQ(received(),
+        "MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\none\r\n.\r\n"
+        "MAIL FROM:<a@x>\r\nRCPT TO:<c@x>\r\nDATA\r\ntwo\r\n.\r\nQUIT\r\n");
+}
+
+TEST_F(CSMTPClientTest, connectionTestSendsNoMail)
+{
+    greet().readToEnd();
+    newClient()->testConnection();
+    EXPECT_EQ(received(), "");
+}
+
+TEST_F(CSMTPClientTest, connectionTestSetsTheseOptionsAndClearsThem)
+{
+    greet().readToEnd();
+    const auto client = newClient();
+    m_calls.takeOptions();
+    client->testConnection();
+    EXPECT_EQ(m_calls.takeOptions(), clearing + Texts({"CONNECT_ONLY=1", "UPLOAD=0"}) + clearing);
+}
+
+TEST_F(CSMTPClientTest, failedConnectionTestIsClearedToo)
+{
+    m_server.onConnection().send("554 closed\r\n");
+    const auto client = newClient();
+    m_calls.takeOptions();
+    EXPECT_NE(errorOf([&client] { client->testConnection(); }), nullptr);
+    EXPECT_EQ(m_calls.takeOptions(), clearing + Texts({"CONNECT_ONLY=1", "UPLOAD=0"}) + clearing);
+}
+
+TEST_F(CSMTPClientTest, sendsAfterAConnectionTest)
+{
+    greet().readToEnd();
+    takeMail();
+    auto client = newClient();
+    client->testConnection();
+    send(*client);
+    client = nullptr;
+    EXPECT_TRUE(received(1).starts_with("MAIL FROM:<a@x>\r\n"));
+}
+
+// Failures.
+
+TEST_F(CSMTPClientTest, refusedGreeting)
+{
+    m_server.onConnection().send("554 closed for today\r\n").closeHard();
+    const auto error = expectFailureAndNextSend();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_WEIRD_SERVER_REPLY);
+    EXPECT_EQ(
+        error->getMessage(), "Weird server reply: Got unexpected smtp-server response: 554 (response code: smtp 554)");
+    EXPECT_EQ(error->getProps().get("serverMessage"), "554 closed for today\r\n");
+}
+
+TEST_F(CSMTPClientTest, refusedSender)
+{
+    greet().readUntil("\r\n").send("550 no such sender\r\n").closeHard();
+    const auto error = expectFailureAndNextSend();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getDomain(), "curl");
+    EXPECT_EQ(error->getCode(), CURLE_SEND_ERROR);
+    EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: MAIL failed: 550 (response code: smtp 550)");
+    EXPECT_EQ(error->getProps().get("serverMessage"), "550 no such sender\r\n");
+    EXPECT_EQ(error->getProps().get("responseCode"), "550");
+    EXPECT_EQ(error->getProps().get("responseCodeDomain"), "smtp");
+}
+
+TEST_F(CSMTPClientTest, refusedRecipient)
+{
+    greet().readUntil("\r\n").send("250 sender\r\n").readUntil("\r\n").send("550-no\r\n550 such\r\n").closeHard();
+    const auto error = expectFailureAndNextSend();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: RCPT failed: 550 (response code: smtp 550)");
+    EXPECT_EQ(error->getProps().get("serverMessage"), "550 such\r\n"); // its last line
+}
+
+TEST_F(CSMTPClientTest, oneRefusedRecipientOfTwo)
+{
+    greet()
+        .readUntil("\r\n")
+        .send("250 sender\r\n")
+        .readUntil("\r\n")
+        .send("250 taken\r\n")
+        .readUntil("\r\n")
+        .send("451 not now\r\n")
+        .closeHard();
+    const auto error = expectFailureAndNextSend({"b@x", "c@x"});
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: RCPT failed: 451 (response code: smtp 451)");
+    EXPECT_EQ(error->getProps().get("serverMessage"), "451 not now\r\n");
+    EXPECT_EQ(received(0).find("DATA"), std::string::npos);
+}
+
+TEST_F(CSMTPClientTest, refusedData)
+{
+    greet()
+        .readUntil("\r\n")
+        .send("250 sender\r\n")
+        .readUntil("\r\n")
+        .send("250 recipient\r\n")
+        .readUntil("DATA\r\n")
+        .send("554 no valid recipients\r\n")
+        .closeHard();
+    const auto error = expectFailureAndNextSend();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: DATA failed: 554 (response code: smtp 554)");
+    EXPECT_EQ(error->getProps().get("serverMessage"), "554 no valid recipients\r\n");
+}
+
+TEST_F(CSMTPClientTest, refusedMessage)
+{
+    greetAndTakeEnvelope().readUntil("\r\n.\r\n").send("552 too much\r\n").closeHard();
+    const auto error = expectFailureAndNextSend();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getProps().get("responseCode"), "552");
+    EXPECT_EQ(error->getProps().get("serverMessage"), "552 too much\r\n");
+}
+
+TEST_F(CSMTPClientTest, disconnectionWhileTheMessageIsSent)
+{
+    greetAndTakeEnvelope().readBytes(1).reset();
+    EXPECT_NE(expectFailureAndNextSend(), nullptr);
+}
+
+TEST_F(CSMTPClientTest, disconnectionInPlaceOfTheLastReply)
+{
+    greetAndTakeEnvelope().readUntil("\r\n.\r\n").closeHard();
+    EXPECT_NE(expectFailureAndNextSend(), nullptr);
+}
+
+TEST_F(CSMTPClientTest, failsWithoutRecipientsAlthoughTheServerIsContent)
+{
+    greet().readUntil("HELP\r\n").send("214 I know many commands\r\n");
+    const auto error = expectFailureAndNextSend({});
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getDomain(), "curl");
+    EXPECT_EQ(error->getCode(), CURLE_SEND_ERROR);
+    EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: the message has no recipients and was not sent");
+    EXPECT_FALSE(error->getProps().has("responseCode"));
+    EXPECT_FALSE(error->getProps().has("serverMessage"));
+}
+
+TEST_F(CSMTPClientTest, failsWithoutRecipientsWhenTheServerRefusesHelp)
+{
+    greet().readUntil("HELP\r\n").send("502 no\r\n").closeHard();
+    const auto error = expectFailureAndNextSend({});
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Weird server reply: Command failed: 502 (response code: smtp 502)");
+}
+
+TEST_F(CSMTPClientTest, startTLSIsDemanded)
+{
+    greet().closeHard();
+    CSMTPParams demanding = params();
+    demanding.connectType = CSMTPParams::ConnectStartTLS;
+    const auto client = kx::newObj<CSMTPClient>(demanding);
+    const auto error = errorOf([&client] { send(*client); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_USE_SSL_FAILED);
+    EXPECT_EQ(received().find("MAIL"), std::string::npos);
+}
+
+class CSMTPClientTLSTest : public CSMTPClientTest {
+protected:
+    kx::P<kx::CError> failureWith(const std::filesystem::path& certificate, const std::filesystem::path& key)
+    {
+        m_server.onConnection()
+            .startTLS(certificate, key)
+            .send("220 ready\r\n")
+            .readUntil("\r\n")
+            .send("250 localhost\r\n")
+            .readToEnd();
+        CSMTPParams secure = params();
+        secure.connectType = CSMTPParams::ConnectSSL;
+        return errorOf([&secure] { kx::newObj<CSMTPClient>(secure)->testConnection(); });
+    }
+
+    const support::CTestCertificates& m_certificates = support::CTestCertificates::get();
+};
+
+TEST_F(CSMTPClientTLSTest, acceptsACertificateOfAnUnknownAuthority)
+{
+    EXPECT_EQ(failureWith(m_certificates.serverCertificate(), m_certificates.serverKey()), nullptr);
+}
+
+TEST_F(CSMTPClientTLSTest, acceptsAnExpiredCertificate)
+{
+    EXPECT_EQ(failureWith(m_certificates.expiredCertificate(), m_certificates.expiredKey()), nullptr);
+}
+
+TEST_F(CSMTPClientTLSTest, refusesACertificateOfAnotherHost)
+{
+    const auto error = failureWith(m_certificates.wrongHostCertificate(), m_certificates.wrongHostKey());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_PEER_FAILED_VERIFICATION);
+}
+
+TEST_F(CSMTPClientTest, throwsTheTransfersErrorAlthoughClearingFails)
+{
+    const support::CRefusedPort port;
+    CSMTPParams unreachable = params();
+    unreachable.port = port.getPort();
+    const auto client = kx::newObj<CSMTPClient>(unreachable);
+    const support::CLogRecorder log;
+    m_calls.failOption(CURLOPT_MAIL_FROM);
+    const auto error = errorOf([&client] { client->doPerform(); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_COULDNT_CONNECT);
+    EXPECT_EQ(log.lines(),
+        Texts{"error: A mail request cannot be cleared after a failed transfer (ignored).: Out of memory"});
+}
+
+TEST_F(CSMTPClientTest, throwsWhatClearingThrowsAfterASuccess)
+{
+    greet().readUntil("HELP\r\n").send("214 help\r\n").readUntil("QUIT\r\n");
+    auto client = newClient();
+    m_calls.failOption(CURLOPT_MAIL_FROM);
+    const auto error = errorOf([&client] { client->doPerform(); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Out of memory");
+    client = nullptr;
+    EXPECT_EQ(received(), "HELP\r\nQUIT\r\n");
+}
+
+TEST_F(CSMTPClientTest, tellsNobodyThePassword)
+{
+    const support::CLogRecorder log;
+    greet("250 AUTH PLAIN\r\n").readUntil("\r\n").send("334 \r\n").readUntil("\r\n").send("535 wrong\r\n").closeHard();
+    const auto client = newClient("user", "open sesame");
+    const auto error = errorOf([&client] { send(*client); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_LOGIN_DENIED);
+    std::string told = error->what();
+    for (const auto& [key, value] : error->getProps().getMap())
+        told += key.toUTF8() + "=" + value.toUTF8();
+    for (const std::string& line : log.lines())
+        told += line;
+    for (const char* const secret : {"open sesame", "b3BlbiBzZXNhbW", "AHVzZXIAb3BlbiBzZXNhbWU"}) // also in Base64
+        EXPECT_EQ(told.find(secret), std::string::npos) << told;
+    EXPECT_EQ(received(), "AUTH PLAIN\r\nAHVzZXIAb3BlbiBzZXNhbWU=\r\n");
+}
+
+// The text of a date.
+
+struct CDateCase {
+    const char* name;
+    long long year, month, day;
+    int zone;
+    const char* text;
+};
+
+void PrintTo(const CDateCase& date, std::ostream* out)
+{
+    *out << date.name;
+}
+
+class CSMTPClientDateTest : public testing::TestWithParam<CDateCase> {};
+
+TEST_P(CSMTPClientDateTest, isWrittenAs)
+{
+    kx::CTimeFields fields;
+    fields.setDate(GetParam().year, GetParam().month, GetParam().day);
+    fields.setTime(9, 5, 3);
+    fields.setZone(GetParam().zone);
+    EXPECT_EQ(CSMTPClient::getDateHeaderString(fields), GetParam().text);
+}
+
+INSTANTIATE_TEST_SUITE_P(Dates, CSMTPClientDateTest,
+    testing::Values(CDateCase{"utc", 2026, 11, 15, 0, "Sun, 15 Nov 2026 09:05:03 +0000"},
+        CDateCase{"dayOfOneDigit", 2026, 11, 1, 0, "Sun, 1 Nov 2026 09:05:03 +0000"},
+        CDateCase{"east", 2026, 2, 28, 90, "Sat, 28 Feb 2026 09:05:03 +0130"},
+        CDateCase{"west", 2026, 12, 31, -480, "Thu, 31 Dec 2026 09:05:03 -0800"},
+        CDateCase{"yearOfThreeDigits", 987, 6, 5, 0, "Tue, 5 Jun 0987 09:05:03 +0000"}),
+    [](const auto& date) { return date.param.name; });
+
+TEST(CSMTPClientDateStringTest, takesTheWeekDayOfTheFields)
+{
+    kx::CTimeFields fields;
+    fields.setDate(2026, 11, 15, 3); // it is a Sunday
+    fields.setTime(23, 59, 60);
+    EXPECT_EQ(CSMTPClient::getDateHeaderString(fields), "Wed, 15 Nov 2026 23:59:60 +0000");
+}
+
+} // namespace
