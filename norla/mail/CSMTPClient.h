@@ -35,7 +35,8 @@ public:
     ~CSMTPClient() override;
 
     /// Connects, secures the connection, logs in if there is a user name, and sends no mail. Blocks until that is done.
-    /// A server that knows no logins is content with any.
+    /// A server that knows no logins is content with any. Each test has a connection of its own, which stays open as long as
+    /// the client: libcurl neither shares nor drops such connections.
     /// @throws CCURLError when the server cannot be reached or refuses the login
     void testConnection();
 

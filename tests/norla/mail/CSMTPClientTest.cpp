@@ -470,6 +470,71 @@ TEST_F(CSMTPClientTest, sendsAfterAConnectionTest)
 
 // Failures.
 
+TEST_F(CSMTPClientTest, resetConnection)
+{
+    m_server.onConnection().reset();
+    const auto error = expectFailureAndNextSend();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getProps().getMap(), (kx::TMap<kx::String, kx::String>{{"responseCodeDomain", "smtp"}}));
+}
+
+TEST_F(CSMTPClientTest, failedHandshakeOfTLS)
+{
+    const auto& certificates = support::CTestCertificates::get();
+    m_server.onConnection().readBytes(1).send("220 this is not TLS\r\n").closeHard();
+    m_server.onConnection()
+        .startTLS(certificates.serverCertificate(), certificates.serverKey())
+        .send("220 ready\r\n")
+        .readUntil("\r\n")
+        .send("250 localhost\r\n")
+        .readUntil("\r\n")
+        .send("250 sender\r\n")
+        .readUntil("\r\n")
+        .send("250 recipient\r\n")
+        .readUntil("DATA\r\n")
+        .send("354 go on\r\n")
+        .readUntil("\r\n.\r\n")
+        .send("250 taken\r\n");
+    CSMTPParams secure = params();
+    secure.connectType = CSMTPParams::ConnectSSL;
+    const auto client = kx::newObj<CSMTPClient>(secure);
+    const auto error = errorOf([&client] { send(*client); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_SSL_CONNECT_ERROR);
+    send(*client);
+    EXPECT_TRUE(received(1).ends_with("\r\n.\r\n"));
+}
+
+TEST_F(CSMTPClientTest, refusedLogin)
+{
+    greet("250 AUTH PLAIN\r\n")
+        .readUntil("\r\n")
+        .send("334 \r\n")
+        .readUntil("\r\n")
+        .send("454 not now\r\n")
+        .closeHard();
+    greet("250 AUTH PLAIN\r\n")
+        .readUntil("\r\n")
+        .send("334 \r\n")
+        .readUntil("\r\n")
+        .send("235 in\r\n")
+        .readUntil("\r\n")
+        .send("250 sender\r\n")
+        .readUntil("\r\n")
+        .send("250 recipient\r\n")
+        .readUntil("DATA\r\n")
+        .send("354 go on\r\n")
+        .readUntil("\r\n.\r\n")
+        .send("250 taken\r\n");
+    const auto client = newClient("user", "secret");
+    const auto error = errorOf([&client] { send(*client); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_LOGIN_DENIED);
+    EXPECT_EQ(error->getProps().get("serverMessage"), "454 not now\r\n");
+    send(*client);
+    EXPECT_TRUE(received(1).ends_with("\r\n.\r\n"));
+}
+
 TEST_F(CSMTPClientTest, refusedGreeting)
 {
     m_server.onConnection().send("554 closed for today\r\n").closeHard();
