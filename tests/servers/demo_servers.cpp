@@ -4,6 +4,7 @@
 #include "tests/support/CFTPServer.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CRefusedPort.h"
+#include "tests/support/CSMTPServer.h"
 #include "tests/support/CSSHServer.h"
 #include "tests/support/CTestCertificates.h"
 
@@ -28,6 +29,8 @@ int main()
         const support::CFTPServer ftp;
         const support::CSSHServer ssh;
         const support::CRefusedPort refused;
+        const support::CSMTPServer mail({.security = support::CSMTPServer::Security::StartTLS,
+            .authentication = support::CSMTPServer::Authentication::Demanded});
         support::CCephServer store;
         store.makeBucket("demo");
         print("big_url", web.url(web.big(bigSize)));
@@ -43,6 +46,8 @@ int main()
         print("sftp_url", ssh.url((ssh.root() / "digits.txt").string()));
         print("sftp_user", ssh.userName());
         print("sftp_key", ssh.privateKeyFile().string());
+        print("mail_server", "127.0.0.1:" + std::to_string(mail.getPort()));
+        print("mail_folder", mail.messageFolder().string());
         print("s3_endpoint", store.host());
         print("s3_access_key_id", store.accessKeyId());
         print("s3_secret_access_key", store.secretAccessKey());

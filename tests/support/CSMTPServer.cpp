@@ -86,7 +86,7 @@ std::string CSMTPServer::url() const
 std::vector<CSMTPServer::CMessage> CSMTPServer::messages() const
 {
     std::vector<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator(m_folder.path() / "messages")) {
+    for (const auto& entry : std::filesystem::directory_iterator(messageFolder())) {
         if (entry.path().extension() == ".body")
             files.push_back(entry.path());
     }
@@ -96,14 +96,18 @@ std::vector<CSMTPServer::CMessage> CSMTPServer::messages() const
     return messages;
 }
 
+std::filesystem::path CSMTPServer::messageFolder() const
+{
+    return m_folder.path() / "messages";
+}
+
 std::unique_ptr<CServerProcess> CSMTPServer::start()
 {
     const CDescriptor listener = listenOnLoopback();
     m_port = portOf(listener.get());
-    const std::filesystem::path messages = m_folder.path() / "messages";
-    std::filesystem::create_directory(messages);
+    std::filesystem::create_directory(messageFolder());
     std::vector<std::string> arguments{"/usr/bin/python3", serverFile("smtp_server.py"), "--socket",
-        std::to_string(listener.get()), "--messages", messages};
+        std::to_string(listener.get()), "--messages", messageFolder()};
     const std::vector<std::string> settings = argumentsFor(m_settings);
     arguments.insert(arguments.end(), settings.begin(), settings.end());
     return std::make_unique<CServerProcess>(CServerProcess::CSettings{.arguments = arguments,

@@ -4,6 +4,7 @@
 #include "tests/support/CTemporaryFolder.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -70,6 +71,9 @@ public:
 
     /// @return the messages in order of arrival. A message is there when the server has accepted it.
     std::vector<CMessage> messages() const;
+
+    /// @return the folder of the messages, for other programs: N.body and others for the N-th message, from 000000 on
+    std::filesystem::path messageFolder() const;
 
 private:
     std::unique_ptr<CServerProcess> start();

@@ -2,6 +2,7 @@
 
 #include "tests/support/CRawClient.h"
 #include "tests/support/CTestCertificates.h"
+#include "tests/support/files.h"
 #include "tests/support/runCurl.h"
 
 #include <gmock/gmock.h>
@@ -90,6 +91,15 @@ TEST(CSMTPServerTest, keepsMessagesInOrder)
     EXPECT_EQ(messages[0].body, "Subject: 1\r\n\r\n.dot\r\n");
     EXPECT_THAT(messages[1].recipients, ElementsAre("c@test.example"));
     EXPECT_EQ(messages[1].body, "Subject: 2\r\n\r\n\xff\r\n");
+}
+
+TEST(CSMTPServerTest, keepsMessagesInItsFolder)
+{
+    const CSMTPServer server;
+    EXPECT_EQ(sendMail(server, {"to@test.example"}, text).exitStatus(), 0);
+    EXPECT_EQ(sendMail(server, {"to@test.example"}, "2\r\n").exitStatus(), 0);
+    EXPECT_EQ(support::readFile(server.messageFolder() / "000000.body"), text);
+    EXPECT_EQ(support::readFile(server.messageFolder() / "000001.body"), "2\r\n");
 }
 
 TEST(CSMTPServerTest, refusesSomeRecipients)
