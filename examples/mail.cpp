@@ -157,10 +157,10 @@ kx::P<norla::CMimeMessage> newAttachment(const std::filesystem::path& file)
 /// Text, HTML or both, of which a mail program shows the last that it can.
 kx::P<norla::CMimeMessage> newReadablePart(const COptions& options)
 {
-    const auto text = newPart("text/plain; charset=utf-8", options.text.toUTF8());
+    auto text = newPart("text/plain; charset=utf-8", options.text.toUTF8());
     if (options.html.isEmpty())
         return text;
-    const auto html = newPart("text/html; charset=utf-8", options.html.toUTF8());
+    auto html = newPart("text/html; charset=utf-8", options.html.toUTF8());
     if (options.text.isEmpty())
         return html;
     const auto both = kx::newObj<norla::CMultiPartMimeMessage>("alternative");

@@ -292,7 +292,7 @@ protected:
     {
         takeMail();
         auto client = newClient();
-        const auto error = errorOf([&client, &recipients] { send(*client, "lost\r\n", recipients); });
+        auto error = errorOf([&client, &recipients] { send(*client, "lost\r\n", recipients); });
         const Texts options = m_calls.takeOptions();
         EXPECT_TRUE(
             options.size() > clearing.size() && std::equal(clearing.rbegin(), clearing.rend(), options.rbegin()));
