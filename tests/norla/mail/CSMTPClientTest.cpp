@@ -372,15 +372,6 @@ TEST_F(CSMTPClientTest, leavesEveryByteOfAMessageAsItIs)
     EXPECT_NE(received().find("DATA\r\n" + message + "\r\n.\r\n"), std::string::npos);
 }
 
-TEST_F(CSMTPClientTest, sendsTheMessageAsItWasWhenItWasCalled)
-{
-    takeMail();
-    auto client = newClient();
-    const auto message = bufferOf(text);
-    client->sendMail("a@x", {"b@x"}, *message);
-    EXPECT_EQ(bytesOf(*message), text);
-}
-
 TEST_F(CSMTPClientTest, logsIn)
 {
     greet("250 AUTH PLAIN\r\n").readUntil("\r\n").send("334 \r\n").readUntil("\r\n").send("235 in\r\n").readToEnd();
