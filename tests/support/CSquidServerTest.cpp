@@ -69,6 +69,16 @@ TEST(CSquidServerTest, refusesAWrongLogin)
     proxy.waitUntilLogged("request: GET " + nginx.url() + " 407 user=other\n");
 }
 
+TEST(CSquidServerTest, forbidsPort9)
+{
+    const CSquidServer proxy;
+    const std::string url = "http://127.0.0.1:9/";
+    const CProcessRun run
+        = runCurl({"-x", "http://user:secret@" + proxy.host(), "-o", "/dev/null", "-w", "%{http_code}", url});
+    EXPECT_EQ(run.output(), "403");
+    proxy.waitUntilLogged("request: GET " + url + " 403 ");
+}
+
 TEST(CSquidServerTest, letsInAnyUserItIsToldOf)
 {
     const CNginxServer nginx;
