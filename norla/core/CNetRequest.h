@@ -282,6 +282,7 @@ private:
 
     kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode);
     kx::String getLastResponseLine();
+    kx::String withoutProxyLogin(const kx::String& message) const;
 
     std::unique_ptr<CURL, CEasyCleanup> m_easyHandle;
     kx::P<Buffer> m_defaultReceiveBuffer;
@@ -311,6 +312,7 @@ private:
     kx::TList<kx::P<kx::IBase>> m_keptObjects;
     kx::P<IDoneListener> m_doneListener;
     kx::P<kx::CError> m_callbackError; // the first one of the current transfer
+    kx::String m_proxyLogin;           // "user:password@" of the proxy's text
 };
 
 /// Takes a response body, block by block.

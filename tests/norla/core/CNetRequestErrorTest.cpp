@@ -346,6 +346,35 @@ TEST_F(CNetRequestErrorTest, namesTheProxyThatIsUnknown)
     expectGoodTransfer();
 }
 
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyOfAnUnknownScheme)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("htp://user:secret@h:1");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:1'");
+    expectGoodTransfer();
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyWithoutAScheme)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("user:sec@ret@h:99999");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't resolve proxy name: Unsupported proxy syntax in '***@h:99999'");
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyThatIsTooLongForTheMessage)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("htp://user:" + kx::String(std::wstring(300, L's')) + "@h:1");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@");
+}
+
+TEST_F(CNetRequestErrorTest, showsAProxyWithoutALoginAsItIs)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("htp://h:1");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://h:1'");
+}
+
 TEST_F(CNetRequestErrorTest, refusesAURLWithABlank)
 {
     const auto error = failureOf("/a b");
