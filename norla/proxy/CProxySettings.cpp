@@ -3,6 +3,7 @@
 #include "kx/threads/CMutexLock.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace norla {
 
@@ -29,18 +30,17 @@ bool isAllDigits(const kx::String& text)
 }
 
 // The delimiters count in this order, not by their place: a "/" within a query ends the host where there is no path.
-kx::String hostOfURLRest(const kx::String& rest)
+kx::String hostOfURLRest(std::wstring_view rest)
 {
-    const size_t start = rest.toWide().find_first_not_of(L'/');
-    const kx::String hostAndMore = start == kx::String::npos ? kx::String() : rest.substr(start);
-    size_t end = kx::String::npos;
+    rest.remove_prefix(std::min(rest.find_first_not_of(L'/'), rest.size()));
     for (const wchar_t delimiter : {L'/', L'?', L'#'}) {
-        end = hostAndMore.find(delimiter);
-        if (end != kx::String::npos)
+        const size_t end = rest.find(delimiter);
+        if (end != std::wstring_view::npos) {
+            rest = rest.substr(0, end);
             break;
+        }
     }
-    const kx::String host = hostAndMore.substr(0, end);
-    return host.substr(0, host.rfind(L':'));
+    return kx::String(std::wstring(rest.substr(0, rest.rfind(L':'))));
 }
 
 } // namespace
@@ -164,7 +164,7 @@ kx::String CProxySettings::getProxyForURL(const kx::String& url) const
         return kx::String();
     const kx::CMutexLock lock(m_mutex);
     kx::String proxy = getProxyForURLScheme(url.substr(0, colon));
-    if (proxy.isEmpty() || isDirectConnectHost(hostOfURLRest(url.substr(colon + 1))))
+    if (proxy.isEmpty() || isDirectConnectHost(hostOfURLRest(std::wstring_view(url.toWide()).substr(colon + 1))))
         return kx::String();
     return proxy;
 }
