@@ -1,0 +1,28 @@
+#pragma once
+
+// What the samples of docs/guide.md define, for the test that runs them.
+
+#include "kx/containers/TArray.h"
+#include "kx/text/String.h"
+#include "kx/time/CTime.h"
+
+#include <string>
+
+namespace norla {
+class CFTPClient;
+class CNetRequest;
+class CS3Client;
+class CSMTPParams;
+} // namespace norla
+
+kx::String postNote(const kx::String& url, const kx::String& note);
+kx::String searchURL(const kx::String& url, const kx::String& words);
+kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long long position, long long& size);
+void useProxies(const kx::String& proxies, const kx::String& directHosts);
+void performAsTheUserWants(norla::CNetRequest& request);
+kx::TArray<kx::String> storeNote(norla::CS3Client& client, const kx::String& bucket, const std::string& note);
+kx::String problemWith(norla::CS3Client& client, const kx::String& bucket, const kx::String& name);
+kx::TArray<kx::String> storeReport(norla::CFTPClient& client, const std::string& report);
+void sendText(const norla::CSMTPParams& params, const kx::String& recipient, const std::string& text);
+int fetchAll(const kx::TArray<kx::String>& urls);
+void logToFile(const std::string& name);

@@ -1,0 +1,21 @@
+#include "norla/core/CCURLError.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/core/CNetRequest.h"
+
+// Sends a text by POST; returns the type of the answer, or what to show to the user.
+kx::String postNote(const kx::String& url, const kx::String& note)
+{
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    headers->add("Content-Type", "text/plain; charset=utf-8");
+    const auto request = kx::newObj<norla::CNetRequest>();
+    request->setURL(url);
+    request->setCustomHTTPHeaders(headers.get());
+    request->setSendDataAsUTF8(note);
+    request->setHTTPMethod("POST"); // after the body, whose size it takes
+    try {
+        request->perform();
+        return request->getResponseHeaderMap().at("content-type"); // names are in lower case
+    } catch (const norla::CCURLError& error) {
+        return error.getMessage() + "\n" + error.getProps().get("serverMessage");
+    }
+}

@@ -1,0 +1,137 @@
+// The samples of docs/guide.md against real servers.
+#include "docs/guide/samples.h"
+#include "kx/log/log.h"
+#include "norla/ftp/CFTPClient.h"
+#include "norla/proxy/CProxySettings.h"
+#include "norla/s3/CS3Client.h"
+#include "tests/live/liveRequest.h"
+#include "tests/support/CCephServer.h"
+#include "tests/support/CFTPServer.h"
+#include "tests/support/CNginxServer.h"
+#include "tests/support/CSquidServer.h"
+#include "tests/support/CTemporaryFolder.h"
+#include "tests/support/files.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Texts = kx::TArray<kx::String>;
+
+kx::String text(const std::string& utf8)
+{
+    return kx::String::fromUTF8(utf8);
+}
+
+TEST(GuideTest, postsANote)
+{
+    const support::CNginxServer server;
+    EXPECT_EQ(postNote(text(server.url("/post")), "note"), "text/plain");
+    EXPECT_EQ(server.lastAccess(), "POST /post HTTP/1.1 200 range=- length=4 auth=-");
+}
+
+TEST(GuideTest, tellsWhyANoteIsRefused)
+{
+    const support::CNginxServer server;
+    EXPECT_EQ(postNote(text(server.url("/status/404")), "note"),
+        "HTTP response code said error (response code: http 404)\nNot here");
+}
+
+TEST(GuideTest, makesTheURLOfASearch)
+{
+    EXPECT_EQ(searchURL("https://host/find", u8"caf\u00e9 au lait"), "https://host/find?page=1&q=caf%c3%a9+au+lait");
+}
+
+TEST(GuideTest, fetchesTheRestOfAFile)
+{
+    const support::CNginxServer server;
+    const auto request = kx::newObj<norla::CNetRequest>();
+    long long size = 0;
+    const kx::CTime changed = fetchRest(*request, text(server.url("/digits.txt")), 7, size);
+    EXPECT_EQ(live::bodyOf(*request), "789");
+    EXPECT_EQ(size, 10);
+    EXPECT_GT(changed.getMicroseconds(), 1'600'000'000'000'000);
+}
+
+TEST(GuideTest, refusesAWholeFileForItsRest)
+{
+    const support::CNginxServer server;
+    const auto request = kx::newObj<norla::CNetRequest>();
+    long long size = 0;
+    EXPECT_THROW(fetchRest(*request, text(server.url("/noranges/digits.txt")), 7, size), kx::CError);
+}
+
+class GuideProxyTest : public testing::Test {
+protected:
+    GuideProxyTest()
+    {
+        const std::string proxy = "http://user:secret@" + m_proxy.host();
+        useProxies(text("http=" + proxy + "; ftp=" + proxy), "localhost, intranet");
+    }
+    ~GuideProxyTest() override { norla::CProxySettings::getUserSettings()->clear(); }
+
+    const support::CSquidServer m_proxy;
+};
+
+TEST_F(GuideProxyTest, performsThroughAProxy)
+{
+    const support::CNginxServer server;
+    const auto request = live::requestFor(server.url("/digits.txt"));
+    performAsTheUserWants(*request);
+    EXPECT_EQ(live::bodyOf(*request), "0123456789");
+    m_proxy.waitUntilLogged("request: GET " + server.url("/digits.txt") + " 200 user=user\n");
+}
+
+TEST_F(GuideProxyTest, tunnelsFTP)
+{
+    const support::CFTPServer server;
+    {
+        const auto request = live::requestFor(server.url("/digits.txt"));
+        request->setUserName("user");
+        request->setUserPassword("secret");
+        performAsTheUserWants(*request);
+        EXPECT_EQ(live::bodyOf(*request), "0123456789");
+    }
+    m_proxy.waitUntilLogged("request: CONNECT 127.0.0.1:" + std::to_string(server.getPort()) + " 200 user=user\n");
+}
+
+TEST_F(GuideProxyTest, reachesDirectHostsDirectly)
+{
+    const support::CNginxServer server;
+    const auto request = live::requestFor("http://localhost:" + std::to_string(server.getPort()) + "/digits.txt");
+    performAsTheUserWants(*request);
+    EXPECT_EQ(live::bodyOf(*request), "0123456789");
+    EXPECT_EQ(m_proxy.log().find("request:"), std::string::npos);
+}
+
+TEST(GuideTest, storesANoteInS3)
+{
+    support::CCephServer store;
+    store.makeBucket("bucket");
+    norla::CS3Client client(text(store.accessKeyId()), text(store.secretAccessKey()), false, text(store.host()));
+    EXPECT_EQ(storeNote(client, "bucket", "note"), Texts{"notes/today.txt"});
+    EXPECT_EQ(problemWith(client, "bucket", "notes/today.txt"), "");
+    EXPECT_EQ(problemWith(client, "bucket", "notes/yesterday.txt"), "NoSuchKey");
+}
+
+TEST(GuideTest, storesAReportByFTP)
+{
+    const support::CFTPServer server;
+    norla::CFTPClient client(text("127.0.0.1:" + std::to_string(server.getPort())), text(server.userName()),
+        text(server.password()), norla::CFTPClient::ConnectUnencrypted);
+    EXPECT_EQ(storeReport(client, "report"), Texts{"report.txt"});
+    EXPECT_EQ(support::readFile(server.root() / "2026/may/report.txt"), "report");
+}
+
+TEST(GuideTest, logsToAFile)
+{
+    const support::CTemporaryFolder folder;
+    const auto file = folder.path() / "norla.log";
+    logToFile(file.string());
+    kx::logInfo("one");
+    kx::logError(kx::CError("The reason."), "two", "");
+    kx::setLogHandler({});
+    EXPECT_EQ(support::readFile(file), "one\nerror: two: The reason.\n");
+}
+
+} // namespace
