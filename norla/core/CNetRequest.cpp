@@ -74,6 +74,20 @@ constexpr bool isSuccess(int httpStatus) noexcept
     return httpStatus >= 200 && httpStatus <= 299;
 }
 
+class CSetAtEnd {
+public:
+    explicit CSetAtEnd(kx::CSignal& signal)
+        : m_signal(signal)
+    {
+    }
+    CSetAtEnd(const CSetAtEnd&) = delete;
+    CSetAtEnd& operator=(const CSetAtEnd&) = delete;
+    ~CSetAtEnd() { m_signal.set(); }
+
+private:
+    kx::CSignal& m_signal;
+};
+
 // The range as libcurl and HTTP write it: both ends inclusive, the second left out for "up to the end".
 kx::String rangeText(long long start, long long length)
 {
@@ -663,42 +677,68 @@ kx::String CNetRequest::getServerErrorMessageFromResponseData(
 
 void CNetRequest::setAsyncInfo(bool done, CURLcode result)
 {
+    kx::P<IDoneListener> listener;
+    kx::P<kx::CError> failure;
     {
         const kx::CMutexLock lock(m_asyncMutex);
-        if (done) {
-            noticeUnsentMail(result);
-            m_asyncDoneSignal->set();
-        } else {
-            resetForPerform();
-            m_asyncDoneSignal->reset();
+        if (!done) {
+            prepareAsync(result);
+            return;
         }
-        m_asyncResult = result;
-        if (done && result == CURLE_OK && m_url.startsWith("http") && !isSuccess(getResponseCode()))
-            m_asyncResult = CURLE_HTTP_RETURNED_ERROR;
-        m_asyncErrorMessage = done && m_asyncResult != CURLE_OK ? getErrorMessage() : kx::String();
-        if (done && m_callbackError && m_asyncResult == CURLE_OK)
-            m_asyncResult = CURLE_ABORTED_BY_CALLBACK;
+        // Whoever waits may use the request the moment the signal is set: that comes last, whatever is thrown here.
+        const CSetAtEnd setAtEnd(*m_asyncDoneSignal);
+        recordAsyncResult(result);
+        listener = m_doneListener;
+        if (listener)
+            failure = asyncFailure();
     }
-    if (!done || !m_doneListener)
-        return;
-    kx::P<kx::CError> failure;
+    if (listener)
+        listener->onNetRequestDone(this, failure.get());
+}
+
+void CNetRequest::prepareAsync(CURLcode result)
+{
+    resetForPerform();
+    m_asyncDoneSignal->reset();
+    m_asyncResult = result;
+    m_asyncErrorMessage = kx::String();
+    m_errorBuffer.getData()[0] = 0;
+}
+
+void CNetRequest::recordAsyncResult(CURLcode result)
+{
+    noticeUnsentMail(result);
+    m_asyncResult = result;
+    if (result == CURLE_OK && m_url.startsWith("http") && !isSuccess(getResponseCode()))
+        m_asyncResult = CURLE_HTTP_RETURNED_ERROR;
+    m_asyncErrorMessage = m_asyncResult != CURLE_OK ? getErrorMessage() : kx::String();
+    if (m_callbackError && m_asyncResult == CURLE_OK)
+        m_asyncResult = CURLE_ABORTED_BY_CALLBACK;
+}
+
+void CNetRequest::throwAsyncFailure()
+{
+    if (m_callbackError)
+        m_callbackError->throwClone();
+    if (m_asyncResult != CURLE_OK)
+        throwError(m_asyncResult, getResponseCodeDomain(), getResponseCode(), m_asyncErrorMessage);
+}
+
+kx::P<kx::CError> CNetRequest::asyncFailure()
+{
     try {
-        checkAsyncResult();
+        throwAsyncFailure();
     } catch (const kx::CError& error) {
-        failure = error.clone();
+        return error.clone();
     }
-    tellDone(failure.get());
+    return nullptr;
 }
 
 void CNetRequest::checkAsyncResult()
 {
     const kx::CMutexLock lock(m_asyncMutex);
-    if (!m_asyncDoneSignal->isSet())
-        return;
-    if (m_callbackError)
-        m_callbackError->throwClone();
-    if (m_asyncResult != CURLE_OK)
-        throwError(m_asyncResult, getResponseCodeDomain(), getResponseCode(), m_asyncErrorMessage);
+    if (m_asyncDoneSignal->isSet())
+        throwAsyncFailure();
 }
 
 bool CNetRequest::isAsyncDone()

@@ -148,7 +148,8 @@ public:
     /// The record that learns from the response headers of this request. Null for none; a reference is kept until reset().
     void setServerInfoToUpdate(CServerInfo* serverInfo);
 
-    /// Told at the end of every transfer. Null for none; a reference is kept until reset().
+    /// Told at the end of every transfer. Null for none; a reference is kept until reset(). In an asynchronous transfer the
+    /// done signal is set just before: with a listener, others leave the request alone until the listener was called.
     void setDoneListener(IDoneListener* listener);
 
     /// Keeps the object alive until reset(), for what libcurl reads during the transfer. Null is ignored.
@@ -232,7 +233,7 @@ public:
         const unsigned char* data, int size, const HeaderMap& headers);
 
     /// Called by the asynchronous manager: with (false, CURLE_OK) when it takes the request, with (true, result) at the end.
-    /// The second sets the done signal and calls the listener.
+    /// The second sets the done signal, as the last it does to this object, and then calls the listener.
     void setAsyncInfo(bool done, CURLcode result);
 
     /// Throws the error with which the asynchronous transfer ended; does nothing after a success or while it runs.
@@ -267,6 +268,10 @@ private:
     void noticeUnsentMail(CURLcode result);
 
     void performOnce();
+    void prepareAsync(CURLcode result);
+    void recordAsyncResult(CURLcode result);
+    void throwAsyncFailure();
+    kx::P<kx::CError> asyncFailure();
     void tellDone(const kx::CError* error);
     void tellDoneAfterFailure(const kx::CError& error) noexcept;
 

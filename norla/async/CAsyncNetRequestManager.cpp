@@ -1,0 +1,207 @@
+#include "norla/async/CAsyncNetRequestManager.h"
+
+#include "kx/base/CInvalidArgError.h"
+#include "kx/base/onExceptionInDestructorIgnored.h"
+#include "kx/threads/CPosixSelect.h"
+#include "kx/threads/CThread.h"
+#include "norla/core/CCURLError.h"
+#include "norla/core/CGlobalInit.h"
+#include "norla/core/CSigPipeBlock.h"
+
+#include <algorithm>
+#include <iterator>
+#include <sys/resource.h>
+
+namespace norla {
+
+namespace {
+
+constexpr long longestWait = 1000;    // milliseconds
+constexpr int longestBlindWait = 100; // without a descriptor to watch
+
+void check(CURLMcode result)
+{
+    if (result != CURLM_OK)
+        throw CCURLError(result, "", "", -1, "");
+}
+
+CURLM* newMulti()
+{
+    CGlobalInit::get();
+    CURLM* const multi = curl_multi_init();
+    if (!multi)
+        throw kx::CError("Error creating curl multi handle.");
+    return multi;
+}
+
+/// The caller can only shorten what libcurl wants.
+int waitTime(int callerLimit, long libcurlLimit) noexcept
+{
+    if (libcurlLimit == -1 || libcurlLimit > longestWait)
+        libcurlLimit = longestWait;
+    return callerLimit >= 0 && callerLimit <= libcurlLimit ? callerLimit : static_cast<int>(libcurlLimit);
+}
+
+bool canHaveLargeDescriptors() noexcept
+{
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur > FD_SETSIZE;
+}
+
+} // namespace
+
+struct CAsyncNetRequestManager::CDescriptorSets {
+    explicit CDescriptorSets(CURLM* multi)
+    {
+        FD_ZERO(&readable);
+        FD_ZERO(&writable);
+        FD_ZERO(&exceptional);
+        check(curl_multi_fdset(multi, &readable, &writable, &exceptional, &highest));
+    }
+
+    bool isEmpty() const noexcept { return highest == -1; }
+
+    size_t size() const noexcept
+    {
+        size_t count = 0;
+        for (int descriptor = 0; descriptor <= highest; ++descriptor)
+            count += FD_ISSET(descriptor, &readable) || FD_ISSET(descriptor, &writable);
+        return count;
+    }
+
+    // What there is to select's result, the next handleEvents() finds by itself: a ready descriptor, and also one that
+    // somebody has closed, which must end its own transfer and not all of them.
+    void select(int timeoutMs)
+    {
+        try {
+            kx::CPosixSelect::select(highest + 1, &readable, &writable, &exceptional, timeoutMs);
+        } catch (const kx::CError&) {
+            return;
+        }
+    }
+
+    fd_set readable;
+    fd_set writable;
+    fd_set exceptional;
+    int highest = 0;
+};
+
+CAsyncNetRequestManager::CAsyncNetRequestManager()
+    : m_multi(newMulti())
+{
+}
+
+CAsyncNetRequestManager::~CAsyncNetRequestManager()
+{
+    try {
+        removeAllRequests();
+        const CSigPipeBlock block; // the connections say goodbye here
+        curl_multi_cleanup(m_multi);
+    } catch (const std::exception& error) {
+        // The multi handle stays: it still has requests, which outlive it then.
+        kx::onExceptionInDestructorIgnored("norla::CAsyncNetRequestManager", error, true);
+    }
+}
+
+void CAsyncNetRequestManager::addRequest(CNetRequest* request)
+{
+    if (!request)
+        throw kx::CInvalidArgError("request is null", "CAsyncNetRequestManager::addRequest");
+    request->setAsyncInfo(false, CURLE_OK);
+    check(curl_multi_add_handle(m_multi, request->getEasyHandle()));
+    m_requests.emplace_back(request);
+}
+
+bool CAsyncNetRequestManager::removeRequest(CNetRequest* request)
+{
+    const auto found = std::find(m_requests.begin(), m_requests.end(), request);
+    if (found == m_requests.end())
+        return false;
+    removeRequest(static_cast<int>(std::distance(m_requests.begin(), found)));
+    return true;
+}
+
+void CAsyncNetRequestManager::removeRequest(int index)
+{
+    const auto position = m_requests.begin() + index;
+    {
+        const CSigPipeBlock block; // may close the connection
+        check(curl_multi_remove_handle(m_multi, (*position)->getEasyHandle()));
+    }
+    // Dropped last: with the last reference go sinks and listeners, whose destructors may come back to this manager.
+    const kx::P<CNetRequest> removed = std::move(*position);
+    m_requests.erase(position);
+}
+
+void CAsyncNetRequestManager::removeAllRequests()
+{
+    while (!m_requests.empty())
+        removeRequest(static_cast<int>(m_requests.size() - 1));
+}
+
+void CAsyncNetRequestManager::waitForEvents(int timeoutMs)
+{
+    if (m_performAgain)
+        return;
+    CDescriptorSets sets(m_multi);
+    long libcurlLimit = 0;
+    check(curl_multi_timeout(m_multi, &libcurlLimit));
+    const int time = waitTime(timeoutMs, libcurlLimit);
+    const int blindTime = sets.isEmpty() ? std::min(time, longestBlindWait) : time;
+    if (mayMissDescriptors(sets))
+        check(curl_multi_poll(m_multi, nullptr, 0, blindTime, nullptr));
+    else if (sets.isEmpty())
+        kx::CThread::sleep(blindTime);
+    else
+        sets.select(time);
+}
+
+// select() cannot watch a descriptor of FD_SETSIZE or more, and libcurl leaves such out of the sets. Where they may exist and
+// there are fewer descriptors than transfers, libcurl waits itself, with poll().
+bool CAsyncNetRequestManager::mayMissDescriptors(const CDescriptorSets& sets) const
+{
+    return sets.size() < m_requests.size() && canHaveLargeDescriptors();
+}
+
+int CAsyncNetRequestManager::handleEvents(RequestArray* finished)
+{
+    int running = 0;
+    CURLMcode result = CURLM_OK;
+    {
+        const CSigPipeBlock block;
+        result = curl_multi_perform(m_multi, &running);
+    }
+    if (result == CURLM_CALL_MULTI_PERFORM) {
+        m_performAgain = true;
+    } else {
+        check(result);
+        m_performAgain = false;
+    }
+    if (running == static_cast<int>(m_requests.size()))
+        return 0;
+    return handleFinishedRequests(finished);
+}
+
+int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
+{
+    int count = 0;
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(m_multi, &left)) {
+        if (message->msg != CURLMSG_DONE)
+            continue;
+        const auto found = std::find_if(m_requests.begin(), m_requests.end(),
+            [message](const kx::P<CNetRequest>& request) { return request->getEasyHandle() == message->easy_handle; });
+        if (found == m_requests.end())
+            continue;
+        const kx::P<CNetRequest> request = *found;
+        const CURLcode result = message->data.result; // the message goes with the request
+        removeRequest(static_cast<int>(std::distance(m_requests.begin(), found)));
+        ++count;
+        request->setAsyncInfo(true, result);
+        if (finished)
+            finished->push_back(request);
+    }
+    return count;
+}
+
+} // namespace norla
