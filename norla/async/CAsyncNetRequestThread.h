@@ -40,8 +40,8 @@ public:
     void addRequest(CNetRequest* request) override;
 
     /// Withdraws the request, also one that was just added. Any thread. Blocks until the thread has done so, about 100 ms or as
-    /// long as the callbacks of the requests take; so hold no lock that these callbacks take. On the thread itself (in a callback) and while it is not running, it
-    /// returns false at once, and the request is withdrawn as soon as possible.
+    /// long as the callbacks of the requests take: hold no lock that they take. On the thread itself (in a callback) and
+    /// while it is not running, this returns false at once, and the request is withdrawn in the thread's next pass.
     /// @param request null withdraws all
     /// @return whether the request was running and is withdrawn, always true for all; false also when the thread ends
     /// meanwhile

@@ -95,6 +95,70 @@ CURLcode CCurlCalls::resultFor(CURLoption option, const std::string& described)
     return failing == m_failingOptions.end() ? CURLE_OK : failing->second;
 }
 
+void CCurlCalls::setMultiResult(CURLMcode result)
+{
+    const std::lock_guard lock(m_mutex);
+    m_multiResult = result;
+}
+
+CURLMcode CCurlCalls::multiResult() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_multiResult;
+}
+
+void CCurlCalls::setMultiTimeout(long timeout)
+{
+    const std::lock_guard lock(m_mutex);
+    m_multiTimeout = timeout;
+}
+
+void CCurlCalls::changeTimeout(long& timeout) const
+{
+    const std::lock_guard lock(m_mutex);
+    timeout = m_multiTimeout.value_or(timeout);
+}
+
+void CCurlCalls::addMessage(const CURLMsg& message)
+{
+    const std::lock_guard lock(m_mutex);
+    m_messages.push_back(message);
+}
+
+CURLMsg* CCurlCalls::nextMessage()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_messages.empty())
+        return nullptr;
+    m_lastMessage = m_messages.front();
+    m_messages.pop_front();
+    return &m_lastMessage;
+}
+
+void CCurlCalls::addMulti(CURLM* multi)
+{
+    const std::lock_guard lock(m_mutex);
+    m_multis.insert(multi);
+}
+
+void CCurlCalls::removeMulti(CURLM* multi)
+{
+    const std::lock_guard lock(m_mutex);
+    m_multis.erase(multi);
+}
+
+size_t CCurlCalls::cleanUpMultis()
+{
+    std::set<CURLM*> multis;
+    {
+        const std::lock_guard lock(m_mutex);
+        multis = m_multis;
+    }
+    for (CURLM* const multi : multis)
+        curl_multi_cleanup(multi); // comes back to removeMulti()
+    return multis.size();
+}
+
 namespace {
 
 CCurlCalls* currentWatcher()
@@ -115,6 +179,18 @@ TFunction* original(TFunction*, const char* name)
     if (!found)
         std::abort();
     return reinterpret_cast<TFunction*>(found);
+}
+
+template <typename TFunction, typename... TArguments>
+CURLMcode callMulti(TFunction* function, const char* name, TArguments... arguments)
+{
+    CCurlCalls* const calls = watcher;
+    if (!calls || !calls->isToFail(name))
+        return original(function, name)(arguments...);
+    const CURLMcode result = calls->multiResult();
+    if (result == CURLM_CALL_MULTI_PERFORM)
+        original(function, name)(arguments...);
+    return result;
 }
 
 std::string listText(const curl_slist* list)
@@ -256,6 +332,66 @@ curl_slist* curl_slist_append(curl_slist* list, const char* text)
     if (support::isToFail("curl_slist_append"))
         return nullptr;
     return support::original(&curl_slist_append, "curl_slist_append")(list, text);
+}
+
+CURLM* curl_multi_init(void)
+{
+    if (support::isToFail("curl_multi_init"))
+        return nullptr;
+    CURLM* const multi = support::original(&curl_multi_init, "curl_multi_init")();
+    if (support::CCurlCalls* const calls = support::currentWatcher())
+        calls->addMulti(multi);
+    return multi;
+}
+
+CURLMcode curl_multi_cleanup(CURLM* multi)
+{
+    support::isToFail("curl_multi_cleanup");
+    if (support::CCurlCalls* const calls = support::currentWatcher())
+        calls->removeMulti(multi);
+    return support::original(&curl_multi_cleanup, "curl_multi_cleanup")(multi);
+}
+
+CURLMcode curl_multi_add_handle(CURLM* multi, CURL* handle)
+{
+    return support::callMulti(&curl_multi_add_handle, "curl_multi_add_handle", multi, handle);
+}
+
+CURLMcode curl_multi_remove_handle(CURLM* multi, CURL* handle)
+{
+    return support::callMulti(&curl_multi_remove_handle, "curl_multi_remove_handle", multi, handle);
+}
+
+CURLMcode curl_multi_fdset(CURLM* multi, fd_set* readable, fd_set* writable, fd_set* exceptional, int* highest)
+{
+    return support::callMulti(&curl_multi_fdset, "curl_multi_fdset", multi, readable, writable, exceptional, highest);
+}
+
+CURLMcode curl_multi_timeout(CURLM* multi, long* timeout)
+{
+    const CURLMcode result = support::callMulti(&curl_multi_timeout, "curl_multi_timeout", multi, timeout);
+    if (const support::CCurlCalls* const calls = support::currentWatcher())
+        calls->changeTimeout(*timeout);
+    return result;
+}
+
+CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* extra, unsigned int extraCount, int timeout, int* ready)
+{
+    return support::callMulti(&curl_multi_poll, "curl_multi_poll", multi, extra, extraCount, timeout, ready);
+}
+
+CURLMcode curl_multi_perform(CURLM* multi, int* running)
+{
+    return support::callMulti(&curl_multi_perform, "curl_multi_perform", multi, running);
+}
+
+CURLMsg* curl_multi_info_read(CURLM* multi, int* left)
+{
+    if (support::isToFail("curl_multi_info_read"))
+        return nullptr;
+    support::CCurlCalls* const calls = support::currentWatcher();
+    CURLMsg* const message = calls ? calls->nextMessage() : nullptr;
+    return message ? message : support::original(&curl_multi_info_read, "curl_multi_info_read")(multi, left);
 }
 
 } // extern "C"

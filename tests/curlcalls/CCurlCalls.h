@@ -2,8 +2,11 @@
 
 #include <curl/curl.h>
 
+#include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,7 +34,9 @@ public:
     void failOption(CURLoption option, CURLcode result = CURLE_OUT_OF_MEMORY);
 
     /// Makes a function fail: OPENSSL_init_ssl, curl_global_init, curl_global_cleanup (which throws then), curl_easy_init, curl_easy_getinfo, curl_easy_escape, curl_slist_append,
-    /// curl_easy_strerror, curl_multi_strerror.
+    /// curl_easy_strerror, curl_multi_strerror, and of the multi interface curl_multi_init, curl_multi_info_read (both answer
+    /// null then), curl_multi_add_handle, curl_multi_remove_handle, curl_multi_fdset, curl_multi_timeout, curl_multi_poll and
+    /// curl_multi_perform.
     /// @param skip how many calls still succeed before
     /// @param count how many fail then; -1 for all
     void fail(const std::string& function, int skip = 0, int count = -1);
@@ -39,13 +44,32 @@ public:
     /// Lets everything succeed again.
     void succeed();
 
-    /// How often the function was called; known for those of fail(), and for curl_easy_cleanup.
+    /// What the failing functions of the multi interface answer; CURLM_INTERNAL_ERROR at first. With
+    /// CURLM_CALL_MULTI_PERFORM they do their work all the same.
+    void setMultiResult(CURLMcode result);
+
+    /// What curl_multi_timeout() tells from now on, in milliseconds.
+    void setMultiTimeout(long timeout);
+
+    /// Something that curl_multi_info_read() tells before libcurl's own messages.
+    void addMessage(const CURLMsg& message);
+
+    /// Frees the multi handles that curl_multi_init() has made and nobody has cleaned up.
+    /// @return how many there were
+    size_t cleanUpMultis();
+
+    /// How often the function was called; known for those of fail(), for curl_easy_cleanup and curl_multi_cleanup.
     int countOf(const std::string& function) const;
 
     /// For the interposed functions alone: counts the call and tells whether it is to fail.
     bool isToFail(const std::string& function);
     CURLcode resultFor(CURLoption option, const std::string& described);
     void setPointer(CURLoption option, void* value);
+    CURLMcode multiResult() const;
+    void changeTimeout(long& timeout) const;
+    CURLMsg* nextMessage();
+    void addMulti(CURLM* multi);
+    void removeMulti(CURLM* multi);
 
 private:
     struct CFault {
@@ -59,6 +83,11 @@ private:
     std::map<CURLoption, CURLcode> m_failingOptions;
     std::map<std::string, CFault> m_faults;
     std::map<std::string, int> m_counts;
+    CURLMcode m_multiResult = CURLM_INTERNAL_ERROR;
+    std::optional<long> m_multiTimeout;
+    std::deque<CURLMsg> m_messages;
+    CURLMsg m_lastMessage{};
+    std::set<CURLM*> m_multis;
 };
 
 } // namespace support

@@ -1,4 +1,5 @@
 // The asynchronous side of a request, driven by hand as a manager drives it.
+#include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
 
 #include <optional>
@@ -169,6 +170,25 @@ TEST_F(CNetRequestAsyncTest, tellsTheListenerNothingWhenItIsQueued)
     request().setDoneListener(listener.get());
     request().setAsyncInfo(false, CURLE_OK);
     EXPECT_TRUE(listener->m_calls.empty());
+}
+
+TEST_F(CNetRequestAsyncTest, forgetsTheLastErrorTextWhenItIsQueued)
+{
+    answer("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello");
+    run(); // libcurl has explained the failure
+    request().setAsyncInfo(false, CURLE_OK);
+    request().setAsyncInfo(true, CURLE_RECV_ERROR); // and says nothing about this one
+    EXPECT_EQ(result()->getMessage(), "Failure when receiving data from the peer (response code: http 200)");
+}
+
+TEST_F(CNetRequestAsyncTest, isDoneAlsoWhenItsEndCannotBeRecorded)
+{
+    support::CCurlCalls calls;
+    request().setURL(server().url().c_str());
+    request().setAsyncInfo(false, CURLE_OK);
+    calls.fail("curl_easy_getinfo");
+    EXPECT_THROW(request().setAsyncInfo(true, CURLE_OK), norla::CCURLError);
+    EXPECT_TRUE(request().isAsyncDone());
 }
 
 TEST_F(CNetRequestAsyncTest, isNotDoneAfterAResetAndHasNoError)
