@@ -79,7 +79,7 @@ void CAsyncNetRequestThread::runImpl()
     const auto manager = kx::newObj<CAsyncNetRequestManager>();
     while (checkContinue()) {
         startPendingRequests(*manager);
-        processRemoveRequests(*manager); // after the additions: what was added and removed is never left running
+        processRemoveRequests(*manager);
         manager->waitForEvents(passMs);
         handleManagerEvents(*manager);
         if (m_progressHandler)
@@ -108,12 +108,19 @@ void CAsyncNetRequestThread::startPendingRequests(CAsyncNetRequestManager& manag
     }
 }
 
+// What was added before its removal may have come after the additions of this pass: it is taken up first, and a removal that comes
+// still later waits for the next pass. So nothing that was added and then removed is left running.
 void CAsyncNetRequestThread::processRemoveRequests(CAsyncNetRequestManager& manager)
 {
+    size_t due = pendingRemovalCount();
+    if (due == 0)
+        return;
+    startPendingRequests(manager);
     const kx::CMutexLock lock(m_removeMutex);
-    while (!m_pendingRemovals.empty()) {
-        const kx::P<CRemoveRequest> removal = std::move(m_pendingRemovals.back());
-        m_pendingRemovals.pop_back();
+    for (; due > 0; --due) {
+        const auto last = m_pendingRemovals.begin() + static_cast<std::ptrdiff_t>(due - 1);
+        const kx::P<CRemoveRequest> removal = std::move(*last);
+        m_pendingRemovals.erase(last);
         if (removal->m_request) {
             removal->m_removed = manager.removeRequest(removal->m_request.get());
         } else {
@@ -122,6 +129,12 @@ void CAsyncNetRequestThread::processRemoveRequests(CAsyncNetRequestManager& mana
         }
         removal->m_done.set();
     }
+}
+
+size_t CAsyncNetRequestThread::pendingRemovalCount()
+{
+    const kx::CMutexLock lock(m_removeMutex);
+    return m_pendingRemovals.size();
 }
 
 } // namespace norla

@@ -62,12 +62,14 @@ protected:
     /// array to learn which requests have ended.
     virtual void handleManagerEvents(CAsyncNetRequestManager& manager);
 
+    /// Withdraws the requests whose removal was asked for, and tells those who wait.
     void processRemoveRequests(CAsyncNetRequestManager& manager);
 
 private:
     class CRemoveRequest;
 
     void startPendingRequests(CAsyncNetRequestManager& manager);
+    size_t pendingRemovalCount();
 
     kx::CMutex m_addMutex; // guards the pending additions; never held together with the other one
     kx::TArray<kx::P<CNetRequest>> m_pendingAdditions;

@@ -5,6 +5,7 @@
 #include "tests/norla/async/CAsyncFixture.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/loopback.h"
 
 #include <future>
 #include <mutex>
@@ -394,6 +395,31 @@ TEST_F(CAsyncNetRequestThreadTest, startsWhatWasJustAddedAndThenWithdrawsIt)
     EXPECT_TRUE(thread().removeRequest(request.get()));
     EXPECT_EQ(m_calls.countOf("curl_multi_add_handle"), 1);
     EXPECT_FALSE(request->isAsyncDone());
+}
+
+TEST_F(CAsyncNetRequestThreadTest, neverLeavesRunningWhatWasAddedAndThenRemoved)
+{
+    m_calls.setMultiTimeout(0); // one pass after the other, so that additions and removals come at any step
+    thread().start();
+    const support::CDescriptor silent = support::listenOnLoopback();
+    const std::string url = support::loopbackURL("http", support::portOf(silent.get()), "/");
+    std::atomic<int> leftRunning{0};
+    {
+        std::vector<std::jthread> owners;
+        for (int owner = 0; owner < 8; ++owner) {
+            owners.emplace_back([this, &url, &leftRunning] {
+                const auto request = requestTo(url);
+                for (int i = 0; i < 2000; ++i) {
+                    thread().addRequest(request.get());
+                    if (!thread().removeRequest(request.get())) {
+                        ++leftRunning;
+                        thread().removeRequest(request.get());
+                    }
+                }
+            });
+        }
+    }
+    EXPECT_EQ(leftRunning, 0);
 }
 
 TEST_F(CAsyncNetRequestThreadTest, withdrawsAllAlsoWhenThereAreNone)
