@@ -82,7 +82,7 @@ CLoopbackServer::CLoopbackServer(long long downloadSize)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof(address);
     checked(bind(m_listener, reinterpret_cast<sockaddr*>(&address), size));
-    checked(listen(m_listener, 64));
+    checked(listen(m_listener, SOMAXCONN));
     checked(getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &size));
     m_port = ntohs(address.sin_port);
     m_acceptor = std::thread([this] { acceptAll(); });

@@ -123,11 +123,13 @@ bool CAsyncNetRequestManager::removeRequest(CNetRequest* request)
 
 void CAsyncNetRequestManager::removeRequest(int index)
 {
-    const auto position = m_requests.begin() + index;
-    {
-        const CSigPipeBlock block; // may close the connection
-        check(curl_multi_remove_handle(m_multi, (*position)->getEasyHandle()));
-    }
+    const CSigPipeBlock block; // a running transfer may close its connection here
+    takeOut(m_requests.begin() + index);
+}
+
+void CAsyncNetRequestManager::takeOut(RequestArray::iterator position)
+{
+    check(curl_multi_remove_handle(m_multi, (*position)->getEasyHandle()));
     // Dropped last: with the last reference go sinks and listeners, whose destructors may come back to this manager.
     const kx::P<CNetRequest> removed = std::move(*position);
     m_requests.erase(position);
@@ -195,7 +197,7 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
             continue;
         const kx::P<CNetRequest> request = *found;
         const CURLcode result = message->data.result; // the message goes with the request
-        removeRequest(static_cast<int>(std::distance(m_requests.begin(), found)));
+        takeOut(found); // without the block, which would cost its system calls: no ended transfer has a connection
         ++count;
         request->setAsyncInfo(true, result);
         if (finished)
