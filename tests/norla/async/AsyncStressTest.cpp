@@ -98,6 +98,9 @@ public:
         EXPECT_EQ(m_reports == m_expected, !withdrawn) << m_target->url;
     }
 
+    /// Ends the circle of request and listener.
+    void letGo() { m_request->setDoneListener(nullptr); }
+
     bool endsByItself() const { return m_target->ends; }
 
     /// Once its thread is gone: whatever it has told must be all.
@@ -143,6 +146,13 @@ protected:
         for (auto& subjects : m_subjects)
             for (auto& subject : subjects)
                 subject = kx::newObj<CSubject>();
+    }
+
+    ~AsyncStressTest() override
+    {
+        for (auto& subjects : m_subjects)
+            for (auto& subject : subjects)
+                subject->letGo();
     }
 
     /// One transfer thread from its construction to its end.
