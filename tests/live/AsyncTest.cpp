@@ -360,13 +360,13 @@ TEST_F(AsyncTest, finishesTransfersOfAllProtocolsInAProcessFullOfDescriptors)
 TEST_F(AsyncTest, keepsItsSpeedInAProcessFullOfDescriptors)
 {
     const CFullProcess full;
-    const auto request = live::requestFor(nginx().url(nginx().big(1 << 30)));
+    const auto request = live::requestFor(nginx().url(nginx().big(2U << 30)));
     request->setReceiveDataSink(nullptr);
     m_thread->addRequest(request.get());
     // With a nap of a tenth of a second in each pass this would take about half a minute.
     ASSERT_TRUE(request->waitAsyncDone(15'000));
     EXPECT_EQ(resultOf(*request), "success");
-    EXPECT_EQ(request->getDownloadedBytes(), 1 << 30);
+    EXPECT_EQ(request->getDownloadedBytes(), 2U << 30);
 }
 
 } // namespace
