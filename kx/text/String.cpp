@@ -105,11 +105,15 @@ String String::trimRight() const
     return String(m_text.substr(0, m_text.find_last_not_of(whiteSpace) + 1));
 }
 
-String String::toLower() const
+String String::toLower() const&
 {
-    String lower(*this);
-    std::transform(lower.m_text.begin(), lower.m_text.end(), lower.m_text.begin(), asciiToLower);
-    return lower;
+    return String(*this).toLower();
+}
+
+String String::toLower() &&
+{
+    std::transform(m_text.begin(), m_text.end(), m_text.begin(), asciiToLower);
+    return std::move(*this);
 }
 
 String String::replaceAll(const String& what, const String& replacement) const

@@ -62,7 +62,8 @@ public:
     [[nodiscard]] String trim() const;
     [[nodiscard]] String trimLeft() const;
     [[nodiscard]] String trimRight() const;
-    [[nodiscard]] String toLower() const;
+    [[nodiscard]] String toLower() const&;
+    [[nodiscard]] String toLower() &&;
 
     bool startsWith(const String& prefix) const noexcept { return m_text.starts_with(prefix.m_text); }
     bool endsWith(const String& suffix) const noexcept { return m_text.ends_with(suffix.m_text); }

@@ -1,8 +1,7 @@
 #include "norla/core/CNetHeaders.h"
 
-#include "kx/base/CInvalidArgError.h"
-#include "kx/text/whitespace.h"
 #include "norla/core/CGlobalInit.h"
+#include "norla/core/headerEntry.h"
 
 #include <utility>
 
@@ -22,17 +21,11 @@ void CNetHeaders::add(const kx::String& name, const kx::String& value)
 
 void CNetHeaders::splitEntry(const kx::String& entry, kx::String& name, kx::String& value)
 {
-    const std::wstring_view line = entry.toWide();
-    const size_t colon = line.find(L':');
-    if (colon == std::wstring_view::npos)
-        throw kx::CInvalidArgError("entry contains no ':'", "CNetHeaders::splitEntry");
-    const std::wstring_view nameOnly = kx::trimmed(line.substr(0, colon));
-    if (nameOnly.empty())
-        throw kx::CInvalidArgError("name is empty", "CNetHeaders::splitEntry");
+    const auto [newName, newValue] = splitHeaderEntry(entry.toWide());
     // Both are made before either is stored: the entry may be one of the outputs.
-    kx::String newValue(std::wstring(kx::trimmed(line.substr(colon + 1))));
-    name = kx::String(std::wstring(nameOnly));
-    value = std::move(newValue);
+    kx::String madeValue{std::wstring(newValue)};
+    name = kx::String(std::wstring(newName));
+    value = std::move(madeValue);
 }
 
 void CNetHeaders::fillMap(kx::TMap<kx::String, kx::String>& map)

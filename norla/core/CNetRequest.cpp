@@ -856,15 +856,16 @@ bool CNetRequest::seekSource(long long offset, int origin)
 size_t CNetRequest::headerHandler(const char* data, int length) noexcept
 {
     try {
-        handleHeaderLine(kx::String::fromUTF8({data, static_cast<size_t>(length)}));
+        handleHeaderLine({data, static_cast<size_t>(length)});
     } catch (const std::exception& error) {
         kx::logWarning(error, "Exception during CNetRequest header parsing (ignored).", "");
     }
     return static_cast<size_t>(length);
 }
 
-void CNetRequest::handleHeaderLine(const kx::String& line)
+void CNetRequest::handleHeaderLine(std::string_view bytes)
 {
+    const kx::String line = kx::String::fromUTF8(bytes);
     if (m_isHTTP && line.toWide().starts_with(L"HTTP/")) {
         // An interim response, a redirect or a proxy's answer came before: only the last response counts.
         if (!m_statusLine.isEmpty())
@@ -873,7 +874,7 @@ void CNetRequest::handleHeaderLine(const kx::String& line)
     } else if (m_isHTTP) {
         m_headerAssembler.handleHeaderLine(line);
     }
-    m_responseInfo->add(line);
+    m_responseInfo->addUTF8(bytes);
 }
 
 CNetRequest::CStreamDataSink::CStreamDataSink(kx::IOutStream* stream)

@@ -18,6 +18,7 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <string_view>
 
 namespace norla {
 
@@ -279,7 +280,7 @@ private:
     size_t readHandler(char* buffer, size_t size, size_t count) noexcept;
     int seekHandler(long long offset, int origin) noexcept;
     size_t headerHandler(const char* data, int length) noexcept;
-    void handleHeaderLine(const kx::String& line);
+    void handleHeaderLine(std::string_view bytes);
     void updateResponseCode();
     bool seekSource(long long offset, int origin);
     template <typename TAction>

@@ -5,6 +5,9 @@
 
 #include <curl/curl.h>
 
+#include <array>
+#include <string>
+
 namespace norla {
 
 CNetStringList::~CNetStringList()
@@ -14,11 +17,26 @@ CNetStringList::~CNetStringList()
 
 void CNetStringList::add(const kx::String& text)
 {
-    const std::string bytes = text.toUTF8();
-    if (bytes.find('\0') != std::string::npos)
+    addUTF8(text.toUTF8());
+}
+
+void CNetStringList::addUTF8(std::string_view text)
+{
+    if (text.find('\0') != std::string_view::npos)
         throw kx::CInvalidArgError("text contains a zero character", "CNetStringList::add");
+    std::array<char, 256> ended{}; // spares the usual line an allocation
+    if (text.size() < ended.size()) {
+        text.copy(ended.data(), text.size());
+        append(ended.data());
+    } else {
+        append(std::string(text).c_str());
+    }
+}
+
+void CNetStringList::append(const char* text)
+{
     // Appending to the last node rather than to the list spares libcurl the walk through all of it.
-    curl_slist* const appended = curl_slist_append(m_last, bytes.c_str());
+    curl_slist* const appended = curl_slist_append(m_last, text);
     if (!appended)
         throw CCURLError(CURLE_OUT_OF_MEMORY, "a text could not be added to a list for libcurl", "", -1, "");
     m_last = m_last ? m_last->next : appended;

@@ -4,6 +4,8 @@
 #include "kx/base/P.h"
 #include "kx/text/String.h"
 
+#include <string_view>
+
 struct curl_slist; // libcurl's linked list of 8-bit strings
 
 namespace norla {
@@ -25,6 +27,9 @@ public:
     /// @throws CCURLError when memory runs out; the list stays as it was
     void add(const kx::String& text);
 
+    /// The same for a text that is in UTF-8 already, which is not checked.
+    void addUTF8(std::string_view text);
+
     bool isEmpty() const noexcept { return m_first == nullptr; }
 
     /// Walks the list as it is now and grows; it starts before the first text.
@@ -34,6 +39,8 @@ public:
     curl_slist* getCurlList() const noexcept { return m_first; }
 
 private:
+    void append(const char* text);
+
     curl_slist* m_first = nullptr;
     curl_slist* m_last = nullptr;
 };

@@ -2,7 +2,7 @@
 
 #include "kx/base/CError.h"
 #include "kx/text/whitespace.h"
-#include "norla/core/CNetHeaders.h"
+#include "norla/core/headerEntry.h"
 #include "norla/http/CServerInfo.h"
 
 #include <utility>
@@ -16,7 +16,7 @@ CHeaderAssembler::~CHeaderAssembler() = default;
 void CHeaderAssembler::reset()
 {
     m_headerMap.clear();
-    m_lastHeaderName = kx::String();
+    m_lastValue = nullptr;
     m_finished = false;
 }
 
@@ -46,23 +46,22 @@ void CHeaderAssembler::finish()
 
 void CHeaderAssembler::startHeader(const kx::String& line)
 {
-    kx::String name;
-    kx::String value;
-    CNetHeaders::splitEntry(line, name, value);
+    const auto [name, value] = splitHeaderEntry(line.toWide());
+    kx::String text{std::wstring(value)};
     // What is not inserted is not moved from.
-    const auto [entry, isNew] = m_headerMap.try_emplace(name.toLower(), std::move(value));
+    const auto [entry, isNew] = m_headerMap.try_emplace(kx::String(std::wstring(name)).toLower(), std::move(text));
     if (!isNew && entry->second.isEmpty())
-        entry->second = std::move(value);
+        entry->second = std::move(text);
     else if (!isNew)
-        entry->second += "," + value;
-    m_lastHeaderName = entry->first;
+        entry->second += "," + text;
+    m_lastValue = &entry->second;
 }
 
 void CHeaderAssembler::continueHeader(const kx::String& line)
 {
-    if (m_lastHeaderName.isEmpty())
+    if (!m_lastValue)
         throw kx::CError("Error parsing HTTP header: first line starts with whitespace.");
-    m_headerMap[m_lastHeaderName] += " " + line.trim();
+    *m_lastValue += " " + line.trim();
 }
 
 } // namespace norla

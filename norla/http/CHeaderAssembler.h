@@ -13,6 +13,8 @@ class CServerInfo;
 class KX_EXPORT CHeaderAssembler : public virtual kx::CBase {
 public:
     CHeaderAssembler();
+    CHeaderAssembler(const CHeaderAssembler&) = delete;
+    CHeaderAssembler& operator=(const CHeaderAssembler&) = delete;
     ~CHeaderAssembler() override;
 
     /// Starts with the next response: an empty map. The server info stays.
@@ -37,7 +39,7 @@ private:
     void continueHeader(const kx::String& line);
 
     kx::TMap<kx::String, kx::String> m_headerMap;
-    kx::String m_lastHeaderName;
+    kx::String* m_lastValue = nullptr; // in the map, of the last line that began a header
     bool m_finished = false;
     kx::P<CServerInfo> m_serverInfoToUpdate;
 };
