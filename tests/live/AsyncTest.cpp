@@ -3,6 +3,7 @@
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "tests/live/liveRequest.h"
 #include "tests/support/CFTPServer.h"
+#include "tests/support/CFullProcess.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CSSHServer.h"
@@ -12,10 +13,8 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <fstream>
 #include <sstream>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -318,37 +317,9 @@ TEST_F(AsyncTest, goesOnAfterAWithdrawal)
     runAll({download(0), download(1), download(2), download(3)});
 }
 
-/// Where every new descriptor is larger than select() can watch.
-class CFullProcess {
-public:
-    CFullProcess()
-    {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        rlimit more = m_before;
-        more.rlim_cur = std::min<rlim_t>(more.rlim_max, 4 * FD_SETSIZE);
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &more), 0);
-        do
-            m_descriptors.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-        while (m_descriptors.back() >= 0 && m_descriptors.back() < FD_SETSIZE);
-        EXPECT_GE(m_descriptors.back(), FD_SETSIZE);
-    }
-    CFullProcess(const CFullProcess&) = delete;
-    CFullProcess& operator=(const CFullProcess&) = delete;
-    ~CFullProcess()
-    {
-        for (const int descriptor : m_descriptors)
-            close(descriptor);
-        setrlimit(RLIMIT_NOFILE, &m_before);
-    }
-
-private:
-    rlimit m_before{};
-    std::vector<int> m_descriptors;
-};
-
 TEST_F(AsyncTest, finishesTransfersOfAllProtocolsInAProcessFullOfDescriptors)
 {
-    const CFullProcess full;
+    const support::CFullProcess full;
     std::vector<CTransfer> transfers;
     for (int i = 0; i < 16; ++i)
         transfers.push_back(download(i));
@@ -359,7 +330,7 @@ TEST_F(AsyncTest, finishesTransfersOfAllProtocolsInAProcessFullOfDescriptors)
 
 TEST_F(AsyncTest, keepsItsSpeedInAProcessFullOfDescriptors)
 {
-    const CFullProcess full;
+    const support::CFullProcess full;
     const auto request = live::requestFor(nginx().url(nginx().big(2U << 30)));
     request->setReceiveDataSink(nullptr);
     m_thread->addRequest(request.get());

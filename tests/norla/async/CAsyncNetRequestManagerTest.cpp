@@ -5,14 +5,13 @@
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/curlcalls/CWaitCalls.h"
 #include "tests/norla/async/CAsyncFixture.h"
+#include "tests/support/CFullProcess.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <optional>
 #include <pthread.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -722,39 +721,9 @@ TEST_F(CAsyncNetRequestManagerTest, uploads)
 
 // ---- descriptors beyond what select() can watch
 
-/// Opens so many descriptors that all new ones are too large for a fd_set.
-class CManyDescriptors {
-public:
-    CManyDescriptors()
-    {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        rlimit more = m_before;
-        more.rlim_cur = std::min<rlim_t>(more.rlim_max, FD_SETSIZE + 512);
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &more), 0);
-        while (m_descriptors.empty() || m_descriptors.back() < FD_SETSIZE) {
-            m_descriptors.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-            if (m_descriptors.back() < 0)
-                break;
-        }
-        EXPECT_GE(m_descriptors.back(), FD_SETSIZE);
-    }
-    CManyDescriptors(const CManyDescriptors&) = delete;
-    CManyDescriptors& operator=(const CManyDescriptors&) = delete;
-    ~CManyDescriptors()
-    {
-        for (const int descriptor : m_descriptors)
-            close(descriptor);
-        setrlimit(RLIMIT_NOFILE, &m_before);
-    }
-
-private:
-    rlimit m_before{};
-    std::vector<int> m_descriptors;
-};
-
 TEST_F(CAsyncNetRequestManagerTest, finishesTransfersWhoseDescriptorsNoSetCanHold)
 {
-    const CManyDescriptors many;
+    const support::CFullProcess full;
     std::vector<Request> requests;
     for (int i = 0; i < 20; ++i) {
         answer(ok(std::string(100'000, 'x')));
@@ -770,7 +739,7 @@ TEST_F(CAsyncNetRequestManagerTest, finishesTransfersWhoseDescriptorsNoSetCanHol
 TEST_F(CAsyncNetRequestManagerTest, wakesForADescriptorThatNoSetCanHoldBesideOneThatCanBeHeld)
 {
     const auto small = addRunning();
-    const CManyDescriptors many;
+    const support::CFullProcess full;
     std::promise<void> gate;
     server().onConnection().readHead().waitFor(gate.get_future().share()).send(ok("x"));
     const auto large = add(newRequest());
@@ -784,7 +753,7 @@ TEST_F(CAsyncNetRequestManagerTest, wakesForADescriptorThatNoSetCanHoldBesideOne
 
 TEST_F(CAsyncNetRequestManagerTest, throwsWhenLibcurlCannotWaitForSuchADescriptor)
 {
-    const CManyDescriptors many;
+    const support::CFullProcess full;
     const auto request = addRunning();
     m_calls.fail("curl_multi_poll");
     expectInternalError(support::errorOf([this] { manager().waitForEvents(0); }));
