@@ -336,7 +336,7 @@ kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx
     request.setSSLVerifyPeer(m_sslVerifyPeer);
     if (!m_rootCertBundlePath.isEmpty())
         request.setRootCertBundlePath(m_rootCertBundlePath);
-    const auto headers = kx::newObj<CNetHeaders>();
+    auto headers = kx::newObj<CNetHeaders>();
     headers->add("Date", now());
     request.setCustomHTTPHeaders(headers.get());
     return headers;

@@ -31,22 +31,23 @@ void CS3CopyObjectResult::construct(const char* data, size_t size)
 
 void CS3CopyObjectResult::construct(wxXmlNode* root)
 {
-    if (CS3Document::hasName(*root, L"Error"))
+    const std::wstring_view name = CS3Document::nameOf(*root);
+    if (name == L"Error")
         m_errorResponse = kx::newObj<CS3ErrorResponse>(root);
-    else if (CS3Document::hasName(*root, L"CopyObjectResult"))
+    else if (name == L"CopyObjectResult")
         readCopy(*root);
     else
-        throw kx::CError(
-            "Error parsing Amazon S3 'copy object' result: unknown root element '" + CS3Document::nameOf(*root) + "'.");
+        throw kx::CError("Error parsing Amazon S3 'copy object' result: unknown root element '"
+            + kx::String(std::wstring(name)) + "'.");
 }
 
 void CS3CopyObjectResult::readCopy(const wxXmlNode& root)
 {
     CS3Document::forEachElement(root, [this](const wxXmlNode& element) {
-        if (CS3Document::hasName(element, L"LastModified"))
-            m_lastModified = CS3Document::contentOf(element);
-        else if (CS3Document::hasName(element, L"ETag"))
-            m_eTag = CS3Document::contentOf(element);
+        if (CS3Document::nameOf(element) == L"LastModified")
+            m_lastModified = CS3Document::textOf(element);
+        else if (CS3Document::nameOf(element) == L"ETag")
+            m_eTag = CS3Document::textOf(element);
     });
 }
 

@@ -6,7 +6,13 @@
 #include <wx/mstream.h>
 #include <wx/xml/xml.h>
 
+#include <type_traits>
+#include <utility>
+
 namespace norla {
+
+// So that a view of it stays valid: wxWidgets gives a reference to its text, not a copy.
+static_assert(std::is_reference_v<decltype(std::declval<const wxString&>().ToStdWstring())>);
 
 namespace {
 
@@ -64,24 +70,19 @@ wxXmlNode* CS3Document::nextElement(const wxXmlNode& sibling)
     return elementFrom(sibling.GetNext());
 }
 
-kx::String CS3Document::nameOf(const wxXmlNode& node)
+std::wstring_view CS3Document::nameOf(const wxXmlNode& node)
 {
-    return kx::String(node.GetName().ToStdWstring());
+    return node.GetName().ToStdWstring();
 }
 
-bool CS3Document::hasName(const wxXmlNode& node, const wchar_t* name)
+// As wxXmlNode::GetNodeContent(), without its copy.
+std::wstring_view CS3Document::contentOf(const wxXmlNode& node)
 {
-    return node.GetName() == name;
-}
-
-kx::String CS3Document::contentOf(const wxXmlNode& node)
-{
-    // As GetNodeContent(), without its copy.
     for (const wxXmlNode* child = node.GetChildren(); child; child = child->GetNext()) {
         if (child->GetType() == wxXML_TEXT_NODE || child->GetType() == wxXML_CDATA_SECTION_NODE)
-            return kx::String(child->GetContent().ToStdWstring());
+            return child->GetContent().ToStdWstring();
     }
-    return kx::String();
+    return {};
 }
 
 } // namespace norla

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
+#include <string_view>
 
 class wxXmlDocument;
 class wxXmlNode;
@@ -35,13 +37,14 @@ public:
             action(*element);
     }
 
-    static kx::String nameOf(const wxXmlNode& node);
-
-    /// Whether the node has exactly this name.
-    static bool hasName(const wxXmlNode& node, const wchar_t* name);
+    /// Valid as long as the document; so is what contentOf() gives.
+    static std::wstring_view nameOf(const wxXmlNode& node);
 
     /// The first piece of text in the node, as it stands; empty when there is none.
-    static kx::String contentOf(const wxXmlNode& node);
+    static std::wstring_view contentOf(const wxXmlNode& node);
+
+    /// The same as a text of its own.
+    static kx::String textOf(const wxXmlNode& node) { return kx::String(std::wstring(contentOf(node))); }
 
 private:
     static wxXmlNode* firstElement(const wxXmlNode& parent);

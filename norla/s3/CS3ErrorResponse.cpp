@@ -4,7 +4,6 @@
 #include "norla/s3/CS3Document.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace norla {
 
@@ -36,22 +35,24 @@ kx::P<CS3ErrorResponse> CS3ErrorResponse::createObjectNotFoundResponse(const kx:
 
 void CS3ErrorResponse::construct(wxXmlNode* root)
 {
-    if (!CS3Document::hasName(*root, L"Error"))
+    if (CS3Document::nameOf(*root) != L"Error")
         throw kx::CError("Error parsing Amazon S3 error result: root element is not 'Error'.");
     CS3Document::forEachElement(*root, [this](const wxXmlNode& element) {
-        if (kx::String* const field = fieldFor(element))
-            *field = CS3Document::contentOf(element);
+        if (kx::String* const field = fieldFor(CS3Document::nameOf(element)))
+            *field = CS3Document::textOf(element);
     });
 }
 
-kx::String* CS3ErrorResponse::fieldFor(const wxXmlNode& element)
+kx::String* CS3ErrorResponse::fieldFor(std::wstring_view name)
 {
-    const std::pair<const wchar_t*, kx::String*> fields[]
-        = {{L"Code", &m_code}, {L"Message", &m_message}, {L"Resource", &m_resource}, {L"RequestId", &m_requestId}};
-    for (const auto& [name, field] : fields) {
-        if (CS3Document::hasName(element, name))
-            return field;
-    }
+    if (name == L"Code")
+        return &m_code;
+    if (name == L"Message")
+        return &m_message;
+    if (name == L"Resource")
+        return &m_resource;
+    if (name == L"RequestId")
+        return &m_requestId;
     return nullptr;
 }
 

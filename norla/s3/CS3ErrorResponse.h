@@ -4,6 +4,8 @@
 #include "kx/base/P.h"
 #include "kx/text/String.h"
 
+#include <string_view>
+
 class wxXmlNode;
 
 namespace norla {
@@ -40,7 +42,7 @@ public:
 
 private:
     void construct(wxXmlNode* root);
-    kx::String* fieldFor(const wxXmlNode& element);
+    kx::String* fieldFor(std::wstring_view name);
 
     kx::String m_code;
     kx::String m_message;

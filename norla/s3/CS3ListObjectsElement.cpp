@@ -9,13 +9,14 @@ namespace norla {
 CS3ListObjectsElement::CS3ListObjectsElement(const wxXmlNode* contentsNode)
 {
     CS3Document::forEachElement(*contentsNode, [this](const wxXmlNode& element) {
-        if (CS3Document::hasName(element, L"Key"))
-            m_key = CS3Document::contentOf(element);
-        else if (CS3Document::hasName(element, L"LastModified"))
-            m_lastModified = CS3Document::contentOf(element);
-        else if (CS3Document::hasName(element, L"ETag"))
-            m_eTag = CS3Document::contentOf(element);
-        else if (CS3Document::hasName(element, L"Size"))
+        const std::wstring_view name = CS3Document::nameOf(element);
+        if (name == L"Key")
+            m_key = CS3Document::textOf(element);
+        else if (name == L"LastModified")
+            m_lastModified = CS3Document::textOf(element);
+        else if (name == L"ETag")
+            m_eTag = CS3Document::textOf(element);
+        else if (name == L"Size")
             m_size = kx::parseInt64(CS3Document::contentOf(element), false);
     });
     if (m_key.isEmpty())

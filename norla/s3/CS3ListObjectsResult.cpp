@@ -31,23 +31,24 @@ void CS3ListObjectsResult::construct(const char* data, size_t size)
 
 void CS3ListObjectsResult::construct(wxXmlNode* root)
 {
-    if (!CS3Document::hasName(*root, L"ListBucketResult"))
+    if (CS3Document::nameOf(*root) != L"ListBucketResult")
         throw kx::CError("Error parsing Amazon S3 'list objects' result: root element is not ListBucketResult.");
     CS3Document::forEachElement(*root, [this](wxXmlNode& element) {
-        if (CS3Document::hasName(element, L"Contents"))
+        const std::wstring_view name = CS3Document::nameOf(element);
+        if (name == L"Contents")
             m_contents.push_back(kx::newObj<CS3ListObjectsElement>(&element));
-        else if (CS3Document::hasName(element, L"CommonPrefixes"))
+        else if (name == L"CommonPrefixes")
             parseCommonPrefixes(&element);
-        else if (CS3Document::hasName(element, L"IsTruncated"))
+        else if (name == L"IsTruncated")
             parseTruncated(element);
-        else if (CS3Document::hasName(element, L"NextMarker"))
-            m_nextMarker = CS3Document::contentOf(element);
+        else if (name == L"NextMarker")
+            m_nextMarker = CS3Document::textOf(element);
     });
 }
 
 void CS3ListObjectsResult::parseTruncated(const wxXmlNode& node)
 {
-    const kx::String text = CS3Document::contentOf(node);
+    const kx::String text = CS3Document::textOf(node);
     const kx::String lower = text.toLower();
     if (lower != "true" && lower != "false")
         throw kx::CError("Bad value for 'IsTruncated' S3 list objects result element: '" + text + "'");
@@ -57,8 +58,8 @@ void CS3ListObjectsResult::parseTruncated(const wxXmlNode& node)
 void CS3ListObjectsResult::parseCommonPrefixes(wxXmlNode* node)
 {
     CS3Document::forEachElement(*node, [this](const wxXmlNode& element) {
-        if (CS3Document::hasName(element, L"Prefix"))
-            m_commonPrefixes.push_back(CS3Document::contentOf(element));
+        if (CS3Document::nameOf(element) == L"Prefix")
+            m_commonPrefixes.push_back(CS3Document::textOf(element));
     });
 }
 

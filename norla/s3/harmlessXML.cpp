@@ -11,7 +11,7 @@ namespace norla {
 namespace {
 
 constexpr int maxDepth = 100;
-constexpr int maxAttributes = 64;
+constexpr size_t maxAttributes = 64;
 constexpr int maxTextBytes = 64 << 10;
 constexpr int maxTextParts = 2048;
 constexpr size_t blockSize = 1 << 20;
@@ -35,7 +35,7 @@ private:
     {
         CLimits& self = of(data);
         self.startText();
-        int count = 0;
+        size_t count = 0;
         while (count <= maxAttributes && attributes[2 * count])
             ++count;
         self.require(++self.m_depth <= maxDepth && count <= maxAttributes);
