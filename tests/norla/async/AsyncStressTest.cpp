@@ -24,11 +24,7 @@ using norla::CNetRequest;
 using Random = std::minstd_rand;
 using ThreadPtr = kx::P<CAsyncNetRequestThread>;
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr int usualTransfers = 2'000;
-#else
 constexpr int usualTransfers = 10'000;
-#endif
 constexpr int ownerCount = 8; // threads that add and remove
 constexpr size_t subjectsPerOwner = 8;
 constexpr int roundsPerEpisode = 6; // that an owner makes with one transfer thread
