@@ -108,7 +108,14 @@ void CAsyncNetRequestManager::addRequest(CNetRequest* request)
     if (!request)
         throw kx::CInvalidArgError("request is null", "CAsyncNetRequestManager::addRequest");
     request->setAsyncInfo(false, CURLE_OK);
-    check(curl_multi_add_handle(m_multi, request->getEasyHandle()));
+    if (m_requests.size() == m_requests.capacity()) // now, so that what runs is always in the array
+        m_requests.reserve(std::max<size_t>(8, 2 * m_requests.size()));
+    CURLMcode result = CURLM_OK;
+    {
+        const CSigPipeBlock block; // the connections of earlier perform() calls may be closed here
+        result = curl_multi_add_handle(m_multi, request->getEasyHandle());
+    }
+    check(result);
     m_requests.emplace_back(request);
 }
 
@@ -123,13 +130,13 @@ bool CAsyncNetRequestManager::removeRequest(CNetRequest* request)
 
 void CAsyncNetRequestManager::removeRequest(int index)
 {
-    const CSigPipeBlock block; // a running transfer may close its connection here
-    takeOut(m_requests.begin() + index);
-}
-
-void CAsyncNetRequestManager::takeOut(RequestArray::iterator position)
-{
-    check(curl_multi_remove_handle(m_multi, (*position)->getEasyHandle()));
+    const auto position = m_requests.begin() + index;
+    CURLMcode result = CURLM_OK;
+    {
+        const CSigPipeBlock block; // the connection of a running transfer is closed here, and one that was only made
+        result = curl_multi_remove_handle(m_multi, (*position)->getEasyHandle());
+    }
+    check(result);
     // Dropped last: with the last reference go sinks and listeners, whose destructors may come back to this manager.
     const kx::P<CNetRequest> removed = std::move(*position);
     m_requests.erase(position);
@@ -197,7 +204,7 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
             continue;
         const kx::P<CNetRequest> request = *found;
         const CURLcode result = message->data.result; // the message goes with the request
-        takeOut(found); // without the block, which would cost its system calls: no ended transfer has a connection
+        removeRequest(static_cast<int>(std::distance(m_requests.begin(), found)));
         ++count;
         request->setAsyncInfo(true, result);
         if (finished)

@@ -65,7 +65,6 @@ public:
 private:
     struct CDescriptorSets;
 
-    void takeOut(RequestArray::iterator position);
     bool mayMissDescriptors(const CDescriptorSets& sets) const;
 
     CURLM* const m_multi;

@@ -23,7 +23,7 @@ public:
     {
     }
 
-    const kx::P<CNetRequest> m_request; // null: all of them
+    kx::P<CNetRequest> m_request; // null: all of them
     kx::CSignal m_done;
     bool m_removed = false; // written before the signal is set, read after
 };
@@ -123,6 +123,7 @@ void CAsyncNetRequestThread::processRemoveRequests(CAsyncNetRequestManager& mana
         m_pendingRemovals.erase(last);
         if (removal->m_request) {
             removal->m_removed = manager.removeRequest(removal->m_request.get());
+            removal->m_request = nullptr; // before the caller goes on, who may expect to hold the last reference
         } else {
             manager.removeAllRequests();
             removal->m_removed = true;

@@ -707,13 +707,14 @@ void CNetRequest::prepareAsync(CURLcode result)
 
 void CNetRequest::recordAsyncResult(CURLcode result)
 {
+    // Until the outcome is known, so that an end which cannot be recorded is never taken for a success.
+    m_asyncResult = result != CURLE_OK ? result : CURLE_ABORTED_BY_CALLBACK;
     noticeUnsentMail(result);
-    m_asyncResult = result;
+    CURLcode outcome = result;
     if (result == CURLE_OK && m_url.startsWith("http") && !isSuccess(getResponseCode()))
-        m_asyncResult = CURLE_HTTP_RETURNED_ERROR;
-    m_asyncErrorMessage = m_asyncResult != CURLE_OK ? getErrorMessage() : kx::String();
-    if (m_callbackError && m_asyncResult == CURLE_OK)
-        m_asyncResult = CURLE_ABORTED_BY_CALLBACK;
+        outcome = CURLE_HTTP_RETURNED_ERROR;
+    m_asyncErrorMessage = outcome != CURLE_OK ? getErrorMessage() : kx::String();
+    m_asyncResult = m_callbackError && outcome == CURLE_OK ? CURLE_ABORTED_BY_CALLBACK : outcome;
 }
 
 void CNetRequest::throwAsyncFailure()

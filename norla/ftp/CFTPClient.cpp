@@ -1,6 +1,6 @@
 #include "norla/ftp/CFTPClient.h"
 
-#include "kx/base/CError.h"
+#include "kx/base/CInvalidArgError.h"
 #include "kx/random/CMTRand.h"
 #include "kx/streams/CBufferStream.h"
 #include "kx/text/CStringFormat.h"
@@ -9,6 +9,7 @@
 
 #include <array>
 #include <initializer_list>
+#include <limits>
 #include <utility>
 
 namespace norla {
@@ -89,10 +90,17 @@ void CFTPClient::prepareUploadRequest(
 void CFTPClient::prepareDownloadRequest(
     CNetRequest& request, const kx::String& path, long long offset, long long length)
 {
+    long long end = 0;
+    if (__builtin_add_overflow(offset, length, &end) || end == std::numeric_limits<long long>::min())
+        throw kx::CInvalidArgError(
+            "offset + length is beyond 64 bits: " + kx::toString(offset) + ", " + kx::toString(length),
+            "CFTPClient::prepareDownloadRequest");
     beginPrepareRequest(request, path, false);
     if (offset == 0 && length == -1)
         return;
-    const kx::String last = length == -1 ? kx::String() : kx::toString(offset + length - 1);
+    kx::String last;
+    if (length != -1)
+        last = kx::toString(end - 1);
     request.setOptionString(CURLOPT_RANGE, kx::toString(offset) + "-" + last);
 }
 
@@ -210,7 +218,10 @@ void CFTPClient::deleteDirWithAllContents(CNetRequest& request, const kx::String
             + dirPath.substr(0, 100) + "...'.");
     const auto listing = listDir(request, dirPath);
     for (const auto& entry : listing->getEntries()) {
-        const kx::String child = dirPath + "/" + entry->getName();
+        const kx::String& name = entry->getName();
+        if (name.isEmpty() || name == "." || name == "..")
+            continue; // whatever type a server gives them: they lead out of the tree or around in it
+        const kx::String child = dirPath + "/" + name;
         if (entry->getType() == CFTPDirEntry::TypeFile)
             deleteFile(request, child);
         else if (entry->getType() == CFTPDirEntry::TypeDir)

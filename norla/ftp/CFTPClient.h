@@ -63,6 +63,7 @@ public:
     /// Fetches a file or a part of it into the request's receive sink.
     /// @param offset of the first byte, counted from 0
     /// @param length in bytes; -1 up to the end
+    /// @throws kx::CInvalidArgError when offset + length is beyond 64 bits
     void prepareDownloadRequest(CNetRequest& request, const kx::String& path, long long offset, long long length);
 
     /// Fails when there is no such file or directory (MLST).

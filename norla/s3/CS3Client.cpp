@@ -30,9 +30,12 @@ constexpr int httpNotFound = 404;
 
 kx::String endpointURL(bool useSSL, const kx::String& host)
 {
-    if (host.toWide().find_first_of(L"/?#@ ") != std::wstring::npos || host.isEmpty())
+    if (host.toWide().find_first_of(L"/?#@ ") != std::wstring::npos || host.isEmpty()) {
+        const size_t at = host.rfind(L'@'); // a password may stand before it
+        const kx::String shown = at == kx::String::npos ? host : "***" + host.substr(at);
         throw kx::CInvalidArgError(
-            "endpoint host must be a host name with or without a port, not '" + host + "'", "CS3Client::CS3Client");
+            "endpoint host must be a host name with or without a port, not '" + shown + "'", "CS3Client::CS3Client");
+    }
     return (useSSL ? "https://" : "http://") + host + "/";
 }
 
@@ -480,6 +483,8 @@ void CS3Client::tryThrowBetterError(std::exception& e, const Buffer& responseDat
         return;
     kx::P<CS3ErrorResponse> response;
     try {
+        if (responseData.getSize() > size_t{std::numeric_limits<int>::max()})
+            throw kx::CError("The response is too long for an S3 error response.");
         response = kx::newObj<CS3ErrorResponse>(
             reinterpret_cast<const char*>(responseData.getData()), static_cast<int>(responseData.getSize()));
     } catch (const std::exception&) {

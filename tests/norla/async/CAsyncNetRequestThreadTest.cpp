@@ -210,6 +210,18 @@ TEST_F(CAsyncNetRequestThreadTest, neverStartsWhatIsAddedAfterTheStop)
     EXPECT_EQ(m_calls.countOf("curl_multi_add_handle"), 0);
 }
 
+TEST_F(CAsyncNetRequestThreadTest, keepsNoReferenceOnceARemovalHasReturned)
+{
+    thread().start();
+    for (int i = 0; i < 20; ++i) {
+        const auto gone = std::make_shared<std::atomic<bool>>(false);
+        auto request = kx::newObj<CWatchedRequest>(gone);
+        EXPECT_FALSE(thread().removeRequest(request.get()));
+        request = nullptr;
+        EXPECT_TRUE(*gone);
+    }
+}
+
 TEST_F(CAsyncNetRequestThreadTest, neverStartsWhatIsAddedInTheLastPass)
 {
     std::optional<Request> late;

@@ -189,6 +189,15 @@ TEST_F(CNetRequestAsyncTest, isDoneAlsoWhenItsEndCannotBeRecorded)
     calls.fail("curl_easy_getinfo");
     EXPECT_THROW(request().setAsyncInfo(true, CURLE_OK), norla::CCURLError);
     EXPECT_TRUE(request().isAsyncDone());
+    calls.succeed();
+    EXPECT_NE(result(), nullptr); // not a success
+}
+
+TEST_F(CNetRequestAsyncTest, hasNoErrorWhileItIsQueued)
+{
+    request().setURL(server().url().c_str());
+    request().setAsyncInfo(false, CURLE_COULDNT_CONNECT);
+    EXPECT_EQ(result(), nullptr);
 }
 
 TEST_F(CNetRequestAsyncTest, isNotDoneAfterAResetAndHasNoError)

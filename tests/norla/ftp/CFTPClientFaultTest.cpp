@@ -105,9 +105,10 @@ protected:
     CScriptedServer m_control;
     CScriptedServer m_data;
 
+    kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
+
 private:
     kx::P<CFTPClient> m_client = clientFor(m_control.getPort());
-    kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
 };
 
 std::vector<CFaultRow> faults()
@@ -307,6 +308,75 @@ TEST_F(CFTPClientFaultTest, isAWrongCertificate)
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getCode(), CURLE_PEER_FAILED_VERIFICATION);
     expectUsable();
+}
+
+/// What a tree's listing makes the client do.
+class CFTPClientTreeTest : public CFTPClientFaultTest {
+protected:
+    /// Answers the listing of /top with these lines, and commands with these replies, one each.
+    void serve(const std::string& listing, std::initializer_list<const char*> replies)
+    {
+        CScript& control = untilListing(m_control.onConnection());
+        control.sendPieces({"150 here it comes\r\n", "226 done\r\n"});
+        m_data.onConnection().send(listing).close();
+        for (const char* const reply : replies)
+            control.readUntil("\r\n").send(std::string(reply) + "\r\n");
+        control.readUntil("QUIT\r\n").close();
+    }
+
+    CScript& untilListing(CScript& script)
+    {
+        return login(script)
+            .readUntil("EPSV\r\n")
+            .send("229 ok (|||" + std::to_string(m_data.getPort()) + "|)\r\n")
+            .readUntil("TYPE A\r\n")
+            .send("200 ok\r\n")
+            .readUntil("MLSD")
+            .readUntil("\r\n");
+    }
+
+    /// The commands behind the listing.
+    std::string commands()
+    {
+        request().reset();
+        m_request = kx::newObj<norla::CNetRequest>(); // says QUIT
+        m_control.join();
+        const std::string all = m_control.received(0);
+        const size_t listing = all.find("MLSD");
+        return all.substr(all.find("\r\n", listing) + 2);
+    }
+};
+
+TEST_F(CFTPClientTreeTest, isOneListingAndOneRemovalForAnEmptyDirectory)
+{
+    serve("type=cdir; .\r\ntype=pdir; ..\r\n", {"250 gone"});
+    client().deleteDirWithAllContents(request(), "/top");
+    EXPECT_EQ(commands(), "RMD /top\r\nQUIT\r\n");
+}
+
+TEST_F(CFTPClientTreeTest, neverLeavesItsTree)
+{
+    serve("type=dir; .\r\ntype=dir; ..\r\ntype=dir; \r\ntype=file; a\r\n", {"250 gone", "250 gone"});
+    client().deleteDirWithAllContents(request(), "/top");
+    EXPECT_EQ(commands(), "DELE /top/a\r\nRMD /top\r\nQUIT\r\n");
+}
+
+TEST_F(CFTPClientTreeTest, isLeftAtTheFirstFailureAndPassesOverLinks)
+{
+    serve("type=file; a\r\ntype=OS.unix=slink:/x; l\r\ntype=file; b\r\ntype=file; c\r\n", {"250 gone", "550 no"});
+    const auto error = support::errorOf([this] { client().deleteDirWithAllContents(request(), "/top/"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getCode(), CURLE_QUOTE_ERROR);
+    EXPECT_EQ(commands().substr(0, 28), "DELE /top//a\r\nDELE /top//b\r\n");
+    EXPECT_EQ(m_control.received(0).find("RMD"), std::string::npos);
+}
+
+TEST_F(CFTPClientTreeTest, isUntouchedWhenItsListingCannotBeRead)
+{
+    serve("type=file; a\r\nbroken\r\n", {});
+    EXPECT_EQ(support::messageOf([this] { client().deleteDirWithAllContents(request(), "/top"); }),
+        "Invalid FTP dir entry: 'broken'");
+    EXPECT_EQ(commands(), "QUIT\r\n");
 }
 
 TEST_F(CFTPClientFaultTest, isATreeWithoutAnEnd)

@@ -1,5 +1,6 @@
 #include "norla/ftp/CFTPClient.h"
 
+#include "kx/base/CInvalidArgError.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/support/errorOf.h"
 
@@ -7,7 +8,9 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -170,6 +173,16 @@ TEST_F(CFTPClientTest, downloadsARange)
     EXPECT_EQ(rangeOf(5'000'000'000, 2), "RANGE=5000000000-5000000001");
     EXPECT_EQ(rangeOf(5, 0), "RANGE=5-4");
     EXPECT_EQ(rangeOf(5, -2), "RANGE=5-2");
+}
+
+TEST_F(CFTPClientTest, refusesARangeBeyond64Bits)
+{
+    constexpr long long most = std::numeric_limits<long long>::max();
+    constexpr long long least = std::numeric_limits<long long>::min();
+    for (const auto& [offset, length] : {std::pair{most, 2LL}, std::pair{least, -2LL}, std::pair{least, 0LL}})
+        EXPECT_THROW(optionsOf([&, first = offset, count = length](
+                                   auto& client) { client.prepareDownloadRequest(request(), "/f", first, count); }),
+            kx::CInvalidArgError);
 }
 
 TEST_F(CFTPClientTest, asksWhetherAPathExists)

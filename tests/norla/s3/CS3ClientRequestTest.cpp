@@ -66,11 +66,25 @@ TEST_F(CS3ClientRequestTest, goesToTheGivenHost)
 
 TEST_F(CS3ClientRequestTest, refusesAHostThatIsMoreThanAHost)
 {
-    for (const kx::String host : {"", "http://host", "host/", "user@host", "a host", "host?x", "host#x"})
+    for (const kx::String host : {"", "http://host", "host/", "a host", "host?x", "host#x"})
         EXPECT_EQ(support::messageOf([&host] { CS3Client("id", "secret", true, host); }),
             "Invalid argument passed to 'CS3Client::CS3Client': endpoint host must be a host name with or without a "
             "port, not '"
                 + host + "'.");
+}
+
+TEST_F(CS3ClientRequestTest, doesNotShowAPasswordThatStandsBeforeTheHost)
+{
+    EXPECT_EQ(support::messageOf([] { CS3Client("id", "secret", true, "user:password@host"); }),
+        "Invalid argument passed to 'CS3Client::CS3Client': endpoint host must be a host name with or without a port, "
+        "not "
+        "'***@host'.");
+}
+
+TEST_F(CS3ClientRequestTest, escapesTheBucketOfAListing)
+{
+    client().prepareListObjectsRequest(request(), "my b", "", "", "", -1);
+    EXPECT_EQ(path(), "/my%20b");
 }
 
 TEST_F(CS3ClientRequestTest, escapesNamesAsAWhole)

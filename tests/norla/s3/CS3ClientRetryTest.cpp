@@ -451,6 +451,21 @@ TEST_F(CS3ClientRetryTest, throwsTheErrorOfASinkAtOnce)
     EXPECT_EQ(log(), Lines());
 }
 
+/// Throws what is no error of the library.
+class CThrowingListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
+public:
+    void onNetRequestDone(norla::CNetRequest*, const kx::CError*) override { throw std::logic_error("not ours"); }
+};
+
+TEST_F(CS3ClientRetryTest, passesOnWhatIsNoErrorOfTheLibrary)
+{
+    request().setDoneListener(kx::newObj<CThrowingListener>().get());
+    answer(ok(""));
+    EXPECT_THROW(client().performRequest(request()), std::logic_error);
+    EXPECT_EQ(server().connectionCount(), 1u);
+    EXPECT_EQ(log(), Lines());
+}
+
 TEST_F(CS3ClientRetryTest, leavesTheRequestUsable)
 {
     answer(answerWith(403, errorDocument("AccessDenied")));

@@ -263,6 +263,16 @@ TEST_F(CS3ClientSigningTest, addsNothingForAURLThatCannotBeSigned)
     EXPECT_FALSE(request().getCustomHTTPHeaders());
 }
 
+TEST_F(CS3ClientSigningTest, leavesTheHeadersOfAURLThatCannotBeSignedAlone)
+{
+    request().setURL("https://host");
+    const auto headers = kx::newObj<CNetHeaders>();
+    headers->add("Date", "D");
+    request().setCustomHTTPHeaders(headers.get());
+    EXPECT_THROW(client().signRequest(&request()), kx::CError);
+    EXPECT_EQ(sentHeader("Authorization"), "(missing)");
+}
+
 TEST_F(CS3ClientSigningTest, signsWithTheSecretInUTF8)
 {
     request().setURL("https://host/b/k");
