@@ -58,7 +58,8 @@ kx::String domainOfURL(const kx::String& url)
 kx::String loginOf(const kx::String& proxy)
 {
     const size_t scheme = proxy.find("://");
-    const size_t start = scheme == kx::String::npos ? 0 : scheme + 3;
+    const bool hasScheme = scheme != kx::String::npos && proxy.find(L':') == scheme; // not one inside a password
+    const size_t start = hasScheme ? scheme + 3 : 0;
     const size_t at = proxy.rfind(L'@');
     return at == kx::String::npos || at < start ? kx::String() : proxy.substr(start, at + 1 - start);
 }

@@ -178,7 +178,7 @@ public:
     void setSendDataSize(long long size);
 
     /// As set; empty in a new request.
-    const kx::String& getURL() const noexcept { return m_url; }
+    kx::String getURL() const { return m_url; }
 
     /// The method that is sent: "GET" while none was set.
     kx::String getHTTPMethod() const;
