@@ -1,5 +1,7 @@
 #include "bench/CLoopbackServer.h"
 
+#include "bench/cores.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
@@ -104,6 +106,7 @@ std::string CLoopbackServer::url(const std::string& path) const
 
 void CLoopbackServer::acceptAll()
 {
+    useLastCore();
     while (!m_stopping) {
         const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection >= 0)

@@ -2,6 +2,7 @@
 #include "bench/CLoopbackServer.h"
 #include "bench/bareCurl.h"
 #include "bench/compare.h"
+#include "bench/cores.h"
 #include "norla/async/CAsyncNetRequestManager.h"
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetRequest.h"
@@ -18,7 +19,8 @@ namespace {
 using bench::check;
 using bench::Easy;
 
-constexpr int getCount = 20'000;
+constexpr int getCount = 2'000;
+constexpr int rounds = 51;
 constexpr int atOnce = 64;
 constexpr int latencyCount = 100;
 
@@ -192,8 +194,8 @@ bool compareManyGets(const std::string& url, const std::string& beside)
     const auto runManaged = [&managed] { managed.run(getCount); };
     // A rate of 0.95 is a time of 1 / 0.95.
     bool good = bench::compare(
-        {"20000 GETs, 64 at once, wall, " + beside, 1 / 0.95, 7, runBare, runManaged, &bench::wallSeconds});
-    good &= bench::compare({"20000 GETs, 64 at once, CPU, " + beside, 1.10, 7, runBare, runManaged});
+        {"2000 GETs, 64 at once, wall, " + beside, 1 / 0.95, rounds, runBare, runManaged, &bench::wallSeconds});
+    good &= bench::compare({"2000 GETs, 64 at once, CPU, " + beside, 1.10, rounds, runBare, runManaged});
     return good;
 }
 
@@ -316,6 +318,7 @@ int main()
 {
     try {
         kx::newObj<norla::CNetRequest>(); // initialises libcurl for both sides
+        bench::useFirstCore();
         bench::printHeading();
         const bench::CLoopbackServer server(1 << 30);
         bool good = compareManyGets<CBareTransfer>(server.url("/small"), "handles");

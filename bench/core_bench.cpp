@@ -2,6 +2,7 @@
 #include "bench/CLoopbackServer.h"
 #include "bench/bareCurl.h"
 #include "bench/compare.h"
+#include "bench/cores.h"
 #include "kx/streams/IInStream.h"
 #include "norla/core/CNetRequest.h"
 
@@ -163,6 +164,7 @@ int main()
 {
     try {
         kx::newObj<norla::CNetRequest>(); // initialises libcurl for both sides
+        bench::useFirstCore();
         bench::printHeading();
         bool good = true;
         {

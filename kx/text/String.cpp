@@ -43,11 +43,6 @@ String::String(const char8_t* utf8)
 {
 }
 
-String::String(std::wstring text) noexcept
-    : m_text(std::move(text))
-{
-}
-
 String String::fromUTF8(std::string_view utf8)
 {
     return String(decodeUTF8(utf8));

@@ -7,6 +7,7 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kx {
 
@@ -23,7 +24,10 @@ public:
     String(const wchar_t* text);     ///< null gives the empty text
     String(const char8_t* utf8);     ///< a u8"" literal; throws as fromUTF8()
     String(std::nullptr_t) = delete; ///< says nothing: use String()
-    explicit String(std::wstring text) noexcept;
+    explicit String(std::wstring text) noexcept
+        : m_text(std::move(text))
+    {
+    }
 
     /// @throws CError on bytes that are not UTF-8 (RFC 3629: also overlong forms, surrogates and beyond U+10FFFF), naming
     /// the position of the first such byte.
@@ -67,6 +71,9 @@ public:
 
     bool startsWith(const String& prefix) const noexcept { return m_text.starts_with(prefix.m_text); }
     bool endsWith(const String& suffix) const noexcept { return m_text.ends_with(suffix.m_text); }
+
+    /// Takes over another text, in the memory that this one has where that is enough.
+    void assign(std::wstring_view text) { m_text.assign(text); }
 
     /// Replaces every occurrence, from left to right, not looking again at what it put in. An empty `what` replaces nothing.
     [[nodiscard]] String replaceAll(const String& what, const String& replacement) const;

@@ -16,13 +16,24 @@ const wxMBConvStrictUTF8& converter()
     return instance;
 }
 
-// Looks at every character instead of stopping at the first that is not ASCII: that is one vector operation after the other.
-template <typename TUnsigned>
-bool isAllASCII(const auto& text) noexcept
+// These two look at every character instead of stopping at the first that is not ASCII: one vector operation after the other.
+bool isAllASCII(std::wstring_view text) noexcept
 {
-    TUnsigned bits = 0;
-    for (const auto character : text)
-        bits = static_cast<TUnsigned>(bits | static_cast<TUnsigned>(character));
+    char32_t bits = 0;
+    for (const wchar_t character : text)
+        bits |= static_cast<char32_t>(character);
+    return bits < 0x80;
+}
+
+bool widenASCII(std::string_view utf8, std::wstring& wide)
+{
+    wide.resize(utf8.size());
+    unsigned char bits = 0;
+    for (size_t i = 0; i < utf8.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(utf8[i]);
+        wide[i] = static_cast<wchar_t>(byte);
+        bits |= byte;
+    }
     return bits < 0x80;
 }
 
@@ -70,9 +81,9 @@ size_t firstBadByte(std::string_view utf8)
 
 std::wstring decodeUTF8(std::string_view utf8)
 {
-    if (isAllASCII<unsigned char>(utf8))
-        return std::wstring(utf8.begin(), utf8.end());
     std::wstring wide;
+    if (widenASCII(utf8, wide))
+        return wide;
     if (!convertStrictly(utf8, wide))
         throwNotUTF8(utf8);
     return wide;
@@ -80,7 +91,7 @@ std::wstring decodeUTF8(std::string_view utf8)
 
 std::string encodeUTF8(std::wstring_view text)
 {
-    if (isAllASCII<char32_t>(text)) {
+    if (isAllASCII(text)) {
         std::string ascii(text.size(), '\0');
         std::transform(
             text.begin(), text.end(), ascii.begin(), [](wchar_t character) { return static_cast<char>(character); });

@@ -7,13 +7,19 @@ namespace kx {
 /// The characters that trimming removes.
 inline constexpr std::wstring_view whiteSpace = L" \t\r\n\v\f";
 
+constexpr bool isWhiteSpace(wchar_t character) noexcept
+{
+    return character == L' ' || (character >= L'\t' && character <= L'\r');
+}
+
 /// The part of the text between its leading and its trailing white space. It points into what it was made from.
 constexpr std::wstring_view trimmed(std::wstring_view text) noexcept
 {
-    const auto first = text.find_first_not_of(whiteSpace);
-    if (first == std::wstring_view::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
+    while (!text.empty() && isWhiteSpace(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isWhiteSpace(text.back()))
+        text.remove_suffix(1);
+    return text;
 }
 
 } // namespace kx

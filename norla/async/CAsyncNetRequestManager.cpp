@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <sys/resource.h>
 
 namespace norla {
@@ -112,7 +113,9 @@ void CAsyncNetRequestManager::addRequest(CNetRequest* request)
         m_requests.reserve(std::max<size_t>(8, 2 * m_requests.size()));
     CURLMcode result = CURLM_OK;
     {
-        const CSigPipeBlock block; // the connections of earlier perform() calls may be closed here
+        std::optional<CSigPipeBlock> block;
+        if (request->hasOwnConnections())
+            block.emplace(); // they are closed here
         result = curl_multi_add_handle(m_multi, request->getEasyHandle());
     }
     check(result);
@@ -130,16 +133,20 @@ bool CAsyncNetRequestManager::removeRequest(CNetRequest* request)
 
 void CAsyncNetRequestManager::removeRequest(int index)
 {
-    const auto position = m_requests.begin() + index;
-    CURLMcode result = CURLM_OK;
+    kx::P<CNetRequest> removed;
     {
-        const CSigPipeBlock block; // the connection of a running transfer is closed here, and one that was only made
-        result = curl_multi_remove_handle(m_multi, (*position)->getEasyHandle());
+        const CSigPipeBlock block; // the connection of a running transfer is closed here
+        removed = takeOut(m_requests.begin() + index);
     }
-    check(result);
-    // Dropped last: with the last reference go sinks and listeners, whose destructors may come back to this manager.
-    const kx::P<CNetRequest> removed = std::move(*position);
+}
+
+// The caller drops the reference: with the last one go sinks and listeners, whose destructors may come back to this manager.
+kx::P<CNetRequest> CAsyncNetRequestManager::takeOut(RequestArray::iterator position)
+{
+    check(curl_multi_remove_handle(m_multi, (*position)->getEasyHandle()));
+    kx::P<CNetRequest> request = std::move(*position);
     m_requests.erase(position);
+    return request;
 }
 
 void CAsyncNetRequestManager::removeAllRequests()
@@ -202,9 +209,8 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
             [message](const kx::P<CNetRequest>& request) { return request->getEasyHandle() == message->easy_handle; });
         if (found == m_requests.end())
             continue;
-        const kx::P<CNetRequest> request = *found;
         const CURLcode result = message->data.result; // the message goes with the request
-        removeRequest(static_cast<int>(std::distance(m_requests.begin(), found)));
+        const kx::P<CNetRequest> request = takeOut(found);
         ++count;
         request->setAsyncInfo(true, result);
         if (finished)

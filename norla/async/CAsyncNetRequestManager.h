@@ -65,6 +65,7 @@ public:
 private:
     struct CDescriptorSets;
 
+    kx::P<CNetRequest> takeOut(RequestArray::iterator position);
     bool mayMissDescriptors(const CDescriptorSets& sets) const;
 
     CURLM* const m_multi;

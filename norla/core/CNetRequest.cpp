@@ -212,6 +212,7 @@ void CNetRequest::performOnce()
     CURLcode result = CURLE_OK;
     {
         const CSigPipeBlock block;
+        m_hasOwnConnections = true;
         result = curl_easy_perform(m_easyHandle.get());
     }
     noticeUnsentMail(result);

@@ -248,6 +248,10 @@ public:
     /// For the asynchronous manager. Owned by this object.
     CURL* getEasyHandle() const noexcept { return m_easyHandle.get(); }
 
+    /// For the asynchronous manager: whether connections of earlier perform() calls may be open. libcurl closes them when a
+    /// multi handle takes the request.
+    bool hasOwnConnections() const noexcept { return m_hasOwnConnections; }
+
 private:
     struct CEasyCleanup {
         void operator()(CURL* handle) const noexcept;
@@ -307,6 +311,7 @@ private:
     kx::P<CNetHeaders> m_customHeaders;
     kx::String m_httpMethod;
     bool m_upload = false;
+    bool m_hasOwnConnections = false;
     bool m_sendDataWasRead = false; // during the current transfer, or tried to
     CHeaderAssembler m_headerAssembler;
     kx::String m_statusLine;

@@ -15,7 +15,10 @@ CHeaderAssembler::~CHeaderAssembler() = default;
 
 void CHeaderAssembler::reset()
 {
-    m_headerMap.clear();
+    if (!m_headerMap.empty()) {
+        m_spareEntries.swap(m_headerMap);
+        m_headerMap.clear();
+    }
     m_lastValue = nullptr;
     m_finished = false;
 }
@@ -31,7 +34,7 @@ void CHeaderAssembler::handleHeaderLine(const kx::String& line)
         return;
     if (line.toWide() == L"\r\n")
         finish();
-    else if (!line.isEmpty() && kx::whiteSpace.find(line[0]) != std::wstring_view::npos)
+    else if (!line.isEmpty() && kx::isWhiteSpace(line[0]))
         continueHeader(line);
     else
         startHeader(line);
@@ -47,14 +50,24 @@ void CHeaderAssembler::finish()
 void CHeaderAssembler::startHeader(const kx::String& line)
 {
     const auto [name, value] = splitHeaderEntry(line.toWide());
-    kx::String text{std::wstring(value)};
-    // What is not inserted is not moved from.
-    const auto [entry, isNew] = m_headerMap.try_emplace(kx::String(std::wstring(name)).toLower(), std::move(text));
-    if (!isNew && entry->second.isEmpty())
-        entry->second = std::move(text);
-    else if (!isNew)
-        entry->second += "," + text;
-    m_lastValue = &entry->second;
+    m_name.assign(name);
+    m_name = std::move(m_name).toLower();
+    const auto place = m_headerMap.lower_bound(m_name);
+    const bool isNew = place == m_headerMap.end() || place->first != m_name;
+    kx::String& stored = isNew ? newEntry(place) : place->second;
+    if (isNew || stored.isEmpty())
+        stored.assign(value);
+    else
+        stored += "," + kx::String(std::wstring(value));
+    m_lastValue = &stored;
+}
+
+// The answers of a server have much the same headers: an entry of the last one spares its allocations.
+kx::String& CHeaderAssembler::newEntry(Map::const_iterator place)
+{
+    Map::node_type spare = m_spareEntries.extract(m_name);
+    const auto entry = spare ? m_headerMap.insert(place, std::move(spare)) : m_headerMap.try_emplace(place, m_name);
+    return entry->second;
 }
 
 void CHeaderAssembler::continueHeader(const kx::String& line)

@@ -34,11 +34,16 @@ public:
     void setServerInfoToUpdate(CServerInfo* serverInfo);
 
 private:
+    using Map = kx::TMap<kx::String, kx::String>;
+
     void finish();
     void startHeader(const kx::String& line);
+    kx::String& newEntry(Map::const_iterator place);
     void continueHeader(const kx::String& line);
 
-    kx::TMap<kx::String, kx::String> m_headerMap;
+    Map m_headerMap;
+    Map m_spareEntries;                // of the last response, those that this one has not used again
+    kx::String m_name;                 // of the last line that began a header
     kx::String* m_lastValue = nullptr; // in the map, of the last line that began a header
     bool m_finished = false;
     kx::P<CServerInfo> m_serverInfoToUpdate;

@@ -4,19 +4,21 @@
 #include "kx/text/numbers.h"
 #include "norla/s3/CS3Document.h"
 
+using std::string_view_literals::operator""sv;
+
 namespace norla {
 
 CS3ListObjectsElement::CS3ListObjectsElement(const wxXmlNode* contentsNode)
 {
     CS3Document::forEachElement(*contentsNode, [this](const wxXmlNode& element) {
         const std::wstring_view name = CS3Document::nameOf(element);
-        if (name == L"Key")
+        if (name == L"Key"sv)
             m_key = CS3Document::textOf(element);
-        else if (name == L"LastModified")
+        else if (name == L"LastModified"sv)
             m_lastModified = CS3Document::textOf(element);
-        else if (name == L"ETag")
+        else if (name == L"ETag"sv)
             m_eTag = CS3Document::textOf(element);
-        else if (name == L"Size")
+        else if (name == L"Size"sv)
             m_size = kx::parseInt64(CS3Document::contentOf(element), false);
     });
     if (m_key.isEmpty())

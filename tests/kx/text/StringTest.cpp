@@ -218,6 +218,15 @@ TEST(StringTest, lowersASCIILettersAlone)
     EXPECT_EQ(String(L"AZ[@`az\u00C4\u0130").toLower(), L"az[@`az\u00C4\u0130");
 }
 
+TEST(StringTest, takesOverAnotherText)
+{
+    String text = "before";
+    text.assign(L"\u00E4fter");
+    EXPECT_EQ(text, L"\u00E4fter");
+    text.assign(std::wstring_view(text.toWide()).substr(1));
+    EXPECT_EQ(text, "fter");
+}
+
 TEST(StringTest, knowsHowItStartsAndEnds)
 {
     EXPECT_TRUE(String("abc").startsWith("ab"));

@@ -36,6 +36,16 @@ TEST_F(CNetRequestTest, answersTheResponseCode)
     EXPECT_EQ(request().getResponseCode(), 204);
 }
 
+TEST_F(CNetRequestTest, mayHaveConnectionsOfItsOwnOnceItWasPerformed)
+{
+    EXPECT_FALSE(request().hasOwnConnections());
+    answer(ok("hello"));
+    performPath();
+    EXPECT_TRUE(request().hasOwnConnections());
+    request().reset();
+    EXPECT_TRUE(request().hasOwnConnections());
+}
+
 TEST_F(CNetRequestTest, answersStatistics)
 {
     answer(ok("hello"));

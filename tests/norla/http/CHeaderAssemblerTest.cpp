@@ -128,6 +128,25 @@ TEST_F(CHeaderAssemblerTest, startsAgainAfterReset)
     EXPECT_EQ(map(), (Map{{"x-b", "b"}}));
 }
 
+TEST_F(CHeaderAssemblerTest, keepsNoValueOfTheLastResponse)
+{
+    handle({"X-A: long enough to be on the heap\r\n", "X-B: b\r\n", "\r\n"});
+    m_assembler.reset();
+    handle({"X-C: c\r\n", "x-a: new\r\n", "X-A: more\r\n", "X-B:\r\n", " folded\r\n"});
+    EXPECT_EQ(map(), (Map{{"x-a", "new,more"}, {"x-b", " folded"}, {"x-c", "c"}}));
+}
+
+TEST_F(CHeaderAssemblerTest, isEmptyAfterAResponseWithoutHeaders)
+{
+    handle({"X-A: a\r\n", "\r\n"});
+    m_assembler.reset();
+    handle({"\r\n"});
+    m_assembler.reset();
+    EXPECT_EQ(map(), Map());
+    handle({"X-A: b\r\n"});
+    EXPECT_EQ(map(), (Map{{"x-a", "b"}}));
+}
+
 TEST_F(CHeaderAssemblerTest, tellsTheServerInfoAtTheEmptyLineOnly)
 {
     const auto info = kx::newObj<norla::CServerInfo>();
