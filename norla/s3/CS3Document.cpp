@@ -1,7 +1,7 @@
 #include "norla/s3/CS3Document.h"
 
 #include "kx/base/CError.h"
-#include "norla/s3/harmlessXML.h"
+#include "norla/s3/quietXML.h"
 
 #include <wx/mstream.h>
 #include <wx/xml/xml.h>
@@ -18,12 +18,9 @@ namespace {
 
 std::unique_ptr<wxXmlDocument> loaded(const char* data, size_t size)
 {
-    if (!isHarmlessXML(data, size))
-        return nullptr;
     auto document = std::make_unique<wxXmlDocument>();
     wxMemoryInputStream bytes(data, size);
-    // White space is kept: the name of an object may consist of blanks.
-    if (!document->Load(bytes, wxS("UTF-8"), wxXMLDOC_KEEP_WHITESPACE_NODES))
+    if (!loadQuietly(*document, bytes))
         return nullptr;
     return document;
 }

@@ -15,7 +15,7 @@ namespace norla {
 /// An XML document that the service sent.
 class CS3Document {
 public:
-    /// Loads it. wxWidgets is never shown anything that it would complain about in its own log.
+    /// Loads it, as loadQuietly() does.
     /// @param title what messages call the document, such as "error response"
     /// @throws kx::CError "Error parsing Amazon S3 " + title + ": invalid XML." or "...: no root element."
     CS3Document(const char* data, size_t size, const kx::String& title);

@@ -4,21 +4,19 @@
 #include "kx/text/numbers.h"
 #include "norla/s3/CS3Document.h"
 
-using std::string_view_literals::operator""sv;
-
 namespace norla {
 
 CS3ListObjectsElement::CS3ListObjectsElement(const wxXmlNode* contentsNode)
 {
     CS3Document::forEachElement(*contentsNode, [this](const wxXmlNode& element) {
         const std::wstring_view name = CS3Document::nameOf(element);
-        if (name == L"Key"sv)
+        if (name == L"Key")
             m_key = CS3Document::textOf(element);
-        else if (name == L"LastModified"sv)
+        else if (name == L"LastModified")
             m_lastModified = CS3Document::textOf(element);
-        else if (name == L"ETag"sv)
+        else if (name == L"ETag")
             m_eTag = CS3Document::textOf(element);
-        else if (name == L"Size"sv)
+        else if (name == L"Size")
             m_size = kx::parseInt64(CS3Document::contentOf(element), false);
     });
     if (m_key.isEmpty())

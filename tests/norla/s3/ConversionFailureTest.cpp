@@ -1,4 +1,5 @@
 // What happens when memory is too short for the text of a long answer. A program of its own, because it replaces operator new.
+#include "norla/s3/CS3ErrorResponse.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
@@ -48,6 +49,22 @@ TEST_F(S3ConversionFailureTest, isLoggedInPlaceOfTheAnswer)
     EXPECT_FALSE(thrown);
     EXPECT_EQ(log.lines(),
         std::vector<std::string>{"error: Error converting S3 response data to string object.: std::bad_alloc"});
+}
+
+TEST_F(S3ConversionFailureTest, isPassedOnFromTheParserOfADocument)
+{
+    const std::string longText(1 << 20, 'x');
+    for (const std::string& document : {"<Error><Message>" + longText + "</Message></Error>", "<" + longText + "/>"}) {
+        bool failed = false;
+        largestAllocation = 1 << 19;
+        try {
+            norla::CS3ErrorResponse(document.data(), static_cast<int>(document.size()));
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+        largestAllocation = std::numeric_limits<size_t>::max();
+        EXPECT_TRUE(failed);
+    }
 }
 
 } // namespace
