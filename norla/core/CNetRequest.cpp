@@ -201,10 +201,10 @@ void CNetRequest::perform()
     try {
         performOnce();
     } catch (const kx::CError& error) {
-        tellDoneAfterFailure(error);
+        tellDoneAfterFailure(m_doneListener.get(), error);
         throw;
     }
-    tellDone(nullptr);
+    tellDone(m_doneListener.get(), nullptr);
 }
 
 void CNetRequest::performOnce()
@@ -239,18 +239,18 @@ void CNetRequest::noticeUnsentMail(CURLcode result)
 }
 
 // The listener may reset the request, and with it drop the request's reference to the listener.
-void CNetRequest::tellDone(const kx::CError* error)
+void CNetRequest::tellDone(IDoneListener* listener, const kx::CError* error)
 {
-    const kx::P<IDoneListener> listener = m_doneListener;
-    if (listener)
-        listener->onNetRequestDone(this, error);
+    const kx::P<IDoneListener> kept(listener);
+    if (kept)
+        kept->onNetRequestDone(this, error);
 }
 
-// The transfer's error is the one that the caller must get, whatever the listener does.
-void CNetRequest::tellDoneAfterFailure(const kx::CError& error) noexcept
+// The failure's error is the one that the caller must get, whatever the listener does.
+void CNetRequest::tellDoneAfterFailure(IDoneListener* listener, const std::exception& error) noexcept
 {
     try {
-        tellDone(&error);
+        tellDone(listener, kx::CStdExceptionError::exceptionToError(error).get());
     } catch (const std::exception& listenerError) {
         kx::logError(listenerError, "A done listener has thrown after a failed transfer (ignored).", "");
     }
@@ -679,23 +679,26 @@ kx::String CNetRequest::getServerErrorMessageFromResponseData(
 
 void CNetRequest::setAsyncInfo(bool done, CURLcode result)
 {
+    if (!done) {
+        const kx::CMutexLock lock(m_asyncMutex);
+        prepareAsync(result);
+        return;
+    }
     kx::P<IDoneListener> listener;
     kx::P<kx::CError> failure;
-    {
+    try {
         const kx::CMutexLock lock(m_asyncMutex);
-        if (!done) {
-            prepareAsync(result);
-            return;
-        }
         // Whoever waits may use the request the moment the signal is set: that comes last, whatever is thrown here.
         const CSetAtEnd setAtEnd(*m_asyncDoneSignal);
-        recordAsyncResult(result);
         listener = m_doneListener;
+        recordAsyncResult(result);
         if (listener)
             failure = asyncFailure();
+    } catch (const std::exception& error) {
+        tellDoneAfterFailure(listener.get(), error);
+        throw;
     }
-    if (listener)
-        listener->onNetRequestDone(this, failure.get());
+    tellDone(listener.get(), failure.get());
 }
 
 void CNetRequest::prepareAsync(CURLcode result)

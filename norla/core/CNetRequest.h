@@ -235,6 +235,8 @@ public:
 
     /// Called by the asynchronous manager: with (false, CURLE_OK) when it takes the request, with (true, result) at the end.
     /// The second sets the done signal, as the last it does to this object, and then calls the listener.
+    /// @throws for the first as resetForPerform(); for the second what the listener throws, and CCURLError or std::bad_alloc
+    /// when the end cannot be recorded: the listener is told that error before, and checkAsyncResult() throws one
     void setAsyncInfo(bool done, CURLcode result);
 
     /// Throws the error with which the asynchronous transfer ended; does nothing after a success or while it runs.
@@ -277,8 +279,8 @@ private:
     void recordAsyncResult(CURLcode result);
     void throwAsyncFailure();
     kx::P<kx::CError> asyncFailure();
-    void tellDone(const kx::CError* error);
-    void tellDoneAfterFailure(const kx::CError& error) noexcept;
+    void tellDone(IDoneListener* listener, const kx::CError* error);
+    void tellDoneAfterFailure(IDoneListener* listener, const std::exception& error) noexcept;
 
     size_t writeHandler(char* data, size_t size, size_t count) noexcept;
     size_t readHandler(char* buffer, size_t size, size_t count) noexcept;

@@ -1,18 +1,23 @@
-// Counts what the library allocates while a body passes through it. A program of its own, because it replaces operator new.
+// Counts what the library allocates while a body passes through it, and lets an allocation fail. A program of its own, because it
+// replaces operator new.
 #include "tests/norla/core/CRequestFixture.h"
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
 thread_local long allocations = 0;
+thread_local bool nextOneFails = false;
 
 } // namespace
 
 void* operator new(size_t size)
 {
     ++allocations;
+    if (std::exchange(nextOneFails, false))
+        throw std::bad_alloc();
     if (void* const block = std::malloc(size))
         return block;
     throw std::bad_alloc();
@@ -64,6 +69,16 @@ public:
     std::vector<long> m_notes;
 };
 
+class CErrorListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
+public:
+    void onNetRequestDone(norla::CNetRequest*, const kx::CError* error) override
+    {
+        m_error = error ? error->getMessage() : "success";
+    }
+
+    kx::String m_error;
+};
+
 class AllocationTest : public CRequestFixture {};
 
 TEST_F(AllocationTest, isNoneForABlockOfBody)
@@ -89,6 +104,17 @@ TEST_F(AllocationTest, isNoneForABlockThatIsSent)
     performPath();
     ASSERT_GE(source->m_notes.size(), 10u);
     EXPECT_EQ(source->m_notes.front(), source->m_notes.back());
+}
+
+TEST_F(AllocationTest, failsAndTheListenerIsToldThatTheEndCannotBeRecorded)
+{
+    const auto listener = kx::newObj<CErrorListener>();
+    request().setURL(server().url().c_str());
+    request().setDoneListener(listener.get());
+    request().setAsyncInfo(false, CURLE_OK);
+    nextOneFails = true;
+    EXPECT_THROW(request().setAsyncInfo(true, CURLE_OK), std::bad_alloc);
+    EXPECT_EQ(listener->m_error, "std::bad_alloc");
 }
 
 } // namespace

@@ -1,7 +1,10 @@
 // The asynchronous side of a request, driven by hand as a manager drives it.
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/CLogRecorder.h"
+#include "tests/support/errorOf.h"
 
+#include <future>
 #include <optional>
 
 namespace {
@@ -16,6 +19,25 @@ public:
 
     std::vector<kx::String> m_calls;
     bool m_wasDone = false;
+};
+
+/// Lets another thread look at the result while it is told.
+class CLookingListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
+public:
+    void onNetRequestDone(norla::CNetRequest* request, const kx::CError*) override
+    {
+        m_look = std::async(
+            std::launch::async, [request] { support::errorOf([request] { request->checkAsyncResult(); }); });
+        m_couldLook = m_look.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    }
+
+    std::future<void> m_look;
+    bool m_couldLook = false;
+};
+
+class CThrowingListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
+public:
+    void onNetRequestDone(norla::CNetRequest*, const kx::CError*) override { throw kx::CError("listener failed"); }
 };
 
 class CThrowingSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
@@ -39,12 +61,17 @@ protected:
 
     kx::P<kx::CError> result()
     {
-        try {
-            request().checkAsyncResult();
-        } catch (const kx::CError& error) {
-            return error.clone();
-        }
-        return nullptr;
+        return support::errorOf([this] { request().checkAsyncResult(); });
+    }
+
+    /// What is thrown at an end whose status libcurl does not tell.
+    kx::P<kx::CError> failureToRecord()
+    {
+        support::CCurlCalls calls;
+        request().setURL(server().url().c_str());
+        request().setAsyncInfo(false, CURLE_OK);
+        calls.fail("curl_easy_getinfo");
+        return support::errorOf([this] { request().setAsyncInfo(true, CURLE_OK); });
     }
 };
 
@@ -181,16 +208,48 @@ TEST_F(CNetRequestAsyncTest, forgetsTheLastErrorTextWhenItIsQueued)
     EXPECT_EQ(result()->getMessage(), "Failure when receiving data from the peer (response code: http 200)");
 }
 
+TEST_F(CNetRequestAsyncTest, throwsTheErrorThatKeepsItsEndFromBeingRecorded)
+{
+    const auto error = failureToRecord();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_BAD_FUNCTION_ARGUMENT);
+}
+
 TEST_F(CNetRequestAsyncTest, isDoneAlsoWhenItsEndCannotBeRecorded)
 {
-    support::CCurlCalls calls;
-    request().setURL(server().url().c_str());
-    request().setAsyncInfo(false, CURLE_OK);
-    calls.fail("curl_easy_getinfo");
-    EXPECT_THROW(request().setAsyncInfo(true, CURLE_OK), norla::CCURLError);
+    failureToRecord();
     EXPECT_TRUE(request().isAsyncDone());
-    calls.succeed();
     EXPECT_NE(result(), nullptr); // not a success
+}
+
+TEST_F(CNetRequestAsyncTest, tellsTheListenerWhyItsEndCannotBeRecordedOnceItIsDone)
+{
+    const auto listener = kx::newObj<CAsyncListener>();
+    request().setDoneListener(listener.get());
+    const auto error = failureToRecord();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(listener->m_calls, std::vector<kx::String>{error->getMessage()});
+    EXPECT_TRUE(listener->m_wasDone);
+}
+
+TEST_F(CNetRequestAsyncTest, letsOthersLookAtTheResultWhileTheListenerIsToldThatItsEndCannotBeRecorded)
+{
+    const auto listener = kx::newObj<CLookingListener>();
+    request().setDoneListener(listener.get());
+    failureToRecord();
+    EXPECT_TRUE(listener->m_couldLook);
+}
+
+TEST_F(CNetRequestAsyncTest, throwsWhyItsEndCannotBeRecordedAlthoughTheListenerThrows)
+{
+    const support::CLogRecorder log;
+    request().setDoneListener(kx::newObj<CThrowingListener>().get());
+    const auto error = failureToRecord();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_BAD_FUNCTION_ARGUMENT);
+    EXPECT_EQ(log.lines(),
+        std::vector<std::string>{
+            "error: A done listener has thrown after a failed transfer (ignored).: listener failed"});
 }
 
 TEST_F(CNetRequestAsyncTest, hasNoErrorWhileItIsQueued)
