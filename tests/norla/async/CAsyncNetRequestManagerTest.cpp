@@ -7,6 +7,7 @@
 #include "tests/norla/async/CAsyncFixture.h"
 #include "tests/support/CFullProcess.h"
 #include "tests/support/CLogRecorder.h"
+#include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
 
 #include <arpa/inet.h>
@@ -502,6 +503,36 @@ TEST_F(CAsyncNetRequestManagerTest, tellsAStatusOf404AsAFailure)
     EXPECT_EQ(resultOf(request), "HTTP response code said error (response code: http 404)");
 }
 
+TEST_F(CAsyncNetRequestManagerTest, tellsTheResultOfItsOwnOfARequestThatWasPerformedBefore)
+{
+    answer(ok("performed"));
+    answer("HTTP/1.1 404 Not Found\r\nContent-Length: 7\r\n\r\nmissing");
+    const auto request = newRequest();
+    request->perform();
+    add(request);
+    finish(1);
+    EXPECT_EQ(resultOf(request), "HTTP response code said error (response code: http 404)");
+    EXPECT_EQ(bodyOf(request), "missing");
+}
+
+TEST_F(CAsyncNetRequestManagerTest, runsARequestThatHasPerformedOverTLS)
+{
+    const auto& certificates = support::CTestCertificates::get();
+    for (const char* const body : {"performed", "managed"})
+        server()
+            .onConnection()
+            .startTLS(certificates.serverCertificate(), certificates.serverKey())
+            .readHead()
+            .send(ok(body));
+    const auto request = requestTo(server().url("/", "https"));
+    request->setRootCertBundlePath(certificates.caFile().c_str());
+    request->perform();
+    add(request);
+    finish(1);
+    EXPECT_EQ(resultOf(request), "success");
+    EXPECT_EQ(bodyOf(request), "managed");
+}
+
 TEST_F(CAsyncNetRequestManagerTest, tellsTwoEndsOfOneStepInOneCall)
 {
     const std::vector<Request> requests = {add(badRequest()), add(badRequest())};
@@ -577,7 +608,7 @@ TEST_F(CAsyncNetRequestManagerTest, throwsWhenLibcurlFailsAsAWhole)
     expectRequests({request});
 }
 
-TEST_F(CAsyncNetRequestManagerTest, tellsAnEndThatLibcurlDidNotLetGoLater)
+TEST_F(CAsyncNetRequestManagerTest, keepsARequestThatLibcurlDoesNotLetGoAtItsEndAndTellsNothing)
 {
     const auto request = add(badRequest());
     m_calls.fail("curl_multi_remove_handle", 0, 1);

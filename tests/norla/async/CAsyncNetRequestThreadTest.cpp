@@ -38,6 +38,31 @@ private:
     const std::function<void()> m_action;
 };
 
+/// Counts the references that are taken to it, also those that are gone.
+class CCountingRequest : public CNetRequest {
+public:
+    void addRef() const noexcept override
+    {
+        CNetRequest::addRef();
+        ++m_taken;
+    }
+
+    mutable std::atomic<int> m_taken{0};
+};
+
+/// Runs the test's own code when it goes.
+class CActionAtEnd : public kx::CBase {
+public:
+    explicit CActionAtEnd(std::function<void()> action)
+        : m_action(std::move(action))
+    {
+    }
+    ~CActionAtEnd() override { m_action(); }
+
+private:
+    const std::function<void()> m_action;
+};
+
 /// Writes down what its hooks see.
 class CHookedThread : public CAsyncNetRequestThread {
 public:
@@ -486,6 +511,24 @@ TEST_F(CAsyncNetRequestThreadTest, carriesOutARemovalOfBeforeTheStartAfterIt)
     EXPECT_EQ(server().connectionCount(), 0U); // withdrawn in the same pass
 }
 
+TEST_F(CAsyncNetRequestThreadTest, carriesOutRemovalsNewestFirst)
+{
+    std::vector<int> order;
+    std::atomic<int> gone{0};
+    for (int i = 0; i < 3; ++i) {
+        const auto request = badRequest();
+        request->keepObject(kx::newObj<CActionAtEnd>([&order, &gone, i] {
+            order.push_back(i);
+            ++gone;
+        }).get());
+        thread().addRequest(request.get());
+        thread().removeRequest(request.get()); // gets the last reference to it
+    }
+    thread().start();
+    EXPECT_TRUE(waitUntil([&gone] { return gone == 3; }));
+    EXPECT_EQ(order, (std::vector<int>{2, 1, 0}));
+}
+
 TEST_F(CAsyncNetRequestThreadTest, releasesRemovalsThatItNeverCarriesOut)
 {
     const auto gone = std::make_shared<std::atomic<bool>>(false);
@@ -736,6 +779,26 @@ TEST_F(CAsyncNetRequestThreadTest, releasesACallerWhoWaitsForARemovalThatFails)
     EXPECT_FALSE(thread().removeRequest(request.get()));
     EXPECT_FALSE(thread().isAlive());
     EXPECT_EQ(m_calls.countOf("curl_multi_remove_handle"), 2); // once more as the manager goes
+}
+
+TEST_F(CAsyncNetRequestThreadTest, releasesACallerWhoseRemovalIsNotTakenUpAnyMore)
+{
+    server().onConnection().readHead().stall();
+    const auto request = kx::newObj<CCountingRequest>();
+    request->setURL(server().url().c_str());
+    std::promise<void> running;
+    const auto progress = kx::newObj<CActionProgress>([&request, &running] {
+        const int before = request->m_taken;
+        running.set_value();
+        EXPECT_TRUE(waitUntil([&request, before] { return request->m_taken > before; })); // by the removal
+        throw kx::CError("progress failed");
+    });
+    replaceThread(kx::newObj<CAsyncNetRequestThread>(progress.get()).get());
+    thread().addRequest(request.get());
+    thread().start();
+    running.get_future().wait();
+    EXPECT_FALSE(thread().removeRequest(request.get()));
+    EXPECT_FALSE(thread().isAlive());
 }
 
 TEST_F(CAsyncNetRequestThreadTest, leavesTheMultiHandleWhenNothingCanBeWithdrawn)
