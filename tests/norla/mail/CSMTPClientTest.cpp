@@ -2,6 +2,7 @@
 
 #include "kx/base/CInvalidArgError.h"
 #include "kx/streams/CBufferStream.h"
+#include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetRequest.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/mail/mimeBytes.h"
@@ -723,6 +724,49 @@ TEST_F(CSMTPClientTest, tellsNobodyThePassword)
     for (const char* const secret : {"open sesame", "b3BlbiBzZXNhbW", "AHVzZXIAb3BlbiBzZXNhbWU"}) // also in Base64
         EXPECT_EQ(told.find(secret), std::string::npos) << told;
     EXPECT_EQ(received(), "AUTH PLAIN\r\nAHVzZXIAb3BlbiBzZXNhbWU=\r\n");
+}
+
+// Requests that a thread runs.
+
+class CSMTPClientBackgroundTest : public CSMTPClientTest {
+protected:
+    /// What the transfer ends with, null for a success.
+    kx::P<kx::CError> failureOf(const Recipients& recipients)
+    {
+        const auto request = kx::newObj<norla::CNetRequest>();
+        CSMTPClient::makeSendMailRequest(
+            *request, params(), "a@x", recipients, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+        const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
+        thread->addRequest(request.get());
+        thread->start();
+        EXPECT_TRUE(request->waitAsyncDone(20'000));
+        return errorOf([&request] { request->checkAsyncResult(); });
+    }
+};
+
+TEST_F(CSMTPClientBackgroundTest, sendsAMail)
+{
+    takeMail();
+    EXPECT_EQ(failureOf({"b@x"}), nullptr);
+    EXPECT_EQ(received(), std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n");
+}
+
+TEST_F(CSMTPClientBackgroundTest, tellsWhatTheServerSaidToARefusedRecipient)
+{
+    greet().readUntil("\r\n").send("250 sender\r\n").readUntil("\r\n").send("550 no such\r\n").closeHard();
+    const auto error = failureOf({"b@x"});
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: RCPT failed: 550 (response code: smtp 550)");
+    EXPECT_EQ(error->getProps().get("serverMessage"), "550 no such\r\n");
+}
+
+TEST_F(CSMTPClientBackgroundTest, tellsThatThereAreNoRecipients)
+{
+    greet().readUntil("HELP\r\n").send("214 I know many commands\r\n").readUntil("QUIT\r\n");
+    const auto error = failureOf({});
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: the message has no recipients and was not sent");
+    EXPECT_EQ(received(), "HELP\r\nQUIT\r\n");
 }
 
 // The text of a date.
