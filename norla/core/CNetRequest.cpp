@@ -64,6 +64,16 @@ kx::String loginOf(const kx::String& proxy)
     return at == kx::String::npos || at < start ? kx::String() : proxy.substr(start, at + 1 - start);
 }
 
+// libcurl quotes the text of a proxy that it cannot make sense of, as far as the 256 bytes of an error text reach.
+kx::String withoutLogin(const kx::String& message, const kx::String& login)
+{
+    constexpr size_t unmistakable = 16;
+    const size_t start = message.find(login.substr(0, unmistakable));
+    if (login.isEmpty() || start == kx::String::npos)
+        return message;
+    return message.substr(0, start) + "***@" + message.substr(start + login.size());
+}
+
 int clampedToInt(long long value) noexcept
 {
     return static_cast<int>(
@@ -155,7 +165,7 @@ void CNetRequest::reset()
     m_ftpPreCommands = nullptr;
     m_ftpPostCommands = nullptr;
     m_keptObjects.clear();
-    m_proxyLogin = kx::String();
+    m_proxyLogins.clear();
     resetForPerform();
     setDefaultOptions();
 }
@@ -288,6 +298,8 @@ void CNetRequest::setOptionString(CURLoption option, const kx::String& value)
     if (bytes.find('\0') != std::string::npos)
         throw kx::CInvalidArgError("text contains a zero character", "CNetRequest::setOptionString");
     setOption(option, bytes.c_str());
+    if (option == CURLOPT_PROXY || option == CURLOPT_PRE_PROXY)
+        m_proxyLogins[option] = loginOf(value);
 }
 
 void CNetRequest::setURL(const kx::String& url)
@@ -421,7 +433,6 @@ void CNetRequest::setUserPassword(const kx::String& password)
 
 void CNetRequest::setProxy(const kx::String& proxy)
 {
-    m_proxyLogin = loginOf(proxy);
     setOptionString(CURLOPT_PROXY, proxy);
 }
 
@@ -624,7 +635,7 @@ kx::String CNetRequest::urlEscape(const kx::String& text)
 kx::String CNetRequest::getErrorMessage()
 {
     try {
-        return withoutProxyLogin(kx::String::fromUTF8(m_errorBuffer.getData()));
+        return withoutProxyLogins(kx::String::fromUTF8(m_errorBuffer.getData()));
     } catch (const kx::CError& error) {
         kx::logError(
             error, "A CURL function has failed, but the CURL error buffer does not contain valid UTF8 data.", "");
@@ -632,14 +643,11 @@ kx::String CNetRequest::getErrorMessage()
     }
 }
 
-// libcurl quotes the text of a proxy that it cannot make sense of, as far as the 256 bytes of an error text reach.
-kx::String CNetRequest::withoutProxyLogin(const kx::String& message) const
+kx::String CNetRequest::withoutProxyLogins(kx::String message) const
 {
-    constexpr size_t unmistakable = 16;
-    const size_t start = message.find(m_proxyLogin.substr(0, unmistakable));
-    if (m_proxyLogin.isEmpty() || start == kx::String::npos)
-        return message;
-    return message.substr(0, start) + "***@" + message.substr(start + m_proxyLogin.size());
+    for (const auto& [option, login] : m_proxyLogins)
+        message = withoutLogin(message, login);
+    return message;
 }
 
 void CNetRequest::throwError(

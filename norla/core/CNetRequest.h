@@ -294,7 +294,7 @@ private:
 
     kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode);
     kx::String getLastResponseLine();
-    kx::String withoutProxyLogin(const kx::String& message) const;
+    kx::String withoutProxyLogins(kx::String message) const;
 
     std::unique_ptr<CURL, CEasyCleanup> m_easyHandle;
     kx::P<Buffer> m_defaultReceiveBuffer;
@@ -324,8 +324,8 @@ private:
     bool m_isHTTP = false;
     kx::TList<kx::P<kx::IBase>> m_keptObjects;
     kx::P<IDoneListener> m_doneListener;
-    kx::P<kx::CError> m_callbackError; // the first one of the current transfer
-    kx::String m_proxyLogin;           // "user:password@" of the proxy's text
+    kx::P<kx::CError> m_callbackError;              // the first one of the current transfer
+    kx::TMap<CURLoption, kx::String> m_proxyLogins; // "user:password@" of each proxy's text
 };
 
 /// Takes a response body, block by block.

@@ -1,4 +1,5 @@
 // What a person is told when a transfer fails.
+#include "kx/base/CInvalidArgError.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CLogRecorder.h"
@@ -366,6 +367,37 @@ TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyThatIsTooLongForTheMessage)
     request().setURL("http://unknown.invalid/");
     request().setProxy("htp://user:" + kx::String(std::wstring(300, L's')) + "@h:1");
     EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@");
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyThatIsSetAsAnOption)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setOptionString(CURLOPT_PROXY, "htp://user:secret@h:1");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:1'");
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAPreProxy)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setOptionString(CURLOPT_PRE_PROXY, "htp://user:secret@h:1");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:1'");
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyBeforeWhichThereIsAnother)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("htp://user:secret@h:1");
+    request().setOptionString(CURLOPT_PRE_PROXY, "socks5://other:login@h:2");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:1'");
+}
+
+TEST_F(CNetRequestErrorTest, stillHidesTheLoginOfAProxyWhoseSuccessorWasRefused)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("htp://user:secret@h:1");
+    const kx::String cut(std::wstring(L"h\0", 2));
+    EXPECT_THROW(request().setProxy(cut), kx::CInvalidArgError);
+    EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:1'");
 }
 
 TEST_F(CNetRequestErrorTest, showsAProxyWithoutALoginAsItIs)
