@@ -58,6 +58,11 @@ long long parseInt64(std::wstring_view text, bool lax)
     return parseWhole<long long>(lax ? trimmed(text) : text, "number");
 }
 
+long long parseInt64(const wchar_t* text, bool lax)
+{
+    return parseInt64(String(text), lax);
+}
+
 double parseSimpleDouble(const String& text)
 {
     // from_chars also reads "inf" and "nan".

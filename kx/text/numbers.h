@@ -12,6 +12,7 @@ namespace kx {
 /// @throws CError naming the text when it is not such a number or does not fit into 64 bits
 KX_EXPORT long long parseInt64(const String& text, bool lax);
 KX_EXPORT long long parseInt64(std::wstring_view text, bool lax);
+KX_EXPORT long long parseInt64(const wchar_t* text, bool lax); ///< null is the empty text
 
 /// Reads a decimal number: an optional "+" or "-", digits with at most one "." among, before or after them, nothing else
 /// (no exponent). The decimal point is "." under every locale.

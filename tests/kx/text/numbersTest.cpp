@@ -90,6 +90,23 @@ TEST(ParseInt64Test, refusesWhiteSpaceWithinTheNumberEvenWhenLax)
     EXPECT_THROW(kx::parseInt64(" ", true), kx::CError);
 }
 
+TEST(ParseInt64Test, readsAWideLiteral)
+{
+    EXPECT_EQ(kx::parseInt64(L"12", false), 12);
+}
+
+TEST(ParseInt64Test, allowsWhiteSpaceAroundAWideLiteralWhenLax)
+{
+    EXPECT_EQ(kx::parseInt64(L" 12 ", true), 12);
+    EXPECT_THROW(kx::parseInt64(L" 12 ", false), kx::CError);
+}
+
+TEST(ParseInt64Test, refusesANullPointerAsTheEmptyText)
+{
+    const wchar_t* const null = nullptr;
+    EXPECT_THROW(kx::parseInt64(null, true), kx::CError);
+}
+
 struct CDoubleRow {
     const char* name;
     const char* text;
