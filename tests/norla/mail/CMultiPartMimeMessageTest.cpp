@@ -82,6 +82,11 @@ TEST(CMultiPartMimeMessageTest, leavesLeadingZerosOutOfTheBoundary)
     EXPECT_EQ(boundaryAfterSeed(11598), "758adb921077d");
 }
 
+TEST(CMultiPartMimeMessageTest, isContentWithABoundaryOfTenDigits)
+{
+    EXPECT_EQ(boundaryAfterSeed(5322908), "73dc063f4c");
+}
+
 // The first number of this sequence has nine digits only.
 TEST(CMultiPartMimeMessageTest, appendsAnotherRandomNumberToAShortOne)
 {

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@ using Recipients = kx::TArray<kx::String>;
 
 const Texts clearing = {"CONNECT_ONLY=0", "UPLOAD=0", "MAIL_FROM=", "MAIL_RCPT=null"};
 constexpr const char* text = "Subject: 1\r\n\r\ntext\r\n";
+const std::string conversation = std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n";
 
 CSMTPParams paramsOf(
     int port, int connectType = CSMTPParams::ConnectUnencrypted, const char* userName = "", const char* password = "")
@@ -88,6 +90,20 @@ protected:
         CSMTPClient::initRequestForSendMail(
             *m_request, from, recipients, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
         return m_calls.takeOptions();
+    }
+
+    /// What libcurl would get to send, at most 100 bytes.
+    std::string readData()
+    {
+        std::array<char, 100> block{};
+        const auto callback = reinterpret_cast<curl_read_callback>(m_calls.pointerOf(CURLOPT_READFUNCTION));
+        return {block.data(), callback(block.data(), 1, block.size(), m_calls.pointerOf(CURLOPT_READDATA))};
+    }
+
+    int rewindData()
+    {
+        const auto callback = reinterpret_cast<curl_seek_callback>(m_calls.pointerOf(CURLOPT_SEEKFUNCTION));
+        return callback(m_calls.pointerOf(CURLOPT_SEEKDATA), 0, SEEK_SET);
     }
 
     support::CCurlCalls m_calls;
@@ -176,6 +192,22 @@ TEST_F(CSMTPClientOptionsTest, theRequestKeepsTheData)
     EXPECT_TRUE(isAlive);
     CSMTPClient::resetOptions(*m_request);
     EXPECT_FALSE(isAlive);
+}
+
+TEST_F(CSMTPClientOptionsTest, clearingLeavesNothingToRead)
+{
+    mailPartOf("a@x", {"b@x"});
+    CSMTPClient::resetOptions(*m_request);
+    EXPECT_EQ(readData(), "");
+}
+
+TEST_F(CSMTPClientOptionsTest, clearingLeavesNothingToReadAlsoBehindASeek)
+{
+    mailPartOf("a@x", {"b@x"});
+    EXPECT_EQ(readData(), text);
+    CSMTPClient::resetOptions(*m_request);
+    EXPECT_EQ(rewindData(), CURL_SEEKFUNC_OK);
+    EXPECT_EQ(readData(), "");
 }
 
 TEST_F(CSMTPClientOptionsTest, clearingSetsThese)
@@ -273,6 +305,12 @@ protected:
         return kx::newObj<CSMTPClient>(params(userName, password));
     }
 
+    static void prepare(norla::CNetRequest& request, const CSMTPParams& params, const Recipients& recipients = {"b@x"})
+    {
+        CSMTPClient::makeSendMailRequest(
+            request, params, "a@x", recipients, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+    }
+
     static void send(CSMTPClient& client, const std::string& message = text, const Recipients& recipients = {"b@x"})
     {
         client.sendMail("a@x", recipients, *bufferOf(message));
@@ -299,7 +337,7 @@ protected:
             options.size() > clearing.size() && std::equal(clearing.rbegin(), clearing.rend(), options.rbegin()));
         send(*client);
         client = nullptr;
-        EXPECT_EQ(received(1), std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n");
+        EXPECT_EQ(received(1), conversation);
         return error;
     }
 
@@ -311,7 +349,7 @@ TEST_F(CSMTPClientTest, sendsEnvelopeAndMessage)
 {
     takeMail();
     send(*newClient());
-    EXPECT_EQ(received(), std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n");
+    EXPECT_EQ(received(), conversation);
 }
 
 TEST_F(CSMTPClientTest, sendsOneCommandForEachRecipientInTheirOrder)
@@ -468,6 +506,23 @@ TEST_F(CSMTPClientTest, resetConnection)
     const auto error = expectFailureAndNextSend();
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getProps().getMap(), (kx::TMap<kx::String, kx::String>{{"responseCodeDomain", "smtp"}}));
+}
+
+TEST_F(CSMTPClientTest, sendsWithARequestWhoseConnectionWasRefusedBefore)
+{
+    const support::CRefusedPort refused;
+    CSMTPParams unreachable = params();
+    unreachable.port = refused.getPort();
+    auto request = kx::newObj<norla::CNetRequest>();
+    prepare(*request, unreachable);
+    const auto error = errorOf([&request] { request->perform(); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_COULDNT_CONNECT);
+    takeMail();
+    prepare(*request, params());
+    request->perform();
+    request = nullptr;
+    EXPECT_EQ(received(), conversation);
 }
 
 TEST_F(CSMTPClientTest, failedHandshakeOfTLS)
@@ -734,8 +789,7 @@ protected:
     kx::P<kx::CError> failureOf(const Recipients& recipients)
     {
         const auto request = kx::newObj<norla::CNetRequest>();
-        CSMTPClient::makeSendMailRequest(
-            *request, params(), "a@x", recipients, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+        prepare(*request, params(), recipients);
         const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
         thread->addRequest(request.get());
         thread->start();
@@ -748,7 +802,7 @@ TEST_F(CSMTPClientBackgroundTest, sendsAMail)
 {
     takeMail();
     EXPECT_EQ(failureOf({"b@x"}), nullptr);
-    EXPECT_EQ(received(), std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n");
+    EXPECT_EQ(received(), conversation);
 }
 
 TEST_F(CSMTPClientBackgroundTest, tellsWhatTheServerSaidToARefusedRecipient)
