@@ -138,12 +138,12 @@ protected:
         request().setOptionPtr(CURLOPT_MAIL_RCPT, recipients->getCurlList());
     }
 
-    kx::P<kx::CError> failureOfMail()
+    kx::P<kx::CError> failureOfMail(const char* text = "text")
     {
         request().setURL(server().url("", "smtp").c_str());
         request().setOptionString(CURLOPT_MAIL_FROM, "a@b.invalid");
         request().setUpload(true);
-        request().setSendDataAsUTF8("text");
+        request().setSendDataAsUTF8(text);
         return failure();
     }
 
@@ -284,6 +284,13 @@ TEST_F(CNetRequestErrorTest, sendsAnEmptyMailWithoutData)
     request().setURL(server().url("", "smtp").c_str());
     request().setUpload(true);
     EXPECT_EQ(failure(), nullptr);
+}
+
+TEST_F(CNetRequestErrorTest, sendsAnEmptyMailWhoseSizeIsKnown)
+{
+    takeMail().readUntil("QUIT\r\n");
+    setRecipient();
+    EXPECT_EQ(failureOfMail(""), nullptr);
 }
 
 TEST_F(CNetRequestErrorTest, asksAMailServerForHelpWhenNoMailIsMeant)
