@@ -17,7 +17,7 @@ namespace {
 using bench::check;
 using bench::Easy;
 
-constexpr long long largeSize = 1LL << 30;
+constexpr long long largeSize = 128LL << 20;
 constexpr int smallCount = 2000;
 constexpr int idleCount = 1000;
 
@@ -75,7 +75,7 @@ bool compareDownloads(const bench::CLoopbackServer& server)
     const auto request = kx::newObj<norla::CNetRequest>();
     request->setURL(url.c_str());
     request->setReceiveDataSink(kx::newObj<CCountingSink>().get());
-    return bench::compare({"download of 1 GiB into a sink", 1.02, 9, [&easy] { check(curl_easy_perform(easy.get())); },
+    return bench::compare({"download of 128 MiB into a sink", 1.02, 51, [&easy] { check(curl_easy_perform(easy.get())); },
         [&request] { request->perform(); }});
 }
 
@@ -100,7 +100,7 @@ bool compareUploads(const bench::CLoopbackServer& server)
         left = largeSize;
         check(curl_easy_perform(easy.get()));
     };
-    return bench::compare({"upload of 1 GiB from a source", 1.02, 9, bare, [&request] { request->perform(); }});
+    return bench::compare({"upload of 128 MiB from a source", 1.02, 51, bare, [&request] { request->perform(); }});
 }
 
 bool compareSmallGets(const bench::CLoopbackServer& server)
