@@ -6,6 +6,7 @@
 #include "norla/ftp/tokens.h"
 
 #include <algorithm>
+#include <string>
 #include <string_view>
 
 namespace norla {
@@ -25,13 +26,10 @@ kx::String textOf(std::wstring_view text)
     throw kx::CError("Invalid FTP dir entry: '" + textOf(line) + "'");
 }
 
-/// @param lowerCase in ASCII
-bool isIgnoringCase(std::wstring_view text, std::string_view lowerCase)
+bool hasUpperCase(std::wstring_view text)
 {
-    const auto lower
-        = [](wchar_t character) { return character >= L'A' && character <= L'Z' ? character + 32 : character; };
-    return std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(),
-        [lower](wchar_t left, char right) { return lower(left) == right; });
+    return std::any_of(
+        text.begin(), text.end(), [](wchar_t character) { return character >= L'A' && character <= L'Z'; });
 }
 
 bool isTimeValue(std::wstring_view value)
@@ -42,6 +40,8 @@ bool isTimeValue(std::wstring_view value)
 
 kx::CTime timeOf(std::wstring_view value)
 {
+    if (!isTimeValue(value))
+        throw kx::CError("Invalid FTP time value: '" + textOf(value) + "'");
     const auto number
         = [value](size_t start, size_t count) { return kx::parseInt64(value.substr(start, count), false); };
     kx::CTimeFields fields;
@@ -69,7 +69,13 @@ void CFTPDirEntry::readLine(std::wstring_view line)
     if (space == std::wstring_view::npos)
         throwInvalidEntry(line);
     m_name = textOf(line.substr(space + 1));
-    forEachField(line.substr(0, space), L';', [this, line](std::wstring_view fact) {
+    std::wstring_view facts = line.substr(0, space);
+    kx::String lowered; // most servers write facts in lower case: those are read where they stand
+    if (hasUpperCase(facts)) {
+        lowered = textOf(facts).toLower();
+        facts = lowered.toWide();
+    }
+    forEachField(facts, L';', [this, line](std::wstring_view fact) {
         const size_t equals = fact.find(L'=');
         if (equals == std::wstring_view::npos)
             throwInvalidEntry(line);
@@ -79,22 +85,20 @@ void CFTPDirEntry::readLine(std::wstring_view line)
 
 void CFTPDirEntry::readFact(std::wstring_view name, std::wstring_view value)
 {
-    if (isIgnoringCase(name, "type")) {
-        if (isIgnoringCase(value, "file"))
+    if (name == L"type") {
+        if (value == L"file")
             m_type = TypeFile;
-        else if (isIgnoringCase(value, "dir"))
+        else if (value == L"dir")
             m_type = TypeDir;
-    } else if (isIgnoringCase(name, "size")) {
+    } else if (name == L"size") {
         m_size = kx::parseInt64(value, false);
-    } else if (isIgnoringCase(name, "modify")) {
-        m_modificationTime = isTimeValue(value) ? timeOf(value) : parseTimeValue(textOf(value).toLower());
+    } else if (name == L"modify") {
+        m_modificationTime = timeOf(value);
     }
 }
 
 kx::CTime CFTPDirEntry::parseTimeValue(const kx::String& value)
 {
-    if (!isTimeValue(value.toWide()))
-        throw kx::CError("Invalid FTP time value: '" + value + "'");
     return timeOf(value.toWide());
 }
 

@@ -149,9 +149,17 @@ TEST(CFTPDirEntryTest, namesTheTimeAndNotTheLineWhenTheTimeIsWrong)
     EXPECT_EQ(messageOf("type=file;modify=2020013123595; n"), "Invalid FTP time value: '2020013123595'");
 }
 
-TEST(CFTPDirEntryTest, lowersTheTimeThatItNames)
+TEST(CFTPDirEntryTest, lowersTheValuesThatItNames)
 {
-    EXPECT_EQ(messageOf("modify=20200131235959Z; n"), "Invalid FTP time value: '20200131235959z'");
+    EXPECT_EQ(messageOf("Size=5K; N"), "Invalid number: '5k'.");
+    EXPECT_EQ(messageOf("modify=20200131235959Z; N"), "Invalid FTP time value: '20200131235959z'");
+    EXPECT_EQ(messageOf("modify=2020013123X959; N"), "Invalid number: 'x9'.");
+    EXPECT_EQ(messageOf("modify=20200131235959.5S; N"), "Invalid decimal number: '.5s'.");
+}
+
+TEST(CFTPDirEntryTest, quotesALineInItsOwnCase)
+{
+    EXPECT_EQ(messageOf("Type=File;Bogus; N"), "Invalid FTP dir entry: 'Type=File;Bogus; N'");
 }
 
 TEST(CFTPTimeValueTest, isUTC)
