@@ -16,7 +16,7 @@ namespace norla {
 
 namespace {
 
-constexpr size_t maxPathLength = 4096; // PATH_MAX of Linux
+constexpr size_t maxDepth = 4096; // in characters; PATH_MAX of Linux
 
 kx::P<CNetStringList> commands(std::initializer_list<kx::String> lines)
 {
@@ -212,9 +212,14 @@ kx::P<CFTPListDirResult> CFTPClient::listDir(CNetRequest& request, const kx::Str
 
 void CFTPClient::deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath)
 {
+    deleteTree(request, dirPath, dirPath.size() + maxDepth);
+}
+
+void CFTPClient::deleteTree(CNetRequest& request, const kx::String& dirPath, size_t maxLength)
+{
     // A server that answers every listing with one more directory would lead down without end.
-    if (dirPath.size() > maxPathLength)
-        throw kx::CError("FTP directory path is longer than " + kx::toString(maxPathLength) + " characters: '"
+    if (dirPath.size() > maxLength)
+        throw kx::CError("FTP directory is nested deeper than " + kx::toString(maxDepth) + " characters: '"
             + dirPath.substr(0, 100) + "...'.");
     const auto listing = listDir(request, dirPath);
     for (const auto& entry : listing->getEntries()) {
@@ -225,7 +230,7 @@ void CFTPClient::deleteDirWithAllContents(CNetRequest& request, const kx::String
         if (entry->getType() == CFTPDirEntry::TypeFile)
             deleteFile(request, child);
         else if (entry->getType() == CFTPDirEntry::TypeDir)
-            deleteDirWithAllContents(request, child);
+            deleteTree(request, child, maxLength);
     }
     removeDir(request, dirPath);
 }

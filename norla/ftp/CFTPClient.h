@@ -102,7 +102,7 @@ public:
     /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, and then the directory
     /// is too. The first failure ends it; what was removed until then stays removed.
     /// Directories inside whose names need escaping in a URL ("my dir") cannot be listed and end it too.
-    /// @throws kx::CError for a path of more than 4096 characters
+    /// @throws kx::CError when what is inside is nested so deep that its path goes on for more than 4096 characters
     void deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath);
 
     /// "CWDSteps" and so on. @throws kx::CError "Unknown CWDType: " and the number for anything else
@@ -111,6 +111,7 @@ public:
 private:
     void setFileMethod(CNetRequest& request, bool createMissingDirs) const;
     void prepareCommandRequest(CNetRequest& request, const kx::String& command);
+    void deleteTree(CNetRequest& request, const kx::String& dirPath, size_t maxLength);
     void prepareRename(CNetRequest& request, const kx::String& fromPath, const kx::String& toPath);
 
     const kx::String m_host;

@@ -313,87 +313,85 @@ TEST_F(CFTPClientFaultTest, isAWrongCertificate)
 /// What a tree's listing makes the client do.
 class CFTPClientTreeTest : public CFTPClientFaultTest {
 protected:
-    /// Answers the listing of /top with these lines, and commands with these replies, one each.
-    void serve(const std::string& listing, std::initializer_list<const char*> replies)
+    /// Answers so many listings, from the top down, and then commands with these replies, one each.
+    void serve(const std::vector<std::string>& listings, std::initializer_list<const char*> replies)
     {
-        CScript& control = untilListing(m_control.onConnection());
-        control.sendPieces({"150 here it comes\r\n", "226 done\r\n"});
-        m_data.onConnection().send(listing).close();
+        CScript& control = login(m_control.onConnection());
+        for (size_t i = 0; i < listings.size(); ++i) {
+            control.readUntil("EPSV\r\n").send("229 ok (|||" + std::to_string(m_data.getPort()) + "|)\r\n");
+            if (i == 0)
+                control.readUntil("TYPE A\r\n").send("200 ok\r\n");
+            control.readUntil("MLSD").readUntil("\r\n").sendPieces({"150 here it comes\r\n", "226 done\r\n"});
+            m_data.onConnection().send(listings[i]).close();
+        }
         for (const char* const reply : replies)
             control.readUntil("\r\n").send(std::string(reply) + "\r\n");
         control.readUntil("QUIT\r\n").close();
     }
 
-    CScript& untilListing(CScript& script)
-    {
-        return login(script)
-            .readUntil("EPSV\r\n")
-            .send("229 ok (|||" + std::to_string(m_data.getPort()) + "|)\r\n")
-            .readUntil("TYPE A\r\n")
-            .send("200 ok\r\n")
-            .readUntil("MLSD")
-            .readUntil("\r\n");
-    }
-
-    /// The commands behind the listing.
+    /// The commands from the first listing on, but for those that open data connections.
     std::string commands()
     {
         request().reset();
         m_request = kx::newObj<norla::CNetRequest>(); // says QUIT
         m_control.join();
-        const std::string all = m_control.received(0);
-        const size_t listing = all.find("MLSD");
-        return all.substr(all.find("\r\n", listing) + 2);
+        std::string all = m_control.received(0);
+        all.erase(0, all.find("MLSD"));
+        const std::string opening = "EPSV\r\n";
+        for (size_t at = all.find(opening); at != std::string::npos; at = all.find(opening))
+            all.erase(at, opening.size());
+        return all;
     }
 };
 
 TEST_F(CFTPClientTreeTest, isOneListingAndOneRemovalForAnEmptyDirectory)
 {
-    serve("type=cdir; .\r\ntype=pdir; ..\r\n", {"250 gone"});
+    serve({"type=cdir; .\r\ntype=pdir; ..\r\n"}, {"250 gone"});
     client().deleteDirWithAllContents(request(), "/top");
-    EXPECT_EQ(commands(), "RMD /top\r\nQUIT\r\n");
+    EXPECT_EQ(commands(), "MLSD top\r\nRMD /top\r\nQUIT\r\n");
 }
 
 TEST_F(CFTPClientTreeTest, neverLeavesItsTree)
 {
-    serve("type=dir; .\r\ntype=dir; ..\r\ntype=dir; \r\ntype=file; a\r\n", {"250 gone", "250 gone"});
+    serve({"type=dir; .\r\ntype=dir; ..\r\ntype=dir; \r\ntype=file; a\r\n"}, {"250 gone", "250 gone"});
     client().deleteDirWithAllContents(request(), "/top");
-    EXPECT_EQ(commands(), "DELE /top/a\r\nRMD /top\r\nQUIT\r\n");
+    EXPECT_EQ(commands(), "MLSD top\r\nDELE /top/a\r\nRMD /top\r\nQUIT\r\n");
 }
 
 TEST_F(CFTPClientTreeTest, isLeftAtTheFirstFailureAndPassesOverLinks)
 {
-    serve("type=file; a\r\ntype=OS.unix=slink:/x; l\r\ntype=file; b\r\ntype=file; c\r\n", {"250 gone", "550 no"});
+    serve({"type=file; a\r\ntype=OS.unix=slink:/x; l\r\ntype=file; b\r\ntype=file; c\r\n"}, {"250 gone", "550 no"});
     const auto error = support::errorOf([this] { client().deleteDirWithAllContents(request(), "/top/"); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getCode(), CURLE_QUOTE_ERROR);
-    EXPECT_EQ(commands().substr(0, 28), "DELE /top//a\r\nDELE /top//b\r\n");
+    EXPECT_TRUE(commands().starts_with("MLSD top\r\nDELE /top//a\r\nDELE /top//b\r\n")) << commands();
     EXPECT_EQ(m_control.received(0).find("RMD"), std::string::npos);
 }
 
 TEST_F(CFTPClientTreeTest, isUntouchedWhenItsListingCannotBeRead)
 {
-    serve("type=file; a\r\nbroken\r\n", {});
+    serve({"type=file; a\r\nbroken\r\n"}, {});
     EXPECT_EQ(support::messageOf([this] { client().deleteDirWithAllContents(request(), "/top"); }),
         "Invalid FTP dir entry: 'broken'");
-    EXPECT_EQ(commands(), "QUIT\r\n");
+    EXPECT_EQ(commands(), "MLSD top\r\nQUIT\r\n");
 }
 
-TEST_F(CFTPClientFaultTest, isATreeWithoutAnEnd)
+TEST_F(CFTPClientTreeTest, isLeftWhenItDoesNotEnd)
 {
     const std::string name(250, 'd');
-    constexpr int levels = 17; // until the path has more than 4096 characters
-    CScript& control = login(m_control.onConnection());
-    for (int i = 0; i < levels; ++i) {
-        control.readUntil("EPSV\r\n").send("229 ok (|||" + std::to_string(m_data.getPort()) + "|)\r\n");
-        if (i == 0)
-            control.readUntil("TYPE A\r\n").send("200 ok\r\n");
-        control.readUntil("MLSD").readUntil("\r\n").sendPieces({"150 here it comes\r\n", "226 done\r\n"});
-        m_data.onConnection().send("type=dir; " + name + "\r\n").close();
-    }
-    control.readUntil("QUIT\r\n").close();
+    constexpr int levels = 17; // until the path goes on for more than 4096 characters
+    serve(std::vector(levels, "type=dir; " + name + "\r\n"), {});
     EXPECT_EQ(support::messageOf([this] { client().deleteDirWithAllContents(request(), "/top"); }),
-        ("FTP directory path is longer than 4096 characters: '/top/" + name.substr(0, 95) + "...'.").c_str());
+        ("FTP directory is nested deeper than 4096 characters: '/top/" + name.substr(0, 95) + "...'.").c_str());
+}
+
+TEST_F(CFTPClientTreeTest, mayHaveALongPathOfItsOwn)
+{
+    const std::string top(5000, 't');
+    serve({"type=dir; a\r\n", ""}, {"250 gone", "250 gone"});
+    client().deleteDirWithAllContents(request(), ("/" + top).c_str());
+    EXPECT_TRUE(commands() // too long to be shown
+        == "MLSD " + top + "\r\nMLSD " + top + "/a\r\nRMD /" + top + "/a\r\nRMD /" + top + "\r\nQUIT\r\n");
 }
 
 } // namespace
