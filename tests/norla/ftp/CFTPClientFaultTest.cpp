@@ -310,8 +310,8 @@ TEST_F(CFTPClientFaultTest, isAWrongCertificate)
     expectUsable();
 }
 
-/// What a tree's listing makes the client do.
-class CFTPClientTreeTest : public CFTPClientFaultTest {
+/// A server that does what it is asked for.
+class CFTPClientServedTest : public CFTPClientFaultTest {
 protected:
     /// Answers so many listings, from the top down, and then commands with these replies, one each.
     void serve(const std::vector<std::string>& listings, std::initializer_list<const char*> replies)
@@ -329,20 +329,61 @@ protected:
         control.readUntil("QUIT\r\n").close();
     }
 
-    /// The commands from the first listing on, but for those that open data connections.
+    /// The commands behind the log-in, but for those that open the data connections of listings.
     std::string commands()
     {
         request().reset();
         m_request = kx::newObj<norla::CNetRequest>(); // says QUIT
         m_control.join();
         std::string all = m_control.received(0);
-        all.erase(0, all.find("MLSD"));
-        const std::string opening = "EPSV\r\n";
-        for (size_t at = all.find(opening); at != std::string::npos; at = all.find(opening))
-            all.erase(at, opening.size());
+        const std::string lastOfLogin = "PWD\r\n";
+        all.erase(0, all.find(lastOfLogin) + lastOfLogin.size());
+        for (const std::string opening : {"EPSV\r\n", "TYPE A\r\n"}) {
+            for (size_t at = all.find(opening); at != std::string::npos; at = all.find(opening))
+                all.erase(at, opening.size());
+        }
         return all;
     }
 };
+
+TEST_F(CFTPClientServedTest, listsNothingWhenALineCannotBeRead)
+{
+    serve({"type=file; a\r\nbroken\r\n"}, {});
+    EXPECT_EQ(support::messageOf([this] { client().listDir(request(), "/top"); }), "Invalid FTP dir entry: 'broken'");
+}
+
+TEST_F(CFTPClientServedTest, uploadsTheBytesAsTheyWereWhenPrepared)
+{
+    login(m_control.onConnection())
+        .readUntil("EPSV\r\n")
+        .send("229 ok (|||" + std::to_string(m_data.getPort()) + "|)\r\n")
+        .readUntil("TYPE I\r\n")
+        .send("200 ok\r\n")
+        .readUntil("STOR f\r\n")
+        .sendPieces({"150 give\r\n", "226 done\r\n"})
+        .readUntil("QUIT\r\n")
+        .close();
+    m_data.onConnection().readToEnd();
+    std::string bytes = "original";
+    client().prepareUploadRequest(request(), "/f", bytes.data(), static_cast<int>(bytes.size()), false);
+    bytes.assign(bytes.size(), 'x');
+    request().perform();
+    m_data.join();
+    EXPECT_EQ(m_data.received(0), "original");
+}
+
+TEST_F(CFTPClientServedTest, forgetsWhatWasSetBeforeAnOperation)
+{
+    serve({}, {"250 gone"});
+    const auto earlier = kx::newObj<norla::CNetStringList>();
+    earlier->add("NOOP");
+    request().setFTPCustomPostCommands(earlier.get());
+    client().deleteFile(request(), "/f");
+    EXPECT_EQ(commands(), "DELE /f\r\nQUIT\r\n");
+}
+
+/// What a tree's listing makes the client do.
+class CFTPClientTreeTest : public CFTPClientServedTest {};
 
 TEST_F(CFTPClientTreeTest, isOneListingAndOneRemovalForAnEmptyDirectory)
 {
@@ -392,6 +433,54 @@ TEST_F(CFTPClientTreeTest, mayHaveALongPathOfItsOwn)
     client().deleteDirWithAllContents(request(), ("/" + top).c_str());
     EXPECT_TRUE(commands() // too long to be shown
         == "MLSD " + top + "\r\nMLSD " + top + "/a\r\nRMD /" + top + "/a\r\nRMD /" + top + "\r\nQUIT\r\n");
+}
+
+struct CEscapedName {
+    const char* title;
+    const char* name;
+    const char* listed; ///< as the server is asked for it
+};
+
+class CFTPClientEscapedNameTest : public CFTPClientTreeTest, public testing::WithParamInterface<CEscapedName> {};
+
+TEST_P(CFTPClientEscapedNameTest, countsAsAnEscapeInListingsAndNotInCommands)
+{
+    const std::string name = GetParam().name;
+    serve({"type=dir; " + name + "\r\n", "type=file; f\r\n"}, {"250 gone", "250 gone", "250 gone"});
+    client().deleteDirWithAllContents(request(), "/top");
+    EXPECT_EQ(commands(),
+        std::string("MLSD top\r\nMLSD top/") + GetParam().listed + "\r\nDELE /top/" + name + "/f\r\nRMD /top/" + name
+            + "\r\nRMD /top\r\nQUIT\r\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CFTPClientEscapedNameTest,
+    testing::Values(CEscapedName{"escape", "a%41b", "aAb"}, CEscapedName{"percentSign", "100%", "100%"},
+        CEscapedName{"escapeOfANumberSign", "a%23b", "a#b"}),
+    [](const auto& row) { return row.param.title; });
+
+class CFTPClientCutNameTest : public CFTPClientTreeTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(CFTPClientCutNameTest, endsTheTreeBecauseItIsAskedForAsAFile)
+{
+    const std::string passive = "229 ok (|||" + std::to_string(m_data.getPort()) + "|)";
+    serve({std::string("type=dir; ") + GetParam() + "\r\n"}, {passive.c_str(), "200 binary", "550 no file"});
+    m_data.onConnection().readToEnd();
+    const auto error = support::errorOf([this] { client().deleteDirWithAllContents(request(), "/top"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getCode(), CURLE_REMOTE_FILE_NOT_FOUND);
+    EXPECT_EQ(commands(), "MLSD top\r\nTYPE I\r\nSIZE top/a\r\nQUIT\r\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CFTPClientCutNameTest, testing::Values("a#b", "a?b"),
+    [](const auto& row) { return row.index == 0 ? "numberSign" : "questionMark"; });
+
+TEST_F(CFTPClientTreeTest, isLeftAtANameWithALineEndInAURL)
+{
+    serve({"type=dir; %0d%0aDELE%20x\r\n"}, {});
+    const auto error = support::errorOf([this] { client().deleteDirWithAllContents(request(), "/top"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getCode(), CURLE_URL_MALFORMAT);
+    EXPECT_EQ(commands(), "MLSD top\r\n");
 }
 
 } // namespace

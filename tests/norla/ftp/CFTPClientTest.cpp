@@ -29,9 +29,7 @@ protected:
         m_calls.takeOptions();
         prepare(client);
         Options options = m_calls.takeOptions();
-        options.erase(options.begin(), std::find_if(options.begin(), options.end(), [](const std::string& option) {
-            return option.starts_with("URL=");
-        }));
+        options.erase(options.begin(), url(options));
         std::erase_if(options,
             [](const std::string& option) { return option.starts_with("READ") || option.starts_with("SEEK"); });
         return options;
@@ -52,6 +50,12 @@ protected:
         return options;
     }
 
+    static Options::iterator url(Options& options)
+    {
+        return std::find_if(
+            options.begin(), options.end(), [](const std::string& option) { return option.starts_with("URL="); });
+    }
+
     CNetRequest& request() { return *m_request; }
 
     support::CCurlCalls m_calls;
@@ -59,6 +63,46 @@ protected:
 private:
     kx::P<CNetRequest> m_request = kx::newObj<CNetRequest>();
 };
+
+struct COperation {
+    const char* name;
+    std::function<void(CFTPClient&, CNetRequest&)> prepare;
+};
+
+class CFTPClientOperationTest : public CFTPClientTest, public testing::WithParamInterface<COperation> {};
+
+TEST_P(CFTPClientOperationTest, beginsWithAReset)
+{
+    m_calls.takeOptions();
+    request().reset();
+    const Options ofReset = m_calls.takeOptions();
+    CFTPClient client("host", "name", "pass", CFTPClient::ConnectUnencrypted);
+    GetParam().prepare(client, request());
+    Options options = m_calls.takeOptions();
+    EXPECT_EQ(Options(options.begin(), url(options)), ofReset);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CFTPClientOperationTest,
+    testing::ValuesIn(std::vector<COperation>{
+        {"any", [](auto& client, auto& request) { client.beginPrepareRequest(request, "/f", false); }},
+        {"upload", [](auto& client, auto& request) { client.prepareUploadRequest(request, "/f", "1", 1, false); }},
+        {"download", [](auto& client, auto& request) { client.prepareDownloadRequest(request, "/f", 1, 1); }},
+        {"verification", [](auto& client, auto& request) { client.prepareVerifyExistsRequest(request, "/f"); }},
+        {"info", [](auto& client, auto& request) { client.prepareGetInfoRequest(request, "/f"); }},
+        {"moveOfAFile", [](auto& client, auto& request) { client.prepareMoveFileRequest(request, "/f", "/g", false); }},
+        {"moveOfAFileIntoDirs",
+            [](auto& client, auto& request) { client.prepareMoveFileRequest(request, "/f", "/d/g", true); }},
+        {"moveOfADir", [](auto& client, auto& request) { client.prepareMoveDirRequest(request, "/d", "/e", false); }},
+        {"moveOfADirIntoDirs",
+            [](auto& client, auto& request) { client.prepareMoveDirRequest(request, "/d", "/e/d", true); }},
+        {"deletion", [](auto& client, auto& request) { client.prepareDeleteFileRequest(request, "/f"); }},
+        {"removal", [](auto& client, auto& request) { client.prepareRemoveDirRequest(request, "/d"); }},
+        {"creation", [](auto& client, auto& request) { client.prepareCreateDirRequest(request, "/d", false); }},
+        {"creationWithParents",
+            [](auto& client, auto& request) { client.prepareCreateDirRequest(request, "/d", true); }},
+        {"listing", [](auto& client, auto& request) { client.prepareListDirRequest(request, "/d"); }},
+    }),
+    [](const auto& row) { return row.param.name; });
 
 TEST_F(CFTPClientTest, beginsWithoutDirectoriesToMake)
 {
