@@ -120,12 +120,13 @@ TEST(ErrorClassificationTest, readsATransferErrorOfTheLibrary)
 
 class StatusOfNoNumberTest : public testing::TestWithParam<const char*> {
 protected:
-    static kx::CError error(const kx::String& domain)
+    static kx::CError error(
+        const kx::String& responseCodeDomain, const kx::String& domain = "curl", long long code = 28)
     {
         kx::CProps props;
-        props.set("responseCodeDomain", domain);
+        props.set("responseCodeDomain", responseCodeDomain);
         props.set("responseCode", GetParam());
-        return kx::CError("message", "curl", 28, props);
+        return kx::CError("message", domain, code, props);
     }
 
     template <typename TAction>
@@ -144,12 +145,26 @@ TEST_P(StatusOfNoNumberTest, isAnErrorOfItsOwn)
 {
     const kx::String message = "Invalid number: '" + kx::String(GetParam()) + "'.";
     EXPECT_EQ(messageOf([] { norla::getHTTPStatusCodeFromError(error("http")); }), message);
-    EXPECT_EQ(messageOf([] { norla::isNetworkOrServiceDownError(error("http")); }), message);
+    for (const char* const domain : {"http", "ftp", "smtp", ""})
+        EXPECT_EQ(messageOf([domain] { norla::isNetworkOrServiceDownError(error(domain)); }), message) << domain;
+}
+
+TEST_P(StatusOfNoNumberTest, isNotReadForAFailureOfTheNetwork)
+{
+    for (const int code : {5, 6, 7, 35})
+        EXPECT_TRUE(norla::isNetworkOrServiceDownError(error("http", "curl", code))) << code;
+}
+
+TEST_P(StatusOfNoNumberTest, isNotReadForAnErrorOfAnotherDomain)
+{
+    for (const char* const domain : {"curlm", "http", ""})
+        EXPECT_FALSE(norla::isNetworkOrServiceDownError(error("http", domain, 7))) << domain;
 }
 
 TEST_P(StatusOfNoNumberTest, isNotReadForAnotherProtocolsStatus)
 {
-    EXPECT_EQ(norla::getHTTPStatusCodeFromError(error("ftp")), -1);
+    for (const char* const domain : {"ftp", "smtp", ""})
+        EXPECT_EQ(norla::getHTTPStatusCodeFromError(error(domain)), -1) << domain;
 }
 
 INSTANTIATE_TEST_SUITE_P(All, StatusOfNoNumberTest, testing::Values("many", "503 ", "0x1F7", "503.0"),

@@ -1,8 +1,15 @@
 #include "norla/http/util.h"
 
 #include "kx/base/CError.h"
+#include "kx/text/numbers.h"
 
+#include <curl/curl.h>
 #include <gtest/gtest.h>
+
+#include <array>
+#include <latch>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -92,5 +99,46 @@ INSTANTIATE_TEST_SUITE_P(All, BadStatusLineTest,
         {"leadingBlank", " HTTP/1.1 200 OK"},
     }),
     [](const testing::TestParamInfo<CBadLineRow>& row) { return row.param.name; });
+
+/// What all the functions answer to questions in which the number occurs.
+kx::TArray<kx::String> answersFor(int number)
+{
+    const kx::String digits = kx::toString(1000 + number);
+    kx::TMap<kx::String, kx::String> map;
+    norla::decodeURLParams("key=a+b%20" + digits, map);
+    kx::CProps props;
+    props.set("responseCodeDomain", "http");
+    props.set("responseCode", kx::toString(500 + number));
+    const kx::CError error("message", "curl", CURLE_HTTP_RETURNED_ERROR, props);
+    return {norla::urlEscape("a b/" + digits, false), norla::urlUnescape("a%20b%2f" + digits, false),
+        norla::formURLEncode("a b/" + digits, true), norla::formURLEncode(map, true), norla::formURLEncode(props, true),
+        norla::encodeURLParams(map),
+        kx::toString(norla::parseTimestamp("Sun, 06 Nov " + digits.replaceAll("100", "200") + " 08:49:37 GMT")
+                         .getMicroseconds()),
+        norla::isValidEmailAddress(number % 2 == 0 ? "me@example.org" : "me.example.org") ? "valid" : "invalid",
+        norla::isNetworkOrServiceDownError(error) ? "down" : "up",
+        kx::toString(norla::getHTTPStatusCodeFromError(error)),
+        norla::getInfoFromHTTPStatusLine("HTTP/1.1 200 " + digits),
+        kx::toString(norla::getStatusCodeFromHTTPStatusLine("HTTP/1.1 " + digits + " OK"))};
+}
+
+TEST(HTTPUtilTest, answersEightThreadsAtOnceAsItAnswersOne)
+{
+    constexpr int threadCount = 8;
+    std::latch start(threadCount);
+    std::array<int, threadCount> wrong{};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < threadCount; ++number) {
+        threads.emplace_back(
+            [&start, &count = wrong[static_cast<size_t>(number)], number, expected = answersFor(number)] {
+                start.arrive_and_wait();
+                for (int round = 0; round < 500; ++round)
+                    count += answersFor(number) == expected ? 0 : 1;
+            });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, (std::array<int, threadCount>{}));
+}
 
 } // namespace
