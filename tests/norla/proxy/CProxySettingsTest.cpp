@@ -57,6 +57,7 @@ INSTANTIATE_TEST_SUITE_P(All, CProxyListTest,
         {"oneEach", "http=p1:3128;https=p2:3128", {{"http", "p1:3128"}, {"https", "p2:3128"}}},
         {"url", "https://p:443", {{"https", "https://p:443"}}},
         {"otherURL", "socks5://gw:1080", {{"socks5", "socks5://gw:1080"}}},
+        {"emptyHost", ":8080", {{"ftp", ":8080"}, {"http", ":8080"}, {"https", ":8080"}}},
         {"emptyPort", "p:", {{"p", "p:"}}},
         {"portThatIsNoNumber", "p:80a", {{"p", "p:80a"}}},
         {"blanksAndTabs", "http=a,\thttps=b  ftp=c", {{"ftp", "c"}, {"http", "a"}, {"https", "b"}}},
@@ -201,6 +202,16 @@ TEST(CProxySettingsTest, takesAHostAsItIs)
     EXPECT_FALSE(settings.isDirectConnectHost(" a.net "));
 }
 
+TEST(CProxySettingsTest, takesARangeOfAddressesForOneHost)
+{
+    norla::CProxySettings settings;
+    settings.setProxyForURLScheme("http", "p");
+    settings.addDirectConnectHostsFromString("10.0.0.0/8");
+    EXPECT_TRUE(settings.isDirectConnectHost("10.0.0.0/8"));
+    for (const char* const url : {"http://10.0.0.1/", "http://10.0.0.0/", "http://10.0.0.0/8"})
+        EXPECT_EQ(settings.getProxyForURL(url), "p") << url;
+}
+
 TEST(CProxySettingsTest, takesAnEmptyHostForURLsWithoutOne)
 {
     norla::CProxySettings settings;
@@ -337,6 +348,34 @@ TEST(CProxySettingsTest, showsReadersAllOfAListOrNothing)
     });
     while (readers.getRounds() < 200 * readerCount) {
         settings.addDirectConnectHostsFromString("a b c");
+        settings.clear();
+    }
+}
+
+TEST(CProxySettingsTest, neverAnswersFromTheMiddleOfAList)
+{
+    norla::CProxySettings settings;
+    CReaders readers([&settings] {
+        const kx::String proxy = settings.getProxyForURL("http://a/");
+        EXPECT_TRUE(proxy.isEmpty() || proxy == "last") << proxy;
+    });
+    kx::String list;
+    for (int i = 0; i < 100; ++i)
+        list += "http=middle ";
+    while (readers.getRounds() < 200 * readerCount) {
+        settings.addProxiesFromString(list + "http=last");
+        settings.addProxiesFromString(list + "http=");
+    }
+}
+
+// The host is direct whenever there is a proxy.
+TEST(CProxySettingsTest, answersFromProxiesAndHostsOfOneMoment)
+{
+    norla::CProxySettings settings;
+    CReaders readers([&settings] { EXPECT_EQ(settings.getProxyForURL("http://direct/"), ""); });
+    while (readers.getRounds() < 5000 * readerCount) {
+        settings.addDirectConnectHostsFromString("a direct z");
+        settings.addProxiesFromString("p:1");
         settings.clear();
     }
 }
