@@ -8,7 +8,8 @@ kx::String searchURL(const kx::String& url, const kx::String& words)
     return url + "?" + norla::encodeURLParams({{"q", words}, {"page", "1"}});
 }
 
-// Fetches a file from a position on, behind what is there already; returns when it was changed, and its whole size.
+// Fetches a file from a position on, behind what is there already; returns when it was changed and its whole size. When
+// the server does not say, the time is unset and the size -1 (as after "bytes 7-9/*").
 kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long long position, long long& size)
 {
     request.reset();
@@ -16,8 +17,10 @@ kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long lon
     request.setRange(position, -1);
     request.perform();
     const auto& headers = request.getResponseHeaderMap();
-    if (!headers.contains("content-range"))
+    const auto range = headers.find("content-range");
+    if (range == headers.end())
         throw kx::CError("The server has sent the whole file again.");
-    size = norla::CHTTPContentRange::parse(headers.at("content-range"))->getTotal();
-    return norla::parseTimestamp(headers.at("last-modified"));
+    size = norla::CHTTPContentRange::parse(range->second)->getTotal();
+    const auto changed = headers.find("last-modified");
+    return changed == headers.end() ? kx::CTime() : norla::parseTimestamp(changed->second);
 }

@@ -2,7 +2,7 @@
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetRequest.h"
 
-// Sends a text by POST; returns the type of the answer, or what to show to the user.
+// Sends a text by POST; returns the type of the answer (empty when the server does not say), or what to show to the user.
 kx::String postNote(const kx::String& url, const kx::String& note)
 {
     const auto headers = kx::newObj<norla::CNetHeaders>();
@@ -14,7 +14,9 @@ kx::String postNote(const kx::String& url, const kx::String& note)
     request->setHTTPMethod("POST"); // after the body, whose size it takes
     try {
         request->perform();
-        return request->getResponseHeaderMap().at("content-type"); // names are in lower case
+        const auto& answered = request->getResponseHeaderMap();
+        const auto type = answered.find("content-type"); // names are in lower case
+        return type == answered.end() ? kx::String() : type->second;
     } catch (const norla::CCURLError& error) {
         return error.getMessage() + "\n" + error.getProps().get("serverMessage");
     }

@@ -8,6 +8,7 @@
 #include "tests/support/CCephServer.h"
 #include "tests/support/CFTPServer.h"
 #include "tests/support/CNginxServer.h"
+#include "tests/support/CScriptedServer.h"
 #include "tests/support/CSquidServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/files.h"
@@ -37,6 +38,13 @@ TEST(GuideTest, tellsWhyANoteIsRefused)
         "HTTP response code said error (response code: http 404)\nNot here");
 }
 
+TEST(GuideTest, doesWithoutTheTypeOfAnAnswer)
+{
+    support::CScriptedServer server;
+    server.onConnection().readHead().readBytes(4).send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ(postNote(text(server.url()), "note"), "");
+}
+
 TEST(GuideTest, makesTheURLOfASearch)
 {
     EXPECT_EQ(searchURL("https://host/find", u8"caf\u00e9 au lait"), "https://host/find?page=1&q=caf%c3%a9+au+lait");
@@ -59,6 +67,17 @@ TEST(GuideTest, refusesAWholeFileForItsRest)
     const auto request = kx::newObj<norla::CNetRequest>();
     long long size = 0;
     EXPECT_THROW(fetchRest(*request, text(server.url("/noranges/digits.txt")), 7, size), kx::CError);
+}
+
+TEST(GuideTest, doesWithoutTheTimeAndTheSizeOfAFile)
+{
+    support::CScriptedServer server;
+    server.onConnection().readHead().send(
+        "HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 7-9/*\r\nContent-Length: 3\r\n\r\n789");
+    const auto request = kx::newObj<norla::CNetRequest>();
+    long long size = 0;
+    EXPECT_FALSE(fetchRest(*request, text(server.url()), 7, size).isSet());
+    EXPECT_EQ(size, -1);
 }
 
 class GuideProxyTest : public testing::Test {
