@@ -369,6 +369,13 @@ TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyWithoutAScheme)
     EXPECT_EQ(failure()->getMessage(), "Couldn't resolve proxy name: Unsupported proxy syntax in '***@h:99999'");
 }
 
+TEST_F(CNetRequestErrorTest, hidesAProxysPasswordThatHoldsTheEndOfAScheme)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("user:sec://ret@h:99999");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't resolve proxy name: Unsupported proxy syntax in '***@h:99999'");
+}
+
 TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyThatIsTooLongForTheMessage)
 {
     request().setURL("http://unknown.invalid/");
