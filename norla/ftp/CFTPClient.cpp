@@ -38,6 +38,12 @@ void sendNothing(CNetRequest& request)
     request.setSendDataStream(kx::newObj<kx::CBufferStream>().get());
 }
 
+// Of an entry in a directory. The others lead out of it or around in it, whatever type a server gives them.
+bool isNameWithin(const kx::String& name)
+{
+    return !name.isEmpty() && name != "." && name != ".." && name.find(L'/') == kx::String::npos;
+}
+
 } // namespace
 
 CFTPClient::CFTPClient(
@@ -224,8 +230,8 @@ void CFTPClient::deleteTree(CNetRequest& request, const kx::String& dirPath, siz
     const auto listing = listDir(request, dirPath);
     for (const auto& entry : listing->getEntries()) {
         const kx::String& name = entry->getName();
-        if (name.isEmpty() || name == "." || name == "..")
-            continue; // whatever type a server gives them: they lead out of the tree or around in it
+        if (!isNameWithin(name))
+            continue;
         const kx::String child = dirPath + "/" + name;
         if (entry->getType() == CFTPDirEntry::TypeFile)
             deleteFile(request, child);

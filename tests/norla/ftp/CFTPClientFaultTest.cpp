@@ -394,7 +394,8 @@ TEST_F(CFTPClientTreeTest, isOneListingAndOneRemovalForAnEmptyDirectory)
 
 TEST_F(CFTPClientTreeTest, neverLeavesItsTree)
 {
-    serve({"type=dir; .\r\ntype=dir; ..\r\ntype=dir; \r\ntype=file; a\r\n"}, {"250 gone", "250 gone"});
+    serve({"type=dir; .\r\ntype=dir; ..\r\ntype=dir; \r\ntype=file; ../../victim\r\ntype=dir; /\r\ntype=file; a\r\n"},
+        {"250 gone", "250 gone"});
     client().deleteDirWithAllContents(request(), "/top");
     EXPECT_EQ(commands(), "MLSD top\r\nDELE /top/a\r\nRMD /top\r\nQUIT\r\n");
 }
