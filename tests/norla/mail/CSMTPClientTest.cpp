@@ -284,10 +284,11 @@ protected:
     }
 
     /// Up to the message, which is asked for.
-    support::CScript& greetAndTakeEnvelope()
+    support::CScript& greetAndTakeEnvelope() { return takeEnvelope(greet()); }
+
+    static support::CScript& takeEnvelope(support::CScript& connection)
     {
-        return greet()
-            .readUntil("\r\n")
+        return connection.readUntil("\r\n")
             .send("250 sender taken\r\n")
             .readUntil("\r\n")
             .send("250 recipient taken\r\n")
@@ -295,9 +296,11 @@ protected:
             .send("354 go on\r\n");
     }
 
-    support::CScript& takeMail()
+    support::CScript& takeMail() { return takeMail(greet()); }
+
+    static support::CScript& takeMail(support::CScript& connection)
     {
-        return greetAndTakeEnvelope().readUntil("\r\n.\r\n").send("250 taken\r\n").readUntil("QUIT\r\n");
+        return takeEnvelope(connection).readUntil("\r\n.\r\n").send("250 taken\r\n").readUntil("QUIT\r\n");
     }
 
     kx::P<CSMTPClient> newClient(const char* userName = "", const char* password = "")
@@ -671,8 +674,12 @@ TEST_F(CSMTPClientTest, disconnectionInPlaceOfTheLastReply)
 
 TEST_F(CSMTPClientTest, failsWithoutRecipientsAlthoughTheServerIsContent)
 {
-    greet().readUntil("HELP\r\n").send("214 I know many commands\r\n");
-    const auto error = expectFailureAndNextSend({});
+    takeMail(greet().readUntil("HELP\r\n").send("214 I know many commands\r\n"));
+    auto client = newClient();
+    const auto error = errorOf([&client] { send(*client, "lost\r\n", {}); });
+    send(*client);
+    client = nullptr;
+    EXPECT_EQ(received(), "HELP\r\n" + conversation);
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getDomain(), "curl");
     EXPECT_EQ(error->getCode(), CURLE_SEND_ERROR);
