@@ -24,6 +24,7 @@
 #include <cstring>
 #include <limits>
 #include <type_traits>
+#include <vector>
 
 namespace norla {
 
@@ -260,7 +261,8 @@ void CNetRequest::tellDone(IDoneListener* listener, const kx::CError* error)
 void CNetRequest::tellDoneAfterFailure(IDoneListener* listener, const std::exception& error) noexcept
 {
     try {
-        tellDone(listener, kx::CStdExceptionError::exceptionToError(error).get());
+        const auto* const known = dynamic_cast<const kx::CError*>(&error);
+        tellDone(listener, known ? known : kx::CStdExceptionError::exceptionToError(error).get());
     } catch (const std::exception& listenerError) {
         kx::logError(listenerError, "A done listener has thrown after a failed transfer (ignored).", "");
     }
@@ -645,7 +647,13 @@ kx::String CNetRequest::getErrorMessage()
 
 kx::String CNetRequest::withoutProxyLogins(kx::String message) const
 {
+    // The longest first: where two begin alike, too much is hidden rather than too little.
+    std::vector<kx::String> logins;
     for (const auto& [option, login] : m_proxyLogins)
+        logins.push_back(login);
+    std::sort(logins.begin(), logins.end(),
+        [](const kx::String& left, const kx::String& right) { return left.size() > right.size(); });
+    for (const kx::String& login : logins)
         message = withoutLogin(message, login);
     return message;
 }

@@ -53,21 +53,29 @@ void CHeaderAssembler::startHeader(const kx::String& line)
     m_name.assign(name);
     m_name = std::move(m_name).toLower();
     const auto place = m_headerMap.lower_bound(m_name);
-    const bool isNew = place == m_headerMap.end() || place->first != m_name;
-    kx::String& stored = isNew ? newEntry(place) : place->second;
-    if (isNew || stored.isEmpty())
-        stored.assign(value);
+    if (place == m_headerMap.end() || place->first != m_name)
+        m_lastValue = &newEntry(place, value);
     else
-        stored += "," + kx::String(std::wstring(value));
-    m_lastValue = &stored;
+        m_lastValue = &join(place->second, value);
 }
 
 // The answers of a server have much the same headers: an entry of the last one spares its allocations.
-kx::String& CHeaderAssembler::newEntry(Map::const_iterator place)
+kx::String& CHeaderAssembler::newEntry(Map::const_iterator place, std::wstring_view value)
 {
     Map::node_type spare = m_spareEntries.extract(m_name);
-    const auto entry = spare ? m_headerMap.insert(place, std::move(spare)) : m_headerMap.try_emplace(place, m_name);
-    return entry->second;
+    if (!spare)
+        return m_headerMap.try_emplace(place, m_name, std::wstring(value))->second;
+    spare.mapped().assign(value);
+    return m_headerMap.insert(place, std::move(spare))->second;
+}
+
+kx::String& CHeaderAssembler::join(kx::String& stored, std::wstring_view value)
+{
+    if (stored.isEmpty())
+        stored.assign(value);
+    else
+        stored += "," + kx::String(std::wstring(value));
+    return stored;
 }
 
 void CHeaderAssembler::continueHeader(const kx::String& line)

@@ -5,6 +5,8 @@
 #include "kx/containers/TMap.h"
 #include "kx/text/String.h"
 
+#include <string_view>
+
 namespace norla {
 
 class CServerInfo;
@@ -38,7 +40,8 @@ private:
 
     void finish();
     void startHeader(const kx::String& line);
-    kx::String& newEntry(Map::const_iterator place);
+    kx::String& newEntry(Map::const_iterator place, std::wstring_view value);
+    static kx::String& join(kx::String& stored, std::wstring_view value);
     void continueHeader(const kx::String& line);
 
     Map m_headerMap;

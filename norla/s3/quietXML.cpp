@@ -190,7 +190,8 @@ bool loadQuietly(wxXmlDocument& document, wxInputStream& stream)
     std::unique_ptr<wxXmlNode> root = CTreeBuilder().build(stream);
     if (!root)
         return false;
-    document.SetRoot(root.release());
+    document.SetRoot(root.get());
+    static_cast<void>(root.release()); // the document has it now
     return true;
 }
 

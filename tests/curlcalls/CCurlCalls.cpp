@@ -1,6 +1,7 @@
 #include "tests/curlcalls/CCurlCalls.h"
 
 #include <atomic>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -16,6 +17,13 @@ namespace support {
 namespace {
 
 std::atomic<CCurlCalls*> watcher{nullptr};
+
+bool isSigPipeBlocked()
+{
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    return sigismember(&mask, SIGPIPE) == 1;
+}
 
 } // namespace
 
@@ -74,9 +82,19 @@ int CCurlCalls::countOf(const std::string& function) const
     return found == m_counts.end() ? 0 : found->second;
 }
 
+bool CCurlCalls::wasSigPipeBlocked(const std::string& function) const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_calledWithSigPipeBlocked.count(function) != 0;
+}
+
 bool CCurlCalls::isToFail(const std::string& function)
 {
     const std::lock_guard lock(m_mutex);
+    if (isSigPipeBlocked())
+        m_calledWithSigPipeBlocked.insert(function);
+    else
+        m_calledWithSigPipeBlocked.erase(function);
     ++m_counts[function];
     const auto fault = m_faults.find(function);
     if (fault == m_faults.end() || fault->second.count == 0 || fault->second.skip-- > 0)

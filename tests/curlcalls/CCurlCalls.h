@@ -61,6 +61,9 @@ public:
     /// How often the function was called; known for those of fail(), for curl_easy_cleanup and curl_multi_cleanup.
     int countOf(const std::string& function) const;
 
+    /// Whether SIGPIPE was kept from the calling thread during the last call of such a function; false when there was none.
+    bool wasSigPipeBlocked(const std::string& function) const;
+
     /// For the interposed functions alone: counts the call and tells whether it is to fail.
     bool isToFail(const std::string& function);
     CURLcode resultFor(CURLoption option, const std::string& described);
@@ -83,6 +86,7 @@ private:
     std::map<CURLoption, CURLcode> m_failingOptions;
     std::map<std::string, CFault> m_faults;
     std::map<std::string, int> m_counts;
+    std::set<std::string> m_calledWithSigPipeBlocked;
     CURLMcode m_multiResult = CURLM_INTERNAL_ERROR;
     std::optional<long> m_multiTimeout;
     std::deque<CURLMsg> m_messages;

@@ -738,6 +738,37 @@ TEST_F(CAsyncNetRequestManagerTest, keepsSigPipeFromItsThreadDuringLibcurlsWorkA
     EXPECT_EQ(inListener, false);
 }
 
+TEST_F(CAsyncNetRequestManagerTest, leavesSigPipeAloneWhenItTakesANewRequest)
+{
+    addRunning();
+    EXPECT_FALSE(m_calls.wasSigPipeBlocked("curl_multi_add_handle"));
+}
+
+TEST_F(CAsyncNetRequestManagerTest, keepsSigPipeFromItsThreadWhenItTakesARequestThatHasPerformed)
+{
+    answer(ok("x"));
+    const auto request = newRequest();
+    request->perform();
+    add(request);
+    EXPECT_TRUE(m_calls.wasSigPipeBlocked("curl_multi_add_handle"));
+}
+
+TEST_F(CAsyncNetRequestManagerTest, keepsSigPipeFromItsThreadWhenItWithdrawsARequest)
+{
+    const auto request = addRunning();
+    manager().removeRequest(request.get());
+    EXPECT_TRUE(m_calls.wasSigPipeBlocked("curl_multi_remove_handle"));
+}
+
+TEST_F(CAsyncNetRequestManagerTest, leavesSigPipeAloneWhenItLetsGoARequestThatHasEnded)
+{
+    answer(ok("x"));
+    add(newRequest());
+    finish(1);
+    EXPECT_EQ(m_calls.countOf("curl_multi_remove_handle"), 1);
+    EXPECT_FALSE(m_calls.wasSigPipeBlocked("curl_multi_remove_handle"));
+}
+
 TEST_F(CAsyncNetRequestManagerTest, uploads)
 {
     server().onConnection().readHead().readBytes(4).send("HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n");

@@ -405,6 +405,14 @@ TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyBeforeWhichThereIsAnother)
     EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:1'");
 }
 
+TEST_F(CNetRequestErrorTest, hidesThePasswordOfAProxyAmongTwoOfTheSameUser)
+{
+    request().setURL("http://unknown.invalid/");
+    request().setProxy("http://service-account-x:short@h:1");
+    request().setOptionString(CURLOPT_PRE_PROXY, "htp://service-account-x:longer-secret@h:2");
+    EXPECT_EQ(failure()->getMessage(), "Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:2'");
+}
+
 TEST_F(CNetRequestErrorTest, stillHidesTheLoginOfAProxyWhoseSuccessorWasRefused)
 {
     request().setURL("http://unknown.invalid/");
