@@ -91,13 +91,12 @@ String String::trim() const
 
 String String::trimLeft() const
 {
-    const auto first = m_text.find_first_not_of(whiteSpace);
-    return first == npos ? String() : String(m_text.substr(first));
+    return String(std::wstring(trimmedLeft(m_text)));
 }
 
 String String::trimRight() const
 {
-    return String(m_text.substr(0, m_text.find_last_not_of(whiteSpace) + 1));
+    return String(std::wstring(trimmedRight(m_text)));
 }
 
 String String::toLower() const&

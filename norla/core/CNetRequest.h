@@ -294,7 +294,6 @@ private:
 
     kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode);
     kx::String getLastResponseLine();
-    kx::String withoutProxyLogins(kx::String message) const;
 
     std::unique_ptr<CURL, CEasyCleanup> m_easyHandle;
     kx::P<Buffer> m_defaultReceiveBuffer;

@@ -99,9 +99,9 @@ public:
     /// @throws also as CFTPListDirResult
     kx::P<CFTPListDirResult> listDir(CNetRequest& request, const kx::String& path);
 
-    /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, as are names that
-    /// lead elsewhere ("..", "a/b"), and then the directory is too. The first failure ends it; what was removed until then stays removed.
-    /// Directories inside whose names need escaping in a URL ("my dir") cannot be listed and end it too.
+    /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, as are names that lead
+    /// elsewhere ("..", "a/b"), and then the directory is too. The first failure ends it; what was removed until then stays
+    /// removed. Directories inside whose names need escaping in a URL ("my dir") cannot be listed and end it too.
     /// @throws kx::CError when what is inside is nested so deep that its path goes on for more than 4096 characters
     void deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath);
 

@@ -4,6 +4,7 @@
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3ErrorResponse.h"
 #include "norla/s3/CS3ListObjectsResult.h"
+#include "tests/norla/s3/nestedXML.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
@@ -16,19 +17,6 @@
 #include <vector>
 
 namespace {
-
-std::string repeated(const std::string& text, int count)
-{
-    std::string all;
-    for (int i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
-
-std::string nested(int depth)
-{
-    return repeated("<a>", depth) + repeated("</a>", depth);
-}
 
 TEST(CS3DocumentTest, namesTheDocumentThatHasNoRoot)
 {
@@ -95,7 +83,7 @@ std::vector<std::string> hostileDocuments()
 {
     return {"", "no XML", "<Error>", "<Error></error>",
         "<?xml version=\"1.0\" encoding=\"x-unknown\"?><Error>\xe4</Error>", "<Error>\xff</Error>",
-        "<!DOCTYPE Error [<!ENTITY e \"x\">]><Error>&e;</Error>", "<Error>&unknown;</Error>", nested(1'000'000),
+        "<!DOCTYPE Error [<!ENTITY e \"x\">]><Error>&e;</Error>", "<Error>&unknown;</Error>", nestedXML(1'000'000),
         std::string("<Error>\0</Error>", 16)};
 }
 

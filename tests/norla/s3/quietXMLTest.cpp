@@ -1,5 +1,6 @@
 #include "norla/s3/quietXML.h"
 
+#include "tests/norla/s3/nestedXML.h"
 #include "tests/support/xmlOutline.h"
 
 #include <gtest/gtest.h>
@@ -33,19 +34,6 @@ std::string outlineOf(const std::string& text)
 {
     wxXmlDocument document;
     return load(document, text) ? outlineOf(document) : "refused";
-}
-
-std::string repeated(const std::string& text, int count)
-{
-    std::string all;
-    for (int i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
-
-std::string nested(int depth)
-{
-    return repeated("<a>", depth) + repeated("</a>", depth);
 }
 
 TEST(QuietXMLTest, keepsElementsAndTextsInTheirOrder)
@@ -147,9 +135,9 @@ TEST(QuietXMLTest, refusesABombOfEntities)
 
 TEST(QuietXMLTest, takesAHundredElementsInOneAnotherAndNoMore)
 {
-    EXPECT_TRUE(isTaken(nested(100)));
-    EXPECT_FALSE(isTaken(nested(101)));
-    EXPECT_FALSE(isTaken(nested(1'000'000)));
+    EXPECT_TRUE(isTaken(nestedXML(100)));
+    EXPECT_FALSE(isTaken(nestedXML(101)));
+    EXPECT_FALSE(isTaken(nestedXML(1'000'000)));
     EXPECT_FALSE(isTaken(repeated("<a>", 100) + "<b/>" + repeated("</a>", 100)));
 }
 
