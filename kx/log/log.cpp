@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -61,6 +62,16 @@ void logWarning(const std::exception& error, const String& text, const String& c
 void logError(const std::exception& error, const String& text, const String& context)
 {
     write({LogLevel::error, text, context, &error, String(), String()});
+}
+
+void logErrorQuietly(const std::exception& error, const String& text) noexcept
+{
+    try {
+        logError(error, text, String());
+    } catch (const std::exception&) {
+        // Not even the log works (out of memory, or a handler that throws): say what needs no allocation.
+        std::fputs("An error could not be logged.\n", stderr);
+    }
 }
 
 void logErrorData(const String& text, const String& dataName, const String& data)

@@ -31,6 +31,10 @@ KX_EXPORT void logInfo(const String& text);
 KX_EXPORT void logWarning(const std::exception& error, const String& text, const String& context);
 KX_EXPORT void logError(const std::exception& error, const String& text, const String& context);
 
+/// The same for where nothing may be thrown, as in destructors and in callbacks of C libraries: what the handler throws is
+/// said on standard error. No context.
+KX_EXPORT void logErrorQuietly(const std::exception& error, const String& text) noexcept;
+
 /// An error with text attached to it.
 KX_EXPORT void logErrorData(const String& text, const String& dataName, const String& data);
 

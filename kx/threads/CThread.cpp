@@ -5,6 +5,7 @@
 #include "kx/log/log.h"
 
 #include <chrono>
+#include <exception>
 #include <pthread.h>
 #include <system_error>
 
@@ -39,6 +40,16 @@ CThread::~CThread()
     } catch (const std::exception& error) {
         onExceptionInDestructorIgnored("kx::CThread", error, true);
     }
+    if (m_thread.joinable())
+        endAfterDestructionOnItself();
+}
+
+// The body cannot go on without its object, and it cannot be ended from here either.
+void CThread::endAfterDestructionOnItself() const noexcept
+{
+    logErrorQuietly(CError("The last reference to a thread's object must not be dropped on that thread."),
+        "The thread '" + m_name + "' has destroyed its own object: the process ends.");
+    std::terminate();
 }
 
 void CThread::setName(const String& name)
@@ -138,11 +149,13 @@ void CThread::runGuarded() noexcept
 // The thread object is taken out of the lock's reach before the join, because the body may ask for its ID.
 void CThread::joinIfStarted()
 {
+    if (getID() == getCurrentID())
+        return;
+    const std::lock_guard joining(m_joinMutex); // so that whoever comes second waits for the end too
     std::thread ended;
     {
         const std::lock_guard lock(m_mutex);
-        if (m_thread.get_id() != getCurrentID())
-            ended.swap(m_thread);
+        ended.swap(m_thread);
     }
     if (ended.joinable())
         ended.join();

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <functional>
 #include <pthread.h>
+#include <thread>
 
 namespace {
 
@@ -223,6 +224,63 @@ TEST(GlobalMutexTest, isOneAndMayBeTakenTwice)
     EXPECT_EQ(&kx::getGlobalMutex(), &kx::getGlobalMutex());
     const kx::CMutexLock lock(kx::getGlobalMutex());
     const kx::CMutexLock again(kx::getGlobalMutex());
+}
+
+// Both wait, whichever comes first.
+TEST(CThreadTest, everybodyWhoStopsItWaitsForItsEnd)
+{
+    kx::CSignal mayEnd;
+    std::atomic<bool> ended{false};
+    CLambdaThread thread([&](CLambdaThread&) {
+        mayEnd.wait(-1);
+        ended = true;
+    });
+    thread.start();
+    std::atomic<int> waiting{0};
+    std::atomic<int> early{0};
+    const auto stop = [&] {
+        ++waiting;
+        thread.stop(true);
+        early += ended ? 0 : 1;
+    };
+    std::thread first(stop);
+    std::thread second(stop);
+    while (waiting < 2 || thread.checkContinue())
+        kx::threadYield(true);
+    mayEnd.set();
+    first.join();
+    second.join();
+    EXPECT_EQ(early, 0);
+}
+
+TEST(CThreadDeathTest, saysWhyTheProcessEndsWhenItIsDestroyedOnItself)
+{
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_DEATH(
+        {
+            kx::CSignal never;
+            kx::P<kx::CThread> last;
+            class CDroppingThread : public kx::CThread {
+            public:
+                explicit CDroppingThread(kx::P<kx::CThread>& last)
+                    : m_last(last)
+                {
+                }
+
+            protected:
+                void runImpl() override { m_last = nullptr; }
+
+            private:
+                kx::P<kx::CThread>& m_last;
+            };
+            last = kx::newObj<CDroppingThread>(last);
+            last->setName("mine");
+            last->start();
+            never.wait(-1);
+        },
+        "The thread 'mine' has destroyed its own object: the process ends.: The last reference to a thread's object "
+        "must "
+        "not be dropped on that thread.");
 }
 
 } // namespace
