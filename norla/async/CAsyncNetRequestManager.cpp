@@ -6,6 +6,7 @@
 #include "kx/threads/CThread.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CGlobalInit.h"
+#include "norla/core/COpenSockets.h"
 #include "norla/core/CSigPipeBlock.h"
 
 #include <algorithm>
@@ -19,6 +20,7 @@ namespace {
 
 constexpr long longestWait = 1000;    // milliseconds
 constexpr int longestBlindWait = 100; // without a descriptor to watch
+constexpr long mostIdleConnections = 256;
 
 void check(CURLMcode result)
 {
@@ -32,6 +34,9 @@ CURLM* newMulti()
     CURLM* const multi = curl_multi_init();
     if (!multi)
         throw kx::CError("Error creating curl multi handle.");
+    // Beyond its limit libcurl closes an idle connection and waits for the server's answer to its goodbye, with every transfer
+    // waiting too. It cannot fail for a number.
+    curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, mostIdleConnections);
     return multi;
 }
 
@@ -47,6 +52,15 @@ bool canHaveLargeDescriptors() noexcept
 {
     rlimit limit{};
     return getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur > FD_SETSIZE;
+}
+
+// From 8.9 on libcurl puts the connections that it is closing into an fd_set whatever their numbers are, and the C library then
+// ends the process.
+bool mayAskForDescriptorSets() noexcept
+{
+    constexpr unsigned int firstUnchecked = 0x080900;
+    static const bool isChecked = curl_version_info(CURLVERSION_NOW)->version_num < firstUnchecked;
+    return isChecked || !canHaveLargeDescriptors();
 }
 
 } // namespace
@@ -88,7 +102,8 @@ struct CAsyncNetRequestManager::CDescriptorSets {
 };
 
 CAsyncNetRequestManager::CAsyncNetRequestManager()
-    : m_multi(newMulti())
+    : m_sockets(std::make_unique<COpenSockets>())
+    , m_multi(newMulti())
 {
 }
 
@@ -97,9 +112,11 @@ CAsyncNetRequestManager::~CAsyncNetRequestManager()
     try {
         removeAllRequests();
         const CSigPipeBlock block; // the connections say goodbye here
+        m_sockets->stopReading();
         curl_multi_cleanup(m_multi);
     } catch (const std::exception& error) {
-        // The multi handle stays: it still has requests, which outlive it then.
+        // The multi handle stays, and its sockets: it still has requests, which outlive it then.
+        static_cast<void>(m_sockets.release());
         kx::onExceptionInDestructorIgnored("norla::CAsyncNetRequestManager", error, true);
     }
 }
@@ -108,9 +125,12 @@ void CAsyncNetRequestManager::addRequest(CNetRequest* request)
 {
     if (!request)
         throw kx::CInvalidArgError("request is null", "CAsyncNetRequestManager::addRequest");
+    if (request->isManaged())
+        check(CURLM_ADDED_ALREADY); // as libcurl says, but before the running transfer is touched
     request->setAsyncInfo(false, CURLE_OK);
     if (m_requests.size() == m_requests.capacity()) // now, so that what runs is always in the array
         m_requests.reserve(std::max<size_t>(8, 2 * m_requests.size()));
+    request->enterManager(*m_sockets);
     CURLMcode result = CURLM_OK;
     {
         std::optional<CSigPipeBlock> block;
@@ -118,6 +138,8 @@ void CAsyncNetRequestManager::addRequest(CNetRequest* request)
             block.emplace(); // they are closed here
         result = curl_multi_add_handle(m_multi, request->getEasyHandle());
     }
+    if (result != CURLM_OK)
+        request->leaveManager();
     check(result);
     m_requests.emplace_back(request);
 }
@@ -146,6 +168,7 @@ kx::P<CNetRequest> CAsyncNetRequestManager::takeOut(RequestArray::iterator posit
     check(curl_multi_remove_handle(m_multi, (*position)->getEasyHandle()));
     kx::P<CNetRequest> request = std::move(*position);
     m_requests.erase(position);
+    request->leaveManager();
     return request;
 }
 
@@ -159,10 +182,14 @@ void CAsyncNetRequestManager::waitForEvents(int timeoutMs)
 {
     if (m_performAgain)
         return;
+    if (!mayAskForDescriptorSets()) {
+        const int limit = waitTime(timeoutMs, timeLibcurlWants());
+        check(curl_multi_poll(
+            m_multi, nullptr, 0, m_requests.empty() ? std::min(limit, longestBlindWait) : limit, nullptr));
+        return;
+    }
     CDescriptorSets sets(m_multi);
-    long libcurlLimit = 0;
-    check(curl_multi_timeout(m_multi, &libcurlLimit));
-    const int time = waitTime(timeoutMs, libcurlLimit);
+    const int time = waitTime(timeoutMs, timeLibcurlWants());
     const int blindTime = sets.isEmpty() ? std::min(time, longestBlindWait) : time;
     if (mayMissDescriptors(sets))
         check(curl_multi_poll(m_multi, nullptr, 0, blindTime, nullptr));
@@ -170,6 +197,13 @@ void CAsyncNetRequestManager::waitForEvents(int timeoutMs)
         kx::CThread::sleep(blindTime);
     else
         sets.select(time);
+}
+
+long CAsyncNetRequestManager::timeLibcurlWants() const
+{
+    long time = 0;
+    check(curl_multi_timeout(m_multi, &time));
+    return time;
 }
 
 // select() cannot watch a descriptor of FD_SETSIZE or more, and libcurl leaves such out of the sets. Where they may exist and

@@ -8,7 +8,11 @@
 
 #include <curl/curl.h>
 
+#include <memory>
+
 namespace norla {
+
+class COpenSockets;
 
 /// Many transfers at once on one thread, over one libcurl multi handle. Its owner adds requests and calls waitForEvents() and
 /// handleEvents() in turns; CAsyncNetRequestThread does so on a thread of its own. Meant for tens of transfers: some steps
@@ -17,6 +21,10 @@ namespace norla {
 /// Nothing is locked: one thread at a time uses a manager, from its construction to its destruction. The callbacks of the
 /// requests (sinks, sources, done listeners) are called there, inside handleEvents(). A done listener may add and remove
 /// requests; a sink or source may not (libcurl refuses that, "curlm" 8).
+///
+/// Neither a removal nor the end waits for a name lookup or for a server. What can still hold up all transfers is the goodbye of an
+/// idle connection (FTP, SMTP) that libcurl closes to make room, when more than 256 are open, to a server that does not answer: up
+/// to the low speed limit of the transfer that has just ended, 30 seconds as a rule.
 class KX_EXPORT CAsyncNetRequestManager : public kx::CBase, public virtual IAsyncNetRequestManager {
 public:
     using RequestArray = kx::TArray<kx::P<CNetRequest>>;
@@ -31,7 +39,8 @@ public:
 
     /// Prepares the request for a transfer, as CNetRequest::perform() does, and starts it. The following handleEvents() makes
     /// its first step.
-    /// @throws CCURLError when libcurl refuses the request, which is not in the manager then; kx::CInvalidArgError when it
+    /// @throws CCURLError when libcurl refuses the request, which is not in the manager then; "curlm" CURLM_ADDED_ALREADY when
+    /// it is running already, here or elsewhere, and then goes on as if nothing had been asked; kx::CInvalidArgError when it
     /// is null; what the seek() of its source throws
     void addRequest(CNetRequest* request) override;
 
@@ -67,7 +76,9 @@ private:
 
     kx::P<CNetRequest> takeOut(RequestArray::iterator position);
     bool mayMissDescriptors(const CDescriptorSets& sets) const;
+    long timeLibcurlWants() const;
 
+    std::unique_ptr<COpenSockets> m_sockets; // of the multi handle's connections
     CURLM* const m_multi;
     RequestArray m_requests; // those whose easy handles are in the multi handle
     bool m_performAgain = false;

@@ -2,9 +2,15 @@
 
 #include "kx/base/CInvalidArgError.h"
 #include "kx/base/onExceptionInDestructorIgnored.h"
+#include "kx/log/log.h"
 #include "kx/threads/CMutexLock.h"
 #include "kx/threads/CSignal.h"
 #include "norla/async/CAsyncNetRequestManager.h"
+#include "norla/core/CCURLError.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace norla {
 
@@ -18,13 +24,22 @@ constexpr int livenessCheckMs = 250; // how often a waiting caller looks whether
 /// One removal, shared by the caller who waits for it and the thread that carries it out.
 class CAsyncNetRequestThread::CRemoveRequest : public kx::CBase {
 public:
-    explicit CRemoveRequest(CNetRequest* request)
+    CRemoveRequest(CNetRequest* request, unsigned long long order)
         : m_request(request)
+        , m_order(order)
     {
     }
 
-    kx::P<CNetRequest> m_request; // null: all of them
+    bool concerns(const CNetRequest& request) const { return m_requested == nullptr || m_requested == &request; }
+
+    /// Whether an addition was surely made after it: by somebody who knew that it was asked for, because nobody waits for it.
+    bool isBefore(unsigned long long additionOrder) const { return !m_isWaitedFor && m_order < additionOrder; }
+
+    kx::P<CNetRequest> m_request; // null: all of them, or carried out
+    const CNetRequest* const m_requested = m_request.get();
+    const unsigned long long m_order;
     kx::CSignal m_done;
+    std::atomic<bool> m_isWaitedFor{true};
     bool m_removed = false; // written before the signal is set, read after
 };
 
@@ -48,23 +63,38 @@ void CAsyncNetRequestThread::addRequest(CNetRequest* request)
 {
     if (!request)
         throw kx::CInvalidArgError("request is null", "CAsyncNetRequestThread::addRequest");
+    if (isPending(*request))
+        throw kx::CInvalidArgError("request was added already", "CAsyncNetRequestThread::addRequest");
     const kx::CMutexLock lock(m_addMutex);
-    m_pendingAdditions.emplace_back(request);
+    m_pendingAdditions.push_back({request, ++m_order});
+}
+
+// Waiting for its start, with no removal asked for meanwhile.
+bool CAsyncNetRequestThread::isPending(const CNetRequest& request)
+{
+    const RemovalArray removals = pendingRemovals();
+    const kx::CMutexLock lock(m_addMutex);
+    return std::any_of(m_pendingAdditions.begin(), m_pendingAdditions.end(), [&](const CAddition& addition) {
+        return addition.request == &request
+            && std::none_of(removals.begin(), removals.end(), [&](const kx::P<CRemoveRequest>& removal) {
+                   return removal->concerns(request) && removal->m_order > addition.order;
+               });
+    });
 }
 
 bool CAsyncNetRequestThread::removeRequest(CNetRequest* request)
 {
-    const auto removal = kx::newObj<CRemoveRequest>(request);
+    kx::P<CRemoveRequest> removal;
     {
         const kx::CMutexLock lock(m_removeMutex);
+        removal = kx::newObj<CRemoveRequest>(request, ++m_order);
         m_pendingRemovals.push_back(removal);
     }
-    if (getCurrentID() == getID())
-        return false; // it would wait for itself
-    while (isAlive()) {
+    while (getCurrentID() != getID() && isAlive()) { // it would wait for itself
         if (removal->m_done.wait(livenessCheckMs))
             return removal->m_removed;
     }
+    removal->m_isWaitedFor = false;
     return false;
 }
 
@@ -97,45 +127,95 @@ void CAsyncNetRequestThread::handleManagerEvents(CAsyncNetRequestManager& manage
     manager.handleEvents(nullptr);
 }
 
-// Newest first. An entry goes by its position: the start of a transfer calls its source, which may add others meanwhile.
+// Newest first, but not before a removal that was asked for earlier: that one means a transfer before this one. An entry is found
+// again by its order, because the start of a transfer calls its source, which may add others meanwhile.
 void CAsyncNetRequestThread::startPendingRequests(CAsyncNetRequestManager& manager)
 {
+    const RemovalArray removals = pendingRemovals();
+    const auto mayStart = [&removals](const CAddition& addition) {
+        return std::none_of(removals.begin(), removals.end(), [&addition](const kx::P<CRemoveRequest>& removal) {
+            return removal->concerns(*addition.request) && removal->isBefore(addition.order);
+        });
+    };
     const kx::CMutexLock lock(m_addMutex);
-    while (!m_pendingAdditions.empty()) {
-        const auto last = static_cast<std::ptrdiff_t>(m_pendingAdditions.size() - 1);
-        manager.addRequest(m_pendingAdditions.back().get());
-        m_pendingAdditions.erase(m_pendingAdditions.begin() + last);
+    for (;;) {
+        const auto next = std::find_if(m_pendingAdditions.rbegin(), m_pendingAdditions.rend(), mayStart);
+        if (next == m_pendingAdditions.rend())
+            return;
+        const CAddition addition = *next;
+        try {
+            startUnlessRunning(manager, *addition.request);
+        } catch (const CCURLError&) {
+            throw; // it was not the request's fault: it is tried again when the thread is
+        } catch (...) {
+            forgetAddition(addition.order);
+            throw;
+        }
+        forgetAddition(addition.order);
     }
+}
+
+void CAsyncNetRequestThread::forgetAddition(unsigned long long order)
+{
+    const auto found = std::find_if(m_pendingAdditions.begin(), m_pendingAdditions.end(),
+        [order](const CAddition& addition) { return addition.order == order; });
+    m_pendingAdditions.erase(found);
+}
+
+// One that runs already goes on, and the others with it.
+void CAsyncNetRequestThread::startUnlessRunning(CAsyncNetRequestManager& manager, CNetRequest& request)
+{
+    if (request.isManaged())
+        kx::logError(kx::CInvalidArgError("request is running already", "CAsyncNetRequestThread::addRequest"),
+            "A request was added twice to the background transfers (ignored).", "");
+    else
+        manager.addRequest(&request);
 }
 
 // What was added before its removal may have come after the additions of this pass: it is taken up first, and a removal that comes
-// still later waits for the next pass. So nothing that was added and then removed is left running.
+// still later waits for the next pass. So nothing that was added and then removed is left running, and nothing that was removed
+// and then added is stopped.
 void CAsyncNetRequestThread::processRemoveRequests(CAsyncNetRequestManager& manager)
 {
-    size_t due = pendingRemovalCount();
-    if (due == 0)
+    const RemovalArray due = pendingRemovals();
+    if (due.empty())
         return;
     startPendingRequests(manager);
-    const kx::CMutexLock lock(m_removeMutex);
-    for (; due > 0; --due) {
-        const auto last = m_pendingRemovals.begin() + static_cast<std::ptrdiff_t>(due - 1);
-        const kx::P<CRemoveRequest> removal = std::move(*last);
-        m_pendingRemovals.erase(last);
-        if (removal->m_request) {
-            removal->m_removed = manager.removeRequest(removal->m_request.get());
-            removal->m_request = nullptr; // before the caller goes on, who may expect to hold the last reference
-        } else {
-            manager.removeAllRequests();
-            removal->m_removed = true;
+    {
+        const kx::CMutexLock lock(m_removeMutex);
+        for (size_t left = due.size(); left > 0; --left) {
+            const auto last = m_pendingRemovals.begin() + static_cast<std::ptrdiff_t>(left - 1);
+            const kx::P<CRemoveRequest> removal = std::move(*last);
+            m_pendingRemovals.erase(last);
+            if (removal->m_request) {
+                removal->m_removed = manager.removeRequest(removal->m_request.get());
+                removal->m_request = nullptr; // before the caller goes on, who may expect to hold the last reference
+            } else {
+                manager.removeAllRequests();
+                removal->m_removed = true;
+            }
+            removal->m_done.set();
         }
-        removal->m_done.set();
     }
+    dropAdditionsBefore(due);
+    startPendingRequests(manager);
 }
 
-size_t CAsyncNetRequestThread::pendingRemovalCount()
+// Those that had to wait for a removal, and were removed themselves since.
+void CAsyncNetRequestThread::dropAdditionsBefore(const RemovalArray& removals)
+{
+    const kx::CMutexLock lock(m_addMutex);
+    std::erase_if(m_pendingAdditions, [&removals](const CAddition& addition) {
+        return std::any_of(removals.begin(), removals.end(), [&addition](const kx::P<CRemoveRequest>& removal) {
+            return removal->concerns(*addition.request) && removal->m_order > addition.order;
+        });
+    });
+}
+
+CAsyncNetRequestThread::RemovalArray CAsyncNetRequestThread::pendingRemovals()
 {
     const kx::CMutexLock lock(m_removeMutex);
-    return m_pendingRemovals.size();
+    return m_pendingRemovals;
 }
 
 } // namespace norla

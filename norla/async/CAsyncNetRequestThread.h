@@ -6,6 +6,8 @@
 #include "kx/threads/CThread.h"
 #include "norla/async/IAsyncNetRequestManager.h"
 
+#include <atomic>
+
 namespace norla {
 
 class CAsyncNetRequestManager;
@@ -35,13 +37,16 @@ public:
 
     /// Hands the request to the thread and returns at once. Any thread. The transfer starts within about 100 ms; of requests
     /// added together the last one is the first. Until then a request that has run before still shows its last result: look
-    /// at CNetRequest::isAsyncDone() only after resetting it.
-    /// @throws kx::CInvalidArgError when the request is null
+    /// at CNetRequest::isAsyncDone() only after resetting it. One that runs already goes on, and the log says that it was added
+    /// twice. The thread calls the sources of requests while it takes these up, with the same lock held that this takes: hold
+    /// none that a source takes.
+    /// @throws kx::CInvalidArgError when the request is null, or waits for its start already
     void addRequest(CNetRequest* request) override;
 
     /// Withdraws the request, also one that was just added. Any thread. Blocks until the thread has done so, about 100 ms or as
     /// long as the callbacks of the requests take: hold no lock that they take. On the thread itself (in a callback) and
-    /// while it is not running, this returns false at once, and the request is withdrawn in the thread's next pass.
+    /// while it is not running, this returns false at once, and the request is withdrawn in the thread's next pass; added
+    /// again meanwhile, it is started after that.
     /// @param request null withdraws all
     /// @return whether the request was running and is withdrawn, always true for all; false also when the thread ends
     /// meanwhile
@@ -67,14 +72,24 @@ protected:
 
 private:
     class CRemoveRequest;
+    struct CAddition {
+        kx::P<CNetRequest> request;
+        unsigned long long order;
+    };
+    using RemovalArray = kx::TArray<kx::P<CRemoveRequest>>;
 
     void startPendingRequests(CAsyncNetRequestManager& manager);
-    size_t pendingRemovalCount();
+    static void startUnlessRunning(CAsyncNetRequestManager& manager, CNetRequest& request);
+    void forgetAddition(unsigned long long order);
+    void dropAdditionsBefore(const RemovalArray& removals);
+    bool isPending(const CNetRequest& request);
+    RemovalArray pendingRemovals();
 
     kx::CMutex m_addMutex; // guards the pending additions; never held together with the other one
-    kx::TArray<kx::P<CNetRequest>> m_pendingAdditions;
+    kx::TArray<CAddition> m_pendingAdditions;
     kx::CMutex m_removeMutex; // guards the pending removals
-    kx::TArray<kx::P<CRemoveRequest>> m_pendingRemovals;
+    RemovalArray m_pendingRemovals;
+    std::atomic<unsigned long long> m_order{0}; // of additions and removals, in which they were asked for
     const kx::P<IProgressHandler> m_progressHandler;
 };
 

@@ -12,7 +12,7 @@ class KX_EXPORT IAsyncNetRequestManager : public virtual kx::IBase {
 public:
     /// Starts the transfer of a request, keeping a reference until its end. The request is left alone meanwhile; its done
     /// signal and its done listener tell the end.
-    /// @param request not null, and not running here or elsewhere: that is not checked
+    /// @param request not null, and not running here or elsewhere: that is refused
     virtual void addRequest(CNetRequest* request) = 0;
 
     /// Withdraws a request: its transfer stops without an end, so that neither its done signal is set nor its done listener

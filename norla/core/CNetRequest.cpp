@@ -14,7 +14,9 @@
 #include "norla/core/CGlobalInit.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetStringList.h"
+#include "norla/core/COpenSockets.h"
 #include "norla/core/CSigPipeBlock.h"
+#include "norla/core/optionChecks.h"
 #include "norla/http/serverMessage.h"
 #include "norla/http/util.h"
 #include "norla/proxy/CProxySettings.h"
@@ -68,6 +70,21 @@ constexpr bool isSuccess(int httpStatus) noexcept
     return httpStatus >= 200 && httpStatus <= 299;
 }
 
+class CTrueMeanwhile {
+public:
+    explicit CTrueMeanwhile(bool& flag)
+        : m_flag(flag)
+    {
+        m_flag = true;
+    }
+    CTrueMeanwhile(const CTrueMeanwhile&) = delete;
+    CTrueMeanwhile& operator=(const CTrueMeanwhile&) = delete;
+    ~CTrueMeanwhile() { m_flag = false; }
+
+private:
+    bool& m_flag;
+};
+
 class CSetAtEnd {
 public:
     explicit CSetAtEnd(kx::CSignal& signal)
@@ -104,6 +121,7 @@ void CNetRequest::CEasyCleanup::operator()(CURL* handle) const noexcept
 }
 
 CNetRequest::CNetRequest()
+    : m_ownSockets(std::make_unique<COpenSockets>())
 {
     CGlobalInit::get();
     m_asyncDoneSignal = kx::newObj<kx::CSignal>();
@@ -126,11 +144,13 @@ CNetRequest::~CNetRequest()
     m_customHeaders = nullptr;
     m_ftpPreCommands = nullptr;
     m_ftpPostCommands = nullptr;
+    m_ownSockets->stopReading();
     m_easyHandle.reset();
 }
 
 void CNetRequest::reset()
 {
+    requireNotRunning("CNetRequest::reset");
     m_sendDataHolder = nullptr;
     m_sendDataSource = nullptr;
     m_doneListener = nullptr;
@@ -141,6 +161,7 @@ void CNetRequest::reset()
     m_isHTTP = false;
     m_errorBuffer.getData()[0] = 0;
     curl_easy_reset(m_easyHandle.get());
+    m_usedSockets = nullptr;
     m_httpMethod = kx::String();
     m_upload = false;
     m_sendDataSize = -1;
@@ -149,12 +170,22 @@ void CNetRequest::reset()
     m_ftpPostCommands = nullptr;
     m_keptObjects.clear();
     m_proxyLogins.clear();
+    m_copiedBodySize = -1;
+    m_hasRecipients = false;
     resetForPerform();
     setDefaultOptions();
 }
 
+// A transfer that is reset while it runs would end as a success with half an answer.
+void CNetRequest::requireNotRunning(const char* functionName) const
+{
+    if (m_isPerforming || m_isManaged)
+        throw kx::CError(kx::String::fromLatin1(functionName) + " was called while the request's transfer is running.");
+}
+
 void CNetRequest::resetForPerform()
 {
+    requireNotRunning("CNetRequest::resetForPerform");
     if (m_customHeaders)
         setCustomHTTPHeaders(m_customHeaders.get());
     m_headerAssembler.reset();
@@ -187,8 +218,24 @@ void CNetRequest::setDefaultOptions()
     setOptionInt(CURLOPT_LOW_SPEED_TIME, 30);
 }
 
+// What keeps a transfer from waiting where no time limit counts. Set once for many transfers.
+void CNetRequest::useSockets(COpenSockets& sockets)
+{
+    if (m_usedSockets == &sockets)
+        return;
+    setOptionInt(CURLOPT_QUICK_EXIT, 1); // a name lookup that hangs is left to itself
+    if (!m_hasSocketCallbacks) {
+        setOption(CURLOPT_OPENSOCKETFUNCTION, &COpenSockets::onOpen);
+        setOption(CURLOPT_OPENSOCKETDATA, static_cast<void*>(&sockets));
+        setOption(CURLOPT_CLOSESOCKETFUNCTION, &COpenSockets::onClose);
+        setOption(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&sockets));
+    }
+    m_usedSockets = &sockets;
+}
+
 void CNetRequest::perform()
 {
+    requireNotRunning("CNetRequest::perform");
     resetForPerform();
     m_errorBuffer.getData()[0] = 0;
     try {
@@ -202,9 +249,11 @@ void CNetRequest::perform()
 
 void CNetRequest::performOnce()
 {
+    useSockets(*m_ownSockets);
     CURLcode result = CURLE_OK;
     {
         const CSigPipeBlock block;
+        const CTrueMeanwhile performing(m_isPerforming);
         m_hasOwnConnections = true;
         result = curl_easy_perform(m_easyHandle.get());
     }
@@ -226,7 +275,8 @@ void CNetRequest::performOnce()
 // Without recipients libcurl says HELP in place of sending the mail, and is content when the server answers.
 void CNetRequest::noticeUnsentMail(CURLcode result)
 {
-    if (result == CURLE_OK && m_upload && !m_sendDataWasRead && !m_callbackError && getResponseCodeDomain() == "smtp")
+    if (result == CURLE_OK && m_upload && !m_hasRecipients && !m_sendDataWasRead && !m_callbackError
+        && getResponseCodeDomain() == "smtp")
         m_callbackError
             = CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, "").clone();
 }
@@ -246,7 +296,7 @@ void CNetRequest::tellDoneAfterFailure(IDoneListener* listener, const std::excep
         const auto* const known = dynamic_cast<const kx::CError*>(&error);
         tellDone(listener, known ? known : kx::CStdExceptionError::exceptionToError(error).get());
     } catch (const std::exception& listenerError) {
-        kx::logError(listenerError, "A done listener has thrown after a failed transfer (ignored).", "");
+        kx::logErrorQuietly(listenerError, "A done listener has thrown after a failed transfer (ignored).");
     }
 }
 
@@ -263,27 +313,63 @@ void CNetRequest::setOption(CURLoption option, TValue value)
 
 void CNetRequest::setOptionInt(CURLoption option, int value)
 {
+    requireOptionTakes(option, OptionValue::number, "CNetRequest::setOptionInt");
+    if (option == CURLOPT_POSTFIELDSIZE)
+        requireWithinCopiedBody(value);
     setOption(option, static_cast<long>(value));
 }
 
 void CNetRequest::setOptionInt64(CURLoption option, long long value)
 {
+    requireOptionTakes(option, OptionValue::number, "CNetRequest::setOptionInt64");
+    if (option == CURLOPT_POSTFIELDSIZE_LARGE)
+        requireWithinCopiedBody(value);
     setOption(option, static_cast<curl_off_t>(value));
+}
+
+// libcurl would send what lies behind its copy.
+void CNetRequest::requireWithinCopiedBody(long long size) const
+{
+    if (m_copiedBodySize != -1 && size > m_copiedBodySize)
+        throw kx::CInvalidArgError("the size " + kx::toString(size) + " is more than the "
+                + kx::toString(m_copiedBodySize) + " bytes of the body set by CURLOPT_POSTFIELDS",
+            "CNetRequest::setOptionInt64");
 }
 
 void CNetRequest::setOptionPtr(CURLoption option, void* value)
 {
+    requireOptionTakes(option, OptionValue::pointer, "CNetRequest::setOptionPtr");
     setOption(option, value);
+    if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
+        m_copiedBodySize = -1;
+    else if (option == CURLOPT_MAIL_RCPT)
+        m_hasRecipients = value != nullptr;
+    else if (option == CURLOPT_OPENSOCKETFUNCTION || option == CURLOPT_CLOSESOCKETFUNCTION)
+        m_hasSocketCallbacks = value != nullptr; // the application's own stay
 }
 
 void CNetRequest::setOptionString(CURLoption option, const kx::String& value)
 {
     const std::string bytes = value.toUTF8();
-    if (bytes.find('\0') != std::string::npos)
-        throw kx::CInvalidArgError("text contains a zero character", "CNetRequest::setOptionString");
+    requireOptionTakes(option, OptionValue::text, "CNetRequest::setOptionString");
+    requireOptionText(option, bytes, "CNetRequest::setOptionString");
+    if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS) {
+        setCopiedBody(bytes);
+        return;
+    }
     setOption(option, bytes.c_str());
     if (option == CURLOPT_PROXY || option == CURLOPT_PRE_PROXY)
         m_proxyLogins[option] = proxyLoginOf(value);
+}
+
+// CURLOPT_POSTFIELDS is the one text that libcurl does not copy. It copies as many bytes as it was told of before.
+void CNetRequest::setCopiedBody(const std::string& bytes)
+{
+    const auto size = static_cast<long long>(bytes.size());
+    setOption(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size));
+    setOption(CURLOPT_COPYPOSTFIELDS, bytes.c_str());
+    m_copiedBodySize = size;
+    m_sendDataSize = size;
 }
 
 void CNetRequest::setURL(const kx::String& url)
@@ -295,6 +381,7 @@ void CNetRequest::setURL(const kx::String& url)
 
 void CNetRequest::setHTTPMethod(const kx::String& method)
 {
+    requireOptionText(CURLOPT_CUSTOMREQUEST, method.toUTF8(), "CNetRequest::setHTTPMethod");
     constexpr std::array standardMethods = {"", "GET", "PUT", "POST", "HEAD"};
     const bool isStandard = std::find(standardMethods.begin(), standardMethods.end(), method) != standardMethods.end();
     if (isStandard)
@@ -565,6 +652,14 @@ double CNetRequest::getInfoDouble(CURLINFO info)
     return getInfo<double>(info);
 }
 
+kx::String CNetRequest::getInfoString(CURLINFO info)
+{
+    if ((info & CURLINFO_TYPEMASK) != CURLINFO_STRING || info == CURLINFO_PRIVATE)
+        throwError(CURLE_UNKNOWN_OPTION, "", -1, "");
+    const char* const text = getInfo<const char*>(info);
+    return text ? kx::String::fromUTF8(text) : kx::String();
+}
+
 int CNetRequest::getResponseCode()
 {
     return getInfoLong(CURLINFO_RESPONSE_CODE);
@@ -637,7 +732,17 @@ void CNetRequest::throwError(
         getServerMessage(responseCodeDomain, responseCode));
 }
 
-kx::String CNetRequest::getServerMessage(const kx::String& responseCodeDomain, int responseCode)
+// The failure itself is what must be told.
+kx::String CNetRequest::getServerMessage(const kx::String& responseCodeDomain, int responseCode) noexcept
+{
+    try {
+        return readServerMessage(responseCodeDomain, responseCode);
+    } catch (const std::exception&) {
+        return kx::String();
+    }
+}
+
+kx::String CNetRequest::readServerMessage(const kx::String& responseCodeDomain, int responseCode)
 {
     if (responseCodeDomain == "smtp" && responseCode >= 1)
         return getLastResponseLine();
@@ -728,6 +833,19 @@ kx::P<kx::CError> CNetRequest::asyncFailure()
     return nullptr;
 }
 
+void CNetRequest::enterManager(COpenSockets& sockets)
+{
+    if (m_hasOwnConnections)
+        m_ownSockets->stopReading(); // newer libcurls close these connections now
+    useSockets(sockets);
+    m_isManaged = true;
+}
+
+void CNetRequest::leaveManager() noexcept
+{
+    m_isManaged = false;
+}
+
 void CNetRequest::checkAsyncResult()
 {
     const kx::CMutexLock lock(m_asyncMutex);
@@ -781,11 +899,12 @@ size_t CNetRequest::headerCallback(char* data, size_t size, size_t count, void* 
 size_t CNetRequest::writeHandler(char* data, size_t size, size_t count) noexcept
 {
     const size_t total = size * count;
-    if (!m_receiveSink)
+    const kx::P<IDataSink> sink = m_receiveSink; // which may put another one in its place
+    if (!sink)
         return total;
-    const bool taken = storingErrors([this, data, total] {
+    const bool taken = storingErrors([this, &sink, data, total] {
         updateResponseCode();
-        m_receiveSink->write(reinterpret_cast<const unsigned char*>(data), static_cast<int>(total), m_responseCode,
+        sink->write(reinterpret_cast<const unsigned char*>(data), static_cast<int>(total), m_responseCode,
             getResponseHeaderMap());
     });
     if (taken)
@@ -812,11 +931,12 @@ void CNetRequest::updateResponseCode()
 size_t CNetRequest::readHandler(char* buffer, size_t size, size_t count) noexcept
 {
     m_sendDataWasRead = true;
-    if (!m_sendDataSource)
+    const kx::P<IDataSource> source = m_sendDataSource; // which may put another one in its place
+    if (!source)
         return 0;
     size_t delivered = CURL_READFUNC_ABORT;
-    storingErrors([this, buffer, size, count, &delivered] {
-        delivered = static_cast<size_t>(m_sendDataSource->read(
+    storingErrors([this, &source, buffer, size, count, &delivered] {
+        delivered = static_cast<size_t>(source->read(
             reinterpret_cast<unsigned char*>(buffer), static_cast<int>(size * count), getResponseHeaderMap()));
     });
     return delivered;
@@ -824,26 +944,27 @@ size_t CNetRequest::readHandler(char* buffer, size_t size, size_t count) noexcep
 
 int CNetRequest::seekHandler(long long offset, int origin) noexcept
 {
-    if (!m_sendDataSource)
+    const kx::P<IDataSource> source = m_sendDataSource;
+    if (!source)
         return CURL_SEEKFUNC_FAIL;
     bool found = false;
-    storingErrors([this, offset, origin, &found] { found = seekSource(offset, origin); });
+    storingErrors([&source, offset, origin, &found] { found = seekSource(*source, offset, origin); });
     return found ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
 }
 
-bool CNetRequest::seekSource(long long offset, int origin)
+bool CNetRequest::seekSource(IDataSource& source, long long offset, int origin)
 {
     if (origin == SEEK_SET) {
-        m_sendDataSource->seek(offset);
+        source.seek(offset);
         return true;
     }
     if (origin == SEEK_CUR) {
-        m_sendDataSource->seek(m_sendDataSource->getPosition() + offset);
+        source.seek(source.getPosition() + offset);
         return true;
     }
-    if (origin != SEEK_END || m_sendDataSource->getLength() == -1)
+    if (origin != SEEK_END || source.getLength() == -1)
         return false;
-    m_sendDataSource->seek(m_sendDataSource->getLength() + offset);
+    source.seek(source.getLength() + offset);
     return true;
 }
 
@@ -852,7 +973,9 @@ size_t CNetRequest::headerHandler(const char* data, int length) noexcept
     try {
         handleHeaderLine({data, static_cast<size_t>(length)});
     } catch (const std::exception& error) {
-        kx::logWarning(error, "Exception during CNetRequest header parsing (ignored).", "");
+        // What a log handler throws comes out of the transfer; the line itself never ends it.
+        storingErrors(
+            [&error] { kx::logWarning(error, "Exception during CNetRequest header parsing (ignored).", ""); });
     }
     return static_cast<size_t>(length);
 }

@@ -17,19 +17,26 @@
 
 #include <curl/curl.h>
 
+#include <atomic>
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace norla {
 
 class CNetHeaders;
 class CNetStringList;
+class COpenSockets;
 
 /// One transfer: a libcurl easy handle and everything that belongs to it. Made for many transfers, one after the other, which
 /// then share connections: set options, perform(), read the answer. Options stay until reset().
 ///
 /// Used by one thread at a time; isAsyncDone(), waitAsyncDone(), getAsyncDoneSignal() and checkAsyncResult() may be called
 /// from any thread while a manager drives the transfer. Sinks, sources and listeners are called on the thread that does.
+///
+/// Connections stay open for the next transfer until the request goes, which waits for no server: goodbyes are said (FTP, SMTP),
+/// but their answers are not waited for. A request keeps five connections; the goodbye of one more, which libcurl says within a
+/// transfer, may take until that transfer's low speed limit.
 class KX_EXPORT CNetRequest : public kx::CBase {
 public:
     class IDataSink;
@@ -49,10 +56,11 @@ public:
     ~CNetRequest() override;
 
     /// Back to a new request, keeping libcurl's open connections, DNS and TLS session caches.
+    /// @throws kx::CError in a callback of its own transfer, and while a manager has it; nothing has changed then
     void reset();
 
     /// What every transfer starts with: applies the custom headers again, forgets the last answer, empties the default receive
-    /// buffer and rewinds the body to be sent. @throws what the source's seek() throws
+    /// buffer and rewinds the body to be sent. @throws as reset(); what the source's seek() throws
     void resetForPerform();
 
     /// The options of a new request: errors and data come to this object, redirects are followed, 30 seconds to connect, and
@@ -61,14 +69,19 @@ public:
 
     /// Runs the transfer and blocks until its end.
     /// @throws CCURLError when it fails or an HTTP response has a status outside 200 to 299
-    /// @throws kx::CError the error of a sink or source, when one threw: it goes before libcurl's own
+    /// @throws kx::CError the error of a sink or source, when one threw, or of a log handler: it goes before libcurl's own;
+    /// as reset()
     void perform();
 
     /// Passes one option to libcurl, for those that have no setter here. All setters throw CCURLError if libcurl refuses.
+    /// These four also throw kx::CInvalidArgError for an option that takes something else (curl_easy_option_by_id()): libcurl
+    /// would take a number for the address of a text.
     void setOptionInt(CURLoption option, int value);
     void setOptionInt64(CURLoption option, long long value);
     void setOptionPtr(CURLoption option, void* value);
-    /// libcurl keeps a copy in UTF-8. @throws kx::CInvalidArgError when the text holds a zero character
+    /// libcurl keeps a copy in UTF-8, also of CURLOPT_POSTFIELDS, whose size is set with it.
+    /// @throws kx::CInvalidArgError when the text holds a zero character, or a line end, which would begin another command or
+    /// header field on its way to the server. URLs, envelope senders, bodies and names of files may hold one.
     void setOptionString(CURLoption option, const kx::String& value);
 
     /// The URL, which must be escaped already: libcurl refuses one with a blank as malformed when it is performed.
@@ -105,7 +118,7 @@ public:
     /// libcurl's curl_ftpcreatedir values; CURLOPT_FTP_CREATE_MISSING_DIRS.
     void setFTPCreateMissingDirs(int create);
 
-    /// Limits name lookup and connection. Sent to libcurl in whole milliseconds, rounded toward zero, at most about 24 days;
+    /// Limits name lookup and connection; a lookup that hangs is left to itself. Sent to libcurl in whole milliseconds, rounded toward zero, at most about 24 days;
     /// zero and the infinite span mean libcurl's default of 300 seconds. Not negative.
     void setConnectTimeout(const kx::CTimeSpan& limit);
 
@@ -201,6 +214,10 @@ public:
     int getInfoLong(CURLINFO info);
     double getInfoDouble(CURLINFO info);
 
+    /// Such as CURLINFO_EFFECTIVE_URL, the address that was fetched after all redirects; empty when there is none.
+    /// @throws also kx::CError when it is not UTF-8
+    kx::String getInfoString(CURLINFO info);
+
     /// The last status that the server sent (HTTP, FTP, SMTP); 0 when there was none.
     int getResponseCode();
 
@@ -250,8 +267,18 @@ public:
     /// For the asynchronous manager. Owned by this object.
     CURL* getEasyHandle() const noexcept { return m_easyHandle.get(); }
 
-    /// For the asynchronous manager: whether connections of earlier perform() calls may be open. libcurl closes them when a
-    /// multi handle takes the request.
+    /// For the asynchronous manager: when libcurl is about to take the request, and when it has let it go. In between the
+    /// request is neither performed nor reset.
+    /// @param sockets of the multi handle
+    /// @throws CCURLError if libcurl refuses; the request is not managed then
+    void enterManager(COpenSockets& sockets);
+    void leaveManager() noexcept;
+
+    /// For the asynchronous manager. Any thread.
+    bool isManaged() const noexcept { return m_isManaged; }
+
+    /// For the asynchronous manager: whether connections of earlier perform() calls may be open. Newer libcurls close them
+    /// when a multi handle takes the request.
     bool hasOwnConnections() const noexcept { return m_hasOwnConnections; }
 
 private:
@@ -271,8 +298,11 @@ private:
     void setTimeout(CURLoption option, const kx::CTimeSpan& limit);
     void switchOffOtherMethods(const kx::String& method);
     void switchOnMethod(const kx::String& method);
-    bool isHTTPSuccess();
     void noticeUnsentMail(CURLcode result);
+    void requireWithinCopiedBody(long long size) const;
+    void setCopiedBody(const std::string& bytes);
+    void requireNotRunning(const char* functionName) const;
+    void useSockets(COpenSockets& sockets);
 
     void performOnce();
     void prepareAsync(CURLcode result);
@@ -288,13 +318,17 @@ private:
     size_t headerHandler(const char* data, int length) noexcept;
     void handleHeaderLine(std::string_view bytes);
     void updateResponseCode();
-    bool seekSource(long long offset, int origin);
+    static bool seekSource(IDataSource& source, long long offset, int origin);
     template <typename TAction>
     bool storingErrors(TAction action) noexcept;
 
-    kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode);
+    kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode) noexcept;
+    kx::String readServerMessage(const kx::String& responseCodeDomain, int responseCode);
     kx::String getLastResponseLine();
 
+    const std::unique_ptr<COpenSockets> m_ownSockets; // of the connections that perform() makes
+    COpenSockets* m_usedSockets = nullptr;            // what libcurl was told of; null: of none since the last reset()
+    bool m_hasSocketCallbacks = false;                // of the application's own
     std::unique_ptr<CURL, CEasyCleanup> m_easyHandle;
     kx::P<Buffer> m_defaultReceiveBuffer;
     kx::P<kx::IOutStream> m_defaultReceiveStream;
@@ -312,6 +346,10 @@ private:
     kx::P<CNetHeaders> m_customHeaders;
     kx::String m_httpMethod;
     bool m_upload = false;
+    long long m_copiedBodySize = -1; // of the text that libcurl has as CURLOPT_COPYPOSTFIELDS; -1: none
+    bool m_hasRecipients = false;
+    bool m_isPerforming = false;
+    std::atomic<bool> m_isManaged{false};
     bool m_hasOwnConnections = false;
     bool m_sendDataWasRead = false; // during the current transfer, or tried to
     CHeaderAssembler m_headerAssembler;

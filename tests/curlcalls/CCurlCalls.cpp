@@ -1,5 +1,7 @@
 #include "tests/curlcalls/CCurlCalls.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdarg>
@@ -105,10 +107,18 @@ bool CCurlCalls::isToFail(const std::string& function)
     return true;
 }
 
+bool CCurlCalls::isPlumbing(CURLoption option)
+{
+    constexpr std::array plumbing = {CURLOPT_QUICK_EXIT, CURLOPT_OPENSOCKETFUNCTION, CURLOPT_OPENSOCKETDATA,
+        CURLOPT_CLOSESOCKETFUNCTION, CURLOPT_CLOSESOCKETDATA};
+    return std::find(plumbing.begin(), plumbing.end(), option) != plumbing.end();
+}
+
 CURLcode CCurlCalls::resultFor(CURLoption option, const std::string& described)
 {
     const std::lock_guard lock(m_mutex);
-    m_options.push_back(described);
+    if (!isPlumbing(option))
+        m_options.push_back(described);
     const auto failing = m_failingOptions.find(option);
     return failing == m_failingOptions.end() ? CURLE_OK : failing->second;
 }

@@ -24,7 +24,9 @@ public:
     ~CCurlCalls();
 
     /// The options set since the construction or the last call, in order: "URL=http://host/", "UPLOAD=1",
-    /// "CUSTOMREQUEST=null", "HTTPHEADER=[A: 1, B: 2]"; "set" where a value is no text or number.
+    /// "CUSTOMREQUEST=null", "HTTPHEADER=[A: 1, B: 2]"; "set" where a value is no text or number. Without what the library sets
+    /// once, when a request is first performed or managed, to keep waits short: the functions that open and close sockets, and
+    /// CURLOPT_QUICK_EXIT.
     std::vector<std::string> takeOptions();
 
     /// The pointer that the option was last set to; null when it was not set.
@@ -75,6 +77,8 @@ public:
     void removeMulti(CURLM* multi);
 
 private:
+    static bool isPlumbing(CURLoption option);
+
     struct CFault {
         int skip = 0;
         int count = 0;

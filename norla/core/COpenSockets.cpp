@@ -1,0 +1,54 @@
+#include "norla/core/COpenSockets.h"
+
+#include <exception>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace norla {
+
+void COpenSockets::stopReading() noexcept
+{
+    for (const auto& [socket, noted] : m_sockets) {
+        CIdentity current{};
+        if (identify(socket, current) && current == noted)
+            shutdown(socket, SHUT_RD); // fails where the server has closed already, which is as good
+    }
+}
+
+curl_socket_t COpenSockets::onOpen(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) noexcept
+{
+    const curl_socket_t socket = ::socket(address->family, address->socktype, address->protocol);
+    if (socket != CURL_SOCKET_BAD)
+        static_cast<COpenSockets*>(sockets)->note(socket);
+    return socket;
+}
+
+int COpenSockets::onClose(void* sockets, curl_socket_t socket) noexcept
+{
+    static_cast<COpenSockets*>(sockets)->m_sockets.erase(socket);
+    return close(socket);
+}
+
+bool COpenSockets::identify(curl_socket_t socket, CIdentity& identity) noexcept
+{
+    struct stat status {};
+    if (fstat(socket, &status) != 0)
+        return false;
+    identity = {status.st_dev, status.st_ino};
+    return true;
+}
+
+// One that cannot be noted for want of memory is waited for, as all were without this class.
+void COpenSockets::note(curl_socket_t socket) noexcept
+{
+    try {
+        CIdentity identity{};
+        if (identify(socket, identity))
+            m_sockets.insert_or_assign(socket, identity);
+    } catch (const std::exception&) {
+        m_sockets.erase(socket);
+    }
+}
+
+} // namespace norla

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <map>
+#include <sys/types.h>
+
+namespace norla {
+
+/// The sockets of one of libcurl's connection caches: those of a request that performs by itself, or of a multi handle. It opens
+/// and closes them for libcurl (CURLOPT_OPENSOCKETFUNCTION, CURLOPT_CLOSESOCKETFUNCTION), so that the goodbyes which libcurl
+/// says when it frees a cache need not wait for a server that never answers them.
+///
+/// Lives longer than the cache. Used by the thread that works with the cache.
+class COpenSockets {
+public:
+    COpenSockets() = default;
+    COpenSockets(const COpenSockets&) = delete;
+    COpenSockets& operator=(const COpenSockets&) = delete;
+
+    /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once. For the moment
+    /// before libcurl closes all of the cache's connections.
+    void stopReading() noexcept;
+
+    static curl_socket_t onOpen(void* sockets, curlsocktype purpose, curl_sockaddr* address) noexcept;
+    static int onClose(void* sockets, curl_socket_t socket) noexcept;
+
+private:
+    /// Tells a socket from another one that has its number later: libcurl 7.88 closes those that were never connected itself.
+    struct CIdentity {
+        dev_t device;
+        ino_t inode;
+        bool operator==(const CIdentity&) const = default;
+    };
+
+    static bool identify(curl_socket_t socket, CIdentity& identity) noexcept;
+    void note(curl_socket_t socket) noexcept;
+
+    std::map<curl_socket_t, CIdentity> m_sockets;
+};
+
+} // namespace norla

@@ -1,0 +1,213 @@
+// A name lookup that does not come back: what waits for it, and what does not.
+#include "norla/async/CAsyncNetRequestThread.h"
+#include "norla/core/CCURLError.h"
+#include "tests/norla/async/CAsyncFixture.h"
+
+#include <condition_variable>
+#include <cstring>
+#include <dlfcn.h>
+#include <mutex>
+#include <netdb.h>
+
+namespace {
+
+/// Holds the lookups of "hanging.test" up until it is opened.
+class CGate {
+public:
+    /// @return whether the gate was shut when it came
+    void pass()
+    {
+        std::unique_lock lock(m_mutex);
+        ++m_waiting;
+        m_changed.notify_all();
+        m_changed.wait_for(lock, std::chrono::seconds(30), [this] { return m_isOpen; });
+        --m_waiting;
+        m_changed.notify_all();
+    }
+
+    void shut()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isOpen = false;
+    }
+
+    /// @return whether a lookup waits or comes to wait within 20 seconds
+    bool waitForLookup()
+    {
+        std::unique_lock lock(m_mutex);
+        return m_changed.wait_for(lock, std::chrono::seconds(20), [this] { return m_waiting > 0; });
+    }
+
+    bool isHolding()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_waiting > 0;
+    }
+
+    /// Lets all go, and waits until they are gone.
+    void open()
+    {
+        std::unique_lock lock(m_mutex);
+        m_isOpen = true;
+        m_changed.notify_all();
+        m_changed.wait_for(lock, std::chrono::seconds(20), [this] { return m_waiting == 0; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_isOpen = true;
+    int m_waiting = 0;
+};
+
+CGate& gate()
+{
+    static auto* const instance = new CGate; // threads of libcurl's may outlive main()
+    return *instance;
+}
+
+} // namespace
+
+// Stands before the C library's function, in libcurl too.
+extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** result)
+{
+    if (node && std::strcmp(node, "hanging.test") == 0) {
+        gate().pass();
+        return EAI_NONAME;
+    }
+    using Function = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
+    static const auto original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    return original(node, service, hints, result);
+}
+
+namespace {
+
+using norla::CAsyncNetRequestManager;
+using norla::CAsyncNetRequestThread;
+using std::chrono::steady_clock;
+
+constexpr auto limit = std::chrono::milliseconds(200);
+
+class HangingLookupTest : public CAsyncFixture {
+protected:
+    HangingLookupTest() { gate().shut(); }
+
+    // What was to be shown is that nobody had to wait for this.
+    ~HangingLookupTest() override { gate().open(); }
+
+    static Request hangingRequest() { return requestTo("http://hanging.test/"); }
+
+    /// Runs the action while the lookup hangs, which must not take longer than the limit.
+    template <typename TAction>
+    static void expectQuick(TAction action)
+    {
+        const auto start = steady_clock::now();
+        action();
+        const auto time = steady_clock::now() - start;
+        EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+        EXPECT_LE(std::chrono::duration_cast<std::chrono::milliseconds>(time).count(), limit.count());
+    }
+
+    Request addHanging()
+    {
+        auto request = hangingRequest();
+        m_thread->addRequest(request.get());
+        EXPECT_TRUE(gate().waitForLookup());
+        return request;
+    }
+
+    kx::P<CAsyncNetRequestThread> m_thread = kx::newObj<CAsyncNetRequestThread>();
+};
+
+TEST_F(HangingLookupTest, connectTimeoutOfPerformCounts)
+{
+    const auto request = hangingRequest();
+    request->setConnectTimeout(kx::CTimeSpan::fromMilliseconds(100));
+    try {
+        request->perform();
+        ADD_FAILURE();
+    } catch (const norla::CCURLError& error) {
+        EXPECT_EQ(error.getCode(), CURLE_OPERATION_TIMEDOUT) << error.what();
+    }
+    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+}
+
+TEST_F(HangingLookupTest, fullTimeoutOfPerformCountsAlsoAfterAReset)
+{
+    const auto request = hangingRequest();
+    request->reset();
+    request->setURL("http://hanging.test/");
+    request->setFullRequestTimeout(kx::CTimeSpan::fromMilliseconds(100));
+    EXPECT_THROW(request->perform(), norla::CCURLError);
+    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+}
+
+TEST_F(HangingLookupTest, requestGoesAtOnceAfterATimeout)
+{
+    auto request = hangingRequest();
+    request->setConnectTimeout(kx::CTimeSpan::fromMilliseconds(100));
+    EXPECT_THROW(request->perform(), norla::CCURLError);
+    expectQuick([&request] { request = nullptr; });
+}
+
+TEST_F(HangingLookupTest, removalDoesNotWait)
+{
+    m_thread->start();
+    const auto request = addHanging();
+    expectQuick([&] { EXPECT_TRUE(m_thread->removeRequest(request.get())); });
+}
+
+TEST_F(HangingLookupTest, connectTimeoutInTheBackgroundCounts)
+{
+    m_thread->start();
+    const auto request = hangingRequest();
+    request->setConnectTimeout(kx::CTimeSpan::fromMilliseconds(100));
+    m_thread->addRequest(request.get());
+    EXPECT_TRUE(request->waitAsyncDone(20'000));
+    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+    EXPECT_NE(resultOf(request).find("imeout was reached"), std::string::npos) << resultOf(request);
+}
+
+TEST_F(HangingLookupTest, othersGoOnWhileOneIsRemoved)
+{
+    m_thread->start();
+    const auto hanging = addHanging();
+    m_thread->removeRequest(hanging.get());
+    answer(ok("hello"));
+    const auto other = newRequest();
+    m_thread->addRequest(other.get());
+    EXPECT_TRUE(other->waitAsyncDone(20'000));
+    EXPECT_EQ(bodyOf(other), "hello");
+    EXPECT_TRUE(gate().isHolding()) << "they have waited for the lookup";
+}
+
+TEST_F(HangingLookupTest, stopDoesNotWait)
+{
+    m_thread->start();
+    const auto request = addHanging();
+    expectQuick([this] { m_thread->stop(true); });
+}
+
+TEST_F(HangingLookupTest, destructionDoesNotWait)
+{
+    m_thread->start();
+    const auto request = addHanging();
+    expectQuick([this] { m_thread = nullptr; });
+}
+
+TEST_F(HangingLookupTest, managerDoesNotWaitForItsRemovalOrItsEnd)
+{
+    auto manager = kx::newObj<CAsyncNetRequestManager>();
+    const auto removed = hangingRequest();
+    const auto kept = hangingRequest();
+    manager->addRequest(removed.get());
+    manager->addRequest(kept.get());
+    while (!gate().isHolding())
+        manager->handleEvents(nullptr);
+    expectQuick([&] {
+        manager->removeRequest(removed.get());
+        manager = nullptr;
+    });
+}
+
+} // namespace

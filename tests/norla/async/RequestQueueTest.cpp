@@ -1,0 +1,238 @@
+// What is asked for twice, or in an order of its own: additions and removals of the same request.
+#include "kx/base/CInvalidArgError.h"
+#include "norla/async/CAsyncNetRequestThread.h"
+#include "norla/core/CCURLError.h"
+#include "tests/norla/async/CAsyncFixture.h"
+#include "tests/support/CLogRecorder.h"
+#include "tests/support/errorOf.h"
+
+#include <future>
+
+namespace {
+
+using norla::CAsyncNetRequestManager;
+using norla::CAsyncNetRequestThread;
+using norla::CNetRequest;
+using support::errorOf;
+using Strings = std::vector<std::string>;
+
+/// Fails to seek, which the start of a transfer makes it do.
+class CUnseekableSource : public kx::CBase, public virtual CNetRequest::IDataSource {
+public:
+    int read(unsigned char*, int, const CNetRequest::HeaderMap&) override { return 0; }
+    long long getLength() override { return 0; }
+    void seek(long long) override
+    {
+        ++m_seeks;
+        throw kx::CError("cannot seek");
+    }
+    long long getPosition() override { return 1; }
+
+    std::atomic<int> m_seeks{0};
+};
+
+class RequestQueueTest : public CAsyncFixture {
+protected:
+    CAsyncNetRequestThread& thread() { return *m_thread; }
+
+    Request addRunning()
+    {
+        const size_t connection = server().connectionCount();
+        auto request = stalledRequest();
+        thread().addRequest(request.get());
+        EXPECT_TRUE(waitUntil([this, connection] { return !server().received(connection).empty(); }));
+        return request;
+    }
+
+    /// Waits until the thread has made a pass.
+    void makePass()
+    {
+        const auto probe = badRequest();
+        thread().addRequest(probe.get());
+        EXPECT_TRUE(probe->waitAsyncDone(20'000));
+    }
+
+    support::CLogRecorder m_log;
+    kx::P<CAsyncNetRequestThread> m_thread = kx::newObj<CAsyncNetRequestThread>();
+};
+
+// ---- twice
+
+TEST_F(RequestQueueTest, managerRefusesARunningRequestAndLeavesItsTransferAlone)
+{
+    std::promise<void> gate;
+    server()
+        .onConnection()
+        .readHead()
+        .send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfirst")
+        .waitFor(gate.get_future().share())
+        .send("other");
+    const auto manager = kx::newObj<CAsyncNetRequestManager>();
+    const auto request = newRequest();
+    manager->addRequest(request.get());
+    while (bodyOf(request).empty()) {
+        manager->waitForEvents(100);
+        manager->handleEvents(nullptr);
+    }
+    const auto error = errorOf([&] { manager->addRequest(request.get()); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getDomain(), "curlm");
+    EXPECT_EQ(error->getCode(), CURLM_ADDED_ALREADY);
+    EXPECT_EQ(bodyOf(request), "first");
+    gate.set_value();
+    while (manager->handleEvents(nullptr) == 0)
+        manager->waitForEvents(100);
+    EXPECT_EQ(bodyOf(request), "firstother");
+    EXPECT_EQ(resultOf(request), "success");
+}
+
+TEST_F(RequestQueueTest, anotherManagerRefusesItToo)
+{
+    const auto first = kx::newObj<CAsyncNetRequestManager>();
+    const auto second = kx::newObj<CAsyncNetRequestManager>();
+    const auto request = stalledRequest();
+    first->addRequest(request.get());
+    EXPECT_THROW(second->addRequest(request.get()), norla::CCURLError);
+    EXPECT_TRUE(request->isManaged());
+    EXPECT_FALSE(second->removeRequest(request.get()));
+    EXPECT_TRUE(first->removeRequest(request.get()));
+    EXPECT_FALSE(request->isManaged());
+    second->addRequest(request.get());
+    EXPECT_TRUE(request->isManaged());
+}
+
+TEST_F(RequestQueueTest, runningRequestIsNeitherPerformedNorReset)
+{
+    const auto manager = kx::newObj<CAsyncNetRequestManager>();
+    const auto request = stalledRequest();
+    manager->addRequest(request.get());
+    for (const auto& action : std::vector<std::function<void()>>{
+             [&] { request->perform(); }, [&] { request->reset(); }, [&] { request->resetForPerform(); }}) {
+        const auto error = errorOf(action);
+        ASSERT_TRUE(error);
+        EXPECT_NE(error->getMessage().find("while the request's transfer is running"), kx::String::npos);
+    }
+    EXPECT_FALSE(request->getURL().isEmpty());
+    EXPECT_TRUE(manager->removeRequest(request.get()));
+    EXPECT_NO_THROW(request->reset());
+}
+
+TEST_F(RequestQueueTest, requestThatEndsMayBeResetByItsListener)
+{
+    const auto manager = kx::newObj<CAsyncNetRequestManager>();
+    const auto request = badRequest();
+    request->setDoneListener(
+        kx::newObj<CActionListener>([](CNetRequest* ended, const kx::CError*) { ended->reset(); }).get());
+    manager->addRequest(request.get());
+    while (manager->handleEvents(nullptr) == 0)
+        manager->waitForEvents(100);
+    EXPECT_TRUE(request->getURL().isEmpty());
+}
+
+TEST_F(RequestQueueTest, threadRefusesARequestThatWaitsForItsStart)
+{
+    const auto request = badRequest();
+    thread().addRequest(request.get());
+    const auto error = errorOf([&] { thread().addRequest(request.get()); });
+    ASSERT_TRUE(dynamic_cast<kx::CInvalidArgError*>(error.get()));
+    EXPECT_EQ(error->getMessage(),
+        "Invalid argument passed to 'CAsyncNetRequestThread::addRequest': request was added already.");
+    thread().start();
+    EXPECT_TRUE(request->waitAsyncDone(20'000));
+}
+
+TEST_F(RequestQueueTest, threadLeavesARunningRequestAloneThatIsAddedAgainAndGoesOn)
+{
+    thread().start();
+    const auto running = addRunning();
+    thread().addRequest(running.get());
+    makePass();
+    EXPECT_TRUE(thread().isAlive());
+    EXPECT_TRUE(running->isManaged());
+    EXPECT_EQ(server().connectionCount(), 1U);
+    EXPECT_EQ(m_log.lines(),
+        Strings{"error: A request was added twice to the background transfers (ignored).: Invalid argument passed to "
+                "'CAsyncNetRequestThread::addRequest': request is running already."});
+    EXPECT_TRUE(thread().removeRequest(running.get()));
+}
+
+// ---- a source that cannot be rewound
+
+TEST_F(RequestQueueTest, sourceThatCannotSeekEndsTheThreadOnce)
+{
+    const auto source = kx::newObj<CUnseekableSource>();
+    const auto request = badRequest();
+    request->setSendDataSource(source.get());
+    thread().addRequest(request.get());
+    thread().start();
+    EXPECT_TRUE(waitUntil([this] { return !thread().isAlive(); }));
+    thread().start();
+    makePass();
+    EXPECT_TRUE(thread().isAlive());
+    EXPECT_EQ(source->m_seeks, 1);
+}
+
+// ---- a removal that nobody waits for, and then an addition
+
+TEST_F(RequestQueueTest, additionAfterARemovalOfBeforeTheStartIsNotWithdrawn)
+{
+    const auto request = badRequest();
+    EXPECT_FALSE(thread().removeRequest(request.get()));
+    thread().addRequest(request.get());
+    thread().start();
+    EXPECT_TRUE(request->waitAsyncDone(20'000));
+}
+
+TEST_F(RequestQueueTest, additionAfterARemovalOfAllIsNotWithdrawn)
+{
+    const auto request = badRequest();
+    EXPECT_FALSE(thread().removeAllRequests());
+    thread().addRequest(request.get());
+    thread().start();
+    EXPECT_TRUE(request->waitAsyncDone(20'000));
+}
+
+TEST_F(RequestQueueTest, listenerMayRemoveARunningRequestAndAddItAgain)
+{
+    thread().start();
+    const auto running = addRunning();
+    server().onConnection().readHead().send(ok("second"));
+    const auto trigger = badRequest();
+    trigger->setDoneListener(kx::newObj<CActionListener>([this, &running](CNetRequest*, const kx::CError*) {
+        EXPECT_FALSE(thread().removeRequest(running.get()));
+        thread().addRequest(running.get());
+    }).get());
+    thread().addRequest(trigger.get());
+    EXPECT_TRUE(running->waitAsyncDone(20'000));
+    EXPECT_EQ(bodyOf(running), "second");
+    EXPECT_EQ(m_log.lines(), Strings());
+}
+
+TEST_F(RequestQueueTest, lastRemovalCountsAfterRemovalAdditionRemoval)
+{
+    thread().start();
+    const auto running = addRunning();
+    const auto trigger = badRequest();
+    trigger->setDoneListener(kx::newObj<CActionListener>([this, &running](CNetRequest*, const kx::CError*) {
+        thread().removeRequest(running.get());
+        thread().addRequest(running.get());
+        thread().removeRequest(running.get());
+    }).get());
+    thread().addRequest(trigger.get());
+    EXPECT_TRUE(waitUntil([&running] { return !running->isManaged(); }));
+    makePass();
+    EXPECT_FALSE(running->isManaged());
+    EXPECT_EQ(server().connectionCount(), 1U);
+}
+
+TEST_F(RequestQueueTest, requestMayWaitAgainOnceItsRemovalWasAskedFor)
+{
+    const auto request = badRequest();
+    thread().addRequest(request.get());
+    EXPECT_FALSE(thread().removeRequest(request.get()));
+    EXPECT_NO_THROW(thread().addRequest(request.get()));
+    thread().start();
+    EXPECT_TRUE(request->waitAsyncDone(20'000));
+}
+
+} // namespace

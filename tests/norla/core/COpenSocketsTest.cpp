@@ -1,0 +1,127 @@
+#include "norla/core/COpenSockets.h"
+
+#include "tests/support/CDescriptor.h"
+#include "tests/support/loopback.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+using norla::COpenSockets;
+
+class COpenSocketsTest : public testing::Test {
+protected:
+    int openSocket()
+    {
+        curl_sockaddr address{};
+        address.family = AF_INET;
+        address.socktype = SOCK_STREAM;
+        address.protocol = IPPROTO_TCP;
+        return COpenSockets::onOpen(&m_sockets, CURLSOCKTYPE_IPCXN, &address);
+    }
+
+    /// A socket of these that is connected to the test.
+    int connectedSocket()
+    {
+        const support::CDescriptor listener = support::listenOnLoopback();
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(support::portOf(listener.get()));
+        const int socket = openSocket();
+        EXPECT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        m_peer = support::CDescriptor(accept(listener.get(), nullptr, nullptr));
+        return socket;
+    }
+
+    /// Whether a read of the socket would find the end at once.
+    static bool isAtItsEnd(int socket)
+    {
+        char byte = 0;
+        return recv(socket, &byte, 1, MSG_DONTWAIT) == 0;
+    }
+
+    COpenSockets m_sockets;
+    support::CDescriptor m_peer;
+};
+
+TEST_F(COpenSocketsTest, opensWhatLibcurlAsksFor)
+{
+    const int socket = openSocket();
+    ASSERT_GE(socket, 0);
+    int type = 0;
+    socklen_t size = sizeof(type);
+    EXPECT_EQ(getsockopt(socket, SOL_SOCKET, SO_TYPE, &type, &size), 0);
+    EXPECT_EQ(type, SOCK_STREAM);
+    EXPECT_EQ(COpenSockets::onClose(&m_sockets, socket), 0);
+}
+
+TEST_F(COpenSocketsTest, tellsThatASocketCannotBeOpened)
+{
+    curl_sockaddr address{};
+    address.family = AF_MAX;
+    address.socktype = SOCK_STREAM;
+    EXPECT_EQ(COpenSockets::onOpen(&m_sockets, CURLSOCKTYPE_IPCXN, &address), CURL_SOCKET_BAD);
+}
+
+TEST_F(COpenSocketsTest, closesTheSocket)
+{
+    const int socket = openSocket();
+    COpenSockets::onClose(&m_sockets, socket);
+    EXPECT_EQ(fcntl(socket, F_GETFD), -1);
+}
+
+TEST_F(COpenSocketsTest, readingEndsAtOnceAndSendingDoesNot)
+{
+    const int socket = connectedSocket();
+    EXPECT_FALSE(isAtItsEnd(socket));
+    m_sockets.stopReading();
+    EXPECT_TRUE(isAtItsEnd(socket));
+    EXPECT_EQ(send(socket, "QUIT", 4, MSG_NOSIGNAL), 4);
+    std::array<char, 10> bytes{};
+    EXPECT_EQ(read(m_peer.get(), bytes.data(), bytes.size()), 4);
+    COpenSockets::onClose(&m_sockets, socket);
+}
+
+// libcurl closes a socket that was never connected without asking.
+TEST_F(COpenSocketsTest, leavesASocketAloneThatHasTheNumberOfOneOfItsOwn)
+{
+    const int own = openSocket();
+    std::array<int, 2> others{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, others.data()), 0);
+    const support::CDescriptor first(others[0]);
+    const support::CDescriptor second(others[1]);
+    ASSERT_EQ(dup2(first.get(), own), own);
+    m_sockets.stopReading();
+    EXPECT_FALSE(isAtItsEnd(own));
+    close(own);
+}
+
+TEST_F(COpenSocketsTest, leavesANumberAloneThatNobodyHasAnyMore)
+{
+    const int socket = openSocket();
+    close(socket);
+    m_sockets.stopReading();
+    EXPECT_EQ(fcntl(socket, F_GETFD), -1);
+}
+
+TEST_F(COpenSocketsTest, forgetsWhatItHasClosed)
+{
+    const int socket = connectedSocket();
+    const support::CDescriptor copy(dup(socket)); // the same socket, which would be known again
+    COpenSockets::onClose(&m_sockets, socket);
+    ASSERT_EQ(dup2(copy.get(), socket), socket);
+    m_sockets.stopReading();
+    EXPECT_FALSE(isAtItsEnd(socket));
+    close(socket);
+}
+
+} // namespace
