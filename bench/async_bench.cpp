@@ -63,7 +63,7 @@ class CRequestTransfer {
 public:
     explicit CRequestTransfer(const std::string& url)
     {
-        m_request->setURL(url.c_str());
+        m_request->setURL(kx::String::fromUTF8(url));
         m_request->setOptionPtr(CURLOPT_PRIVATE, this);
     }
     CURL* handle() const { return m_request->getEasyHandle(); }
@@ -147,7 +147,7 @@ public:
     {
         for (int i = 0; i < count; ++i) {
             m_requests.push_back(kx::newObj<norla::CNetRequest>());
-            m_requests.back()->setURL(url.c_str());
+            m_requests.back()->setURL(kx::String::fromUTF8(url));
         }
     }
 
@@ -254,7 +254,7 @@ double latencyOn(norla::CAsyncNetRequestThread& thread, const std::string& url, 
 {
     const auto request = kx::newObj<norla::CNetRequest>();
     const auto sink = kx::newObj<CFirstByteSink>();
-    request->setURL(url.c_str());
+    request->setURL(kx::String::fromUTF8(url));
     request->setReceiveDataSink(sink.get());
     kx::CThread::sleep(static_cast<int>(random() % 100));
     const double start = bench::wallSeconds();
@@ -268,7 +268,7 @@ double latencyOfPerform(const std::string& url)
 {
     const auto request = kx::newObj<norla::CNetRequest>();
     const auto sink = kx::newObj<CFirstByteSink>();
-    request->setURL(url.c_str());
+    request->setURL(kx::String::fromUTF8(url));
     request->setReceiveDataSink(sink.get());
     const double start = bench::wallSeconds();
     request->perform();
@@ -305,7 +305,7 @@ void printLatencies(const bench::CLoopbackServer& server)
     printDistribution("addRequest(), thread idle", measured([&] { return latencyOn(*thread, url, random); }));
     const auto again = kx::newObj<CAddingListener>(*thread);
     const auto busy = kx::newObj<norla::CNetRequest>();
-    busy->setURL(url.c_str());
+    busy->setURL(kx::String::fromUTF8(url));
     busy->setDoneListener(again.get());
     thread->addRequest(busy.get());
     printDistribution("addRequest(), thread at work", measured([&] { return latencyOn(*thread, url, random); }));

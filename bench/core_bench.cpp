@@ -75,7 +75,7 @@ bool compareDownloads(const bench::CLoopbackServer& server)
     check(curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &total));
     check(curl_easy_setopt(easy.get(), CURLOPT_FRESH_CONNECT, 1L));
     const auto request = kx::newObj<norla::CNetRequest>();
-    request->setURL(url.c_str());
+    request->setURL(kx::String::fromUTF8(url));
     request->setOptionInt(CURLOPT_FRESH_CONNECT, 1);
     request->setReceiveDataSink(kx::newObj<CCountingSink>().get());
     return bench::compare({"download of 64 MiB into a sink", 1.02, 101,
@@ -95,7 +95,7 @@ bool compareUploads(const bench::CLoopbackServer& server)
     check(curl_easy_setopt(easy.get(), CURLOPT_EXPECT_100_TIMEOUT_MS, 1L));
     check(curl_easy_setopt(easy.get(), CURLOPT_FRESH_CONNECT, 1L));
     const auto request = kx::newObj<norla::CNetRequest>();
-    request->setURL(url.c_str());
+    request->setURL(kx::String::fromUTF8(url));
     request->setSendDataSource(kx::newObj<CEndlessSource>().get());
     request->setSendDataSize(largeSize);
     request->setHTTPMethod("PUT");
@@ -116,7 +116,7 @@ bool compareSmallGets(const bench::CLoopbackServer& server)
     check(curl_easy_setopt(easy.get(), CURLOPT_URL, url.c_str()));
     response.receiveFrom(easy.get());
     const auto request = kx::newObj<norla::CNetRequest>();
-    request->setURL(url.c_str());
+    request->setURL(kx::String::fromUTF8(url));
     const auto bare = [&easy, &response] {
         for (int i = 0; i < smallCount; ++i) {
             response.clear();

@@ -101,7 +101,7 @@ bool compareLookUp(int hostCount)
     for (const char* const scheme : {"http", "https", "ftp"})
         bareSettings.setProxy(scheme, "proxy.example.org:3128");
     for (int i = 0; i < hostCount; ++i) {
-        settings.addDirectConnectHost(hostName(i).c_str());
+        settings.addDirectConnectHost(kx::String::fromLatin1(hostName(i)));
         bareSettings.addHost(hostName(i));
     }
     const std::vector<std::string> bareURLs = urls(hostCount);

@@ -164,7 +164,8 @@ bool compareStore()
 {
     support::CCephServer store;
     store.makeBucket("bucket");
-    norla::CS3Client client(store.accessKeyId().c_str(), store.secretAccessKey().c_str(), false, store.host().c_str());
+    norla::CS3Client client(kx::String::fromLatin1(store.accessKeyId()),
+        kx::String::fromLatin1(store.secretAccessKey()), false, kx::String::fromLatin1(store.host()));
     const auto request = kx::newObj<norla::CNetRequest>();
     const std::string content(objectSize, 'x');
     const auto put = kx::newObj<norla::CNetRequest>();

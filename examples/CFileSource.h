@@ -1,6 +1,7 @@
 #pragma once
 
 #include "examples/CProgressBar.h"
+#include "examples/arguments.h"
 #include "norla/core/CNetRequest.h"
 
 #include <filesystem>
@@ -15,7 +16,7 @@ public:
         , m_size(static_cast<long long>(std::filesystem::file_size(name)))
     {
         if (!m_file)
-            throw kx::CError("The file '" + kx::String::fromUTF8(name) + "' cannot be read.");
+            throw kx::CError("The file '" + shownPath(name) + "' cannot be read.");
     }
 
     int read(unsigned char* buffer, int size, const norla::CNetRequest::HeaderMap&) override

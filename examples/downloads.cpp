@@ -1,4 +1,5 @@
 // Downloads many URLs at once into files of their names. Ctrl-C withdraws what is still running.
+#include "examples/arguments.h"
 #include "kx/base/CInvalidArgError.h"
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetRequest.h"
@@ -34,7 +35,7 @@ fs::path fileNameOf(const std::string& url)
     const std::string path = url.substr(0, url.find_first_of("?#"));
     const std::string name = path.substr(path.rfind('/') + 1);
     if (name.empty() || name == "." || name == "..")
-        throw kx::CInvalidArgError("no file name in the URL " + kx::String::fromUTF8(url), "downloads");
+        throw kx::CInvalidArgError("no file name in the URL " + textOf(url, "A URL"), "downloads");
     return name;
 }
 
@@ -47,10 +48,10 @@ public:
         , m_out(m_part, std::ios::binary)
     {
         if (!m_out)
-            throw kx::CError("The file '" + kx::String::fromUTF8(m_part.string()) + "' cannot be written.");
-        m_request->setURL(kx::String::fromUTF8(url));
+            throw kx::CError("The file '" + shownPath(m_part.native()) + "' cannot be written.");
+        m_request->setURL(textOf(url, "A URL"));
         if (!authority.empty())
-            m_request->setRootCertBundlePath(kx::String::fromUTF8(authority));
+            m_request->setRootCertBundlePath(Path::fromBytes(authority));
     }
 
     /// Half a file is of no use to anybody.
@@ -176,7 +177,7 @@ int downloadAll(const fs::path& folder, const std::vector<std::string>& urls, co
     for (const std::string& url : urls) {
         const fs::path name = fileNameOf(url);
         if (!names.insert(name).second)
-            throw kx::CInvalidArgError("two files named " + kx::String::fromUTF8(name.string()), "downloads");
+            throw kx::CInvalidArgError("two files named " + shownPath(name.native()), "downloads");
         downloads.push_back(kx::newObj<CDownload>(url, folder / name, authority));
     }
     std::signal(SIGINT, onInterrupt);

@@ -1,5 +1,6 @@
 // Fetches a URL (http, https, ftp, ftps, sftp) into a file or to standard output.
 #include "examples/CStreamSink.h"
+#include "examples/arguments.h"
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CNetHeaders.h"
@@ -53,21 +54,21 @@ std::string applyOptions(norla::CNetRequest& request, int argc, char** argv)
     const auto headers = kx::newObj<norla::CNetHeaders>();
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string option = argv[i];
-        const kx::String value = kx::String::fromUTF8(argv[i + 1]);
+        const auto value = [&] { return textOf(argv[i + 1], "The value of " + shownPath(option)); };
         if (option == "--output")
             output = argv[i + 1];
         else if (option == "--range")
-            setRange(request, value);
+            setRange(request, value());
         else if (option == "--header")
-            addHeader(*headers, value);
+            addHeader(*headers, value());
         else if (option == "--user")
-            setUser(request, value);
+            setUser(request, value());
         else if (option == "--key")
-            request.setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, value);
+            request.setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, value());
         else if (option == "--ca")
-            request.setRootCertBundlePath(value);
+            request.setRootCertBundlePath(Path::fromBytes(argv[i + 1]));
         else
-            throw kx::CInvalidArgError("unknown option " + kx::String::fromUTF8(option), "fetch");
+            throw kx::CInvalidArgError("unknown option " + shownPath(option), "fetch");
     }
     request.setCustomHTTPHeaders(headers.get());
     return output;
@@ -106,7 +107,7 @@ int main(int argc, char** argv)
     }
     try {
         const auto request = kx::newObj<norla::CNetRequest>();
-        request->setURL(kx::String::fromUTF8(argv[argc - 1]));
+        request->setURL(textOf(argv[argc - 1], "The URL"));
         const std::string output = applyOptions(*request, argc, argv);
         if (output.empty())
             fetchTo(std::cout, *request);

@@ -1,6 +1,7 @@
 // Works on the files of an FTP server.
 #include "examples/CFileSource.h"
 #include "examples/CStreamSink.h"
+#include "examples/arguments.h"
 #include "kx/text/CStringFormat.h"
 #include "kx/text/numbers.h"
 #include "kx/time/CTimeFields.h"
@@ -35,7 +36,7 @@ class CUsageError : public std::exception {};
 kx::String variable(const char* name, const char* otherwise)
 {
     const char* const value = std::getenv(name);
-    return kx::String::fromUTF8(value ? value : otherwise);
+    return textOf(value ? value : otherwise, "The environment variable " + kx::String::fromLatin1(name));
 }
 
 void print(const norla::CFTPDirEntry& entry)
@@ -75,7 +76,7 @@ public:
         }
         out.close();
         if (!out)
-            throw kx::CError("The file '" + kx::String::fromUTF8(partFile) + "' cannot be written.");
+            throw kx::CError("The file '" + shownPath(partFile) + "' cannot be written.");
         std::filesystem::rename(partFile, file);
     }
 
@@ -113,7 +114,10 @@ private:
 void execute(CCommands& commands, const std::vector<std::string>& words)
 {
     const auto is = [&words](const char* name, size_t count) { return words[0] == name && words.size() == count + 1; };
-    const auto text = [&words](size_t index) { return kx::String::fromUTF8(words[index]); };
+    const auto text = [&words](size_t index) {
+        return textOf(
+            words[index], "Argument " + kx::toString(static_cast<long long>(index)) + " of " + shownPath(words[0]));
+    };
     if (is("ls", 1))
         commands.list(text(1));
     else if (is("get", 2))
@@ -137,14 +141,14 @@ void execute(CCommands& commands, const std::vector<std::string>& words)
 void run(std::vector<std::string> words)
 {
     auto connectType = norla::CFTPClient::ConnectUnencrypted;
-    kx::String certificates;
+    Path certificates;
     while (!words.empty() && words[0].starts_with("--")) {
         if (words[0] == "--tls") {
             connectType = norla::CFTPClient::ConnectExplicitTLS;
         } else if (words[0] == "--implicit-tls") {
             connectType = norla::CFTPClient::ConnectImplicitTLS;
         } else if (words[0] == "--ca" && words.size() > 1) {
-            certificates = kx::String::fromUTF8(words[1]);
+            certificates = Path::fromBytes(words[1]);
             words.erase(words.begin());
         } else {
             throw CUsageError();
@@ -153,7 +157,7 @@ void run(std::vector<std::string> words)
     }
     if (words.size() < 2)
         throw CUsageError();
-    const auto client = kx::newObj<norla::CFTPClient>(kx::String::fromUTF8(words[0]), variable("FTP_USER", "anonymous"),
+    const auto client = kx::newObj<norla::CFTPClient>(textOf(words[0], "HOST"), variable("FTP_USER", "anonymous"),
         variable("FTP_PASSWORD", "anonymous@"), connectType);
     client->setRootCertBundlePath(certificates);
     CCommands commands(client);

@@ -1,5 +1,6 @@
 // Sends a mail with a text, an HTML version of it and attached files.
 #include "examples/CProgressBar.h"
+#include "examples/arguments.h"
 #include "kx/streams/CBufferStream.h"
 #include "kx/text/CURI.h"
 #include "kx/text/numbers.h"
@@ -53,12 +54,16 @@ kx::String passwordFromEnvironment()
     const char* const password = std::getenv("MAIL_PASSWORD");
     if (!password)
         throw kx::CError("The environment variable MAIL_PASSWORD is not set.");
-    return kx::String::fromUTF8(password);
+    return textOf(password, "The environment variable MAIL_PASSWORD");
 }
 
 void setOption(COptions& options, const std::string& name, const std::string& value)
 {
-    const kx::String text = kx::String::fromUTF8(value);
+    if (name == "--attach") {
+        options.attachments.emplace_back(value);
+        return;
+    }
+    const kx::String text = textOf(value, "The value of " + shownPath(name));
     if (name == "--from") {
         options.from = text;
     } else if (name == "--to") {
@@ -69,8 +74,6 @@ void setOption(COptions& options, const std::string& name, const std::string& va
         options.text = text;
     } else if (name == "--html") {
         options.html = text;
-    } else if (name == "--attach") {
-        options.attachments.emplace_back(value);
     } else if (name == "--security") {
         options.server.connectType = norla::CSMTPParams::connectTypeToInt(text);
     } else if (name == "--user") {
@@ -86,8 +89,8 @@ void setServer(norla::CSMTPParams& server, const std::string& place)
     const size_t colon = place.rfind(':');
     if (colon == std::string::npos)
         throw CUsageError();
-    server.host = kx::String::fromUTF8(place.substr(0, colon));
-    const long long port = kx::parseInt64(kx::String::fromUTF8(place.substr(colon + 1)), false);
+    server.host = textOf(place.substr(0, colon), "HOST");
+    const long long port = kx::parseInt64(textOf(place.substr(colon + 1), "PORT"), false);
     if (port < 1 || port > std::numeric_limits<unsigned short>::max())
         throw CUsageError();
     server.port = static_cast<int>(port);
@@ -120,7 +123,7 @@ std::string contentOf(const std::filesystem::path& file)
     std::ifstream in(file, std::ios::binary);
     std::string content = (std::ostringstream() << in.rdbuf()).str();
     if (!in)
-        throw kx::CError("The file '" + kx::String::fromUTF8(file.string()) + "' cannot be read.");
+        throw kx::CError("The file '" + shownPath(file.native()) + "' cannot be read.");
     return content;
 }
 
@@ -146,11 +149,16 @@ kx::String fileNameParameter(const kx::String& name)
     return "filename*=utf-8''" + kx::CURI::escape(name, true, "").replaceAll("+", "%20");
 }
 
+/// What is not UTF-8 in it becomes U+FFFD: a mail has no other encoding for it.
+kx::String fileNameOf(const std::filesystem::path& file)
+{
+    return kx::String::fromUTF8(shownPath(file.filename().native()).toDisplayUTF8());
+}
+
 kx::P<norla::CMimeMessage> newAttachment(const std::filesystem::path& file)
 {
     auto part = newPart("application/octet-stream", contentOf(file));
-    part->getHeaders()["Content-Disposition"]
-        = "attachment; " + fileNameParameter(kx::String::fromUTF8(file.filename().string()));
+    part->getHeaders()["Content-Disposition"] = "attachment; " + fileNameParameter(fileNameOf(file));
     return part;
 }
 
@@ -181,7 +189,7 @@ kx::P<norla::CMimeMessage> newMessage(const COptions& options)
     }
     kx::String to;
     for (const kx::String& recipient : options.recipients)
-        to += (to.isEmpty() ? "" : ", ") + recipient;
+        to += kx::String::fromLatin1(to.isEmpty() ? "" : ", ") + recipient;
     auto& headers = message->getHeaders();
     headers["From"] = options.from;
     headers["To"] = to;

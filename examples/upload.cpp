@@ -29,7 +29,7 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        upload(argv[1], kx::String::fromUTF8(argv[2]));
+        upload(argv[1], textOf(argv[2], "The URL"));
         return 0;
     } catch (const std::exception& error) {
         std::cerr << "upload: " << error.what() << '\n';

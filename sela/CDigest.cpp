@@ -44,7 +44,7 @@ void CDigest::finish()
 void CDigest::check(int result) const
 {
     if (result != 1)
-        throw kx::CError("OpenSSL cannot calculate " + kx::String(m_algorithm) + ".");
+        throw kx::CError("OpenSSL cannot calculate " + kx::String::fromLatin1(m_algorithm) + ".");
 }
 
 } // namespace sela

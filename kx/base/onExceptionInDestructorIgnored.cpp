@@ -9,7 +9,7 @@ namespace kx {
 void onExceptionInDestructorIgnored(const char* className, const std::exception& exception, bool isError) noexcept
 {
     try {
-        const String text = "Exception in the destructor of " + String(className) + " (ignored).";
+        const String text = "Exception in the destructor of " + String::fromLatin1(className) + " (ignored).";
         if (isError)
             logError(exception, text, "");
         else

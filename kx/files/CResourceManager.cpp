@@ -1,23 +1,36 @@
 #include "kx/files/CResourceManager.h"
 
 #include <filesystem>
+#include <string>
+#include <string_view>
 #include <system_error>
 
 namespace kx {
 
 namespace {
 
+// The kernel adds the mark when the file that the process was started from is gone, as after an upgrade (proc(5)). A
+// name may also end in it by itself.
+std::string withoutDeletedMark(const std::string& path)
+{
+    constexpr std::string_view mark = " (deleted)";
+    std::error_code error;
+    if (!path.ends_with(mark) || std::filesystem::exists(path, error))
+        return path;
+    return path.substr(0, path.size() - mark.size());
+}
+
 CResourceManager::Path pathOfThisProgram()
 {
     std::error_code error;
     const auto path = std::filesystem::read_symlink("/proc/self/exe", error);
-    return error ? CResourceManager::Path() : CResourceManager::Path(String::fromUTF8(path.string()));
+    return error ? CResourceManager::Path() : CResourceManager::Path::fromBytes(withoutDeletedMark(path.native()));
 }
 
 bool isFile(const CResourceManager::Path& path)
 {
     std::error_code error;
-    return std::filesystem::is_regular_file(path.toString().toUTF8(), error);
+    return std::filesystem::is_regular_file(path.toBytes(), error);
 }
 
 } // namespace

@@ -8,7 +8,8 @@
 
 namespace kx {
 
-/// Finds the files that the application ships beside its program. Any thread.
+/// Finds the files that the application ships beside its program. Any thread. Paths are the system's bytes (TPathImpl),
+/// whatever their encoding.
 ///
 /// Looked through in this order: the folders that the application adds, in the order of adding; "resources" beside the
 /// executable; "../share/<name of the executable>" from there.
@@ -16,7 +17,8 @@ class KX_EXPORT CResourceManager : public CBase {
 public:
     using Path = TPathImpl<CUnixPathTraits>;
 
-    /// The process's instance.
+    /// The process's instance. It knows the program by the path of the file that was started, also when this has been
+    /// replaced or removed since.
     /// @throws CError "Construction of static object has failed." once the process is exiting
     static TSafeGlobalPointer<CResourceManager>& get();
     static CSafeGlobalGuard& globalInstanceGuard();

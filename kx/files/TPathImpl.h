@@ -2,11 +2,17 @@
 
 #include "kx/containers/TArray.h"
 #include "kx/files/CUnixPathTraits.h"
+#include "kx/files/pathText.h"
 #include "kx/text/String.h"
 
 namespace kx {
 
 /// The name of a file or folder. A value type; it looks at text only, never at the file system.
+///
+/// The system's names are bytes, which mostly are UTF-8 but need not be. fromBytes() keeps every byte that does not
+/// belong to UTF-8 as one character, U+DC80 to U+DCFF (U+DC00 plus the byte, as Python's PEP 383 does), and toBytes()
+/// gives it back: any name goes there and back unchanged. These characters are surrogates: the text of such a path has no
+/// UTF-8 form, and is shown by String::toDisplayUTF8().
 template <typename TTraits>
 class TPathImpl {
 public:
@@ -15,10 +21,21 @@ public:
         : m_path(path)
     {
     }
-    TPathImpl(const char* path)
-        : m_path(path)
+    /// A literal in ISO 8859-1. Paths from outside are bytes: fromBytes().
+    template <size_t size>
+    TPathImpl(const char (&literal)[size])
+        : m_path(literal)
     {
     }
+    template <size_t size>
+    TPathImpl(char (&buffer)[size]) = delete; ///< holds bytes from elsewhere: use fromBytes()
+
+    /// A path as the system gives it: argv, getenv(), std::filesystem::path::native().
+    static TPathImpl fromBytes(std::string_view bytes) { return TPathImpl(pathTextFromBytes(bytes)); }
+
+    /// The path as the system wants it.
+    /// @throws CError on characters that neither have a UTF-8 form nor come from fromBytes()
+    std::string toBytes() const { return pathTextToBytes(m_path); }
 
     const String& toString() const noexcept { return m_path; }
     bool isEmpty() const noexcept { return m_path.isEmpty(); }
@@ -91,7 +108,7 @@ private:
             path += part;
         }
         if (path.isEmpty())
-            path = absolute ? "/" : ".";
+            path += absolute ? L'/' : L'.';
         return TPathImpl(path);
     }
 

@@ -34,7 +34,7 @@ CStringFormat::CStringFormat(const char* format, ...)
     const std::string text = formatted(format, arguments, failed);
     va_end(arguments);
     if (failed)
-        throw CError("Text cannot be formatted by '" + String(format) + "'.");
+        throw CError("Text cannot be formatted by '" + String::fromLatin1(format) + "'.");
     m_text = String::fromUTF8(text);
 }
 

@@ -5,6 +5,7 @@
 #include "kx/text/whitespace.h"
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <ostream>
 #include <utility>
@@ -28,11 +29,6 @@ std::wstring widen(std::string_view latin1)
 
 } // namespace
 
-String::String(const char* latin1)
-    : m_text(widen(latin1 ? std::string_view(latin1) : std::string_view()))
-{
-}
-
 String::String(const wchar_t* text)
     : m_text(text ? text : L"")
 {
@@ -41,6 +37,11 @@ String::String(const wchar_t* text)
 String::String(const char8_t* utf8)
     : m_text(decodeUTF8(utf8 ? reinterpret_cast<const char*>(utf8) : ""))
 {
+}
+
+std::wstring String::widenLiteral(const char* literal, size_t size)
+{
+    return widen({literal, strnlen(literal, size)});
 }
 
 String String::fromUTF8(std::string_view utf8)

@@ -13,6 +13,9 @@ namespace kx {
 
 /// Text: a value type of Unicode code points. Compared by code point; nothing here depends on the process's locale.
 ///
+/// Literals convert by themselves, because their encoding is known. Bytes that are known only at run time (argv,
+/// getenv(), what(), a std::string) do not: fromUTF8() or fromLatin1() says what they are.
+///
 /// White space means space, tab, CR, LF, vertical tab and form feed. Letter case means the ASCII letters: what the network
 /// protocols call case-insensitive (RFC 9110, RFC 3986), and the same under every locale.
 class KX_EXPORT String {
@@ -20,9 +23,18 @@ public:
     static constexpr size_t npos = std::wstring_view::npos;
 
     String() noexcept = default;
-    String(const char* latin1);      ///< ISO 8859-1, implicit so that literals convert; null gives the empty text
+
+    /// A literal in ISO 8859-1, up to its first zero character.
+    template <size_t size>
+    String(const char (&literal)[size])
+        : m_text(widenLiteral(literal, size))
+    {
+    }
+    template <size_t size>
+    String(char (&buffer)[size]) = delete; ///< holds bytes from elsewhere: use fromUTF8() or fromLatin1()
+
     String(const wchar_t* text);     ///< null gives the empty text
-    String(const char8_t* utf8);     ///< a u8"" literal; throws as fromUTF8()
+    String(const char8_t* utf8);     ///< a u8"" literal; null gives the empty text; throws as fromUTF8()
     String(std::nullptr_t) = delete; ///< says nothing: use String()
     explicit String(std::wstring text) noexcept
         : m_text(std::move(text))
@@ -90,6 +102,8 @@ public:
     }
 
 private:
+    static std::wstring widenLiteral(const char* literal, size_t size);
+
     std::wstring m_text;
 };
 

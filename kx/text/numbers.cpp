@@ -33,7 +33,7 @@ std::string narrow(std::wstring_view text)
 }
 
 template <typename TNumber, typename... TFormat>
-TNumber parseWhole(std::wstring_view text, const char* kind, TFormat... format)
+TNumber parseWhole(std::wstring_view text, const String& kind, TFormat... format)
 {
     const std::string bytes = narrow(text);
     const std::string_view number = withoutPlus(bytes);
@@ -42,7 +42,7 @@ TNumber parseWhole(std::wstring_view text, const char* kind, TFormat... format)
     if (error == std::errc::result_out_of_range)
         throw CError("Number out of range: '" + String(std::wstring(text)) + "'.");
     if (error != std::errc() || end != number.data() + number.size())
-        throw CError(String("Invalid ") + kind + ": '" + String(std::wstring(text)) + "'.");
+        throw CError("Invalid " + kind + ": '" + String(std::wstring(text)) + "'.");
     return value;
 }
 

@@ -58,7 +58,7 @@ bool convertStrictly(std::string_view utf8, std::wstring& wide)
     return encodedSize(wide) == utf8.size() && std::all_of(wide.begin(), wide.end(), isScalarValue);
 }
 
-// Only reached on the way to an error, so that it may try one prefix after the other.
+// Only reached for bytes that are no UTF-8, so that it may try one prefix after the other.
 size_t firstBadByte(std::string_view utf8)
 {
     std::wstring ignored;
@@ -74,7 +74,14 @@ size_t firstBadByte(std::string_view utf8)
 
 [[noreturn]] void throwNotUTF8(std::string_view utf8)
 {
-    throw CError(("Text is not valid UTF-8 at byte " + std::to_string(firstBadByte(utf8)) + ".").c_str());
+    throw CError(String::fromLatin1("Text is not valid UTF-8 at byte " + std::to_string(firstBadByte(utf8)) + "."));
+}
+
+constexpr wchar_t keptByteBase = 0xDC00;
+
+constexpr bool isKeptByte(wchar_t character) noexcept
+{
+    return character >= keptByteBase + 0x80 && character <= keptByteBase + 0xFF;
 }
 
 } // namespace
@@ -99,10 +106,45 @@ std::string encodeUTF8(std::wstring_view text)
     }
     const auto bad = std::find_if_not(text.begin(), text.end(), isScalarValue);
     if (bad != text.end())
-        throw CError(("Text has no UTF-8 form at character " + std::to_string(bad - text.begin()) + ".").c_str());
+        throw CError(
+            String::fromLatin1("Text has no UTF-8 form at character " + std::to_string(bad - text.begin()) + "."));
     std::string utf8(encodedSize(text), '\0');
     converter().FromWChar(utf8.data(), utf8.size(), text.data(), text.size());
     return utf8;
+}
+
+std::wstring decodeUTF8KeepingBytes(std::string_view bytes)
+{
+    std::wstring wide;
+    if (widenASCII(bytes, wide) || convertStrictly(bytes, wide))
+        return wide;
+    wide.clear();
+    while (!bytes.empty()) {
+        const size_t good = firstBadByte(bytes);
+        wide += decodeUTF8(bytes.substr(0, good));
+        bytes.remove_prefix(good);
+        if (bytes.empty())
+            break;
+        wide += static_cast<wchar_t>(keptByteBase + static_cast<unsigned char>(bytes.front()));
+        bytes.remove_prefix(1);
+    }
+    return wide;
+}
+
+std::string encodeUTF8KeepingBytes(std::wstring_view text)
+{
+    std::string bytes;
+    while (!text.empty()) {
+        const auto kept = std::find_if(text.begin(), text.end(), isKeptByte);
+        const auto length = static_cast<size_t>(kept - text.begin());
+        bytes += encodeUTF8(text.substr(0, length));
+        text.remove_prefix(length);
+        if (text.empty())
+            break;
+        bytes += static_cast<char>(text.front() - keptByteBase);
+        text.remove_prefix(1);
+    }
+    return bytes;
 }
 
 } // namespace kx

@@ -15,7 +15,8 @@ int CPosixSelect::select(int descriptorCount, fd_set* readable, fd_set* writable
         return ready;
     if (errno == EINTR)
         return 0;
-    throw CError(("Waiting for descriptors has failed: " + std::generic_category().message(errno) + ".").c_str());
+    throw CError(
+        String::fromLatin1("Waiting for descriptors has failed: " + std::generic_category().message(errno) + "."));
 }
 
 } // namespace kx

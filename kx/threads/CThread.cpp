@@ -77,7 +77,7 @@ void CThread::start()
         m_thread = std::thread([this] { runGuarded(); });
     } catch (const std::system_error& error) {
         m_alive = false;
-        throw CError("The thread '" + m_name + "' cannot be started: " + error.what());
+        throw CError("The thread '" + m_name + "' cannot be started: " + String::fromLatin1(error.what()));
     }
     m_id = m_thread.get_id();
 }

@@ -120,14 +120,14 @@ String CTimeFields::getEnglishWeekDayAbbrev(long long weekDay)
 {
     if (!isWithin(weekDay, 0, 6))
         throw CInvalidArgError("no week day: " + toString(weekDay), "CTimeFields::getEnglishWeekDayAbbrev");
-    return weekDays[static_cast<size_t>(weekDay)];
+    return String::fromLatin1(weekDays[static_cast<size_t>(weekDay)]);
 }
 
 String CTimeFields::getEnglishMonthAbbrev(long long month)
 {
     if (!isWithin(month, 1, 12))
         throw CInvalidArgError("no month: " + toString(month), "CTimeFields::getEnglishMonthAbbrev");
-    return months[static_cast<size_t>(month - 1)];
+    return String::fromLatin1(months[static_cast<size_t>(month - 1)]);
 }
 
 String CTimeFields::getInternetTimeZoneString(int zone, const String& utcText)

@@ -8,7 +8,7 @@ namespace {
 
 kx::String composed(const char* libcurlText, const kx::String& message, const kx::String& domain, int responseCode)
 {
-    kx::String text = libcurlText;
+    kx::String text = kx::String::fromLatin1(libcurlText);
     if (!message.isEmpty())
         text += ": " + message;
     if (responseCode > 0)

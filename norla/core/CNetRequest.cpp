@@ -54,9 +54,9 @@ constexpr auto schemes = std::to_array<CSchemeRow>({
 kx::String domainOfURL(const kx::String& url)
 {
     const kx::String scheme = url.substr(0, url.find(L':') + 1).toLower();
-    const auto row = std::find_if(
-        schemes.begin(), schemes.end(), [&scheme](const CSchemeRow& candidate) { return scheme == candidate.prefix; });
-    return row == schemes.end() ? "" : row->domain;
+    const auto row = std::find_if(schemes.begin(), schemes.end(),
+        [&scheme](const CSchemeRow& candidate) { return scheme == kx::String::fromLatin1(candidate.prefix); });
+    return kx::String::fromLatin1(row == schemes.end() ? "" : row->domain);
 }
 
 int clampedToInt(long long value) noexcept
@@ -350,16 +350,19 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
 
 void CNetRequest::setOptionString(CURLoption option, const kx::String& value)
 {
-    const std::string bytes = value.toUTF8();
-    requireOptionTakes(option, OptionValue::text, "CNetRequest::setOptionString");
-    requireOptionText(option, bytes, "CNetRequest::setOptionString");
-    if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS) {
-        setCopiedBody(bytes);
-        return;
-    }
-    setOption(option, bytes.c_str());
+    setOptionBytes(option, value.toUTF8());
     if (option == CURLOPT_PROXY || option == CURLOPT_PRE_PROXY)
         m_proxyLogins[option] = proxyLoginOf(value);
+}
+
+void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
+{
+    requireOptionTakes(option, OptionValue::text, "CNetRequest::setOptionString");
+    requireOptionText(option, bytes, "CNetRequest::setOptionString");
+    if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
+        setCopiedBody(bytes);
+    else
+        setOption(option, bytes.c_str());
 }
 
 // CURLOPT_POSTFIELDS is the one text that libcurl does not copy. It copies as many bytes as it was told of before.
@@ -383,7 +386,8 @@ void CNetRequest::setHTTPMethod(const kx::String& method)
 {
     requireOptionText(CURLOPT_CUSTOMREQUEST, method.toUTF8(), "CNetRequest::setHTTPMethod");
     constexpr std::array standardMethods = {"", "GET", "PUT", "POST", "HEAD"};
-    const bool isStandard = std::find(standardMethods.begin(), standardMethods.end(), method) != standardMethods.end();
+    const bool isStandard = std::any_of(standardMethods.begin(), standardMethods.end(),
+        [&method](const char* standard) { return method == kx::String::fromLatin1(standard); });
     if (isStandard)
         setOptionPtr(CURLOPT_CUSTOMREQUEST, nullptr);
     switchOffOtherMethods(method);
@@ -514,7 +518,7 @@ void CNetRequest::setProxyForCurrentURLFromUserSettings()
 
 void CNetRequest::setRootCertBundlePath(const Path& path)
 {
-    setOptionString(CURLOPT_CAINFO, path.toNormalized(true, Path()).toString());
+    setOptionBytes(CURLOPT_CAINFO, path.toNormalized(true, Path()).toBytes());
 }
 
 void CNetRequest::setRange(long long start, long long length)

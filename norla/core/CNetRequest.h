@@ -139,7 +139,8 @@ public:
     /// The proxy that the user's settings (CProxySettings::getUserSettings()) give for the current URL.
     void setProxyForCurrentURLFromUserSettings();
 
-    /// A file of PEM certificates, against which servers are verified; CURLOPT_CAINFO.
+    /// A file of PEM certificates, against which servers are verified; CURLOPT_CAINFO. libcurl gets the
+    /// path's bytes. @throws kx::CInvalidArgError when the path holds a zero character
     void setRootCertBundlePath(const Path& path);
 
     /// Asks for a part of the resource.
@@ -295,6 +296,7 @@ private:
     void setOption(CURLoption option, TValue value);
     template <typename TValue>
     TValue getInfo(CURLINFO info);
+    void setOptionBytes(CURLoption option, const std::string& bytes);
     void setTimeout(CURLoption option, const kx::CTimeSpan& limit);
     void switchOffOtherMethods(const kx::String& method);
     void switchOnMethod(const kx::String& method);

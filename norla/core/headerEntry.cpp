@@ -7,7 +7,7 @@ namespace norla {
 
 CHeaderEntry splitHeaderEntry(std::wstring_view line)
 {
-    constexpr const char* functionName = "CNetHeaders::splitEntry"; // as which applications know it
+    constexpr char functionName[] = "CNetHeaders::splitEntry"; // as which applications know it
     const size_t colon = line.find(L':');
     if (colon == std::wstring_view::npos)
         throw kx::CInvalidArgError("entry contains no ':'", functionName);

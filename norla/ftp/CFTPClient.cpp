@@ -60,7 +60,7 @@ CFTPClient::~CFTPClient() = default;
 void CFTPClient::beginPrepareRequest(CNetRequest& request, const kx::String& path, bool createMissingDirs)
 {
     request.reset();
-    request.setURL((m_connectType == ConnectImplicitTLS ? "ftps://" : "ftp://") + m_host + path);
+    request.setURL(kx::String::fromLatin1(m_connectType == ConnectImplicitTLS ? "ftps://" : "ftp://") + m_host + path);
     request.setUserName(m_userName);
     request.setUserPassword(m_password);
     if (m_connectType == ConnectExplicitTLS)

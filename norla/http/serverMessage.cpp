@@ -38,8 +38,10 @@ kx::String withoutTags(const kx::String& html)
 
 kx::String replacedUntilGone(kx::String text, const CReplacement& replacement)
 {
-    while (text.find(replacement.what) != kx::String::npos)
-        text = text.replaceAll(replacement.what, replacement.by);
+    const kx::String what = kx::String::fromLatin1(replacement.what);
+    const kx::String by = kx::String::fromLatin1(replacement.by);
+    while (text.find(what) != kx::String::npos)
+        text = text.replaceAll(what, by);
     return text;
 }
 

@@ -46,8 +46,9 @@ kx::String CSMTPClient::getDateHeaderString(const kx::CTimeFields& time)
 void CSMTPClient::doInitialRequestInit(CNetRequest& request, const CSMTPParams& params)
 {
     request.reset();
-    const kx::String scheme = params.connectType == CSMTPParams::ConnectSSL ? "smtps" : "smtp";
-    request.setURL(scheme + "://" + params.host + kx::CStringFormat(":%d", params.port));
+    const bool isTLS = params.connectType == CSMTPParams::ConnectSSL;
+    request.setURL(
+        kx::String::fromLatin1(isTLS ? "smtps" : "smtp") + "://" + params.host + kx::CStringFormat(":%d", params.port));
     if (!params.userName.isEmpty()) {
         request.setUserName(params.userName);
         request.setUserPassword(params.password);

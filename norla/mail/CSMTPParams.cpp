@@ -27,7 +27,7 @@ CSMTPParams::~CSMTPParams() = default;
 CSMTPParams::ConnectType CSMTPParams::connectTypeToInt(const kx::String& text)
 {
     const auto row = std::find_if(connectTypes.begin(), connectTypes.end(),
-        [&text](const CConnectTypeRow& candidate) { return text == candidate.text; });
+        [&text](const CConnectTypeRow& candidate) { return text == kx::String::fromLatin1(candidate.text); });
     if (row == connectTypes.end())
         throw kx::CInvalidArgError("invalid connect type: " + text, "CSMTPParams::connectTypeToInt");
     return row->type;
@@ -40,7 +40,7 @@ kx::String CSMTPParams::connectTypeToString(ConnectType type)
     if (row == connectTypes.end())
         throw kx::CInvalidArgError(
             kx::CStringFormat("invalid connect type: %d", static_cast<int>(type)), "CSMTPParams::connectTypeToString");
-    return row->text;
+    return kx::String::fromLatin1(row->text);
 }
 
 } // namespace norla

@@ -154,7 +154,7 @@ void CProxySettings::addProxy(const kx::String& item)
         return;
     }
     for (const char* const scheme : {"http", "https", "ftp"})
-        setProxyForURLScheme(scheme, item);
+        setProxyForURLScheme(kx::String::fromLatin1(scheme), item);
 }
 
 kx::String CProxySettings::getProxyForURL(const kx::String& url) const

@@ -36,13 +36,13 @@ kx::String endpointURL(bool useSSL, const kx::String& host)
         throw kx::CInvalidArgError(
             "endpoint host must be a host name with or without a port, not '" + shown + "'", "CS3Client::CS3Client");
     }
-    return (useSSL ? "https://" : "http://") + host + "/";
+    return kx::String::fromLatin1(useSSL ? "https://" : "http://") + host + "/";
 }
 
 void requireName(const kx::String& name, const char* message, const char* functionName)
 {
     if (name.isEmpty())
-        throw kx::CInvalidArgError(message, functionName);
+        throw kx::CInvalidArgError(kx::String::fromLatin1(message), kx::String::fromLatin1(functionName));
 }
 
 void requireNames(const kx::String& bucketName, const kx::String& objectName, const char* functionName)
@@ -56,7 +56,8 @@ void requireRange(long long start, long long length, const char* functionName)
     const auto require = [&](bool isRight, const char* message) {
         if (!isRight)
             throw kx::CInvalidArgError(
-                message + kx::String(": ") + kx::toString(start) + ", " + kx::toString(length), functionName);
+                kx::String::fromLatin1(message) + ": " + kx::toString(start) + ", " + kx::toString(length),
+                kx::String::fromLatin1(functionName));
     };
     require(start >= 0, "start must not be negative");
     require(length >= -1, "length must not be less than -1");
@@ -70,7 +71,8 @@ kx::String now()
 
 bool isOneOf(const kx::String& text, std::initializer_list<const char*> choices)
 {
-    return std::any_of(choices.begin(), choices.end(), [&text](const char* choice) { return text == choice; });
+    return std::any_of(
+        choices.begin(), choices.end(), [&text](const char* choice) { return text == kx::String::fromLatin1(choice); });
 }
 
 /// 0 when there was no answer.

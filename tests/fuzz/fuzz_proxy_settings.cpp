@@ -86,11 +86,11 @@ void checkDirectHost(norla::CProxySettings& settings, const kx::String& host)
     if (host.isEmpty() || host.toWide().find_first_of(L"/?#:") != std::wstring::npos)
         return;
     settings.setProxyForURLScheme("x", "p");
-    for (const char* const rest : {"", "/a?b:c", ":80/", "?a", "#a", ":80#a"}) {
+    for (const kx::String& rest : kx::TArray<kx::String>{"", "/a?b:c", ":80/", "?a", "#a", ":80#a"}) {
         require(settings.getProxyForURL("X://" + host + rest) == "p", "a host is not direct at first");
         settings.addDirectConnectHost(host);
         require(settings.getProxyForURL("X://" + host + rest).isEmpty(), "a direct host has no proxy");
-        require(settings.getProxyForURL(kx::String("X://y") + host + rest) == "p", "its subdomains have");
+        require(settings.getProxyForURL("X://y" + host + rest) == "p", "its subdomains have");
         settings.removeDirectConnectHost(host);
     }
 }

@@ -32,7 +32,7 @@ public:
 class CThrowingSink : public kx::CBase, public virtual CNetRequest::IDataSink {
 public:
     explicit CThrowingSink(const std::string& text)
-        : m_text(text.c_str())
+        : m_text(kx::String::fromLatin1(text))
     {
     }
     int write(const unsigned char*, int, int, const CNetRequest::HeaderMap&) override { throw kx::CError(m_text); }
@@ -81,7 +81,8 @@ protected:
     static kx::P<CNetRequest> httpsRequest(const std::string& path)
     {
         auto request = live::requestFor(nginx().httpsURL(path));
-        request->setRootCertBundlePath(kx::String::fromUTF8(support::CTestCertificates::get().caFile().string()));
+        request->setRootCertBundlePath(
+            norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().caFile().native()));
         return request;
     }
 

@@ -98,7 +98,8 @@ TEST_F(LiveContentRangeTest, countsBeyond32Bits)
 TEST_F(LiveContentRangeTest, isTheSameOverHTTP2)
 {
     const auto request = live::requestFor(server().httpsURL("/digits.txt"));
-    request->setRootCertBundlePath(kx::String::fromUTF8(support::CTestCertificates::get().caFile().string()));
+    request->setRootCertBundlePath(
+        norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().caFile().native()));
     request->setRange(3, 4);
     request->perform();
     EXPECT_EQ(request->getInfoLong(CURLINFO_HTTP_VERSION), CURL_HTTP_VERSION_2_0);

@@ -76,7 +76,7 @@ TEST(LiveErrorTest, wrongCertificateDoesNotMeanDown)
     const auto& certificates = support::CTestCertificates::get();
     server.onConnection().startTLS(certificates.serverCertificate(), certificates.serverKey());
     const auto request = live::requestFor(server.url("/", "https"));
-    request->setRootCertBundlePath(kx::String::fromUTF8(certificates.otherCAFile().string()));
+    request->setRootCertBundlePath(norla::CNetRequest::Path::fromBytes(certificates.otherCAFile().native()));
     expectFailure(*request, {.code = CURLE_PEER_FAILED_VERIFICATION, .isDown = false, .status = -1});
 }
 

@@ -4,6 +4,7 @@
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CSSHServer.h"
+#include "tests/support/CScriptedServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
 
@@ -37,7 +38,88 @@ TEST_F(ExamplesTest, helloPrintsTheBody)
 TEST_F(ExamplesTest, helloPrintsTheError)
 {
     const auto result = run({"hello", server().url("/status/404")});
-    EXPECT_EQ(result.errors(), "HTTP response code said error (response code: http 404)\n");
+    EXPECT_EQ(result.errors(), "hello: HTTP response code said error (response code: http 404)\n");
+    EXPECT_EQ(result.exitStatus(), 1);
+}
+
+TEST_F(ExamplesTest, helloAsksForTheCharactersOfTheCommandLine)
+{
+    support::CScriptedServer scripted;
+    scripted.onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nfound");
+    EXPECT_EQ(run({"hello", scripted.url("/\xC3\xBC.txt")}).output(), "found");
+    const std::string request = scripted.received(0);
+    EXPECT_EQ(request.substr(0, request.find("\r\n")), "GET /%c3%bc.txt HTTP/1.1");
+}
+
+struct CBadArgumentRow {
+    const char* name;
+    std::vector<std::string> command;
+    std::string error;
+    std::vector<std::string> environment = {};
+};
+
+/// Bytes on the command line or in the environment that are not UTF-8, where text is wanted.
+class BadArgumentTest : public testing::TestWithParam<CBadArgumentRow> {};
+
+TEST_P(BadArgumentTest, isNamedAndNotShown)
+{
+    const auto result = run({.arguments = GetParam().command, .environment = GetParam().environment});
+    EXPECT_EQ(result.errors(), GetParam().error);
+    EXPECT_EQ(result.exitStatus(), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BadArgumentTest,
+    testing::ValuesIn(std::vector<CBadArgumentRow>{
+        {"hello", {"hello", "http://h/\xFC"}, "hello: Text is not valid UTF-8 at byte 9.\n"},
+        {"fetchURL", {"fetch", "http://h/\xFC"}, "fetch: The URL is not text in UTF-8.\n"},
+        {"fetchOption", {"fetch", "--user", "me:\xFC", "http://h/"},
+            "fetch: The value of --user is not text in UTF-8.\n"},
+        {"fetchUnknownOption", {"fetch", "--\xFC", "x", "http://h/"},
+            "fetch: Invalid argument passed to 'fetch': unknown option --\xEF\xBF\xBD.\n"},
+        {"upload", {"upload", "/dev/null", "http://h/\xFC"}, "upload: The URL is not text in UTF-8.\n"},
+        {"downloads", {"downloads", "/tmp", "http://h/\xFC"}, "downloads: A URL is not text in UTF-8.\n"},
+        {"ftpHost", {"ftp", "\xFC", "ls", "/"}, "ftp: HOST is not text in UTF-8.\n"},
+        {"ftpArgument", {"ftp", "h", "mv", "/a", "/\xFC"}, "ftp: Argument 2 of mv is not text in UTF-8.\n"},
+        {"ftpPassword", {"ftp", "h", "ls", "/"}, "ftp: The environment variable FTP_PASSWORD is not text in UTF-8.\n",
+            {"FTP_PASSWORD=\xFC"}},
+        {"mail", {"mail", "--subject", "\xFC", "h:25"}, "mail: The value of --subject is not text in UTF-8.\n"},
+        {"mailPassword", {"mail", "--user", "me", "h:25"},
+            "mail: The environment variable MAIL_PASSWORD is not text in UTF-8.\n", {"MAIL_PASSWORD=\xFC"}},
+        {"s3Key", {"s3", "rm", "bucket/\xFC"}, "s3: KEY is not text in UTF-8.\n",
+            {"S3_ACCESS_KEY_ID=me", "S3_SECRET_ACCESS_KEY=secret"}},
+        {"s3Secret", {"s3", "rm", "bucket/key"},
+            "s3: The environment variable S3_SECRET_ACCESS_KEY is not text in UTF-8.\n",
+            {"S3_ACCESS_KEY_ID=me", "S3_SECRET_ACCESS_KEY=\xFC"}},
+    }),
+    [](const testing::TestParamInfo<CBadArgumentRow>& row) { return row.param.name; });
+
+TEST_F(ExamplesTest, fetchWritesToAFileWhoseNameIsNotUTF8)
+{
+    const auto file = m_folder.path() / "gr\xFCn.txt";
+    EXPECT_EQ(
+        run({"fetch", "--output", file.native(), server().url("/digits.txt")}).errors().substr(0, 9), "10 bytes ");
+    EXPECT_EQ(contentOf(file), "0123456789");
+}
+
+TEST_F(ExamplesTest, fetchTrustsCertificatesInAFileWhoseNameIsNotUTF8)
+{
+    const auto file = m_folder.path() / "\xFC.crt";
+    std::filesystem::copy_file(support::CTestCertificates::get().caFile(), file);
+    const auto result = run({"fetch", "--ca", file.native(), server().httpsURL("/digits.txt")});
+    EXPECT_EQ(result.output(), "0123456789") << result.errors();
+}
+
+TEST_F(ExamplesTest, uploadSendsAFileWhoseNameIsNotUTF8)
+{
+    const auto file = m_folder.write("gr\xFCn.txt", "green");
+    const auto result = run({"upload", file.native(), server().url("/dav/green.txt")});
+    EXPECT_EQ(contentOf(server().root() / "dav/green.txt"), "green") << result.errors();
+}
+
+TEST_F(ExamplesTest, uploadNamesAFileThatIsNotThereWhateverItsName)
+{
+    const auto result = run({"upload", "/nowhere/gr\xFCn.txt", server().url("/dav/green.txt")});
+    EXPECT_NE(result.errors().find("/nowhere/gr"), std::string::npos) << result.errors();
     EXPECT_EQ(result.exitStatus(), 1);
 }
 

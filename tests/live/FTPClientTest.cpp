@@ -1,4 +1,5 @@
 // The FTP client against four servers with different habits. docs/ftp-servers.md tells where they differ.
+#include "kx/text/numbers.h"
 #include "kx/time/CTime.h"
 #include "tests/live/FTPSession.h"
 
@@ -84,8 +85,8 @@ TEST_P(FTPClientTest, uploadsInEveryWayToADirectory)
         const std::string name = CFTPClient::cwdTypeToString(type).toUTF8();
         std::filesystem::create_directories(onDisk("deep/er"));
         client().setOverrideCWDType(type);
-        upload(("/deep/er/" + name).c_str(), name);
-        EXPECT_EQ(download(("/deep/er/" + name).c_str()), name);
+        upload(kx::String::fromLatin1("/deep/er/" + name), name);
+        EXPECT_EQ(download(kx::String::fromLatin1("/deep/er/" + name)), name);
     }
 }
 
@@ -149,7 +150,7 @@ TEST_P(FTPClientTest, listsFiveThousandEntries)
     Names expected;
     for (int i = 0; i < 5000; ++i) {
         write("many/" + std::to_string(i), "");
-        expected.insert(std::to_string(i).c_str());
+        expected.insert(kx::toString(i));
     }
     EXPECT_EQ(namesIn("/many"), expected);
 }
@@ -322,7 +323,8 @@ TEST_P(FTPClientTest, trustsTheRightCertificatesAlone)
     if (GetParam().security == Security::None)
         client().setRootCertBundlePath("/nowhere.pem"); // is never read
     else
-        client().setRootCertBundlePath(support::CTestCertificates::get().otherCAFile().c_str());
+        client().setRootCertBundlePath(
+            norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().otherCAFile().native()));
     const auto error = support::errorOf([this] { download("/digits.txt"); });
     if (GetParam().security == Security::None) {
         EXPECT_FALSE(error);

@@ -75,13 +75,14 @@ inline CFTPClient::ConnectType connectTypeOf(Security security)
 
 inline kx::String hostOf(const IFTPServer& server)
 {
-    return ("127.0.0.1:" + std::to_string(server.getPort())).c_str();
+    return kx::String::fromLatin1("127.0.0.1:" + std::to_string(server.getPort()));
 }
 
-inline kx::P<CFTPClient> clientFor(const IFTPServer& server, const char* password = "secret")
+inline kx::P<CFTPClient> clientFor(const IFTPServer& server, const kx::String& password = "secret")
 {
     auto client = kx::newObj<CFTPClient>(hostOf(server), "user", password, connectTypeOf(server.getSecurity()));
-    client->setRootCertBundlePath(support::CTestCertificates::get().caFile().c_str());
+    client->setRootCertBundlePath(
+        norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().caFile().native()));
     return client;
 }
 

@@ -27,7 +27,8 @@ protected:
         auto request = live::requestFor(m_server.url(path, scheme));
         request->setUserName("user");
         request->setUserPassword("secret");
-        request->setRootCertBundlePath(kx::String::fromUTF8(support::CTestCertificates::get().caFile().string()));
+        request->setRootCertBundlePath(
+            norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().caFile().native()));
         return request;
     }
 
@@ -189,7 +190,8 @@ TEST_F(ImplicitFTPSTest, downloadsAFile)
 TEST_F(ImplicitFTPSTest, tellsThatTheCertificatesAuthorityIsUnknown)
 {
     const auto request = requestFor("/digits.txt", "ftps");
-    request->setRootCertBundlePath(kx::String::fromUTF8(support::CTestCertificates::get().otherCAFile().string()));
+    request->setRootCertBundlePath(
+        norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().otherCAFile().native()));
     EXPECT_EQ(messageOf(*request),
         "SSL peer certificate or SSH remote key was not OK: SSL certificate problem: unable to get local issuer "
         "certificate");

@@ -260,7 +260,7 @@ TEST_F(NginxTest, serverInfoLearnsTheServer)
 kx::P<norla::CNetRequest> secureRequestFor(const std::string& url, const std::filesystem::path& authority)
 {
     auto request = requestFor(url);
-    request->setRootCertBundlePath(kx::String::fromUTF8(authority.string()));
+    request->setRootCertBundlePath(norla::CNetRequest::Path::fromBytes(authority.native()));
     return request;
 }
 
@@ -345,7 +345,7 @@ TEST_F(NginxTest, requestIsUsableAfterEachFailure)
 {
     const auto request = secureRequestFor(server().httpsURL("/digits.txt"), certificates().otherCAFile());
     EXPECT_NE(live::failureOf(*request), nullptr);
-    request->setRootCertBundlePath(kx::String::fromUTF8(certificates().caFile().string()));
+    request->setRootCertBundlePath(norla::CNetRequest::Path::fromBytes(certificates().caFile().native()));
     request->perform();
     EXPECT_EQ(bodyOf(*request), "0123456789");
 }

@@ -9,7 +9,7 @@ namespace {
 
 class MailTest : public testing::Test {
 protected:
-    kx::P<norla::CNetRequest> requestFor(const char* recipient, const char* text)
+    kx::P<norla::CNetRequest> requestFor(const kx::String& recipient, const kx::String& text)
     {
         auto request = live::requestFor(m_server.url());
         const auto recipients = kx::newObj<norla::CNetStringList>();

@@ -158,7 +158,8 @@ protected:
     static kx::P<norla::CNetRequest> requestFor(const std::string& url)
     {
         auto request = live::requestFor(url);
-        request->setRootCertBundlePath(text(support::CTestCertificates::get().caFile().string()));
+        request->setRootCertBundlePath(
+            norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().caFile().native()));
         request->setProxyForCurrentURLFromUserSettings();
         return request;
     }

@@ -14,10 +14,11 @@ TEST(S3AsyncTest, fetchesManyObjectsAtOnce)
 {
     support::CCephServer store;
     store.makeBucket("bucket");
-    norla::CS3Client client(store.accessKeyId().c_str(), store.secretAccessKey().c_str(), false, store.host().c_str());
+    norla::CS3Client client(kx::String::fromLatin1(store.accessKeyId()),
+        kx::String::fromLatin1(store.secretAccessKey()), false, kx::String::fromLatin1(store.host()));
     const auto thread = kx::newObj<norla::CAsyncNetRequestThread>(nullptr);
     const auto contentOf = [](size_t index) { return "object " + std::to_string(index); };
-    const auto keyOf = [](size_t index) { return kx::String(("key/" + std::to_string(index)).c_str()); };
+    const auto keyOf = [](size_t index) { return kx::String::fromLatin1("key/" + std::to_string(index)); };
     std::vector<kx::P<norla::CNetRequest>> requests;
     for (size_t i = 0; i < 16; ++i) {
         requests.push_back(kx::newObj<norla::CNetRequest>());

@@ -26,7 +26,7 @@ using Recipients = kx::TArray<kx::String>;
 constexpr const char* text = "Subject: 1\r\n\r\ntext\r\n";
 
 CSMTPParams paramsFor(unsigned short port, CSMTPParams::ConnectType type = CSMTPParams::ConnectUnencrypted,
-    const char* userName = "", const char* password = "secret")
+    const kx::String& userName = "", const kx::String& password = "secret")
 {
     CSMTPParams params;
     params.host = "127.0.0.1";
@@ -38,7 +38,7 @@ CSMTPParams paramsFor(unsigned short port, CSMTPParams::ConnectType type = CSMTP
 }
 
 kx::P<CSMTPClient> clientOf(unsigned short port, CSMTPParams::ConnectType type = CSMTPParams::ConnectUnencrypted,
-    const char* userName = "", const char* password = "secret")
+    const kx::String& userName = "", const kx::String& password = "secret")
 {
     return kx::newObj<CSMTPClient>(paramsFor(port, type, userName, password));
 }
@@ -51,7 +51,7 @@ kx::P<CSMTPClient::Buffer> bufferOf(const std::string& bytes)
 }
 
 void send(CSMTPClient& client, const std::string& message = text, const Recipients& recipients = {"to@b.example"},
-    const char* from = "from@a.example")
+    const kx::String& from = "from@a.example")
 {
     client.sendMail(from, recipients, *bufferOf(message));
 }
@@ -126,7 +126,7 @@ TEST(SMTPTest, logsInWithEachMechanism)
         const auto request = kx::newObj<norla::CNetRequest>();
         CSMTPClient::makeSendMailRequest(*request, paramsFor(server.getPort(), CSMTPParams::ConnectUnencrypted, "user"),
             "from@a.example", {"to@b.example"}, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
-        request->setOptionString(CURLOPT_LOGIN_OPTIONS, mechanism);
+        request->setOptionString(CURLOPT_LOGIN_OPTIONS, kx::String::fromLatin1(mechanism));
         request->perform();
     }
     const auto messages = server.messages();
@@ -287,7 +287,7 @@ TEST(SMTPTest, sendsBeforeBetweenAndAfterConnectionTests)
 
 class SMTPFailureTest : public testing::Test {
 protected:
-    kx::P<kx::CError> failureOf(const Recipients& recipients, const char* from = "from@a.example")
+    kx::P<kx::CError> failureOf(const Recipients& recipients, const kx::String& from = "from@a.example")
     {
         return errorOf([this, &recipients, from] { send(*m_client, "Subject: lost\r\n\r\n", recipients, from); });
     }

@@ -38,7 +38,7 @@ INSTANTIATE_TEST_SUITE_P(All, ParseInt64Test,
 struct CBadNumberRow {
     const char* name;
     kx::String text;
-    const char* kind = "Invalid number";
+    kx::String kind = "Invalid number";
 };
 
 class BadInt64Test : public testing::TestWithParam<CBadNumberRow> {};
@@ -49,7 +49,7 @@ TEST_P(BadInt64Test, isRefusedNamingTheText)
         kx::parseInt64(GetParam().text, false);
         FAIL() << "no error";
     } catch (const kx::CError& error) {
-        EXPECT_EQ(error.getMessage(), kx::String(GetParam().kind) + ": '" + GetParam().text + "'.");
+        EXPECT_EQ(error.getMessage(), GetParam().kind + ": '" + GetParam().text + "'.");
         EXPECT_EQ(error.getDomain(), "");
         EXPECT_EQ(error.getCode(), -1);
     }
@@ -109,7 +109,7 @@ TEST(ParseInt64Test, refusesANullPointerAsTheEmptyText)
 
 struct CDoubleRow {
     const char* name;
-    const char* text;
+    kx::String text;
     double number;
 };
 

@@ -76,7 +76,7 @@ INSTANTIATE_TEST_SUITE_P(All, CTimeRowTest,
 struct CBadFieldsRow {
     const char* name;
     kx::CTimeFields fields;
-    const char* message;
+    kx::String message;
 };
 
 class CBadFieldsTest : public testing::TestWithParam<CBadFieldsRow> {};
@@ -87,7 +87,7 @@ TEST_P(CBadFieldsTest, areRefusedByTheConversion)
         GetParam().fields.toTime();
         FAIL() << "no error";
     } catch (const kx::CError& error) {
-        EXPECT_EQ(error.getMessage(), "Invalid date or time: " + kx::String(GetParam().message) + ".");
+        EXPECT_EQ(error.getMessage(), "Invalid date or time: " + GetParam().message + ".");
     }
 }
 

@@ -23,7 +23,7 @@ using norla::CNetRequest;
 using support::messageOf;
 using Strings = std::vector<std::string>;
 
-constexpr const char* internalError = "Internal error";
+constexpr char internalError[] = "Internal error";
 
 class CAsyncNetRequestManagerTest : public CAsyncFixture {
 protected:
@@ -525,7 +525,7 @@ TEST_F(CAsyncNetRequestManagerTest, runsARequestThatHasPerformedOverTLS)
             .readHead()
             .send(ok(body));
     const auto request = requestTo(server().url("/", "https"));
-    request->setRootCertBundlePath(certificates.caFile().c_str());
+    request->setRootCertBundlePath(norla::CNetRequest::Path::fromBytes(certificates.caFile().native()));
     request->perform();
     add(request);
     finish(1);

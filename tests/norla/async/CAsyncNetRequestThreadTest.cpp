@@ -785,7 +785,7 @@ TEST_F(CAsyncNetRequestThreadTest, releasesACallerWhoseRemovalIsNotTakenUpAnyMor
 {
     server().onConnection().readHead().stall();
     const auto request = kx::newObj<CCountingRequest>();
-    request->setURL(server().url().c_str());
+    request->setURL(kx::String::fromUTF8(server().url()));
     std::promise<void> running;
     const auto progress = kx::newObj<CActionProgress>([&request, &running] {
         const int before = request->m_taken;

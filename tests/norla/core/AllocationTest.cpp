@@ -109,7 +109,7 @@ TEST_F(AllocationTest, isNoneForABlockThatIsSent)
 TEST_F(AllocationTest, failsAndTheListenerIsToldThatTheEndCannotBeRecorded)
 {
     const auto listener = kx::newObj<CErrorListener>();
-    request().setURL(server().url().c_str());
+    request().setURL(kx::String::fromUTF8(server().url()));
     request().setDoneListener(listener.get());
     request().setAsyncInfo(false, CURLE_OK);
     nextOneFails = true;

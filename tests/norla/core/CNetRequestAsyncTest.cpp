@@ -53,7 +53,7 @@ protected:
     /// What a manager does, with libcurl's easy interface in place of its multi interface.
     void run(const std::string& path = "/", const char* url = nullptr)
     {
-        request().setURL(url ? url : server().url(path).c_str());
+        request().setURL(kx::String::fromUTF8(url ? url : server().url(path)));
         request().setAsyncInfo(false, CURLE_OK);
         const CURLcode result = curl_easy_perform(request().getEasyHandle());
         request().setAsyncInfo(true, result);
@@ -68,7 +68,7 @@ protected:
     kx::P<kx::CError> failureToRecord()
     {
         support::CCurlCalls calls;
-        request().setURL(server().url().c_str());
+        request().setURL(kx::String::fromUTF8(server().url()));
         request().setAsyncInfo(false, CURLE_OK);
         calls.fail("curl_easy_getinfo");
         return support::errorOf([this] { request().setAsyncInfo(true, CURLE_OK); });
@@ -143,7 +143,7 @@ TEST_F(CNetRequestAsyncTest, neverCountsAsSuccessAfterASinkFailed)
 {
     answer(ok("x"));
     request().setReceiveDataSink(kx::newObj<CThrowingSink>().get());
-    request().setURL(server().url("/").c_str());
+    request().setURL(kx::String::fromUTF8(server().url("/")));
     request().setAsyncInfo(false, CURLE_OK);
     curl_easy_perform(request().getEasyHandle());
     request().setAsyncInfo(true, CURLE_OK); // as if libcurl had not noticed
@@ -254,7 +254,7 @@ TEST_F(CNetRequestAsyncTest, throwsWhyItsEndCannotBeRecordedAlthoughTheListenerT
 
 TEST_F(CNetRequestAsyncTest, hasNoErrorWhileItIsQueued)
 {
-    request().setURL(server().url().c_str());
+    request().setURL(kx::String::fromUTF8(server().url()));
     request().setAsyncInfo(false, CURLE_COULDNT_CONNECT);
     EXPECT_EQ(result(), nullptr);
 }

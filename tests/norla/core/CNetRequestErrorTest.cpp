@@ -1,5 +1,6 @@
 // What a person is told when a transfer fails.
 #include "kx/base/CInvalidArgError.h"
+#include "kx/text/numbers.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CLogRecorder.h"
@@ -138,16 +139,16 @@ protected:
         request().setOptionPtr(CURLOPT_MAIL_RCPT, recipients->getCurlList());
     }
 
-    kx::P<kx::CError> failureOfMail(const char* text = "text")
+    kx::P<kx::CError> failureOfMail(const kx::String& text = "text")
     {
-        request().setURL(server().url("", "smtp").c_str());
+        request().setURL(kx::String::fromUTF8(server().url("", "smtp")));
         request().setOptionString(CURLOPT_MAIL_FROM, "a@b.invalid");
         request().setUpload(true);
         request().setSendDataAsUTF8(text);
         return failure();
     }
 
-    kx::P<kx::CError> thrown(CURLcode code, const char* domain, int responseCode, const char* message)
+    kx::P<kx::CError> thrown(CURLcode code, const kx::String& domain, int responseCode, const kx::String& message)
     {
         try {
             request().throwError(code, domain, responseCode, message);
@@ -281,7 +282,7 @@ TEST_F(CNetRequestErrorTest, sendsAnEmptyMailWithoutData)
 {
     takeMail().readUntil("QUIT\r\n");
     setRecipient();
-    request().setURL(server().url("", "smtp").c_str());
+    request().setURL(kx::String::fromUTF8(server().url("", "smtp")));
     request().setUpload(true);
     EXPECT_EQ(failure(), nullptr);
 }
@@ -296,7 +297,7 @@ TEST_F(CNetRequestErrorTest, sendsAnEmptyMailWhoseSizeIsKnown)
 TEST_F(CNetRequestErrorTest, asksAMailServerForHelpWhenNoMailIsMeant)
 {
     answerHelp();
-    request().setURL(server().url("", "smtp").c_str());
+    request().setURL(kx::String::fromUTF8(server().url("", "smtp")));
     EXPECT_EQ(failure(), nullptr);
     EXPECT_EQ(body(), "214 help\r\n");
 }
@@ -325,7 +326,7 @@ TEST_F(CNetRequestErrorTest, readsTheBeginningOfALongErrorBody)
 TEST_F(CNetRequestErrorTest, namesTheHostAndThePortThatRefuse)
 {
     const support::CRefusedPort refused;
-    const kx::String port = kx::String(std::to_string(refused.getPort()).c_str());
+    const kx::String port = kx::toString(refused.getPort());
     request().setURL("http://127.0.0.1:" + port + "/");
     const auto error = failure();
     ASSERT_NE(error, nullptr);
@@ -476,7 +477,7 @@ TEST_F(CNetRequestErrorTest, endsAConnectionThatTakesTooLong)
 {
     // The server takes the connection but never says a word of TLS, which counts as connecting.
     server().onConnection().stall();
-    request().setURL(server().url("/", "https").c_str());
+    request().setURL(kx::String::fromUTF8(server().url("/", "https")));
     request().setConnectTimeout(kx::CTimeSpan::fromMilliseconds(200));
     EXPECT_EQ(failure()->getCode(), CURLE_OPERATION_TIMEDOUT);
     expectGoodTransfer();
@@ -533,7 +534,7 @@ protected:
 
     kx::P<kx::CError> failureOfUpload()
     {
-        request().setURL(server().url("/", "https").c_str());
+        request().setURL(kx::String::fromUTF8(server().url("/", "https")));
         request().setSendDataBuffer(&m_large);
         request().setHTTPMethod("PUT");
         return failure();
@@ -560,7 +561,7 @@ TEST_F(CTLSFaultTest, survivesAPeerThatResetsWhileWeWrite)
 TEST_F(CTLSFaultTest, survivesAPeerThatClosesInTheHandshake)
 {
     server().onConnection().readBytes(10).closeHard();
-    request().setURL(server().url("/", "https").c_str());
+    request().setURL(kx::String::fromUTF8(server().url("/", "https")));
     EXPECT_EQ(failure()->getCode(), CURLE_SSL_CONNECT_ERROR);
     expectGoodTransfer();
 }
@@ -568,7 +569,7 @@ TEST_F(CTLSFaultTest, survivesAPeerThatClosesInTheHandshake)
 TEST_F(CTLSFaultTest, survivesAPeerThatDoesNotSpeakTLS)
 {
     server().onConnection().readBytes(10).send("HTTP/1.1 400 Bad Request\r\n\r\n");
-    request().setURL(server().url("/", "https").c_str());
+    request().setURL(kx::String::fromUTF8(server().url("/", "https")));
     const auto error = failure();
     ASSERT_NE(error, nullptr);
     EXPECT_TRUE(error->getMessage().startsWith("SSL connect error: ")) << error->getMessage();

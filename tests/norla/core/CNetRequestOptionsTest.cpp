@@ -102,6 +102,10 @@ const std::vector<CSetterRow> setters = {
     {"noProxy", [](auto& r) { r.setProxy(""); }, {"PROXY="}},
     {"rootCertBundlePath", [](auto& r) { r.setRootCertBundlePath("/etc/./ssl//x/../ca.crt"); },
         {"CAINFO=/etc/ssl/ca.crt"}},
+    {"rootCertBundlePathOutsideASCII", [](auto& r) { r.setRootCertBundlePath("/\xFC.crt"); }, {"CAINFO=/\xC3\xBC.crt"}},
+    {"rootCertBundlePathOfOtherBytes",
+        [](auto& r) { r.setRootCertBundlePath(norla::CNetRequest::Path::fromBytes("/\xFC/\xC3\xBC.crt")); },
+        {"CAINFO=/\xFC/\xC3\xBC.crt"}},
     {"rangeUpToTheEnd", [](auto& r) { r.setRange(100, -1); }, {"RANGE=100-"}},
     {"range", [](auto& r) { r.setRange(0, 10); }, {"RANGE=0-9"}},
     {"rangeBeyond32Bits", [](auto& r) { r.setRange(1LL << 40, 1); }, {"RANGE=1099511627776-1099511627776"}},
@@ -146,7 +150,7 @@ INSTANTIATE_TEST_SUITE_P(All, CNetRequestSetterTest, testing::ValuesIn(setters),
 
 struct CMethodRow {
     const char* name;
-    const char* method;
+    kx::String method;
     Options expected;
 };
 
@@ -372,8 +376,8 @@ INSTANTIATE_TEST_SUITE_P(All, CRefusedDefaultOptionTest,
 
 struct CDomainRow {
     const char* name;
-    const char* url;
-    const char* domain;
+    kx::String url;
+    kx::String domain;
 };
 
 class CResponseCodeDomainTest : public testing::TestWithParam<CDomainRow> {};

@@ -154,7 +154,7 @@ TEST_F(CNetRequestTest, endsAnEndlessRedirectWithAnError)
 TEST_F(CNetRequestTest, keepsOnlyTheHeadersAfterAProxysAnswerToCONNECT)
 {
     answer("HTTP/1.1 200 Connection established\r\nX-Proxy: 1\r\n\r\n").readHead().send(ok("x", "X-Origin: 2\r\n"));
-    request().setProxy(server().url().c_str());
+    request().setProxy(kx::String::fromUTF8(server().url()));
     request().setOptionInt(CURLOPT_HTTPPROXYTUNNEL, 1);
     request().setURL("http://origin.invalid/");
     request().perform();
@@ -205,7 +205,7 @@ TEST_F(CNetRequestTest, readsAHeaderOf100Kilobytes)
     const std::string value(100'000, 'v');
     answer(ok("x", "X-Big: " + value + "\r\n"));
     performPath();
-    EXPECT_EQ(header("x-big"), kx::String(value.c_str()));
+    EXPECT_EQ(header("x-big"), kx::String::fromLatin1(value));
 }
 
 TEST_F(CNetRequestTest, readsTenThousandHeaders)
@@ -541,7 +541,7 @@ TEST(CNetRequestThreadsTest, sixteenThreadsConstructPerformAndDestroyAtOnce)
         threads.emplace_back([&server, &good] {
             for (int round = 0; round < roundCount; ++round) {
                 const auto request = kx::newObj<norla::CNetRequest>();
-                request->setURL(server.url().c_str());
+                request->setURL(kx::String::fromUTF8(server.url()));
                 request->perform();
                 good += request->getDefaultReceiveBuffer()->getSize() == 1 ? 1 : 0;
             }

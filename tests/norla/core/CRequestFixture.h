@@ -31,14 +31,14 @@ protected:
 
     void performPath(const std::string& path = "/")
     {
-        m_request->setURL(m_server.url(path).c_str());
+        m_request->setURL(kx::String::fromUTF8(m_server.url(path)));
         m_request->perform();
     }
 
     /// The error that a transfer ends with, null when it succeeds.
     kx::P<kx::CError> failureOf(const std::string& path = "/")
     {
-        m_request->setURL(m_server.url(path).c_str());
+        m_request->setURL(kx::String::fromUTF8(m_server.url(path)));
         return failure();
     }
 
@@ -58,7 +58,7 @@ protected:
         support::CScriptedServer another;
         another.onConnection().readHead().send(ok("good"));
         m_request->reset();
-        m_request->setURL(another.url().c_str());
+        m_request->setURL(kx::String::fromUTF8(another.url()));
         m_request->perform();
         EXPECT_EQ(body(), "good");
     }
@@ -69,7 +69,7 @@ protected:
         return {reinterpret_cast<const char*>(buffer->getData()), buffer->getSize()};
     }
 
-    kx::String header(const char* name) const
+    kx::String header(const kx::String& name) const
     {
         const auto found = m_request->getResponseHeaderMap().find(name);
         return found == m_request->getResponseHeaderMap().end() ? "(missing)" : found->second;

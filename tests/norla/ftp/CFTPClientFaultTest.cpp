@@ -1,4 +1,5 @@
 // The FTP client against a server that breaks at every step.
+#include "kx/text/numbers.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/ftp/CFTPClient.h"
@@ -35,7 +36,7 @@ protected:
     static kx::P<CFTPClient> clientFor(unsigned short port)
     {
         return kx::newObj<CFTPClient>(
-            ("127.0.0.1:" + std::to_string(port)).c_str(), "user", "not-to-be-seen", CFTPClient::ConnectUnencrypted);
+            "127.0.0.1:" + kx::toString(port), "user", "not-to-be-seen", CFTPClient::ConnectUnencrypted);
     }
 
     // libcurl says QUIT when it drops a connection that it takes for usable, and waits up to two minutes for an answer: every
@@ -289,7 +290,7 @@ TEST_F(CFTPClientFaultTest, isAServerWithoutTLSWhereTLSIsWanted)
         .readUntil("QUIT\r\n")
         .close();
     const CFTPClient::ConnectType type = CFTPClient::ConnectExplicitTLS;
-    CFTPClient secure(("127.0.0.1:" + std::to_string(m_control.getPort())).c_str(), "user", "not-to-be-seen", type);
+    CFTPClient secure("127.0.0.1:" + kx::toString(m_control.getPort()), "user", "not-to-be-seen", type);
     const auto error = support::errorOf([&] { secure.deleteFile(request(), "/x"); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getCode(), CURLE_USE_SSL_FAILED);
@@ -302,8 +303,8 @@ TEST_F(CFTPClientFaultTest, isAWrongCertificate)
 {
     const auto& certificates = support::CTestCertificates::get();
     m_control.onConnection().startTLS(certificates.serverCertificate(), certificates.serverKey());
-    CFTPClient secure(("127.0.0.1:" + std::to_string(m_control.getPort())).c_str(), "user", "not-to-be-seen",
-        CFTPClient::ConnectImplicitTLS);
+    CFTPClient secure(
+        "127.0.0.1:" + kx::toString(m_control.getPort()), "user", "not-to-be-seen", CFTPClient::ConnectImplicitTLS);
     const auto error = support::errorOf([&] { secure.deleteFile(request(), "/x"); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getCode(), CURLE_PEER_FAILED_VERIFICATION);
@@ -424,14 +425,15 @@ TEST_F(CFTPClientTreeTest, isLeftWhenItDoesNotEnd)
     constexpr int levels = 17; // until the path goes on for more than 4096 characters
     serve(std::vector(levels, "type=dir; " + name + "\r\n"), {});
     EXPECT_EQ(support::messageOf([this] { client().deleteDirWithAllContents(request(), "/top"); }),
-        ("FTP directory is nested deeper than 4096 characters: '/top/" + name.substr(0, 95) + "...'.").c_str());
+        kx::String::fromLatin1(
+            "FTP directory is nested deeper than 4096 characters: '/top/" + name.substr(0, 95) + "...'."));
 }
 
 TEST_F(CFTPClientTreeTest, mayHaveALongPathOfItsOwn)
 {
     const std::string top(5000, 't');
     serve({"type=dir; a\r\n", ""}, {"250 gone", "250 gone"});
-    client().deleteDirWithAllContents(request(), ("/" + top).c_str());
+    client().deleteDirWithAllContents(request(), kx::String::fromLatin1("/" + top));
     EXPECT_TRUE(commands() // too long to be shown
         == "MLSD " + top + "\r\nMLSD " + top + "/a\r\nRMD /" + top + "/a\r\nRMD /" + top + "\r\nQUIT\r\n");
 }

@@ -1,6 +1,7 @@
 #include "norla/ftp/CFTPClient.h"
 
 #include "kx/base/CInvalidArgError.h"
+#include "kx/text/numbers.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/support/errorOf.h"
 
@@ -293,14 +294,14 @@ TEST_F(CFTPClientTest, makesADirectory)
 
 TEST_F(CFTPClientTest, makesADirectoryWithItsParents)
 {
-    for (const char* const path : {"/a/d", "/a/d/"})
+    for (const kx::String& path : kx::TArray<kx::String>{"/a/d", "/a/d/"})
         EXPECT_EQ(optionsOf([this, path](auto& client) { client.prepareCreateDirRequest(request(), path, true); }),
-            begin("/a/d/", true, {std::string("PREQUOTE=[MKD ") + path + "]"}));
+            begin("/a/d/", true, {"PREQUOTE=[MKD " + path.toUTF8() + "]"}));
 }
 
 TEST_F(CFTPClientTest, listsADirectory)
 {
-    for (const char* const path : {"/pub", "/pub/"})
+    for (const kx::String& path : kx::TArray<kx::String>{"/pub", "/pub/"})
         EXPECT_EQ(optionsOf([this, path](auto& client) { client.prepareListDirRequest(request(), path); }),
             begin("/pub/", false, {"CUSTOMREQUEST=MLSD"}));
     EXPECT_EQ(optionsOf([this](auto& client) { client.prepareListDirRequest(request(), ""); }),
@@ -321,7 +322,7 @@ TEST_F(CFTPClientTest, namesNoOtherCWDType)
         const auto error
             = support::errorOf([type] { CFTPClient::cwdTypeToString(static_cast<CFTPClient::CWDType>(type)); });
         ASSERT_TRUE(error);
-        EXPECT_EQ(error->getMessage(), ("Unknown CWDType: " + std::to_string(type)).c_str());
+        EXPECT_EQ(error->getMessage(), "Unknown CWDType: " + kx::toString(type));
         EXPECT_EQ(error->getDomain(), "");
         EXPECT_EQ(error->getCode(), -1);
     }

@@ -1,5 +1,6 @@
 #include "norla/ftp/CFTPDirEntry.h"
 
+#include "kx/containers/TArray.h"
 #include "kx/time/CTimeFields.h"
 #include "tests/support/errorOf.h"
 
@@ -56,8 +57,8 @@ TEST(CFTPDirEntryTest, readsADirectory)
 
 TEST(CFTPDirEntryTest, takesEverythingElseForAnotherType)
 {
-    for (const kx::String line :
-        {"type=cdir;perm=el; .", "type=pdir; ..", "type=OS.unix=slink:/x; l", "size=5; n", "type=; n"})
+    for (const kx::String& line : kx::TArray<kx::String>{
+             "type=cdir;perm=el; .", "type=pdir; ..", "type=OS.unix=slink:/x; l", "size=5; n", "type=; n"})
         EXPECT_EQ(CFTPDirEntry(line).getType(), CFTPDirEntry::TypeOther) << line;
     EXPECT_EQ(CFTPDirEntry("type=cdir;perm=el; .").getName(), ".");
 }
@@ -122,14 +123,14 @@ TEST(CFTPDirEntryTest, refusesALineWithoutASpace)
 
 TEST(CFTPDirEntryTest, refusesAFactWithoutAValue)
 {
-    for (const kx::String line :
-        {"type=file;bogus; x", "type=file;;size=5; x", ";type=file; x", "; x", "-rw-r--r-- 1 u g 5 x"})
+    for (const kx::String& line : kx::TArray<kx::String>{
+             "type=file;bogus; x", "type=file;;size=5; x", ";type=file; x", "; x", "-rw-r--r-- 1 u g 5 x"})
         EXPECT_EQ(messageOf(line), "Invalid FTP dir entry: '" + line + "'");
 }
 
 TEST(CFTPDirEntryTest, isAPlainErrorWhenItCannotBeRead)
 {
-    for (const kx::String line : {"nothing", "modify=1; x"}) {
+    for (const kx::String& line : kx::TArray<kx::String>{"nothing", "modify=1; x"}) {
         const auto error = support::errorOf([&line] { CFTPDirEntry{line}; });
         ASSERT_TRUE(error);
         EXPECT_EQ(error->getDomain(), "");
@@ -140,7 +141,7 @@ TEST(CFTPDirEntryTest, isAPlainErrorWhenItCannotBeRead)
 
 TEST(CFTPDirEntryTest, refusesASizeThatIsNoNumber)
 {
-    for (const kx::String value : {"", "5k", " ", "9223372036854775808"})
+    for (const kx::String& value : kx::TArray<kx::String>{"", "5k", " ", "9223372036854775808"})
         EXPECT_NE(messageOf("size=" + value + "; n"), "(no error)") << value;
 }
 
@@ -177,14 +178,15 @@ TEST(CFTPTimeValueTest, mayHaveAFraction)
 
 TEST(CFTPTimeValueTest, refusesOtherLengthsAndSigns)
 {
-    for (const kx::String value : {"", "2020013123595", "20200131235959Z", "202001312359590", "20200131235959,5"})
+    for (const kx::String& value :
+        kx::TArray<kx::String>{"", "2020013123595", "20200131235959Z", "202001312359590", "20200131235959,5"})
         EXPECT_EQ(timeMessageOf(value), "Invalid FTP time value: '" + value + "'");
 }
 
 TEST(CFTPTimeValueTest, refusesWhatIsNoTime)
 {
-    for (const kx::String value :
-        {"20x00131235959", "20201331235959", "20200230000000", "20200131250000", "20200131235959.", "20200131235959.x"})
+    for (const kx::String& value : kx::TArray<kx::String>{"20x00131235959", "20201331235959", "20200230000000",
+             "20200131250000", "20200131235959.", "20200131235959.x"})
         EXPECT_NE(timeMessageOf(value), "(no error)") << value;
 }
 

@@ -15,7 +15,7 @@ kx::P<norla::CFTPDirEntry> entryIn(std::initializer_list<const char*> lines)
 {
     norla::CNetStringList list;
     for (const char* const line : lines)
-        list.add(line);
+        list.add(kx::String::fromLatin1(line));
     return CFTPGetInfoResult(list).getEntry();
 }
 

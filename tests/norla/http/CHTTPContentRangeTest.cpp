@@ -10,8 +10,8 @@ namespace {
 
 struct CRangeRow {
     const char* name;
-    const char* header;
-    const char* unit;
+    kx::String header;
+    kx::String unit;
     long long first;
     long long last;
     long long total;
@@ -50,8 +50,8 @@ INSTANTIATE_TEST_SUITE_P(All, ContentRangeTest,
 
 struct CBadRangeRow {
     const char* name;
-    const char* header;
-    const char* message;
+    kx::String header;
+    kx::String message;
 };
 
 class BadContentRangeTest : public testing::TestWithParam<CBadRangeRow> {};

@@ -6,7 +6,7 @@ namespace {
 
 using Map = kx::TMap<kx::String, kx::String>;
 
-Map productsOf(const char* header)
+Map productsOf(const kx::String& header)
 {
     return norla::CHTTPServerHeader(header).getProducts();
 }

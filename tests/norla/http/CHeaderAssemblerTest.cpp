@@ -14,7 +14,7 @@ protected:
     void handle(std::initializer_list<const char*> lines)
     {
         for (const char* const line : lines)
-            m_assembler.handleHeaderLine(line);
+            m_assembler.handleHeaderLine(kx::String::fromLatin1(line));
     }
 
     const Map& map() const { return m_assembler.getHeaderMap(); }
@@ -22,7 +22,7 @@ protected:
     kx::String messageOf(const char* line)
     {
         try {
-            m_assembler.handleHeaderLine(line);
+            m_assembler.handleHeaderLine(kx::String::fromLatin1(line));
         } catch (const kx::CError& error) {
             EXPECT_EQ(error.getDomain(), "");
             EXPECT_EQ(error.getCode(), -1);

@@ -9,7 +9,7 @@ namespace {
 
 struct CServerRow {
     const char* name;
-    const char* header;
+    kx::String header;
     bool rangesBroken;
 };
 

@@ -1,3 +1,4 @@
+#include "kx/containers/TArray.h"
 #include "norla/core/CCURLError.h"
 #include "norla/http/util.h"
 
@@ -10,10 +11,10 @@ namespace {
 
 struct CErrorRow {
     const char* name;
-    const char* domain;
+    kx::String domain;
     long long code;
-    std::optional<const char*> responseCodeDomain;
-    std::optional<const char*> responseCode;
+    std::optional<kx::String> responseCodeDomain;
+    std::optional<kx::String> responseCode;
     bool isDown;
     int status;
 };
@@ -118,7 +119,7 @@ TEST(ErrorClassificationTest, readsATransferErrorOfTheLibrary)
     EXPECT_EQ(norla::getHTTPStatusCodeFromError(unavailable), 503);
 }
 
-class StatusOfNoNumberTest : public testing::TestWithParam<const char*> {
+class StatusOfNoNumberTest : public testing::TestWithParam<kx::String> {
 protected:
     static kx::CError error(
         const kx::String& responseCodeDomain, const kx::String& domain = "curl", long long code = 28)
@@ -143,9 +144,9 @@ protected:
 
 TEST_P(StatusOfNoNumberTest, isAnErrorOfItsOwn)
 {
-    const kx::String message = "Invalid number: '" + kx::String(GetParam()) + "'.";
+    const kx::String message = "Invalid number: '" + GetParam() + "'.";
     EXPECT_EQ(messageOf([] { norla::getHTTPStatusCodeFromError(error("http")); }), message);
-    for (const char* const domain : {"http", "ftp", "smtp", ""})
+    for (const kx::String& domain : kx::TArray<kx::String>{"http", "ftp", "smtp", ""})
         EXPECT_EQ(messageOf([domain] { norla::isNetworkOrServiceDownError(error(domain)); }), message) << domain;
 }
 
@@ -157,17 +158,18 @@ TEST_P(StatusOfNoNumberTest, isNotReadForAFailureOfTheNetwork)
 
 TEST_P(StatusOfNoNumberTest, isNotReadForAnErrorOfAnotherDomain)
 {
-    for (const char* const domain : {"curlm", "http", ""})
+    for (const kx::String& domain : kx::TArray<kx::String>{"curlm", "http", ""})
         EXPECT_FALSE(norla::isNetworkOrServiceDownError(error("http", domain, 7))) << domain;
 }
 
 TEST_P(StatusOfNoNumberTest, isNotReadForAnotherProtocolsStatus)
 {
-    for (const char* const domain : {"ftp", "smtp", ""})
+    for (const kx::String& domain : kx::TArray<kx::String>{"ftp", "smtp", ""})
         EXPECT_EQ(norla::getHTTPStatusCodeFromError(error(domain)), -1) << domain;
 }
 
-INSTANTIATE_TEST_SUITE_P(All, StatusOfNoNumberTest, testing::Values("many", "503 ", "0x1F7", "503.0"),
-    [](const testing::TestParamInfo<const char*>& row) { return std::to_string(row.index); });
+INSTANTIATE_TEST_SUITE_P(All, StatusOfNoNumberTest,
+    testing::Values(kx::String("many"), kx::String("503 "), kx::String("0x1F7"), kx::String("503.0")),
+    [](const testing::TestParamInfo<kx::String>& row) { return std::to_string(row.index); });
 
 } // namespace

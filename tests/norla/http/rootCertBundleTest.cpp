@@ -21,14 +21,14 @@ kx::String messageOfSearch()
     }
 }
 
-constexpr const char* notFound = "INTERNAL ERROR: Root certificate bundle not found in application resources.";
+constexpr char notFound[] = "INTERNAL ERROR: Root certificate bundle not found in application resources.";
 
 /// Has a resource folder of its own, which is empty at the beginning and of no use any more after the test.
 class RootCertBundleTest : public testing::Test {
 protected:
     RootCertBundleTest()
     {
-        kx::CResourceManager::get()->addResourceFolder(kx::String::fromUTF8(m_folder.path().string()));
+        kx::CResourceManager::get()->addResourceFolder(kx::CResourceManager::Path::fromBytes(m_folder.path().native()));
     }
 
     support::CTemporaryFolder m_folder;

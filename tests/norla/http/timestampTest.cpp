@@ -21,7 +21,7 @@ std::optional<long long> microsecondsOf(const kx::String& text)
 
 struct CDateRow {
     const char* name;
-    const char* text;
+    kx::String text;
     long long seconds;
 };
 

@@ -61,7 +61,7 @@ TEST(UrlEscapeTest, ofNothingIsNothing)
 
 struct CUnescapeRow {
     const char* name;
-    const char* escaped;
+    kx::String escaped;
     const wchar_t* text;
     const wchar_t* textWithSpaces;
 };
@@ -199,7 +199,7 @@ TEST(EncodeURLParamsTest, ofAnEmptyMapIsNothing)
 
 struct CParamsRow {
     const char* name;
-    const char* text;
+    kx::String text;
     Map map;
 };
 

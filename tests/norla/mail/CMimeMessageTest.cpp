@@ -57,7 +57,7 @@ public:
     long long m_total = 0;
 };
 
-kx::P<norla::CMimeMessage> newMessage(const char* contentType = "")
+kx::P<norla::CMimeMessage> newMessage(const kx::String& contentType = "")
 {
     return kx::newObj<norla::CMimeMessage>(contentType);
 }

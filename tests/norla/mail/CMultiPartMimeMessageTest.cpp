@@ -15,7 +15,7 @@
 
 namespace {
 
-kx::P<norla::CMultiPartMimeMessage> newMultiPart(const char* subtype = "mixed")
+kx::P<norla::CMultiPartMimeMessage> newMultiPart(const kx::String& subtype = "mixed")
 {
     return kx::newObj<norla::CMultiPartMimeMessage>(subtype);
 }

@@ -31,8 +31,8 @@ const Texts clearing = {"CONNECT_ONLY=0", "UPLOAD=0", "MAIL_FROM=", "MAIL_RCPT=n
 constexpr const char* text = "Subject: 1\r\n\r\ntext\r\n";
 const std::string conversation = std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n";
 
-CSMTPParams paramsOf(
-    int port, int connectType = CSMTPParams::ConnectUnencrypted, const char* userName = "", const char* password = "")
+CSMTPParams paramsOf(int port, int connectType = CSMTPParams::ConnectUnencrypted, const kx::String& userName = "",
+    const kx::String& password = "")
 {
     CSMTPParams params;
     params.host = "h";
@@ -270,7 +270,7 @@ TEST_F(CSMTPClientOptionsTest, everyRefusalOfLibcurlIsThrown)
 
 class CSMTPClientTest : public testing::Test {
 protected:
-    CSMTPParams params(const char* userName = "", const char* password = "") const
+    CSMTPParams params(const kx::String& userName = "", const kx::String& password = "") const
     {
         CSMTPParams params = paramsOf(m_server.getPort(), CSMTPParams::ConnectUnencrypted, userName, password);
         params.host = "127.0.0.1";
@@ -303,7 +303,7 @@ protected:
         return takeEnvelope(connection).readUntil("\r\n.\r\n").send("250 taken\r\n").readUntil("QUIT\r\n");
     }
 
-    kx::P<CSMTPClient> newClient(const char* userName = "", const char* password = "")
+    kx::P<CSMTPClient> newClient(const kx::String& userName = "", const kx::String& password = "")
     {
         return kx::newObj<CSMTPClient>(params(userName, password));
     }
@@ -836,7 +836,7 @@ struct CDateCase {
     const char* name;
     long long year, month, day;
     int zone;
-    const char* text;
+    kx::String text;
 };
 
 void PrintTo(const CDateCase& date, std::ostream* out)

@@ -2,6 +2,7 @@
 
 #include "kx/base/CInvalidArgError.h"
 #include "kx/base/P.h"
+#include "kx/containers/TArray.h"
 
 #include <gtest/gtest.h>
 
@@ -43,14 +44,13 @@ TEST(CSMTPParamsTest, writesTheTextOfAType)
 
 TEST(CSMTPParamsTest, refusesAnyOtherText)
 {
-    for (const char* const text : {"tls", "SSL", "StartTLS", " ssl", "ssl ", "", "1"}) {
+    for (const kx::String& text : kx::TArray<kx::String>{"tls", "SSL", "StartTLS", " ssl", "ssl ", "", "1"}) {
         try {
             CSMTPParams::connectTypeToInt(text);
             ADD_FAILURE() << "no error for '" << text << "'";
         } catch (const kx::CInvalidArgError& error) {
             EXPECT_EQ(error.getMessage(),
-                kx::String("Invalid argument passed to 'CSMTPParams::connectTypeToInt': invalid connect type: ") + text
-                    + ".");
+                "Invalid argument passed to 'CSMTPParams::connectTypeToInt': invalid connect type: " + text + ".");
         }
     }
 }

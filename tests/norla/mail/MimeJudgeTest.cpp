@@ -169,7 +169,7 @@ public:
         kx::String made;
         for (size_t left = 1 + below(maximum); left > 0; --left)
             made += static_cast<wchar_t>(0x21 + below(0x7F - 0x21));
-        return made + (below(2) == 0 ? " " : "") + "x";
+        return made + kx::String::fromLatin1(below(2) == 0 ? " " : "") + "x";
     }
 
     /// Any bytes, but for a carriage return at the end.

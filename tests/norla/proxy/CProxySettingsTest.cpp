@@ -34,7 +34,7 @@ Texts hostsOf(const norla::CProxySettings& settings)
 
 struct CListRow {
     const char* name;
-    const char* text;
+    kx::String text;
     Pairs expected;
 };
 
@@ -80,8 +80,8 @@ INSTANTIATE_TEST_SUITE_P(All, CProxyListTest,
 
 struct CURLRow {
     const char* name;
-    const char* url;
-    const char* proxy;
+    kx::String url;
+    kx::String proxy;
 };
 
 class CProxyForURLTest : public testing::TestWithParam<CURLRow> {};
@@ -208,7 +208,7 @@ TEST(CProxySettingsTest, takesARangeOfAddressesForOneHost)
     settings.setProxyForURLScheme("http", "p");
     settings.addDirectConnectHostsFromString("10.0.0.0/8");
     EXPECT_TRUE(settings.isDirectConnectHost("10.0.0.0/8"));
-    for (const char* const url : {"http://10.0.0.1/", "http://10.0.0.0/", "http://10.0.0.0/8"})
+    for (const kx::String& url : Texts{"http://10.0.0.1/", "http://10.0.0.0/", "http://10.0.0.0/8"})
         EXPECT_EQ(settings.getProxyForURL(url), "p") << url;
 }
 

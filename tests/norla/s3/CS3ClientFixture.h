@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/text/numbers.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/s3/CS3Client.h"
 #include "tests/norla/core/CRequestFixture.h"
@@ -9,11 +10,11 @@
 /// A client whose store is the scripted server of a CRequestFixture.
 class CS3ClientFixture : public CRequestFixture {
 protected:
-    static constexpr const char* secret = "not/To+Be=Seen";
+    static constexpr char secret[] = "not/To+Be=Seen";
 
     norla::CS3Client& client() { return *m_client; }
 
-    kx::String host() { return ("127.0.0.1:" + std::to_string(server().getPort())).c_str(); }
+    kx::String host() { return "127.0.0.1:" + kx::toString(server().getPort()); }
 
     /// An answer with a body, after which the connection is closed.
     static std::string answerWith(int status, const std::string& body)

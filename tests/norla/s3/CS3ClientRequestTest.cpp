@@ -24,7 +24,7 @@ protected:
         return request().getURL().substr(start.size());
     }
 
-    void put(std::string_view bytes, const char* type = "")
+    void put(std::string_view bytes, const kx::String& type = "")
     {
         client().preparePutObjectRequest(request(), "b", "k", bytes.data(), static_cast<int>(bytes.size()), type);
     }
@@ -66,7 +66,7 @@ TEST_F(CS3ClientRequestTest, goesToTheGivenHost)
 
 TEST_F(CS3ClientRequestTest, refusesAHostThatIsMoreThanAHost)
 {
-    for (const kx::String host : {"", "http://host", "host/", "a host", "host?x", "host#x"})
+    for (const kx::String& host : kx::TArray<kx::String>{"", "http://host", "host/", "a host", "host?x", "host#x"})
         EXPECT_EQ(support::messageOf([&host] { CS3Client("id", "secret", true, host); }),
             "Invalid argument passed to 'CS3Client::CS3Client': endpoint host must be a host name with or without a "
             "port, not '"
@@ -296,8 +296,8 @@ TEST_F(CS3ClientRequestTest, signsAListingOverItsPathAlone)
 }
 
 struct CRefusal {
-    const char* function;
-    const char* detail;
+    kx::String function;
+    kx::String detail;
     std::function<void(CS3Client&, CNetRequest&)> action;
 };
 
@@ -310,14 +310,14 @@ TEST_P(CS3ClientRefusalTest, namesTheFunctionAndLeavesTheRequestAlone)
     ASSERT_TRUE(error);
     EXPECT_TRUE(dynamic_cast<const kx::CInvalidArgError*>(error.get()));
     EXPECT_EQ(error->getMessage(),
-        kx::String("Invalid argument passed to 'CS3Client::") + GetParam().function + "': " + GetParam().detail + ".");
+        "Invalid argument passed to 'CS3Client::" + GetParam().function + "': " + GetParam().detail + ".");
     EXPECT_TRUE(error->getProps().getMap().empty());
     EXPECT_EQ(request().getURL(), "http://before/");
 }
 
-constexpr const char* noBucket = "bucket name must not be empty";
-constexpr const char* noObject = "object name must not be empty";
-constexpr const char* noCopyName = "neither the existing nor the new object name may be empty";
+constexpr char noBucket[] = "bucket name must not be empty";
+constexpr char noObject[] = "object name must not be empty";
+constexpr char noCopyName[] = "neither the existing nor the new object name may be empty";
 
 INSTANTIATE_TEST_SUITE_P(Names, CS3ClientRefusalTest,
     testing::Values(

@@ -1,3 +1,4 @@
+#include "kx/text/numbers.h"
 #include "kx/time/CTime.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3ErrorResponse.h"
@@ -16,7 +17,7 @@ using norla::CS3Error;
 using norla::CS3ErrorResponse;
 using Lines = std::vector<std::string>;
 
-CS3Error s3Error(const char* code, int status = 400)
+CS3Error s3Error(const kx::String& code, int status = 400)
 {
     return {CS3ErrorResponse(code, "Because", "/bucket/key", "tx01"), status};
 }
@@ -73,14 +74,15 @@ TEST_F(CS3ErrorJudgementTest, knowsNoCodesOfOtherExceptions)
 
 TEST_F(CS3ErrorJudgementTest, retriesWhatTheServiceCallsTransient)
 {
-    for (const char* const code :
-        {"InternalError", "SlowDown", "IncompleteBody", "InvalidDigest", "OperationAborted", "RequestTimeTooSkewed"})
+    for (const kx::String& code : kx::TArray<kx::String>{"InternalError", "SlowDown", "IncompleteBody", "InvalidDigest",
+             "OperationAborted", "RequestTimeTooSkewed"})
         EXPECT_TRUE(client().shouldRetryRequest(s3Error(code, 403))) << code;
 }
 
 TEST_F(CS3ErrorJudgementTest, doesNotRetryOtherCodesOfTheService)
 {
-    for (const char* const code : {"AccessDenied", "NoSuchKey", "internalerror", "SlowDownPlease"})
+    for (const kx::String& code :
+        kx::TArray<kx::String>{"AccessDenied", "NoSuchKey", "internalerror", "SlowDownPlease"})
         EXPECT_FALSE(client().shouldRetryRequest(s3Error(code, 503))) << code;
 }
 
@@ -422,8 +424,8 @@ TEST_F(CS3ClientRetryTest, makesOneAttemptMoreThanItHasRetries)
 TEST_F(CS3ClientRetryTest, hasFiftyRetriesUnlessToldOtherwise)
 {
     const support::CRefusedPort refused;
-    const auto unheard = kx::newObj<norla::CS3Client>(
-        "AKID", secret, false, ("127.0.0.1:" + std::to_string(refused.getPort())).c_str());
+    const auto unheard
+        = kx::newObj<norla::CS3Client>("AKID", secret, false, "127.0.0.1:" + kx::toString(refused.getPort()));
     unheard->prepareGetObjectRequest(request(), "bucket", "key", 0, -1);
     const auto error = support::errorOf([&] { unheard->performRequest(request()); });
     ASSERT_TRUE(error);

@@ -11,9 +11,9 @@ using norla::CNetRequest;
 using norla::CS3Client;
 using Map = CS3Client::HeaderMap;
 
-using Headers = std::initializer_list<std::pair<const char*, const char*>>;
+using Headers = std::initializer_list<std::pair<kx::String, kx::String>>;
 
-kx::P<CNetRequest> makeRequest(const char* method, const char* url, Headers lines)
+kx::P<CNetRequest> makeRequest(const kx::String& method, const kx::String& url, Headers lines)
 {
     auto request = kx::newObj<CNetRequest>();
     request->setHTTPMethod(method);
@@ -25,7 +25,7 @@ kx::P<CNetRequest> makeRequest(const char* method, const char* url, Headers line
     return request;
 }
 
-kx::String stringToSign(const char* method, const char* url, Headers lines)
+kx::String stringToSign(const kx::String& method, const kx::String& url, Headers lines)
 {
     return CS3Client::getStringToSign(makeRequest(method, url, lines).get());
 }
@@ -33,7 +33,7 @@ kx::String stringToSign(const char* method, const char* url, Headers lines)
 /// The examples that the service's documentation gives for this signature; their keys are of no account.
 class CS3SignatureExampleTest : public testing::Test {
 protected:
-    kx::String signature(const char* method, const char* url, Headers lines)
+    kx::String signature(const kx::String& method, const kx::String& url, Headers lines)
     {
         return m_client.getSignature(makeRequest(method, url, lines).get());
     }
@@ -224,10 +224,11 @@ TEST(CS3CanonicalizedResourceTest, looksForParametersInTheQueryAlone)
 
 TEST(CS3CanonicalizedResourceTest, namesTheURLThatHasNone)
 {
-    for (const char* const url : {"", "host/bucket", "https:/host/bucket", "https://host", "https://host?a=b"}) {
+    for (const kx::String& url :
+        kx::TArray<kx::String>{"", "host/bucket", "https:/host/bucket", "https://host", "https://host?a=b"}) {
         const auto error = support::errorOf([url] { CS3Client::getCanonicalizedResource(url); });
         ASSERT_TRUE(error) << url;
-        EXPECT_EQ(error->getMessage(), kx::String("Invalid Amazon S3 query URL: '") + url + "'.");
+        EXPECT_EQ(error->getMessage(), "Invalid Amazon S3 query URL: '" + url + "'.");
         EXPECT_EQ(error->getDomain(), "");
         EXPECT_EQ(error->getCode(), -1);
     }

@@ -191,7 +191,7 @@ TEST_F(CS3ListObjectsElementTest, isRefusedWithoutAKey)
 
 TEST_F(CS3ListObjectsElementTest, isRefusedWithASizeThatIsNoNumber)
 {
-    for (const kx::String size : {"", " 1", "1.5", "9223372036854775808"})
+    for (const kx::String& size : kx::TArray<kx::String>{"", " 1", "1.5", "9223372036854775808"})
         EXPECT_NE(support::messageOf([size] {
             element("<Key>k</Key><Size>" + size.toUTF8() + "</Size>");
         }).find("'" + size + "'"),

@@ -8,10 +8,10 @@ int main(int, char** argv)
 {
     try {
         const auto bundle = norla::getRootCertBundlePath();
-        std::cout << bundle.toString() << '\n';
+        std::cout << bundle.toBytes() << '\n';
         const auto request = kx::newObj<norla::CNetRequest>();
         request->setRootCertBundlePath(bundle);
-        request->setURL(argv[1]);
+        request->setURL(kx::String::fromUTF8(argv[1]));
         request->perform();
         const auto body = request->getDefaultReceiveBuffer();
         std::cout.write(reinterpret_cast<const char*>(body->getData()), static_cast<std::streamsize>(body->getSize()));
