@@ -1,5 +1,5 @@
 // Downloads many URLs at once into files of their names. Ctrl-C withdraws what is still running.
-#include "examples/arguments.h"
+#include "examples/knownHosts.h"
 #include "kx/base/CInvalidArgError.h"
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetRequest.h"
@@ -50,6 +50,7 @@ public:
         if (!m_out)
             throw kx::CError("The file '" + shownPath(m_part.native()) + "' cannot be written.");
         m_request->setURL(textOf(url, "A URL"));
+        m_request->setSSHKnownHostsPath(usersKnownHosts());
         if (!authority.empty())
             m_request->setRootCertBundlePath(Path::fromBytes(authority));
     }

@@ -1,6 +1,6 @@
 // Fetches a URL (http, https, ftp, ftps, sftp) into a file or to standard output.
 #include "examples/CStreamSink.h"
-#include "examples/arguments.h"
+#include "examples/knownHosts.h"
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CNetHeaders.h"
@@ -19,6 +19,7 @@ constexpr const char* usage = R"(Usage: fetch [options] URL
   --header 'NAME: VALUE'  send this header too; may be repeated
   --user NAME[:PASSWORD]  log in
   --key FILE              log in with this private key (sftp)
+  --known-hosts FILE      believe the servers with these keys only (sftp; default: ~/.ssh/known_hosts)
   --ca FILE               trust the certificates in this file only
 )";
 
@@ -65,6 +66,8 @@ std::string applyOptions(norla::CNetRequest& request, int argc, char** argv)
             setUser(request, value());
         else if (option == "--key")
             request.setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, value());
+        else if (option == "--known-hosts")
+            request.setSSHKnownHostsPath(Path::fromBytes(argv[i + 1]));
         else if (option == "--ca")
             request.setRootCertBundlePath(Path::fromBytes(argv[i + 1]));
         else
@@ -108,6 +111,7 @@ int main(int argc, char** argv)
     try {
         const auto request = kx::newObj<norla::CNetRequest>();
         request->setURL(textOf(argv[argc - 1], "The URL"));
+        request->setSSHKnownHostsPath(usersKnownHosts());
         const std::string output = applyOptions(*request, argc, argv);
         if (output.empty())
             fetchTo(std::cout, *request);

@@ -1,5 +1,6 @@
 // Uploads a file to a URL (http and https by PUT, ftp, ftps, sftp).
 #include "examples/CFileSource.h"
+#include "examples/knownHosts.h"
 #include "norla/core/CNetRequest.h"
 
 #include <cstdio>
@@ -12,6 +13,7 @@ void upload(const std::string& file, const kx::String& url)
     const auto request = kx::newObj<norla::CNetRequest>();
     const auto source = kx::newObj<CFileSource>(file);
     request->setURL(url);
+    request->setSSHKnownHostsPath(usersKnownHosts());
     request->setSendDataSource(source.get());
     request->setSendDataSize(source->getLength());
     request->setUpload(true);

@@ -521,6 +521,11 @@ void CNetRequest::setRootCertBundlePath(const Path& path)
     setOptionBytes(CURLOPT_CAINFO, path.toNormalized(true, Path()).toBytes());
 }
 
+void CNetRequest::setSSHKnownHostsPath(const Path& path)
+{
+    setOptionBytes(CURLOPT_SSH_KNOWNHOSTS, path.toBytes());
+}
+
 void CNetRequest::setRange(long long start, long long length)
 {
     setOptionString(CURLOPT_RANGE, rangeText(start, length));

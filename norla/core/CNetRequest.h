@@ -143,6 +143,11 @@ public:
     /// path's bytes. @throws kx::CInvalidArgError when the path holds a zero character
     void setRootCertBundlePath(const Path& path);
 
+    /// A file of known SSH hosts, in the form of OpenSSH's known_hosts; CURLOPT_SSH_KNOWNHOSTS. An SFTP server that is not in it, or
+    /// has another key there, is refused (CURLE_PEER_FAILED_VERIFICATION); a file that is missing knows no host. While none is
+    /// set every server is believed to be the one that was meant, and gets the login.
+    void setSSHKnownHostsPath(const Path& path);
+
     /// Asks for a part of the resource.
     /// @param start of the first byte, counted from 0
     /// @param length in bytes; -1 up to the end of the resource

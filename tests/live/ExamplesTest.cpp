@@ -227,9 +227,30 @@ TEST_F(ExamplesTest, fetchSpeaksFTPS)
 TEST_F(ExamplesTest, fetchSpeaksSFTP)
 {
     const support::CSSHServer ssh;
-    const auto result = run({"fetch", "--user", ssh.userName(), "--key", ssh.privateKeyFile().string(),
-        ssh.url((ssh.root() / "digits.txt").string())});
+    const auto known = m_folder.write("known_hosts", ssh.knownHostsLine());
+    const auto result = run({"fetch", "--user", ssh.userName(), "--key", ssh.privateKeyFile().string(), "--known-hosts",
+        known.string(), ssh.url((ssh.root() / "digits.txt").string())});
     EXPECT_EQ(result.output(), "0123456789") << result.errors();
+}
+
+TEST_F(ExamplesTest, fetchBelievesNoUnknownSSHServer)
+{
+    const support::CSSHServer ssh;
+    const auto known = m_folder.write("known_hosts", "");
+    const auto result = run({"fetch", "--user", ssh.userName(), "--key", ssh.privateKeyFile().string(), "--known-hosts",
+        known.string(), ssh.url((ssh.root() / "digits.txt").string())});
+    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_EQ(result.output(), "");
+    EXPECT_EQ(ssh.log().find("Accepted publickey"), std::string::npos) << ssh.log();
+}
+
+TEST_F(ExamplesTest, uploadBelievesNoUnknownSSHServer)
+{
+    const support::CSSHServer ssh;
+    const auto file = m_folder.write("text.txt", "some text");
+    const auto result = run({"upload", file.string(), ssh.url((ssh.root() / "uploaded.txt").string())});
+    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_NE(result.errors().find("remote key was not OK"), std::string::npos) << result.errors();
 }
 
 TEST_F(ExamplesTest, uploadStoresTheFile)

@@ -70,6 +70,27 @@ TEST_F(SFTPTest, tellsThatTheLoginIsDenied)
     EXPECT_EQ(live::failureOf(*request)->getCode(), CURLE_LOGIN_DENIED);
 }
 
+TEST_F(SFTPTest, believesAKnownHost)
+{
+    const support::CTemporaryFolder folder;
+    const auto request = requestFor("digits.txt");
+    request->setSSHKnownHostsPath(
+        norla::CNetRequest::Path::fromBytes(folder.write("known_hosts", m_server.knownHostsLine()).string()));
+    request->perform();
+    EXPECT_EQ(bodyOf(*request), "0123456789");
+}
+
+TEST_F(SFTPTest, believesNoUnknownHost)
+{
+    const support::CTemporaryFolder folder;
+    for (const std::filesystem::path& file : {folder.write("known_hosts", ""), folder.path() / "missing"}) {
+        const auto request = requestFor("digits.txt");
+        request->setSSHKnownHostsPath(norla::CNetRequest::Path::fromBytes(file.string()));
+        EXPECT_EQ(live::failureOf(*request)->getCode(), CURLE_PEER_FAILED_VERIFICATION);
+    }
+    EXPECT_EQ(m_server.log().find("Accepted publickey"), std::string::npos) << m_server.log();
+}
+
 TEST_F(SFTPTest, tellsThatTheHostKeyHasChanged)
 {
     const support::CTemporaryFolder folder;
@@ -82,7 +103,7 @@ TEST_F(SFTPTest, tellsThatTheHostKeyHasChanged)
         line.replace(port, anotherPort.size(), ":" + std::to_string(m_server.getPort()));
     const auto knownHosts = folder.write("known_hosts", line + "\n");
     const auto request = requestFor("digits.txt");
-    request->setOptionString(CURLOPT_SSH_KNOWNHOSTS, kx::String::fromUTF8(knownHosts.string()));
+    request->setSSHKnownHostsPath(norla::CNetRequest::Path::fromBytes(knownHosts.string()));
     EXPECT_EQ(live::failureOf(*request)->getCode(), CURLE_PEER_FAILED_VERIFICATION);
 }
 

@@ -46,6 +46,7 @@ int main()
         print("sftp_url", ssh.url((ssh.root() / "digits.txt").string()));
         print("sftp_user", ssh.userName());
         print("sftp_key", ssh.privateKeyFile().string());
+        print("sftp_known_host", ssh.knownHostsLine());
         print("mail_server", "127.0.0.1:" + std::to_string(mail.getPort()));
         print("mail_folder", mail.messageFolder().string());
         print("s3_endpoint", store.host());

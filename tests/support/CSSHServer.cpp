@@ -65,7 +65,8 @@ std::filesystem::path CSSHServer::publicKeyFile() const
 
 std::string CSSHServer::knownHostsLine() const
 {
-    return "[127.0.0.1]:" + std::to_string(m_port) + " " + m_folder.read("host-key.pub");
+    const std::string key = m_folder.read("host-key.pub");
+    return "[127.0.0.1]:" + std::to_string(m_port) + " " + key.substr(0, key.find('\n'));
 }
 
 std::filesystem::path CSSHServer::root() const
