@@ -92,6 +92,7 @@ void CFTPDirEntry::readFact(std::wstring_view name, std::wstring_view value)
             m_type = TypeDir;
     } else if (name == L"size") {
         m_size = kx::parseInt64(value, false);
+        m_hasSize = true;
     } else if (name == L"modify") {
         m_modificationTime = timeOf(value);
     }

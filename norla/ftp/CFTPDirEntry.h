@@ -34,6 +34,9 @@ public:
     /// In bytes; 0 when the server did not say.
     long long getSize() const noexcept { return m_size; }
 
+    /// Whether the server said a size, be it 0. For directories most do not.
+    bool hasSize() const noexcept { return m_hasSize; }
+
     /// Unset when the server did not say.
     kx::CTime getModificationTime() const noexcept { return m_modificationTime; }
 
@@ -51,6 +54,7 @@ private:
     Type m_type = TypeOther;
     kx::String m_name;
     long long m_size = 0;
+    bool m_hasSize = false;
     kx::CTime m_modificationTime;
 };
 

@@ -2,9 +2,14 @@
 
 #include "kx/containers/TArray.h"
 #include "kx/time/CTimeFields.h"
+#include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
+
+#include <string>
+#include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -28,6 +33,18 @@ kx::String timeMessageOf(const kx::String& value)
     return support::messageOf([&value] { CFTPDirEntry::parseTimeValue(value); });
 }
 
+// Programs pass these numbers on.
+static_assert(CFTPDirEntry::TypeOther == 0 && CFTPDirEntry::TypeFile == 1 && CFTPDirEntry::TypeDir == 2);
+static_assert(std::is_same_v<std::underlying_type_t<CFTPDirEntry::Type>, int> && sizeof(CFTPDirEntry::Type) == 4);
+
+TEST(CFTPDirEntryTest, logsNothing)
+{
+    const support::CLogRecorder log;
+    for (const kx::String line : {"type=file;size=1;modify=20200131235959; f", "broken", "size=x; f", "modify=1; f"})
+        messageOf(line);
+    EXPECT_EQ(log.lines(), std::vector<std::string>());
+}
+
 TEST(CFTPDirEntryTest, isNothingKnownAtFirst)
 {
     const CFTPDirEntry entry;
@@ -44,6 +61,13 @@ TEST(CFTPDirEntryTest, readsAFile)
     EXPECT_EQ(entry.getName(), "report.txt");
     EXPECT_EQ(entry.getSize(), 1024);
     EXPECT_EQ(entry.getModificationTime(), utc(2020, 1, 31, 23, 59, 59));
+}
+
+TEST(CFTPDirEntryTest, tellsASizeOfNothingFromNone)
+{
+    EXPECT_TRUE(CFTPDirEntry("type=file;size=0; empty").hasSize());
+    EXPECT_FALSE(CFTPDirEntry("type=file; unknown").hasSize());
+    EXPECT_FALSE(CFTPDirEntry().hasSize());
 }
 
 TEST(CFTPDirEntryTest, readsADirectory)
