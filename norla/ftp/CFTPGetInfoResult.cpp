@@ -28,11 +28,21 @@ kx::String withoutLineEnd(const kx::String& line)
 CFTPGetInfoResult::CFTPGetInfoResult(const CNetStringList& lines)
 {
     bool isFactLine = false;
+    kx::P<kx::CError> unreadable; // the first line behind the last entry
     for (const auto line = lines.createIterator(); line->next();) {
-        if (isFactLine)
-            m_entry = kx::newObj<CFTPDirEntry>(withoutLineEnd(line->getCurrent().trimLeft()));
+        if (isFactLine) {
+            try {
+                m_entry = kx::newObj<CFTPDirEntry>(withoutLineEnd(line->getCurrent().trimLeft()));
+                unreadable = nullptr; // what a server says on the way, such as a directory's message, is no fact
+            } catch (const kx::CError& error) {
+                if (!unreadable)
+                    unreadable = error.clone();
+            }
+        }
         isFactLine = !isFactLine && line->getCurrent().startsWith("250-");
     }
+    if (unreadable)
+        unreadable->throwClone();
     if (!m_entry)
         throwNoInfo(lines);
 }

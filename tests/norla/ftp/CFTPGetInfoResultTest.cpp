@@ -1,11 +1,14 @@
 #include "norla/ftp/CFTPGetInfoResult.h"
 
 #include "norla/core/CNetStringList.h"
+#include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -61,6 +64,44 @@ TEST(CFTPGetInfoResultTest, missesTheLineInAReplyThatEnds)
     EXPECT_EQ(support::messageOf([] { entryIn({"250-Listing\r\n"}); }),
         "Invalid response to FTP MLST request (no info line found).");
     EXPECT_EQ(support::errorOf([] { entryIn({}); })->getProps().get("response"), "");
+}
+
+TEST(CFTPGetInfoResultTest, passesOverWhatIsSaidOnTheWay)
+{
+    EXPECT_EQ(entryIn({"250-Welcome to\r\n", "250-our place\r\n", "250 OK. Current directory is /\r\n", "250-Begin\r\n",
+                          " size=1; /a\r\n", "250 End.\r\n"})
+                  ->getName(),
+        "/a");
+}
+
+TEST(CFTPGetInfoResultTest, passesOverWhatIsSaidInAnyNumberOfLines)
+{
+    for (size_t count = 0; count < 6; ++count) {
+        norla::CNetStringList lines;
+        for (size_t i = 0; i < count; ++i)
+            lines.add("250-message\r\n");
+        for (const kx::String line : {"250 there\r\n", "250-Begin\r\n", " size=1; /a\r\n", "250 End.\r\n"})
+            lines.add(line);
+        EXPECT_EQ(CFTPGetInfoResult(lines).getEntry()->getName(), "/a") << count;
+    }
+}
+
+TEST(CFTPGetInfoResultTest, namesTheFirstLineThatIsFollowedByNoneThatCanBeRead)
+{
+    const auto messageIn
+        = [](std::initializer_list<const char*> lines) { return support::messageOf([&lines] { entryIn(lines); }); };
+    EXPECT_EQ(messageIn({"250-a\r\n", "one\r\n", "250-b\r\n", "two\r\n"}), "Invalid FTP dir entry: 'one'");
+    EXPECT_EQ(messageIn({"250-a\r\n", "size=1; /a\r\n", "250-b\r\n", "two\r\n"}), "Invalid FTP dir entry: 'two'");
+    EXPECT_EQ(messageIn({"250-a\r\n", "one\r\n", "250-b\r\n", "size=1; /b\r\n", "250-c\r\n", "three\r\n"}),
+        "Invalid FTP dir entry: 'three'");
+}
+
+TEST(CFTPGetInfoResultTest, logsNothing)
+{
+    const support::CLogRecorder log;
+    entryIn({"250-a\r\n", "broken\r\n", "250-b\r\n", "size=1; /b\r\n"});
+    support::messageOf([] { entryIn({"550 Not found\r\n"}); });
+    EXPECT_EQ(log.lines(), std::vector<std::string>());
 }
 
 TEST(CFTPGetInfoResultTest, passesOnWhatIsWrongWithTheLine)
