@@ -22,12 +22,12 @@ void forEachField(std::wstring_view text, wchar_t delimiter, TAction action)
     }
 }
 
-/// Calls action(std::wstring_view) for every line that is not empty; CR and LF end lines.
-template <typename TAction>
-void forEachLine(std::wstring_view text, TAction action)
+/// Calls action(std::basic_string_view<TCharacter>) for every line that is not empty; CR and LF end lines.
+template <typename TCharacter, typename TAction>
+void forEachLine(std::basic_string_view<TCharacter> text, TAction action)
 {
-    constexpr std::wstring_view lineEnds = L"\r\n";
-    for (size_t start = text.find_first_not_of(lineEnds); start != std::wstring_view::npos;) {
+    constexpr TCharacter lineEnds[] = {'\r', '\n', 0};
+    for (size_t start = text.find_first_not_of(lineEnds); start != text.npos;) {
         const size_t end = text.find_first_of(lineEnds, start);
         action(text.substr(start, end - start));
         start = text.find_first_not_of(lineEnds, end);
