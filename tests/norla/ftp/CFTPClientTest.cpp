@@ -1,8 +1,11 @@
 #include "norla/ftp/CFTPClient.h"
 
 #include "kx/base/CInvalidArgError.h"
+#include "kx/random/CMTRand.h"
 #include "kx/text/numbers.h"
+#include "kx/threads/CMutexLock.h"
 #include "tests/curlcalls/CCurlCalls.h"
+#include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +14,7 @@
 #include <functional>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -19,6 +23,15 @@ namespace {
 using norla::CFTPClient;
 using norla::CNetRequest;
 using Options = std::vector<std::string>;
+
+// Programs pass these numbers on.
+static_assert(
+    CFTPClient::ConnectUnencrypted == 0 && CFTPClient::ConnectExplicitTLS == 1 && CFTPClient::ConnectImplicitTLS == 2);
+static_assert(
+    std::is_same_v<std::underlying_type_t<CFTPClient::ConnectType>, int> && sizeof(CFTPClient::ConnectType) == 4);
+static_assert(CFTPClient::CWDInvalid == -1 && CFTPClient::CWDSteps == 0 && CFTPClient::CWDDirect == 1
+    && CFTPClient::CWDNone == 2);
+static_assert(std::is_same_v<std::underlying_type_t<CFTPClient::CWDType>, int> && sizeof(CFTPClient::CWDType) == 4);
 
 class CFTPClientTest : public testing::Test {
 protected:
@@ -284,6 +297,40 @@ TEST_F(CFTPClientTest, movesADirectoryIntoDirectoriesToMake)
         begin("/a/b/__dummy" + number, true,
             {"PREQUOTE=[RNFR /from, RNTO /a/b]", "UPLOAD=1", "POSTQUOTE=[DELE /a/b/__dummy" + number + "]"}));
     EXPECT_NE(optionsOf(move), options); // another number
+}
+
+TEST_F(CFTPClientTest, namesTheDummyByTheNextNumberOfTheProcess)
+{
+    constexpr unsigned long long seed = 4711;
+    {
+        const kx::CMutexLock lock(kx::CMTRand::getGlobalMutex());
+        kx::CMTRand::getGlobal() = kx::CMTRand(seed);
+    }
+    kx::CMTRand expected(seed);
+    for (int i = 0; i < 2; ++i) {
+        const auto options
+            = optionsOf([this](auto& client) { client.prepareMoveDirRequest(request(), "/from", "/to", true); });
+        EXPECT_EQ(options.at(0), "URL=ftp://host:2121/to/__dummy" + std::to_string(expected.rand64()));
+    }
+    const kx::CMutexLock lock(kx::CMTRand::getGlobalMutex());
+    kx::CMTRand::getGlobal() = kx::CMTRand();
+}
+
+TEST_F(CFTPClientTest, logsNothing)
+{
+    const support::CLogRecorder log;
+    CFTPClient client("host", "name", "pass", CFTPClient::ConnectExplicitTLS);
+    client.prepareUploadRequest(request(), "/f", "1", 1, true);
+    client.prepareDownloadRequest(request(), "/f", 1, 1);
+    client.prepareGetInfoRequest(request(), "/f");
+    client.prepareMoveFileRequest(request(), "/f", "/d/g", true);
+    client.prepareMoveDirRequest(request(), "/d", "/e/d", true);
+    client.prepareDeleteFileRequest(request(), "/f");
+    client.prepareRemoveDirRequest(request(), "/d");
+    client.prepareCreateDirRequest(request(), "/d", true);
+    client.prepareListDirRequest(request(), "/d");
+    support::messageOf([] { CFTPClient::cwdTypeToString(static_cast<CFTPClient::CWDType>(3)); });
+    EXPECT_EQ(log.lines(), std::vector<std::string>());
 }
 
 TEST_F(CFTPClientTest, makesADirectory)
