@@ -6,6 +6,7 @@
 #include "kx/text/CStringFormat.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CNetStringList.h"
+#include "norla/ftp/CFTPTreeDeletion.h"
 
 #include <array>
 #include <initializer_list>
@@ -15,8 +16,6 @@
 namespace norla {
 
 namespace {
-
-constexpr size_t maxDepth = 4096; // in characters; PATH_MAX of Linux
 
 kx::P<CNetStringList> commands(std::initializer_list<kx::String> lines)
 {
@@ -36,12 +35,6 @@ void sendNothing(CNetRequest& request)
 {
     request.setUpload(true);
     request.setSendDataStream(kx::newObj<kx::CBufferStream>().get());
-}
-
-// Of an entry in a directory. The others lead out of it or around in it, whatever type a server gives them.
-bool isNameWithin(const kx::String& name)
-{
-    return !name.isEmpty() && name != "." && name != ".." && name.find(L'/') == kx::String::npos;
 }
 
 } // namespace
@@ -213,32 +206,18 @@ kx::P<CFTPListDirResult> CFTPClient::listDir(CNetRequest& request, const kx::Str
 {
     prepareListDirRequest(request, path);
     request.perform();
-    return kx::newObj<CFTPListDirResult>(*request.getDefaultReceiveBuffer());
+    return readListing(request);
+}
+
+kx::P<CFTPListDirResult> CFTPClient::readListing(CNetRequest& request) const
+{
+    return kx::newObj<CFTPListDirResult>(*request.getDefaultReceiveBuffer(),
+        m_keepUnreadableLines ? CFTPListDirResult::KeepUnreadable : CFTPListDirResult::RefuseUnreadable);
 }
 
 void CFTPClient::deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath)
 {
-    deleteTree(request, dirPath, dirPath.size() + maxDepth);
-}
-
-void CFTPClient::deleteTree(CNetRequest& request, const kx::String& dirPath, size_t maxLength)
-{
-    // A server that answers every listing with one more directory would lead down without end.
-    if (dirPath.size() > maxLength)
-        throw kx::CError("FTP directory is nested deeper than " + kx::toString(maxDepth) + " characters: '"
-            + dirPath.substr(0, 100) + "...'.");
-    const auto listing = listDir(request, dirPath);
-    for (const auto& entry : listing->getEntries()) {
-        const kx::String& name = entry->getName();
-        if (!isNameWithin(name))
-            continue;
-        const kx::String child = dirPath + "/" + name;
-        if (entry->getType() == CFTPDirEntry::TypeFile)
-            deleteFile(request, child);
-        else if (entry->getType() == CFTPDirEntry::TypeDir)
-            deleteTree(request, child, maxLength);
-    }
-    removeDir(request, dirPath);
+    CFTPTreeDeletion(*this, request, dirPath).run();
 }
 
 kx::String CFTPClient::cwdTypeToString(CWDType type)

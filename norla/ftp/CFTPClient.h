@@ -19,7 +19,7 @@ namespace norla {
 /// login on; the other operations put them into commands, which take them unescaped ("my file"). A line end in a path would
 /// begin another command: never pass on a path with one.
 ///
-/// Immutable but for its two setters: several threads may use one client with a request each.
+/// Immutable but for its setters: several threads may use one client with a request each.
 class KX_EXPORT CFTPClient : public virtual kx::CBase {
 public:
     enum ConnectType : int {
@@ -49,6 +49,10 @@ public:
     /// The certificates that the server is verified against, for requests prepared afterwards, as
     /// CNetRequest::setRootCertBundlePath(). Empty, as at first, for libcurl's own.
     void setRootCertBundlePath(const CNetRequest::Path& path) { m_rootCertBundlePath = path; }
+
+    /// Whether listings made by this client keep the lines that cannot be read apart
+    /// (CFTPListDirResult::getUnreadableLines()); not at first, and then one such line is an error.
+    void setKeepUnreadableLines(bool keep) { m_keepUnreadableLines = keep; }
 
     /// What every operation begins with.
     /// @param path follows the host in the URL; empty for operations that only send commands
@@ -89,29 +93,40 @@ public:
     void removeDir(CNetRequest& request, const kx::String& path);
 
     /// Makes a directory. @param recursive whether its missing parents are made too, and one that exists already is no
-    /// error; the path stands in a URL then
+    /// error; the path stands in a URL then.
     void prepareCreateDirRequest(CNetRequest& request, const kx::String& path, bool recursive);
     void createDir(CNetRequest& request, const kx::String& path, bool recursive);
 
     /// Lists a directory by MLSD, which the server must know.
     void prepareListDirRequest(CNetRequest& request, const kx::String& path);
 
-    /// @throws also as CFTPListDirResult
+    /// @throws also as CFTPListDirResult, unless unreadable lines are kept
     kx::P<CFTPListDirResult> listDir(CNetRequest& request, const kx::String& path);
 
     /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, as are names that lead
     /// elsewhere ("..", "a/b"), and then the directory is too. The first failure ends it; what was removed until then stays
     /// removed. Directories inside whose names need escaping in a URL ("my dir") cannot be listed and end it too.
-    /// @throws kx::CError when what is inside is nested so deep that its path goes on for more than 4096 characters
+    ///
+    /// The path means the same as in a command, where "/" is the server's root. Where the server's answer to PWD at the login
+    /// was not "/" (or is not known), the directory is listed a second time, from the root, before anything is deleted.
+    ///
+    /// Of unreadable lines that are kept (setKeepUnreadableLines()) nothing is deleted, nor the directories around them;
+    /// everything else is.
+    /// @param dirPath begins with "/" and has no parts "." and ".."; "/" alone empties the root, and then fails to remove it
+    /// @throws kx::CInvalidArgError for other paths, before anything is sent
+    /// @throws kx::CError when what is inside is nested so deep that its path goes on for more than 4096 characters; at the end,
+    /// naming the first of the unreadable lines that were kept
     void deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath);
 
     /// "CWDSteps" and so on. @throws kx::CError "Unknown CWDType: " and the number for anything else
     static kx::String cwdTypeToString(CWDType type);
 
 private:
+    friend class CFTPTreeDeletion;
+
     void setFileMethod(CNetRequest& request, bool createMissingDirs) const;
     void prepareCommandRequest(CNetRequest& request, const kx::String& command);
-    void deleteTree(CNetRequest& request, const kx::String& dirPath, size_t maxLength);
+    kx::P<CFTPListDirResult> readListing(CNetRequest& request) const;
     void prepareRename(CNetRequest& request, const kx::String& fromPath, const kx::String& toPath);
 
     const kx::String m_host;
@@ -120,6 +135,7 @@ private:
     const ConnectType m_connectType;
     CWDType m_overrideCWDType = CWDInvalid;
     CNetRequest::Path m_rootCertBundlePath;
+    bool m_keepUnreadableLines = false;
 };
 
 } // namespace norla

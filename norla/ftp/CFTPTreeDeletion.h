@@ -1,0 +1,37 @@
+#pragma once
+
+#include "kx/base/CError.h"
+#include "kx/base/P.h"
+#include "kx/text/String.h"
+#include "norla/ftp/CFTPListDirResult.h"
+
+namespace norla {
+
+class CFTPClient;
+class CNetRequest;
+
+/// One run of CFTPClient::deleteDirWithAllContents(): on the caller's stack, used once.
+class CFTPTreeDeletion {
+public:
+    /// @throws kx::CInvalidArgError for a path that does not name a directory from "/" on
+    CFTPTreeDeletion(CFTPClient& client, CNetRequest& request, const kx::String& topDir);
+
+    void run();
+
+private:
+    kx::P<CFTPListDirResult> listTop();
+    kx::P<CFTPListDirResult> list(const kx::String& dir);
+    bool isTopListedFromRoot();
+    bool isLoginAtRoot();
+    bool deleteDir(const kx::String& dir, const CFTPListDirResult& listing);
+    bool deleteSubDir(const kx::String& dir);
+    bool hasAllEntries(const kx::String& dir, const CFTPListDirResult& listing);
+
+    CFTPClient& m_client;
+    CNetRequest& m_request;
+    const kx::String m_topDir;
+    bool m_listsFromRoot = false;
+    kx::P<kx::CError> m_unreadable; // about the first line that was kept apart
+};
+
+} // namespace norla
