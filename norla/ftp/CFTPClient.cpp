@@ -6,6 +6,7 @@
 #include "kx/text/CStringFormat.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CNetStringList.h"
+#include "norla/ftp/CFTPDirWalk.h"
 #include "norla/ftp/CFTPTreeDeletion.h"
 
 #include <array>
@@ -194,6 +195,11 @@ void CFTPClient::createDir(CNetRequest& request, const kx::String& path, bool re
 {
     prepareCreateDirRequest(request, path, recursive);
     request.perform();
+}
+
+void CFTPClient::createDirs(CNetRequest& request, const kx::String& path)
+{
+    CFTPDirWalk(*this, request, path).run();
 }
 
 void CFTPClient::prepareListDirRequest(CNetRequest& request, const kx::String& path)

@@ -93,9 +93,18 @@ public:
     void removeDir(CNetRequest& request, const kx::String& path);
 
     /// Makes a directory. @param recursive whether its missing parents are made too, and one that exists already is no
-    /// error; the path stands in a URL then.
+    /// error; the path stands in a URL then. That relies on libcurl sending no commands before a listing, as up to version
+    /// 8.14: createDirs() does the same with every version, and with plain paths.
     void prepareCreateDirRequest(CNetRequest& request, const kx::String& path, bool recursive);
     void createDir(CNetRequest& request, const kx::String& path, bool recursive);
+
+    /// Makes a directory and those of its parents that are missing; one that exists already is no error. It sends MKD for every
+    /// directory on the way and then goes to the last one, which must be there.
+    /// @param path stands in commands alone: unescaped ("my dir"). From the server's root on when it begins with "/", else from
+    /// the directory of the login on. Empty parts ("a//b", "a/b/") do not count.
+    /// @throws kx::CInvalidArgError for an empty path and for control characters, before anything is sent
+    /// @throws CCURLError as perform(); with the first directory that can be neither entered nor made, and the server's words
+    void createDirs(CNetRequest& request, const kx::String& path);
 
     /// Lists a directory by MLSD, which the server must know.
     void prepareListDirRequest(CNetRequest& request, const kx::String& path);
