@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/select.h>
 #include <utility>
 
@@ -12,6 +13,16 @@ namespace support {
 namespace {
 
 std::atomic<CWaitCalls*> watcher{nullptr};
+
+// What this thread has read last from the clock by which condition variables wait.
+thread_local timespec lastReading{};
+
+long long millisecondsSinceLastReading(const timespec& end)
+{
+    constexpr long long second = 1'000'000'000;
+    const long long nanoseconds = (end.tv_sec - lastReading.tv_sec) * second + (end.tv_nsec - lastReading.tv_nsec);
+    return nanoseconds / 1'000'000;
+}
 
 template <typename TFunction>
 TFunction* original(TFunction*, const char* name)
@@ -38,6 +49,18 @@ std::vector<std::string> CWaitCalls::takeWaits()
 {
     const std::lock_guard lock(m_mutex);
     return std::exchange(m_waits, {});
+}
+
+void CWaitCalls::noteSignals()
+{
+    const std::lock_guard lock(m_mutex);
+    m_noted = std::this_thread::get_id();
+}
+
+bool CWaitCalls::notesSignalsOf(std::thread::id thread)
+{
+    const std::lock_guard lock(m_mutex);
+    return m_noted == thread;
 }
 
 void CWaitCalls::add(const std::string& wait)
@@ -67,6 +90,23 @@ int nanosleep(const timespec* time, timespec* rest)
         return 0;
     }
     return support::original(&nanosleep, "nanosleep")(time, rest);
+}
+
+int clock_gettime(clockid_t clock, timespec* time) noexcept
+{
+    static const auto system = support::original(&clock_gettime, "clock_gettime");
+    const int result = system(clock, time);
+    if (clock == CLOCK_MONOTONIC && result == 0)
+        support::lastReading = *time;
+    return result;
+}
+
+int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* end)
+{
+    support::CWaitCalls* const calls = support::watcher;
+    if (calls && clock == CLOCK_MONOTONIC && calls->notesSignalsOf(std::this_thread::get_id()))
+        calls->add("signal " + std::to_string(support::millisecondsSinceLastReading(*end)));
+    return support::original(&pthread_cond_clockwait, "pthread_cond_clockwait")(condition, mutex, clock, end);
 }
 
 } // extern "C"

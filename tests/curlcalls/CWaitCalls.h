@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace support {
@@ -19,11 +20,17 @@ public:
     /// not waited for, but looked at only.
     std::vector<std::string> takeWaits();
 
+    /// From now on the calling thread's waits for a signal (a condition variable) with a limit count too, as "signal 250".
+    /// These are waited for.
+    void noteSignals();
+
     /// For the interposed functions alone.
     void add(const std::string& wait);
+    bool notesSignalsOf(std::thread::id thread);
 
 private:
     std::mutex m_mutex;
+    std::thread::id m_noted;
     std::vector<std::string> m_waits;
 };
 

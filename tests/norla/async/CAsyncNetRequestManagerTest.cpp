@@ -632,6 +632,36 @@ TEST_F(CAsyncNetRequestManagerTest, letsARequestGoBeforeItTellsItsEnd)
     EXPECT_EQ(wasDone, true);
 }
 
+TEST_F(CAsyncNetRequestManagerTest, tellsAnEndBeforeItAppendsTheRequestToTheFinishedOnes)
+{
+    std::vector<Request> finished;
+    std::vector<size_t> sizes;
+    std::vector<std::string> results;
+    for (int i = 0; i < 2; ++i) {
+        const auto request = add(badRequest());
+        request->setDoneListener(kx::newObj<CActionListener>([&](CNetRequest* ended, const kx::CError*) {
+            sizes.push_back(finished.size());
+            results.push_back(resultOf(Request(ended)));
+        }).get());
+    }
+    EXPECT_EQ(manager().handleEvents(&finished), 2);
+    EXPECT_EQ(sizes, (std::vector<size_t>{0, 1}));
+    EXPECT_EQ(finished.size(), 2U);
+    for (const std::string& result : results)
+        EXPECT_TRUE(result.starts_with("Unsupported protocol: ")) << result;
+}
+
+TEST_F(CAsyncNetRequestManagerTest, doesNotAppendARequestWhoseListenerThrows)
+{
+    std::vector<Request> finished;
+    const auto request = add(badRequest());
+    request->setDoneListener(kx::newObj<CActionListener>([](CNetRequest*, const kx::CError*) {
+        throw kx::CError("listener failed");
+    }).get());
+    EXPECT_EQ(messageOf([this, &finished] { manager().handleEvents(&finished); }), "listener failed");
+    EXPECT_TRUE(finished.empty());
+}
+
 TEST_F(CAsyncNetRequestManagerTest, keepsARequestAliveWhileItTellsItsEnd)
 {
     const auto gone = std::make_shared<std::atomic<bool>>(false);

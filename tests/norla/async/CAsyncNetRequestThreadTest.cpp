@@ -1,6 +1,7 @@
 #include "norla/async/CAsyncNetRequestThread.h"
 
 #include "tests/curlcalls/CCurlCalls.h"
+#include "tests/curlcalls/CLockCalls.h"
 #include "tests/curlcalls/CWaitCalls.h"
 #include "tests/norla/async/CAsyncFixture.h"
 #include "tests/support/CLogRecorder.h"
@@ -291,6 +292,17 @@ TEST_F(CAsyncNetRequestThreadTest, canBeDestroyedUnused)
     EXPECT_EQ(m_log.lines(), Strings());
 }
 
+TEST_F(CAsyncNetRequestThreadTest, logsAnErrorOfItsDestructionUnderItsName)
+{
+    support::CLockCalls locks(thread());
+    locks.failNext(); // of the base class, when it is to stop
+    destroyThread();
+    ASSERT_EQ(m_log.lines().size(), 1U);
+    EXPECT_TRUE(m_log.lines().front().starts_with(
+        "error: Exception in the destructor of norla::CAsyncNetRequestThread (ignored).: "))
+        << m_log.lines().front();
+}
+
 // ---- adding
 
 TEST_F(CAsyncNetRequestThreadTest, refusesNull)
@@ -527,6 +539,53 @@ TEST_F(CAsyncNetRequestThreadTest, carriesOutRemovalsNewestFirst)
     thread().start();
     EXPECT_TRUE(waitUntil([&gone] { return gone == 3; }));
     EXPECT_EQ(order, (std::vector<int>{2, 1, 0}));
+}
+
+TEST_F(CAsyncNetRequestThreadTest, holdsOneLockForAllRemovalsOfAPass)
+{
+    support::CLockCalls locks(thread());
+    std::vector<size_t> held;
+    std::vector<int> spans;
+    std::atomic<int> gone{0};
+    for (int i = 0; i < 3; ++i) {
+        const auto request = badRequest();
+        request->keepObject(kx::newObj<CActionAtEnd>([&locks, &held, &spans, &gone] {
+            held.push_back(locks.heldCount());
+            spans.push_back(locks.spanCount());
+            ++gone;
+        }).get());
+        thread().addRequest(request.get());
+        thread().removeRequest(request.get()); // gets the last reference to it
+    }
+    thread().start();
+    EXPECT_TRUE(waitUntil([&gone] { return gone == 3; }));
+    thread().stop(true);
+    EXPECT_EQ(held, (std::vector<size_t>{1, 1, 1}));
+    EXPECT_EQ(spans, std::vector<int>(3, spans.front())); // never given back in between
+}
+
+TEST_F(CAsyncNetRequestThreadTest, neverHoldsItsTwoLocksTogether)
+{
+    support::CLockCalls locks(thread());
+    thread().start();
+    {
+        std::vector<std::jthread> owners;
+        for (int owner = 0; owner < 2; ++owner) {
+            owners.emplace_back([this] {
+                const auto request = badRequest();
+                for (int i = 0; i < 3; ++i) {
+                    thread().addRequest(request.get());
+                    thread().removeRequest(request.get());
+                }
+                thread().addRequest(request.get());
+                EXPECT_TRUE(request->waitAsyncDone(20'000));
+            });
+        }
+    }
+    thread().removeAllRequests();
+    thread().stop(true);
+    EXPECT_EQ(locks.mostHeldTogether(), 1U);
+    EXPECT_GE(locks.mutexCount(), 2U);
 }
 
 TEST_F(CAsyncNetRequestThreadTest, releasesRemovalsThatItNeverCarriesOut)
@@ -812,6 +871,32 @@ TEST_F(CAsyncNetRequestThreadTest, leavesTheMultiHandleWhenNothingCanBeWithdrawn
     EXPECT_EQ(m_log.lines(),
         (Strings{"error: Exception in the destructor of norla::CAsyncNetRequestManager (ignored).: Internal error",
             "error: An error has ended the thread 'norla.asyncNetRequest'.: Internal error"}));
+}
+
+TEST_F(CAsyncNetRequestThreadTest, looksEvery250MillisecondsWhetherTheThreadIsDead)
+{
+    support::CWaitCalls waits;
+    std::promise<void> running;
+    Strings signals;
+    const auto progress = kx::newObj<CActionProgress>([&waits, &running, &signals] {
+        running.set_value();
+        EXPECT_TRUE(waitUntil([&waits, &signals] { // the caller has looked once more, in vain
+            for (const std::string& wait : waits.takeWaits()) {
+                if (wait.starts_with("signal "))
+                    signals.push_back(wait);
+            }
+            return signals.size() >= 2;
+        }));
+        throw kx::CError("progress failed");
+    });
+    replaceThread(kx::newObj<CAsyncNetRequestThread>(progress.get()).get());
+    thread().start();
+    running.get_future().wait();
+    waits.noteSignals();
+    EXPECT_FALSE(thread().removeRequest(badRequest().get()));
+    waitUntilDead();
+    ASSERT_FALSE(signals.empty());
+    EXPECT_EQ(signals, Strings(signals.size(), "signal 250"));
 }
 
 TEST_F(CAsyncNetRequestThreadTest, answersNoLongerThanItTakesToSeeThatTheThreadIsDead)

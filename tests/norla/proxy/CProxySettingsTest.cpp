@@ -1,6 +1,7 @@
 #include "norla/proxy/CProxySettings.h"
 
 #include "norla/core/CNetRequest.h"
+#include "tests/curlcalls/CLockCalls.h"
 
 #include <gtest/gtest.h>
 
@@ -379,6 +380,44 @@ TEST(CProxySettingsTest, answersFromProxiesAndHostsOfOneMoment)
         settings.clear();
     }
 }
+
+struct CSpanRow {
+    const char* name;
+    void (*action)(norla::CProxySettings&);
+};
+
+/// What is one step to readers: the lock is taken at its beginning and given back at its end.
+class CProxySettingsStepTest : public testing::TestWithParam<CSpanRow> {};
+
+TEST_P(CProxySettingsStepTest, holdsTheLockThroughout)
+{
+    norla::CProxySettings settings;
+    settings.addProxiesFromString("p:1");
+    settings.addDirectConnectHost("direct");
+    const support::CLockCalls locks(settings);
+    GetParam().action(settings);
+    EXPECT_EQ(locks.spanCount(), 1);
+    EXPECT_EQ(locks.heldCount(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CProxySettingsStepTest,
+    testing::ValuesIn(std::vector<CSpanRow>{
+        {"listOfProxies",
+            [](norla::CProxySettings& settings) { settings.addProxiesFromString("a:1 http=b;ftp=,https://c:2 d"); }},
+        {"listOfOneProxy", [](norla::CProxySettings& settings) { settings.addProxiesFromString("a:1"); }},
+        {"listOfHosts", [](norla::CProxySettings& settings) { settings.addDirectConnectHostsFromString("a b;c,d"); }},
+        {"clear", [](norla::CProxySettings& settings) { settings.clear(); }},
+        {"initFromUserSettings", [](norla::CProxySettings& settings) { settings.initFromUserSettings(); }},
+        {"proxyForAURL", [](norla::CProxySettings& settings) { settings.getProxyForURL("http://other/"); }},
+        {"proxyForADirectURL", [](norla::CProxySettings& settings) { settings.getProxyForURL("http://direct/"); }},
+        {"hosts", [](norla::CProxySettings& settings) { hostsOf(settings); }},
+        {"isDirect", [](norla::CProxySettings& settings) { settings.isDirectConnectHost("direct"); }},
+        {"proxyForAScheme", [](norla::CProxySettings& settings) { settings.getProxyForURLScheme("http"); }},
+        {"setProxy", [](norla::CProxySettings& settings) { settings.setProxyForURLScheme("http", "p"); }},
+        {"addHost", [](norla::CProxySettings& settings) { settings.addDirectConnectHost("host"); }},
+        {"removeHost", [](norla::CProxySettings& settings) { settings.removeDirectConnectHost("direct"); }},
+    }),
+    [](const testing::TestParamInfo<CSpanRow>& row) { return row.param.name; });
 
 class CUserProxySettingsTest : public testing::Test {
 protected:
