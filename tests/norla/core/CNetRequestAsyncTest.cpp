@@ -123,6 +123,16 @@ TEST_F(CNetRequestAsyncTest, throwsForAStatusOf404)
     EXPECT_EQ(error->getProps().get("serverMessage"), "Not here");
 }
 
+TEST_F(CNetRequestAsyncTest, throwsForAFinalStatusOf101)
+{
+    answer("HTTP/1.1 101 Switching Protocols\r\n\r\nx");
+    run();
+    const auto error = result();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_HTTP_RETURNED_ERROR);
+    EXPECT_EQ(error->getProps().get("responseCode"), "101");
+}
+
 TEST_F(CNetRequestAsyncTest, doesNotLookAtTheStatusOfAnUpperCaseURL)
 {
     // The prefix is compared as it is written here, unlike in perform().
@@ -189,6 +199,24 @@ TEST_F(CNetRequestAsyncTest, tellsTheListenerOfTheError)
     request().setDoneListener(listener.get());
     run();
     EXPECT_EQ(listener->m_calls, std::vector<kx::String>{"HTTP response code said error (response code: http 500)"});
+}
+
+TEST_F(CNetRequestAsyncTest, letsOthersLookAtTheResultWhileTheListenerIsToldOfSuccess)
+{
+    const auto listener = kx::newObj<CLookingListener>();
+    answer(ok("x"));
+    request().setDoneListener(listener.get());
+    run();
+    EXPECT_TRUE(listener->m_couldLook);
+}
+
+TEST_F(CNetRequestAsyncTest, letsOthersLookAtTheResultWhileTheListenerIsToldOfAFailure)
+{
+    const auto listener = kx::newObj<CLookingListener>();
+    answer("HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n");
+    request().setDoneListener(listener.get());
+    run();
+    EXPECT_TRUE(listener->m_couldLook);
 }
 
 TEST_F(CNetRequestAsyncTest, tellsTheListenerNothingWhenItIsQueued)
