@@ -42,6 +42,14 @@ TEST(ServerErrorMessageTest, knowsHTMLByTheBeginningOfItsType)
     EXPECT_EQ(messageOf("<p>x</p>", {{"content-type", "application/text/html"}}), "<p>x</p>");
 }
 
+TEST(ServerErrorMessageTest, knowsHTMLInLowerCaseAlone)
+{
+    EXPECT_EQ(messageOf("<p>x</p>", {{"content-type", "TEXT/HTML"}}), "<p>x</p>");
+    EXPECT_EQ(messageOf("<p>x</p>", {{"content-type", "text/HTML; charset=utf-8"}}), "<p>x</p>");
+    EXPECT_EQ(messageOf("<HTML><p>x</p></HTML>"), "<HTML><p>x</p></HTML>");
+    EXPECT_EQ(messageOf("<Html>x"), "<Html>x");
+}
+
 TEST(ServerErrorMessageTest, normalisesTheWhiteSpaceOfHTML)
 {
     EXPECT_EQ(messageOf(" <p>a\t\t b</p>  \n \n\n  <p>c</p> \n", html), "a b\nc");
@@ -276,6 +284,16 @@ TEST_F(CNetRequestErrorTest, failsWithoutRecipientsAlsoAfterAMailThatWasSent)
     EXPECT_EQ(failureOfMail(), nullptr);
     request().setOptionPtr(CURLOPT_MAIL_RCPT, nullptr);
     EXPECT_NE(failureOfMail(), nullptr);
+}
+
+TEST_F(CNetRequestErrorTest, asksAMailServerForHelpAfterAResetThatForgotTheUpload)
+{
+    answerHelp();
+    request().setUpload(true);
+    request().reset();
+    request().setURL(server().url("", "smtp").c_str());
+    EXPECT_EQ(failure(), nullptr);
+    EXPECT_EQ(body(), "214 help\r\n");
 }
 
 TEST_F(CNetRequestErrorTest, sendsAnEmptyMailWithoutData)

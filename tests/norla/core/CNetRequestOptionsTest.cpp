@@ -280,17 +280,65 @@ TEST_F(CNetRequestOptionsTest, ftpCommandsAreHandedOverAsLists)
     EXPECT_EQ(options(), (Options{"PREQUOTE=[RNFR a, RNTO b]", "POSTQUOTE=[RNFR a, RNTO b]"}));
 }
 
-TEST_F(CNetRequestOptionsTest, ftpCommandsAreKeptAlive)
+/// A list that tells whether it is still there.
+class CWatchedList : public norla::CNetStringList {
+public:
+    explicit CWatchedList(bool& isAlive)
+        : m_isAlive(isAlive)
+    {
+        m_isAlive = true;
+    }
+    ~CWatchedList() override { m_isAlive = false; }
+
+private:
+    bool& m_isAlive;
+};
+
+// libcurl keeps the lists as pointers and reads them only in an FTP transfer: what keeps them alive is watched itself.
+struct CCommandSetter {
+    const char* name;
+    void (norla::CNetRequest::*set)(norla::CNetStringList*);
+};
+
+class CFTPCommandsTest : public CNetRequestOptionsTest, public testing::WithParamInterface<CCommandSetter> {
+protected:
+    void set(norla::CNetStringList* commands) { (request().*GetParam().set)(commands); }
+    void setWatched() { set(kx::newObj<CWatchedList>(m_isAlive).get()); }
+
+    bool m_isAlive = false;
+};
+
+TEST_P(CFTPCommandsTest, areKeptAlive)
 {
-    request().setFTPCustomPreCommands([] {
-        auto commands = kx::newObj<norla::CNetStringList>();
-        commands->add("NOOP");
-        return commands;
-    }()
-                                          .get());
-    request().reset(); // reads freed memory here if nobody kept the list
-    EXPECT_EQ(options().back(), "LOW_SPEED_TIME=30");
+    setWatched();
+    EXPECT_TRUE(m_isAlive);
 }
+
+TEST_P(CFTPCommandsTest, areKeptOverATransfer)
+{
+    setWatched();
+    request().resetForPerform();
+    EXPECT_TRUE(m_isAlive);
+}
+
+TEST_P(CFTPCommandsTest, areDroppedByReset)
+{
+    setWatched();
+    request().reset();
+    EXPECT_FALSE(m_isAlive);
+}
+
+TEST_P(CFTPCommandsTest, areDroppedForNull)
+{
+    setWatched();
+    set(nullptr);
+    EXPECT_FALSE(m_isAlive);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CFTPCommandsTest,
+    testing::Values(CCommandSetter{"beforeTheTransfer", &norla::CNetRequest::setFTPCustomPreCommands},
+        CCommandSetter{"afterTheTransfer", &norla::CNetRequest::setFTPCustomPostCommands}),
+    [](const testing::TestParamInfo<CCommandSetter>& row) { return std::string(row.param.name); });
 
 TEST_F(CNetRequestOptionsTest, rangeBeyond64BitsIsRefused)
 {
