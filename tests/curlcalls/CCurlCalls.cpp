@@ -84,6 +84,25 @@ int CCurlCalls::countOf(const std::string& function) const
     return found == m_counts.end() ? 0 : found->second;
 }
 
+int CCurlCalls::placeOf(const std::string& function) const
+{
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_places.find(function);
+    return found == m_places.end() ? 0 : found->second;
+}
+
+std::optional<long> CCurlCalls::globalInitFlags() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_globalInitFlags;
+}
+
+void CCurlCalls::setGlobalInitFlags(long flags)
+{
+    const std::lock_guard lock(m_mutex);
+    m_globalInitFlags = flags;
+}
+
 bool CCurlCalls::wasSigPipeBlocked(const std::string& function) const
 {
     const std::lock_guard lock(m_mutex);
@@ -98,6 +117,7 @@ bool CCurlCalls::isToFail(const std::string& function)
     else
         m_calledWithSigPipeBlocked.erase(function);
     ++m_counts[function];
+    m_places.try_emplace(function, ++m_lastPlace);
     const auto fault = m_faults.find(function);
     if (fault == m_faults.end() || fault->second.count == 0 || fault->second.skip-- > 0)
         return false;
@@ -301,6 +321,8 @@ CURLcode interposedGetInfo(CURL* handle, unsigned int infoNumber, ...)
 
 CURLcode curl_global_init(long flags)
 {
+    if (support::CCurlCalls* const calls = support::currentWatcher())
+        calls->setGlobalInitFlags(flags);
     if (support::isToFail("curl_global_init"))
         return CURLE_FAILED_INIT;
     return support::original(&curl_global_init, "curl_global_init")(flags);
@@ -319,6 +341,13 @@ int OPENSSL_init_ssl(uint64_t options, const void* settings)
     if (support::isToFail("OPENSSL_init_ssl"))
         return 0;
     return support::original(&OPENSSL_init_ssl, "OPENSSL_init_ssl")(options, settings);
+}
+
+// OpenSSL's, with which the library frees what OpenSSL holds for a thread.
+void OPENSSL_thread_stop(void)
+{
+    support::isToFail("OPENSSL_thread_stop");
+    support::original(&OPENSSL_thread_stop, "OPENSSL_thread_stop")();
 }
 
 CURL* curl_easy_init(void)

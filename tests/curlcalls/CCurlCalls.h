@@ -60,8 +60,15 @@ public:
     /// @return how many there were
     size_t cleanUpMultis();
 
-    /// How often the function was called; known for those of fail(), for curl_easy_cleanup and curl_multi_cleanup.
+    /// How often the function was called; known for those of fail(), for curl_easy_cleanup, curl_multi_cleanup and
+    /// OPENSSL_thread_stop.
     int countOf(const std::string& function) const;
+
+    /// The place of the first call of such a function among all calls of them, counted from 1; 0 when there was none.
+    int placeOf(const std::string& function) const;
+
+    /// What curl_global_init() was last called with; nothing when it was not.
+    std::optional<long> globalInitFlags() const;
 
     /// Whether SIGPIPE was kept from the calling thread during the last call of such a function; false when there was none.
     bool wasSigPipeBlocked(const std::string& function) const;
@@ -70,6 +77,7 @@ public:
     bool isToFail(const std::string& function);
     CURLcode resultFor(CURLoption option, const std::string& described);
     void setPointer(CURLoption option, void* value);
+    void setGlobalInitFlags(long flags);
     CURLMcode multiResult() const;
     void changeTimeout(long& timeout) const;
     CURLMsg* nextMessage();
@@ -90,6 +98,9 @@ private:
     std::map<CURLoption, CURLcode> m_failingOptions;
     std::map<std::string, CFault> m_faults;
     std::map<std::string, int> m_counts;
+    std::map<std::string, int> m_places;
+    int m_lastPlace = 0;
+    std::optional<long> m_globalInitFlags;
     std::set<std::string> m_calledWithSigPipeBlocked;
     CURLMcode m_multiResult = CURLM_INTERNAL_ERROR;
     std::optional<long> m_multiTimeout;

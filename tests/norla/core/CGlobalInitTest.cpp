@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <set>
 #include <thread>
+#include <typeinfo>
 
 namespace {
 
@@ -70,6 +71,31 @@ TEST_F(CGlobalInitTest, saysThatLibcurlFailed)
     const auto run = [] {
         calls().fail("curl_global_init");
         exitWith(messageOfGet() == "|curl global init failed");
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(CGlobalInitTest, saysNothingElseOfLibcurlsFailure)
+{
+    const auto run = [] {
+        calls().fail("curl_global_init");
+        try {
+            norla::CGlobalInit::get();
+        } catch (const kx::CError& error) {
+            exitWith(typeid(error) == typeid(kx::CError) && error.getCode() == -1 && error.getProps().getMap().empty()
+                && !error.getCause());
+        }
+        exitWith(false);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(CGlobalInitTest, initialisesAllOfLibcurl)
+{
+    const auto run = [] {
+        calls();
+        norla::CGlobalInit::get();
+        exitWith(calls().globalInitFlags() == CURL_GLOBAL_ALL);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
@@ -167,6 +193,21 @@ TEST_F(CGlobalInitTest, isCleanedUpOnceWhenTheProcessExits)
         std::exit(0);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "cleaned up 1 times");
+}
+
+// libcurl may still need what OpenSSL holds for the thread. (OpenSSL asks for the end of that by itself once more.)
+TEST_F(CGlobalInitTest, isCleanedUpBeforeOpenSSLsDataOfTheThread)
+{
+    const auto run = [] {
+        calls();
+        std::atexit([] {
+            const int cleanUp = calls().placeOf("curl_global_cleanup");
+            std::_Exit(cleanUp > 0 && calls().placeOf("OPENSSL_thread_stop") > cleanUp ? 0 : 1);
+        });
+        kx::newObj<norla::CNetRequest>();
+        std::exit(2);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(CGlobalInitTest, cannotBeHadAfterwards)
