@@ -55,6 +55,28 @@ TEST(CNetStringListTest, keepsAnEmptyText)
     EXPECT_EQ(textsOf(*list), std::vector<kx::String>{""});
 }
 
+// Leaves no zero on the stack below, where a text without its end would find one by chance.
+[[gnu::noinline]] void soilStack()
+{
+    volatile char stack[16 * 1024];
+    for (volatile char& byte : stack)
+        byte = 'z';
+}
+
+class CTextOfSizeTest : public testing::TestWithParam<size_t> {};
+
+TEST_P(CTextOfSizeTest, isKeptToItsLastByteAndNoFurther)
+{
+    const auto list = kx::newObj<norla::CNetStringList>();
+    const std::string text = std::string(GetParam() - 1, 'x') + "y";
+    soilStack();
+    list->addUTF8(text);
+    EXPECT_EQ(list->getCurlList()->data, text);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CTextOfSizeTest, testing::Values(1, 254, 255, 256, 257, 511, 512, 513, 100'000),
+    testing::PrintToStringParamName());
+
 TEST(CNetStringListTest, refusesATextWithAZeroCharacter)
 {
     const auto list = kx::newObj<norla::CNetStringList>();

@@ -64,6 +64,18 @@ TEST_F(CHeaderAssemblerTest, joinsContinuationLines)
     EXPECT_EQ(map(), (Map{{"x-long", "part1 part2 part3"}}));
 }
 
+TEST_F(CHeaderAssemblerTest, takesAnyWhiteSpaceForTheBeginningOfAContinuation)
+{
+    handle({"X-Long: a\r\n", "\rb\r\n", "\vc\r\n", "\fd\r\n", "\ne\r\n", "\r \v\ff\r\n"});
+    EXPECT_EQ(map(), (Map{{"x-long", "a b c d e f"}}));
+}
+
+TEST_F(CHeaderAssemblerTest, takesNoOtherControlCharacterForTheBeginningOfAContinuation)
+{
+    handle({"X-A: a\r\n", "\x1fX-B: b\r\n", "\bX-C: c\r\n", "\x0eX-D: d\r\n"});
+    EXPECT_EQ(map(), (Map{{"x-a", "a"}, {"\x1fx-b", "b"}, {"\bx-c", "c"}, {"\x0ex-d", "d"}}));
+}
+
 TEST_F(CHeaderAssemblerTest, continuesTheLastHeaderOfSeveral)
 {
     handle({"X-A: a\r\n", "X-B: b\r\n", " more\r\n"});

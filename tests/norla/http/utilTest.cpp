@@ -50,6 +50,8 @@ INSTANTIATE_TEST_SUITE_P(All, StatusLineTest,
         {"lowerCase", "http/1.0 301 Moved", 301, "Moved"},
         {"signedCode", "HTTP/1.1 -5 Odd", -5, "Odd"},
         {"plusSign", "HTTP/1.1 +200 OK", 200, "OK"},
+        {"beyond32Bits", "HTTP/1.1 4294967496 OK", 200, "OK"}, // kept in 32 bits
+        {"beyond31Bits", "HTTP/1.1 4294967295 OK", -1, "OK"},
         {"reasonWithBlanks", "HTTP/1.1 200   very  well ", 200, "very  well"},
     }),
     [](const testing::TestParamInfo<CStatusLineRow>& row) { return row.param.name; });
