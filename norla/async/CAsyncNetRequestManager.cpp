@@ -232,6 +232,13 @@ int CAsyncNetRequestManager::handleEvents(RequestArray* finished)
     return handleFinishedRequests(finished);
 }
 
+// The request stays in the array: for everybody else its transfer has not ended.
+bool CAsyncNetRequestManager::startAgain(CNetRequest& request)
+{
+    return curl_multi_remove_handle(m_multi, request.getEasyHandle()) == CURLM_OK
+        && curl_multi_add_handle(m_multi, request.getEasyHandle()) == CURLM_OK;
+}
+
 int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
 {
     int count = 0;
@@ -243,7 +250,12 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
             [message](const kx::P<CNetRequest>& request) { return request->getEasyHandle() == message->easy_handle; });
         if (found == m_requests.end())
             continue;
-        const CURLcode result = message->data.result; // the message goes with the request
+        CURLcode result = message->data.result; // the message goes with the request
+        if ((*found)->beginSecondAttempt()) {
+            if (startAgain(**found))
+                continue;
+            result = CURLE_USE_SSL_FAILED; // of the first attempt
+        }
         const kx::P<CNetRequest> request = takeOut(found);
         ++count;
         request->setAsyncInfo(true, result);

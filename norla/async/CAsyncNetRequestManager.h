@@ -75,6 +75,7 @@ private:
     struct CDescriptorSets;
 
     kx::P<CNetRequest> takeOut(RequestArray::iterator position);
+    bool startAgain(CNetRequest& request);
     bool mayMissDescriptors(const CDescriptorSets& sets) const;
     long timeLibcurlWants() const;
 

@@ -16,6 +16,7 @@
 #include "norla/core/CNetStringList.h"
 #include "norla/core/COpenSockets.h"
 #include "norla/core/CSigPipeBlock.h"
+#include "norla/core/CTLSDemand.h"
 #include "norla/core/optionChecks.h"
 #include "norla/http/serverMessage.h"
 #include "norla/http/util.h"
@@ -128,6 +129,7 @@ CNetRequest::CNetRequest()
     m_easyHandle.reset(curl_easy_init());
     if (!m_easyHandle)
         throw kx::CError("Error creating curl easy handle.");
+    m_tlsDemand = std::make_unique<CTLSDemand>(m_easyHandle.get());
     m_defaultReceiveBuffer = kx::newObj<Buffer>();
     m_defaultReceiveStream = kx::newObj<kx::CBufferStream>(m_defaultReceiveBuffer);
     m_defaultReceiveSink = kx::newObj<CStreamDataSink>(m_defaultReceiveStream.get());
@@ -156,12 +158,17 @@ void CNetRequest::reset()
     m_doneListener = nullptr;
     m_receiveSink = m_defaultReceiveSink;
     m_headerAssembler.setServerInfoToUpdate(nullptr);
-    setAsyncInfo(false, CURLE_OK);
+    {
+        const kx::CMutexLock lock(m_asyncMutex);
+        prepareAsync(CURLE_OK);
+    }
     m_url = kx::String();
     m_isHTTP = false;
     m_errorBuffer.getData()[0] = 0;
     curl_easy_reset(m_easyHandle.get());
     m_usedSockets = nullptr;
+    m_tlsDemand->forgetOptions();
+    m_hasFreshConnectBySelf = false;
     m_httpMethod = kx::String();
     m_upload = false;
     m_sendDataSize = -1;
@@ -186,6 +193,11 @@ void CNetRequest::requireNotRunning(const char* functionName) const
 void CNetRequest::resetForPerform()
 {
     requireNotRunning("CNetRequest::resetForPerform");
+    beginAttempt();
+}
+
+void CNetRequest::beginAttempt()
+{
     if (m_customHeaders)
         setCustomHTTPHeaders(m_customHeaders.get());
     m_headerAssembler.reset();
@@ -239,6 +251,7 @@ void CNetRequest::perform()
     resetForPerform();
     m_errorBuffer.getData()[0] = 0;
     try {
+        beginEncryptionWatch();
         performOnce();
     } catch (const kx::CError& error) {
         tellDoneAfterFailure(m_doneListener.get(), error);
@@ -249,14 +262,10 @@ void CNetRequest::perform()
 
 void CNetRequest::performOnce()
 {
-    useSockets(*m_ownSockets);
-    CURLcode result = CURLE_OK;
-    {
-        const CSigPipeBlock block;
-        const CTrueMeanwhile performing(m_isPerforming);
-        m_hasOwnConnections = true;
-        result = curl_easy_perform(m_easyHandle.get());
-    }
+    CURLcode result = runTransfer();
+    if (beginSecondAttempt())
+        result = runTransfer();
+    noticePlainConnection();
     noticeUnsentMail(result);
     if (m_callbackError)
         m_callbackError->throwClone();
@@ -270,6 +279,54 @@ void CNetRequest::performOnce()
     const int status = getResponseCode();
     if (!isSuccess(status))
         throwError(CURLE_HTTP_RETURNED_ERROR, "http", status, "");
+}
+
+CURLcode CNetRequest::runTransfer()
+{
+    useSockets(*m_ownSockets);
+    const CSigPipeBlock block;
+    const CTrueMeanwhile performing(m_isPerforming);
+    m_hasOwnConnections = true;
+    return curl_easy_perform(m_easyHandle.get());
+}
+
+// Only for who demands TLS, so that everybody else's options stay what they were.
+void CNetRequest::beginEncryptionWatch()
+{
+    m_tlsDemand->begin();
+    if (m_hasFreshConnectBySelf) // of the last transfer's second attempt
+        setFreshConnectBySelf(false);
+    if (!m_tlsDemand->isMade())
+        return;
+    setOption(CURLOPT_PREREQFUNCTION, &CTLSDemand::callback);
+    setOption(CURLOPT_PREREQDATA, m_tlsDemand.get());
+}
+
+// Nothing of the transfer was sent or received before.
+bool CNetRequest::beginSecondAttempt()
+{
+    if (m_hasFreshConnectBySelf || !m_tlsDemand->canConnectionHelp())
+        return false;
+    return storingErrors([this] {
+        beginAttempt();
+        setFreshConnectBySelf(true);
+        m_tlsDemand->begin();
+        m_errorBuffer.getData()[0] = 0;
+    });
+}
+
+void CNetRequest::setFreshConnectBySelf(bool fresh)
+{
+    setOption(CURLOPT_FRESH_CONNECT, static_cast<long>(fresh || m_tlsDemand->isFreshConnectSet()));
+    m_hasFreshConnectBySelf = fresh;
+}
+
+void CNetRequest::noticePlainConnection()
+{
+    if (m_tlsDemand->wasRefused() && !m_callbackError)
+        m_callbackError = CCURLError(CURLE_USE_SSL_FAILED, "the connection is not encrypted although TLS is demanded",
+            getResponseCodeDomain(), 0, "")
+                              .clone();
 }
 
 // Without recipients libcurl says HELP in place of sending the mail, and is content when the server answers.
@@ -317,6 +374,7 @@ void CNetRequest::setOptionInt(CURLoption option, int value)
     if (option == CURLOPT_POSTFIELDSIZE)
         requireWithinCopiedBody(value);
     setOption(option, static_cast<long>(value));
+    m_tlsDemand->noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionInt64(CURLoption option, long long value)
@@ -325,6 +383,7 @@ void CNetRequest::setOptionInt64(CURLoption option, long long value)
     if (option == CURLOPT_POSTFIELDSIZE_LARGE)
         requireWithinCopiedBody(value);
     setOption(option, static_cast<curl_off_t>(value));
+    m_tlsDemand->noticeNumber(option, value);
 }
 
 // libcurl would send what lies behind its copy.
@@ -346,6 +405,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
         m_hasRecipients = value != nullptr;
     else if (option == CURLOPT_OPENSOCKETFUNCTION || option == CURLOPT_CLOSESOCKETFUNCTION)
         m_hasSocketCallbacks = value != nullptr; // the application's own stay
+    m_tlsDemand->noticePointer(option, value);
 }
 
 void CNetRequest::setOptionString(CURLoption option, const kx::String& value)
@@ -783,6 +843,7 @@ void CNetRequest::setAsyncInfo(bool done, CURLcode result)
 {
     if (!done) {
         const kx::CMutexLock lock(m_asyncMutex);
+        beginEncryptionWatch();
         prepareAsync(result);
         return;
     }
@@ -816,6 +877,7 @@ void CNetRequest::recordAsyncResult(CURLcode result)
 {
     // Until the outcome is known, so that an end which cannot be recorded is never taken for a success.
     m_asyncResult = result != CURLE_OK ? result : CURLE_ABORTED_BY_CALLBACK;
+    noticePlainConnection();
     noticeUnsentMail(result);
     CURLcode outcome = result;
     if (result == CURLE_OK && m_url.startsWith("http") && !isSuccess(getResponseCode()))

@@ -27,6 +27,7 @@ namespace norla {
 class CNetHeaders;
 class CNetStringList;
 class COpenSockets;
+class CTLSDemand;
 
 /// One transfer: a libcurl easy handle and everything that belongs to it. Made for many transfers, one after the other, which
 /// then share connections: set options, perform(), read the answer. Options stay until reset().
@@ -68,7 +69,11 @@ public:
     void setDefaultOptions();
 
     /// Runs the transfer and blocks until its end.
-    /// @throws CCURLError when it fails or an HTTP response has a status outside 200 to 299
+    ///
+    /// When TLS is demanded (CURLOPT_USE_SSL of CURLUSESSL_CONTROL or more, set through this object) and libcurl has picked an
+    /// old connection that has none, nothing is sent there: the transfer is started once more, on a new connection.
+    /// @throws CCURLError when it fails or an HTTP response has a status outside 200 to 299; CURLE_USE_SSL_FAILED when TLS is
+    /// demanded and the connection is not encrypted
     /// @throws kx::CError the error of a sink or source, when one threw, or of a log handler: it goes before libcurl's own;
     /// as reset()
     void perform();
@@ -109,7 +114,8 @@ public:
     /// libcurl's CURLAUTH_ bits, of which the strongest that the server offers is used; CURLOPT_HTTPAUTH.
     void setHTTPAuthMethods(unsigned int mask);
 
-    /// libcurl's curl_usessl values; CURLOPT_USE_SSL.
+    /// libcurl's curl_usessl values; CURLOPT_USE_SSL. CURLUSESSL_CONTROL and CURLUSESSL_ALL demand TLS of the connection for
+    /// commands, also of an old one that libcurl would reuse: see perform().
     void setFTPUseSSL(int useSSL);
 
     /// libcurl's curl_ftpmethod values; CURLOPT_FTP_FILEMETHOD.
@@ -262,6 +268,11 @@ public:
     /// when the end cannot be recorded: the listener is told that error before, and checkAsyncResult() throws one
     void setAsyncInfo(bool done, CURLcode result);
 
+    /// Called by the asynchronous manager when libcurl has ended the transfer, before setAsyncInfo(true, result). When this
+    /// answers true, the transfer was ended before anything of it was sent, because TLS is demanded and the connection, an
+    /// old one, has none: the request is prepared for one more attempt on a new connection, which the manager then starts.
+    bool beginSecondAttempt();
+
     /// Throws the error with which the asynchronous transfer ended; does nothing after a success or while it runs.
     void checkAsyncResult();
     bool isAsyncDone();
@@ -311,7 +322,12 @@ private:
     void requireNotRunning(const char* functionName) const;
     void useSockets(COpenSockets& sockets);
 
+    void beginAttempt();
     void performOnce();
+    CURLcode runTransfer();
+    void beginEncryptionWatch();
+    void setFreshConnectBySelf(bool fresh);
+    void noticePlainConnection();
     void prepareAsync(CURLcode result);
     void recordAsyncResult(CURLcode result);
     void throwAsyncFailure();
@@ -336,6 +352,7 @@ private:
     const std::unique_ptr<COpenSockets> m_ownSockets; // of the connections that perform() makes
     COpenSockets* m_usedSockets = nullptr;            // what libcurl was told of; null: of none since the last reset()
     bool m_hasSocketCallbacks = false;                // of the application's own
+    std::unique_ptr<CTLSDemand> m_tlsDemand;
     std::unique_ptr<CURL, CEasyCleanup> m_easyHandle;
     kx::P<Buffer> m_defaultReceiveBuffer;
     kx::P<kx::IOutStream> m_defaultReceiveStream;
@@ -358,7 +375,8 @@ private:
     bool m_isPerforming = false;
     std::atomic<bool> m_isManaged{false};
     bool m_hasOwnConnections = false;
-    bool m_sendDataWasRead = false; // during the current transfer, or tried to
+    bool m_hasFreshConnectBySelf = false; // for a second attempt
+    bool m_sendDataWasRead = false;       // during the current transfer, or tried to
     CHeaderAssembler m_headerAssembler;
     kx::String m_statusLine;
     int m_responseCode = -1; // -1: not taken from the status line yet

@@ -1,0 +1,100 @@
+#include "norla/core/CTLSDemand.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace norla {
+
+namespace {
+
+/// Those that begin in plain text and are upgraded; for others the option says nothing.
+constexpr std::array<std::string_view, 5> upgradedSchemes = {"ftp", "smtp", "imap", "pop3", "ldap"};
+
+constexpr bool isSameLetter(char one, char other) noexcept
+{
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return lower(one) == lower(other);
+}
+
+bool isUpgraded(std::string_view scheme) noexcept
+{
+    return std::any_of(upgradedSchemes.begin(), upgradedSchemes.end(), [scheme](std::string_view candidate) {
+        return std::equal(candidate.begin(), candidate.end(), scheme.begin(), scheme.end(), isSameLetter);
+    });
+}
+
+std::string_view textOf(CURL* handle, CURLINFO info) noexcept
+{
+    const char* text = nullptr;
+    return curl_easy_getinfo(handle, info, &text) == CURLE_OK && text ? text : std::string_view();
+}
+
+} // namespace
+
+CTLSDemand::CTLSDemand(CURL* handle) noexcept
+    : m_handle(handle)
+{
+}
+
+void CTLSDemand::noticeNumber(CURLoption option, long long value) noexcept
+{
+    if (option == CURLOPT_USE_SSL)
+        m_useSSL = value;
+    else if (option == CURLOPT_FTP_SSL_CCC)
+        m_clearControl = value;
+    else if (option == CURLOPT_FRESH_CONNECT)
+        m_isFreshConnectSet = value != 0;
+}
+
+void CTLSDemand::noticePointer(CURLoption option, void* value) noexcept
+{
+    if (option == CURLOPT_PREREQFUNCTION)
+        m_nextCallback = reinterpret_cast<curl_prereq_callback>(value);
+    else if (option == CURLOPT_PREREQDATA)
+        m_nextData = value;
+}
+
+void CTLSDemand::forgetOptions() noexcept
+{
+    m_useSSL = CURLUSESSL_NONE;
+    m_clearControl = CURLFTPSSL_CCC_NONE;
+    m_isFreshConnectSet = false;
+    m_nextCallback = nullptr;
+    m_nextData = nullptr;
+}
+
+bool CTLSDemand::isMade() const noexcept
+{
+    return m_useSSL >= CURLUSESSL_CONTROL && m_clearControl == CURLFTPSSL_CCC_NONE;
+}
+
+bool CTLSDemand::concernsThisProtocol() const noexcept
+{
+    // The URL in use, after redirects. A proxy may be spoken to in another protocol than the URL's: what was to be encrypted
+    // is in the clear then all the same.
+    const std::string_view url = textOf(m_handle, CURLINFO_EFFECTIVE_URL);
+    return isUpgraded(url.substr(0, url.find(':'))) || isUpgraded(textOf(m_handle, CURLINFO_SCHEME));
+}
+
+// Of FTP's two connections this is the one for commands. libcurl secures the other one, or not, as the option says.
+bool CTLSDemand::isConnectionPlain() const noexcept
+{
+    const curl_tlssessioninfo* session = nullptr;
+    return curl_easy_getinfo(m_handle, CURLINFO_TLS_SSL_PTR, &session) != CURLE_OK || !session || !session->internals;
+}
+
+int CTLSDemand::callback(void* demand, char* peerIP, char* localIP, int peerPort, int localPort) noexcept
+{
+    auto& self = *static_cast<CTLSDemand*>(demand);
+    if (self.isMade() && self.concernsThisProtocol() && self.isConnectionPlain()) {
+        long newConnections = 0;
+        const CURLcode result = curl_easy_getinfo(self.m_handle, CURLINFO_NUM_CONNECTS, &newConnections);
+        self.m_finding = result == CURLE_OK && newConnections == 0 ? Finding::OldConnection : Finding::NewConnection;
+        return CURL_PREREQFUNC_ABORT;
+    }
+    return self.m_nextCallback ? self.m_nextCallback(self.m_nextData, peerIP, localIP, peerPort, localPort)
+                               : CURL_PREREQFUNC_OK;
+}
+
+} // namespace norla

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <curl/curl.h>
+
+namespace norla {
+
+/// Whether a transfer has to be encrypted (CURLOPT_USE_SSL), and the watch that it is: libcurl takes an idle connection without
+/// TLS for a transfer that demands it, and then neither asks for STARTTLS nor fails (7.88 and 8.14). What is demanded is asked
+/// of every connection before the first command of the transfer itself goes out.
+///
+/// Belongs to one easy handle, whose owner sets the options: it tells what it has set, hands over callback() with this object
+/// as its data while isMade(), and asks afterwards. Used by the thread that uses the handle.
+///
+/// What it cannot see: options that somebody sets on the handle itself, and that a connection through a proxy of scheme "https"
+/// is encrypted only as far as that proxy.
+class CTLSDemand {
+public:
+    /// @param handle outlives this object
+    explicit CTLSDemand(CURL* handle) noexcept;
+    CTLSDemand(const CTLSDemand&) = delete;
+    CTLSDemand& operator=(const CTLSDemand&) = delete;
+
+    /// What the handle's owner has set. Other options than those that matter here are ignored.
+    void noticeNumber(CURLoption option, long long value) noexcept;
+
+    /// The same; an application's own CURLOPT_PREREQFUNCTION is called after this one.
+    void noticePointer(CURLoption option, void* value) noexcept;
+
+    /// The handle's options are what they were at first (curl_easy_reset()).
+    void forgetOptions() noexcept;
+
+    /// CURLUSESSL_CONTROL or more, and FTP's control connection is not to become plain again (CURLOPT_FTP_SSL_CCC).
+    bool isMade() const noexcept;
+
+    /// An attempt begins.
+    void begin() noexcept { m_finding = Finding::None; }
+
+    /// Whether the attempt was ended because its connection has no TLS.
+    bool wasRefused() const noexcept { return m_finding != Finding::None; }
+
+    /// Whether a connection of its own may help an attempt that was refused: it had one that was open before.
+    bool canConnectionHelp() const noexcept { return m_finding == Finding::OldConnection; }
+
+    /// What CURLOPT_FRESH_CONNECT was set to.
+    bool isFreshConnectSet() const noexcept { return m_isFreshConnectSet; }
+
+    /// For CURLOPT_PREREQFUNCTION, with a CTLSDemand as CURLOPT_PREREQDATA.
+    static int callback(void* demand, char* peerIP, char* localIP, int peerPort, int localPort) noexcept;
+
+private:
+    enum class Finding { None, OldConnection, NewConnection };
+
+    bool concernsThisProtocol() const noexcept;
+    bool isConnectionPlain() const noexcept;
+
+    CURL* const m_handle;
+    long long m_useSSL = CURLUSESSL_NONE;
+    long long m_clearControl = CURLFTPSSL_CCC_NONE;
+    bool m_isFreshConnectSet = false;
+    curl_prereq_callback m_nextCallback = nullptr;
+    void* m_nextData = nullptr;
+    Finding m_finding = Finding::None;
+};
+
+} // namespace norla

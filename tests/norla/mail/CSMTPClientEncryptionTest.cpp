@@ -1,0 +1,212 @@
+// Mails that must be encrypted, where connections that are not are still open.
+#include "norla/async/CAsyncNetRequestManager.h"
+#include "norla/async/CAsyncNetRequestThread.h"
+#include "tests/norla/mail/CSMTPClientFixture.h"
+
+#include <atomic>
+#include <future>
+
+namespace {
+
+using mail_test::CSMTPClient;
+using mail_test::CSMTPParams;
+using mail_test::errorOf;
+using mail_test::Texts;
+
+const std::string mail = mail_test::conversation.substr(0, mail_test::conversation.find("QUIT"));
+
+class CCountingListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
+public:
+    void onNetRequestDone(norla::CNetRequest* /*request*/, const kx::CError* error) override
+    {
+        ++m_calls;
+        m_hasFailed = error != nullptr;
+    }
+
+    std::atomic<int> m_calls{0};
+    std::atomic<bool> m_hasFailed{false};
+};
+
+class CSMTPClientEncryptionTest : public mail_test::CSMTPClientFixture {
+protected:
+    CSMTPParams paramsFor(CSMTPParams::ConnectType type) const
+    {
+        CSMTPParams changed = params();
+        changed.connectType = type;
+        return changed;
+    }
+
+    void sendWith(norla::CNetRequest& request, CSMTPParams::ConnectType type)
+    {
+        prepare(request, paramsFor(type));
+        request.perform();
+    }
+
+    kx::P<norla::CNetRequest> prepared(CSMTPParams::ConnectType type)
+    {
+        auto request = kx::newObj<norla::CNetRequest>();
+        prepare(*request, paramsFor(type));
+        return request;
+    }
+
+    void expectCleanConversations(size_t secureMails)
+    {
+        EXPECT_EQ(received(0), mail);
+        const std::string secure = received(1);
+        EXPECT_TRUE(secure.starts_with("STARTTLS\r\nEHLO ")) << secure;
+        std::string expected;
+        for (size_t i = 0; i < secureMails; ++i)
+            expected += mail;
+        const size_t start = secure.find("MAIL");
+        EXPECT_EQ(start == std::string::npos ? secure : secure.substr(start), expected + "QUIT\r\n");
+    }
+};
+
+TEST_F(CSMTPClientEncryptionTest, aMailThatDemandsTLSDoesNotGoOverAnOldPlainConnection)
+{
+    takeMessage(greet()).readToEnd();
+    takeMail(takeMessage(greetWithStartTLS()));
+    auto request = kx::newObj<norla::CNetRequest>();
+    sendWith(*request, CSMTPParams::ConnectUnencrypted);
+    sendWith(*request, CSMTPParams::ConnectStartTLS);
+    sendWith(*request, CSMTPParams::ConnectUnencrypted); // may be encrypted too
+    request = nullptr;
+    expectCleanConversations(2);
+}
+
+TEST_F(CSMTPClientEncryptionTest, aMailInTheBackgroundThatDemandsTLSDoesNotGoOverAnOldPlainConnection)
+{
+    takeMessage(greet()).readToEnd();
+    takeMail(greetWithStartTLS());
+    auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
+    thread->start();
+    const auto listener = kx::newObj<CCountingListener>();
+    for (const auto type : {CSMTPParams::ConnectUnencrypted, CSMTPParams::ConnectStartTLS}) {
+        const auto request = prepared(type);
+        request->setDoneListener(listener.get());
+        thread->addRequest(request.get());
+        ASSERT_TRUE(request->waitAsyncDone(20'000));
+        request->checkAsyncResult();
+    }
+    thread->stop(true);
+    thread = nullptr;
+    expectCleanConversations(1);
+    EXPECT_EQ(listener->m_calls, 2); // a second attempt is no end
+    EXPECT_FALSE(listener->m_hasFailed);
+}
+
+TEST_F(CSMTPClientEncryptionTest, oneAttemptIsEnoughHoweverManyPlainConnectionsAreOpen)
+{
+    constexpr size_t plainConnections = 3;
+    for (size_t i = 0; i < plainConnections; ++i)
+        takeMail();
+    takeMail(greetWithStartTLS());
+    auto manager = kx::newObj<norla::CAsyncNetRequestManager>();
+    for (size_t i = 0; i < plainConnections; ++i)
+        manager->addRequest(prepared(CSMTPParams::ConnectUnencrypted).get());
+    norla::CAsyncNetRequestManager::RequestArray finished;
+    const auto finish = [&manager, &finished](size_t count) {
+        for (finished.clear(); finished.size() < count; manager->handleEvents(&finished))
+            manager->waitForEvents(-1);
+    };
+    finish(plainConnections);
+    manager->addRequest(prepared(CSMTPParams::ConnectStartTLS).get());
+    finish(1);
+    finished[0]->checkAsyncResult();
+    finished.clear();
+    manager = nullptr;
+    m_server.join();
+    EXPECT_EQ(m_server.problems().size(), 1u); // one was closed without a goodbye
+    size_t goodbyes = 0;
+    for (size_t i = 0; i < plainConnections; ++i) {
+        const std::string plain = m_server.received(i);
+        EXPECT_EQ(plain.substr(plain.find("MAIL"), mail.size()), mail);
+        EXPECT_EQ(plain.find("MAIL", plain.find("DATA")), std::string::npos) << plain;
+        goodbyes += plain.ends_with("QUIT\r\n") ? 1 : 0;
+    }
+    EXPECT_EQ(goodbyes, plainConnections - 1);
+    EXPECT_TRUE(m_server.received(plainConnections).ends_with(mail + "QUIT\r\n"));
+}
+
+TEST_F(CSMTPClientEncryptionTest, theSecondAttemptIsMadeAtThePlaceOfTheFirst)
+{
+    takeMessage(greet()).readToEnd();
+    std::promise<void> end;
+    greetWithStartTLS().readUntil("MAIL FROM:<a@x>\r\n").waitFor(end.get_future().share());
+    m_server.onConnection().stall();
+    const auto manager = kx::newObj<norla::CAsyncNetRequestManager>();
+    const auto plain = prepared(CSMTPParams::ConnectUnencrypted);
+    manager->addRequest(plain.get());
+    while (!plain->isAsyncDone()) {
+        manager->waitForEvents(-1);
+        manager->handleEvents(nullptr);
+    }
+    const auto secure = prepared(CSMTPParams::ConnectStartTLS);
+    manager->addRequest(secure.get());
+    while (m_server.received(1).find("MAIL") == std::string::npos) {
+        manager->waitForEvents(100);
+        manager->handleEvents(nullptr);
+    }
+    const auto last = prepared(CSMTPParams::ConnectUnencrypted);
+    manager->addRequest(last.get());
+    end.set_value(); // libcurl waits for an answer to its goodbye
+    manager->removeRequest(0);
+    EXPECT_FALSE(manager->removeRequest(secure.get()));
+    EXPECT_TRUE(manager->removeRequest(last.get()));
+    EXPECT_FALSE(secure->isAsyncDone());
+}
+
+TEST_F(CSMTPClientEncryptionTest, aSecondAttemptThatCannotBeStartedIsAFailure)
+{
+    takeMessage(greet()).readToEnd();
+    const auto manager = kx::newObj<norla::CAsyncNetRequestManager>();
+    const auto runToEnd = [&manager](norla::CNetRequest& request) {
+        while (!request.isAsyncDone()) {
+            manager->waitForEvents(-1);
+            manager->handleEvents(nullptr);
+        }
+    };
+    const auto plain = prepared(CSMTPParams::ConnectUnencrypted);
+    manager->addRequest(plain.get());
+    runToEnd(*plain);
+    const auto secure = prepared(CSMTPParams::ConnectStartTLS);
+    manager->addRequest(secure.get());
+    m_calls.fail("curl_multi_add_handle");
+    runToEnd(*secure);
+    const auto error = errorOf([&secure] { secure->checkAsyncResult(); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_USE_SSL_FAILED);
+    EXPECT_FALSE(manager->removeRequest(secure.get()));
+    EXPECT_EQ(received(0), mail);
+}
+
+TEST_F(CSMTPClientEncryptionTest, onlyTheSecondAttemptAsksForANewConnection)
+{
+    takeMessage(greet()).readToEnd();
+    takeMail(takeMessage(greetWithStartTLS()));
+    auto request = kx::newObj<norla::CNetRequest>();
+    sendWith(*request, CSMTPParams::ConnectUnencrypted);
+    prepare(*request, paramsFor(CSMTPParams::ConnectStartTLS));
+    m_calls.takeOptions();
+    request->perform();
+    EXPECT_EQ(m_calls.takeOptions(), (Texts{"PREREQFUNCTION=set", "PREREQDATA=set", "FRESH_CONNECT=1"}));
+    request->perform();
+    EXPECT_EQ(m_calls.takeOptions(), (Texts{"FRESH_CONNECT=0", "PREREQFUNCTION=set", "PREREQDATA=set"}));
+    request = nullptr;
+    expectCleanConversations(2);
+}
+
+TEST_F(CSMTPClientEncryptionTest, aConnectionTestThatDemandsTLSHasAConnectionOfItsOwn)
+{
+    takeMail();
+    greetWithStartTLS().readToEnd();
+    auto request = kx::newObj<norla::CNetRequest>();
+    sendWith(*request, CSMTPParams::ConnectUnencrypted);
+    CSMTPClient::doInitialRequestInit(*request, paramsFor(CSMTPParams::ConnectStartTLS));
+    request->setOptionInt(CURLOPT_CONNECT_ONLY, 1);
+    request->perform();
+    request = nullptr;
+    EXPECT_TRUE(received(1).starts_with("STARTTLS\r\nEHLO "));
+}
+
+} // namespace
