@@ -5,6 +5,7 @@
 #include "kx/text/CStringFormat.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
+#include "norla/mail/CLineEndStream.h"
 
 #include <exception>
 
@@ -71,7 +72,7 @@ void CSMTPClient::initRequestForSendMail(
         list->add(recipient);
     request.keepObject(list.get()); // libcurl reads the list during the transfer
     request.setOptionPtr(CURLOPT_MAIL_RCPT, list->getCurlList());
-    request.setSendDataStream(data);
+    request.setSendDataStream(kx::newObj<CLineEndStream>(data).get());
 }
 
 void CSMTPClient::makeSendMailRequest(CNetRequest& request, const CSMTPParams& params, const kx::String& from,

@@ -43,8 +43,10 @@ public:
     /// Sends a message and blocks until the server has taken it.
     /// @param from the sender of the envelope; empty for none ("<>")
     /// @param recipients of the envelope: if the server refuses one of them, nobody gets the message
-    /// @param message header block and body, with CRLF line ends, as CMimeMessage::store() writes them; copied. Lines that
-    /// begin with a dot need no care.
+    /// @param message header block and body, as CMimeMessage::store() writes them; copied. Lines that begin with a dot need no
+    /// care. Line ends are CRLF: a bare line feed and a bare carriage return are sent as CRLF, so that nothing in a message
+    /// can pass for its end and a command behind it (RFC 5321 section 2.3.8). A message whose line ends are CRLF is sent byte
+    /// for byte; others need a transfer encoding such as Base64 if every byte of them matters.
     /// @throws CCURLError when the transfer fails, the server refuses (with its last reply as "serverMessage"), or there
     /// are no recipients
     /// @throws kx::CInvalidArgError when an address holds a zero character, kx::CError when it has no UTF-8 form
@@ -60,7 +62,7 @@ public:
 
     /// Sets what belongs to one message, in place of the last one. The request keeps the list of recipients until its
     /// reset(), and the data until they are replaced.
-    /// @param data the message as for sendMail(), read during the transfer; not null
+    /// @param data the message as for sendMail(), its line ends included, read from its start during the transfer; not null
     /// @throws CCURLError if libcurl refuses; kx::CInvalidArgError for null and for an address with a zero character;
     /// kx::CError for one without UTF-8 form
     static void initRequestForSendMail(

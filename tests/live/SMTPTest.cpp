@@ -142,15 +142,35 @@ TEST(SMTPTest, sendsWithoutLoginWhereThereIsNoUserName)
     EXPECT_EQ(server.messages().at(0).user, "");
 }
 
-TEST(SMTPTest, everyByteArrives)
+TEST(SMTPTest, everyByteArrivesAndBareLineEndsAsCRLF)
 {
     std::string bytes = "Subject: bytes\r\n\r\n.\r\n..\r\n.a\r\na.\r\n\r\n.\r\n";
     for (int byte = 0; byte < 256; ++byte)
-        bytes += static_cast<char>(byte); // with a bare line feed and a bare carriage return
-    bytes += "\r\n\n.\n\n.\r\n" + std::string(998, 'x') + "\r\n." + std::string(996, 'y') + "\r\n\r\n\r\n";
+        bytes += byte == '\r' || byte == '\n' ? "\r\n" : std::string(1, static_cast<char>(byte));
+    const std::string longLines = "\r\n" + std::string(998, 'x') + "\r\n." + std::string(996, 'y') + "\r\n\r\n\r\n";
     const CSMTPServer server;
-    send(*clientOf(server.getPort()), bytes);
-    EXPECT_TRUE(server.messages().at(0).body == bytes);
+    send(*clientOf(server.getPort()), bytes + "\r\n\n.\n\n.\r.four\r\n" + longLines);
+    EXPECT_TRUE(server.messages().at(0).body == bytes + "\r\n\r\n.\r\n\r\n.\r\n.four\r\n" + longLines);
+}
+
+// What a server may take for the end of a message, and behind it what would be a message of somebody else.
+const std::string smuggled
+    = "MAIL FROM:<smuggler@a.example>\r\nRCPT TO:<victim@b.example>\r\nDATA\r\nsmuggled\r\n.\r\n";
+const std::vector<std::string> falseEnds = {"\n.\n", "\n.\r\n", "\r.\r", "\r\n.\n", "\r\n.\r", "\n.\r"};
+
+TEST(SMTPTest, aTransferAgentSeesNoCommandsInAMessage)
+{
+    const CEximServer server;
+    const auto client = clientOf(server.getPort());
+    for (const std::string& end : falseEnds)
+        send(*client, "Subject: 1\r\n\r\nthree\n.four" + end + smuggled);
+    const auto messages = server.waitForMessages(falseEnds.size());
+    EXPECT_EQ(messages.size(), falseEnds.size());
+    for (const std::string& message : messages) {
+        EXPECT_TRUE(message.starts_with("Subject: 1\r\n\r\nthree\r\n.four\r\n.\r\nMAIL FROM:<smuggler@")) << message;
+        EXPECT_TRUE(message.ends_with("\r\nsmuggled\r\n.\r\n")) << message;
+    }
+    EXPECT_EQ(server.log().find("from <smuggler@"), std::string::npos) << server.log();
 }
 
 TEST(SMTPTest, aTransferAgentStoresDotsAndLongLinesAsTheyAre)

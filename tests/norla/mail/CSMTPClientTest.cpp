@@ -308,14 +308,45 @@ TEST_F(CSMTPClientTest, sendsAnEmptyMessage)
     EXPECT_NE(received().find("DATA\r\n.\r\nQUIT"), std::string::npos);
 }
 
-TEST_F(CSMTPClientTest, leavesEveryByteOfAMessageAsItIs)
+TEST_F(CSMTPClientTest, leavesEveryByteOfAMessageAsItIsButForLineEnds)
 {
     std::string message;
-    for (int byte = 0; byte < 256; ++byte)
-        message += static_cast<char>(byte);
+    for (int byte = 0; byte < 256; ++byte) {
+        if (byte != '\r' && byte != '\n')
+            message += static_cast<char>(byte);
+    }
     takeMail();
-    send(*newClient(), message + "\r\n");
-    EXPECT_NE(received().find("DATA\r\n" + message + "\r\n.\r\n"), std::string::npos);
+    send(*newClient(), message + "\r\n" + message + "\n" + message + "\r" + message);
+    EXPECT_NE(
+        received().find("DATA\r\n" + message + "\r\n" + message + "\r\n" + message + "\r\n" + message + "\r\n.\r\n"),
+        std::string::npos);
+}
+
+// To a server that ends lines at a bare line feed, each of these would be the end of the message.
+TEST_F(CSMTPClientTest, nothingInAMessageIsACommand)
+{
+    const std::string command = "MAIL FROM:<smuggler@x>\r\n";
+    for (const std::string end : {"\n.\r\n", "\n.\n", "\r.\r\n", "\r.\r", "\r\n.\n", "\r\n.\r", "\n\r.\n"}) {
+        takeMail();
+        send(*newClient(), "text" + end + command);
+    }
+    m_server.join();
+    for (size_t connection = 0; connection < m_server.connectionCount(); ++connection) {
+        const std::string all = received(connection);
+        const size_t start = all.find("DATA\r\n") + 6;
+        const std::string data = all.substr(start, all.find("\r\n.\r\n") - start);
+        EXPECT_TRUE(data.ends_with("\r\n..\r\nMAIL FROM:<smuggler@x>")) << data;
+        EXPECT_TRUE(all.ends_with("smuggler@x>\r\n.\r\nQUIT\r\n")) << all;
+        for (size_t feed = data.find('\n'); feed != std::string::npos; feed = data.find('\n', feed + 1))
+            EXPECT_EQ(data[feed - 1], '\r') << data;
+    }
+}
+
+TEST_F(CSMTPClientTest, doublesADotBehindABareLineFeed)
+{
+    takeMail();
+    send(*newClient(), "three\n.four\n");
+    EXPECT_NE(received().find("DATA\r\nthree\r\n..four\r\n.\r\n"), std::string::npos);
 }
 
 TEST_F(CSMTPClientTest, logsIn)
