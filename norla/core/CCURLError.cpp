@@ -16,11 +16,14 @@ kx::String composed(const char* libcurlText, const kx::String& message, const kx
     return text;
 }
 
-kx::CProps propsOf(const kx::String& domain, int responseCode, const kx::String& serverMessage)
+kx::CProps propsOf(const kx::String& domain, int responseCode, const kx::String& serverMessage,
+    const kx::String& serverReply = kx::String())
 {
     kx::CProps props;
     if (!serverMessage.isEmpty())
         props.set("serverMessage", serverMessage);
+    if (!serverReply.isEmpty())
+        props.set("serverReply", serverReply);
     if (responseCode > 0)
         props.set("responseCode", kx::toString(responseCode));
     if (!domain.isEmpty())
@@ -37,9 +40,15 @@ const char* orText(const char* libcurlText, const char* fallback)
 
 CCURLError::CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
     const kx::String& serverMessage)
+    : CCURLError(code, message, responseCodeDomain, responseCode, serverMessage, kx::String())
+{
+}
+
+CCURLError::CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
+    const kx::String& serverMessage, const kx::String& serverReply)
     : CError(composed(orText(curl_easy_strerror(code), "invalid CURL easy error code"), message, responseCodeDomain,
                  responseCode),
-        "curl", code, propsOf(responseCodeDomain, responseCode, serverMessage))
+        "curl", code, propsOf(responseCodeDomain, responseCode, serverMessage, serverReply))
 {
 }
 

@@ -9,7 +9,10 @@ namespace norla {
 /// A libcurl call or a transfer has failed. Domain "curl" with a CURLcode as code, or "curlm" with a CURLMcode.
 ///
 /// Properties, each there only when it is known: "serverMessage", what the server said about it; "responseCode", its status
-/// in decimal; "responseCodeDomain", what that status belongs to ("http", "ftp" or "smtp").
+/// in decimal; "responseCodeDomain", what that status belongs to ("http", "ftp" or "smtp"); "serverReply", of a mail server, the
+/// last reply of the transfer that refused something (status 400 to 599), all its lines, with a line feed between them. That
+/// one is for people: the "serverMessage" of a mail is the last line of all, which may be the answer to a goodbye ("221 Bye")
+/// or what came before a TLS failure ("220 Ready to start TLS").
 class KX_EXPORT CCURLError : public kx::CError {
 public:
     /// The error's message is libcurl's own text for the code, then ": " and `message` unless that is empty, then the response
@@ -18,6 +21,11 @@ public:
     /// @param responseCode 0 or less when there was no response
     CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
         const kx::String& serverMessage);
+
+    /// The same with the property "serverReply".
+    /// @param serverReply empty when a mail server refused nothing, and for other servers
+    CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
+        const kx::String& serverMessage, const kx::String& serverReply);
 
     /// The same for the multi interface.
     CCURLError(CURLMcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,

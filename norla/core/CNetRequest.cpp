@@ -18,6 +18,7 @@
 #include "norla/core/CSigPipeBlock.h"
 #include "norla/core/CTLSDemand.h"
 #include "norla/core/optionChecks.h"
+#include "norla/core/refusal.h"
 #include "norla/http/serverMessage.h"
 #include "norla/http/util.h"
 #include "norla/proxy/CProxySettings.h"
@@ -69,6 +70,17 @@ int clampedToInt(long long value) noexcept
 constexpr bool isSuccess(int httpStatus) noexcept
 {
     return httpStatus >= 200 && httpStatus <= 299;
+}
+
+// For what is said beside a failure, which itself must be told whatever happens.
+template <typename TRead>
+kx::String emptyIfItFails(TRead read) noexcept
+{
+    try {
+        return read();
+    } catch (const std::exception&) {
+        return kx::String();
+    }
 }
 
 class CTrueMeanwhile {
@@ -798,7 +810,8 @@ void CNetRequest::throwError(
     CURLcode code, const kx::String& responseCodeDomain, int responseCode, const kx::String& message)
 {
     throw CCURLError(code, message.isEmpty() ? getErrorMessage() : message, responseCodeDomain, responseCode,
-        getServerMessage(responseCodeDomain, responseCode));
+        getServerMessage(responseCodeDomain, responseCode),
+        responseCodeDomain == "smtp" ? lastRefusal(*m_responseInfo) : kx::String());
 }
 
 // The failure itself is what must be told.

@@ -253,7 +253,7 @@ public:
 
     /// Throws a CCURLError with what is known about the failure: the message (libcurl's own when it is empty) and, after an
     /// answer, what the server said (the last reply line of a mail server, or the text of the body that an HTTP server sent
-    /// into the default receive buffer).
+    /// into the default receive buffer). A mail server's last refusal, if there was one, is the error's "serverReply".
     [[noreturn]] void throwError(
         CURLcode code, const kx::String& responseCodeDomain, int responseCode, const kx::String& message);
 
@@ -345,8 +345,7 @@ private:
     template <typename TAction>
     bool storingErrors(TAction action) noexcept;
 
-    kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode) noexcept;
-    kx::String readServerMessage(const kx::String& responseCodeDomain, int responseCode);
+    kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode);
     kx::String getLastResponseLine();
 
     const std::unique_ptr<COpenSockets> m_ownSockets; // of the connections that perform() makes

@@ -457,6 +457,7 @@ TEST(SMTPTest, theErrorHasTheServersLastReply)
     EXPECT_EQ(error->getProps().get("responseCodeDomain"), "smtp");
     // libcurl says QUIT, to which Exim answers.
     EXPECT_EQ(error->getProps().get("serverMessage"), "221 localhost closing connection\r\n");
+    EXPECT_EQ(error->getProps().get("serverReply"), "550 5.1.1 No such recipient");
 }
 
 TEST(SMTPTest, neitherErrorsNorLogHaveThePassword)

@@ -32,6 +32,16 @@ TEST(CCURLErrorTest, appendsTheResponseCode)
         (Map{{"responseCode", "404"}, {"responseCodeDomain", "http"}, {"serverMessage", "Not here"}}));
 }
 
+TEST(CCURLErrorTest, tellsAMailServersRefusal)
+{
+    const norla::CCURLError error(CURLE_SEND_ERROR, "m", "smtp", 550, "221 Bye", "550-no\n550 such");
+    EXPECT_EQ(error.getMessage(), "Failed sending data to the peer: m (response code: smtp 550)");
+    EXPECT_EQ(error.getProps().getMap(),
+        (Map{{"responseCode", "550"}, {"responseCodeDomain", "smtp"}, {"serverMessage", "221 Bye"},
+            {"serverReply", "550-no\n550 such"}}));
+    EXPECT_FALSE(norla::CCURLError(CURLE_SEND_ERROR, "m", "smtp", 550, "m", "").getProps().has("serverReply"));
+}
+
 TEST(CCURLErrorTest, leavesOutAResponseCodeOfZero)
 {
     const norla::CCURLError error(CURLE_OPERATION_TIMEDOUT, "m", "http", 0, "");
