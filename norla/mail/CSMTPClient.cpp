@@ -1,5 +1,6 @@
 #include "norla/mail/CSMTPClient.h"
 
+#include "kx/base/CInvalidArgError.h"
 #include "kx/log/log.h"
 #include "kx/streams/CBufferStream.h"
 #include "kx/text/CStringFormat.h"
@@ -7,9 +8,47 @@
 #include "norla/core/CNetStringList.h"
 #include "norla/mail/CLineEndStream.h"
 
+#include <algorithm>
 #include <exception>
+#include <limits>
 
 namespace norla {
+
+namespace {
+
+constexpr long long millisecond = 1000; // microseconds
+constexpr long long second = 1'000'000;
+constexpr long long longestResponseTimeout = std::numeric_limits<int>::max() / 1000; // seconds; libcurl takes no more
+
+void checkTimeout(const kx::CTimeSpan& limit, const kx::String& name)
+{
+    if (!limit.isInfinite() && limit.getMicroseconds() <= 0)
+        throw kx::CInvalidArgError(name + " is not positive", "CSMTPClient::doInitialRequestInit");
+}
+
+/// Less than a millisecond would mean no limit.
+kx::CTimeSpan atLeastAMillisecond(const kx::CTimeSpan& limit)
+{
+    return kx::CTimeSpan::fromMicroseconds(std::max(limit.getMicroseconds(), millisecond));
+}
+
+int wholeSeconds(const kx::CTimeSpan& limit)
+{
+    const long long seconds = (limit.getMicroseconds() - 1) / second + 1;
+    return static_cast<int>(std::min(seconds, longestResponseTimeout));
+}
+
+void setTimeouts(CNetRequest& request, const CSMTPParams& params)
+{
+    if (!params.connectTimeout.isInfinite())
+        request.setConnectTimeout(atLeastAMillisecond(params.connectTimeout));
+    if (!params.responseTimeout.isInfinite())
+        request.setOptionInt(CURLOPT_SERVER_RESPONSE_TIMEOUT, wholeSeconds(params.responseTimeout));
+    if (!params.fullTimeout.isInfinite())
+        request.setFullRequestTimeout(atLeastAMillisecond(params.fullTimeout));
+}
+
+} // namespace
 
 CSMTPClient::CSMTPClient(const CSMTPParams& params)
     : m_params(params)
@@ -46,6 +85,9 @@ kx::String CSMTPClient::getDateHeaderString(const kx::CTimeFields& time)
 
 void CSMTPClient::doInitialRequestInit(CNetRequest& request, const CSMTPParams& params)
 {
+    checkTimeout(params.connectTimeout, "connectTimeout");
+    checkTimeout(params.responseTimeout, "responseTimeout");
+    checkTimeout(params.fullTimeout, "fullTimeout");
     request.reset();
     const bool isTLS = params.connectType == CSMTPParams::ConnectSSL;
     request.setURL(
@@ -58,11 +100,14 @@ void CSMTPClient::doInitialRequestInit(CNetRequest& request, const CSMTPParams& 
         request.setOptionInt(CURLOPT_USE_SSL, CURLUSESSL_ALL);
     // Deliberately: mail servers of the users' own often have certificates that nobody has signed.
     request.setOptionInt(CURLOPT_SSL_VERIFYPEER, 0);
+    setTimeouts(request, params);
 }
 
 void CSMTPClient::initRequestForSendMail(
     CNetRequest& request, const kx::String& from, const kx::TArray<kx::String>& recipients, kx::IInStream* data)
 {
+    if (std::any_of(recipients.begin(), recipients.end(), [](const kx::String& address) { return address.isEmpty(); }))
+        throw kx::CInvalidArgError("a recipient is empty", "CSMTPClient::initRequestForSendMail");
     resetOptions(request);
     request.setOptionInt(CURLOPT_CONNECT_ONLY, 0);
     request.setOptionString(CURLOPT_MAIL_FROM, from);

@@ -20,8 +20,11 @@ class CNetRequest;
 /// The static operations prepare any request in the same way, for callers that run it themselves, such as with a manager.
 /// They touch nothing else.
 ///
-/// The server's certificate is not verified, which is deliberate; the name in it still has to be the host's. Envelope
-/// addresses are passed on as they are, with or without angle brackets: a line end in one would be a command of its own.
+/// The server's certificate is not verified, which is deliberate; the name in it still has to be the host's.
+///
+/// Addresses of the envelope are passed on unchanged, with or without angle brackets, and nothing in them is checked but that no
+/// recipient is empty: a line end in one would be a command of its own. Whoever takes addresses from outside refuses line ends
+/// and control characters in them before. The same goes for the header fields of a message (CMimeMessage::getHeaders()).
 class KX_EXPORT CSMTPClient : public virtual kx::CBase {
 public:
     using Buffer = kx::TBuffer<unsigned char>;
@@ -41,30 +44,33 @@ public:
     void testConnection();
 
     /// Sends a message and blocks until the server has taken it.
-    /// @param from the sender of the envelope; empty for none ("<>")
-    /// @param recipients of the envelope: if the server refuses one of them, nobody gets the message
+    /// @param from the sender of the envelope, passed on unchanged; empty for none ("<>"), which is what a bounce has
+    /// @param recipients of the envelope, passed on unchanged, none of them empty; if the server refuses one of them, nobody
+    /// gets the message
     /// @param message header block and body, as CMimeMessage::store() writes them; copied. Lines that begin with a dot need no
     /// care. Line ends are CRLF: a bare line feed and a bare carriage return are sent as CRLF, so that nothing in a message
     /// can pass for its end and a command behind it (RFC 5321 section 2.3.8). A message whose line ends are CRLF is sent byte
     /// for byte; others need a transfer encoding such as Base64 if every byte of them matters.
-    /// @throws CCURLError when the transfer fails, the server refuses (with its last reply as "serverMessage"), or there
-    /// are no recipients
-    /// @throws kx::CInvalidArgError when an address holds a zero character, kx::CError when it has no UTF-8 form
+    /// @throws CCURLError when the transfer fails, the server refuses (with its reply as "serverReply", its last line as
+    /// "serverMessage"), or there are no recipients
+    /// @throws kx::CInvalidArgError when a recipient is empty, before anything is touched, or an address holds a zero
+    /// character; kx::CError when it has no UTF-8 form
     void sendMail(const kx::String& from, const kx::TArray<kx::String>& recipients, const Buffer& message);
 
     /// The text of a "Date" header field: "Sun, 15 Nov 2026 09:05:03 +0000".
     /// @throws as CTimeFields::getWeekDay() and getEnglishMonthAbbrev() for what is no date
     static kx::String getDateHeaderString(const kx::CTimeFields& time);
 
-    /// Resets the request and sets what belongs to the server: URL, login, TLS.
-    /// @throws CCURLError if libcurl refuses; kx::CInvalidArgError when a parameter holds a zero character
+    /// Resets the request and sets what belongs to the server: URL, login, TLS, and the time limits that are given.
+    /// @throws CCURLError if libcurl refuses; kx::CInvalidArgError when a parameter holds a zero character, and for a time limit
+    /// that is zero or negative, before anything is touched
     static void doInitialRequestInit(CNetRequest& request, const CSMTPParams& params);
 
     /// Sets what belongs to one message, in place of the last one. The request keeps the list of recipients until its
     /// reset(), and the data until they are replaced.
     /// @param data the message as for sendMail(), its line ends included, read from its start during the transfer; not null
-    /// @throws CCURLError if libcurl refuses; kx::CInvalidArgError for null and for an address with a zero character;
-    /// kx::CError for one without UTF-8 form
+    /// @throws CCURLError if libcurl refuses; kx::CInvalidArgError for an empty recipient, before anything is touched, for null
+    /// and for an address with a zero character; kx::CError for one without UTF-8 form
     static void initRequestForSendMail(
         CNetRequest& request, const kx::String& from, const kx::TArray<kx::String>& recipients, kx::IInStream* data);
 

@@ -228,6 +228,67 @@ TEST_F(CSMTPClientOptionsTest, refusesAZeroCharacterInAnAddress)
     EXPECT_THROW(CSMTPClient::initRequestForSendMail(*m_request, "a@x", {cut}, stream.get()), kx::CInvalidArgError);
 }
 
+TEST_F(CSMTPClientOptionsTest, refusesAnEmptyRecipientBeforeAnythingIsTouched)
+{
+    m_calls.takeOptions();
+    const auto stream = kx::newObj<kx::CBufferStream>();
+    const auto error = errorOf([this, &stream] {
+        CSMTPClient::initRequestForSendMail(*m_request, "a@x", {"b@x", ""}, stream.get());
+    });
+    ASSERT_NE(error, nullptr);
+    EXPECT_NE(dynamic_cast<const kx::CInvalidArgError*>(error.get()), nullptr);
+    EXPECT_EQ(
+        error->getMessage(), "Invalid argument passed to 'CSMTPClient::initRequestForSendMail': a recipient is empty.");
+    EXPECT_EQ(m_calls.takeOptions(), Texts());
+}
+
+TEST_F(CSMTPClientOptionsTest, timeLimitsAreSetLastWhenTheyAreGiven)
+{
+    CSMTPParams limited = paramsOf(25);
+    limited.responseTimeout = kx::CTimeSpan::fromSeconds(7);
+    EXPECT_EQ(serverPartOf(limited), (Texts{"URL=smtp://h:25", "SSL_VERIFYPEER=0", "SERVER_RESPONSE_TIMEOUT=7"}));
+    limited.connectTimeout = kx::CTimeSpan::fromMilliseconds(1500);
+    limited.fullTimeout = kx::CTimeSpan::fromSeconds(60);
+    EXPECT_EQ(serverPartOf(limited),
+        (Texts{"URL=smtp://h:25", "SSL_VERIFYPEER=0", "CONNECTTIMEOUT_MS=1500", "SERVER_RESPONSE_TIMEOUT=7",
+            "TIMEOUT_MS=60000"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, aShortTimeLimitDoesNotBecomeNone)
+{
+    CSMTPParams limited = paramsOf(25);
+    limited.connectTimeout = limited.responseTimeout = limited.fullTimeout = kx::CTimeSpan::fromMicroseconds(1);
+    EXPECT_EQ(serverPartOf(limited),
+        (Texts{"URL=smtp://h:25", "SSL_VERIFYPEER=0", "CONNECTTIMEOUT_MS=1", "SERVER_RESPONSE_TIMEOUT=1",
+            "TIMEOUT_MS=1"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, responsesAreLimitedInWholeSecondsRoundedUp)
+{
+    const auto secondsFor = [this](const kx::CTimeSpan& limit) {
+        CSMTPParams limited = paramsOf(25);
+        limited.responseTimeout = limit;
+        return serverPartOf(limited).back();
+    };
+    EXPECT_EQ(secondsFor(kx::CTimeSpan::fromMicroseconds(1'000'000)), "SERVER_RESPONSE_TIMEOUT=1");
+    EXPECT_EQ(secondsFor(kx::CTimeSpan::fromMicroseconds(1'000'001)), "SERVER_RESPONSE_TIMEOUT=2");
+    EXPECT_EQ(secondsFor(kx::CTimeSpan::fromSeconds(1LL << 40)), "SERVER_RESPONSE_TIMEOUT=2147483");
+}
+
+TEST_F(CSMTPClientOptionsTest, refusesATimeLimitThatIsNotPositive)
+{
+    for (kx::CTimeSpan CSMTPParams::*const limit :
+        {&CSMTPParams::connectTimeout, &CSMTPParams::responseTimeout, &CSMTPParams::fullTimeout}) {
+        for (const long long microseconds : {0, -1}) {
+            CSMTPParams limited = paramsOf(25);
+            limited.*limit = kx::CTimeSpan::fromMicroseconds(microseconds);
+            m_calls.takeOptions();
+            EXPECT_THROW(CSMTPClient::doInitialRequestInit(*m_request, limited), kx::CInvalidArgError);
+            EXPECT_EQ(m_calls.takeOptions(), Texts());
+        }
+    }
+}
+
 TEST_F(CSMTPClientOptionsTest, everyRefusalOfLibcurlIsThrown)
 {
     for (const CURLoption option : {CURLOPT_CONNECT_ONLY, CURLOPT_UPLOAD, CURLOPT_MAIL_FROM, CURLOPT_MAIL_RCPT}) {
@@ -593,6 +654,18 @@ TEST_F(CSMTPClientTest, refusedMessage)
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getProps().get("responseCode"), "552");
     EXPECT_EQ(error->getProps().get("serverMessage"), "552 too much\r\n");
+}
+
+TEST_F(CSMTPClientTest, aConnectionOutlivesARefusedMessage)
+{
+    takeMail(greetAndTakeEnvelope().readUntil("\r\n.\r\n").send("552 too much\r\n"));
+    auto client = newClient();
+    const auto error = errorOf([&client] { send(*client, "lost\r\n"); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getProps().get("responseCode"), "552");
+    send(*client);
+    client = nullptr;
+    EXPECT_EQ(received(), "MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\nlost\r\n.\r\n" + conversation);
 }
 
 TEST_F(CSMTPClientTest, disconnectionWhileTheMessageIsSent)

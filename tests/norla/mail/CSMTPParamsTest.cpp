@@ -18,6 +18,9 @@ TEST(CSMTPParamsTest, isAnUnencryptedServerWithoutLoginAtFirst)
     EXPECT_EQ(params.connectType, CSMTPParams::ConnectUnencrypted);
     EXPECT_EQ(params.userName, "");
     EXPECT_EQ(params.password, "");
+    EXPECT_TRUE(params.connectTimeout.isInfinite());
+    EXPECT_TRUE(params.responseTimeout.isInfinite());
+    EXPECT_TRUE(params.fullTimeout.isInfinite());
 }
 
 TEST(CSMTPParamsTest, numbersItsTypesAsTheyAreStored)

@@ -1,0 +1,145 @@
+// What a mail server's failures say to a person, and how long they take.
+#include "norla/async/CAsyncNetRequestThread.h"
+#include "tests/norla/mail/CSMTPClientFixture.h"
+
+#include <chrono>
+
+namespace {
+
+using mail_test::CSMTPParams;
+using mail_test::errorOf;
+
+/// A mail that fails, sent by perform() and in the background.
+class CSMTPClientFailureTest : public mail_test::CSMTPClientFixture, public testing::WithParamInterface<bool> {
+protected:
+    kx::P<kx::CError> failureOf(const CSMTPParams& params)
+    {
+        const auto request = kx::newObj<norla::CNetRequest>();
+        prepare(*request, params);
+        if (!GetParam())
+            return errorOf([&request] { request->perform(); });
+        const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
+        thread->addRequest(request.get());
+        thread->start();
+        EXPECT_TRUE(request->waitAsyncDone(20'000));
+        return errorOf([&request] { request->checkAsyncResult(); });
+    }
+
+    CSMTPParams secureParams() const
+    {
+        CSMTPParams secure = params();
+        secure.connectType = CSMTPParams::ConnectStartTLS;
+        return secure;
+    }
+
+    /// The failure with that limit for each reply, which has to come in time.
+    kx::P<kx::CError> failureInTime(CSMTPParams limited)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        auto error = failureOf(limited);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
+        return error;
+    }
+
+    CSMTPParams limitedParams() const
+    {
+        CSMTPParams limited = params();
+        limited.responseTimeout = kx::CTimeSpan::fromSeconds(1);
+        return limited;
+    }
+};
+
+TEST_P(CSMTPClientFailureTest, theServerReplyIsTheRefusalAndNotTheGoodbye)
+{
+    greet()
+        .readUntil("\r\n")
+        .send("250 sender\r\n")
+        .readUntil("\r\n")
+        .send("550-5.1.1 no\r\n550 5.1.1 such\r\n")
+        .readUntil("QUIT\r\n")
+        .send("221 Bye\r\n");
+    const auto error = failureOf(params());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getProps().get("serverReply"), "550-5.1.1 no\n550 5.1.1 such");
+    EXPECT_EQ(error->getProps().get("responseCode"), "550");
+}
+
+TEST_P(CSMTPClientFailureTest, theServerReplyOfARefusedMessage)
+{
+    greetAndTakeEnvelope().readUntil("\r\n.\r\n").send("554 5.7.1 spam\r\n").readUntil("QUIT\r\n");
+    const auto error = failureOf(params());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getProps().get("serverReply"), "554 5.7.1 spam");
+}
+
+TEST_P(CSMTPClientFailureTest, aFailureOfTLSIsNoReplyOfTheServer)
+{
+    greet("250 STARTTLS\r\n")
+        .readUntil("STARTTLS\r\n")
+        .send("220 Ready to start TLS\r\n")
+        .readBytes(1)
+        .send("no TLS\r\n");
+    const auto error = failureOf(secureParams());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_SSL_CONNECT_ERROR);
+    EXPECT_EQ(error->getProps().get("serverMessage"), "220 Ready to start TLS\r\n");
+    EXPECT_FALSE(error->getProps().has("serverReply"));
+}
+
+TEST_P(CSMTPClientFailureTest, aLostConnectionIsNoReplyOfTheServer)
+{
+    greet().readUntil("\r\n").send("250 sender\r\n").readUntil("\r\n").closeHard();
+    const auto error = failureOf(params());
+    ASSERT_NE(error, nullptr);
+    EXPECT_FALSE(error->getProps().has("serverReply"));
+    EXPECT_EQ(error->getProps().get("serverMessage"), "250 sender\r\n");
+}
+
+TEST_P(CSMTPClientFailureTest, aMissingGreetingEndsInTime)
+{
+    m_server.onConnection().readToEnd();
+    const auto error = failureInTime(limitedParams());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT);
+}
+
+TEST_P(CSMTPClientFailureTest, aReplyThatMakesNoSenseEndsInTime)
+{
+    greet().readUntil("\r\n").send("sender?\r\n").readUntil("QUIT\r\n");
+    const auto error = failureInTime(limitedParams());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT);
+}
+
+TEST_P(CSMTPClientFailureTest, aMissingReplyToAMessageEndsInTime)
+{
+    greetAndTakeEnvelope().readUntil("\r\n.\r\n").readToEnd();
+    const auto error = failureInTime(limitedParams());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT);
+}
+
+TEST_P(CSMTPClientFailureTest, aMissingGreetingEndsWithTheConnectTimeout)
+{
+    m_server.onConnection().readToEnd();
+    CSMTPParams limited = params();
+    limited.connectTimeout = kx::CTimeSpan::fromMilliseconds(500);
+    const auto error = failureInTime(limited);
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT);
+}
+
+TEST_P(CSMTPClientFailureTest, theWholeOfAMailCanBeLimited)
+{
+    greet().readUntil("\r\n").send("sender?\r\n").readToEnd();
+    CSMTPParams limited = params();
+    limited.fullTimeout = kx::CTimeSpan::fromMilliseconds(700);
+    const auto error = failureInTime(limited);
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT);
+}
+
+INSTANTIATE_TEST_SUITE_P(, CSMTPClientFailureTest, testing::Bool(),
+    [](const auto& isInBackground) { return isInBackground.param ? "inTheBackground" : "performed"; });
+
+} // namespace
