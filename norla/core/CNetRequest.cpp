@@ -810,21 +810,11 @@ void CNetRequest::throwError(
     CURLcode code, const kx::String& responseCodeDomain, int responseCode, const kx::String& message)
 {
     throw CCURLError(code, message.isEmpty() ? getErrorMessage() : message, responseCodeDomain, responseCode,
-        getServerMessage(responseCodeDomain, responseCode),
-        responseCodeDomain == "smtp" ? lastRefusal(*m_responseInfo) : kx::String());
+        emptyIfItFails([&] { return getServerMessage(responseCodeDomain, responseCode); }),
+        emptyIfItFails([&] { return responseCodeDomain == "smtp" ? lastRefusal(*m_responseInfo) : kx::String(); }));
 }
 
-// The failure itself is what must be told.
-kx::String CNetRequest::getServerMessage(const kx::String& responseCodeDomain, int responseCode) noexcept
-{
-    try {
-        return readServerMessage(responseCodeDomain, responseCode);
-    } catch (const std::exception&) {
-        return kx::String();
-    }
-}
-
-kx::String CNetRequest::readServerMessage(const kx::String& responseCodeDomain, int responseCode)
+kx::String CNetRequest::getServerMessage(const kx::String& responseCodeDomain, int responseCode)
 {
     if (responseCodeDomain == "smtp" && responseCode >= 1)
         return getLastResponseLine();
@@ -845,11 +835,9 @@ kx::String CNetRequest::getLastResponseLine()
 kx::String CNetRequest::getServerErrorMessageFromResponseData(
     const unsigned char* data, int size, const HeaderMap& headers)
 {
-    try {
+    return emptyIfItFails([&] {
         return serverMessage({reinterpret_cast<const char*>(data), static_cast<size_t>(std::max(size, 0))}, headers);
-    } catch (const std::exception&) {
-        return kx::String(); // the failure itself is what must be told
-    }
+    });
 }
 
 void CNetRequest::setAsyncInfo(bool done, CURLcode result)
