@@ -1,32 +1,22 @@
 #include "norla/s3/CS3Client.h"
 
 #include "kx/base/CInvalidArgError.h"
-#include "kx/log/log.h"
 #include "kx/streams/CBufferStream.h"
 #include "kx/text/numbers.h"
-#include "kx/threads/CThread.h"
 #include "kx/time/CTime.h"
 #include "kx/time/CTimeFields.h"
-#include "norla/core/CCURLError.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3Error.h"
-#include "norla/s3/CS3ErrorResponse.h"
 #include "sela/CDigestType_MD5.h"
 #include "sela/base64.h"
-#include "sela/hmac.h"
 
-#include <algorithm>
-#include <array>
 #include <limits>
-#include <string_view>
+#include <string>
 
 namespace norla {
 
 namespace {
-
-constexpr int retryPauseMs = 100;
-constexpr int httpNotFound = 404;
 
 kx::String endpointURL(bool useSSL, const kx::String& host)
 {
@@ -36,13 +26,13 @@ kx::String endpointURL(bool useSSL, const kx::String& host)
         throw kx::CInvalidArgError(
             "endpoint host must be a host name with or without a port, not '" + shown + "'", "CS3Client::CS3Client");
     }
-    return kx::String::fromLatin1(useSSL ? "https://" : "http://") + host + "/";
+    return (useSSL ? "https://" : "http://") + host + "/";
 }
 
 void requireName(const kx::String& name, const char* message, const char* functionName)
 {
     if (name.isEmpty())
-        throw kx::CInvalidArgError(kx::String::fromLatin1(message), kx::String::fromLatin1(functionName));
+        throw kx::CInvalidArgError(message, functionName);
 }
 
 void requireNames(const kx::String& bucketName, const kx::String& objectName, const char* functionName)
@@ -56,8 +46,7 @@ void requireRange(long long start, long long length, const char* functionName)
     const auto require = [&](bool isRight, const char* message) {
         if (!isRight)
             throw kx::CInvalidArgError(
-                kx::String::fromLatin1(message) + ": " + kx::toString(start) + ", " + kx::toString(length),
-                kx::String::fromLatin1(functionName));
+                message + kx::String(": ") + kx::toString(start) + ", " + kx::toString(length), functionName);
     };
     require(start >= 0, "start must not be negative");
     require(length >= -1, "length must not be less than -1");
@@ -67,54 +56,6 @@ void requireRange(long long start, long long length, const char* functionName)
 kx::String now()
 {
     return kx::CTimeFields(kx::CTime::now(), kx::CTimeFields::TypeUTC).toInternetTimestamp();
-}
-
-bool isOneOf(const kx::String& text, std::initializer_list<const char*> choices)
-{
-    return std::any_of(
-        choices.begin(), choices.end(), [&text](const char* choice) { return text == kx::String::fromLatin1(choice); });
-}
-
-/// 0 when there was no answer.
-int responseCodeOf(const CCURLError& error)
-{
-    const kx::CProps& props = error.getProps();
-    return props.has("responseCode") ? static_cast<int>(kx::parseInt64(props.get("responseCode"), false)) : 0;
-}
-
-bool saysNotFound(const kx::CError& error)
-{
-    if (const auto* const curlError = dynamic_cast<const CCURLError*>(&error))
-        return responseCodeOf(*curlError) == httpNotFound;
-    return error.getDomain() == "http" && error.getCode() == httpNotFound;
-}
-
-bool isTransient(const CCURLError& error)
-{
-    constexpr std::array<long long, 5> transientCodes
-        = {CURLE_COULDNT_CONNECT, CURLE_OPERATION_TIMEDOUT, CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR};
-    return error.getDomain() == "curl"
-        && std::find(transientCodes.begin(), transientCodes.end(), error.getCode()) != transientCodes.end();
-}
-
-void logInvalidResponse(const CNetRequest::Buffer& responseData)
-{
-    try {
-        const kx::String text
-            = kx::String::fromLatin1({reinterpret_cast<const char*>(responseData.getData()), responseData.getSize()});
-        kx::logErrorData(
-            "S3 returned an error, but the response data is not a valid S3 error response.", "S3ResponseData", text);
-    } catch (const std::exception& error) {
-        kx::logError(error, "Error converting S3 response data to string object.", kx::String());
-    }
-}
-
-kx::String describe(const kx::CError& error, int attempt)
-{
-    const auto* const s3Error = dynamic_cast<const CS3Error*>(&error);
-    const kx::String what = s3Error ? "Received " + s3Error->getS3Code() + " response from S3"
-                                    : "Got error during S3 request: " + error.getMessage();
-    return what + " (try " + kx::toString(attempt) + ").";
 }
 
 } // namespace
@@ -299,38 +240,6 @@ kx::P<CS3ListObjectsResult> CS3Client::listObjects(CNetRequest& request, const k
     return kx::newObj<CS3ListObjectsResult>(request.getDefaultReceiveBuffer().get());
 }
 
-int CS3Client::performRequest(CNetRequest& request)
-{
-    for (int attempt = 1;; ++attempt) {
-        try {
-            performOnce(request);
-            return attempt;
-        } catch (const kx::CError& error) {
-            if (!shouldRetryRequest(error))
-                throw;
-            if (shouldSlowDown(error))
-                kx::logWarning(error, "Received slowdown response from S3", kx::String());
-            const kx::String text = describe(error, attempt);
-            if (attempt > m_maxRetries) {
-                kx::logError(error, text + " Too many retries. Giving up!", kx::String());
-                throw;
-            }
-            kx::logInfo(text + " Waiting 100ms and retrying.");
-        }
-        kx::CThread::sleep(retryPauseMs);
-    }
-}
-
-void CS3Client::performOnce(CNetRequest& request)
-{
-    try {
-        request.perform();
-    } catch (std::exception& error) {
-        tryThrowBetterError(error, *request.getDefaultReceiveBuffer());
-        throw;
-    }
-}
-
 kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx::String& url)
 {
     request.reset();
@@ -357,143 +266,12 @@ kx::String CS3Client::getObjectURL(CNetRequest& request, const kx::String& bucke
     return m_endpointURL + request.urlEscape(bucketName) + "/" + request.urlEscape(objectName);
 }
 
-void CS3Client::makeSingleLineHeaderValue(kx::String& value)
-{
-    size_t lineFeed = value.find(L'\n');
-    while (lineFeed != kx::String::npos) {
-        value = value.substr(0, lineFeed) + " " + value.substr(lineFeed).trimLeft();
-        lineFeed = value.find(L'\n', lineFeed);
-    }
-}
-
 void CS3Client::addContentMD5(CNetHeaders& headers, const void* data, size_t size)
 {
     m_md5->reset();
     m_md5->update(data, size);
     m_md5->finish();
     headers.add("Content-MD5", sela::base64Encode(m_md5->getBytes(), m_md5->getLength(), true, false));
-}
-
-kx::String CS3Client::getHeaderFromMap(const HeaderMap& map, const kx::String& name)
-{
-    const auto found = map.find(name);
-    return found == map.end() ? kx::String() : found->second;
-}
-
-kx::String CS3Client::getCanonicalizedAMZHeaders(const HeaderMap& map)
-{
-    // The map is ordered by code point already, as the signature wants its lines.
-    const kx::String prefix = "x-amz-";
-    kx::String lines;
-    for (auto header = map.lower_bound(prefix); header != map.end() && header->first.startsWith(prefix); ++header) {
-        kx::String value = header->second;
-        makeSingleLineHeaderValue(value);
-        lines += header->first + ":" + value + "\n";
-    }
-    return lines;
-}
-
-kx::String CS3Client::getCanonicalizedResource(const kx::String& url)
-{
-    constexpr std::wstring_view schemeEnd = L"://";
-    const std::wstring& text = url.toWide();
-    const size_t scheme = text.find(schemeEnd);
-    const size_t path = scheme == std::wstring::npos ? scheme : text.find(L'/', scheme + schemeEnd.size());
-    if (path == std::wstring::npos)
-        throw kx::CError("Invalid Amazon S3 query URL: '" + url + "'.");
-    const size_t query = text.find(L'?', path);
-    const bool hasParameters = query != std::wstring::npos && text.find_first_of(L"=&", query) != std::wstring::npos;
-    return url.substr(path, hasParameters ? query - path : kx::String::npos);
-}
-
-kx::String CS3Client::getStringToSign(CNetRequest* request)
-{
-    HeaderMap headers;
-    if (const auto list = request->getCustomHTTPHeaders())
-        list->fillMap(headers);
-    const kx::String date = headers.contains("x-amz-date") ? kx::String() : getHeaderFromMap(headers, "date");
-    return request->getHTTPMethod() + "\n" + getHeaderFromMap(headers, "content-md5") + "\n"
-        + getHeaderFromMap(headers, "content-type") + "\n" + date + "\n" + getCanonicalizedAMZHeaders(headers)
-        + getCanonicalizedResource(request->getURL());
-}
-
-kx::String CS3Client::getSignature(CNetRequest* request)
-{
-    const std::string message = getStringToSign(request).toUTF8();
-    sela::calcHMAC_SHA1(m_signatureBuffer, reinterpret_cast<const unsigned char*>(message.data()), message.size(),
-        reinterpret_cast<const unsigned char*>(m_secretAccessKeyUTF8.data()), m_secretAccessKeyUTF8.size());
-    return sela::base64Encode(m_signatureBuffer.getData(), m_signatureBuffer.getSize(), true, false);
-}
-
-void CS3Client::signRequest(CNetRequest* request)
-{
-    kx::P<CNetHeaders> headers = request->getCustomHTTPHeaders();
-    const bool isNew = !headers;
-    if (isNew)
-        headers = kx::newObj<CNetHeaders>();
-    headers->add("Authorization", "AWS " + m_accessKeyId + ":" + getSignature(request));
-    if (isNew)
-        request->setCustomHTTPHeaders(headers.get());
-}
-
-void CS3Client::extractErrorCodes(const std::exception& e, kx::String& s3Code, kx::String& httpCode)
-{
-    s3Code = kx::String();
-    httpCode = kx::String();
-    if (const auto* const s3Error = dynamic_cast<const CS3Error*>(&e))
-        s3Code = s3Error->getS3Code();
-    if (const auto* const error = dynamic_cast<const kx::CError*>(&e))
-        httpCode = error->getProps().get("responseCode");
-}
-
-bool CS3Client::shouldRetryRequest(const std::exception& e) const
-{
-    kx::String s3Code;
-    kx::String httpCode;
-    extractErrorCodes(e, s3Code, httpCode);
-    if (!s3Code.isEmpty())
-        return isOneOf(s3Code,
-            {"InternalError", "SlowDown", "IncompleteBody", "InvalidDigest", "OperationAborted",
-                "RequestTimeTooSkewed"});
-    if (!httpCode.isEmpty())
-        return isOneOf(httpCode, {"500", "503", "400", "409"});
-    const auto* const curlError = dynamic_cast<const CCURLError*>(&e);
-    return curlError && isTransient(*curlError);
-}
-
-bool CS3Client::shouldSlowDown(const std::exception& e) const
-{
-    kx::String s3Code;
-    kx::String httpCode;
-    extractErrorCodes(e, s3Code, httpCode);
-    return s3Code.isEmpty() ? httpCode == "503" : s3Code == "SlowDown";
-}
-
-bool CS3Client::isNotFoundError(const std::exception& e) const
-{
-    kx::String s3Code;
-    kx::String httpCode;
-    extractErrorCodes(e, s3Code, httpCode);
-    return httpCode == "404" || isOneOf(s3Code, {"NoSuchKey", "NoSuchBucket"});
-}
-
-void CS3Client::tryThrowBetterError(std::exception& e, const Buffer& responseData)
-{
-    const auto* const curlError = dynamic_cast<const CCURLError*>(&e);
-    const int responseCode = curlError ? responseCodeOf(*curlError) : 0;
-    if (responseCode <= 0 || responseData.getSize() == 0)
-        return;
-    kx::P<CS3ErrorResponse> response;
-    try {
-        if (responseData.getSize() > size_t{std::numeric_limits<int>::max()})
-            throw kx::CError("The response is too long for an S3 error response.");
-        response = kx::newObj<CS3ErrorResponse>(
-            reinterpret_cast<const char*>(responseData.getData()), static_cast<int>(responseData.getSize()));
-    } catch (const std::exception&) {
-        logInvalidResponse(responseData);
-        return;
-    }
-    throw CS3Error(*response, responseCode);
 }
 
 } // namespace norla

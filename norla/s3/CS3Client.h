@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kx/base/CBase.h"
+#include "kx/base/CError.h"
 #include "kx/base/P.h"
 #include "kx/containers/TBuffer.h"
 #include "kx/containers/TMap.h"
@@ -175,6 +176,8 @@ public:
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 
 private:
+    static bool saysNotFound(const kx::CError& error);
+
     void performOnce(CNetRequest& request);
     void addContentMD5(CNetHeaders& headers, const void* data, size_t size);
 

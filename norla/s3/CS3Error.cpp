@@ -2,12 +2,11 @@
 
 #include "kx/text/numbers.h"
 #include "norla/s3/CS3ErrorResponse.h"
+#include "norla/s3/httpStatus.h"
 
 namespace norla {
 
 namespace {
-
-constexpr int httpNotFound = 404;
 
 kx::CProps propsOf(const CS3ErrorResponse& response, int httpResponseCode)
 {
