@@ -17,7 +17,8 @@ namespace norla {
 namespace {
 
 constexpr int maxDepth = 100; // wxWidgets frees a tree recursively
-constexpr long long maxBlockSize = 1 << 20;
+constexpr long long usualBlockSize = 1 << 20;
+constexpr long long maxBlockSize = 1 << 29;
 
 struct CFreeParser {
     void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
@@ -49,30 +50,46 @@ public:
     /// @return the root; null when the document is refused
     std::unique_ptr<wxXmlNode> build(wxInputStream& stream)
     {
-        // One byte more than there are, so that the end is seen at once.
         const long long length = stream.GetLength();
-        const auto blockSize = static_cast<int>(length < 0 ? maxBlockSize : std::min(length + 1, maxBlockSize));
-        bool isLast = false;
-        while (!isLast) {
-            void* const block = XML_GetBuffer(m_parser.get(), blockSize);
-            if (!block)
-                throw std::bad_alloc();
-            const auto size = static_cast<int>(stream.Read(block, static_cast<size_t>(blockSize)).LastRead());
-            isLast = size < blockSize;
-            const XML_Status status = XML_ParseBuffer(m_parser.get(), size, isLast);
-            if (m_error)
-                std::rethrow_exception(m_error);
-            if (status != XML_STATUS_OK)
+        // One byte more than there are, so that the end is seen at once.
+        long long left = length < 0 ? 0 : length + 1;
+        long long blockSize = usualBlockSize;
+        for (bool isLast = false; !isLast;) {
+            const auto wanted = static_cast<int>(left > 0 ? std::min(left, blockSize) : blockSize);
+            const int size = readBlock(stream, wanted);
+            isLast = size < wanted;
+            left -= size;
+            m_hasEvents = false;
+            if (!parseBlock(size, isLast))
                 return nullptr;
+            // expat scans what it could not finish anew with each block: twice as much at a time keeps that linear.
+            blockSize = m_hasEvents ? usualBlockSize : std::min(2 * blockSize, maxBlockSize);
         }
         return std::move(m_root);
     }
 
 private:
+    int readBlock(wxInputStream& stream, int size)
+    {
+        void* const block = XML_GetBuffer(m_parser.get(), size);
+        if (!block)
+            throw std::bad_alloc();
+        return static_cast<int>(stream.Read(block, static_cast<size_t>(size)).LastRead());
+    }
+
+    bool parseBlock(int size, bool isLast)
+    {
+        const XML_Status status = XML_ParseBuffer(m_parser.get(), size, isLast);
+        if (m_error)
+            std::rethrow_exception(m_error);
+        return status == XML_STATUS_OK;
+    }
+
     template <typename TAction>
     static void handle(void* builder, TAction action) noexcept
     {
         auto& self = *static_cast<CTreeBuilder*>(builder);
+        self.m_hasEvents = true;
         if (self.m_isStopped)
             return;
         try {
@@ -178,7 +195,8 @@ private:
     wxXmlNode* m_open = nullptr;      // the innermost element that has not ended; owned by the root, as the next one
     wxXmlNode* m_lastChild = nullptr; // of m_open
     int m_depth = 0;
-    std::string m_text; // which expat gives in pieces
+    std::string m_text;       // which expat gives in pieces
+    bool m_hasEvents = false; // in the current block
     bool m_isStopped = false;
     std::exception_ptr m_error;
 };

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace {
@@ -201,6 +202,106 @@ TEST(QuietXMLTest, readsAStreamToItsEnd)
     wxXmlDocument document;
     ASSERT_TRUE(norla::loadQuietly(document, stream));
     EXPECT_EQ(outlineOf(document), "<a>[any ]<b></>[text]</>");
+}
+
+/// A document with something long in its middle, which is made as it is read. Knows its length or not.
+class CLongStream : public wxInputStream {
+public:
+    CLongStream(std::string before, size_t length, std::string after, bool knowsLength)
+        : m_before(std::move(before))
+        , m_end(m_before.size() + length)
+        , m_after(std::move(after))
+        , m_knowsLength(knowsLength)
+    {
+    }
+
+    wxFileOffset GetLength() const override
+    {
+        return m_knowsLength ? static_cast<wxFileOffset>(size()) : wxInvalidOffset;
+    }
+    size_t size() const { return m_end + m_after.size(); }
+    size_t blockCount() const { return m_blockCount; }
+    size_t largestBlock() const { return m_largestBlock; }
+
+protected:
+    size_t OnSysRead(void* buffer, size_t count) override
+    {
+        ++m_blockCount;
+        m_largestBlock = std::max(m_largestBlock, count);
+        const size_t given = std::min(count, size() - m_position);
+        for (size_t i = 0; i < given; ++i, ++m_position)
+            static_cast<char*>(buffer)[i] = next();
+        m_lasterror = given < count ? wxSTREAM_EOF : wxSTREAM_NO_ERROR;
+        return given;
+    }
+
+private:
+    char next() const
+    {
+        if (m_position < m_before.size())
+            return m_before[m_position];
+        return m_position < m_end ? 'x' : m_after[m_position - m_end];
+    }
+
+    const std::string m_before;
+    const size_t m_end;
+    const std::string m_after;
+    const bool m_knowsLength;
+    size_t m_position = 0;
+    size_t m_blockCount = 0;
+    size_t m_largestBlock = 0;
+};
+
+struct CLongToken {
+    const char* name;
+    const char* before;
+    const char* after;
+    bool isTaken;
+};
+
+class QuietXMLLongTokenTest : public testing::TestWithParam<std::tuple<CLongToken, bool>> {};
+
+// expat scans a token that has not ended anew with each block: as many blocks as there are mebibytes would take time that
+// grows with the square of the length.
+TEST_P(QuietXMLLongTokenTest, isReadInFewBlocksThatTogetherHoldTheDocument)
+{
+    const auto& [token, knowsLength] = GetParam();
+    constexpr size_t length = 16 << 20;
+    CLongStream stream(token.before, length, token.after, knowsLength);
+    wxXmlDocument document;
+    EXPECT_EQ(norla::loadQuietly(document, stream), token.isTaken);
+    EXPECT_LE(stream.blockCount(), 7u);
+    EXPECT_LE(stream.largestBlock(), length);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tokens, QuietXMLLongTokenTest,
+    testing::Combine(
+        testing::Values(CLongToken{"comment", "<a><!--", "--></a>", true},
+            CLongToken{"commentBeforeTheRoot", "<!--", "--><a/>", true},
+            CLongToken{"commentWithoutEnd", "<a><!--", "", false}, CLongToken{"name", "<", "/>", true},
+            CLongToken{"attribute", "<a b='", "'/>", true}, CLongToken{"attributeName", "<a ", "=''/>", true},
+            CLongToken{"instruction", "<a><?p ", "?></a>", true}, CLongToken{"entity", "<a>&", ";</a>", false},
+            CLongToken{"garbage", "", "", false}),
+        testing::Bool()),
+    [](const auto& tested) {
+        return std::get<0>(tested.param).name + std::string(std::get<1>(tested.param) ? "OfKnownLength" : "");
+    });
+
+TEST(QuietXMLTest, goesBackToUsualBlocksBehindALongToken)
+{
+    CLongStream stream("<a><!--", 4 << 20, "-->" + std::string(20 << 20, 'x') + "</a>", true);
+    wxXmlDocument document;
+    EXPECT_TRUE(norla::loadQuietly(document, stream));
+    EXPECT_GE(stream.blockCount(), 16u);
+}
+
+// A long text is no such token: expat gives what it has of it.
+TEST(QuietXMLTest, readsALongTextInUsualBlocks)
+{
+    CLongStream stream("<a>", 8 << 20, "</a>", true);
+    wxXmlDocument document;
+    EXPECT_TRUE(norla::loadQuietly(document, stream));
+    EXPECT_EQ(stream.largestBlock(), size_t{1} << 20);
 }
 
 } // namespace
