@@ -1,6 +1,7 @@
 #include "norla/core/CNetHeaders.h"
 
 #include "kx/base/CInvalidArgError.h"
+#include "tests/support/errorOf.h"
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
@@ -113,6 +114,53 @@ TEST(CNetHeadersTest, addsToWhatTheMapHolds)
     Map map{{"x-a", "1"}, {"x-b", "left"}};
     headers->fillMap(map);
     EXPECT_EQ(map, (Map{{"x-a", "1,2"}, {"x-b", "left"}}));
+}
+
+TEST(CNetHeadersTest, writesAnEmptyHeaderThatIsSentAsLibcurlWantsIt)
+{
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    headers->addEmpty("  X-Empty\t");
+    EXPECT_STREQ(headers->getCurlList()->data, "X-Empty;");
+}
+
+TEST(CNetHeadersTest, knowsAnEmptyHeaderThatIsSent)
+{
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    headers->addEmpty("X-Empty");
+    headers->add("X-A", "1");
+    EXPECT_EQ(mapOf(*headers), (Map{{"x-a", "1"}, {"x-empty", ""}}));
+}
+
+TEST(CNetHeadersTest, doesNotSplitTheLineOfAnEmptyHeaderThatIsSent)
+{
+    expectSplitError("X-Empty;", "Invalid argument passed to 'CNetHeaders::splitEntry': entry contains no ':'.");
+}
+
+TEST(CNetHeadersTest, refusesWhatIsNoNameOfAnEmptyHeader)
+{
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    for (const kx::String name : {"", " ", "a:b", "a;b", "a;", "a\rb", "a\nb"})
+        EXPECT_EQ(support::messageOf([&] { headers->addEmpty(name); }),
+            "Invalid argument passed to 'CNetHeaders::addEmpty': '" + name + "' is not the name of a header.");
+    EXPECT_EQ(headers->getCurlList(), nullptr);
+}
+
+TEST(CNetHeadersTest, sendsTheEmptyHeadersOfOneKindOnDemand)
+{
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    headers->add("X-Mine-A", "");
+    headers->add("x-mine-b", "2");
+    headers->add("X-Other", "");
+    headers->add("X-MINE", "");
+    const curl_slist* const first = headers->getCurlList();
+    const Map before = mapOf(*headers);
+    headers->sendEmpty("x-Mine-");
+    EXPECT_EQ(headers->getCurlList(), first);
+    EXPECT_STREQ(first->data, "X-Mine-A;");
+    EXPECT_STREQ(first->next->data, "x-mine-b: 2");
+    EXPECT_STREQ(first->next->next->data, "X-Other: ");
+    EXPECT_STREQ(first->next->next->next->data, "X-MINE: ");
+    EXPECT_EQ(mapOf(*headers), before);
 }
 
 TEST(CNetHeadersTest, iteratesOverNamesAndValues)
