@@ -1,5 +1,6 @@
 #include "norla/s3/CS3ObjectEnum.h"
 
+#include "kx/base/CError.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3ListObjectsResult.h"
 
@@ -49,8 +50,12 @@ bool CS3ObjectEnum::nextPage()
         }
         // Not the page's own marker, which many services leave out.
         m_marker = m_currPage->getContents().back()->getKey();
+        if (m_usedMarkers.contains(m_marker))
+            throw kx::CError("The listing of the bucket '" + m_bucketName + "' does not end: it came to the marker '"
+                + m_marker + "' again.");
     }
     m_currPage = m_client->listObjects(*m_request, m_bucketName, m_prefix, kx::String(), m_marker, m_maxKeys);
+    m_usedMarkers.insert(m_marker); // not before: a page that could not be fetched is asked for again
     m_index = 0;
     m_finished = !isWithin(m_index, *m_currPage);
     return !m_finished;

@@ -5,6 +5,8 @@
 #include "kx/text/String.h"
 #include "norla/s3/CS3ListObjectsElement.h"
 
+#include <set>
+
 namespace norla {
 
 class CNetRequest;
@@ -30,6 +32,8 @@ public:
     /// Goes on to the next object, the first one at first. May block for the request of a page.
     /// @return false when there is none, and from then on
     /// @throws as CS3Client::listObjects(); calling it again tries the same page again
+    /// @throws kx::CError "The listing of the bucket '...' does not end: it came to the marker '...' again.", and from then on,
+    /// when the service says that the listing goes on where it has been already
     bool next();
 
     /// Goes on to the first object of the next page, leaving out what is left of this one. Otherwise as next().
@@ -47,6 +51,7 @@ private:
     kx::P<CS3ListObjectsResult> m_currPage; // null before the first
     int m_index = 0;
     kx::String m_marker;
+    std::set<kx::String> m_usedMarkers; // of the pages that have come
     bool m_finished = false;
 };
 

@@ -143,6 +143,42 @@ TEST_F(CS3ObjectEnumTest, triesItsFirstPageAgainAfterAFailure)
     EXPECT_EQ(rest(*objects), Keys{"pa"});
 }
 
+TEST_F(CS3ObjectEnumTest, endsWithAnErrorWhenAPageRepeatsTheOneBefore)
+{
+    answerPage({"pa", "pb"}, true);
+    answerPage({"pa", "pb"}, true);
+    const auto objects = enumerate();
+    for (const char* const key : {"pa", "pb", "pa", "pb"}) {
+        ASSERT_TRUE(objects->next());
+        EXPECT_EQ(objects->getCurrObject()->getKey(), key);
+    }
+    for (int i = 0; i < 2; ++i) {
+        const auto error = support::errorOf([&] { objects->next(); });
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->getMessage(), "The listing of the bucket 'b' does not end: it came to the marker 'pb' again.");
+        EXPECT_EQ(error->getDomain(), "");
+        EXPECT_EQ(error->getCode(), -1);
+        EXPECT_FALSE(objects->getCurrObject());
+    }
+    EXPECT_EQ(server().connectionCount(), 2u);
+}
+
+TEST_F(CS3ObjectEnumTest, endsWithAnErrorWhenPagesGoRoundInACircle)
+{
+    for (const char* const key : {"pa", "pb", "pc", "pa"})
+        answerPage({key}, true);
+    EXPECT_EQ(support::messageOf([this] { rest(*enumerate()); }),
+        "The listing of the bucket 'b' does not end: it came to the marker 'pa' again.");
+    EXPECT_EQ(server().connectionCount(), 4u);
+}
+
+TEST_F(CS3ObjectEnumTest, endsWithAnErrorWhenAPageComesBackToTheStart)
+{
+    answerPage({"pb", "pa"}, true);
+    EXPECT_EQ(support::messageOf([this] { rest(*enumerate("pa")); }),
+        "The listing of the bucket 'b' does not end: it came to the marker 'pa' again.");
+}
+
 TEST_F(CS3ObjectEnumTest, passesArgumentErrorsOn)
 {
     const auto objects = kx::newObj<CS3ObjectEnum>(&client(), &request(), "", "", "", -1);
