@@ -1,14 +1,16 @@
-#include "kx/text/numbers.h"
 #include "kx/time/CTime.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3ErrorResponse.h"
+#include "tests/curlcalls/CWaitCalls.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
 
+#include <array>
 #include <stdexcept>
+#include <string_view>
 
 namespace {
 
@@ -74,15 +76,14 @@ TEST_F(CS3ErrorJudgementTest, knowsNoCodesOfOtherExceptions)
 
 TEST_F(CS3ErrorJudgementTest, retriesWhatTheServiceCallsTransient)
 {
-    for (const kx::String& code : kx::TArray<kx::String>{"InternalError", "SlowDown", "IncompleteBody", "InvalidDigest",
-             "OperationAborted", "RequestTimeTooSkewed"})
+    for (const kx::String code :
+        {"InternalError", "SlowDown", "IncompleteBody", "InvalidDigest", "OperationAborted", "RequestTimeTooSkewed"})
         EXPECT_TRUE(client().shouldRetryRequest(s3Error(code, 403))) << code;
 }
 
 TEST_F(CS3ErrorJudgementTest, doesNotRetryOtherCodesOfTheService)
 {
-    for (const kx::String& code :
-        kx::TArray<kx::String>{"AccessDenied", "NoSuchKey", "internalerror", "SlowDownPlease"})
+    for (const kx::String code : {"AccessDenied", "NoSuchKey", "internalerror", "SlowDownPlease"})
         EXPECT_FALSE(client().shouldRetryRequest(s3Error(code, 503))) << code;
 }
 
@@ -112,6 +113,62 @@ TEST_F(CS3ErrorJudgementTest, doesNotRetryOtherFailuresOfATransfer)
     for (const CURLcode code : {CURLE_COULDNT_RESOLVE_HOST, CURLE_PEER_FAILED_VERIFICATION, CURLE_PARTIAL_FILE,
              CURLE_WRITE_ERROR, CURLE_URL_MALFORMAT, CURLE_SSL_CONNECT_ERROR})
         EXPECT_FALSE(client().shouldRetryRequest(transferError(code))) << code;
+}
+
+/// The service's codes that are not transient, however much some of them look so.
+constexpr auto lastingCodes = std::to_array<std::string_view>(
+    {"AccessDenied", "AccountProblem", "AllAccessDisabled", "AmbiguousGrantByEmailAddress",
+        "AuthorizationHeaderMalformed", "BadDigest", "Bandwidth", "BandwidthLimitExceeded", "BucketAlreadyExists",
+        "BucketAlreadyOwnedByYou", "BucketNotEmpty", "ConditionalRequestConflict", "CredentialsNotSupported",
+        "EntityTooLarge", "EntityTooSmall", "ExpiredToken", "IllegalVersioningConfigurationException",
+        "InternalFailure", "InvalidAccessKeyId", "InvalidArgument", "InvalidBucketName", "InvalidBucketState",
+        "InvalidObjectState", "InvalidPart", "InvalidRange", "InvalidRequest", "InvalidSecurity", "InvalidToken",
+        "KeyTooLongError", "MalformedXML", "MaxMessageLengthExceeded", "MethodNotAllowed", "MissingContentLength",
+        "NoSuchBucket", "NoSuchBucketPolicy", "NoSuchKey", "NoSuchLifecycleConfiguration", "NoSuchUpload",
+        "NoSuchVersion", "NotFound", "NotImplemented", "PermanentRedirect", "PreconditionFailed", "Redirect",
+        "RequestLimitExceeded", "RequestTimeout", "RequestTimeTooSkewedByFar", "RestoreAlreadyInProgress",
+        "ServiceUnavailable", "SignatureDoesNotMatch", "TemporaryRedirect", "Throttling", "ThrottlingException",
+        "TooManyBuckets", "TooManyRequests", "UnexpectedContent", "internalerror", "SLOWDOWN", "SlowDown ", "Slow"});
+
+TEST_F(CS3ErrorJudgementTest, retriesNoOtherCodeOfTheService)
+{
+    for (const std::string_view code : lastingCodes)
+        EXPECT_FALSE(client().shouldRetryRequest(s3Error(kx::String::fromLatin1(code), 503))) << code;
+}
+
+TEST_F(CS3ErrorJudgementTest, slowsDownForNoOtherCodeOfTheService)
+{
+    for (const std::string_view code : lastingCodes)
+        EXPECT_FALSE(client().shouldSlowDown(s3Error(kx::String::fromLatin1(code), 503))) << code;
+}
+
+TEST_F(CS3ErrorJudgementTest, findsMissingOnlyKeyAndBucket)
+{
+    for (const std::string_view code : lastingCodes)
+        EXPECT_EQ(client().isNotFoundError(s3Error(kx::String::fromLatin1(code), 400)),
+            code == "NoSuchKey" || code == "NoSuchBucket")
+            << code;
+}
+
+TEST_F(CS3ErrorJudgementTest, knowsFourStatusesToRetryOneToSlowDownAndOneForMissing)
+{
+    for (int status = 100; status < 1000; ++status) {
+        EXPECT_EQ(client().shouldRetryRequest(httpError(status)),
+            status == 400 || status == 409 || status == 500 || status == 503)
+            << status;
+        EXPECT_EQ(client().shouldSlowDown(httpError(status)), status == 503) << status;
+        EXPECT_EQ(client().isNotFoundError(httpError(status)), status == 404) << status;
+    }
+}
+
+TEST_F(CS3ErrorJudgementTest, knowsFiveCodesOfATransferToRetry)
+{
+    for (int code = 1; code < CURL_LAST; ++code) {
+        EXPECT_EQ(client().shouldRetryRequest(transferError(static_cast<CURLcode>(code))),
+            code == CURLE_COULDNT_CONNECT || code == CURLE_OPERATION_TIMEDOUT || code == CURLE_GOT_NOTHING
+                || code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR)
+            << code;
+    }
 }
 
 TEST_F(CS3ErrorJudgementTest, looksAtTheStatusBeforeTheTransfersCode)
@@ -311,6 +368,37 @@ TEST_F(CS3ClientRetryTest, waitsBeforeEachRetry)
     EXPECT_GE(kx::CTime::now().getMicroseconds() - start, 2 * 100'000);
 }
 
+TEST_F(CS3ClientRetryTest, waitsTheSameHoweverOftenAndWhateverTheReason)
+{
+    constexpr int failures = 12;
+    for (int i = 0; i < failures / 2; ++i)
+        answers({answerWith(503, errorDocument("SlowDown")), answerWith(500, "")});
+    answer(ok(""));
+    support::CWaitCalls calls;
+    EXPECT_EQ(client().performRequest(request()), failures + 1);
+    EXPECT_EQ(calls.takeWaits(), Lines(failures, "sleep 100"));
+}
+
+TEST_F(CS3ClientRetryTest, doesNotWaitWhenItGivesUp)
+{
+    client().setMaxRetries(1);
+    answers({answerWith(503, ""), answerWith(503, errorDocument("SlowDown"))});
+    support::CWaitCalls calls;
+    EXPECT_TRUE(failure());
+    EXPECT_EQ(calls.takeWaits(), Lines{"sleep 100"});
+}
+
+TEST_F(CS3ClientRetryTest, warnsOfASlowDownWhenItGivesUpToo)
+{
+    client().setMaxRetries(0);
+    answer(answerWith(503, errorDocument("SlowDown")));
+    EXPECT_TRUE(failure());
+    EXPECT_EQ(log(),
+        (Lines{"warning: Received slowdown response from S3: Amazon S3 error: Because(SlowDown)",
+            "error: Received SlowDown response from S3 (try 1). Too many retries. Giving up!: Amazon S3 error: "
+            "Because(SlowDown)"}));
+}
+
 TEST_F(CS3ClientRetryTest, retriesABadRequestWithoutADocument)
 {
     answers({answerWith(400, ""), ok("")});
@@ -424,8 +512,8 @@ TEST_F(CS3ClientRetryTest, makesOneAttemptMoreThanItHasRetries)
 TEST_F(CS3ClientRetryTest, hasFiftyRetriesUnlessToldOtherwise)
 {
     const support::CRefusedPort refused;
-    const auto unheard
-        = kx::newObj<norla::CS3Client>("AKID", secret, false, "127.0.0.1:" + kx::toString(refused.getPort()));
+    const auto unheard = kx::newObj<norla::CS3Client>(
+        "AKID", secret, false, ("127.0.0.1:" + std::to_string(refused.getPort())).c_str());
     unheard->prepareGetObjectRequest(request(), "bucket", "key", 0, -1);
     const auto error = support::errorOf([&] { unheard->performRequest(request()); });
     ASSERT_TRUE(error);

@@ -134,6 +134,12 @@ TEST(CS3StringToSignTest, hasAnEmptyDateLineBesideTheServicesOwnDate)
         stringToSign("GET", "https://host/b/k", {{"Date", "D"}, {"X-Amz-Date", "A"}}), "GET\n\n\n\nx-amz-date:A\n/b/k");
 }
 
+TEST(CS3StringToSignTest, hasAnEmptyDateLineBesideTheServicesOwnDateThatIsEmpty)
+{
+    EXPECT_EQ(
+        stringToSign("GET", "https://host/b/k", {{"Date", "D"}, {"x-amz-date", ""}}), "GET\n\n\n\nx-amz-date:\n/b/k");
+}
+
 TEST(CS3StringToSignTest, ordersTheServicesHeadersByLowerCaseName)
 {
     EXPECT_EQ(stringToSign("GET", "https://host/b/k", {{"X-Amz-Meta-B", "2"}, {"x-amz-meta-a", "1"}}),
@@ -201,6 +207,11 @@ TEST(CS3CanonicalizedResourceTest, isThePath)
 {
     EXPECT_EQ(CS3Client::getCanonicalizedResource("https://host:8080/bucket/a%2Fb"), "/bucket/a%2Fb");
     EXPECT_EQ(CS3Client::getCanonicalizedResource("http://host/"), "/");
+}
+
+TEST(CS3CanonicalizedResourceTest, beginsRightBehindTheSchemeWhereThereIsNoHost)
+{
+    EXPECT_EQ(CS3Client::getCanonicalizedResource("https:///b"), "/b");
 }
 
 TEST(CS3CanonicalizedResourceTest, keepsASubResource)
