@@ -1,6 +1,7 @@
 #include "norla/s3/CS3Document.h"
 
 #include "kx/base/CError.h"
+#include "norla/http/util.h"
 #include "norla/s3/quietXML.h"
 
 #include <wx/mstream.h>
@@ -80,6 +81,16 @@ std::wstring_view CS3Document::contentOf(const wxXmlNode& node)
             return child->GetContent().ToStdWstring();
     }
     return {};
+}
+
+kx::String CS3Document::decodedName(const kx::String& text)
+{
+    // Stores write a blank either way, and always "%2B" for a plus sign.
+    constexpr bool plusAsSpace = true;
+    const kx::String name = urlUnescape(text, plusAsSpace);
+    if (name.isEmpty() && !text.isEmpty())
+        throw kx::CError("The name '" + text + "' in an Amazon S3 listing is not UTF-8.");
+    return name;
 }
 
 } // namespace norla

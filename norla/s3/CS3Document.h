@@ -46,6 +46,16 @@ public:
     /// The same as a text of its own.
     static kx::String textOf(const wxXmlNode& node) { return kx::String(std::wstring(contentOf(node))); }
 
+    /// The name in a listing that percent-encodes its names.
+    /// @throws kx::CError "The name '...' in an Amazon S3 listing is not UTF-8."
+    static kx::String decodedName(const kx::String& text);
+
+    /// The name in an element of a listing, decoded if need be. @throws as decodedName()
+    static kx::String nameIn(const wxXmlNode& node, bool isURLEncoded)
+    {
+        return isURLEncoded ? decodedName(textOf(node)) : textOf(node);
+    }
+
 private:
     static wxXmlNode* firstElement(const wxXmlNode& parent);
     static wxXmlNode* nextElement(const wxXmlNode& sibling);

@@ -7,11 +7,16 @@
 namespace norla {
 
 CS3ListObjectsElement::CS3ListObjectsElement(const wxXmlNode* contentsNode)
+    : CS3ListObjectsElement(contentsNode, false)
 {
-    CS3Document::forEachElement(*contentsNode, [this](const wxXmlNode& element) {
+}
+
+CS3ListObjectsElement::CS3ListObjectsElement(const wxXmlNode* contentsNode, bool isURLEncoded)
+{
+    CS3Document::forEachElement(*contentsNode, [this, isURLEncoded](const wxXmlNode& element) {
         const std::wstring_view name = CS3Document::nameOf(element);
         if (name == L"Key")
-            m_key = CS3Document::textOf(element);
+            m_key = CS3Document::nameIn(element, isURLEncoded);
         else if (name == L"LastModified")
             m_lastModified = CS3Document::textOf(element);
         else if (name == L"ETag")

@@ -14,6 +14,10 @@ public:
     /// @throws kx::CError "Invalid Amazon S3 list objects element: 'Key' field not defined." without a key or with an empty
     /// one; as kx::parseInt64() for a size that is no number
     explicit CS3ListObjectsElement(const wxXmlNode* contentsNode);
+
+    /// The same with the key decoded where it is percent-encoded.
+    /// @throws also kx::CError "The name '...' in an Amazon S3 listing is not UTF-8."
+    CS3ListObjectsElement(const wxXmlNode* contentsNode, bool isURLEncoded);
     ~CS3ListObjectsElement() override;
 
     /// The object's name, never empty.

@@ -2,48 +2,93 @@
 
 #include "kx/base/CError.h"
 #include "norla/s3/CS3Document.h"
+#include "norla/s3/forbiddenCharacters.h"
 
 #include <algorithm>
+#include <string>
+#include <string_view>
 
 namespace norla {
 
-CS3ListObjectsResult::CS3ListObjectsResult(const kx::TBuffer<unsigned char>* data)
+namespace {
+
+bool saysURLEncoded(const wxXmlNode& root)
 {
-    construct(reinterpret_cast<const char*>(data->getData()), data->getSize());
+    bool isURLEncoded = false;
+    CS3Document::forEachElement(root, [&isURLEncoded](const wxXmlNode& element) {
+        if (CS3Document::nameOf(element) == L"EncodingType")
+            isURLEncoded = CS3Document::contentOf(element) == L"url";
+    });
+    return isURLEncoded;
+}
+
+} // namespace
+
+CS3ListObjectsResult::CS3ListObjectsResult(const kx::TBuffer<unsigned char>* data)
+    : CS3ListObjectsResult(data, Names::AsTheyStand)
+{
+}
+
+CS3ListObjectsResult::CS3ListObjectsResult(const kx::TBuffer<unsigned char>* data, Names names)
+{
+    construct(reinterpret_cast<const char*>(data->getData()), data->getSize(), names);
 }
 
 CS3ListObjectsResult::CS3ListObjectsResult(const char* data, int size)
 {
-    construct(data, static_cast<size_t>(std::max(size, 0)));
+    construct(data, static_cast<size_t>(std::max(size, 0)), Names::AsTheyStand);
 }
 
 CS3ListObjectsResult::CS3ListObjectsResult(wxXmlNode* root)
 {
-    construct(root);
+    construct(root, Names::AsTheyStand);
 }
 
 CS3ListObjectsResult::~CS3ListObjectsResult() = default;
 
-void CS3ListObjectsResult::construct(const char* data, size_t size)
+void CS3ListObjectsResult::construct(const char* data, size_t size, Names names)
 {
-    construct(CS3Document(data, size, "'list objects' result").getRoot());
+    constexpr char title[] = "'list objects' result";
+    const std::string escaped
+        = names == Names::AsTheDocumentSays ? withForbiddenCharactersEscaped({data, size}) : std::string();
+    if (names == Names::AsTheyStand || escaped == std::string_view(data, size)) {
+        construct(CS3Document(data, size, title).getRoot(), names);
+        return;
+    }
+    const CS3Document document(escaped.data(), escaped.size(), title);
+    if (!saysURLEncoded(*document.getRoot())) // nothing would decode what was escaped
+        throw kx::CError("Error parsing Amazon S3 'list objects' result: invalid XML.");
+    construct(document.getRoot(), names);
 }
 
-void CS3ListObjectsResult::construct(wxXmlNode* root)
+void CS3ListObjectsResult::construct(wxXmlNode* root, Names names)
 {
     if (CS3Document::nameOf(*root) != L"ListBucketResult")
         throw kx::CError("Error parsing Amazon S3 'list objects' result: root element is not ListBucketResult.");
-    CS3Document::forEachElement(*root, [this](wxXmlNode& element) {
+    const bool isURLEncoded = names == Names::AsTheDocumentSays && saysURLEncoded(*root);
+    CS3Document::forEachElement(*root, [this, isURLEncoded](wxXmlNode& element) {
         const std::wstring_view name = CS3Document::nameOf(element);
         if (name == L"Contents")
-            m_contents.push_back(kx::newObj<CS3ListObjectsElement>(&element));
+            m_contents.push_back(kx::newObj<CS3ListObjectsElement>(&element, isURLEncoded));
         else if (name == L"CommonPrefixes")
-            parseCommonPrefixes(&element);
+            parseCommonPrefixes(&element, isURLEncoded);
         else if (name == L"IsTruncated")
             parseTruncated(element);
         else if (name == L"NextMarker")
             m_nextMarker = CS3Document::textOf(element);
     });
+    if (isURLEncoded)
+        decodeNextMarker();
+}
+
+// Most services encode the marker as they do the names, some do not. It is the last name of the page as a rule, by which the
+// latter can be told.
+void CS3ListObjectsResult::decodeNextMarker()
+{
+    const kx::String lastKey = m_contents.empty() ? kx::String() : m_contents.back()->getKey();
+    const kx::String last = m_commonPrefixes.empty() ? lastKey : std::max(lastKey, m_commonPrefixes.back());
+    const bool isPlain = m_nextMarker.toUTF8() == withForbiddenCharactersEscaped(last.toUTF8());
+    m_nextMarker = isPlain ? last : CS3Document::decodedName(m_nextMarker);
 }
 
 void CS3ListObjectsResult::parseTruncated(const wxXmlNode& node)
@@ -55,11 +100,11 @@ void CS3ListObjectsResult::parseTruncated(const wxXmlNode& node)
     m_truncated = lower == "true";
 }
 
-void CS3ListObjectsResult::parseCommonPrefixes(wxXmlNode* node)
+void CS3ListObjectsResult::parseCommonPrefixes(wxXmlNode* node, bool isURLEncoded)
 {
-    CS3Document::forEachElement(*node, [this](const wxXmlNode& element) {
+    CS3Document::forEachElement(*node, [this, isURLEncoded](const wxXmlNode& element) {
         if (CS3Document::nameOf(element) == L"Prefix")
-            m_commonPrefixes.push_back(CS3Document::textOf(element));
+            m_commonPrefixes.push_back(CS3Document::nameIn(element, isURLEncoded));
     });
 }
 

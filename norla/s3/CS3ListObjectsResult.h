@@ -14,12 +14,22 @@ namespace norla {
 /// One page of a bucket's listing: the "ListBucketResult" document. Immutable.
 class KX_EXPORT CS3ListObjectsResult : public kx::CBase {
 public:
+    /// How the names in the document (keys, common prefixes, the next marker) are to be read.
+    enum class Names {
+        AsTheyStand,
+        AsTheDocumentSays, ///< percent-decoded, with "+" for a blank, where the element EncodingType says "url"
+    };
+
     /// Parses the document.
     /// @param data not null, read during the call
     /// @throws kx::CError "Error parsing Amazon S3 'list objects' result: ..." when the bytes are no such document,
     /// "Bad value for 'IsTruncated' ...", or as CS3ListObjectsElement
     explicit CS3ListObjectsResult(const kx::TBuffer<unsigned char>* data);
     CS3ListObjectsResult(const char* data, int size);
+
+    /// The same, with names to be decoded.
+    /// @throws also kx::CError "The name '...' in an Amazon S3 listing is not UTF-8."
+    CS3ListObjectsResult(const kx::TBuffer<unsigned char>* data, Names names);
 
     /// Reads a "ListBucketResult" element. @param root not null
     explicit CS3ListObjectsResult(wxXmlNode* root);
@@ -39,10 +49,11 @@ public:
     const kx::String& getNextMarker() const noexcept { return m_nextMarker; }
 
 private:
-    void construct(const char* data, size_t size);
-    void construct(wxXmlNode* root);
+    void construct(const char* data, size_t size, Names names);
+    void construct(wxXmlNode* root, Names names);
+    void decodeNextMarker();
     void parseTruncated(const wxXmlNode& node);
-    void parseCommonPrefixes(wxXmlNode* node);
+    void parseCommonPrefixes(wxXmlNode* node, bool isURLEncoded);
 
     bool m_truncated = false;
     kx::TArray<kx::P<CS3ListObjectsElement>> m_contents;

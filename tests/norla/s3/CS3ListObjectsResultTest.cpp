@@ -198,4 +198,78 @@ TEST_F(CS3ListObjectsElementTest, isRefusedWithASizeThatIsNoNumber)
             kx::String::npos);
 }
 
+/// The same, whose names are decoded where it says that they are encoded.
+kx::P<CS3ListObjectsResult> decodedListing(const std::string& children)
+{
+    const std::string document = "<ListBucketResult>" + children + "</ListBucketResult>";
+    const auto bytes = kx::newObj<kx::TBuffer<unsigned char>>();
+    bytes->append(reinterpret_cast<const unsigned char*>(document.data()), document.size());
+    return kx::newObj<CS3ListObjectsResult>(bytes.get(), CS3ListObjectsResult::Names::AsTheDocumentSays);
+}
+
+const std::string encoded = "<EncodingType>url</EncodingType>";
+
+TEST(CS3ListObjectsResultNamesTest, areDecodedWhereTheDocumentSaysSo)
+{
+    const std::string names = "<Contents><Key>a%20b+c%2B%C3%A4%01</Key><ETag>%41</ETag></Contents>"
+                              "<CommonPrefixes><Prefix>d%2F/</Prefix></CommonPrefixes><NextMarker>x%41+</NextMarker>";
+    for (const std::string& document : {encoded + names, names + encoded}) {
+        const auto page = decodedListing(document);
+        EXPECT_EQ(page->getContents().at(0)->getKey(), L"a b c+\u00e4\u0001");
+        EXPECT_EQ(page->getContents().at(0)->getETag(), "%41");
+        EXPECT_EQ(page->getCommonPrefixes().at(0), "d//");
+        EXPECT_EQ(page->getNextMarker(), "xA ");
+    }
+}
+
+TEST(CS3ListObjectsResultNamesTest, stayAsTheyAreWhereTheDocumentDoesNotSaySo)
+{
+    for (const std::string type : {"", "<EncodingType/>", "<EncodingType>none</EncodingType>"}) {
+        const auto page = decodedListing(type + "<Contents><Key>%41+</Key></Contents><NextMarker>%42</NextMarker>");
+        EXPECT_EQ(page->getContents().at(0)->getKey(), "%41+");
+        EXPECT_EQ(page->getNextMarker(), "%42");
+    }
+}
+
+TEST(CS3ListObjectsResultNamesTest, stayAsTheyAreUnlessTheCallerSaysSo)
+{
+    EXPECT_EQ(listing(encoded + "<Contents><Key>%41+</Key></Contents>")->getContents().at(0)->getKey(), "%41+");
+}
+
+TEST(CS3ListObjectsResultNamesTest, leaveTheMarkerOfAStoreThatDoesNotEncodeItAsItIs)
+{
+    const std::string keys = "<Contents><Key>a</Key></Contents><Contents><Key>100%2541%2B</Key></Contents>";
+    const std::string prefix = "<CommonPrefixes><Prefix>c%2541/</Prefix></CommonPrefixes>";
+    EXPECT_EQ(decodedListing(encoded + keys + "<NextMarker>100%41+</NextMarker>")->getNextMarker(), "100%41+");
+    EXPECT_EQ(decodedListing(encoded + keys + "<NextMarker>100%2541%2B</NextMarker>")->getNextMarker(), "100%41+");
+    EXPECT_EQ(decodedListing(encoded + prefix + "<NextMarker>c%41/</NextMarker>")->getNextMarker(), "c%41/");
+    EXPECT_EQ(decodedListing(encoded + keys + prefix + "<NextMarker>c%41/</NextMarker>")->getNextMarker(), "c%41/");
+    EXPECT_EQ(decodedListing(encoded + keys)->getNextMarker(), "");
+}
+
+TEST(CS3ListObjectsResultNamesTest, areReadBesideAMarkerThatXMLForbids)
+{
+    const std::string page
+        = "<Contents><Key>a%2541%01</Key></Contents><NextMarker>a%41&#x01;</NextMarker><Prefix>\x02</Prefix>";
+    EXPECT_EQ(decodedListing(encoded + page)->getNextMarker(), "a%41\x01");
+    EXPECT_EQ(support::messageOf([&] { decodedListing(page); }),
+        "Error parsing Amazon S3 'list objects' result: invalid XML.");
+    EXPECT_EQ(support::messageOf([&] { listing(encoded + page); }),
+        "Error parsing Amazon S3 'list objects' result: invalid XML.");
+}
+
+TEST(CS3ListObjectsResultNamesTest, areRefusedWhenTheyAreNoText)
+{
+    for (const std::string name : {"<Contents><Key>a%FF</Key></Contents>",
+             "<CommonPrefixes><Prefix>a%FF</Prefix></CommonPrefixes>", "<NextMarker>a%FF</NextMarker>"})
+        EXPECT_EQ(support::messageOf([&] { decodedListing(encoded + name); }),
+            "The name 'a%FF' in an Amazon S3 listing is not UTF-8.");
+}
+
+TEST(CS3ListObjectsResultNamesTest, areMissingWhenTheyAreEmpty)
+{
+    EXPECT_EQ(support::messageOf([] { decodedListing(encoded + "<Contents><Key/></Contents>"); }),
+        "Invalid Amazon S3 list objects element: 'Key' field not defined.");
+}
+
 } // namespace
