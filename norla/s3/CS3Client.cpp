@@ -6,21 +6,23 @@
 #include "kx/time/CTime.h"
 #include "kx/time/CTimeFields.h"
 #include "norla/core/CNetHeaders.h"
+#include "norla/s3/CObjectPart.h"
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3Error.h"
 #include "sela/CDigestType_MD5.h"
 #include "sela/base64.h"
 
-#include <limits>
 #include <string>
 
 namespace norla {
 
 namespace {
 
+constexpr long long expectThreshold = 1 << 20;
+
 kx::String endpointURL(bool useSSL, const kx::String& host)
 {
-    if (host.toWide().find_first_of(L"/?#@ ") != std::wstring::npos || host.isEmpty()) {
+    if (host.toWide().find_first_of(L"/?#@ \r\n") != std::wstring::npos || host.isEmpty()) {
         const size_t at = host.rfind(L'@'); // a password may stand before it
         const kx::String shown = at == kx::String::npos ? host : "***" + host.substr(at);
         throw kx::CInvalidArgError(
@@ -29,28 +31,22 @@ kx::String endpointURL(bool useSSL, const kx::String& host)
     return (useSSL ? "https://" : "http://") + host + "/";
 }
 
-void requireName(const kx::String& name, const char* message, const char* functionName)
+void requireName(const kx::String& name, const kx::String& message, const kx::String& functionName)
 {
     if (name.isEmpty())
         throw kx::CInvalidArgError(message, functionName);
 }
 
-void requireNames(const kx::String& bucketName, const kx::String& objectName, const char* functionName)
+void requireNames(const kx::String& bucketName, const kx::String& objectName, const kx::String& functionName)
 {
     requireName(bucketName, "bucket name must not be empty", functionName);
     requireName(objectName, "object name must not be empty", functionName);
 }
 
-void requireRange(long long start, long long length, const char* functionName)
+void requireSingleLine(const kx::String& value, const kx::String& what, const kx::String& functionName)
 {
-    const auto require = [&](bool isRight, const char* message) {
-        if (!isRight)
-            throw kx::CInvalidArgError(
-                message + kx::String(": ") + kx::toString(start) + ", " + kx::toString(length), functionName);
-    };
-    require(start >= 0, "start must not be negative");
-    require(length >= -1, "length must not be less than -1");
-    require(length <= std::numeric_limits<long long>::max() - start, "start + length is beyond 64 bits");
+    if (value.toWide().find_first_of(L"\r\n") != std::wstring::npos)
+        throw kx::CInvalidArgError(what + " must not hold a line end", functionName);
 }
 
 kx::String now()
@@ -67,6 +63,7 @@ CS3Client::CS3Client(
     , m_accessKeyId(accessKeyId)
     , m_secretAccessKeyUTF8(secretAccessKey.toUTF8())
 {
+    requireSingleLine(accessKeyId, "access key id", "CS3Client::CS3Client");
 }
 
 CS3Client::~CS3Client() = default;
@@ -74,18 +71,39 @@ CS3Client::~CS3Client() = default;
 void CS3Client::preparePutObjectRequest(CNetRequest& request, const kx::String& bucketName,
     const kx::String& objectName, const void* data, int size, const kx::String& contentType)
 {
-    requireNames(bucketName, objectName, "CS3Client::preparePutObjectRequest");
+    constexpr char functionName[] = "CS3Client::preparePutObjectRequest";
+    requireNames(bucketName, objectName, functionName);
     if (size < 0)
-        throw kx::CInvalidArgError("size must not be negative", "CS3Client::preparePutObjectRequest");
+        throw kx::CInvalidArgError("size must not be negative", functionName);
     const auto byteCount = static_cast<size_t>(size);
-    const auto headers = beginPrepareRequest(request, getObjectURL(request, bucketName, objectName));
-    request.setHTTPMethod("PUT");
-    addContentMD5(*headers, data, byteCount);
-    if (!contentType.isEmpty())
-        headers->add("Content-Type", contentType);
     const auto body = kx::newObj<Buffer>();
     body->append(static_cast<const unsigned char*>(data), byteCount);
-    request.setSendDataStream(kx::newObj<kx::CBufferStream>(body, 2.0).get());
+    const auto source = kx::newObj<CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(body, 2.0).get());
+    preparePutObjectRequest(request, bucketName, objectName, source.get(), size, md5Of(data, byteCount), contentType);
+}
+
+void CS3Client::preparePutObjectRequest(CNetRequest& request, const kx::String& bucketName,
+    const kx::String& objectName, CNetRequest::IDataSource* source, long long size, const kx::String& contentMD5,
+    const kx::String& contentType)
+{
+    constexpr char functionName[] = "CS3Client::preparePutObjectRequest";
+    requireNames(bucketName, objectName, functionName);
+    if (!source)
+        throw kx::CInvalidArgError("source is null", functionName);
+    if (size < 0)
+        throw kx::CInvalidArgError("size must not be negative", functionName);
+    requireSingleLine(contentMD5, "Content-MD5", functionName);
+    requireSingleLine(contentType, "content type", functionName);
+    const auto headers = beginPrepareRequest(request, getObjectURL(request, bucketName, objectName));
+    request.setHTTPMethod("PUT");
+    if (!contentMD5.isEmpty())
+        headers->add("Content-MD5", contentMD5);
+    if (!contentType.isEmpty())
+        headers->add("Content-Type", contentType);
+    // Empty, so that libcurl leaves its own "Expect: 100-continue" out: with stores that do not answer it, it costs a second.
+    if (size > 0 && size < expectThreshold)
+        headers->add("Expect", "");
+    request.setSendDataSource(source);
     request.setSendDataSize(size);
     finishPrepareRequest(request);
 }
@@ -97,17 +115,24 @@ void CS3Client::putObject(CNetRequest& request, const kx::String& bucketName, co
     performRequest(request);
 }
 
+void CS3Client::putObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
+    CNetRequest::IDataSource* source, long long size, const kx::String& contentMD5, const kx::String& contentType)
+{
+    preparePutObjectRequest(request, bucketName, objectName, source, size, contentMD5, contentType);
+    performRequest(request);
+}
+
 void CS3Client::prepareGetObjectRequest(
     CNetRequest& request, const kx::String& bucketName, const kx::String& objectName, long long start, long long length)
 {
-    requireNames(bucketName, objectName, "CS3Client::prepareGetObjectRequest");
-    requireRange(start, length, "CS3Client::prepareGetObjectRequest");
+    constexpr char functionName[] = "CS3Client::prepareGetObjectRequest";
+    requireNames(bucketName, objectName, functionName);
+    const CObjectPart part(start, length, functionName);
     const auto headers = beginPrepareRequest(request, getObjectURL(request, bucketName, objectName));
-    if (length == 0)
+    if (part.isNothing())
         request.setHTTPMethod("HEAD");
-    else if (start != 0 || length != -1)
-        headers->add("Range",
-            "bytes=" + kx::toString(start) + "-" + (length == -1 ? kx::String() : kx::toString(start + length - 1)));
+    else if (!part.isWhole())
+        headers->add("Range", part.toRange());
     finishPrepareRequest(request);
 }
 
@@ -116,6 +141,13 @@ void CS3Client::getObject(
 {
     prepareGetObjectRequest(request, bucketName, objectName, start, length);
     performRequest(request);
+    const CObjectPart part(start, length, "CS3Client::getObject");
+    if (!part.isNothing() && !part.isWhole() && !part.isAnswerOf(request))
+        throw kx::CError("The store was asked for '" + part.toRange() + "' of the object '" + objectName
+            + "' in the bucket '" + bucketName + "' and gave something else: status "
+            + kx::toString(request.getResponseCode()) + ", Content-Range '"
+            + getHeaderFromMap(request.getResponseHeaderMap(), "content-range") + "', "
+            + kx::toString(static_cast<long long>(request.getDownloadedBytes())) + " bytes.");
 }
 
 void CS3Client::prepareGetObjectHeadersRequest(
@@ -165,8 +197,8 @@ long long CS3Client::getObjectSize(CNetRequest& request, const kx::String& bucke
 void CS3Client::prepareCopyObjectRequest(CNetRequest& request, const kx::String& bucketName,
     const kx::String& existingObjectName, const kx::String& newObjectName)
 {
-    constexpr const char* functionName = "CS3Client::prepareCopyObjectRequest";
-    constexpr const char* message = "neither the existing nor the new object name may be empty";
+    constexpr char functionName[] = "CS3Client::prepareCopyObjectRequest";
+    constexpr char message[] = "neither the existing nor the new object name may be empty";
     requireName(bucketName, "bucket name must not be empty", functionName);
     requireName(existingObjectName, message, functionName);
     requireName(newObjectName, message, functionName);
@@ -266,12 +298,12 @@ kx::String CS3Client::getObjectURL(CNetRequest& request, const kx::String& bucke
     return m_endpointURL + request.urlEscape(bucketName) + "/" + request.urlEscape(objectName);
 }
 
-void CS3Client::addContentMD5(CNetHeaders& headers, const void* data, size_t size)
+kx::String CS3Client::md5Of(const void* data, size_t size)
 {
     m_md5->reset();
     m_md5->update(data, size);
     m_md5->finish();
-    headers.add("Content-MD5", sela::base64Encode(m_md5->getBytes(), m_md5->getLength(), true, false));
+    return sela::base64Encode(m_md5->getBytes(), m_md5->getLength(), true, false);
 }
 
 } // namespace norla

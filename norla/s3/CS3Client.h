@@ -26,8 +26,7 @@ class CNetHeaders;
 /// themselves; the operation prepares and performs it, again and again as long as the failure looks transient. One request
 /// may serve any number of operations, one after the other, and so reuses its connection.
 ///
-/// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping. Names are checked
-/// before the request is touched. The client is used by one thread at a time.
+/// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping. Names are checked before the request is touched. The client is used by one thread at a time.
 class KX_EXPORT CS3Client : public virtual kx::CBase {
 public:
     using HeaderMap = kx::TMap<kx::String, kx::String>;
@@ -35,15 +34,19 @@ public:
 
     /// @param useSSL whether to use https rather than http
     /// @param endpointHost "host" or "host:port" of the store, fixed for the client's life
-    /// @throws kx::CInvalidArgError when the host is empty or more than a host and a port; kx::CError when the secret has no
-    /// UTF-8 form
+    /// @throws kx::CInvalidArgError when the host is empty or more than a host and a port, or when the access key id holds a
+    /// line end; kx::CError when the secret has no UTF-8 form
     CS3Client(const kx::String& accessKeyId, const kx::String& secretAccessKey, bool useSSL,
         const kx::String& endpointHost = "s3.amazonaws.com");
     CS3Client(const CS3Client&) = delete;
     CS3Client& operator=(const CS3Client&) = delete;
     ~CS3Client() override;
 
-    /// How often a failed request is tried again, 50 at first; 0 and less for never. Looked at by performRequest().
+    /// How often a failed request is tried again, 50 at first; 0 and less for never. Looked at by performRequest(). Each attempt
+    /// may take as long as a request may: 30 seconds to connect, 30 seconds in which nothing moves, and no limit on the whole,
+    /// unless the caller sets one on a prepared request (CNetRequest::setConnectTimeout(), setFullRequestTimeout()). A program in
+    /// which somebody waits wants a small number here, and so does one that asks for headers: status 400 without a document,
+    /// as in all answers to a HEAD, counts as transient, whatever is wrong with the request.
     void setMaxRetries(int maxRetries) { m_maxRetries = maxRetries; }
 
     /// The following two affect requests prepared afterwards, as CNetRequest::setVerbose() (off at first) and
@@ -56,20 +59,38 @@ public:
     void setRootCertBundlePath(const CNetRequest::Path& path) { m_rootCertBundlePath = path; }
 
     /// Stores an object, replacing an earlier one. The bytes are copied.
+    /// Below 1 MiB no answer to "Expect: 100-continue" is waited for before the bytes are sent.
     /// @param size in bytes, 0 or more
     /// @param contentType such as "image/png"; empty leaves it to the store
-    /// @throws kx::CInvalidArgError for an empty name or a negative size; the others as performRequest()
+    /// @throws kx::CInvalidArgError for an empty name, a negative size or a content type with a line end; the others as
+    /// performRequest()
     void preparePutObjectRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
         const void* data, int size, const kx::String& contentType);
     void putObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName, const void* data,
         int size, const kx::String& contentType);
+
+    /// The same for bytes that come from a source, of which nothing is kept in memory.
+    /// @param source not null, gives exactly `size` bytes; a reference is kept until the request is reset. Each attempt seeks to
+    /// its start first.
+    /// @param size in bytes, 0 or more
+    /// @param contentMD5 the Base64 form of the MD5 of the bytes (sela::CDigestType_MD5, sela::base64Encode()), by which the store
+    /// checks what arrives; empty for no such check
+    void preparePutObjectRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
+        CNetRequest::IDataSource* source, long long size, const kx::String& contentMD5, const kx::String& contentType);
+    void putObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
+        CNetRequest::IDataSource* source, long long size, const kx::String& contentMD5, const kx::String& contentType);
 
     /// Fetches an object, or a part of it, into the request's default receive buffer. A sink that is set on a prepared
     /// request gets the data of every attempt, and the store's error documents too: its write() is told the status.
     /// @param start of the first byte, counted from 0
     /// @param length in bytes; -1 up to the end; 0 asks for the headers alone. A part that ends behind the object's end is cut
     /// there, one that starts behind it is an error (status 416).
-    /// @throws kx::CInvalidArgError also for a negative start, a length below -1 and an end beyond 64 bits
+    ///
+    /// getObject() looks at what a success holds: a store that ignores what it was asked for answers with the whole object.
+    /// Who performs a prepared request looks at status and Content-Range himself (CHTTPContentRange).
+    /// @throws kx::CInvalidArgError also for a negative start, a length below -1 and an end beyond 64 bits; getObject() kx::CError
+    /// "The store was asked for ... and gave something else: ..." when a part was asked for and the answer is neither that part
+    /// nor, from 0 on, a whole object that is no longer; the buffer holds the answer then
     void prepareGetObjectRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
         long long start, long long length);
     void getObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName, long long start,
@@ -114,7 +135,10 @@ public:
         const kx::String& prefix, const kx::String& delimiter, const kx::String& marker, int maxKeys);
 
     /// Performs a prepared request. After a transient failure it waits 100 ms and tries again, with the same date and
-    /// signature, and says so in the log; it blocks all the while.
+    /// signature, and says so in the log; it blocks all the while and cannot be interrupted: setMaxRetries() bounds how long.
+    /// Transient are the service's codes InternalError, SlowDown, IncompleteBody, InvalidDigest, OperationAborted and
+    /// RequestTimeTooSkewed; without a code the HTTP statuses 400, 409, 500 and 503; without an answer connections that could not
+    /// be made, timed out or were lost.
     /// @return how many attempts it took, 1 or more
     /// @throws CS3Error when the store explained the failure, else CCURLError
     int performRequest(CNetRequest& request);
@@ -179,7 +203,7 @@ private:
     static bool saysNotFound(const kx::CError& error);
 
     void performOnce(CNetRequest& request);
-    void addContentMD5(CNetHeaders& headers, const void* data, size_t size);
+    kx::String md5Of(const void* data, size_t size);
 
     const kx::String m_endpointURL; // ends in "/"
     const kx::P<sela::CDigest> m_md5;

@@ -1,3 +1,4 @@
+#include "kx/streams/CBufferStream.h"
 #include "norla/s3/CS3Error.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/CLogRecorder.h"
@@ -5,6 +6,7 @@
 
 namespace {
 
+using norla::CS3Client;
 using norla::CS3Error;
 
 /// The operations against a server; all connections are closed after their answer.
@@ -110,6 +112,17 @@ TEST_F(CS3ClientOperationTest, missesTheSizeInAnAnswer)
     EXPECT_EQ(error->getCode(), -1);
 }
 
+TEST_F(CS3ClientOperationTest, takesNoOtherStatusForAMissingObject)
+{
+    client().setMaxRetries(0);
+    for (const int status : {400, 401, 403, 405, 410, 412, 416, 500, 503}) {
+        answer(head(status));
+        EXPECT_THROW(client().objectExists(request(), "b", "k"), norla::CCURLError) << status;
+        answer(head(status));
+        EXPECT_THROW(client().getObjectSize(request(), "b", "k"), norla::CCURLError) << status;
+    }
+}
+
 TEST_F(CS3ClientOperationTest, passesARefusalOfTheSizeOn)
 {
     answer(head(403));
@@ -172,6 +185,47 @@ TEST_F(CS3ClientOperationTest, doesNotBelieveAListingThatIsNone)
     EXPECT_EQ(support::messageOf([this] { client().listObjects(request(), "b", "", "", "", -1); }),
         "Error parsing Amazon S3 'list objects' result: invalid XML.");
     expectGoodTransfer();
+}
+
+TEST_F(CS3ClientOperationTest, putsAnObjectFromASource)
+{
+    server().onConnection().readHead().readBytes(3).reset();
+    server().onConnection().readHead().readBytes(5).send(ok(""));
+    const auto buffer = kx::newObj<CS3Client::Buffer>();
+    buffer->append(reinterpret_cast<const unsigned char*>("hello"), 5);
+    const auto source = kx::newObj<norla::CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(buffer).get());
+    client().putObject(request(), "b", "k", source.get(), 5, "XUFAKrxLKna5cZ2REBfFkg==", "text/plain");
+    EXPECT_EQ(requestLine(1), "PUT /b/k HTTP/1.1");
+    EXPECT_NE(received(1).find("\r\nContent-Length: 5\r\n"), std::string::npos) << received(1);
+    EXPECT_NE(received(1).find("\r\nContent-MD5: XUFAKrxLKna5cZ2REBfFkg==\r\n"), std::string::npos) << received(1);
+    EXPECT_TRUE(received(1).ends_with("\r\n\r\nhello")) << received(1);
+}
+
+TEST_F(CS3ClientOperationTest, asksForNoGoAheadBeforeASmallObject)
+{
+    constexpr int count = 5;
+    const std::string content((1 << 20) - 1, 'c');
+    for (int i = 0; i < count; ++i)
+        server().onConnection().readHead().readBytes(content.size()).send(answerWith(200, ""));
+    for (int i = 0; i < count; ++i)
+        client().putObject(request(), "b", "k", content.data(), static_cast<int>(content.size()), "");
+    for (size_t i = 0; i < count; ++i) {
+        const std::string head = received(i).substr(0, received(i).find("\r\n\r\n"));
+        EXPECT_EQ(head.find("Expect"), std::string::npos) << head;
+    }
+}
+
+TEST_F(CS3ClientOperationTest, asksForAGoAheadBeforeALargeObject)
+{
+    const std::string content(1 << 20, 'c');
+    server()
+        .onConnection()
+        .readHead()
+        .send("HTTP/1.1 100 Continue\r\n\r\n")
+        .readBytes(content.size())
+        .send(answerWith(200, ""));
+    client().putObject(request(), "b", "k", content.data(), static_cast<int>(content.size()), "");
+    EXPECT_NE(received().find("\r\nExpect: 100-continue\r\n"), std::string::npos);
 }
 
 TEST_F(CS3ClientOperationTest, followsARedirectWithTheBody)

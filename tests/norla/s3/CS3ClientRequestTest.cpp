@@ -1,4 +1,5 @@
 #include "kx/base/CInvalidArgError.h"
+#include "kx/streams/CBufferStream.h"
 #include "kx/time/CTime.h"
 #include "kx/time/CTimeFields.h"
 #include "tests/curlcalls/CCurlCalls.h"
@@ -24,7 +25,7 @@ protected:
         return request().getURL().substr(start.size());
     }
 
-    void put(std::string_view bytes, const kx::String& type = "")
+    void put(std::string_view bytes, const char* type = "")
     {
         client().preparePutObjectRequest(request(), "b", "k", bytes.data(), static_cast<int>(bytes.size()), type);
     }
@@ -66,7 +67,7 @@ TEST_F(CS3ClientRequestTest, goesToTheGivenHost)
 
 TEST_F(CS3ClientRequestTest, refusesAHostThatIsMoreThanAHost)
 {
-    for (const kx::String& host : kx::TArray<kx::String>{"", "http://host", "host/", "a host", "host?x", "host#x"})
+    for (const kx::String host : {"", "http://host", "host/", "a host", "host?x", "host#x", "host\rx", "host\n"})
         EXPECT_EQ(support::messageOf([&host] { CS3Client("id", "secret", true, host); }),
             "Invalid argument passed to 'CS3Client::CS3Client': endpoint host must be a host name with or without a "
             "port, not '"
@@ -289,15 +290,62 @@ TEST_F(CS3ClientRequestTest, listsWithParametersInTheirOrder)
     EXPECT_EQ(listPath("", "", "m", 0), "/b?marker=m&max-keys=0");
 }
 
+TEST_F(CS3ClientRequestTest, leavesOutNoCountButMinusOne)
+{
+    EXPECT_EQ(listPath("", "", "", -2), "/b?max-keys=-2");
+}
+
 TEST_F(CS3ClientRequestTest, signsAListingOverItsPathAlone)
 {
     listPath("p", "", "", 5);
     EXPECT_EQ(CS3Client::getStringToSign(&request()), "GET\n\n\n" + sentHeader("Date") + "\n/b");
 }
 
+/// Gives a text, and knows how long it is.
+kx::P<CNetRequest::IDataSource> sourceOf(const kx::String& text)
+{
+    const std::string bytes = text.toUTF8();
+    const auto buffer = kx::newObj<CNetRequest::Buffer>();
+    buffer->append(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    return kx::newObj<CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(buffer).get());
+}
+
+TEST_F(CS3ClientRequestTest, putsAnObjectFromASource)
+{
+    put("hello", "text/plain");
+    const auto headersOf = [this] {
+        std::vector<kx::String> lines;
+        for (const auto line = request().getCustomHTTPHeaders()->createIterator(); line->next();)
+            lines.push_back(line->getName() + (line->getName() == "Authorization" ? "" : line->getValue()));
+        return lines;
+    };
+    auto expected = headersOf();
+    client().preparePutObjectRequest(
+        request(), "b", "k", sourceOf("hello").get(), 5, "XUFAKrxLKna5cZ2REBfFkg==", "text/plain");
+    expected[0] = "Date" + sentHeader("Date");
+    EXPECT_EQ(headersOf(), expected);
+    EXPECT_EQ(path(), "/b/k");
+    EXPECT_EQ(request().getHTTPMethod(), "PUT");
+    EXPECT_EQ(sentHeader("Authorization"), "AWS AKID:" + client().getSignature(&request()));
+}
+
+TEST_F(CS3ClientRequestTest, putsAnObjectFromASourceWithoutDigestAndType)
+{
+    client().preparePutObjectRequest(request(), "b", "k", sourceOf("hello").get(), 5, "", "");
+    EXPECT_EQ(sentHeader("Content-MD5"), "(missing)");
+    EXPECT_EQ(sentHeader("Content-Type"), "(missing)");
+}
+
+TEST_F(CS3ClientRequestTest, refusesAnAccessKeyOfTwoLines)
+{
+    for (const kx::String key : {"AK\nX-Other: 1", "AK\rID", "AKID\r\n"})
+        EXPECT_EQ(support::messageOf([&key] { CS3Client(key, "secret", true); }),
+            "Invalid argument passed to 'CS3Client::CS3Client': access key id must not hold a line end.");
+}
+
 struct CRefusal {
-    kx::String function;
-    kx::String detail;
+    const char* function;
+    const char* detail;
     std::function<void(CS3Client&, CNetRequest&)> action;
 };
 
@@ -310,14 +358,14 @@ TEST_P(CS3ClientRefusalTest, namesTheFunctionAndLeavesTheRequestAlone)
     ASSERT_TRUE(error);
     EXPECT_TRUE(dynamic_cast<const kx::CInvalidArgError*>(error.get()));
     EXPECT_EQ(error->getMessage(),
-        "Invalid argument passed to 'CS3Client::" + GetParam().function + "': " + GetParam().detail + ".");
+        kx::String("Invalid argument passed to 'CS3Client::") + GetParam().function + "': " + GetParam().detail + ".");
     EXPECT_TRUE(error->getProps().getMap().empty());
     EXPECT_EQ(request().getURL(), "http://before/");
 }
 
-constexpr char noBucket[] = "bucket name must not be empty";
-constexpr char noObject[] = "object name must not be empty";
-constexpr char noCopyName[] = "neither the existing nor the new object name may be empty";
+constexpr const char* noBucket = "bucket name must not be empty";
+constexpr const char* noObject = "object name must not be empty";
+constexpr const char* noCopyName = "neither the existing nor the new object name may be empty";
 
 INSTANTIATE_TEST_SUITE_P(Names, CS3ClientRefusalTest,
     testing::Values(
@@ -327,6 +375,24 @@ INSTANTIATE_TEST_SUITE_P(Names, CS3ClientRefusalTest,
             [](auto& client, auto& request) { client.putObject(request, "b", "", "", 0, ""); }},
         CRefusal{"preparePutObjectRequest", "size must not be negative",
             [](auto& client, auto& request) { client.putObject(request, "b", "k", "", -1, ""); }},
+        CRefusal{"preparePutObjectRequest", "content type must not hold a line end",
+            [](auto& client, auto& request) {
+                client.putObject(request, "b", "k", "", 0, "text/plain\r\nX-Other: 1");
+            }},
+        CRefusal{"preparePutObjectRequest", "content type must not hold a line end",
+            [](auto& client, auto& request) {
+                client.putObject(request, "b", "k", sourceOf("").get(), 0, "", "text/plain\n");
+            }},
+        CRefusal{"preparePutObjectRequest", "Content-MD5 must not hold a line end",
+            [](auto& client, auto& request) {
+                client.putObject(request, "b", "k", sourceOf("").get(), 0, "a\rb", "");
+            }},
+        CRefusal{"preparePutObjectRequest", "source is null",
+            [](auto& client, auto& request) { client.putObject(request, "b", "k", nullptr, 0, "", ""); }},
+        CRefusal{"preparePutObjectRequest", "size must not be negative",
+            [](auto& client, auto& request) { client.putObject(request, "b", "k", sourceOf("").get(), -1, "", ""); }},
+        CRefusal{"preparePutObjectRequest", noObject,
+            [](auto& client, auto& request) { client.putObject(request, "b", "", sourceOf("").get(), 0, "", ""); }},
         CRefusal{"prepareGetObjectRequest", noBucket,
             [](auto& client, auto& request) { client.prepareGetObjectRequest(request, "", "", -1, -1); }},
         CRefusal{"prepareGetObjectRequest", noObject,
