@@ -12,7 +12,9 @@
 #include "sela/CDigestType_MD5.h"
 #include "sela/base64.h"
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 
 namespace norla {
 
@@ -47,6 +49,21 @@ void requireSingleLine(const kx::String& value, const kx::String& what, const kx
 {
     if (value.toWide().find_first_of(L"\r\n") != std::wstring::npos)
         throw kx::CInvalidArgError(what + " must not hold a line end", functionName);
+}
+
+/// Whether segments of the path are "." or "..", which libcurl takes for directions and not for names (RFC 3986 section 5.2.4).
+bool hasDotSegment(const kx::String& url)
+{
+    const std::wstring& text = url.toWide();
+    const size_t end = std::min(text.find_first_of(L"?#"), text.size());
+    for (size_t slash = text.find(L'/'); slash < end;) {
+        const size_t next = std::min(text.find(L'/', slash + 1), end);
+        const std::wstring_view segment = std::wstring_view(text).substr(slash + 1, next - slash - 1);
+        if (segment == L"." || segment == L"..")
+            return true;
+        slash = next;
+    }
+    return false;
 }
 
 kx::String now()
@@ -282,6 +299,8 @@ kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx
     request.setSSLVerifyPeer(m_sslVerifyPeer);
     if (!m_rootCertBundlePath.isEmpty())
         request.setRootCertBundlePath(m_rootCertBundlePath);
+    if (hasDotSegment(url))
+        request.setOptionInt(CURLOPT_PATH_AS_IS, 1);
     auto headers = kx::newObj<CNetHeaders>();
     headers->add("Date", now());
     request.setCustomHTTPHeaders(headers.get());

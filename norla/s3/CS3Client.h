@@ -26,7 +26,8 @@ class CNetHeaders;
 /// themselves; the operation prepares and performs it, again and again as long as the failure looks transient. One request
 /// may serve any number of operations, one after the other, and so reuses its connection.
 ///
-/// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping. Names are checked before the request is touched. The client is used by one thread at a time.
+/// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping; "." and ".." are names
+/// as others. Names are checked before the request is touched. The client is used by one thread at a time.
 class KX_EXPORT CS3Client : public virtual kx::CBase {
 public:
     using HeaderMap = kx::TMap<kx::String, kx::String>;

@@ -4,6 +4,35 @@
 
 namespace {
 
+class S3DotNameTest : public live::S3Session, public testing::WithParamInterface<kx::String> {};
+
+TEST_P(S3DotNameTest, namesAnObjectBesideOthers)
+{
+    put("neighbour", "left alone");
+    put(GetParam(), "content");
+    EXPECT_EQ(get(GetParam()), "content");
+    EXPECT_EQ(get(GetParam(), 3, 2), "te");
+    EXPECT_EQ(client().getObjectSize(request(), m_bucket, GetParam()), 7);
+    EXPECT_EQ(keysOf(""), (Keys{GetParam(), "neighbour"}));
+    client().copyObject(request(), m_bucket, GetParam(), "copy");
+    EXPECT_EQ(get("copy"), "content");
+    client().deleteObject(request(), m_bucket, GetParam());
+    EXPECT_FALSE(client().objectExists(request(), m_bucket, GetParam()));
+    EXPECT_EQ(keysOf(""), (Keys{"copy", "neighbour"}));
+}
+
+TEST_P(S3DotNameTest, namesABucketThatDoesNotExist)
+{
+    put("neighbour", "left alone");
+    EXPECT_TRUE(support::errorOf([this] { client().deleteObject(request(), GetParam(), m_bucket); }));
+    EXPECT_TRUE(support::errorOf([this] { client().listObjects(request(), GetParam(), "", "", "", -1); }));
+    EXPECT_FALSE(client().objectExists(request(), GetParam(), m_bucket));
+    EXPECT_EQ(keysOf(""), Keys{"neighbour"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, S3DotNameTest, testing::Values(".", ".."),
+    [](const auto& tested) { return tested.param == "." ? "One" : "Two"; });
+
 class S3NamesTest : public live::S3Session {};
 
 TEST_F(S3NamesTest, fetchesAPartOfANameThatIsAskedForBehindItsEnd)

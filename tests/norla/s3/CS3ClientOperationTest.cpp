@@ -187,6 +187,21 @@ TEST_F(CS3ClientOperationTest, doesNotBelieveAListingThatIsNone)
     expectGoodTransfer();
 }
 
+TEST_F(CS3ClientOperationTest, asksForNamesOfDotsByTheirNames)
+{
+    for (int i = 0; i < 4; ++i)
+        answer("HTTP/1.1 204 No Content\r\nConnection: close\r\n\r\n");
+    client().deleteObject(request(), "b", ".");
+    client().deleteObject(request(), "b", "..");
+    client().deleteObject(request(), "..", "k");
+    client().prepareListObjectsRequest(request(), "..", "p", "", "", -1);
+    client().performRequest(request());
+    EXPECT_EQ(requestLine(0), "DELETE /b/. HTTP/1.1");
+    EXPECT_EQ(requestLine(1), "DELETE /b/.. HTTP/1.1");
+    EXPECT_EQ(requestLine(2), "DELETE /../k HTTP/1.1");
+    EXPECT_EQ(requestLine(3), "GET /..?prefix=p HTTP/1.1");
+}
+
 TEST_F(CS3ClientOperationTest, putsAnObjectFromASource)
 {
     server().onConnection().readHead().readBytes(3).reset();

@@ -42,6 +42,16 @@ protected:
         return path();
     }
 
+    /// Whether preparing for the URL sets the option.
+    bool isSetFor(const kx::String& url, const char* option, CS3Client& client)
+    {
+        support::CCurlCalls calls;
+        client.beginPrepareRequest(request(), url);
+        const auto options = calls.takeOptions();
+        return std::find(options.begin(), options.end(), option) != options.end();
+    }
+    bool isSetFor(const kx::String& url, const char* option) { return isSetFor(url, option, client()); }
+
     void expectSigned()
     {
         EXPECT_TRUE(sentHeader("Authorization").startsWith("AWS AKID:"));
@@ -299,6 +309,16 @@ TEST_F(CS3ClientRequestTest, signsAListingOverItsPathAlone)
 {
     listPath("p", "", "", 5);
     EXPECT_EQ(CS3Client::getStringToSign(&request()), "GET\n\n\n" + sentHeader("Date") + "\n/b");
+}
+
+TEST_F(CS3ClientRequestTest, letsLibcurlLeaveDotsAloneWhereANameHasThem)
+{
+    for (const kx::String url : {"http://host/b/..", "http://host/./k", "http://host/../k", "http://host/.",
+             "http://host/b/..?acl", "http://host/../"})
+        EXPECT_TRUE(isSetFor(url, "PATH_AS_IS=1")) << url;
+    for (const kx::String url : {"http://host/b/k", "http://host", "http://host/b/...", "http://host/b/.k",
+             "http://host/b/k.", "http://host/b/..%2Fk", "http://host/b?prefix=/../", "http://host/b#/../"})
+        EXPECT_FALSE(isSetFor(url, "PATH_AS_IS=1")) << url;
 }
 
 /// Gives a text, and knows how long it is.
