@@ -299,6 +299,8 @@ kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx
     request.setSSLVerifyPeer(m_sslVerifyPeer);
     if (!m_rootCertBundlePath.isEmpty())
         request.setRootCertBundlePath(m_rootCertBundlePath);
+    if (usesTLS())
+        request.setOptionString(CURLOPT_REDIR_PROTOCOLS_STR, "https");
     if (hasDotSegment(url))
         request.setOptionInt(CURLOPT_PATH_AS_IS, 1);
     auto headers = kx::newObj<CNetHeaders>();

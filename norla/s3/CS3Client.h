@@ -28,6 +28,8 @@ class CNetHeaders;
 ///
 /// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping; "." and ".." are names
 /// as others. Names are checked before the request is touched. The client is used by one thread at a time.
+///
+/// A client that uses https follows no redirect to anything else: it fails with CURLE_UNSUPPORTED_PROTOCOL.
 class KX_EXPORT CS3Client : public virtual kx::CBase {
 public:
     using HeaderMap = kx::TMap<kx::String, kx::String>;
@@ -201,6 +203,7 @@ public:
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 
 private:
+    bool usesTLS() const { return m_endpointURL.startsWith("https:"); }
     static bool saysNotFound(const kx::CError& error);
 
     void performOnce(CNetRequest& request);

@@ -52,6 +52,17 @@ void logInvalidResponse(const CNetRequest::Buffer& responseData)
     }
 }
 
+// libcurl speaks of a protocol that it does not support.
+void explainRedirect(const std::exception& error)
+{
+    const auto* const curlError = dynamic_cast<const CCURLError*>(&error);
+    if (!curlError || curlError->getCode() != CURLE_UNSUPPORTED_PROTOCOL || responseCodeOf(*curlError) <= 0)
+        return;
+    throw CCURLError(CURLE_UNSUPPORTED_PROTOCOL,
+        "the store redirects to a URL that is not https, which is not followed", "http", responseCodeOf(*curlError),
+        kx::String());
+}
+
 kx::String describe(const kx::CError& error, int attempt)
 {
     const auto* const s3Error = dynamic_cast<const CS3Error*>(&error);
@@ -90,6 +101,8 @@ void CS3Client::performOnce(CNetRequest& request)
         request.perform();
     } catch (std::exception& error) {
         tryThrowBetterError(error, *request.getDefaultReceiveBuffer());
+        if (usesTLS())
+            explainRedirect(error);
         throw;
     }
 }

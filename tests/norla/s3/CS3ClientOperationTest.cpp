@@ -2,6 +2,7 @@
 #include "norla/s3/CS3Error.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/CLogRecorder.h"
+#include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
 
 namespace {
@@ -241,6 +242,30 @@ TEST_F(CS3ClientOperationTest, asksForAGoAheadBeforeALargeObject)
         .send(answerWith(200, ""));
     client().putObject(request(), "b", "k", content.data(), static_cast<int>(content.size()), "");
     EXPECT_NE(received().find("\r\nExpect: 100-continue\r\n"), std::string::npos);
+}
+
+TEST_F(CS3ClientOperationTest, doesNotFollowARedirectOutOfTLS)
+{
+    support::CScriptedServer plain;
+    const auto& certificates = support::CTestCertificates::get();
+    server()
+        .onConnection()
+        .startTLS(certificates.serverCertificate(), certificates.serverKey())
+        .readHead()
+        .send("HTTP/1.1 307 Elsewhere\r\nContent-Length: 0\r\nLocation: " + plain.url("/b/k") + "\r\n\r\n");
+    const auto secure = kx::newObj<CS3Client>("AKID", secret, true, host());
+    secure->setRootCertBundlePath(kx::String::fromUTF8(certificates.caFile().string()));
+    const auto error = support::errorOf([&] { secure->putObject(request(), "b", "k", "hello", 5, ""); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getDomain(), "curl");
+    EXPECT_EQ(error->getCode(), CURLE_UNSUPPORTED_PROTOCOL);
+    EXPECT_EQ(error->getMessage(),
+        "Unsupported protocol: the store redirects to a URL that is not https, which is not followed (response code: "
+        "http "
+        "307)");
+    EXPECT_EQ(error->getProps().get("responseCode"), "307");
+    EXPECT_EQ(plain.connectionCount(), 0u);
+    EXPECT_EQ(m_log.lines(), std::vector<std::string>());
 }
 
 TEST_F(CS3ClientOperationTest, followsARedirectWithTheBody)

@@ -321,6 +321,13 @@ TEST_F(CS3ClientRequestTest, letsLibcurlLeaveDotsAloneWhereANameHasThem)
         EXPECT_FALSE(isSetFor(url, "PATH_AS_IS=1")) << url;
 }
 
+TEST_F(CS3ClientRequestTest, followsFromHTTPSToHTTPSAlone)
+{
+    const auto secure = kx::newObj<CS3Client>("id", "secret", true, "host");
+    EXPECT_TRUE(isSetFor("https://host/b", "REDIR_PROTOCOLS_STR=https", *secure));
+    EXPECT_FALSE(isSetFor("http://host/b", "REDIR_PROTOCOLS_STR=https"));
+}
+
 /// Gives a text, and knows how long it is.
 kx::P<CNetRequest::IDataSource> sourceOf(const kx::String& text)
 {
