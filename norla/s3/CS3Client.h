@@ -181,7 +181,8 @@ public:
     /// Base64, 28 characters.
     kx::String getSignature(CNetRequest* request);
 
-    /// Adds the "Authorization" header. Call it once, when the request is complete.
+    /// Adds the "Authorization" header, and lets "x-amz-" headers with an empty value be sent. Call it once, when the request is
+    /// complete.
     void signRequest(CNetRequest* request);
 
     // What is known about a failure.

@@ -76,6 +76,7 @@ void CS3Client::signRequest(CNetRequest* request)
     if (isNew)
         headers = kx::newObj<CNetHeaders>();
     headers->add("Authorization", "AWS " + m_accessKeyId + ":" + getSignature(request));
+    headers->sendEmpty("x-amz-"); // they are signed
     if (isNew)
         request->setCustomHTTPHeaders(headers.get());
 }

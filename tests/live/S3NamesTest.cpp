@@ -1,4 +1,5 @@
 // What of names and values is hard to get to a store, and back.
+#include "norla/core/CNetHeaders.h"
 #include "tests/live/S3Session.h"
 #include "tests/support/errorOf.h"
 
@@ -34,6 +35,18 @@ INSTANTIATE_TEST_SUITE_P(Names, S3DotNameTest, testing::Values(".", ".."),
     [](const auto& tested) { return tested.param == "." ? "One" : "Two"; });
 
 class S3NamesTest : public live::S3Session {};
+
+TEST_F(S3NamesTest, sendsAnEmptyValueThatIsSigned)
+{
+    const auto headers = client().beginPrepareRequest(request(), client().getObjectURL(request(), m_bucket, "k"));
+    headers->add("x-amz-meta-note", "");
+    headers->addEmpty("X-Amz-Meta-Other");
+    request().setHTTPMethod("PUT");
+    request().setSendDataSize(0);
+    client().finishPrepareRequest(request());
+    EXPECT_EQ(client().performRequest(request()), 1);
+    EXPECT_TRUE(client().objectExists(request(), m_bucket, "k"));
+}
 
 TEST_F(S3NamesTest, fetchesAPartOfANameThatIsAskedForBehindItsEnd)
 {

@@ -244,6 +244,24 @@ TEST_F(CS3ClientOperationTest, asksForAGoAheadBeforeALargeObject)
     EXPECT_NE(received().find("\r\nExpect: 100-continue\r\n"), std::string::npos);
 }
 
+TEST_F(CS3ClientOperationTest, sendsEmptyValuesThatAreSigned)
+{
+    answer(answerWith(200, ""));
+    const auto headers = client().beginPrepareRequest(request(), client().getObjectURL(request(), "b", "k"));
+    headers->add("X-Amz-Meta-Note", "");
+    headers->addEmpty("x-amz-meta-other");
+    headers->add("X-Other", "");
+    client().finishPrepareRequest(request());
+    EXPECT_EQ(request().getCustomHTTPHeaders(), headers);
+    EXPECT_EQ(sentHeader("Authorization"), "AWS AKID:" + client().getSignature(&request()));
+    EXPECT_EQ(CS3Client::getStringToSign(&request()),
+        "GET\n\n\n" + sentHeader("Date") + "\nx-amz-meta-note:\nx-amz-meta-other:\n/b/k");
+    client().performRequest(request());
+    EXPECT_NE(received().find("\r\nX-Amz-Meta-Note:\r\n"), std::string::npos) << received();
+    EXPECT_NE(received().find("\r\nx-amz-meta-other:\r\n"), std::string::npos) << received();
+    EXPECT_EQ(received().find("X-Other"), std::string::npos) << received();
+}
+
 TEST_F(CS3ClientOperationTest, doesNotFollowARedirectOutOfTLS)
 {
     support::CScriptedServer plain;
