@@ -277,6 +277,8 @@ void CS3Client::prepareListObjectsRequest(CNetRequest& request, const kx::String
         addParameter("max-keys", kx::toString(maxKeys));
     if (!delimiter.isEmpty())
         addParameter("delimiter", request.urlEscape(delimiter));
+    if (m_urlEncodedListings)
+        addParameter("encoding-type", "url");
     beginPrepareRequest(request, url);
     finishPrepareRequest(request);
 }
@@ -286,7 +288,9 @@ kx::P<CS3ListObjectsResult> CS3Client::listObjects(CNetRequest& request, const k
 {
     prepareListObjectsRequest(request, bucketName, prefix, delimiter, marker, maxKeys);
     performRequest(request);
-    return kx::newObj<CS3ListObjectsResult>(request.getDefaultReceiveBuffer().get());
+    using Names = CS3ListObjectsResult::Names;
+    return kx::newObj<CS3ListObjectsResult>(
+        request.getDefaultReceiveBuffer().get(), m_urlEncodedListings ? Names::AsTheDocumentSays : Names::AsTheyStand);
 }
 
 kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx::String& url)

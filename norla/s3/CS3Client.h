@@ -61,6 +61,11 @@ public:
     /// CNetRequest::setRootCertBundlePath(). Empty, as at first, for libcurl's own.
     void setRootCertBundlePath(const CNetRequest::Path& path) { m_rootCertBundlePath = path; }
 
+    /// Whether listings are asked for with percent-encoded names ("encoding-type=url"), for requests prepared afterwards; off at
+    /// first. Only so can names be listed that hold what XML has no way to write, such as U+0001. listObjects(), and with it
+    /// CS3ObjectEnum, decodes the names of an answer that says that they are encoded.
+    void setURLEncodedListings(bool encoded) { m_urlEncodedListings = encoded; }
+
     /// Stores an object, replacing an earlier one. The bytes are copied.
     /// Below 1 MiB no answer to "Expect: 100-continue" is waited for before the bytes are sent.
     /// @param size in bytes, 0 or more
@@ -217,6 +222,7 @@ private:
     int m_maxRetries = 50;
     bool m_printDebugInfo = false;
     bool m_sslVerifyPeer = true;
+    bool m_urlEncodedListings = false;
     CNetRequest::Path m_rootCertBundlePath;
     Buffer m_signatureBuffer;
 };

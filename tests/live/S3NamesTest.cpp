@@ -1,5 +1,6 @@
 // What of names and values is hard to get to a store, and back.
 #include "norla/core/CNetHeaders.h"
+#include "norla/s3/CS3ObjectEnum.h"
 #include "tests/live/S3Session.h"
 #include "tests/support/errorOf.h"
 
@@ -34,7 +35,42 @@ TEST_P(S3DotNameTest, namesABucketThatDoesNotExist)
 INSTANTIATE_TEST_SUITE_P(Names, S3DotNameTest, testing::Values(".", ".."),
     [](const auto& tested) { return tested.param == "." ? "One" : "Two"; });
 
-class S3NamesTest : public live::S3Session {};
+class S3NamesTest : public live::S3Session {
+protected:
+    Keys enumerated(const kx::String& prefix, int maxKeys)
+    {
+        norla::CS3ObjectEnum objects(&client(), &request(), m_bucket, prefix, "", maxKeys);
+        Keys found;
+        while (objects.next())
+            found.push_back(objects.getCurrObject()->getKey());
+        return found;
+    }
+};
+
+TEST_F(S3NamesTest, listsNamesThatXMLForbidsOnDemand)
+{
+    const Keys keys{"a\x01", "a\x02z", "a b+c%41&<", "a\x7f", L"a\u00e4\uffff"};
+    for (const kx::String& key : keys)
+        put(key, "x");
+    EXPECT_EQ(
+        support::messageOf([this] { keysOf(""); }), "Error parsing Amazon S3 'list objects' result: invalid XML.");
+    client().setURLEncodedListings(true);
+    EXPECT_EQ(keysOf(""), keys);
+    for (const int maxKeys : {1, 2, -1})
+        EXPECT_EQ(enumerated("a", maxKeys), keys) << maxKeys;
+    EXPECT_EQ(enumerated("a\x02", -1), Keys{keys[1]});
+}
+
+TEST_F(S3NamesTest, decodesWhatAListingSumsUp)
+{
+    put("a b\x01/1", "x");
+    put("a b\x01/2", "x");
+    put("c+d\x01/1", "x");
+    client().setURLEncodedListings(true);
+    const auto page = client().listObjects(request(), m_bucket, "", "/", "", 1);
+    EXPECT_EQ(page->getCommonPrefixes(), kx::TArray<kx::String>{"a b\x01/"});
+    EXPECT_EQ(page->getNextMarker(), "a b\x01/");
+}
 
 TEST_F(S3NamesTest, sendsAnEmptyValueThatIsSigned)
 {

@@ -262,6 +262,21 @@ TEST_F(CS3ClientOperationTest, sendsEmptyValuesThatAreSigned)
     EXPECT_EQ(received().find("X-Other"), std::string::npos) << received();
 }
 
+TEST_F(CS3ClientOperationTest, decodesTheNamesOfAListingThatIsAskedForSo)
+{
+    const std::string page = ok("<ListBucketResult><EncodingType>url</EncodingType><Contents><Key>a%01</Key></Contents>"
+                                "</ListBucketResult>",
+        "Connection: close\r\n");
+    answer(page);
+    answer(page);
+    const auto firstKey
+        = [this] { return client().listObjects(request(), "b", "", "", "", -1)->getContents().at(0)->getKey(); };
+    EXPECT_EQ(firstKey(), "a%01");
+    client().setURLEncodedListings(true);
+    EXPECT_EQ(firstKey(), "a\x01");
+    EXPECT_EQ(requestLine(1), "GET /b?encoding-type=url HTTP/1.1");
+}
+
 TEST_F(CS3ClientOperationTest, doesNotFollowARedirectOutOfTLS)
 {
     support::CScriptedServer plain;

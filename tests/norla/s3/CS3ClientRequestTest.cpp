@@ -305,6 +305,16 @@ TEST_F(CS3ClientRequestTest, leavesOutNoCountButMinusOne)
     EXPECT_EQ(listPath("", "", "", -2), "/b?max-keys=-2");
 }
 
+TEST_F(CS3ClientRequestTest, asksForEncodedNamesOnDemandAndLast)
+{
+    client().setURLEncodedListings(true);
+    EXPECT_EQ(listPath("p", "/", "m", 5), "/b?prefix=p&marker=m&max-keys=5&delimiter=%2F&encoding-type=url");
+    EXPECT_EQ(listPath("", "", "", -1), "/b?encoding-type=url");
+    EXPECT_EQ(CS3Client::getStringToSign(&request()), "GET\n\n\n" + sentHeader("Date") + "\n/b");
+    client().setURLEncodedListings(false);
+    EXPECT_EQ(listPath("", "", "", -1), "/b");
+}
+
 TEST_F(CS3ClientRequestTest, signsAListingOverItsPathAlone)
 {
     listPath("p", "", "", 5);
