@@ -1,18 +1,17 @@
 // Works on the objects of an S3 store.
 #include "examples/CFileSource.h"
-#include "examples/CProgressBar.h"
-#include "examples/arguments.h"
+#include "examples/CPartSink.h"
 #include "kx/text/numbers.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3ObjectEnum.h"
+#include "sela/CDigestType_MD5.h"
+#include "sela/base64.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <limits>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,17 +33,16 @@ class CUsageError : public std::exception {};
 kx::String credential(const char* name)
 {
     const char* const value = std::getenv(name);
-    const kx::String variable = "The environment variable " + kx::String::fromLatin1(name);
     if (!value)
-        throw kx::CError(variable + " is not set.");
-    return textOf(value, variable);
+        throw kx::CError(kx::String("The environment variable ") + name + " is not set.");
+    return kx::String::fromUTF8(value);
 }
 
 /// BUCKET/KEY as it stands on the command line.
 struct CPlace {
     explicit CPlace(const std::string& text)
-        : bucket(textOf(text.substr(0, text.find('/')), "BUCKET"))
-        , key(textOf(text.find('/') == std::string::npos ? "" : text.substr(text.find('/') + 1), "KEY"))
+        : bucket(kx::String::fromUTF8(text.substr(0, text.find('/'))))
+        , key(kx::String::fromUTF8(text.find('/') == std::string::npos ? "" : text.substr(text.find('/') + 1)))
     {
     }
 
@@ -52,15 +50,19 @@ struct CPlace {
     kx::String key;
 };
 
-std::string contentOf(const std::string& file)
+/// The Base64 form of the file's MD5. The file is read block by block.
+kx::String md5Of(const std::string& file)
 {
+    constexpr size_t blockSize = 64 << 10;
     std::ifstream in(file, std::ios::binary);
-    std::string content = (std::ostringstream() << in.rdbuf()).str();
-    if (!in)
-        throw kx::CError("The file '" + shownPath(file) + "' cannot be read.");
-    if (content.size() > size_t{std::numeric_limits<int>::max()})
-        throw kx::CError("The file '" + shownPath(file) + "' is larger than 2 GiB, the most that one upload takes.");
-    return content;
+    std::vector<char> block(blockSize);
+    const auto digest = sela::CDigestType_MD5::createDigest();
+    while (in.read(block.data(), blockSize) || in.gcount() > 0)
+        digest->update(block.data(), static_cast<size_t>(in.gcount()));
+    if (!in.eof())
+        throw kx::CError("The file '" + kx::String::fromUTF8(file) + "' cannot be read.");
+    digest->finish();
+    return sela::base64Encode(digest->getBytes(), digest->getLength(), true, false);
 }
 
 class CCommands {
@@ -72,38 +74,36 @@ public:
     {
     }
 
+    /// The file is read twice: for its digest, and to be sent.
     void put(const std::string& file, const std::string& placeText)
     {
         const CPlace place(placeText);
-        const std::string content = contentOf(file);
-        m_client->preparePutObjectRequest(
-            *m_request, place.bucket, place.key, content.data(), static_cast<int>(content.size()), "");
-        m_request->setSendDataSource(kx::newObj<CFileSource>(file).get());
-        m_client->performRequest(*m_request);
-        std::cerr << content.size() << " bytes stored\n";
+        const kx::String md5 = md5Of(file);
+        const auto source = kx::newObj<CFileSource>(file);
+        m_client->putObject(*m_request, place.bucket, place.key, source.get(), source->getLength(), md5, "");
+        std::cerr << source->getLength() << " bytes stored\n";
     }
 
-    /// In pieces, so that the memory needed stays small and a lost connection costs one piece.
+    /// In pieces, each of which is tried again by itself when the store is busy.
     void get(const std::string& placeText, const std::string& file)
     {
         const CPlace place(placeText);
         const auto headers = m_client->getObjectHeaders(*m_request, place.bucket, place.key);
-        const kx::String version = valueOf(headers, "etag");
         const long long size = m_client->getObjectSize(*m_request, place.bucket, place.key);
         const std::string partFile = file + ".part"; // the file has its name when it is complete
         std::ofstream out(partFile, std::ios::binary);
-        CProgressBar progress;
-        for (long long start = 0; start < size; start += pieceSize) {
-            m_client->getObject(*m_request, place.bucket, place.key, start, pieceSize);
-            if (valueOf(m_request->getResponseHeaderMap(), "etag") != version)
-                throw kx::CError("The object has changed while it was fetched.");
-            const auto piece = m_request->getDefaultReceiveBuffer();
-            out.write(reinterpret_cast<const char*>(piece->getData()), static_cast<std::streamsize>(piece->getSize()));
-            progress.show(static_cast<double>(std::min(start + pieceSize, size)), static_cast<double>(size));
+        const auto sink = kx::newObj<CPartSink>(*m_request, out, valueOf(headers, "etag"), size);
+        while (sink->getPosition() < size) {
+            const long long length = std::min(pieceSize, size - sink->getPosition());
+            m_client->prepareGetObjectRequest(*m_request, place.bucket, place.key, sink->getPosition(), length);
+            sink->expectUpTo(sink->getPosition() + length);
+            m_request->setReceiveDataSink(sink.get());
+            m_client->performRequest(*m_request);
+            sink->requireEnd();
         }
         out.close();
         if (!out)
-            throw kx::CError("The file '" + shownPath(partFile) + "' cannot be written.");
+            throw kx::CError("The file '" + kx::String::fromUTF8(partFile) + "' cannot be written.");
         std::filesystem::rename(partFile, file);
         std::cerr << size << " bytes fetched\n";
     }
@@ -121,7 +121,7 @@ public:
     void copy(const std::string& placeText, const std::string& newKey)
     {
         const CPlace place(placeText);
-        m_client->copyObject(*m_request, place.bucket, place.key, textOf(newKey, "NEWKEY"));
+        m_client->copyObject(*m_request, place.bucket, place.key, kx::String::fromUTF8(newKey));
     }
 
     void remove(const std::string& placeText)
@@ -134,7 +134,7 @@ public:
     {
         const CPlace place(placeText);
         const auto headers = m_client->getObjectHeaders(*m_request, place.bucket, place.key);
-        for (const kx::String& name : kx::TArray<kx::String>{"content-length", "content-type", "last-modified", "etag"})
+        for (const char* const name : {"content-length", "content-type", "last-modified", "etag"})
             std::cout << name << ": " << valueOf(headers, name) << '\n';
     }
 
@@ -190,9 +190,9 @@ COptions takeOptions(std::vector<std::string>& words)
         if (words[0] == "--http")
             options.useSSL = false;
         else if (words[0] == "--endpoint")
-            options.endpoint = textOf(words[1], "The value of --endpoint");
+            options.endpoint = kx::String::fromUTF8(words[1]);
         else if (words[0] == "--page")
-            options.pageSize = static_cast<int>(kx::parseInt64(textOf(words[1], "The value of --page"), false));
+            options.pageSize = static_cast<int>(kx::parseInt64(kx::String::fromUTF8(words[1]), false));
         else
             throw CUsageError();
         words.erase(words.begin(), words.begin() + (hasValue ? 2 : 1));

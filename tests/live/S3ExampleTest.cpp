@@ -1,6 +1,7 @@
 // The example s3, run as a person runs it.
 #include "tests/live/exampleRun.h"
 #include "tests/support/CCephServer.h"
+#include "tests/support/CScriptedServer.h"
 #include "tests/support/CTemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -26,6 +27,23 @@ protected:
         return live::run({.arguments = std::move(words),
             .environment = {"S3_ACCESS_KEY_ID=" + s_store->accessKeyId(), "S3_SECRET_ACCESS_KEY=" + m_secret},
             .terminal = terminal});
+    }
+
+    /// The most memory that a run had which succeeds, in bytes.
+    static long long peakMemoryOf(const std::vector<std::string>& words)
+    {
+        std::vector<std::string> command{"python3", "-c",
+            "import resource, subprocess, sys\n"
+            "subprocess.run(sys.argv[1:], check=True, stderr=subprocess.DEVNULL)\n"
+            "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)",
+            NORLA_EXAMPLES_DIR "/s3", "--endpoint", s_store->host(), "--http"};
+        command.insert(command.end(), words.begin(), words.end());
+        const CProcessRun result({.arguments = command,
+            .package = "python3",
+            .environment
+            = {"S3_ACCESS_KEY_ID=" + s_store->accessKeyId(), "S3_SECRET_ACCESS_KEY=" + s_store->secretAccessKey()}});
+        EXPECT_EQ(result.exitStatus(), 0) << result.errors();
+        return 1024 * std::stoll("0" + result.output());
     }
 
     std::string m_secret = s_store->secretAccessKey();
@@ -101,6 +119,154 @@ TEST_F(S3ExampleTest, asksForCredentials)
 {
     const auto result = live::run({"s3", "ls", "bucket"});
     EXPECT_EQ(result.errors(), "s3: The environment variable S3_ACCESS_KEY_ID is not set.\n");
+}
+
+TEST_F(S3ExampleTest, needsNoMoreMemoryForALargeObject)
+{
+    constexpr long long size = 64 << 20;
+    const auto file = m_folder.write("file", "").string();
+    const auto fetched = (m_folder.path() / "fetched").string();
+    const std::vector<std::string> put{"put", file, "bucket/large"};
+    const std::vector<std::string> get{"get", "bucket/large", fetched};
+    std::filesystem::resize_file(file, 1);
+    const long long putPeak = peakMemoryOf(put);
+    const long long getPeak = peakMemoryOf(get);
+    EXPECT_GT(putPeak, 0);
+    std::filesystem::resize_file(file, size);
+    EXPECT_LT(peakMemoryOf(put) - putPeak, size / 8);
+    EXPECT_LT(peakMemoryOf(get) - getPeak, size / 8);
+    EXPECT_EQ(std::filesystem::file_size(fetched), size);
+}
+
+/// `get` from a store that answers as it likes.
+class S3ExampleAnswerTest : public testing::Test {
+protected:
+    static constexpr size_t size = 9 << 20; // two pieces
+    static constexpr size_t firstSize = 8 << 20;
+
+    /// @param status line and headers of an answer that has so many bytes of this letter
+    void answer(const std::string& head, size_t length, char letter)
+    {
+        m_store.onConnection()
+            .readHead()
+            .send(
+                "HTTP/1.1 " + head + "\r\nConnection: close\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n")
+            .send(std::string(length, letter));
+    }
+
+    /// What every fetch begins with: the headers of the object, and its size.
+    void answerHeads()
+    {
+        for (int i = 0; i < 2; ++i)
+            m_store.onConnection().readHead().send(
+                "HTTP/1.1 200 OK\r\nConnection: close\r\nETag: \"1\"\r\nContent-Length: " + std::to_string(size)
+                + "\r\n\r\n");
+    }
+
+    static std::string part(size_t first, size_t last, size_t total = size)
+    {
+        return "206 Partial Content\r\nETag: \"1\"\r\nContent-Range: bytes " + std::to_string(first) + "-"
+            + std::to_string(last) + "/" + std::to_string(total);
+    }
+
+    CProcessRun get()
+    {
+        return live::run({.arguments = {"s3", "--endpoint", "127.0.0.1:" + std::to_string(m_store.getPort()), "--http",
+                              "get", "bucket/key", file()},
+            .environment = {"S3_ACCESS_KEY_ID=id", "S3_SECRET_ACCESS_KEY=secret"}});
+    }
+
+    std::string file() const { return (m_folder.path() / "fetched").string(); }
+
+    void expectFailure(const std::string& message)
+    {
+        const auto result = get();
+        EXPECT_EQ(result.exitStatus(), 1);
+        EXPECT_EQ(result.errors(), "s3: " + message + "\n");
+        EXPECT_FALSE(std::filesystem::exists(file()));
+    }
+
+    static constexpr auto whole = "200 OK\r\nETag: \"1\"";
+
+    support::CScriptedServer m_store;
+    support::CTemporaryFolder m_folder;
+};
+
+TEST_F(S3ExampleAnswerTest, isTakenPieceByPiece)
+{
+    answerHeads();
+    answer(part(0, firstSize - 1), firstSize, 'a');
+    answer(part(firstSize, size - 1), size - firstSize, 'b');
+    EXPECT_EQ(get().errors(), std::to_string(size) + " bytes fetched\n");
+    EXPECT_TRUE(live::contentOf(file()) == std::string(firstSize, 'a') + std::string(size - firstSize, 'b'));
+}
+
+TEST_F(S3ExampleAnswerTest, isTakenAsAWholeFromAStoreThatIgnoresRanges)
+{
+    answerHeads();
+    answer(whole, size, 'a');
+    EXPECT_EQ(get().errors(), std::to_string(size) + " bytes fetched\n");
+    EXPECT_TRUE(live::contentOf(file()) == std::string(size, 'a'));
+    EXPECT_EQ(m_store.connectionCount(), 3u);
+}
+
+TEST_F(S3ExampleAnswerTest, isNotTakenAsAWholeBehindAPiece)
+{
+    answerHeads();
+    answer(part(0, firstSize - 1), firstSize, 'a');
+    answer(whole, size, 'a');
+    expectFailure("The store was asked for the bytes 8388608-9437183 of 9437184 and gave something else: status 200, "
+                  "Content-Range ''.");
+}
+
+TEST_F(S3ExampleAnswerTest, isNotTakenForAnotherPiece)
+{
+    for (const std::string& head :
+        {part(1, firstSize), part(1, firstSize - 1), part(0, firstSize), part(0, firstSize - 1, size + 1),
+            std::string("206 Partial Content\r\nETag: \"1\"\r\nContent-Range: items 0-8388607/9437184")}) {
+        answerHeads();
+        answer(head, firstSize, 'a');
+        expectFailure("The store was asked for the bytes 0-8388607 of 9437184 and gave something else: status 206, "
+                      "Content-Range '"
+            + head.substr(head.rfind(": ") + 2) + "'.");
+    }
+}
+
+TEST_F(S3ExampleAnswerTest, isNotTakenWithoutItsRange)
+{
+    answerHeads();
+    answer("206 Partial Content\r\nETag: \"1\"", firstSize, 'a');
+    expectFailure("The store was asked for the bytes 0-8388607 of 9437184 and gave something else: status 206, "
+                  "Content-Range ''.");
+}
+
+TEST_F(S3ExampleAnswerTest, isNotTakenWithMoreOrLessThanItSays)
+{
+    answerHeads();
+    answer(part(0, firstSize - 1), firstSize + 1, 'a');
+    expectFailure("The store has sent more than it was asked for.");
+    answerHeads();
+    answer(part(0, firstSize - 1), firstSize - 1, 'a');
+    expectFailure("The store has sent less than it was asked for.");
+    answerHeads();
+    answer(whole, size - 1, 'a');
+    expectFailure("The store has sent less than it was asked for.");
+}
+
+TEST_F(S3ExampleAnswerTest, isNotTakenFromAnotherObjectOfThatName)
+{
+    answerHeads();
+    answer("206 Partial Content\r\nETag: \"2\"\r\nContent-Range: bytes 0-8388607/9437184", firstSize, 'a');
+    expectFailure("The object has changed while it was fetched.");
+}
+
+TEST_F(S3ExampleAnswerTest, explainsAPieceThatIsRefused)
+{
+    answerHeads();
+    const std::string document = "<Error><Code>AccessDenied</Code><Message>No</Message></Error>";
+    m_store.onConnection().readHead().send("HTTP/1.1 403 Forbidden\r\nConnection: close\r\nContent-Length: "
+        + std::to_string(document.size()) + "\r\n\r\n" + document);
+    expectFailure("Amazon S3 error: No(AccessDenied)");
 }
 
 } // namespace
