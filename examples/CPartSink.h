@@ -7,8 +7,8 @@
 
 #include <ostream>
 
-/// Writes the parts of an object to a stream, one behind the other, and shows how far it is. It takes no answer for a part that
-/// is another: a store may ignore what it is asked for, and the object may be replaced between two requests.
+/// Writes the parts of an object to a stream, one behind the other, and shows how far it is. It takes no answer for a
+/// part that is another: a store may ignore what it is asked for, and the object may be replaced between two requests.
 class CPartSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
 public:
     /// @param eTag, size of the whole object, as the store gave them
@@ -20,7 +20,8 @@ public:
     {
     }
 
-    /// Call it before each request: what comes next goes from where the sink is up to that byte, which does not belong to it.
+    /// Call it before each request: what comes next goes from where the sink is up to that byte, which does not belong
+    /// to it.
     void expectUpTo(long long end)
     {
         m_end = end;

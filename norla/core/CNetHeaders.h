@@ -19,9 +19,9 @@ public:
     CNetHeaders& operator=(const CNetHeaders&) = delete;
     ~CNetHeaders() override;
 
-    /// Adds the line name + ": " + value, both without surrounding white space. Nothing is checked: line ends within reach the
-    /// server. libcurl does not send a line with an empty value; it leaves out its own header of that name instead
-    /// (CURLOPT_HTTPHEADER). addEmpty() sends one.
+    /// Adds the line name + ": " + value, both without surrounding white space. Nothing is checked: line ends within
+    /// reach the server. libcurl does not send a line with an empty value; it leaves out its own header of that name
+    /// instead (CURLOPT_HTTPHEADER). addEmpty() sends one.
     /// @throws as CNetStringList::add()
     void add(const kx::String& name, const kx::String& value);
 
@@ -30,7 +30,8 @@ public:
     /// @throws kx::CInvalidArgError when the name is empty or holds ":", ";" or a line end; as CNetStringList::add()
     void addEmpty(const kx::String& name);
 
-    /// Lets the headers that add() was given with an empty value, and whose names begin so, be sent as those of addEmpty().
+    /// Lets the headers that add() was given with an empty value, and whose names begin so, be sent as those of
+    /// addEmpty().
     /// @param namePrefix ASCII letters of either case count as the same
     void sendEmpty(const kx::String& namePrefix);
 
@@ -38,8 +39,8 @@ public:
     /// @throws kx::CInvalidArgError when there is no ":" or the name is empty; name and value may have changed then
     static void splitEntry(const kx::String& entry, kx::String& name, kx::String& value);
 
-    /// Adds every line to the map under its lower-cased name, those of addEmpty() with an empty value. Where the name is there already, "," and the value are
-    /// appended (RFC 9110 section 5.3).
+    /// Adds every line to the map under its lower-cased name, those of addEmpty() with an empty value. Where the name
+    /// is there already, "," and the value are appended (RFC 9110 section 5.3).
     void fillMap(kx::TMap<kx::String, kx::String>& map);
 
     /// Walks the lines; it starts before the first.

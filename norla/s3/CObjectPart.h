@@ -20,8 +20,8 @@ public:
     /// "bytes=3-4" or "bytes=3-", the value of a Range header (RFC 9110 section 14.2).
     kx::String toRange() const;
 
-    /// Whether the answer that the request got, a success, is this part: status 206 with a Content-Range that says so, or the
-    /// whole object where it is no larger than what was asked for.
+    /// Whether the answer that the request got, a success, is this part: status 206 with a Content-Range that says so,
+    /// or the whole object where it is no larger than what was asked for.
     bool isAnswerOf(CNetRequest& request) const;
 
 private:

@@ -51,7 +51,8 @@ void requireSingleLine(const kx::String& value, const kx::String& what, const kx
         throw kx::CInvalidArgError(what + " must not hold a line end", functionName);
 }
 
-/// Whether segments of the path are "." or "..", which libcurl takes for directions and not for names (RFC 3986 section 5.2.4).
+/// Whether segments of the path are "." or "..", which libcurl takes for directions and not for names (RFC 3986 section
+/// 5.2.4).
 bool hasDotSegment(const kx::String& url)
 {
     const std::wstring& text = url.toWide();
@@ -117,7 +118,8 @@ void CS3Client::preparePutObjectRequest(CNetRequest& request, const kx::String& 
         headers->add("Content-MD5", contentMD5);
     if (!contentType.isEmpty())
         headers->add("Content-Type", contentType);
-    // Empty, so that libcurl leaves its own "Expect: 100-continue" out: with stores that do not answer it, it costs a second.
+    // Empty, so that libcurl leaves its own "Expect: 100-continue" out: with stores that do not answer it, it costs a
+    // second.
     if (size > 0 && size < expectThreshold)
         headers->add("Expect", "");
     request.setSendDataSource(source);

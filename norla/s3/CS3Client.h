@@ -20,14 +20,15 @@ namespace norla {
 
 class CNetHeaders;
 
-/// Objects in the buckets of Amazon S3 or of a store that speaks its REST protocol with the "AWS" signature (HMAC-SHA1).
+/// Objects in the buckets of Amazon S3 or of a store that speaks its REST protocol with the "AWS" signature
+/// (HMAC-SHA1).
 ///
 /// Every operation comes as a pair: prepare...Request() resets a request and fills it, for callers who perform it
-/// themselves; the operation prepares and performs it, again and again as long as the failure looks transient. One request
-/// may serve any number of operations, one after the other, and so reuses its connection.
+/// themselves; the operation prepares and performs it, again and again as long as the failure looks transient. One
+/// request may serve any number of operations, one after the other, and so reuses its connection.
 ///
-/// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping; "." and ".." are names
-/// as others. Names are checked before the request is touched. The client is used by one thread at a time.
+/// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping; "." and ".." are
+/// names as others. Names are checked before the request is touched. The client is used by one thread at a time.
 ///
 /// A client that uses https follows no redirect to anything else: it fails with CURLE_UNSUPPORTED_PROTOCOL.
 class KX_EXPORT CS3Client : public virtual kx::CBase {
@@ -37,19 +38,20 @@ public:
 
     /// @param useSSL whether to use https rather than http
     /// @param endpointHost "host" or "host:port" of the store, fixed for the client's life
-    /// @throws kx::CInvalidArgError when the host is empty or more than a host and a port, or when the access key id holds a
-    /// line end; kx::CError when the secret has no UTF-8 form
+    /// @throws kx::CInvalidArgError when the host is empty or more than a host and a port, or when the access key id
+    /// holds a line end; kx::CError when the secret has no UTF-8 form
     CS3Client(const kx::String& accessKeyId, const kx::String& secretAccessKey, bool useSSL,
         const kx::String& endpointHost = "s3.amazonaws.com");
     CS3Client(const CS3Client&) = delete;
     CS3Client& operator=(const CS3Client&) = delete;
     ~CS3Client() override;
 
-    /// How often a failed request is tried again, 50 at first; 0 and less for never. Looked at by performRequest(). Each attempt
-    /// may take as long as a request may: 30 seconds to connect, 30 seconds in which nothing moves, and no limit on the whole,
-    /// unless the caller sets one on a prepared request (CNetRequest::setConnectTimeout(), setFullRequestTimeout()). A program in
-    /// which somebody waits wants a small number here, and so does one that asks for headers: status 400 without a document,
-    /// as in all answers to a HEAD, counts as transient, whatever is wrong with the request.
+    /// How often a failed request is tried again, 50 at first; 0 and less for never. Looked at by performRequest().
+    /// Each attempt may take as long as a request may: 30 seconds to connect, 30 seconds in which nothing moves, and no
+    /// limit on the whole, unless the caller sets one on a prepared request (CNetRequest::setConnectTimeout(),
+    /// setFullRequestTimeout()). A program in which somebody waits wants a small number here, and so does one that asks
+    /// for headers: status 400 without a document, as in all answers to a HEAD, counts as transient, whatever is wrong
+    /// with the request.
     void setMaxRetries(int maxRetries) { m_maxRetries = maxRetries; }
 
     /// The following two affect requests prepared afterwards, as CNetRequest::setVerbose() (off at first) and
@@ -61,9 +63,9 @@ public:
     /// CNetRequest::setRootCertBundlePath(). Empty, as at first, for libcurl's own.
     void setRootCertBundlePath(const CNetRequest::Path& path) { m_rootCertBundlePath = path; }
 
-    /// Whether listings are asked for with percent-encoded names ("encoding-type=url"), for requests prepared afterwards; off at
-    /// first. Only so can names be listed that hold what XML has no way to write, such as U+0001. listObjects(), and with it
-    /// CS3ObjectEnum, decodes the names of an answer that says that they are encoded.
+    /// Whether listings are asked for with percent-encoded names ("encoding-type=url"), for requests prepared
+    /// afterwards; off at first. Only so can names be listed that hold what XML has no way to write, such as U+0001.
+    /// listObjects(), and with it CS3ObjectEnum, decodes the names of an answer that says that they are encoded.
     void setURLEncodedListings(bool encoded) { m_urlEncodedListings = encoded; }
 
     /// Stores an object, replacing an earlier one. The bytes are copied.
@@ -78,11 +80,11 @@ public:
         int size, const kx::String& contentType);
 
     /// The same for bytes that come from a source, of which nothing is kept in memory.
-    /// @param source not null, gives exactly `size` bytes; a reference is kept until the request is reset. Each attempt seeks to
-    /// its start first.
+    /// @param source not null, gives exactly `size` bytes; a reference is kept until the request is reset. Each attempt
+    /// seeks to its start first.
     /// @param size in bytes, 0 or more
-    /// @param contentMD5 the Base64 form of the MD5 of the bytes (sela::CDigestType_MD5, sela::base64Encode()), by which the store
-    /// checks what arrives; empty for no such check
+    /// @param contentMD5 the Base64 form of the MD5 of the bytes (sela::CDigestType_MD5, sela::base64Encode()), by
+    /// which the store checks what arrives; empty for no such check
     void preparePutObjectRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
         CNetRequest::IDataSource* source, long long size, const kx::String& contentMD5, const kx::String& contentType);
     void putObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
@@ -91,14 +93,14 @@ public:
     /// Fetches an object, or a part of it, into the request's default receive buffer. A sink that is set on a prepared
     /// request gets the data of every attempt, and the store's error documents too: its write() is told the status.
     /// @param start of the first byte, counted from 0
-    /// @param length in bytes; -1 up to the end; 0 asks for the headers alone. A part that ends behind the object's end is cut
-    /// there, one that starts behind it is an error (status 416).
+    /// @param length in bytes; -1 up to the end; 0 asks for the headers alone. A part that ends behind the object's end
+    /// is cut there, one that starts behind it is an error (status 416).
     ///
-    /// getObject() looks at what a success holds: a store that ignores what it was asked for answers with the whole object.
-    /// Who performs a prepared request looks at status and Content-Range himself (CHTTPContentRange).
-    /// @throws kx::CInvalidArgError also for a negative start, a length below -1 and an end beyond 64 bits; getObject() kx::CError
-    /// "The store was asked for ... and gave something else: ..." when a part was asked for and the answer is neither that part
-    /// nor, from 0 on, a whole object that is no longer; the buffer holds the answer then
+    /// getObject() looks at what a success holds: a store that ignores what it was asked for answers with the whole
+    /// object. Who performs a prepared request looks at status and Content-Range himself (CHTTPContentRange).
+    /// @throws kx::CInvalidArgError also for a negative start, a length below -1 and an end beyond 64 bits; getObject()
+    /// kx::CError "The store was asked for ... and gave something else: ..." when a part was asked for and the answer
+    /// is neither that part nor, from 0 on, a whole object that is no longer; the buffer holds the answer then
     void prepareGetObjectRequest(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
         long long start, long long length);
     void getObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName, long long start,
@@ -118,13 +120,15 @@ public:
     long long getObjectSize(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
 
     /// Copies within one bucket, on the store's side. It is performed once, without retries.
-    /// @throws CCURLError; CS3Error when the store reports the failure after the status of a success; as CS3CopyObjectResult
+    /// @throws CCURLError; CS3Error when the store reports the failure after the status of a success; as
+    /// CS3CopyObjectResult
     void prepareCopyObjectRequest(CNetRequest& request, const kx::String& bucketName,
         const kx::String& existingObjectName, const kx::String& newObjectName);
     void copyObject(CNetRequest& request, const kx::String& bucketName, const kx::String& existingObjectName,
         const kx::String& newObjectName);
 
-    /// Throws what the body of the answer to a copy reports, a CS3Error with the HTTP status 0; returns after a success.
+    /// Throws what the body of the answer to a copy reports, a CS3Error with the HTTP status 0; returns after a
+    /// success.
     void checkCopyObjectResult(const Buffer* responseData);
 
     /// Removes an object. One that does not exist is a success.
@@ -143,10 +147,10 @@ public:
         const kx::String& prefix, const kx::String& delimiter, const kx::String& marker, int maxKeys);
 
     /// Performs a prepared request. After a transient failure it waits 100 ms and tries again, with the same date and
-    /// signature, and says so in the log; it blocks all the while and cannot be interrupted: setMaxRetries() bounds how long.
-    /// Transient are the service's codes InternalError, SlowDown, IncompleteBody, InvalidDigest, OperationAborted and
-    /// RequestTimeTooSkewed; without a code the HTTP statuses 400, 409, 500 and 503; without an answer connections that could not
-    /// be made, timed out or were lost.
+    /// signature, and says so in the log; it blocks all the while and cannot be interrupted: setMaxRetries() bounds how
+    /// long. Transient are the service's codes InternalError, SlowDown, IncompleteBody, InvalidDigest, OperationAborted
+    /// and RequestTimeTooSkewed; without a code the HTTP statuses 400, 409, 500 and 503; without an answer connections
+    /// that could not be made, timed out or were lost.
     /// @return how many attempts it took, 1 or more
     /// @throws CS3Error when the store explained the failure, else CCURLError
     int performRequest(CNetRequest& request);
@@ -163,8 +167,8 @@ public:
     /// The object's URL, in which every "/" of its name is escaped.
     kx::String getObjectURL(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
 
-    /// Makes a header value of several lines a single one: every line feed with the white space behind it becomes one space.
-    /// A carriage return before it stays.
+    /// Makes a header value of several lines a single one: every line feed with the white space behind it becomes one
+    /// space. A carriage return before it stays.
     static void makeSingleLineHeaderValue(kx::String& value);
 
     // What a signature is made of.
@@ -186,8 +190,8 @@ public:
     /// Base64, 28 characters.
     kx::String getSignature(CNetRequest* request);
 
-    /// Adds the "Authorization" header, and lets "x-amz-" headers with an empty value be sent. Call it once, when the request is
-    /// complete.
+    /// Adds the "Authorization" header, and lets "x-amz-" headers with an empty value be sent. Call it once, when the
+    /// request is complete.
     void signRequest(CNetRequest* request);
 
     // What is known about a failure.
@@ -204,8 +208,8 @@ public:
     /// Whether object or bucket do not exist.
     bool isNotFoundError(const std::exception& e) const;
 
-    /// Throws a CS3Error when a CCURLError's response data are the service's error document. Otherwise returns, and logs
-    /// response data that it does not understand.
+    /// Throws a CS3Error when a CCURLError's response data are the service's error document. Otherwise returns, and
+    /// logs response data that it does not understand.
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 
 private:

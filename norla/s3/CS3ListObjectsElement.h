@@ -11,8 +11,8 @@ namespace norla {
 class KX_EXPORT CS3ListObjectsElement : public kx::CBase {
 public:
     /// Reads a "Contents" element. @param contentsNode not null
-    /// @throws kx::CError "Invalid Amazon S3 list objects element: 'Key' field not defined." without a key or with an empty
-    /// one; as kx::parseInt64() for a size that is no number
+    /// @throws kx::CError "Invalid Amazon S3 list objects element: 'Key' field not defined." without a key or with an
+    /// empty one; as kx::parseInt64() for a size that is no number
     explicit CS3ListObjectsElement(const wxXmlNode* contentsNode);
 
     /// The same with the key decoded where it is percent-encoded.

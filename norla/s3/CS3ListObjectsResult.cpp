@@ -81,8 +81,8 @@ void CS3ListObjectsResult::construct(wxXmlNode* root, Names names)
         decodeNextMarker();
 }
 
-// Most services encode the marker as they do the names, some do not. It is the last name of the page as a rule, by which the
-// latter can be told.
+// Most services encode the marker as they do the names, some do not. It is the last name of the page as a rule, by
+// which the latter can be told.
 void CS3ListObjectsResult::decodeNextMarker()
 {
     const kx::String lastKey = m_contents.empty() ? kx::String() : m_contents.back()->getKey();

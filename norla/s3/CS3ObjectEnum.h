@@ -32,8 +32,8 @@ public:
     /// Goes on to the next object, the first one at first. May block for the request of a page.
     /// @return false when there is none, and from then on
     /// @throws as CS3Client::listObjects(); calling it again tries the same page again
-    /// @throws kx::CError "The listing of the bucket '...' does not end: it came to the marker '...' again.", and from then on,
-    /// when the service says that the listing goes on where it has been already
+    /// @throws kx::CError "The listing of the bucket '...' does not end: it came to the marker '...' again.", and from
+    /// then on, when the service says that the listing goes on where it has been already
     bool next();
 
     /// Goes on to the first object of the next page, leaving out what is left of this one. Otherwise as next().

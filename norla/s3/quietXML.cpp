@@ -29,8 +29,8 @@ wxString fromUTF8(const char* text, size_t size)
     return wxString(text, wxConvUTF8, size);
 }
 
-/// Makes the nodes that expat finds. A document that is refused and an error both stop expat, which may still report an event or
-/// two: these are ignored.
+/// Makes the nodes that expat finds. A document that is refused and an error both stop expat, which may still report an
+/// event or two: these are ignored.
 class CTreeBuilder {
 public:
     CTreeBuilder()

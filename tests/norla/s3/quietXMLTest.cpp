@@ -261,8 +261,8 @@ struct CLongToken {
 
 class QuietXMLLongTokenTest : public testing::TestWithParam<std::tuple<CLongToken, bool>> {};
 
-// expat scans a token that has not ended anew with each block: as many blocks as there are mebibytes would take time that
-// grows with the square of the length.
+// expat scans a token that has not ended anew with each block: as many blocks as there are mebibytes would take time
+// that grows with the square of the length.
 TEST_P(QuietXMLLongTokenTest, isReadInFewBlocksThatTogetherHoldTheDocument)
 {
     const auto& [token, knowsLength] = GetParam();
