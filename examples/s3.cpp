@@ -1,6 +1,7 @@
 // Works on the objects of an S3 store.
 #include "examples/CFileSource.h"
 #include "examples/CPartSink.h"
+#include "examples/arguments.h"
 #include "kx/text/numbers.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3ObjectEnum.h"
@@ -33,16 +34,17 @@ class CUsageError : public std::exception {};
 kx::String credential(const char* name)
 {
     const char* const value = std::getenv(name);
+    const kx::String variable = "The environment variable " + kx::String::fromLatin1(name);
     if (!value)
-        throw kx::CError(kx::String("The environment variable ") + name + " is not set.");
-    return kx::String::fromUTF8(value);
+        throw kx::CError(variable + " is not set.");
+    return textOf(value, variable);
 }
 
 /// BUCKET/KEY as it stands on the command line.
 struct CPlace {
     explicit CPlace(const std::string& text)
-        : bucket(kx::String::fromUTF8(text.substr(0, text.find('/'))))
-        , key(kx::String::fromUTF8(text.find('/') == std::string::npos ? "" : text.substr(text.find('/') + 1)))
+        : bucket(textOf(text.substr(0, text.find('/')), "BUCKET"))
+        , key(textOf(text.find('/') == std::string::npos ? "" : text.substr(text.find('/') + 1), "KEY"))
     {
     }
 
@@ -103,7 +105,7 @@ public:
         }
         out.close();
         if (!out)
-            throw kx::CError("The file '" + kx::String::fromUTF8(partFile) + "' cannot be written.");
+            throw kx::CError("The file '" + shownPath(partFile) + "' cannot be written.");
         std::filesystem::rename(partFile, file);
         std::cerr << size << " bytes fetched\n";
     }
@@ -121,7 +123,7 @@ public:
     void copy(const std::string& placeText, const std::string& newKey)
     {
         const CPlace place(placeText);
-        m_client->copyObject(*m_request, place.bucket, place.key, kx::String::fromUTF8(newKey));
+        m_client->copyObject(*m_request, place.bucket, place.key, textOf(newKey, "NEWKEY"));
     }
 
     void remove(const std::string& placeText)
@@ -134,7 +136,7 @@ public:
     {
         const CPlace place(placeText);
         const auto headers = m_client->getObjectHeaders(*m_request, place.bucket, place.key);
-        for (const char* const name : {"content-length", "content-type", "last-modified", "etag"})
+        for (const kx::String& name : kx::TArray<kx::String>{"content-length", "content-type", "last-modified", "etag"})
             std::cout << name << ": " << valueOf(headers, name) << '\n';
     }
 
@@ -190,9 +192,9 @@ COptions takeOptions(std::vector<std::string>& words)
         if (words[0] == "--http")
             options.useSSL = false;
         else if (words[0] == "--endpoint")
-            options.endpoint = kx::String::fromUTF8(words[1]);
+            options.endpoint = textOf(words[1], "The value of --endpoint");
         else if (words[0] == "--page")
-            options.pageSize = static_cast<int>(kx::parseInt64(kx::String::fromUTF8(words[1]), false));
+            options.pageSize = static_cast<int>(kx::parseInt64(textOf(words[1], "The value of --page"), false));
         else
             throw CUsageError();
         words.erase(words.begin(), words.begin() + (hasValue ? 2 : 1));

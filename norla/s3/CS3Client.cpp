@@ -30,7 +30,7 @@ kx::String endpointURL(bool useSSL, const kx::String& host)
         throw kx::CInvalidArgError(
             "endpoint host must be a host name with or without a port, not '" + shown + "'", "CS3Client::CS3Client");
     }
-    return (useSSL ? "https://" : "http://") + host + "/";
+    return kx::String::fromLatin1(useSSL ? "https://" : "http://") + host + "/";
 }
 
 void requireName(const kx::String& name, const kx::String& message, const kx::String& functionName)

@@ -1,4 +1,5 @@
 // Proxy settings: a list of proxies, a list of direct hosts and a URL, on a line each.
+#include "kx/containers/TArray.h"
 #include "norla/proxy/CProxySettings.h"
 #include "tests/fuzz/require.h"
 

@@ -1,4 +1,5 @@
 // What of names and values is hard to get to a store, and back.
+#include "kx/containers/TArray.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/s3/CS3ObjectEnum.h"
 #include "tests/live/S3Session.h"
@@ -32,7 +33,7 @@ TEST_P(S3DotNameTest, namesABucketThatDoesNotExist)
     EXPECT_EQ(keysOf(""), Keys{"neighbour"});
 }
 
-INSTANTIATE_TEST_SUITE_P(Names, S3DotNameTest, testing::Values(".", ".."),
+INSTANTIATE_TEST_SUITE_P(Names, S3DotNameTest, testing::ValuesIn(kx::TArray<kx::String>{".", ".."}),
     [](const auto& tested) { return tested.param == "." ? "One" : "Two"; });
 
 class S3NamesTest : public live::S3Session {

@@ -1,6 +1,7 @@
 #include "norla/core/CNetHeaders.h"
 
 #include "kx/base/CInvalidArgError.h"
+#include "kx/containers/TArray.h"
 #include "tests/support/errorOf.h"
 
 #include <curl/curl.h>
@@ -139,7 +140,7 @@ TEST(CNetHeadersTest, doesNotSplitTheLineOfAnEmptyHeaderThatIsSent)
 TEST(CNetHeadersTest, refusesWhatIsNoNameOfAnEmptyHeader)
 {
     const auto headers = kx::newObj<norla::CNetHeaders>();
-    for (const kx::String name : {"", " ", "a:b", "a;b", "a;", "a\rb", "a\nb"})
+    for (const kx::String& name : kx::TArray<kx::String>{"", " ", "a:b", "a;b", "a;", "a\rb", "a\nb"})
         EXPECT_EQ(support::messageOf([&] { headers->addEmpty(name); }),
             "Invalid argument passed to 'CNetHeaders::addEmpty': '" + name + "' is not the name of a header.");
     EXPECT_EQ(headers->getCurlList(), nullptr);

@@ -291,7 +291,7 @@ TEST_F(CNetRequestErrorTest, asksAMailServerForHelpAfterAResetThatForgotTheUploa
     answerHelp();
     request().setUpload(true);
     request().reset();
-    request().setURL(server().url("", "smtp").c_str());
+    request().setURL(kx::String::fromUTF8(server().url("", "smtp")));
     EXPECT_EQ(failure(), nullptr);
     EXPECT_EQ(body(), "214 help\r\n");
 }

@@ -1,4 +1,5 @@
 // The FTP client against a server that breaks at every step.
+#include "kx/text/numbers.h"
 #include "tests/norla/ftp/scriptedFTP.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CTestCertificates.h"
@@ -201,7 +202,7 @@ TEST_F(CFTPClientFaultTest, isAServerWithoutTLSWhereTLSIsWanted)
         .readUntil("QUIT\r\n")
         .close();
     const CFTPClient::ConnectType type = CFTPClient::ConnectExplicitTLS;
-    CFTPClient secure(("127.0.0.1:" + std::to_string(m_control.getPort())).c_str(), "user", "not-to-be-seen", type);
+    CFTPClient secure("127.0.0.1:" + kx::toString(m_control.getPort()), "user", "not-to-be-seen", type);
     const auto error = support::errorOf([&] { secure.deleteFile(request(), "/x"); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getCode(), CURLE_USE_SSL_FAILED);
@@ -214,8 +215,8 @@ TEST_F(CFTPClientFaultTest, isAWrongCertificate)
 {
     const auto& certificates = support::CTestCertificates::get();
     m_control.onConnection().startTLS(certificates.serverCertificate(), certificates.serverKey());
-    CFTPClient secure(("127.0.0.1:" + std::to_string(m_control.getPort())).c_str(), "user", "not-to-be-seen",
-        CFTPClient::ConnectImplicitTLS);
+    CFTPClient secure(
+        "127.0.0.1:" + kx::toString(m_control.getPort()), "user", "not-to-be-seen", CFTPClient::ConnectImplicitTLS);
     const auto error = support::errorOf([&] { secure.deleteFile(request(), "/x"); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getCode(), CURLE_PEER_FAILED_VERIFICATION);

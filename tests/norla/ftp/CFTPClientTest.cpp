@@ -1,6 +1,7 @@
 #include "norla/ftp/CFTPClient.h"
 
 #include "kx/base/CInvalidArgError.h"
+#include "kx/containers/TArray.h"
 #include "kx/random/CMTRand.h"
 #include "kx/text/numbers.h"
 #include "kx/threads/CMutexLock.h"

@@ -40,7 +40,8 @@ static_assert(std::is_same_v<std::underlying_type_t<CFTPDirEntry::Type>, int> &&
 TEST(CFTPDirEntryTest, logsNothing)
 {
     const support::CLogRecorder log;
-    for (const kx::String line : {"type=file;size=1;modify=20200131235959; f", "broken", "size=x; f", "modify=1; f"})
+    for (const kx::String& line :
+        kx::TArray<kx::String>{"type=file;size=1;modify=20200131235959; f", "broken", "size=x; f", "modify=1; f"})
         messageOf(line);
     EXPECT_EQ(log.lines(), std::vector<std::string>());
 }

@@ -1,5 +1,6 @@
 #include "norla/ftp/CFTPGetInfoResult.h"
 
+#include "kx/containers/TArray.h"
 #include "norla/core/CNetStringList.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
@@ -80,7 +81,8 @@ TEST(CFTPGetInfoResultTest, passesOverWhatIsSaidInAnyNumberOfLines)
         norla::CNetStringList lines;
         for (size_t i = 0; i < count; ++i)
             lines.add("250-message\r\n");
-        for (const kx::String line : {"250 there\r\n", "250-Begin\r\n", " size=1; /a\r\n", "250 End.\r\n"})
+        for (const kx::String& line :
+            kx::TArray<kx::String>{"250 there\r\n", "250-Begin\r\n", " size=1; /a\r\n", "250 End.\r\n"})
             lines.add(line);
         EXPECT_EQ(CFTPGetInfoResult(lines).getEntry()->getName(), "/a") << count;
     }

@@ -53,14 +53,15 @@ TEST_F(CFTPClientTreeTest, isLeftWhenItDoesNotEnd)
     constexpr int levels = 17; // until the path goes on for more than 4096 characters
     serve(std::vector(levels, "type=dir; " + name + "\r\n"), {});
     EXPECT_EQ(support::messageOf([this] { client().deleteDirWithAllContents(request(), "/top"); }),
-        ("FTP directory is nested deeper than 4096 characters: '/top/" + name.substr(0, 95) + "...'.").c_str());
+        "FTP directory is nested deeper than 4096 characters: '/top/" + kx::String::fromUTF8(name.substr(0, 95))
+            + "...'.");
 }
 
 TEST_F(CFTPClientTreeTest, mayHaveALongPathOfItsOwn)
 {
     const std::string top(5000, 't');
     serve({"type=dir; a\r\n", ""}, {"250 gone", "250 gone"});
-    client().deleteDirWithAllContents(request(), ("/" + top).c_str());
+    client().deleteDirWithAllContents(request(), "/" + kx::String::fromUTF8(top));
     EXPECT_TRUE(commands() // too long to be shown
         == "MLSD " + top + "\r\nMLSD " + top + "/a\r\nRMD /" + top + "/a\r\nRMD /" + top + "\r\nQUIT\r\n");
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/text/numbers.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/ftp/CFTPClient.h"
@@ -28,7 +29,7 @@ protected:
     static kx::P<CFTPClient> clientFor(unsigned short port)
     {
         return kx::newObj<CFTPClient>(
-            ("127.0.0.1:" + std::to_string(port)).c_str(), "user", "not-to-be-seen", CFTPClient::ConnectUnencrypted);
+            "127.0.0.1:" + kx::toString(port), "user", "not-to-be-seen", CFTPClient::ConnectUnencrypted);
     }
 
     // libcurl says QUIT when it drops a connection that it takes for usable, and waits up to two minutes for an answer: every

@@ -844,7 +844,7 @@ struct CDateCase {
     const char* name;
     long long year, month, day;
     int zone;
-    const char* text;
+    kx::String text;
 };
 
 void PrintTo(const CDateCase& date, std::ostream* out)

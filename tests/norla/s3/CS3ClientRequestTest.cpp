@@ -1,4 +1,5 @@
 #include "kx/base/CInvalidArgError.h"
+#include "kx/containers/TArray.h"
 #include "kx/streams/CBufferStream.h"
 #include "kx/time/CTime.h"
 #include "kx/time/CTimeFields.h"
@@ -25,7 +26,7 @@ protected:
         return request().getURL().substr(start.size());
     }
 
-    void put(std::string_view bytes, const char* type = "")
+    void put(std::string_view bytes, const kx::String& type = "")
     {
         client().preparePutObjectRequest(request(), "b", "k", bytes.data(), static_cast<int>(bytes.size()), type);
     }
@@ -77,7 +78,8 @@ TEST_F(CS3ClientRequestTest, goesToTheGivenHost)
 
 TEST_F(CS3ClientRequestTest, refusesAHostThatIsMoreThanAHost)
 {
-    for (const kx::String host : {"", "http://host", "host/", "a host", "host?x", "host#x", "host\rx", "host\n"})
+    for (const kx::String& host :
+        kx::TArray<kx::String>{"", "http://host", "host/", "a host", "host?x", "host#x", "host\rx", "host\n"})
         EXPECT_EQ(support::messageOf([&host] { CS3Client("id", "secret", true, host); }),
             "Invalid argument passed to 'CS3Client::CS3Client': endpoint host must be a host name with or without a "
             "port, not '"
@@ -323,11 +325,12 @@ TEST_F(CS3ClientRequestTest, signsAListingOverItsPathAlone)
 
 TEST_F(CS3ClientRequestTest, letsLibcurlLeaveDotsAloneWhereANameHasThem)
 {
-    for (const kx::String url : {"http://host/b/..", "http://host/./k", "http://host/../k", "http://host/.",
-             "http://host/b/..?acl", "http://host/../"})
+    for (const kx::String& url : kx::TArray<kx::String>{"http://host/b/..", "http://host/./k", "http://host/../k",
+             "http://host/.", "http://host/b/..?acl", "http://host/../"})
         EXPECT_TRUE(isSetFor(url, "PATH_AS_IS=1")) << url;
-    for (const kx::String url : {"http://host/b/k", "http://host", "http://host/b/...", "http://host/b/.k",
-             "http://host/b/k.", "http://host/b/..%2Fk", "http://host/b?prefix=/../", "http://host/b#/../"})
+    for (const kx::String& url :
+        kx::TArray<kx::String>{"http://host/b/k", "http://host", "http://host/b/...", "http://host/b/.k",
+            "http://host/b/k.", "http://host/b/..%2Fk", "http://host/b?prefix=/../", "http://host/b#/../"})
         EXPECT_FALSE(isSetFor(url, "PATH_AS_IS=1")) << url;
 }
 
@@ -375,14 +378,14 @@ TEST_F(CS3ClientRequestTest, putsAnObjectFromASourceWithoutDigestAndType)
 
 TEST_F(CS3ClientRequestTest, refusesAnAccessKeyOfTwoLines)
 {
-    for (const kx::String key : {"AK\nX-Other: 1", "AK\rID", "AKID\r\n"})
+    for (const kx::String& key : kx::TArray<kx::String>{"AK\nX-Other: 1", "AK\rID", "AKID\r\n"})
         EXPECT_EQ(support::messageOf([&key] { CS3Client(key, "secret", true); }),
             "Invalid argument passed to 'CS3Client::CS3Client': access key id must not hold a line end.");
 }
 
 struct CRefusal {
-    const char* function;
-    const char* detail;
+    kx::String function;
+    kx::String detail;
     std::function<void(CS3Client&, CNetRequest&)> action;
 };
 
@@ -395,14 +398,14 @@ TEST_P(CS3ClientRefusalTest, namesTheFunctionAndLeavesTheRequestAlone)
     ASSERT_TRUE(error);
     EXPECT_TRUE(dynamic_cast<const kx::CInvalidArgError*>(error.get()));
     EXPECT_EQ(error->getMessage(),
-        kx::String("Invalid argument passed to 'CS3Client::") + GetParam().function + "': " + GetParam().detail + ".");
+        "Invalid argument passed to 'CS3Client::" + GetParam().function + "': " + GetParam().detail + ".");
     EXPECT_TRUE(error->getProps().getMap().empty());
     EXPECT_EQ(request().getURL(), "http://before/");
 }
 
-constexpr const char* noBucket = "bucket name must not be empty";
-constexpr const char* noObject = "object name must not be empty";
-constexpr const char* noCopyName = "neither the existing nor the new object name may be empty";
+constexpr char noBucket[] = "bucket name must not be empty";
+constexpr char noObject[] = "object name must not be empty";
+constexpr char noCopyName[] = "neither the existing nor the new object name may be empty";
 
 INSTANTIATE_TEST_SUITE_P(Names, CS3ClientRefusalTest,
     testing::Values(

@@ -1,3 +1,5 @@
+#include "kx/containers/TArray.h"
+#include "kx/text/numbers.h"
 #include "kx/time/CTime.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3ErrorResponse.h"
@@ -76,14 +78,15 @@ TEST_F(CS3ErrorJudgementTest, knowsNoCodesOfOtherExceptions)
 
 TEST_F(CS3ErrorJudgementTest, retriesWhatTheServiceCallsTransient)
 {
-    for (const kx::String code :
-        {"InternalError", "SlowDown", "IncompleteBody", "InvalidDigest", "OperationAborted", "RequestTimeTooSkewed"})
+    for (const kx::String& code : kx::TArray<kx::String>{"InternalError", "SlowDown", "IncompleteBody", "InvalidDigest",
+             "OperationAborted", "RequestTimeTooSkewed"})
         EXPECT_TRUE(client().shouldRetryRequest(s3Error(code, 403))) << code;
 }
 
 TEST_F(CS3ErrorJudgementTest, doesNotRetryOtherCodesOfTheService)
 {
-    for (const kx::String code : {"AccessDenied", "NoSuchKey", "internalerror", "SlowDownPlease"})
+    for (const kx::String& code :
+        kx::TArray<kx::String>{"AccessDenied", "NoSuchKey", "internalerror", "SlowDownPlease"})
         EXPECT_FALSE(client().shouldRetryRequest(s3Error(code, 503))) << code;
 }
 
@@ -512,8 +515,8 @@ TEST_F(CS3ClientRetryTest, makesOneAttemptMoreThanItHasRetries)
 TEST_F(CS3ClientRetryTest, hasFiftyRetriesUnlessToldOtherwise)
 {
     const support::CRefusedPort refused;
-    const auto unheard = kx::newObj<norla::CS3Client>(
-        "AKID", secret, false, ("127.0.0.1:" + std::to_string(refused.getPort())).c_str());
+    const auto unheard
+        = kx::newObj<norla::CS3Client>("AKID", secret, false, "127.0.0.1:" + kx::toString(refused.getPort()));
     unheard->prepareGetObjectRequest(request(), "bucket", "key", 0, -1);
     const auto error = support::errorOf([&] { unheard->performRequest(request()); });
     ASSERT_TRUE(error);

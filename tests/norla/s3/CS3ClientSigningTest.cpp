@@ -1,3 +1,4 @@
+#include "kx/containers/TArray.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/errorOf.h"
 

@@ -1,5 +1,6 @@
 #include "norla/s3/CS3ListObjectsResult.h"
 
+#include "kx/containers/TArray.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>

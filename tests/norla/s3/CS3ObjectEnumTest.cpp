@@ -1,5 +1,6 @@
 #include "norla/s3/CS3ObjectEnum.h"
 
+#include "kx/containers/TArray.h"
 #include "norla/s3/CS3Error.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/errorOf.h"
@@ -148,7 +149,7 @@ TEST_F(CS3ObjectEnumTest, endsWithAnErrorWhenAPageRepeatsTheOneBefore)
     answerPage({"pa", "pb"}, true);
     answerPage({"pa", "pb"}, true);
     const auto objects = enumerate();
-    for (const char* const key : {"pa", "pb", "pa", "pb"}) {
+    for (const kx::String& key : kx::TArray<kx::String>{"pa", "pb", "pa", "pb"}) {
         ASSERT_TRUE(objects->next());
         EXPECT_EQ(objects->getCurrObject()->getKey(), key);
     }
