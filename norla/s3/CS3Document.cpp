@@ -87,7 +87,7 @@ kx::String CS3Document::decodedName(const kx::String& text)
 {
     // Stores write a blank either way, and always "%2B" for a plus sign.
     constexpr bool plusAsSpace = true;
-    const kx::String name = urlUnescape(text, plusAsSpace);
+    kx::String name = urlUnescape(text, plusAsSpace);
     if (name.isEmpty() && !text.isEmpty())
         throw kx::CError("The name '" + text + "' in an Amazon S3 listing is not UTF-8.");
     return name;
