@@ -26,8 +26,10 @@ CProFTPDServer::CProFTPDServer()
 CProFTPDServer::CProFTPDServer(const CSettings& settings)
     : CInetdFTPServer(settings.security)
 {
+    std::filesystem::create_directories(root() / std::filesystem::path(settings.loginFolder).relative_path());
     for (const char* file : {"proftpd.passwd", "proftpd.group"})
-        std::filesystem::permissions(configure(file), std::filesystem::perms{0600});
+        std::filesystem::permissions(
+            configure(file, {{"LOGIN_FOLDER", settings.loginFolder}}), std::filesystem::perms{0600});
     const std::string configuration = configure("proftpd.conf",
         {{"MODULES", packageFile("proftpd-mod-crypto", "usr/lib/proftpd/mod_tls.so").parent_path()},
             {"TLS", settings.security == Security::None ? "off" : "on"}, {"TLS_OPTIONS", tlsOptions(settings)}});

@@ -2,9 +2,12 @@
 
 #include "tests/support/CInetdFTPServer.h"
 
+#include <string>
+
 namespace support {
 
-/// ProFTPD. It lists with LIST, NLST, MLSD and MLST.
+/// ProFTPD. It lists with LIST, NLST, MLSD and MLST. In the folder "read-only" below root(), if the test makes one, the user
+/// may change nothing.
 class CProFTPDServer : public CInetdFTPServer {
 public:
     struct CSettings {
@@ -12,6 +15,8 @@ public:
         Security security = Security::None;
         /// Whether a data connection must resume the TLS session of its control connection.
         bool requiresSessionReuse = true;
+        /// The directory in which a log-in begins, from root() on, which stays the user's "/".
+        std::string loginFolder = "/";
     };
 
     /// Blocks until the server listens. TLS uses CTestCertificates::serverCertificate().

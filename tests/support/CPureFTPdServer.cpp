@@ -49,9 +49,10 @@ CPureFTPdServer::CPureFTPdServer(const CSettings& settings)
     const CTestCertificates& certificates = CTestCertificates::get();
     folder().write(
         "certificate-and-key.pem", readFile(certificates.serverCertificate()) + readFile(certificates.serverKey()));
+    std::filesystem::create_directories(root() / std::filesystem::path(settings.loginFolder).relative_path());
     if (!isInNamespace())
         openToNobody();
-    makeUser();
+    makeUser(settings.loginFolder);
     start({packageFile(package, "usr/sbin/pure-ftpd"),
               configure("pure-ftpd.conf", {{"TLS", tlsLevel(settings.security)}})},
         namespaceUser);
@@ -64,10 +65,11 @@ void CPureFTPdServer::openToNobody() const
     run({"setfacl", "--recursive", "--modify", "other::rwX,default:other::rwX", root()}, "acl");
 }
 
-void CPureFTPdServer::makeUser() const
+void CPureFTPdServer::makeUser(const std::string& loginFolder) const
 {
     const std::string number = isInNamespace() ? namespaceUser : nobody;
-    const std::string users = configure("pure-ftpd.passwd", {{"UID", number}, {"GID", number}});
+    const std::string users
+        = configure("pure-ftpd.passwd", {{"UID", number}, {"GID", number}, {"LOGIN_FOLDER", loginFolder}});
     run({packageFile(package, "usr/bin/pure-pw"), "mkdb", folder().path() / "pure-ftpd.pdb", "-f", users}, package);
 }
 

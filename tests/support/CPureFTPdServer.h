@@ -2,6 +2,8 @@
 
 #include "tests/support/CInetdFTPServer.h"
 
+#include <string>
+
 namespace support {
 
 /// Pure-FTPd. It lists with LIST, NLST, MLSD and MLST, and takes up to six seconds to refuse a password. The user's
@@ -11,6 +13,8 @@ public:
     struct CSettings {
         /// Explicit TLS is demanded, on both connections. There is no implicit TLS.
         Security security = Security::None;
+        /// The directory in which a log-in begins, from root() on, which stays the user's "/".
+        std::string loginFolder = "/";
     };
 
     /// Blocks until the server listens. TLS uses CTestCertificates::serverCertificate().
@@ -20,7 +24,7 @@ public:
 
 private:
     void openToNobody() const;
-    void makeUser() const;
+    void makeUser(const std::string& loginFolder) const;
 };
 
 } // namespace support
