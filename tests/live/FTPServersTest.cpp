@@ -105,6 +105,20 @@ std::vector<CHabit> habits()
             }},
         {"download from behind the end",
             [](CSession& session) { return outcomeOf([&] { session.download("/digits.txt", 20, 5); }); }},
+        {"listing of a name that is not UTF-8",
+            [](CSession& session) -> std::string {
+                session.write("Gr\xfcn", "x");
+                session.client().setKeepUnreadableLines(true);
+                std::string answer = "otherwise";
+                const std::string outcome = outcomeOf([&] {
+                    const auto listing = session.client().listDir(session.request(), "/");
+                    for (const auto& entry : listing->getEntries())
+                        answer = entry->getName() == "Gr?n" ? "Gr?n" : answer;
+                    for (const std::string& line : listing->getUnreadableLines())
+                        answer = line.ends_with("; Gr\xfcn") ? "its bytes" : answer;
+                });
+                return outcome == "done" ? answer : "no MLSD: " + outcome;
+            }},
         {"listing of a link as a directory",
             [](CSession& session) -> std::string {
                 session.write("real/file.txt", "x");
