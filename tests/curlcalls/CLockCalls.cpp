@@ -83,7 +83,7 @@ void CLockCalls::failNext()
 
 bool CLockCalls::watches(const void* mutex) const noexcept
 {
-    const std::less<const void*> before;
+    const std::less<> before;
     return !before(mutex, m_begin) && before(mutex, m_end);
 }
 

@@ -1,11 +1,8 @@
-// Counts what the library allocates while a body passes through it, sees how large a buffer is, and lets an allocation
-// fail. A program of its own, because it replaces operator new and realloc().
-#include "tests/curlcalls/CCurlCalls.h"
+// Counts what the library allocates while a body passes through it, and lets an allocation fail. A program of its own, because it
+// replaces operator new.
 #include "tests/norla/core/CRequestFixture.h"
 
-#include <array>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <new>
 #include <utility>
 
@@ -14,35 +11,7 @@ namespace {
 thread_local long allocations = 0;
 thread_local bool nextOneFails = false;
 
-struct CBlock {
-    const void* begin = nullptr;
-    size_t size = 0;
-};
-
-// The blocks that realloc() has given this thread, the last ones: a buffer takes its memory there.
-thread_local std::array<CBlock, 256> reallocated{};
-thread_local size_t reallocations = 0;
-
-size_t sizeOfBlock(const void* begin)
-{
-    for (size_t i = reallocations; i > 0 && i + reallocated.size() > reallocations; --i) {
-        const CBlock& block = reallocated[(i - 1) % reallocated.size()];
-        if (block.begin == begin)
-            return block.size;
-    }
-    return 0;
-}
-
 } // namespace
-
-extern "C" void* realloc(void* block, size_t size) noexcept
-{
-    using Function = void*(void*, size_t);
-    static Function* const original = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "realloc"));
-    void* const grown = original(block, size);
-    reallocated[reallocations++ % reallocated.size()] = {grown, size};
-    return grown;
-}
 
 void* operator new(size_t size)
 {
@@ -135,13 +104,6 @@ TEST_F(AllocationTest, isNoneForABlockThatIsSent)
     performPath();
     ASSERT_GE(source->m_notes.size(), 10u);
     EXPECT_EQ(source->m_notes.front(), source->m_notes.back());
-}
-
-TEST_F(AllocationTest, isOf10011BytesForLibcurlsErrorText)
-{
-    support::CCurlCalls calls;
-    const auto request = kx::newObj<norla::CNetRequest>();
-    EXPECT_EQ(sizeOfBlock(calls.pointerOf(CURLOPT_ERRORBUFFER)), 10'011u);
 }
 
 TEST_F(AllocationTest, failsAndTheListenerIsToldThatTheEndCannotBeRecorded)

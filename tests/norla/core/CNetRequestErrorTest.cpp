@@ -7,7 +7,9 @@
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CTestCertificates.h"
 
+#include <algorithm>
 #include <cstring>
+#include <malloc.h>
 
 namespace {
 
@@ -177,6 +179,25 @@ TEST_F(CNetRequestErrorTest, prefersTheMessageItIsGiven)
 {
     std::strcpy(errorBuffer(), "what libcurl left");
     EXPECT_EQ(thrown(CURLE_SEND_ERROR, "", -1, "given")->getMessage(), "Failed sending data to the peer: given");
+}
+
+// The system's allocator rounds up, to 16 bytes; those of the sanitizers tell the size as it was asked for.
+TEST_F(CNetRequestErrorTest, hasAnErrorBufferOf10011Bytes)
+{
+    const size_t size = malloc_usable_size(errorBuffer());
+    EXPECT_GE(size, 10'011u);
+    EXPECT_LT(size, 10'011u + 16);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    EXPECT_EQ(size, 10'011u);
+#endif
+}
+
+TEST_F(CNetRequestErrorTest, takesAllOfItsErrorBuffer)
+{
+    char* const buffer = errorBuffer();
+    std::fill_n(buffer, 10'010, 'e');
+    buffer[10'010] = 0;
+    EXPECT_EQ(request().getErrorMessage(), kx::String(std::wstring(10'010, L'e')));
 }
 
 TEST_F(CNetRequestErrorTest, readsTheErrorBufferAsUTF8)
