@@ -1,7 +1,8 @@
 #include "norla/mail/CMimeMessage.h"
 
-#include "kx/base/CError.h"
+#include "kx/base/CInvalidArgError.h"
 #include "kx/streams/CBufferStream.h"
+#include "kx/text/CURI.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetRequest.h"
 
@@ -35,6 +36,13 @@ constexpr bool isLetterOrDigit(char byte) noexcept
 constexpr bool isContinuationByte(char byte) noexcept
 {
     return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+/// Of RFC 2231 section 7.
+bool isAttributeCharacter(wchar_t c)
+{
+    constexpr std::wstring_view others = L"!#$&+-.^_`{|}~";
+    return c > 0x20 && c < 0x7F && (isLetterOrDigit(static_cast<char>(c)) || others.find(c) != others.npos);
 }
 
 void appendQEncoded(std::string& chunk, char byte)
@@ -128,6 +136,17 @@ kx::String CMimeMessage::toQuotedString(const kx::String& text)
         quoted += character;
     }
     return kx::String(std::move(quoted += L'"'));
+}
+
+kx::String CMimeMessage::makeParameter(const kx::String& name, const kx::String& value)
+{
+    if (name.isEmpty() || !std::all_of(name.begin(), name.end(), isAttributeCharacter))
+        throw kx::CInvalidArgError("'" + name + "' is no name of a parameter", "CMimeMessage::makeParameter");
+    const bool isPlain = std::all_of(value.begin(), value.end(), [](wchar_t c) { return c >= 0x20 && c < 0x7F; });
+    if (isPlain && value.find(kx::String("=?")) == kx::String::npos)
+        return name + "=" + toQuotedString(value);
+    return name + "*=utf-8''"
+        + kx::CURI::escape(value, true, "").replaceAll("+", "%20"); // a plus itself is "%2B" there
 }
 
 void CMimeMessage::updateNetHeaders(CNetHeaders& headers) const

@@ -29,7 +29,8 @@ public:
     ~CMimeMessage() override;
 
     /// The fields, one value a name, to add to and to change. Names are told apart by letter case. Nothing is checked:
-    /// a name has to be ASCII without ":", and a line end in an ASCII value gets into the header block as it is.
+    /// a name has to be ASCII without ":", and a line end in an ASCII value gets into the header block as it is. Whoever
+    /// takes values from outside refuses line ends in them before. Parameters: makeParameter().
     HeaderMap& getHeaders() noexcept { return m_headers; }
 
     /// Shares the buffer instead of copying it: what it holds when the message is stored is what is stored.
@@ -68,6 +69,18 @@ public:
     /// each backslash, double quote and carriage return. Nothing else is changed; text outside ASCII stays outside
     /// ASCII.
     static kx::String toQuotedString(const kx::String& text);
+
+    /// One parameter of a structured field: makeParameter("filename", value) behind "attachment; " for "Content-Disposition".
+    /// Visible ASCII and blanks are quoted as by toQuotedString(): filename="report.txt". Everything else, control characters
+    /// and line ends included, and what a reader could take for an encoded word, is escaped in UTF-8 (RFC 2231 section 4):
+    /// filename*=utf-8''Gr%C3%BC%C3%9Fe.pdf. The result is ASCII without line ends, so that it adds nothing to a header block
+    /// and makeHeaderField() leaves it as it is. It is one piece however long the value is, without the continuations of RFC
+    /// 2231 section 3: a value of more than about 300 bytes outside ASCII gives a line of more than the 998 characters that
+    /// RFC 5322 allows.
+    /// @param name of letters, digits and "!#$&+-.^_`{|}~"
+    /// @param value any text; an empty one gives name=""
+    /// @throws kx::CInvalidArgError for any other name; kx::CError when the value has no UTF-8 form
+    static kx::String makeParameter(const kx::String& name, const kx::String& value);
 
     /// Adds every field to the headers of a request, in the order of the names; values are not encoded.
     /// @throws as CNetHeaders::add()

@@ -1,4 +1,5 @@
-// A header value, read back from its line by a decoder that takes nothing but what is promised; the same for a quoted string.
+// A header value, read back from its line by a decoder that takes nothing but what is promised;
+// the same for a quoted string and a parameter.
 #include "kx/base/CError.h"
 #include "norla/mail/CMimeMessage.h"
 #include "tests/fuzz/require.h"
@@ -81,6 +82,31 @@ kx::String unquoted(const kx::String& quoted)
     return kx::String(text);
 }
 
+kx::String parameterValue(std::string_view parameter)
+{
+    constexpr std::string_view extended = "n*=utf-8''";
+    if (!parameter.starts_with(extended)) {
+        require(parameter.starts_with("n="), "a parameter begins with its name");
+        return unquoted(kx::String::fromLatin1(parameter.substr(2)));
+    }
+    std::string bytes;
+    for (size_t i = extended.size(); i < parameter.size(); ++i) {
+        if (parameter[i] != '%') {
+            require(
+                isLetterOrDigit(parameter[i]) || std::string_view("-._~").find(parameter[i]) != std::string_view::npos,
+                "whatever has a meaning is escaped");
+            bytes += parameter[i];
+            continue;
+        }
+        require(i + 2 < parameter.size(), "an escape has two digits");
+        const size_t high = hexDigits.find(parameter[++i]);
+        const size_t low = hexDigits.find(parameter[++i]);
+        require(high != hexDigits.npos && low != hexDigits.npos, "an escape has upper-case digits");
+        bytes += static_cast<char>(high * 16 + low);
+    }
+    return kx::String::fromUTF8(bytes);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -93,6 +119,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     require(decodedWords(norla::CMimeMessage::toEncodedWord(text).toLatin1()) == text, "encoded words hold the text");
     require(unquoted(norla::CMimeMessage::toQuotedString(text)) == text, "a quoted string holds the text");
+
+    const std::string parameter = norla::CMimeMessage::makeParameter("n", text).toLatin1();
+    require(std::all_of(parameter.begin(), parameter.end(), [](char c) { return c >= 0x20 && c < 0x7F; }),
+        "a parameter is visible ASCII");
+    require(parameterValue(parameter) == text, "a parameter holds the text");
 
     const kx::String line = norla::CMimeMessage::makeHeaderField("Name", text);
     require(line.startsWith("Name: "), "a header line begins with its name");

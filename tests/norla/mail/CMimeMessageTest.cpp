@@ -1,6 +1,6 @@
 #include "norla/mail/CMimeMessage.h"
 
-#include "kx/base/CError.h"
+#include "kx/base/CInvalidArgError.h"
 #include "norla/core/CNetHeaders.h"
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/norla/mail/mimeBytes.h"
@@ -402,6 +402,68 @@ std::vector<std::string> linesOf(const norla::CNetHeaders& headers)
     for (const curl_slist* line = headers.getCurlList(); line; line = line->next)
         lines.emplace_back(line->data);
     return lines;
+}
+
+// Parameters.
+
+struct CParameterCase {
+    const char* name;
+    kx::String value;
+    const char* parameter;
+};
+
+class CParameterTest : public testing::TestWithParam<CParameterCase> {};
+
+TEST_P(CParameterTest, isWrittenAs)
+{
+    EXPECT_EQ(norla::CMimeMessage::makeParameter("filename", GetParam().value),
+        kx::String::fromLatin1(std::string("filename") + GetParam().parameter));
+}
+
+INSTANTIATE_TEST_SUITE_P(, CParameterTest,
+    testing::Values(CParameterCase{"ascii", "report.txt", "=\"report.txt\""}, CParameterCase{"empty", "", "=\"\""},
+        CParameterCase{"blanks", "  a  b ", "=\"  a  b \""},
+        CParameterCase{"quotesAndBackslashes", "a\"b\\c", "=\"a\\\"b\\\\c\""},
+        CParameterCase{"whatEscapesHave", "100%'*+?=~", "=\"100%'*+?=~\""},
+        CParameterCase{"outsideASCII", L"Gr\u00FC\u00DFe.pdf", "*=utf-8''Gr%C3%BC%C3%9Fe.pdf"},
+        CParameterCase{"escapedBlanksAndSigns", L"\u00FC +%'*/\"\\~-._", "*=utf-8''%C3%BC%20%2B%25%27%2A%2F%22%5C~-._"},
+        CParameterCase{"fourBytes", L"\U0001F680", "*=utf-8''%F0%9F%9A%80"},
+        CParameterCase{"lineFeed", "a\nX: b", "*=utf-8''a%0AX%3A%20b"},
+        CParameterCase{"carriageReturn", "a\r\nb", "*=utf-8''a%0D%0Ab"},
+        CParameterCase{"tab", "a\tb", "*=utf-8''a%09b"},
+        CParameterCase{"zero", kx::String(std::wstring(L"a\0b", 3)), "*=utf-8''a%00b"},
+        CParameterCase{"del", "a\x7F", "*=utf-8''a%7F"},
+        CParameterCase{"encodedWord", "=?utf-8?q?x?=", "*=utf-8''%3D%3Futf-8%3Fq%3Fx%3F%3D"}),
+    [](const auto& value) { return value.param.name; });
+
+TEST(CMimeMessageTest, aLongParameterIsOnePiece)
+{
+    const std::string name(2000, 'x');
+    EXPECT_EQ(norla::CMimeMessage::makeParameter("name", kx::String::fromLatin1(name) + L"\u00FC"),
+        kx::String::fromLatin1("name*=utf-8''" + name + "%C3%BC"));
+}
+
+TEST(CMimeMessageTest, aParameterStaysAsItIsInAField)
+{
+    const kx::String value = "attachment; " + norla::CMimeMessage::makeParameter("filename", L"\u00FC\r\nX: 1");
+    EXPECT_EQ(norla::CMimeMessage::makeHeaderField("Content-Disposition", value), "Content-Disposition: " + value);
+}
+
+TEST(CMimeMessageTest, refusesANameThatIsNoParameters)
+{
+    for (const kx::String& name :
+        {kx::String(), kx::String("a b"), kx::String("a="), kx::String("a*"), kx::String("a'"), kx::String("a%"),
+            kx::String("a;"), kx::String("a\n"), kx::String("a\""), kx::String("\x7F"), kx::String(L"\u00FC"),
+            kx::String(std::wstring(1, L'\0')), kx::String(std::wstring(1, static_cast<wchar_t>(-1)))}) {
+        EXPECT_THROW(norla::CMimeMessage::makeParameter(name, "value"), kx::CInvalidArgError) << name;
+    }
+    EXPECT_EQ(norla::CMimeMessage::makeParameter("a!#$&+-.^_`{|}~Z9", "v"), "a!#$&+-.^_`{|}~Z9=\"v\"");
+}
+
+TEST(CMimeMessageTest, refusesAParameterWithoutUTF8Form)
+{
+    EXPECT_THROW(norla::CMimeMessage::makeParameter("name", kx::String(std::wstring(1, static_cast<wchar_t>(0xD800)))),
+        kx::CError);
 }
 
 TEST(CMimeMessageTest, addsItsFieldsUnencodedInTheOrderOfTheirNames)

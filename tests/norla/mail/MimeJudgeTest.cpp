@@ -343,6 +343,23 @@ void addParameters(std::vector<CCase>& cases, CMaker& maker)
     }
 }
 
+void addAnyParameters(std::vector<CCase>& cases, CMaker& maker)
+{
+    std::vector<kx::String> values = chosenSubjects();
+    for (const kx::String value : {"report.txt", "a\nX-Injected: 1", "a\r\nX-Injected: 1\r\n\r\nbody", "a\\\"b\\",
+             "%41%C3%BC", "utf-8''a", "a;b=c", "\"", "\\", "  blanks  in  it  "})
+        values.push_back(value);
+    for (int i = 0; i < 150; ++i) {
+        values.push_back(maker.text(60));
+        values.push_back(maker.asciiText(60));
+    }
+    for (const kx::String& value : values) {
+        CEntity entity = newLeaf("body", "text/plain; " + norla::CMimeMessage::makeParameter("name", value));
+        entity.parameter = value;
+        cases.push_back({"any parameter '" + value.toDisplayUTF8() + "'", entity});
+    }
+}
+
 void addBodies(std::vector<CCase>& cases, CMaker& maker)
 {
     std::vector<std::string> bodies = chosenBodies();
@@ -389,6 +406,7 @@ std::vector<CCase> makeCases()
     addFieldNames(cases, maker);
     addNames(cases, maker);
     addParameters(cases, maker);
+    addAnyParameters(cases, maker);
     addBodies(cases, maker);
     addBoundaryLikeBodies(cases);
     addTrees(cases, maker);
