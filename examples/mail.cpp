@@ -2,22 +2,21 @@
 #include "examples/CProgressBar.h"
 #include "examples/arguments.h"
 #include "kx/streams/CBufferStream.h"
-#include "kx/text/CURI.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CNetRequest.h"
-#include "norla/core/CNetStringList.h"
 #include "norla/mail/CMultiPartMimeMessage.h"
 #include "norla/mail/CSMTPClient.h"
 #include "sela/base64.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <limits>
-#include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -57,6 +56,13 @@ kx::String passwordFromEnvironment()
     return textOf(password, "The environment variable MAIL_PASSWORD");
 }
 
+/// Addresses and the fields of a message go out as they are: a line end would begin a command or a field of its own.
+void refuseLineEnds(const std::string& name, const std::string& value)
+{
+    if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
+        throw kx::CError("The value of " + shownPath(name) + " must not have a line end.");
+}
+
 void setOption(COptions& options, const std::string& name, const std::string& value)
 {
     if (name == "--attach") {
@@ -64,6 +70,8 @@ void setOption(COptions& options, const std::string& name, const std::string& va
         return;
     }
     const kx::String text = textOf(value, "The value of " + shownPath(name));
+    if (name == "--from" || name == "--to" || name == "--subject" || name == "--user")
+        refuseLineEnds(name, value);
     if (name == "--from") {
         options.from = text;
     } else if (name == "--to") {
@@ -114,16 +122,32 @@ COptions parseOptions(const std::vector<std::string>& words)
     }
     if (next + 1 != words.size())
         throw CUsageError();
+    refuseLineEnds("HOST:PORT", words[next]);
     setServer(options.server, words[next]);
     return options;
 }
 
+/// The library sends from nobody ("<>"), too, which is for bounces.
+void checkAddresses(const COptions& options)
+{
+    if (options.from.isEmpty())
+        throw kx::CError("A mail needs a sender (--from).");
+    if (std::find(options.recipients.begin(), options.recipients.end(), kx::String()) != options.recipients.end())
+        throw kx::CError("A recipient (--to) must not be empty.");
+}
+
 std::string contentOf(const std::filesystem::path& file)
 {
+    const kx::String name = "'" + shownPath(file.native()) + "'";
+    if (std::filesystem::is_directory(file))
+        throw kx::CError("The attachment " + name + " is a directory.");
     std::ifstream in(file, std::ios::binary);
-    std::string content = (std::ostringstream() << in.rdbuf()).str();
-    if (!in)
-        throw kx::CError("The file '" + shownPath(file.native()) + "' cannot be read.");
+    std::string content;
+    std::array<char, 65536> block{};
+    while (in.read(block.data(), block.size()) || in.gcount() > 0)
+        content.append(block.data(), static_cast<size_t>(in.gcount()));
+    if (!in.eof())
+        throw kx::CError("The file " + name + " cannot be read.");
     return content;
 }
 
@@ -139,16 +163,6 @@ kx::P<norla::CMimeMessage> newPart(const kx::String& contentType, const std::str
     return part;
 }
 
-/// A name outside ASCII is escaped (RFC 2231 section 4).
-kx::String fileNameParameter(const kx::String& name)
-{
-    const bool isASCII
-        = std::all_of(name.begin(), name.end(), [](wchar_t letter) { return letter >= 0 && letter < 0x80; });
-    if (isASCII)
-        return "filename=" + norla::CMimeMessage::toQuotedString(name);
-    return "filename*=utf-8''" + kx::CURI::escape(name, true, "").replaceAll("+", "%20");
-}
-
 /// What is not UTF-8 in it becomes U+FFFD: a mail has no other encoding for it.
 kx::String fileNameOf(const std::filesystem::path& file)
 {
@@ -158,7 +172,8 @@ kx::String fileNameOf(const std::filesystem::path& file)
 kx::P<norla::CMimeMessage> newAttachment(const std::filesystem::path& file)
 {
     auto part = newPart("application/octet-stream", contentOf(file));
-    part->getHeaders()["Content-Disposition"] = "attachment; " + fileNameParameter(fileNameOf(file));
+    part->getHeaders()["Content-Disposition"]
+        = "attachment; " + norla::CMimeMessage::makeParameter("filename", fileNameOf(file));
     return part;
 }
 
@@ -214,28 +229,12 @@ private:
     CProgressBar m_progress;
 };
 
-/// The server's own words: its lines with the code of the failure.
-kx::String refusalIn(const norla::CNetRequest& request, const kx::CError& error)
-{
-    const kx::String code = error.getProps().get("responseCode");
-    kx::String refusal;
-    for (const auto line = request.getResponseInfo()->createIterator(); !code.isEmpty() && line->next();) {
-        if (line->getCurrent().startsWith(code))
-            refusal += "\n" + line->getCurrent().trim();
-    }
-    return refusal;
-}
-
 void send(const COptions& options, const kx::P<Buffer>& message)
 {
     const auto request = kx::newObj<norla::CNetRequest>();
     const auto stream = kx::newObj<CShownStream>(message);
     norla::CSMTPClient::makeSendMailRequest(*request, options.server, options.from, options.recipients, stream.get());
-    try {
-        request->perform();
-    } catch (const kx::CError& error) {
-        throw kx::CError(error.getMessage() + refusalIn(*request, error));
-    }
+    request->perform();
 }
 
 void run(const COptions& options)
@@ -245,10 +244,18 @@ void run(const COptions& options)
         std::cerr << "the server is ready\n";
         return;
     }
+    checkAddresses(options);
     const auto bytes = kx::newObj<Buffer>();
     newMessage(options)->store(*kx::newObj<kx::CBufferStream>(bytes));
     send(options, bytes);
     std::cerr << bytes->getSize() << " bytes sent\n";
+}
+
+/// What has failed, and what the server said if it was the server that refused.
+std::string toldOf(const kx::CError& error)
+{
+    const kx::String reply = error.getProps().get("serverReply");
+    return (reply.isEmpty() ? error.getMessage() : error.getMessage() + "\n" + reply).toDisplayUTF8();
 }
 
 } // namespace
@@ -261,6 +268,9 @@ int main(int argc, char** argv)
     } catch (const CUsageError&) {
         std::cerr << usage;
         return 2;
+    } catch (const kx::CError& error) {
+        std::cerr << "mail: " << toldOf(error) << '\n';
+        return 1;
     } catch (const std::exception& error) {
         std::cerr << "mail: " << error.what() << '\n';
         return 1;

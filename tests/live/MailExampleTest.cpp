@@ -139,7 +139,9 @@ TEST_F(MailExampleTest, checksTheServerAndSendsNothing)
     EXPECT_EQ(ready.exitStatus(), 0);
     m_password = "wrong";
     const auto refused = mail(server.getPort(), {"--check", "--user", "user"});
-    EXPECT_EQ(refused.errors(), "mail: Login denied (response code: smtp 535)\n");
+    EXPECT_EQ(refused.errors(),
+        "mail: Login denied (response code: smtp 535)\n"
+        "535 5.7.8 Authentication credentials invalid\n");
     EXPECT_EQ(refused.exitStatus(), 1);
     EXPECT_TRUE(server.messages().empty());
 }
@@ -153,6 +155,69 @@ TEST_F(MailExampleTest, tellsWhatTheServerSaid)
         "mail: Failed sending data to the peer: RCPT failed: 550 (response code: smtp 550)\n"
         "550 5.1.1 No such recipient\n");
     EXPECT_EQ(result.exitStatus(), 1);
+}
+
+// libcurl's goodbye is answered, and the failure of TLS is not the server's.
+TEST_F(MailExampleTest, doesNotTakeTheServersGoodbyeForItsRefusal)
+{
+    const CSMTPServer server(
+        {.security = CSMTPServer::Security::StartTLS, .replies = {{"STARTTLS", "220 Ready to start TLS"}}});
+    const auto failed = mail(server.getPort(), {"--from", "a@x.example", "--to", "b@x.example"});
+    EXPECT_EQ(failed.exitStatus(), 1);
+    EXPECT_TRUE(failed.errors().starts_with("mail: ")) << failed.errors();
+    EXPECT_EQ(failed.errors().find("\n"), failed.errors().size() - 1) << failed.errors();
+}
+
+TEST_F(MailExampleTest, refusesLineEndsInWhatGoesOutAsItIs)
+{
+    for (const char* const option : {"--from", "--to", "--subject", "--user"}) {
+        for (const char* const value : {"a\r\nb", "a\nb", "a\rb"}) {
+            const auto result = mail(1, {option, value});
+            EXPECT_EQ(result.errors(), std::string("mail: The value of ") + option + " must not have a line end.\n");
+            EXPECT_EQ(result.exitStatus(), 1);
+        }
+    }
+    EXPECT_EQ(
+        live::run({"mail", "local\nhost:25"}).errors(), "mail: The value of HOST:PORT must not have a line end.\n");
+}
+
+TEST_F(MailExampleTest, asksForASender)
+{
+    for (const std::vector<std::string>& words :
+        {std::vector<std::string>{"--to", "b@x.example"}, {"--from", "", "--to", "b@x.example"}}) {
+        const auto result = mail(1, words);
+        EXPECT_EQ(result.errors(), "mail: A mail needs a sender (--from).\n");
+        EXPECT_EQ(result.exitStatus(), 1);
+    }
+}
+
+TEST_F(MailExampleTest, refusesAnEmptyRecipient)
+{
+    const auto result = mail(1, {"--from", "a@x.example", "--to", "b@x.example", "--to", ""});
+    EXPECT_EQ(result.errors(), "mail: A recipient (--to) must not be empty.\n");
+    EXPECT_EQ(result.exitStatus(), 1);
+}
+
+TEST_F(MailExampleTest, refusesToAttachADirectory)
+{
+    const std::string folder = m_folder.path();
+    const auto result = mail(1, {"--from", "a@x.example", "--to", "b@x.example", "--attach", folder});
+    EXPECT_EQ(result.errors(), "mail: The attachment '" + folder + "' is a directory.\n");
+    EXPECT_EQ(result.exitStatus(), 1);
+}
+
+TEST_F(MailExampleTest, aFileNameAddsNoFields)
+{
+    const CSMTPServer server;
+    const std::string name = "a\nX-Injected: 1\n\nb.txt";
+    const auto file = m_folder.write(name, "content").string();
+    const auto result = mail(server.getPort(),
+        {"--security", "unencrypted", "--from", "a@x.example", "--to", "b@x.example", "--attach", file});
+    EXPECT_EQ(result.exitStatus(), 0) << result.errors();
+    const std::string message = server.messages().at(0).body;
+    EXPECT_EQ(message.find("X-Injected: "), std::string::npos) << message;
+    EXPECT_NE(readByPython(message).find("\n" + name + ' ' + hexOf("content")), std::string::npos)
+        << readByPython(message);
 }
 
 TEST_F(MailExampleTest, failsWithoutRecipients)
