@@ -66,7 +66,8 @@ String CThread::getName() const
 
 void CThread::start()
 {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
+    m_joined.wait(lock, [this] { return m_alive || !m_isJoining; });
     if (m_alive)
         throw CError("The thread '" + m_name + "' is running already.");
     if (m_thread.joinable())
@@ -151,14 +152,18 @@ void CThread::joinIfStarted()
 {
     if (getID() == getCurrentID())
         return;
-    const std::lock_guard joining(m_joinMutex); // so that whoever comes second waits for the end too
+    std::unique_lock lock(m_mutex);
+    m_joined.wait(lock, [this] { return !m_isJoining; }); // whoever comes second waits for the end too
     std::thread ended;
-    {
-        const std::lock_guard lock(m_mutex);
-        ended.swap(m_thread);
-    }
-    if (ended.joinable())
-        ended.join();
+    ended.swap(m_thread);
+    if (!ended.joinable())
+        return;
+    m_isJoining = true;
+    lock.unlock();
+    ended.join();
+    lock.lock();
+    m_isJoining = false;
+    m_joined.notify_all();
 }
 
 } // namespace kx

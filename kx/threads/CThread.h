@@ -7,6 +7,7 @@
 #include "kx/threads/IRunnable.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <mutex>
 #include <thread>
 
@@ -75,8 +76,9 @@ private:
 
     const P<IRunnable> m_runnable;
     const bool m_stopAtEnd;
-    std::mutex m_joinMutex;     // held while somebody waits for the end; taken before the other one
-    mutable std::mutex m_mutex; // guards the name, the thread object and its start
+    mutable std::mutex m_mutex; // guards the name, the thread object, its start and its end
+    std::condition_variable m_joined;
+    bool m_isJoining = false; // somebody waits for the end of what was the thread object
     String m_name = "kx.thread";
     std::thread m_thread;
     ID m_id;
