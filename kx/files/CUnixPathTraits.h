@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kx/base/language.h"
+
 namespace kx {
 
 /// What sets Unix paths apart, for TPathImpl.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/base/language.h"
 #include "kx/threads/CMutex.h"
 
 namespace kx {

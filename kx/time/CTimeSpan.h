@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kx/base/language.h"
+
 #include <compare>
 #include <limits>
 
