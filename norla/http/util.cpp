@@ -182,6 +182,11 @@ kx::String formURLEncode(const Map& map, bool escapeSlash)
     return joinParams(map, [escapeSlash](const kx::String& text) { return formURLEncode(text, escapeSlash); });
 }
 
+kx::String formURLEncode(std::initializer_list<std::pair<const kx::String, kx::String>> entries, bool escapeSlash)
+{
+    return formURLEncode(Map(entries), escapeSlash);
+}
+
 kx::String formURLEncode(const kx::CProps& props, bool escapeSlash)
 {
     return formURLEncode(props.getMap(), escapeSlash);

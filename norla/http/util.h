@@ -9,6 +9,8 @@
 #include "kx/time/CTime.h"
 
 #include <exception>
+#include <initializer_list>
+#include <utility>
 
 namespace norla {
 
@@ -44,6 +46,11 @@ KX_EXPORT kx::String formURLEncode(const kx::String& text, bool escapeSlash);
 /// "key=value" for each entry, both encoded as above, joined by "&" in the order of the keys; "key=" for an empty value.
 /// Empty for an empty map.
 KX_EXPORT kx::String formURLEncode(const kx::TMap<kx::String, kx::String>& map, bool escapeSlash);
+
+/// The same for entries that are written down, `formURLEncode({{"a", "1"}, {"b", "2"}}, true)`. Of several with one key
+/// the first counts.
+KX_EXPORT kx::String formURLEncode(
+    std::initializer_list<std::pair<const kx::String, kx::String>> entries, bool escapeSlash);
 
 /// The same for all properties of the set.
 KX_EXPORT kx::String formURLEncode(const kx::CProps& props, bool escapeSlash);

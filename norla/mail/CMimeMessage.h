@@ -32,6 +32,7 @@ public:
     /// a name has to be ASCII without ":", and a line end in an ASCII value gets into the header block as it is. Whoever
     /// takes values from outside refuses line ends in them before. Parameters: makeParameter().
     HeaderMap& getHeaders() noexcept { return m_headers; }
+    const HeaderMap& getHeaders() const noexcept { return m_headers; }
 
     /// Shares the buffer instead of copying it: what it holds when the message is stored is what is stored.
     /// @param body encoded already as transferEncoding says; null for none

@@ -157,6 +157,16 @@ TEST(FormURLEncodeTest, passesItsFlagOnForTheEntriesOfAMap)
     EXPECT_EQ(norla::formURLEncode(Map{{"a/", "/b"}}, true), "a%2F=%2Fb");
 }
 
+TEST(FormURLEncodeTest, takesEntriesInBracesForAMap)
+{
+    EXPECT_EQ(norla::formURLEncode({{"a/", "/b"}}, true), "a%2F=%2Fb");
+    EXPECT_EQ(norla::formURLEncode({{"b/", "x y"}, {"a&", ""}, {"", "="}}, false), "=%3D&a%26=&b/=x%20y");
+    EXPECT_EQ(norla::formURLEncode({{"a", kx::String("b")}}, true), "a=b");
+    EXPECT_EQ(norla::formURLEncode({{L"\u00E9", u8"\u00E9"}}, true), "%C3%A9=%C3%A9");
+    EXPECT_EQ(norla::formURLEncode({{"a", "1"}, {"a", "2"}}, true), "a=1");
+    EXPECT_EQ(norla::formURLEncode({}, true), "");
+}
+
 TEST(FormURLEncodeTest, joinsProperties)
 {
     kx::CProps props;

@@ -90,6 +90,16 @@ TEST(CMimeMessageTest, hasTheContentTypeItWasMadeWith)
     EXPECT_EQ(stored(*newMessage("text/plain")), "Content-Type: text/plain\r\nMIME-Version: 1.0\r\n\r\n");
 }
 
+TEST(CMimeMessageTest, showsTheHeadersOfAConstMessage)
+{
+    const auto message = newMessage("text/plain");
+    message->getHeaders()["Subject"] = "x";
+    const kx::PC<norla::CMimeMessage> readOnly = message;
+    EXPECT_EQ(&readOnly->getHeaders(), &message->getHeaders());
+    EXPECT_EQ(readOnly->getHeaders().at("Subject"), "x");
+    static_assert(std::is_const_v<std::remove_reference_t<decltype(readOnly->getHeaders())>>);
+}
+
 TEST(CMimeMessageTest, storesTheBodyBehindTheHeaderBlockUnchanged)
 {
     EXPECT_EQ(stored(*messageOf("", std::string_view(".\n\0\r\n.\r\n\xFF", 9))),
