@@ -2,10 +2,15 @@
 
 #include "kx/base/CError.h"
 #include "kx/base/P.h"
+#include "tests/support/CLogRecorder.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstddef>
 #include <functional>
+#include <new>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -184,6 +189,81 @@ TEST_F(PTest, refusesToCastAnObjectThatIsBeingDeleted)
     thing->checkCastAllowed();
     thing = nullptr;
     EXPECT_EQ(message, "The object is being deleted and cannot be handed out any more.");
+}
+
+/// Objects that were not made with newObj().
+class MisplacedObjectTest : public PTest {
+protected:
+    static constexpr char referenced[] = "error: Wrong use of a counted object.: An object goes while references to it "
+                                         "are held. Make it with kx::newObj().";
+    static constexpr char onStack[]
+        = "error: Wrong use of a counted object.: An object on the stack has lost its last reference. Make it with "
+          "kx::newObj().";
+
+    // AddressSanitizer keeps variables elsewhere, to find out about their use after a return.
+    __attribute__((no_sanitize("address"))) void loseOnStack()
+    {
+        CThing thing(m_alive);
+        const kx::P<CThing> reference = &thing;
+    }
+
+    __attribute__((no_sanitize("address"))) static void loseInsideAnother()
+    {
+        kx::CBase things[2];
+        const kx::P<kx::CBase> reference = &things[1];
+    }
+
+    std::vector<std::string> takeLog() { return m_log.lines(); }
+
+private:
+    support::CLogRecorder m_log;
+};
+
+TEST_F(MisplacedObjectTest, mayStandOnTheStackWhereNobodyRefersToIt)
+{
+    {
+        const CThing thing(m_alive);
+        const CThing copy = thing;
+    }
+    EXPECT_EQ(m_alive, 0);
+    EXPECT_EQ(takeLog(), std::vector<std::string>());
+}
+
+TEST_F(MisplacedObjectTest, isToldWhenItGoesWhileReferencesAreHeld)
+{
+    alignas(CThing) std::array<std::byte, sizeof(CThing)>
+        memory; // outlives the object, so that the reference can be left
+    auto* const thing = new (memory.data()) CThing(m_alive);
+    thing->addRef();
+    thing->~CThing();
+    EXPECT_EQ(takeLog(), std::vector<std::string>{referenced});
+}
+
+TEST_F(MisplacedObjectTest, isToldAndNotDeletedWhenItLosesItsLastReferenceOnTheStack)
+{
+    loseOnStack();
+    EXPECT_EQ(m_alive, 0);
+    EXPECT_EQ(takeLog(), std::vector<std::string>{onStack});
+}
+
+TEST_F(MisplacedObjectTest, isFoundOnTheStackOfEveryThread)
+{
+    std::thread([this] { loseOnStack(); }).join();
+    EXPECT_EQ(takeLog(), std::vector<std::string>{onStack});
+}
+
+TEST_F(MisplacedObjectTest, isFoundInsideAnotherObjectOnTheStack)
+{
+    loseInsideAnother();
+    EXPECT_EQ(takeLog(), std::vector<std::string>{onStack});
+}
+
+TEST_F(MisplacedObjectTest, isNoObjectOfAnotherThreadsHeap)
+{
+    auto thing = kx::newObj<CThing>(m_alive);
+    std::thread([moved = std::move(thing)]() mutable { moved = nullptr; }).join();
+    EXPECT_EQ(m_alive, 0);
+    EXPECT_EQ(takeLog(), std::vector<std::string>());
 }
 
 TEST_F(PTest, countsFromManyThreads)
