@@ -44,10 +44,9 @@ std::filesystem::path CProxyServer::logFile() const
 void CProxyServer::start(const CServerProcess::CSettings& settings, std::string_view readyText)
 {
     m_process = std::make_unique<CServerProcess>(settings);
-    if (readyText.empty())
-        m_process->waitUntilConnectable(getPort());
-    else
+    if (!readyText.empty())
         m_process->waitUntilLogged(readyText);
+    m_process->waitUntilConnectable(getPort());
 }
 
 } // namespace support

@@ -45,9 +45,10 @@ protected:
     /// In the folder.
     std::filesystem::path logFile() const;
 
-    /// Blocks until the server listens.
+    /// Blocks until the server accepts a connection.
     /// @param settings with logFile()
-    /// @param readyText what the server logs once it listens; if empty, a connection shows it
+    /// @param readyText what the server logs before it serves; may be empty. It does not tell that the server listens:
+    /// Squid logs so a moment before.
     /// @throws std::runtime_error if it cannot be started
     void start(const CServerProcess::CSettings& settings, std::string_view readyText);
 
