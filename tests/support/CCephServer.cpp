@@ -104,6 +104,11 @@ std::string CCephServer::log() const
     return m_gateway->log();
 }
 
+void CCephServer::waitUntilLogged(std::string_view text) const
+{
+    m_gateway->waitUntilLogged(text);
+}
+
 void CCephServer::writeConfiguration() const
 {
     const CTestCertificates& certificates = CTestCertificates::get();

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace support {
@@ -61,6 +62,10 @@ public:
 
     /// @return what the gateway has logged so far, with a line for each request: its user, method, path and status
     std::string log() const;
+
+    /// Blocks until the gateway's log contains the text. A line may come later than the answer that it is about.
+    /// @throws std::runtime_error with the log if 15 seconds have passed
+    void waitUntilLogged(std::string_view text) const;
 
 private:
     void writeConfiguration() const;

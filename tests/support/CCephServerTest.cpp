@@ -96,6 +96,7 @@ TEST(CCephServerTest, logsUserAndPathAndStatus)
     CCephServer server;
     server.makeBucket("bucket");
     get(server, "/bucket/missing");
+    server.waitUntilLogged(" HTTP/1.1\" 404 ");
     EXPECT_THAT(server.log(), testing::ContainsRegex("- first \\[[^\n]*\"GET /bucket/missing[^\n]*\" 404 "));
 }
 
