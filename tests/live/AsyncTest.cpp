@@ -9,6 +9,7 @@
 #include "tests/support/CSSHServer.h"
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CTestCertificates.h"
+#include "tests/support/libcurlWords.h"
 #include "tests/support/loopback.h"
 
 #include <gtest/gtest.h>
@@ -122,7 +123,7 @@ protected:
         case 6:
             return callbackError(index);
         default:
-            return {live::requestFor(m_refused.url()), "Couldn't connect to server"};
+            return {live::requestFor(m_refused.url()), support::libcurlSays("Couldn't connect to server")};
         }
     }
 

@@ -7,8 +7,13 @@
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
+#include "tests/support/libcurlWords.h"
 
+#include <curl/curl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <dlfcn.h>
 
 namespace {
 
@@ -182,12 +187,28 @@ TEST_F(ExamplesTest, fetchTellsThatTheFileIsMissingAndLeavesNoFile)
     EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
 }
 
+/// @return the file that this process has loaded
+std::string ownLibcurl()
+{
+    Dl_info info{};
+    dladdr(reinterpret_cast<const void*>(&curl_version), &info);
+    return info.dli_fname;
+}
+
+TEST_F(ExamplesTest, useTheLibcurlOfTheTest)
+{
+    CProcessRun::CSettings settings{.arguments = {"hello"}};
+    settings.environment = {"LD_TRACE_LOADED_OBJECTS=1"}; // the loader tells what it would load
+    EXPECT_THAT(run(settings).output(), testing::HasSubstr("libcurl.so.4 => " + ownLibcurl() + " ("));
+}
+
 TEST_F(ExamplesTest, fetchTellsThatNobodyListens)
 {
     const support::CRefusedPort port;
     const auto result = run({"fetch", "http://127.0.0.1:" + std::to_string(port.getPort()) + "/"});
     EXPECT_EQ(result.exitStatus(), 1);
-    EXPECT_TRUE(result.errors().starts_with("fetch: Couldn't connect to server: ")) << result.errors();
+    EXPECT_TRUE(result.errors().starts_with(support::libcurlSays("fetch: Couldn't connect to server: ")))
+        << result.errors();
 }
 
 TEST_F(ExamplesTest, fetchExplainsItsUse)

@@ -2,6 +2,7 @@
 #include "kx/text/numbers.h"
 #include "kx/time/CTime.h"
 #include "tests/live/FTPSession.h"
+#include "tests/support/libcurlWords.h"
 
 #include <gtest/gtest.h>
 
@@ -355,8 +356,9 @@ TEST_P(FTPListlessServerTest, cannotBeListedAndSaysSo)
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getCode(), CURLE_FTP_COULDNT_RETR_FILE);
     EXPECT_EQ(error->getProps().get("responseCode"), "500");
-    EXPECT_EQ(error->getMessage(),
-        "FTP: couldn't retrieve (RETR failed) the specified file: RETR response: 500 (response code: ftp 500)");
+    EXPECT_EQ(error->getMessage().toUTF8(),
+        support::libcurlSays(
+            "FTP: couldn't retrieve (RETR failed) the specified file: RETR response: 500 (response code: ftp 500)"));
 }
 
 TEST_P(FTPListlessServerTest, tellsNothingAboutAPathAndSaysSo)

@@ -1,5 +1,6 @@
 // Where FTP servers differ: docs/ftp-servers.md holds the table that these tests make.
 #include "tests/live/FTPSession.h"
+#include "tests/support/libcurlWords.h"
 
 #include <gtest/gtest.h>
 
@@ -161,13 +162,24 @@ std::string tableOfHabits()
     return table;
 }
 
+/// Rows of the table, made with libcurl 7.88, whose numbers are others with a newer one.
+std::string withNumbersOfLibcurl(std::string table)
+{
+    if (!support::isLibcurlSince(8, 14))
+        return table;
+    const std::string row = "| download from behind the end | ";
+    const size_t start = table.find(row) + row.size();
+    const std::string newer = "refused, 225 | refused, 226 | refused, 226 | refused, 225 |";
+    return table.replace(start, table.find('\n', start) - start, newer);
+}
+
 TEST(FTPServersTest, differAsTheDocumentationTells)
 {
     const std::string documentation = live::contentOf(NORLA_DOCS_DIR "/ftp-servers.md");
     const size_t start = documentation.find("| |");
     ASSERT_NE(start, std::string::npos);
     const std::string documented = documentation.substr(start, documentation.find("\n\n", start) + 1 - start);
-    EXPECT_EQ(documented, tableOfHabits());
+    EXPECT_EQ(withNumbersOfLibcurl(documented), tableOfHabits());
 }
 
 } // namespace

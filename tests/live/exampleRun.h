@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/CChildProcess.h"
 #include "tests/support/CProcessRun.h"
 
 #include <cstdlib>
@@ -18,6 +19,8 @@ inline support::CProcessRun run(support::CProcessRun::CSettings settings)
 {
     std::vector<std::string>& command = settings.arguments;
     command.front() = NORLA_EXAMPLES_DIR "/" + command.front();
+    const std::vector<std::string> libraryPath = support::inheritedLibraryPath();
+    settings.environment.insert(settings.environment.end(), libraryPath.begin(), libraryPath.end());
     if (std::getenv("NORLA_VALGRIND"))
         command.insert(command.begin(),
             {"valgrind", "--quiet", "--leak-check=full", "--error-exitcode=99",

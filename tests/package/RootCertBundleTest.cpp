@@ -1,5 +1,6 @@
 // An application built against the installed package, with root certificates of its own, as it finds them in its build tree
 // and where it is installed.
+#include "tests/support/CChildProcess.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CProcessRun.h"
 #include "tests/support/CTemporaryFolder.h"
@@ -59,7 +60,8 @@ protected:
 
     static CProcessRun runApplication(const Path& program)
     {
-        return CProcessRun({program.string(), s_server->httpsURL("/digits.txt")});
+        return CProcessRun({.arguments = {program.string(), s_server->httpsURL("/digits.txt")},
+            .environment = support::inheritedLibraryPath()});
     }
 
     /// The application prints where its certificates are, and then the file, which came from a server that it has verified.

@@ -22,6 +22,8 @@ namespace support {
 
 namespace {
 
+constexpr char libraryPath[] = "LD_LIBRARY_PATH";
+
 bool isExecutable(const std::string& file)
 {
     return access(file.c_str(), X_OK) == 0;
@@ -60,6 +62,8 @@ std::vector<std::string> wholeEnvironment(const std::vector<std::string>& additi
     std::vector<std::string> whole = additions;
     for (char** variable = environ; *variable; ++variable) {
         const std::string name = nameOf(*variable);
+        if (name == libraryPath)
+            continue;
         if (std::none_of(additions.begin(), additions.end(), [&](const auto& text) { return nameOf(text) == name; }))
             whole.emplace_back(*variable);
     }
@@ -270,6 +274,14 @@ void CChildProcess::reap()
     ::kill(m_keeper, SIGKILL);
     reapChild(m_keeper);
     m_exitStatus = statusOf(reapChild(m_pid));
+}
+
+std::vector<std::string> inheritedLibraryPath()
+{
+    const char* const value = std::getenv(libraryPath);
+    if (!value)
+        return {};
+    return {std::string(libraryPath) + "=" + value};
 }
 
 } // namespace support

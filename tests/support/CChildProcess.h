@@ -20,7 +20,9 @@ public:
         std::vector<std::string> arguments;
         /// The Debian package that the error names if there is no such program.
         std::string package = {};
-        /// "NAME=value", in addition to our own environment or instead of a variable of it.
+        /// "NAME=value", in addition to our own environment or instead of a variable of it. LD_LIBRARY_PATH is not
+        /// passed on by itself: other people's programs keep their own libraries when the tests run with a libcurl of
+        /// another version, see inheritedLibraryPath().
         std::vector<std::string> environment = {};
         /// Descriptors that the program gets under the same numbers. It gets no others but its standard streams.
         std::vector<int> inheritedDescriptors = {};
@@ -63,5 +65,9 @@ private:
     pid_t m_keeper;
     std::optional<int> m_exitStatus;
 };
+
+/// @return LD_LIBRARY_PATH for the environment of a program that is to use the same libraries as this process; nothing if
+/// it is not set
+std::vector<std::string> inheritedLibraryPath();
 
 } // namespace support

@@ -20,7 +20,7 @@ public:
         std::string package = {};
         /// What the program reads from its standard input, which is a file.
         std::string input = {};
-        /// "NAME=value", in addition to our own environment or instead of a variable of it.
+        /// As in CChildProcess::CSettings.
         std::vector<std::string> environment = {};
         Terminal terminal = Terminal::None;
         /// How long the run may take.

@@ -1,8 +1,11 @@
 #include "tests/support/CProcessRun.h"
 
+#include "tests/support/CChildProcess.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <stdexcept>
 
 using support::CProcessRun;
@@ -34,6 +37,20 @@ TEST(CProcessRunTest, givesInputAndEnvironment)
     settings.input = "input\n";
     settings.environment = {"NAME=value"};
     EXPECT_EQ(CProcessRun(settings).output(), "input\nvalue\n");
+}
+
+TEST(CProcessRunTest, passesNoLibraryPathOnByItself)
+{
+    const char* const before = std::getenv("LD_LIBRARY_PATH");
+    const std::string original = before ? before : "";
+    setenv("LD_LIBRARY_PATH", "/nowhere", 1);
+    CProcessRun::CSettings settings = shell("echo \"${LD_LIBRARY_PATH-none}\"");
+    const CProcessRun without(settings);
+    settings.environment = support::inheritedLibraryPath();
+    const CProcessRun with(settings);
+    setenv("LD_LIBRARY_PATH", original.c_str(), 1);
+    EXPECT_EQ(without.output(), "none\n");
+    EXPECT_EQ(with.output(), "/nowhere\n");
 }
 
 TEST(CProcessRunTest, capturesMoreThanAPipeHolds)

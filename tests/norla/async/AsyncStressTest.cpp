@@ -5,6 +5,7 @@
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CRefusedPort.h"
+#include "tests/support/libcurlWords.h"
 
 #include <gtest/gtest.h>
 
@@ -134,7 +135,7 @@ protected:
             {m_server.url("/status/404"), "HTTP response code said error (response code: http 404)",
                 "<html><body><h1>Not here</h1></body></html>"},
             {m_server.url("/drop"), "Server returned nothing"},
-            {m_refused.url(), "Couldn't connect to server"},
+            {m_refused.url(), support::libcurlSays("Couldn't connect to server")},
             {"nonsense://127.0.0.1/", "Unsupported protocol"},
             {m_server.url("/slow.bin"), "never", "", false},
         }})

@@ -9,6 +9,7 @@
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/libcurlWords.h"
 
 #include <arpa/inet.h>
 #include <optional>
@@ -569,7 +570,8 @@ TEST_F(CAsyncNetRequestManagerTest, givesEachRequestItsOwnResult)
     const auto bad = add(badRequest());
     finish(2);
     EXPECT_EQ(resultOf(good), "success");
-    EXPECT_EQ(resultOf(bad), "Unsupported protocol: Protocol \"nonsense\" not supported or disabled in libcurl");
+    EXPECT_EQ(resultOf(bad),
+        support::libcurlSays("Unsupported protocol: Protocol \"nonsense\" not supported or disabled in libcurl"));
     EXPECT_EQ(resultOf(reset), "Failure when receiving data from the peer: Recv failure: Connection reset by peer");
 }
 

@@ -1,6 +1,7 @@
 #include "norla/core/CCURLError.h"
 
 #include "tests/curlcalls/CCurlCalls.h"
+#include "tests/support/libcurlWords.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +12,7 @@ using Map = kx::TMap<kx::String, kx::String>;
 TEST(CCURLErrorTest, saysWhatLibcurlSaysOfTheCode)
 {
     const norla::CCURLError error(CURLE_COULDNT_CONNECT, "", "", -1, "");
-    EXPECT_EQ(error.getMessage(), "Couldn't connect to server");
+    EXPECT_EQ(error.getMessage().toUTF8(), support::libcurlSays("Couldn't connect to server"));
     EXPECT_EQ(error.getDomain(), "curl");
     EXPECT_EQ(error.getCode(), 7);
     EXPECT_EQ(error.getProps().getMap(), Map());
@@ -21,7 +22,7 @@ TEST(CCURLErrorTest, saysWhatLibcurlSaysOfTheCode)
 TEST(CCURLErrorTest, appendsTheMessage)
 {
     const norla::CCURLError error(CURLE_COULDNT_CONNECT, "to host h", "", -1, "");
-    EXPECT_EQ(error.getMessage(), "Couldn't connect to server: to host h");
+    EXPECT_EQ(error.getMessage().toUTF8(), support::libcurlSays("Couldn't connect to server: to host h"));
 }
 
 TEST(CCURLErrorTest, appendsTheResponseCode)

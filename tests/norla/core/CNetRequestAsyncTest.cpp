@@ -3,6 +3,7 @@
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/libcurlWords.h"
 
 #include <future>
 #include <optional>
@@ -108,8 +109,9 @@ TEST_F(CNetRequestAsyncTest, throwsTheTransfersError)
     run();
     const auto error = result();
     ASSERT_NE(error, nullptr);
-    EXPECT_EQ(error->getMessage(),
-        "Transferred a partial file: transfer closed with 5 bytes remaining to read (response code: http 200)");
+    EXPECT_EQ(error->getMessage().toUTF8(),
+        support::libcurlSays(
+            "Transferred a partial file: transfer closed with 5 bytes remaining to read (response code: http 200)"));
 }
 
 TEST_F(CNetRequestAsyncTest, throwsForAStatusOf404)

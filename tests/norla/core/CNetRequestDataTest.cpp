@@ -374,7 +374,7 @@ TEST_F(CNetRequestDataTest, reportsTheFirstOfTwoErrors)
 TEST_F(CNetRequestDataTest, readsTheStatusLineOnceForAllBlocksAndAnswersZeroWhenItCannot)
 {
     const support::CLogRecorder log;
-    server().onConnection().readHead().sendPieces({"HTTP/1.1  200 OK\r\nContent-Length: 2\r\n\r\n", "a", "b"});
+    server().onConnection().readHead().sendPieces({"HTTP/1.1 200OK\r\nContent-Length: 2\r\n\r\n", "a", "b"});
     request().setReceiveDataSink(sink.get());
     performPath();
     EXPECT_EQ(sink->m_calls, 2);
