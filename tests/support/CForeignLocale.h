@@ -1,13 +1,12 @@
 #pragma once
 
-#include "tests/support/CTemporaryFolder.h"
-
 #include <string>
 
 namespace support {
 
-/// The process runs under another locale, of C and of C++, as long as the object lives. The locale is made anew: a machine
-/// need not have it installed. One at a time, and no other thread may use the locale meanwhile.
+/// The process runs under another locale, of C and of C++, as long as the object lives. The locale is made by the
+/// test program, once: a machine need not have it installed. One at a time, and no other thread may use the locale
+/// meanwhile.
 class CForeignLocale {
 public:
     /// @param name such as "tr_TR.UTF-8"
@@ -16,9 +15,6 @@ public:
     CForeignLocale(const CForeignLocale&) = delete;
     CForeignLocale& operator=(const CForeignLocale&) = delete;
     ~CForeignLocale();
-
-private:
-    CTemporaryFolder m_folder;
 };
 
 } // namespace support
