@@ -5,8 +5,8 @@
 
 #include <string>
 
-/// What the command line and the environment give is bytes. Files are named by such bytes as they are; everything else is text
-/// in UTF-8.
+/// What the command line and the environment give is bytes. Files are named by such bytes as they are; everything else
+/// is text in UTF-8.
 using Path = kx::TPathImpl<kx::CUnixPathTraits>;
 
 /// @param name what an error calls the bytes, which are not shown: they may hold a password

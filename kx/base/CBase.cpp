@@ -35,8 +35,8 @@ struct CStack {
     std::uintptr_t end = 0;
 };
 
-// Between our own frame and the end of the stack, so that what else may lie below a stack that can grow does not count. A
-// coroutine with a stack of its own has its frame elsewhere.
+// Between our own frame and the end of the stack, so that what else may lie below a stack that can grow does not count.
+// A coroutine with a stack of its own has its frame elsewhere.
 bool isOnStack(const void* object) noexcept
 {
     static thread_local const CStack stack;

@@ -12,9 +12,9 @@ namespace kx {
 // To clang-format the constructors of a class with this name look like macro calls.
 // clang-format off
 
-/// A counted reference to an object that derives from IBase and was made with newObj(): the object lives at least as long
-/// as the P. (One on the stack goes when its block ends, whoever refers to it: see CBase.) Copies may be used by several
-/// threads, one P by one thread at a time. Empty (null) by default.
+/// A counted reference to an object that derives from IBase and was made with newObj(): the object lives at least as
+/// long as the P. (One on the stack goes when its block ends, whoever refers to it: see CBase.) Copies may be used by
+/// several threads, one P by one thread at a time. Empty (null) by default.
 template <typename T>
 class P {
 public:

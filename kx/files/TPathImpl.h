@@ -11,8 +11,8 @@ namespace kx {
 ///
 /// The system's names are bytes, which mostly are UTF-8 but need not be. fromBytes() keeps every byte that does not
 /// belong to UTF-8 as one character, U+DC80 to U+DCFF (U+DC00 plus the byte, as Python's PEP 383 does), and toBytes()
-/// gives it back: any name goes there and back unchanged. These characters are surrogates: the text of such a path has no
-/// UTF-8 form, and is shown by String::toDisplayUTF8().
+/// gives it back: any name goes there and back unchanged. These characters are surrogates: the text of such a path has
+/// no UTF-8 form, and is shown by String::toDisplayUTF8().
 template <typename TTraits>
 class TPathImpl {
 public:
