@@ -3,6 +3,7 @@
 #include "examples/arguments.h"
 #include "kx/streams/CBufferStream.h"
 #include "kx/text/numbers.h"
+#include "norla/core/CCURLError.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/mail/CMultiPartMimeMessage.h"
 #include "norla/mail/CSMTPClient.h"
@@ -254,7 +255,8 @@ void run(const COptions& options)
 /// What has failed, and what the server said if it was the server that refused.
 std::string toldOf(const kx::CError& error)
 {
-    const kx::String reply = error.getProps().get("serverReply");
+    const auto* const failure = dynamic_cast<const norla::CCURLError*>(&error);
+    const kx::String reply = failure ? failure->getServerReply() : kx::String();
     return (reply.isEmpty() ? error.getMessage() : error.getMessage() + "\n" + reply).toDisplayUTF8();
 }
 

@@ -16,14 +16,11 @@ kx::String composed(const char* libcurlText, const kx::String& message, const kx
     return text;
 }
 
-kx::CProps propsOf(const kx::String& domain, int responseCode, const kx::String& serverMessage,
-    const kx::String& serverReply = kx::String())
+kx::CProps propsOf(const kx::String& domain, int responseCode, const kx::String& serverMessage)
 {
     kx::CProps props;
     if (!serverMessage.isEmpty())
         props.set("serverMessage", serverMessage);
-    if (!serverReply.isEmpty())
-        props.set("serverReply", serverReply);
     if (responseCode > 0)
         props.set("responseCode", kx::toString(responseCode));
     if (!domain.isEmpty())
@@ -48,7 +45,8 @@ CCURLError::CCURLError(CURLcode code, const kx::String& message, const kx::Strin
     const kx::String& serverMessage, const kx::String& serverReply)
     : CError(composed(orText(curl_easy_strerror(code), "invalid CURL easy error code"), message, responseCodeDomain,
                  responseCode),
-        "curl", code, propsOf(responseCodeDomain, responseCode, serverMessage, serverReply))
+        "curl", code, propsOf(responseCodeDomain, responseCode, serverMessage))
+    , m_serverReply(serverReply)
 {
 }
 

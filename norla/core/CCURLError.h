@@ -9,10 +9,7 @@ namespace norla {
 /// A libcurl call or a transfer has failed. Domain "curl" with a CURLcode as code, or "curlm" with a CURLMcode.
 ///
 /// Properties, each there only when it is known: "serverMessage", what the server said about it; "responseCode", its status
-/// in decimal; "responseCodeDomain", what that status belongs to ("http", "ftp" or "smtp"); "serverReply", of a mail server, the
-/// last reply of the transfer that refused something (status 400 to 599), all its lines, with a line feed between them. That
-/// one is for people: the "serverMessage" of a mail is the last line of all, which may be the answer to a goodbye ("221 Bye")
-/// or what came before a TLS failure ("220 Ready to start TLS").
+/// in decimal; "responseCodeDomain", what that status belongs to ("http", "ftp" or "smtp").
 class KX_EXPORT CCURLError : public kx::CError {
 public:
     /// The error's message is libcurl's own text for the code, then ": " and `message` unless that is empty, then the response
@@ -22,8 +19,7 @@ public:
     CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
         const kx::String& serverMessage);
 
-    /// The same with the property "serverReply".
-    /// @param serverReply empty when a mail server refused nothing, and for other servers
+    /// The same with what getServerReply() answers.
     CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
         const kx::String& serverMessage, const kx::String& serverReply);
 
@@ -34,8 +30,17 @@ public:
     CCURLError(const CCURLError&) = default;
     ~CCURLError() override;
 
+    /// What a mail server refused with: the last reply of the transfer that has a status of 400 to 599, all its lines, with a
+    /// line feed between them; empty when it refused nothing, and for other servers. This is for people: the "serverMessage" of a
+    /// mail is the last line of all, which may be the answer to a goodbye ("221 Bye") or what came before a TLS failure ("220 Ready
+    /// to start TLS").
+    const kx::String& getServerReply() const noexcept { return m_serverReply; }
+
     kx::P<kx::CError> clone() const override;
     [[noreturn]] void throwClone() const override;
+
+private:
+    kx::String m_serverReply;
 };
 
 } // namespace norla

@@ -1016,11 +1016,16 @@ size_t CNetRequest::readHandler(char* buffer, size_t size, size_t count) noexcep
 
 int CNetRequest::seekHandler(long long offset, int origin) noexcept
 {
+    // From libcurl 8 on a rewind that has failed is asked for again at the start of the next transfer, whatever that sends: it
+    // begins at 0 anyway.
+    if (std::exchange(m_hasRewindPending, false) && !m_sendDataWasRead && origin == SEEK_SET && offset == 0)
+        return CURL_SEEKFUNC_OK;
     const kx::P<IDataSource> source = m_sendDataSource;
     if (!source)
         return CURL_SEEKFUNC_FAIL;
     bool found = false;
     storingErrors([&source, offset, origin, &found] { found = seekSource(*source, offset, origin); });
+    m_hasRewindPending = !found;
     return found ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
 }
 

@@ -253,7 +253,7 @@ public:
 
     /// Throws a CCURLError with what is known about the failure: the message (libcurl's own when it is empty) and, after an
     /// answer, what the server said (the last reply line of a mail server, or the text of the body that an HTTP server sent
-    /// into the default receive buffer). A mail server's last refusal, if there was one, is the error's "serverReply".
+    /// into the default receive buffer). A mail server's last refusal, if there was one, is the error's getServerReply().
     [[noreturn]] void throwError(
         CURLcode code, const kx::String& responseCodeDomain, int responseCode, const kx::String& message);
 
@@ -371,6 +371,7 @@ private:
     bool m_upload = false;
     long long m_copiedBodySize = -1; // of the text that libcurl has as CURLOPT_COPYPOSTFIELDS; -1: none
     bool m_hasRecipients = false;
+    bool m_hasRewindPending = false; // libcurl's, of an earlier transfer
     bool m_isPerforming = false;
     std::atomic<bool> m_isManaged{false};
     bool m_hasOwnConnections = false;

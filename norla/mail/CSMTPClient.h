@@ -51,7 +51,7 @@ public:
     /// care. Line ends are CRLF: a bare line feed and a bare carriage return are sent as CRLF, so that nothing in a message
     /// can pass for its end and a command behind it (RFC 5321 section 2.3.8). A message whose line ends are CRLF is sent byte
     /// for byte; others need a transfer encoding such as Base64 if every byte of them matters.
-    /// @throws CCURLError when the transfer fails, the server refuses (with its reply as "serverReply", its last line as
+    /// @throws CCURLError when the transfer fails, the server refuses (with its reply as getServerReply(), its last line as
     /// "serverMessage"), or there are no recipients
     /// @throws kx::CInvalidArgError when a recipient is empty, before anything is touched, or an address holds a zero
     /// character; kx::CError when it has no UTF-8 form

@@ -459,7 +459,7 @@ TEST(SMTPTest, theErrorHasTheServersLastReply)
     // libcurl says QUIT, to which Exim answers. Newer ones do not show that.
     EXPECT_EQ(error->getProps().get("serverMessage").toUTF8(),
         support::isLibcurlSince(8, 14) ? "550 5.1.1 No such recipient\r\n" : "221 localhost closing connection\r\n");
-    EXPECT_EQ(error->getProps().get("serverReply"), "550 5.1.1 No such recipient");
+    EXPECT_EQ(dynamic_cast<const norla::CCURLError&>(*error).getServerReply(), "550 5.1.1 No such recipient");
 }
 
 TEST(SMTPTest, neitherErrorsNorLogHaveThePassword)

@@ -38,9 +38,10 @@ TEST(CCURLErrorTest, tellsAMailServersRefusal)
     const norla::CCURLError error(CURLE_SEND_ERROR, "m", "smtp", 550, "221 Bye", "550-no\n550 such");
     EXPECT_EQ(error.getMessage(), "Failed sending data to the peer: m (response code: smtp 550)");
     EXPECT_EQ(error.getProps().getMap(),
-        (Map{{"responseCode", "550"}, {"responseCodeDomain", "smtp"}, {"serverMessage", "221 Bye"},
-            {"serverReply", "550-no\n550 such"}}));
-    EXPECT_FALSE(norla::CCURLError(CURLE_SEND_ERROR, "m", "smtp", 550, "m", "").getProps().has("serverReply"));
+        (Map{{"responseCode", "550"}, {"responseCodeDomain", "smtp"}, {"serverMessage", "221 Bye"}}));
+    EXPECT_EQ(error.getServerReply(), "550-no\n550 such");
+    EXPECT_EQ(dynamic_cast<const norla::CCURLError&>(*error.clone()).getServerReply(), "550-no\n550 such");
+    EXPECT_EQ(norla::CCURLError(CURLE_SEND_ERROR, "m", "smtp", 550, "m").getServerReply(), "");
 }
 
 TEST(CCURLErrorTest, leavesOutAResponseCodeOfZero)
