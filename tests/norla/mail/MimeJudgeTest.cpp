@@ -345,9 +345,10 @@ void addParameters(std::vector<CCase>& cases, CMaker& maker)
 
 void addAnyParameters(std::vector<CCase>& cases, CMaker& maker)
 {
-    for (const kx::String& value : kx::TArray<kx::String>{"report.txt", "a\nX-Injected: 1", "a\r\nX-Injected: 1\r\n\r\nbody", "a\\\"b\\",
-    for (const kx::String value : {"report.txt", "a\nX-Injected: 1", "a\r\nX-Injected: 1\r\n\r\nbody", "a\\\"b\\",
-             "%41%C3%BC", "utf-8''a", "a;b=c", "\"", "\\", "  blanks  in  it  "})
+    std::vector<kx::String> values = chosenSubjects();
+    for (const kx::String& value :
+        kx::TArray<kx::String>{"report.txt", "a\nX-Injected: 1", "a\r\nX-Injected: 1\r\n\r\nbody", "a\\\"b\\",
+            "%41%C3%BC", "utf-8''a", "a;b=c", "\"", "\\", "  blanks  in  it  "})
         values.push_back(value);
     for (int i = 0; i < 150; ++i) {
         values.push_back(maker.text(60));
