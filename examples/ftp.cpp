@@ -24,10 +24,11 @@ constexpr const char* usage = R"(Usage: ftp [--tls | --implicit-tls] [--ca FILE]
   put FILE PATH     stores a file, making directories that are missing
   mv FROM TO        renames a file or directory
   rm PATH           deletes a file
-  rmtree DIR        deletes a directory with everything in it
+  rmtree DIR        deletes a directory with everything in it; DIR begins with /, without parts . and ..
   mkdir DIR         makes a directory, with its parents
   stat PATH         shows type, size and time
-Paths are the server's, from / on. In ls, get, put and mkdir they stand in a URL: write a blank as %20.
+Paths are the server's, from / on. In ls, get and put they stand in a URL: write a blank as %20.
+No argument may hold a line end or another control character.
 The environment gives the login: FTP_USER and FTP_PASSWORD (else anonymous).
 )";
 
@@ -97,7 +98,7 @@ public:
 
     void remove(const kx::String& path) { m_client->deleteFile(*m_request, path); }
     void removeTree(const kx::String& dir) { m_client->deleteDirWithAllContents(*m_request, dir); }
-    void makeDir(const kx::String& dir) { m_client->createDir(*m_request, dir, true); }
+    void makeDir(const kx::String& dir) { m_client->createDirs(*m_request, dir); }
 
     void stat(const kx::String& path)
     {
@@ -138,8 +139,21 @@ void execute(CCommands& commands, const std::vector<std::string>& words)
         throw CUsageError();
 }
 
+/// A line end in a path would begin another command.
+void refuseControlCharacters(const std::vector<std::string>& words)
+{
+    for (size_t i = 0; i < words.size(); ++i) {
+        for (const char character : words[i]) {
+            if ((character >= 0 && character < ' ') || character == 0x7f)
+                throw kx::CError("Argument " + kx::toString(static_cast<long long>(i + 1))
+                    + " holds a line end or another control character.");
+        }
+    }
+}
+
 void run(std::vector<std::string> words)
 {
+    refuseControlCharacters(words);
     auto connectType = norla::CFTPClient::ConnectUnencrypted;
     Path certificates;
     while (!words.empty() && words[0].starts_with("--")) {

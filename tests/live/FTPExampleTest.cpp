@@ -69,6 +69,39 @@ TEST_P(FTPExampleTest, explainsFailures)
     EXPECT_TRUE(ftp({"ls", "/"}).errors().starts_with("ftp: Login denied: ")) << ftp({"ls", "/"}).errors();
 }
 
+TEST_P(FTPExampleTest, makesDirectoriesOfPlainNames)
+{
+    EXPECT_EQ(ftp({"mkdir", "/my dir/100%41/b"}).errors(), "");
+    EXPECT_TRUE(std::filesystem::is_directory(m_server.root() / "my dir/100%41/b"));
+    const auto refused = ftp({"mkdir", "/digits.txt/b"});
+    EXPECT_EQ(refused.exitStatus(), 1);
+    EXPECT_NE(refused.errors().find("FTP directory '/digits.txt' can neither be entered"), std::string::npos)
+        << refused.errors();
+}
+
+TEST_P(FTPExampleTest, refusesControlCharacters)
+{
+    for (const std::string path : {"/x\r\nDELE /digits.txt", "/x\nDELE /digits.txt", "/x\x7f"}) {
+        const auto refused = ftp({"rm", path});
+        EXPECT_EQ(refused.exitStatus(), 1);
+        EXPECT_EQ(refused.errors().substr(refused.errors().find(" holds")),
+            " holds a line end or another control character.\n");
+    }
+    EXPECT_TRUE(std::filesystem::exists(m_server.root() / "digits.txt"));
+    EXPECT_EQ(m_server.log(), "");
+}
+
+TEST_P(FTPExampleTest, doesNotDeleteATreeThatIsNotNamed)
+{
+    for (const std::string path : {"", "/a/..", "/.", "."}) {
+        const auto refused = ftp({"rmtree", path});
+        EXPECT_EQ(refused.exitStatus(), 1);
+        EXPECT_NE(refused.errors().find("'" + path + "'"), std::string::npos) << refused.errors();
+    }
+    EXPECT_TRUE(std::filesystem::exists(m_server.root() / "digits.txt"));
+    EXPECT_EQ(m_server.log(), "");
+}
+
 TEST_P(FTPExampleTest, explainsItsUse)
 {
     EXPECT_EQ(ftp({}).exitStatus(), 2);
