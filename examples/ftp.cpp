@@ -142,11 +142,13 @@ void execute(CCommands& commands, const std::vector<std::string>& words)
 /// A line end in a path would begin another command.
 void refuseControlCharacters(const std::vector<std::string>& words)
 {
-    for (size_t i = 0; i < words.size(); ++i) {
-        for (const char character : words[i]) {
+    long long number = 0;
+    for (const std::string& word : words) {
+        ++number;
+        for (const char character : word) {
             if ((character >= 0 && character < ' ') || character == 0x7f)
-                throw kx::CError("Argument " + kx::toString(static_cast<long long>(i + 1))
-                    + " holds a line end or another control character.");
+                throw kx::CError(
+                    "Argument " + kx::toString(number) + " holds a line end or another control character.");
         }
     }
 }

@@ -93,17 +93,18 @@ public:
     void removeDir(CNetRequest& request, const kx::String& path);
 
     /// Makes a directory. @param recursive whether its missing parents are made too, and one that exists already is no
-    /// error; the path stands in a URL then. That relies on libcurl sending no commands before a listing, as up to version
-    /// 8.14: createDirs() does the same with every version, and with plain paths.
+    /// error; the path stands in a URL then. That relies on libcurl sending no commands before a listing, as up to
+    /// version 8.14: createDirs() does the same with every version, and with plain paths.
     void prepareCreateDirRequest(CNetRequest& request, const kx::String& path, bool recursive);
     void createDir(CNetRequest& request, const kx::String& path, bool recursive);
 
-    /// Makes a directory and those of its parents that are missing; one that exists already is no error. It sends MKD for every
-    /// directory on the way and then goes to the last one, which must be there.
-    /// @param path stands in commands alone: unescaped ("my dir"). From the server's root on when it begins with "/", else from
-    /// the directory of the login on. Empty parts ("a//b", "a/b/") do not count.
+    /// Makes a directory and those of its parents that are missing; one that exists already is no error. It sends MKD
+    /// for every directory on the way and then goes to the last one, which must be there.
+    /// @param path unescaped ("my dir"); from the server's root on when it begins with "/", else from the directory of
+    /// the login on. Empty parts ("a//b", "a/b/") do not count.
     /// @throws kx::CInvalidArgError for an empty path and for control characters, before anything is sent
-    /// @throws CCURLError as perform(); with the first directory that can be neither entered nor made, and the server's words
+    /// @throws CCURLError as perform(); naming the first directory that can be neither entered nor made, with the
+    /// server's words
     void createDirs(CNetRequest& request, const kx::String& path);
 
     /// Lists a directory by MLSD, which the server must know.
@@ -116,15 +117,16 @@ public:
     /// elsewhere ("..", "a/b"), and then the directory is too. The first failure ends it; what was removed until then stays
     /// removed. Directories inside whose names need escaping in a URL ("my dir") cannot be listed and end it too.
     ///
-    /// The path means the same as in a command, where "/" is the server's root. Where the server's answer to PWD at the login
-    /// was not "/" (or is not known), the directory is listed a second time, from the root, before anything is deleted.
+    /// The path means the same as in a command, where "/" is the server's root. Where the server's answer to PWD at the
+    /// login was not "/" (or is not known), the directory is listed a second time, from the root, before anything is
+    /// deleted.
     ///
-    /// Of unreadable lines that are kept (setKeepUnreadableLines()) nothing is deleted, nor the directories around them;
-    /// everything else is.
-    /// @param dirPath begins with "/" and has no parts "." and ".."; "/" alone empties the root, and then fails to remove it
+    /// What stands in unreadable lines that are kept (setKeepUnreadableLines()) is not deleted, nor are the directories
+    /// around it; everything else is.
+    /// @param dirPath begins with "/" and has no parts "." and ".."; "/" empties the root, and then fails to remove it
     /// @throws kx::CInvalidArgError for other paths, before anything is sent
-    /// @throws kx::CError when what is inside is nested so deep that its path goes on for more than 4096 characters; at the end,
-    /// naming the first of the unreadable lines that were kept
+    /// @throws kx::CError when what is inside is nested so deep that its path goes on for more than 4096 characters; at
+    /// the end, naming the first of the unreadable lines that were kept
     void deleteDirWithAllContents(CNetRequest& request, const kx::String& dirPath);
 
     /// "CWDSteps" and so on. @throws kx::CError "Unknown CWDType: " and the number for anything else

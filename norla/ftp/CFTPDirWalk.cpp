@@ -46,8 +46,8 @@ kx::TArray<kx::String> dirsOnTheWay(const kx::String& path)
     return dirs;
 }
 
-/// For a URL, in which it keeps its meaning: the path of a URL leads on from the directory of the login, and from the root only
-/// with a "/" of its own.
+/// For a URL, in which it keeps its meaning: the path of a URL leads on from the directory of the login, and from the
+/// root only with a "/" of its own.
 kx::String urlPathOf(CNetRequest& request, const kx::String& dir)
 {
     kx::String path = "/";
@@ -92,8 +92,8 @@ void CFTPDirWalk::tryToMakeAll()
     m_request.perform();
 }
 
-/// Goes there as libcurl does before a transfer, so that it knows where the connection stands. A CWD among the commands would
-/// lead later relative paths astray.
+/// Goes there as libcurl does before a transfer, so that it knows where the connection stands. A CWD among the commands
+/// would lead later relative paths astray.
 bool CFTPDirWalk::enter(const kx::String& dir)
 {
     m_client.beginPrepareRequest(m_request, urlPathOf(m_request, dir), false);

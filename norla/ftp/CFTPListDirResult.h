@@ -14,8 +14,8 @@ namespace norla {
 /// A directory's listing, as a server sends it after MLSD. Immutable.
 class KX_EXPORT CFTPListDirResult : public virtual kx::CBase {
 public:
-    /// What to do with lines that cannot be read: names that are not UTF-8, facts that are none, sizes and times that are no
-    /// numbers.
+    /// What to do with lines that cannot be read: names that are not UTF-8, facts that are none, sizes and times that
+    /// are no numbers.
     enum UnreadableLines : int {
         RefuseUnreadable = 0, ///< one of them loses the whole listing
         KeepUnreadable = 1    ///< they are kept apart from the entries
@@ -32,8 +32,8 @@ public:
     /// In the server's order; with the directory itself and its parent, where the server lists them.
     const kx::TArray<kx::P<CFTPDirEntry>>& getEntries() const noexcept { return m_entries; }
 
-    /// The lines that could not be read, in the server's order, its bytes without their line ends. Empty unless the listing
-    /// was made with KeepUnreadable.
+    /// The lines that could not be read, in the server's order, its bytes without their line ends. Empty unless the
+    /// listing was made with KeepUnreadable.
     const kx::TArray<std::string>& getUnreadableLines() const noexcept { return m_unreadableLines; }
 
 private:

@@ -27,10 +27,10 @@ void checkPath(const kx::String& path)
 {
     forEachField(path.toWide(), L'/', [&path](std::wstring_view part) {
         if (part == L"." || part == L"..")
-            throwBadPath("the path of a directory to delete must not have parts \".\" and \"..\"", path);
+            throwBadPath("the path of a directory to delete must not have parts '.' and '..'", path);
     });
     if (!path.startsWith("/")) // in a URL it would be a part of the host
-        throwBadPath("the path of a directory to delete must begin with \"/\"", path);
+        throwBadPath("the path of a directory to delete must begin with '/'", path);
 }
 
 // Of an entry in a directory. The others lead out of it or around in it, whatever type a server gives them.
@@ -79,8 +79,8 @@ void CFTPTreeDeletion::run()
         m_unreadable->throwClone();
 }
 
-/// A path in a URL leads on from the directory of the login, one in a command from the root: where these differ, so do the
-/// listed directory and the one to delete, and only the second counts.
+/// A path in a URL leads on from the directory of the login, one in a command from the root: where these differ, so do
+/// the listed directory and the one to delete, and only the second counts.
 kx::P<CFTPListDirResult> CFTPTreeDeletion::listTop()
 {
     m_client.prepareListDirRequest(m_request, m_topDir);
@@ -97,8 +97,7 @@ kx::P<CFTPListDirResult> CFTPTreeDeletion::listTop()
 
 kx::P<CFTPListDirResult> CFTPTreeDeletion::list(const kx::String& dir)
 {
-    return m_client.listDir(
-        m_request, m_listsFromRoot ? "/" + dir : dir); // in a URL "//" is the root (RFC 1738 section 3.2.2)
+    return m_client.listDir(m_request, m_listsFromRoot ? "/" + dir : dir); // libcurl takes "//" in a URL for the root
 }
 
 bool CFTPTreeDeletion::isTopListedFromRoot()
@@ -106,8 +105,8 @@ bool CFTPTreeDeletion::isTopListedFromRoot()
     return m_topDir.startsWith("//") || isLoginAtRoot();
 }
 
-/// libcurl remembers the last answer to PWD that it understood, on whatever connection it came. So what this connection was
-/// told when it was opened counts more.
+/// libcurl remembers the last answer to PWD that it understood, on whatever connection it came. So what this connection
+/// was told when it was opened counts more.
 bool CFTPTreeDeletion::isLoginAtRoot()
 {
     bool isNew = false;
@@ -115,7 +114,7 @@ bool CFTPTreeDeletion::isLoginAtRoot()
         const kx::String reply = line->getCurrent();
         if (reply.startsWith("257 ")) { // a quote mark within a name is doubled (RFC 959 appendix II)
             const kx::String path = reply.substr(std::min(reply.find(L'"'), reply.size()));
-            return path.startsWith("\"/\"") && !path.startsWith("\"/\"\"");
+            return path.startsWith(R"("/")") && !path.startsWith(R"("/"")");
         }
         isNew = isNew || reply.startsWith("220") || reply.startsWith("230");
     }

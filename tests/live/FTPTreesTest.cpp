@@ -1,5 +1,5 @@
-// Trees of directories on real FTP servers: where a log-in begins elsewhere than at the root, with names that are not UTF-8,
-// and how they are made.
+// Trees of directories on real FTP servers: where a log-in begins elsewhere than at the root, with names that are not
+// UTF-8, and how they are made.
 #include "tests/live/FTPSession.h"
 
 #include <gtest/gtest.h>

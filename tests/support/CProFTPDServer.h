@@ -6,8 +6,8 @@
 
 namespace support {
 
-/// ProFTPD. It lists with LIST, NLST, MLSD and MLST. In the folder "read-only" below root(), if the test makes one, the user
-/// may change nothing.
+/// ProFTPD. It lists with LIST, NLST, MLSD and MLST. In the folder "read-only" below root(), if the test makes one, the
+/// user may change nothing.
 class CProFTPDServer : public CInetdFTPServer {
 public:
     struct CSettings {

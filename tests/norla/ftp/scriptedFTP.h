@@ -32,8 +32,8 @@ protected:
             "127.0.0.1:" + kx::toString(port), "user", "not-to-be-seen", CFTPClient::ConnectUnencrypted);
     }
 
-    // libcurl says QUIT when it drops a connection that it takes for usable, and waits up to two minutes for an answer: every
-    // script that leaves such a connection behind takes the QUIT and closes.
+    // libcurl says QUIT when it drops a connection that it takes for usable, and waits up to two minutes for an answer:
+    // every script that leaves such a connection behind takes the QUIT and closes.
 
     /// The answers up to the log-in. @param place what the server says about where that leads to
     static CScript& login(CScript& script, const std::string& place = "257 \"/\"")
