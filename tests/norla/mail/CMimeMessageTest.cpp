@@ -422,6 +422,11 @@ struct CParameterCase {
     const char* parameter;
 };
 
+void PrintTo(const CParameterCase& parameter, std::ostream* out)
+{
+    *out << parameter.name;
+}
+
 class CParameterTest : public testing::TestWithParam<CParameterCase> {};
 
 TEST_P(CParameterTest, isWrittenAs)
