@@ -158,14 +158,18 @@ void CAsyncNetRequestManager::removeRequest(int index)
     kx::P<CNetRequest> removed;
     {
         const CSigPipeBlock block; // the connection of a running transfer is closed here
-        removed = takeOut(m_requests.begin() + index);
+        CNetRequest& request = *m_requests[static_cast<size_t>(index)];
+        request.beginWithdrawal();
+        const CURLMcode result = curl_multi_remove_handle(m_multi, request.getEasyHandle());
+        request.endWithdrawal();
+        removed = takeOut(m_requests.begin() + index, result);
     }
 }
 
 // The caller drops the reference: with the last one go sinks and listeners, whose destructors may come back to this manager.
-kx::P<CNetRequest> CAsyncNetRequestManager::takeOut(RequestArray::iterator position)
+kx::P<CNetRequest> CAsyncNetRequestManager::takeOut(RequestArray::iterator position, CURLMcode removed)
 {
-    check(curl_multi_remove_handle(m_multi, (*position)->getEasyHandle()));
+    check(removed);
     kx::P<CNetRequest> request = std::move(*position);
     m_requests.erase(position);
     request->leaveManager();
@@ -256,7 +260,8 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
                 continue;
             result = CURLE_USE_SSL_FAILED; // of the first attempt
         }
-        const kx::P<CNetRequest> request = takeOut(found);
+        const kx::P<CNetRequest> request
+            = takeOut(found, curl_multi_remove_handle(m_multi, message->easy_handle));
         ++count;
         request->setAsyncInfo(true, result);
         if (finished)

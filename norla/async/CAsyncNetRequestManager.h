@@ -74,7 +74,7 @@ public:
 private:
     struct CDescriptorSets;
 
-    kx::P<CNetRequest> takeOut(RequestArray::iterator position);
+    kx::P<CNetRequest> takeOut(RequestArray::iterator position, CURLMcode removed);
     bool startAgain(CNetRequest& request);
     bool mayMissDescriptors(const CDescriptorSets& sets) const;
     long timeLibcurlWants() const;

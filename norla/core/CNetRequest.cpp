@@ -190,7 +190,7 @@ void CNetRequest::reset()
     m_keptObjects.clear();
     m_proxyLogins.clear();
     m_copiedBodySize = -1;
-    m_hasRecipients = false;
+    m_recipients = nullptr;
     resetForPerform();
     setDefaultOptions();
 }
@@ -344,7 +344,7 @@ void CNetRequest::noticePlainConnection()
 // Without recipients libcurl says HELP in place of sending the mail, and is content when the server answers.
 void CNetRequest::noticeUnsentMail(CURLcode result)
 {
-    if (result == CURLE_OK && m_upload && !m_hasRecipients && !m_sendDataWasRead && !m_callbackError
+    if (result == CURLE_OK && m_upload && !m_recipients && !m_sendDataWasRead && !m_callbackError
         && getResponseCodeDomain() == "smtp")
         m_callbackError
             = CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, "").clone();
@@ -414,7 +414,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
         m_copiedBodySize = -1;
     else if (option == CURLOPT_MAIL_RCPT)
-        m_hasRecipients = value != nullptr;
+        m_recipients = value;
     else if (option == CURLOPT_OPENSOCKETFUNCTION || option == CURLOPT_CLOSESOCKETFUNCTION)
         m_hasSocketCallbacks = value != nullptr; // the application's own stay
     m_tlsDemand->noticePointer(option, value);
@@ -911,6 +911,19 @@ void CNetRequest::enterManager(COpenSockets& sockets)
         m_ownSockets->stopReading(); // newer libcurls close these connections now
     useSockets(sockets);
     m_isManaged = true;
+}
+
+// Without recipients libcurl has no mail to end.
+void CNetRequest::beginWithdrawal()
+{
+    if (m_recipients)
+        setOption(CURLOPT_MAIL_RCPT, static_cast<void*>(nullptr));
+}
+
+void CNetRequest::endWithdrawal()
+{
+    if (m_recipients)
+        setOption(CURLOPT_MAIL_RCPT, m_recipients);
 }
 
 void CNetRequest::leaveManager() noexcept

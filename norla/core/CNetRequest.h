@@ -291,6 +291,11 @@ public:
     void enterManager(COpenSockets& sockets);
     void leaveManager() noexcept;
 
+    /// For the asynchronous manager: before and after libcurl lets go of a request whose transfer has not ended. It would end
+    /// the mail that it is sending as if it were whole, and wait for the server's answer.
+    void beginWithdrawal();
+    void endWithdrawal();
+
     /// For the asynchronous manager. Any thread.
     bool isManaged() const noexcept { return m_isManaged; }
 
@@ -370,7 +375,7 @@ private:
     kx::String m_httpMethod;
     bool m_upload = false;
     long long m_copiedBodySize = -1; // of the text that libcurl has as CURLOPT_COPYPOSTFIELDS; -1: none
-    bool m_hasRecipients = false;
+    void* m_recipients = nullptr; // libcurl's list of a mail's; the caller's
     bool m_hasRewindPending = false; // libcurl's, of an earlier transfer
     bool m_isPerforming = false;
     std::atomic<bool> m_isManaged{false};
