@@ -278,6 +278,7 @@ void CNetRequest::performOnce()
     if (beginSecondAttempt())
         result = runTransfer();
     noticePlainConnection();
+    noticeFailedRewind(result);
     noticeUnsentMail(result);
     if (m_callbackError)
         m_callbackError->throwClone();
@@ -339,6 +340,12 @@ void CNetRequest::noticePlainConnection()
         m_callbackError = CCURLError(CURLE_USE_SSL_FAILED, "the connection is not encrypted although TLS is demanded",
             getResponseCodeDomain(), 0, "")
                               .clone();
+}
+
+// It stays in the easy handle, over a reset too.
+void CNetRequest::noticeFailedRewind(CURLcode result)
+{
+    m_hasRewindPending = m_hasRewindPending || result == CURLE_SEND_FAIL_REWIND;
 }
 
 // Without recipients libcurl says HELP in place of sending the mail, and is content when the server answers.
@@ -879,6 +886,7 @@ void CNetRequest::recordAsyncResult(CURLcode result)
     // Until the outcome is known, so that an end which cannot be recorded is never taken for a success.
     m_asyncResult = result != CURLE_OK ? result : CURLE_ABORTED_BY_CALLBACK;
     noticePlainConnection();
+    noticeFailedRewind(result);
     noticeUnsentMail(result);
     CURLcode outcome = result;
     if (result == CURLE_OK && m_url.startsWith("http") && !isSuccess(getResponseCode()))
@@ -1038,7 +1046,6 @@ int CNetRequest::seekHandler(long long offset, int origin) noexcept
         return CURL_SEEKFUNC_FAIL;
     bool found = false;
     storingErrors([&source, offset, origin, &found] { found = seekSource(*source, offset, origin); });
-    m_hasRewindPending = !found;
     return found ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
 }
 

@@ -321,6 +321,7 @@ private:
     void setTimeout(CURLoption option, const kx::CTimeSpan& limit);
     void switchOffOtherMethods(const kx::String& method);
     void switchOnMethod(const kx::String& method);
+    void noticeFailedRewind(CURLcode result);
     void noticeUnsentMail(CURLcode result);
     void requireWithinCopiedBody(long long size) const;
     void setCopiedBody(const std::string& bytes);
@@ -375,7 +376,7 @@ private:
     kx::String m_httpMethod;
     bool m_upload = false;
     long long m_copiedBodySize = -1; // of the text that libcurl has as CURLOPT_COPYPOSTFIELDS; -1: none
-    void* m_recipients = nullptr; // libcurl's list of a mail's; the caller's
+    void* m_recipients = nullptr;    // libcurl's list of a mail's; the caller's
     bool m_hasRewindPending = false; // libcurl's, of an earlier transfer
     bool m_isPerforming = false;
     std::atomic<bool> m_isManaged{false};
