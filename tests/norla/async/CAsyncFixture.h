@@ -6,11 +6,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -68,10 +71,19 @@ private:
     const std::function<void()> m_action;
 };
 
-/// Requests and a server that answers them as the test wrote.
+/// Requests and a server that answers them as the test wrote, in a process with as many descriptors as desktop programs have:
+/// with more, newer libcurls are waited for in another way.
 class CAsyncFixture : public testing::Test {
 protected:
     using Request = kx::P<norla::CNetRequest>;
+
+    CAsyncFixture()
+    {
+        rlimit limit{};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, FD_SETSIZE);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
 
     support::CScriptedServer& server() { return m_server; }
 
