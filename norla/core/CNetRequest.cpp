@@ -177,8 +177,12 @@ void CNetRequest::reset()
     m_url = kx::String();
     m_isHTTP = false;
     m_errorBuffer.getData()[0] = 0;
+    if (std::exchange(m_hasCookies, false))
+        setOption(CURLOPT_COOKIELIST, "ALL"); // which libcurl would keep
     curl_easy_reset(m_easyHandle.get());
     m_usedSockets = nullptr;
+    m_opensSockets = false;
+    m_closesSockets = false;
     m_tlsDemand->forgetOptions();
     m_hasFreshConnectBySelf = false;
     m_httpMethod = kx::String();
@@ -189,7 +193,8 @@ void CNetRequest::reset()
     m_ftpPostCommands = nullptr;
     m_keptObjects.clear();
     m_proxyLogins.clear();
-    m_copiedBodySize = -1;
+    m_copiedBody.reset();
+    m_isSizeOfOwnBody = false;
     m_recipients = nullptr;
     resetForPerform();
     setDefaultOptions();
@@ -220,8 +225,9 @@ void CNetRequest::beginAttempt()
     m_responseInfo = kx::newObj<CNetStringList>();
     m_defaultReceiveStream->seek(0);
     m_defaultReceiveBuffer->setSize(0);
-    if (m_sendDataSource && m_sendDataSource->getPosition() != 0)
-        m_sendDataSource->seek(0);
+    const kx::P<IDataSource> source = m_sendDataSource; // which may put another one in its place
+    if (source && source->getPosition() != 0)
+        source->seek(0);
 }
 
 void CNetRequest::setDefaultOptions()
@@ -248,11 +254,14 @@ void CNetRequest::useSockets(COpenSockets& sockets)
     if (m_usedSockets == &sockets)
         return;
     setOptionInt(CURLOPT_QUICK_EXIT, 1); // a name lookup that hangs is left to itself
-    if (!m_hasSocketCallbacks) {
+    if (!m_opensSockets) {
         setOption(CURLOPT_OPENSOCKETFUNCTION, &COpenSockets::onOpen);
         setOption(CURLOPT_OPENSOCKETDATA, static_cast<void*>(&sockets));
-        setOption(CURLOPT_CLOSESOCKETFUNCTION, &COpenSockets::onClose);
-        setOption(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&sockets));
+    }
+    if (!m_closesSockets) { // connections outlive requests: none may go on with the sockets of another cache
+        const bool notes = !m_opensSockets;
+        setOption(CURLOPT_CLOSESOCKETFUNCTION, notes ? &COpenSockets::onClose : nullptr);
+        setOption(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(notes ? &sockets : nullptr));
     }
     m_usedSockets = &sockets;
 }
@@ -408,27 +417,43 @@ void CNetRequest::setOptionInt64(CURLoption option, long long value)
 // libcurl would send what lies behind its copy.
 void CNetRequest::requireWithinCopiedBody(long long size) const
 {
-    if (m_copiedBodySize != -1 && size > m_copiedBodySize)
+    if (m_copiedBody && size > static_cast<long long>(m_copiedBody->size()))
         throw kx::CInvalidArgError("the size " + kx::toString(size) + " is more than the "
-                + kx::toString(m_copiedBodySize) + " bytes of the body set by CURLOPT_POSTFIELDS",
+                + kx::toString(static_cast<long long>(m_copiedBody->size()))
+                + " bytes of the body set by CURLOPT_POSTFIELDS",
             "CNetRequest::setOptionInt64");
 }
 
 void CNetRequest::setOptionPtr(CURLoption option, void* value)
 {
     requireOptionTakes(option, OptionValue::pointer, "CNetRequest::setOptionPtr");
+    const bool isBody = option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS;
+    if (isBody)
+        forgetSizeOfOwnBody(); // before libcurl copies as much
     setOption(option, value);
-    if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
-        m_copiedBodySize = -1;
-    else if (option == CURLOPT_MAIL_RCPT)
+    if (option == CURLOPT_MAIL_RCPT)
         m_recipients = value;
-    else if (option == CURLOPT_OPENSOCKETFUNCTION || option == CURLOPT_CLOSESOCKETFUNCTION)
-        m_hasSocketCallbacks = value != nullptr; // the application's own stay
+    noticeSocketFunction(option, value != nullptr);
     m_tlsDemand->noticePointer(option, value);
+}
+
+void CNetRequest::noticeSocketFunction(CURLoption option, bool isSet)
+{
+    if (option == CURLOPT_OPENSOCKETFUNCTION)
+        m_opensSockets = isSet;
+    else if (option == CURLOPT_CLOSESOCKETFUNCTION)
+        m_closesSockets = isSet;
+    else
+        return;
+    m_usedSockets = nullptr;
 }
 
 void CNetRequest::setOptionString(CURLoption option, const kx::String& value)
 {
+    if (option == CURLOPT_URL) {
+        setURL(value);
+        return;
+    }
     setOptionBytes(option, value.toUTF8());
     if (option == CURLOPT_PROXY || option == CURLOPT_PRE_PROXY)
         m_proxyLogins[option] = proxyLoginOf(value);
@@ -438,27 +463,45 @@ void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
 {
     requireOptionTakes(option, OptionValue::text, "CNetRequest::setOptionString");
     requireOptionText(option, bytes, "CNetRequest::setOptionString");
+    m_hasCookies
+        = m_hasCookies || option == CURLOPT_COOKIEFILE || option == CURLOPT_COOKIEJAR || option == CURLOPT_COOKIELIST;
     if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
         setCopiedBody(bytes);
     else
         setOption(option, bytes.c_str());
 }
 
-// CURLOPT_POSTFIELDS is the one text that libcurl does not copy. It copies as many bytes as it was told of before.
+// CURLOPT_POSTFIELDS is the one text that libcurl does not copy. It copies as many bytes as it was told of before, and drops its
+// copy when it is told of more later.
 void CNetRequest::setCopiedBody(const std::string& bytes)
 {
     const auto size = static_cast<long long>(bytes.size());
     setOption(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size));
     setOption(CURLOPT_COPYPOSTFIELDS, bytes.c_str());
-    m_copiedBodySize = size;
+    m_copiedBody = bytes;
     m_sendDataSize = size;
+    m_isSizeOfOwnBody = true;
+}
+
+// A size that this object has set belongs to the body that it was set with.
+void CNetRequest::forgetSizeOfOwnBody()
+{
+    if (m_copiedBody) {
+        m_copiedBody.reset();
+        setOption(CURLOPT_POSTFIELDS, static_cast<void*>(nullptr));
+        setOption(CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{-1});
+        if (!m_httpMethod.isEmpty())
+            setHTTPMethod(m_httpMethod); // the body's option has made it a POST
+    }
+    if (m_isSizeOfOwnBody)
+        setSendDataSize(-1);
 }
 
 void CNetRequest::setURL(const kx::String& url)
 {
+    setOptionBytes(CURLOPT_URL, url.toUTF8());
     m_url = url;
     m_isHTTP = domainOfURL(url) == "http";
-    setOptionString(CURLOPT_URL, url);
 }
 
 void CNetRequest::setHTTPMethod(const kx::String& method)
@@ -498,7 +541,10 @@ void CNetRequest::switchOnMethod(const kx::String& method)
         setUpload(true);
     } else if (method == "POST") {
         setOptionInt(CURLOPT_POST, 1);
-        setOptionInt64(CURLOPT_POSTFIELDSIZE_LARGE, m_sendDataSize);
+        if (m_copiedBody)
+            setCopiedBody(std::string(*m_copiedBody));
+        else
+            setOptionInt64(CURLOPT_POSTFIELDSIZE_LARGE, m_sendDataSize);
     } else if (method == "GET") {
         setOptionInt(CURLOPT_HTTPGET, 1);
     } else if (method == "HEAD") {
@@ -670,8 +716,24 @@ void CNetRequest::setDefaultReceiveDataStream()
 
 void CNetRequest::setSendDataSource(IDataSource* source)
 {
+    forgetSizeOfOwnBody();
+    useSource(source);
+}
+
+void CNetRequest::useSource(IDataSource* source)
+{
     m_sendDataSource = source;
     m_sendDataHolder = nullptr;
+}
+
+// In place of what there was, with its size.
+void CNetRequest::useBody(kx::IInStream* stream, long long size)
+{
+    if (m_copiedBody)
+        forgetSizeOfOwnBody();
+    useSource(kx::newObj<CStreamDataSource>(stream).get());
+    setSendDataSize(size);
+    m_isSizeOfOwnBody = true;
 }
 
 void CNetRequest::setSendDataStream(kx::IInStream* stream)
@@ -683,8 +745,7 @@ void CNetRequest::setSendDataBuffer(const Buffer* buffer)
 {
     if (!buffer)
         throw kx::CInvalidArgError("buffer is null", "CNetRequest::setSendDataBuffer");
-    setSendDataStream(kx::newObj<kx::CBufferStream>(*buffer).get());
-    setSendDataSize(static_cast<long long>(buffer->getSize()));
+    useBody(kx::newObj<kx::CBufferStream>(*buffer).get(), static_cast<long long>(buffer->getSize()));
 }
 
 void CNetRequest::setSendDataAsUTF8(const kx::String& text)
@@ -692,9 +753,8 @@ void CNetRequest::setSendDataAsUTF8(const kx::String& text)
     const std::string bytes = text.toUTF8();
     const auto buffer = kx::newObj<Buffer>();
     buffer->append(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-    setSendDataStream(kx::newObj<kx::CBufferStream>(buffer).get());
+    useBody(kx::newObj<kx::CBufferStream>(buffer).get(), static_cast<long long>(buffer->getSize()));
     m_sendDataHolder = buffer;
-    setSendDataSize(static_cast<long long>(buffer->getSize()));
 }
 
 void CNetRequest::setSendDataSize(long long size)
@@ -703,6 +763,7 @@ void CNetRequest::setSendDataSize(long long size)
     if (m_httpMethod == "POST")
         setOptionInt64(CURLOPT_POSTFIELDSIZE_LARGE, size);
     m_sendDataSize = size;
+    m_isSizeOfOwnBody = false;
 }
 
 kx::String CNetRequest::getHTTPMethod() const
@@ -964,8 +1025,17 @@ bool CNetRequest::storingErrors(TAction action) noexcept
         return true;
     } catch (const std::exception& error) {
         if (!m_callbackError)
-            m_callbackError = kx::CStdExceptionError::exceptionToError(error);
+            keepCallbackError(error);
         return false;
+    }
+}
+
+void CNetRequest::keepCallbackError(const std::exception& error) noexcept
+{
+    try {
+        m_callbackError = kx::CStdExceptionError::exceptionToError(error);
+    } catch (const std::exception&) {
+        m_callbackError = m_outOfMemory;
     }
 }
 

@@ -19,6 +19,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -325,8 +326,12 @@ private:
     void noticeUnsentMail(CURLcode result);
     void requireWithinCopiedBody(long long size) const;
     void setCopiedBody(const std::string& bytes);
+    void forgetSizeOfOwnBody();
+    void useSource(IDataSource* source);
+    void useBody(kx::IInStream* stream, long long size);
     void requireNotRunning(const char* functionName) const;
     void useSockets(COpenSockets& sockets);
+    void noticeSocketFunction(CURLoption option, bool isSet);
 
     void beginAttempt();
     void performOnce();
@@ -350,13 +355,15 @@ private:
     static bool seekSource(IDataSource& source, long long offset, int origin);
     template <typename TAction>
     bool storingErrors(TAction action) noexcept;
+    void keepCallbackError(const std::exception& error) noexcept;
 
     kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode);
     kx::String getLastResponseLine();
 
     const std::unique_ptr<COpenSockets> m_ownSockets; // of the connections that perform() makes
     COpenSockets* m_usedSockets = nullptr;            // what libcurl was told of; null: of none since the last reset()
-    bool m_hasSocketCallbacks = false;                // of the application's own
+    bool m_opensSockets = false;                      // by a function of the application's own
+    bool m_closesSockets = false;                     // the same
     std::unique_ptr<CTLSDemand> m_tlsDemand;
     std::unique_ptr<CURL, CEasyCleanup> m_easyHandle;
     kx::P<Buffer> m_defaultReceiveBuffer;
@@ -375,9 +382,11 @@ private:
     kx::P<CNetHeaders> m_customHeaders;
     kx::String m_httpMethod;
     bool m_upload = false;
-    long long m_copiedBodySize = -1; // of the text that libcurl has as CURLOPT_COPYPOSTFIELDS; -1: none
-    void* m_recipients = nullptr;    // libcurl's list of a mail's; the caller's
-    bool m_hasRewindPending = false; // libcurl's, of an earlier transfer
+    std::optional<std::string> m_copiedBody; // what libcurl has as CURLOPT_COPYPOSTFIELDS
+    bool m_isSizeOfOwnBody = false;          // set together with a body
+    void* m_recipients = nullptr;            // libcurl's list of a mail's; the caller's
+    bool m_hasCookies = false;               // libcurl keeps some
+    bool m_hasRewindPending = false;         // libcurl's, of an earlier transfer
     bool m_isPerforming = false;
     std::atomic<bool> m_isManaged{false};
     bool m_hasOwnConnections = false;
@@ -392,6 +401,8 @@ private:
     bool m_isHTTP = false;
     kx::TList<kx::P<kx::IBase>> m_keptObjects;
     kx::P<IDoneListener> m_doneListener;
+    // What is told when there is no memory for more.
+    const kx::P<kx::CError> m_outOfMemory = kx::newObj<kx::CError>("Out of memory.");
     kx::P<kx::CError> m_callbackError;              // the first one of the current transfer
     kx::TMap<CURLoption, kx::String> m_proxyLogins; // "user:password@" of each proxy's text
 };

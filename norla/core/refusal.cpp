@@ -41,7 +41,10 @@ kx::String lastRefusal(const CNetStringList& lines)
             continue;
         }
         const bool isContinued = !last.isEmpty() && last.substr(0, statusSize) == line.substr(0, statusSize);
-        refusal = isContinued ? refusal + "\n" + line : line;
+        if (isContinued)
+            (refusal += L'\n') += line;
+        else
+            refusal = line;
         last = goesOn(line.toWide()) ? line : kx::String();
     }
     return refusal;
