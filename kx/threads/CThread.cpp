@@ -36,7 +36,7 @@ CThread::~CThread()
     try {
         if (m_stopAtEnd)
             CThread::signalStop(); // an override is gone already
-        joinIfStarted();
+        joinIfStarted([] {});
     } catch (const std::exception& error) {
         onExceptionInDestructorIgnored("kx::CThread", error, true);
     }
@@ -79,6 +79,9 @@ void CThread::start()
     } catch (const std::system_error& error) {
         m_alive = false;
         throw CError("The thread '" + m_name + "' cannot be started: " + String::fromLatin1(error.what()));
+    } catch (...) {
+        m_alive = false;
+        throw;
     }
     m_id = m_thread.get_id();
 }
@@ -87,7 +90,7 @@ void CThread::stop(bool wait)
 {
     signalStop();
     if (wait)
-        joinIfStarted();
+        joinIfStarted([this] { signalStop(); }); // again: a start meanwhile has taken the first signal away
 }
 
 void CThread::signalStop()
@@ -148,7 +151,7 @@ void CThread::runGuarded() noexcept
 }
 
 // The thread object is taken out of the lock's reach before the join, because the body may ask for its ID.
-void CThread::joinIfStarted()
+void CThread::joinIfStarted(const std::function<void()>& tell)
 {
     if (getID() == getCurrentID())
         return;
@@ -160,6 +163,7 @@ void CThread::joinIfStarted()
         return;
     m_isJoining = true;
     lock.unlock();
+    tell();
     ended.join();
     lock.lock();
     m_isJoining = false;

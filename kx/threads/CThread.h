@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -71,7 +72,7 @@ protected:
 
 private:
     void runGuarded() noexcept;
-    void joinIfStarted();
+    void joinIfStarted(const std::function<void()>& tell);
     [[noreturn]] void endAfterDestructionOnItself() const noexcept;
 
     const P<IRunnable> m_runnable;

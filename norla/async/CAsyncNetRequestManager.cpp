@@ -63,6 +63,27 @@ bool mayAskForDescriptorSets() noexcept
     return isChecked || !canHaveLargeDescriptors();
 }
 
+/// Gives a request back that could not be started.
+class CClaim {
+public:
+    explicit CClaim(CNetRequest& request)
+        : m_request(&request)
+    {
+    }
+    CClaim(const CClaim&) = delete;
+    CClaim& operator=(const CClaim&) = delete;
+    ~CClaim()
+    {
+        if (m_request)
+            m_request->leaveManager();
+    }
+
+    void keep() noexcept { m_request = nullptr; }
+
+private:
+    CNetRequest* m_request;
+};
+
 } // namespace
 
 struct CAsyncNetRequestManager::CDescriptorSets {
@@ -125,8 +146,9 @@ void CAsyncNetRequestManager::addRequest(CNetRequest* request)
 {
     if (!request)
         throw kx::CInvalidArgError("request is null", "CAsyncNetRequestManager::addRequest");
-    if (request->isManaged())
+    if (!request->claim())
         check(CURLM_ADDED_ALREADY); // as libcurl says, but before the running transfer is touched
+    CClaim claim(*request);
     request->setAsyncInfo(false, CURLE_OK);
     if (m_requests.size() == m_requests.capacity()) // now, so that what runs is always in the array
         m_requests.reserve(std::max<size_t>(8, 2 * m_requests.size()));
@@ -138,10 +160,9 @@ void CAsyncNetRequestManager::addRequest(CNetRequest* request)
             block.emplace(); // they are closed here
         result = curl_multi_add_handle(m_multi, request->getEasyHandle());
     }
-    if (result != CURLM_OK)
-        request->leaveManager();
     check(result);
     m_requests.emplace_back(request);
+    claim.keep();
 }
 
 bool CAsyncNetRequestManager::removeRequest(CNetRequest* request)
@@ -243,6 +264,12 @@ bool CAsyncNetRequestManager::startAgain(CNetRequest& request)
         && curl_multi_add_handle(m_multi, request.getEasyHandle()) == CURLM_OK;
 }
 
+CAsyncNetRequestManager::RequestArray::iterator CAsyncNetRequestManager::find(const CURL* handle)
+{
+    return std::find_if(m_requests.begin(), m_requests.end(),
+        [handle](const kx::P<CNetRequest>& request) { return request->getEasyHandle() == handle; });
+}
+
 int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
 {
     int count = 0;
@@ -250,18 +277,19 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
     while (const CURLMsg* const message = curl_multi_info_read(m_multi, &left)) {
         if (message->msg != CURLMSG_DONE)
             continue;
-        const auto found = std::find_if(m_requests.begin(), m_requests.end(),
-            [message](const kx::P<CNetRequest>& request) { return request->getEasyHandle() == message->easy_handle; });
+        auto found = find(message->easy_handle);
         if (found == m_requests.end())
             continue;
+        CURL* const handle = message->easy_handle;
         CURLcode result = message->data.result; // the message goes with the request
         if ((*found)->beginSecondAttempt()) {
             if (startAgain(**found))
                 continue;
             result = CURLE_USE_SSL_FAILED; // of the first attempt
         }
-        const kx::P<CNetRequest> request
-            = takeOut(found, curl_multi_remove_handle(m_multi, message->easy_handle));
+        found = find(handle); // a second attempt rewinds the source, which may have added others
+        (*found)->dropConnectionAfter(result);
+        const kx::P<CNetRequest> request = takeOut(found, curl_multi_remove_handle(m_multi, handle));
         ++count;
         request->setAsyncInfo(true, result);
         if (finished)

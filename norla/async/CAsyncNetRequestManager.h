@@ -22,9 +22,10 @@ class COpenSockets;
 /// requests (sinks, sources, done listeners) are called there, inside handleEvents(). A done listener may add and remove
 /// requests; a sink or source may not (libcurl refuses that, "curlm" 8).
 ///
-/// Neither a removal nor the end waits for a name lookup or for a server. What can still hold up all transfers is the goodbye of an
-/// idle connection (FTP, SMTP) that libcurl closes to make room, when more than 256 are open, to a server that does not answer: up
-/// to the low speed limit of the transfer that has just ended, 30 seconds as a rule.
+/// Neither a removal nor the manager's end waits for a name lookup or for a server. What can still hold up all transfers, up to the
+/// low speed limit (30 seconds as a rule), is libcurl waiting for a mail server's answer to the end of a message, or to the goodbye
+/// behind a refusal, and for the answer of an FTP server to the goodbye of an idle connection that is closed to make room, when
+/// more than 256 are open. Mails to servers that may not answer are sent on a thread of their own.
 class KX_EXPORT CAsyncNetRequestManager : public kx::CBase, public virtual IAsyncNetRequestManager {
 public:
     using RequestArray = kx::TArray<kx::P<CNetRequest>>;
@@ -75,6 +76,7 @@ private:
     struct CDescriptorSets;
 
     kx::P<CNetRequest> takeOut(RequestArray::iterator position, CURLMcode removed);
+    RequestArray::iterator find(const CURL* handle);
     bool startAgain(CNetRequest& request);
     bool mayMissDescriptors(const CDescriptorSets& sets) const;
     long timeLibcurlWants() const;

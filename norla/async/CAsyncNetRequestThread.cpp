@@ -72,7 +72,7 @@ void CAsyncNetRequestThread::addRequest(CNetRequest* request)
 // Waiting for its start, with no removal asked for meanwhile.
 bool CAsyncNetRequestThread::isPending(const CNetRequest& request)
 {
-    const RemovalArray removals = pendingRemovals();
+    const RemovalArray removals = askedRemovals();
     const kx::CMutexLock lock(m_addMutex);
     return std::any_of(m_pendingAdditions.begin(), m_pendingAdditions.end(), [&](const CAddition& addition) {
         return addition.request == &request
@@ -86,8 +86,12 @@ bool CAsyncNetRequestThread::removeRequest(CNetRequest* request)
 {
     kx::P<CRemoveRequest> removal;
     {
-        const kx::CMutexLock lock(m_removeMutex);
+        const kx::CMutexLock lock(m_askedMutex);
         removal = kx::newObj<CRemoveRequest>(request, ++m_order);
+        m_askedRemovals.push_back(removal);
+    }
+    {
+        const kx::CMutexLock lock(m_removeMutex);
         m_pendingRemovals.push_back(removal);
     }
     while (getCurrentID() != getID() && isAlive()) { // it would wait for itself
@@ -131,11 +135,13 @@ void CAsyncNetRequestThread::handleManagerEvents(CAsyncNetRequestManager& manage
 // again by its order, because the start of a transfer calls its source, which may add others meanwhile.
 void CAsyncNetRequestThread::startPendingRequests(CAsyncNetRequestManager& manager)
 {
-    const RemovalArray removals = pendingRemovals();
-    const auto mayStart = [&removals](const CAddition& addition) {
-        return std::none_of(removals.begin(), removals.end(), [&addition](const kx::P<CRemoveRequest>& removal) {
-            return removal->concerns(*addition.request) && removal->isBefore(addition.order);
-        });
+    const unsigned long long latest = m_order; // what comes later may come behind a removal that is not seen here
+    const RemovalArray removals = askedRemovals();
+    const auto mayStart = [&removals, latest](const CAddition& addition) {
+        return addition.order <= latest
+            && std::none_of(removals.begin(), removals.end(), [&addition](const kx::P<CRemoveRequest>& removal) {
+                   return removal->concerns(*addition.request) && removal->isBefore(addition.order);
+               });
     };
     const kx::CMutexLock lock(m_addMutex);
     for (;;) {
@@ -165,11 +171,14 @@ void CAsyncNetRequestThread::forgetAddition(unsigned long long order)
 // One that runs already goes on, and the others with it.
 void CAsyncNetRequestThread::startUnlessRunning(CAsyncNetRequestManager& manager, CNetRequest& request)
 {
-    if (request.isManaged())
+    try {
+        manager.addRequest(&request);
+    } catch (const CCURLError& error) {
+        if (error.getDomain() != "curlm" || error.getCode() != CURLM_ADDED_ALREADY)
+            throw;
         kx::logError(kx::CInvalidArgError("request is running already", "CAsyncNetRequestThread::addRequest"),
             "A request was added twice to the background transfers (ignored).", "");
-    else
-        manager.addRequest(&request);
+    }
 }
 
 // What was added before its removal may have come after the additions of this pass: it is taken up first, and a removal that comes
@@ -197,6 +206,7 @@ void CAsyncNetRequestThread::processRemoveRequests(CAsyncNetRequestManager& mana
             removal->m_done.set();
         }
     }
+    forgetAsked(due);
     dropAdditionsBefore(due);
     startPendingRequests(manager);
 }
@@ -209,6 +219,20 @@ void CAsyncNetRequestThread::dropAdditionsBefore(const RemovalArray& removals)
         return std::any_of(removals.begin(), removals.end(), [&addition](const kx::P<CRemoveRequest>& removal) {
             return removal->concerns(*addition.request) && removal->m_order > addition.order;
         });
+    });
+}
+
+CAsyncNetRequestThread::RemovalArray CAsyncNetRequestThread::askedRemovals()
+{
+    const kx::CMutexLock lock(m_askedMutex);
+    return m_askedRemovals;
+}
+
+void CAsyncNetRequestThread::forgetAsked(const RemovalArray& removals)
+{
+    const kx::CMutexLock lock(m_askedMutex);
+    std::erase_if(m_askedRemovals, [&removals](const kx::P<CRemoveRequest>& removal) {
+        return std::find(removals.begin(), removals.end(), removal) != removals.end();
     });
 }
 

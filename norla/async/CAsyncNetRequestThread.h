@@ -14,7 +14,8 @@ class CAsyncNetRequestManager;
 class CNetRequest;
 
 /// A thread on which transfers run. After start() it takes requests from any thread; libcurl's work and every callback of the
-/// requests (sinks, sources, done listeners) happen on it.
+/// requests (sinks, sources, done listeners) happen on it, one after the other: what blocks there, or in libcurl (see
+/// CAsyncNetRequestManager), holds up all.
 ///
 /// Started before or after the first addRequest(). When it is stopped or destroyed, what still runs is withdrawn, and what it
 /// has not taken up yet is never started: neither is told its end. The last reference to it is not dropped on its own thread.
@@ -84,11 +85,15 @@ private:
     void dropAdditionsBefore(const RemovalArray& removals);
     bool isPending(const CNetRequest& request);
     RemovalArray pendingRemovals();
+    RemovalArray askedRemovals();
+    void forgetAsked(const RemovalArray& removals);
 
     kx::CMutex m_addMutex; // guards the pending additions; never held together with the other one
     kx::TArray<CAddition> m_pendingAdditions;
     kx::CMutex m_removeMutex; // guards the pending removals
     RemovalArray m_pendingRemovals;
+    kx::CMutex m_askedMutex;      // guards the next one, for moments: nothing of others is called meanwhile
+    RemovalArray m_askedRemovals; // the same, until they are carried out, for who must not wait for that
     std::atomic<unsigned long long> m_order{0}; // of additions and removals, in which they were asked for
     const kx::P<IProgressHandler> m_progressHandler;
 };

@@ -28,6 +28,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <sys/socket.h>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -85,7 +86,7 @@ kx::String emptyIfItFails(TRead read) noexcept
 
 class CTrueMeanwhile {
 public:
-    explicit CTrueMeanwhile(bool& flag)
+    explicit CTrueMeanwhile(std::atomic<bool>& flag)
         : m_flag(flag)
     {
         m_flag = true;
@@ -95,7 +96,7 @@ public:
     ~CTrueMeanwhile() { m_flag = false; }
 
 private:
-    bool& m_flag;
+    std::atomic<bool>& m_flag;
 };
 
 class CSetAtEnd {
@@ -222,7 +223,9 @@ void CNetRequest::beginAttempt()
     m_responseCode = -1;
     m_callbackError = nullptr;
     m_sendDataWasRead = false;
+    m_sendPosition = 0;
     m_responseInfo = kx::newObj<CNetStringList>();
+    m_replies = nullptr;
     m_defaultReceiveStream->seek(0);
     m_defaultReceiveBuffer->setSize(0);
     const kx::P<IDataSource> source = m_sendDataSource; // which may put another one in its place
@@ -303,13 +306,25 @@ void CNetRequest::performOnce()
         throwError(CURLE_HTTP_RETURNED_ERROR, "http", status, "");
 }
 
+// What a mail server says too late would be taken for its answer to the next mail.
+void CNetRequest::dropConnectionAfter(CURLcode result) noexcept
+{
+    curl_socket_t socket = CURL_SOCKET_BAD;
+    if (result == CURLE_OPERATION_TIMEDOUT && !m_isHTTP && m_recipients
+        && curl_easy_getinfo(m_easyHandle.get(), CURLINFO_ACTIVESOCKET, &socket) == CURLE_OK
+        && socket != CURL_SOCKET_BAD)
+        shutdown(socket, SHUT_RDWR); // fails where the server was faster
+}
+
 CURLcode CNetRequest::runTransfer()
 {
     useSockets(*m_ownSockets);
     const CSigPipeBlock block;
     const CTrueMeanwhile performing(m_isPerforming);
     m_hasOwnConnections = true;
-    return curl_easy_perform(m_easyHandle.get());
+    const CURLcode result = curl_easy_perform(m_easyHandle.get());
+    dropConnectionAfter(result);
+    return result;
 }
 
 // Only for who demands TLS, so that everybody else's options stay what they were.
@@ -879,7 +894,7 @@ void CNetRequest::throwError(
 {
     throw CCURLError(code, message.isEmpty() ? getErrorMessage() : message, responseCodeDomain, responseCode,
         emptyIfItFails([&] { return getServerMessage(responseCodeDomain, responseCode); }),
-        emptyIfItFails([&] { return responseCodeDomain == "smtp" ? lastRefusal(*m_responseInfo) : kx::String(); }));
+        emptyIfItFails([&] { return m_replies ? lastRefusal(*m_replies) : kx::String(); }));
 }
 
 kx::String CNetRequest::getServerMessage(const kx::String& responseCodeDomain, int responseCode)
@@ -935,7 +950,7 @@ void CNetRequest::setAsyncInfo(bool done, CURLcode result)
 
 void CNetRequest::prepareAsync(CURLcode result)
 {
-    resetForPerform();
+    beginAttempt();
     m_asyncDoneSignal->reset();
     m_asyncResult = result;
     m_asyncErrorMessage = kx::String();
@@ -979,7 +994,11 @@ void CNetRequest::enterManager(COpenSockets& sockets)
     if (m_hasOwnConnections)
         m_ownSockets->stopReading(); // newer libcurls close these connections now
     useSockets(sockets);
-    m_isManaged = true;
+}
+
+bool CNetRequest::claim() noexcept
+{
+    return !m_isPerforming && !m_isManaged.exchange(true);
 }
 
 // Without recipients libcurl has no mail to end.
@@ -1098,11 +1117,23 @@ size_t CNetRequest::readHandler(char* buffer, size_t size, size_t count) noexcep
     if (!source)
         return 0;
     size_t delivered = CURL_READFUNC_ABORT;
-    storingErrors([this, &source, buffer, size, count, &delivered] {
-        delivered = static_cast<size_t>(source->read(
-            reinterpret_cast<unsigned char*>(buffer), static_cast<int>(size * count), getResponseHeaderMap()));
-    });
+    storingErrors([&] { delivered = readSource(*source, buffer, static_cast<int>(size * count)); });
     return delivered;
+}
+
+// libcurl 7.88 sends what is more than the size that it was told, as the beginning of another request, and waits for what is less.
+size_t CNetRequest::readSource(IDataSource& source, char* buffer, int size)
+{
+    const long long left = m_sendDataSize == -1 ? size : m_sendDataSize - m_sendPosition;
+    if (left <= 0)
+        return 0;
+    const int count = source.read(reinterpret_cast<unsigned char*>(buffer),
+        static_cast<int>(std::min<long long>(size, left)), getResponseHeaderMap());
+    if (count == 0 && m_sendDataSize != -1)
+        throw kx::CError("The data to be sent have ended " + kx::toString(left) + " bytes before their size of "
+            + kx::toString(m_sendDataSize) + ".");
+    m_sendPosition += count;
+    return static_cast<size_t>(count);
 }
 
 int CNetRequest::seekHandler(long long offset, int origin) noexcept
@@ -1115,7 +1146,11 @@ int CNetRequest::seekHandler(long long offset, int origin) noexcept
     if (!source)
         return CURL_SEEKFUNC_FAIL;
     bool found = false;
-    storingErrors([&source, offset, origin, &found] { found = seekSource(*source, offset, origin); });
+    storingErrors([&] {
+        found = seekSource(*source, offset, origin);
+        if (found && m_sendDataSize != -1)
+            m_sendPosition = source->getPosition();
+    });
     return found ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
 }
 
@@ -1147,8 +1182,25 @@ size_t CNetRequest::headerHandler(const char* data, int length) noexcept
     return static_cast<size_t>(length);
 }
 
+// What a mail server says is shown to people, in whatever encoding it says it.
+void CNetRequest::keepReply(std::string_view bytes)
+{
+    std::string line(bytes.substr(0, bytes.find_last_not_of("\r\n") + 1));
+    std::replace_if(
+        line.begin(), line.end(), [](char byte) { return static_cast<unsigned char>(byte) < ' ' || byte == 127; }, '?');
+    if (!m_replies)
+        m_replies = kx::newObj<CNetStringList>();
+    try {
+        m_replies->add(kx::String::fromUTF8(line));
+    } catch (const kx::CError&) {
+        m_replies->add(kx::String::fromLatin1(line));
+    }
+}
+
 void CNetRequest::handleHeaderLine(std::string_view bytes)
 {
+    if (m_recipients)
+        keepReply(bytes);
     const kx::String line = kx::String::fromUTF8(bytes);
     if (m_isHTTP && line.toWide().starts_with(L"HTTP/")) {
         // An interim response, a redirect or a proxy's answer came before: only the last response counts.

@@ -285,12 +285,19 @@ public:
     /// For the asynchronous manager. Owned by this object.
     CURL* getEasyHandle() const noexcept { return m_easyHandle.get(); }
 
-    /// For the asynchronous manager: when libcurl is about to take the request, and when it has let it go. In between the
-    /// request is neither performed nor reset.
+    /// For the asynchronous manager: before anything else, so that of several who want the request one gets it. Until
+    /// leaveManager() it is neither performed nor reset. Any thread.
+    /// @return false when it is running already
+    [[nodiscard]] bool claim() noexcept;
+
+    /// For the asynchronous manager: when libcurl is about to take the request, and when it has let it go or does not take it.
     /// @param sockets of the multi handle
-    /// @throws CCURLError if libcurl refuses; the request is not managed then
+    /// @throws CCURLError if libcurl refuses
     void enterManager(COpenSockets& sockets);
     void leaveManager() noexcept;
+
+    /// For the asynchronous manager: called with the result before libcurl lets go of a request whose transfer has ended.
+    void dropConnectionAfter(CURLcode result) noexcept;
 
     /// For the asynchronous manager: before and after libcurl lets go of a request whose transfer has not ended. It would end
     /// the mail that it is sending as if it were whole, and wait for the server's answer.
@@ -351,7 +358,9 @@ private:
     int seekHandler(long long offset, int origin) noexcept;
     size_t headerHandler(const char* data, int length) noexcept;
     void handleHeaderLine(std::string_view bytes);
+    void keepReply(std::string_view bytes);
     void updateResponseCode();
+    size_t readSource(IDataSource& source, char* buffer, int size);
     static bool seekSource(IDataSource& source, long long offset, int origin);
     template <typename TAction>
     bool storingErrors(TAction action) noexcept;
@@ -387,10 +396,11 @@ private:
     void* m_recipients = nullptr;            // libcurl's list of a mail's; the caller's
     bool m_hasCookies = false;               // libcurl keeps some
     bool m_hasRewindPending = false;         // libcurl's, of an earlier transfer
-    bool m_isPerforming = false;
+    std::atomic<bool> m_isPerforming{false};
     std::atomic<bool> m_isManaged{false};
     bool m_hasOwnConnections = false;
     bool m_hasFreshConnectBySelf = false; // for a second attempt
+    long long m_sendPosition = 0;         // of what libcurl gets next, where the size is known
     bool m_sendDataWasRead = false;       // during the current transfer, or tried to
     CHeaderAssembler m_headerAssembler;
     kx::String m_statusLine;
@@ -398,6 +408,7 @@ private:
     kx::P<CNetStringList> m_ftpPreCommands;
     kx::P<CNetStringList> m_ftpPostCommands;
     kx::P<CNetStringList> m_responseInfo;
+    kx::P<CNetStringList> m_replies; // of a mail server, for people; null: none yet
     bool m_isHTTP = false;
     kx::TList<kx::P<kx::IBase>> m_keptObjects;
     kx::P<IDoneListener> m_doneListener;
