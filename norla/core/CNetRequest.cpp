@@ -194,6 +194,7 @@ void CNetRequest::reset()
     m_ftpPostCommands = nullptr;
     m_keptObjects.clear();
     m_proxyLogins.clear();
+    m_sshDemands.clear();
     m_copiedBody.reset();
     m_isSizeOfOwnBody = false;
     m_recipients = nullptr;
@@ -331,12 +332,26 @@ CURLcode CNetRequest::runTransfer()
 void CNetRequest::beginEncryptionWatch()
 {
     m_tlsDemand->begin();
-    if (m_hasFreshConnectBySelf) // of the last transfer's second attempt
-        setFreshConnectBySelf(false);
+    const bool isFresh = needsNewSSHConnection();
+    if (m_hasFreshConnectBySelf || isFresh) // the first: of the last transfer
+        setFreshConnectBySelf(isFresh);
     if (!m_tlsDemand->isMade())
         return;
     setOption(CURLOPT_PREREQFUNCTION, &CTLSDemand::callback);
     setOption(CURLOPT_PREREQDATA, m_tlsDemand.get());
+}
+
+// libcurl does not ask who the server is where it has a connection to it already, made by whomever and believing whatever.
+bool CNetRequest::needsNewSSHConnection()
+{
+    const kx::String scheme = m_url.substr(0, m_url.find(L':')).toLower();
+    if (scheme != "sftp" && scheme != "scp")
+        return false;
+    if (m_isManaged)
+        return !m_sshDemands.empty();
+    m_hasOtherSSHConnections = m_hasOtherSSHConnections || (m_ownSSHDemands && *m_ownSSHDemands != m_sshDemands);
+    m_ownSSHDemands = m_sshDemands;
+    return m_hasOtherSSHConnections;
 }
 
 // Nothing of the transfer was sent or received before.
@@ -478,6 +493,9 @@ void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
 {
     requireOptionTakes(option, OptionValue::text, "CNetRequest::setOptionString");
     requireOptionText(option, bytes, "CNetRequest::setOptionString");
+    if (option == CURLOPT_SSH_KNOWNHOSTS || option == CURLOPT_SSH_HOST_PUBLIC_KEY_MD5
+        || option == CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256)
+        m_sshDemands[option] = bytes;
     m_hasCookies
         = m_hasCookies || option == CURLOPT_COOKIEFILE || option == CURLOPT_COOKIEJAR || option == CURLOPT_COOKIELIST;
     if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
@@ -818,7 +836,8 @@ double CNetRequest::getInfoDouble(CURLINFO info)
 
 kx::String CNetRequest::getInfoString(CURLINFO info)
 {
-    if ((info & CURLINFO_TYPEMASK) != CURLINFO_STRING || info == CURLINFO_PRIVATE)
+    // Of the last two libcurl gives the application's own pointer, and one into a connection that may be gone.
+    if ((info & CURLINFO_TYPEMASK) != CURLINFO_STRING || info == CURLINFO_PRIVATE || info == CURLINFO_FTP_ENTRY_PATH)
         throwError(CURLE_UNKNOWN_OPTION, "", -1, "");
     const char* const text = getInfo<const char*>(info);
     return text ? kx::String::fromUTF8(text) : kx::String();

@@ -151,7 +151,8 @@ public:
     void setRootCertBundlePath(const Path& path);
 
     /// A file of known SSH hosts, in the form of OpenSSH's known_hosts; CURLOPT_SSH_KNOWNHOSTS. An SFTP server that is not in it, or
-    /// has another key there, is refused (CURLE_PEER_FAILED_VERIFICATION); a file that is missing knows no host. While none is
+    /// has another key there, is refused (CURLE_PEER_FAILED_VERIFICATION); a file that is missing knows no host. With a manager every
+    /// transfer has a connection of its own then: libcurl does not ask again over one that is there. While none is
     /// set every server is believed to be the one that was meant, and gets the login.
     void setSSHKnownHostsPath(const Path& path);
 
@@ -228,7 +229,7 @@ public:
     double getInfoDouble(CURLINFO info);
 
     /// Such as CURLINFO_EFFECTIVE_URL, the address that was fetched after all redirects; empty when there is none.
-    /// @throws also kx::CError when it is not UTF-8
+    /// @throws also kx::CError when it is not UTF-8; CCURLError also for CURLINFO_PRIVATE and CURLINFO_FTP_ENTRY_PATH
     kx::String getInfoString(CURLINFO info);
 
     /// The last status that the server sent (HTTP, FTP, SMTP); 0 when there was none.
@@ -341,6 +342,7 @@ private:
     void noticeSocketFunction(CURLoption option, bool isSet);
 
     void beginAttempt();
+    bool needsNewSSHConnection();
     void performOnce();
     CURLcode runTransfer();
     void beginEncryptionWatch();
@@ -391,11 +393,14 @@ private:
     kx::P<CNetHeaders> m_customHeaders;
     kx::String m_httpMethod;
     bool m_upload = false;
-    std::optional<std::string> m_copiedBody; // what libcurl has as CURLOPT_COPYPOSTFIELDS
-    bool m_isSizeOfOwnBody = false;          // set together with a body
-    void* m_recipients = nullptr;            // libcurl's list of a mail's; the caller's
-    bool m_hasCookies = false;               // libcurl keeps some
-    bool m_hasRewindPending = false;         // libcurl's, of an earlier transfer
+    std::optional<std::string> m_copiedBody;        // what libcurl has as CURLOPT_COPYPOSTFIELDS
+    bool m_isSizeOfOwnBody = false;                 // set together with a body
+    void* m_recipients = nullptr;                   // libcurl's list of a mail's; the caller's
+    kx::TMap<CURLoption, std::string> m_sshDemands; // what the server of an SSH connection has to prove
+    std::optional<kx::TMap<CURLoption, std::string>> m_ownSSHDemands; // of the connections that perform() makes
+    bool m_hasOtherSSHConnections = false;                            // which were made under other demands
+    bool m_hasCookies = false;                                        // libcurl keeps some
+    bool m_hasRewindPending = false;                                  // libcurl's, of an earlier transfer
     std::atomic<bool> m_isPerforming{false};
     std::atomic<bool> m_isManaged{false};
     bool m_hasOwnConnections = false;

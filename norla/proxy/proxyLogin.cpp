@@ -15,6 +15,19 @@ kx::String withoutLogin(const kx::String& message, const kx::String& login)
     return message.substr(0, start) + "***@" + message.substr(start + login.size());
 }
 
+/// libcurl's complaint about a proxy that it has from the environment, of which nobody else knows.
+kx::String withoutQuotedLogin(const kx::String& message)
+{
+    const size_t start = message.find("Unsupported proxy ");
+    const size_t quote = start == kx::String::npos ? start : message.find(L'\'', start);
+    const size_t at = message.rfind(L'@');
+    if (quote == kx::String::npos || at == kx::String::npos || at < quote)
+        return message;
+    const size_t scheme = message.find("://", quote);
+    const size_t login = scheme < at ? scheme + 3 : quote + 1;
+    return message.substr(0, login) + "***" + message.substr(at);
+}
+
 } // namespace
 
 kx::String proxyLoginOf(const kx::String& proxy)
@@ -33,7 +46,7 @@ kx::String withoutProxyLogins(kx::String message, std::vector<kx::String> logins
         [](const kx::String& left, const kx::String& right) { return left.size() > right.size(); });
     for (const kx::String& login : logins)
         message = withoutLogin(message, login);
-    return message;
+    return withoutQuotedLogin(message);
 }
 
 } // namespace norla

@@ -52,10 +52,11 @@ bool CObjectPart::isContentRange(const kx::String& header, long long received) c
     }
     const long long lastAsked = m_length == -1 ? std::numeric_limits<long long>::max() : m_start + m_length - 1;
     const long long total = range->getTotal();
+    if (total < -1 || range->getFirst() != m_start || range->getLast() < m_start)
+        return false;
     const bool endsAsAsked
         = total == -1 ? range->getLast() <= lastAsked : range->getLast() == std::min(lastAsked, total - 1);
-    return range->getUnit() == "bytes" && range->getFirst() == m_start && endsAsAsked
-        && range->getLast() - m_start == received - 1;
+    return range->getUnit() == "bytes" && endsAsAsked && range->getLast() - m_start == received - 1;
 }
 
 } // namespace norla

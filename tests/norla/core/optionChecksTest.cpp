@@ -1,5 +1,6 @@
 // What the setters refuse before libcurl sees it.
 #include "kx/base/CInvalidArgError.h"
+#include "kx/streams/CBufferStream.h"
 #include "norla/core/CNetRequest.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
@@ -180,6 +181,117 @@ TEST_F(OptionChecksTest, resetForgetsTheTextsSize)
     options();
     request().setOptionInt64(CURLOPT_POSTFIELDSIZE_LARGE, 4);
     EXPECT_EQ(options(), Options{"POSTFIELDSIZE_LARGE=4"});
+}
+
+// A size belongs to the body that it was set with.
+
+TEST_F(OptionChecksTest, bodyByAPointerIsNotAsLongAsTheTextBefore)
+{
+    answer(ok("one")).readHead().send(ok("two"));
+    request().setOptionString(CURLOPT_POSTFIELDS, kx::String(std::wstring(200, L'x')));
+    performPath();
+    char body[] = "ab";
+    request().setOptionPtr(CURLOPT_POSTFIELDS, static_cast<void*>(body));
+    performPath();
+    EXPECT_TRUE(received().ends_with("Content-Length: 2\r\nContent-Type: application/x-www-form-urlencoded\r\n\r\nab"))
+        << received();
+}
+
+TEST_F(OptionChecksTest, sourceAfterATextHasNoSize)
+{
+    request().setHTTPMethod("PUT");
+    request().setSendDataAsUTF8("hello");
+    options();
+    request().setSendDataStream(kx::newObj<kx::CBufferStream>().get());
+    EXPECT_EQ(options(), Options{"INFILESIZE_LARGE=-1"});
+}
+
+TEST_F(OptionChecksTest, sourceKeepsASizeThatWasSetByItself)
+{
+    request().setSendDataSize(5);
+    options();
+    request().setSendDataStream(kx::newObj<kx::CBufferStream>().get());
+    EXPECT_EQ(options(), Options());
+}
+
+TEST_F(OptionChecksTest, textOfAnotherMethodComesBackWithPOST)
+{
+    answer(ok("one")).readHead().send(ok("two")).readHead().readBytes(6).send(ok("three"));
+    request().setOptionString(CURLOPT_POSTFIELDS, "abcdef");
+    request().setHTTPMethod("POST");
+    performPath();
+    request().setHTTPMethod("GET");
+    performPath();
+    request().setHTTPMethod("POST");
+    performPath();
+    EXPECT_EQ(body(), "three");
+    EXPECT_TRUE(received().ends_with("abcdef")) << received();
+}
+
+TEST_F(OptionChecksTest, anotherBodyTakesThePlaceOfTheText)
+{
+    answer(ok("fine"));
+    request().setHTTPMethod("POST");
+    request().setOptionString(CURLOPT_POSTFIELDS, "secret=abcdef");
+    request().setSendDataAsUTF8("hi");
+    performPath();
+    EXPECT_TRUE(received().ends_with("hi")) << received();
+    EXPECT_EQ(received().find("secret"), std::string::npos);
+}
+
+/// Gives what it has, whatever size was told.
+class CSizedTest : public OptionChecksTest {
+protected:
+    kx::P<kx::CError> failureOfUpload(const std::string& given, long long told)
+    {
+        const auto buffer = kx::newObj<norla::CNetRequest::Buffer>();
+        buffer->append(reinterpret_cast<const unsigned char*>(given.data()), given.size());
+        request().setHTTPMethod("PUT");
+        request().setSendDataStream(kx::newObj<kx::CBufferStream>(buffer).get());
+        request().setSendDataSize(told);
+        return failureOf();
+    }
+};
+
+TEST_F(CSizedTest, moreThanTheSizeIsNoRequestOfItsOwn)
+{
+    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readBytes(5).send(ok("fine"));
+    EXPECT_FALSE(failureOfUpload("helloDELETE / HTTP/1.1\r\nHost: x\r\n\r\n", 5));
+    EXPECT_TRUE(received().ends_with("\r\n\r\nhello")) << received();
+}
+
+TEST_F(CSizedTest, lessThanTheSizeIsAnErrorAtOnce)
+{
+    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readToEnd();
+    const auto error = failureOfUpload("hello", 8);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getMessage(), "The data to be sent have ended 3 bytes before their size of 8.");
+    expectGoodTransfer();
+}
+
+TEST_F(OptionChecksTest, refusedURLLeavesTheOldOne)
+{
+    request().setURL("http://h/");
+    EXPECT_THROW(request().setURL(kx::String(std::wstring(L"ftp://h/\0", 9))), kx::CInvalidArgError);
+    EXPECT_EQ(request().getURL(), "http://h/");
+    EXPECT_EQ(request().getResponseCodeDomain(), "http");
+}
+
+TEST_F(OptionChecksTest, urlAsAnOptionIsTheURL)
+{
+    request().setOptionString(CURLOPT_URL, "ftp://h/");
+    EXPECT_EQ(request().getURL(), "ftp://h/");
+    EXPECT_EQ(request().getResponseCodeDomain(), "ftp");
+}
+
+TEST_F(OptionChecksTest, cookiesAreForgottenByAReset)
+{
+    answer("HTTP/1.1 200 OK\r\nSet-Cookie: session=ALICE\r\nContent-Length: 0\r\n\r\n").readHead().send(ok("x"));
+    request().setOptionString(CURLOPT_COOKIEFILE, "");
+    performPath();
+    request().reset();
+    performPath();
+    EXPECT_EQ(received().find("ALICE"), std::string::npos) << received();
 }
 
 } // namespace

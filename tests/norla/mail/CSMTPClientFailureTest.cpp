@@ -70,6 +70,45 @@ TEST_P(CSMTPClientFailureTest, theServerReplyIsTheRefusalAndNotTheGoodbye)
     EXPECT_EQ(error->getProps().get("responseCode"), "550");
 }
 
+TEST_P(CSMTPClientFailureTest, theServerReplyIsReadInWhateverEncodingItIs)
+{
+    greet().readUntil("\r\n").send("550 Empf\xe4nger \x1b[2Junbekannt\r\n").readUntil("QUIT\r\n");
+    const auto error = failureOf(params());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(replyOf(*error), L"550 Empf\u00e4nger ?[2Junbekannt");
+}
+
+// What a server says too late would be its answer to the next mail.
+TEST(LateReplyTest, aConnectionWhoseServerWasTooSlowIsNotUsedAgain)
+{
+    support::CScriptedServer server;
+    for (int i = 0; i < 2; ++i) {
+        auto& script = server.onConnection()
+                           .send("220 ready\r\n")
+                           .readUntil("\r\n")
+                           .send("250 hello\r\n")
+                           .readUntil("\r\n")
+                           .send("250 sender\r\n")
+                           .readUntil("\r\n")
+                           .send("250 recipient\r\n")
+                           .readUntil("DATA\r\n")
+                           .send("354 go on\r\n")
+                           .readUntil("\r\n.\r\n");
+        if (i == 0)
+            script.readToEnd();
+        else
+            script.send("250 taken\r\n").readToEnd();
+    }
+    CSMTPParams params = mail_test::paramsOf(server.getPort());
+    params.host = "127.0.0.1";
+    params.fullTimeout = kx::CTimeSpan::fromMilliseconds(500);
+    const auto client = kx::newObj<norla::CSMTPClient>(params);
+    const auto message = bufferOf("text\r\n");
+    EXPECT_THROW(client->sendMail("a@x", {"b@x"}, *message), norla::CCURLError);
+    EXPECT_NO_THROW(client->sendMail("a@x", {"b@x"}, *message));
+    EXPECT_EQ(server.connectionCount(), 2U);
+}
+
 TEST_P(CSMTPClientFailureTest, theServerReplyOfARefusedMessage)
 {
     greetAndTakeEnvelope().readUntil("\r\n.\r\n").send("554 5.7.1 spam\r\n").readUntil("QUIT\r\n");
