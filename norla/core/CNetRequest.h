@@ -57,7 +57,7 @@ public:
     CNetRequest& operator=(const CNetRequest&) = delete;
     ~CNetRequest() override;
 
-    /// Back to a new request, keeping libcurl's open connections, DNS and TLS session caches.
+    /// Back to a new request, keeping libcurl's open connections, DNS and TLS session caches, but no cookies.
     /// @throws kx::CError in a callback of its own transfer, and while a manager has it; nothing has changed then
     void reset();
 
@@ -90,7 +90,9 @@ public:
     /// header field on its way to the server. URLs, envelope senders, bodies and names of files may hold one.
     void setOptionString(CURLoption option, const kx::String& value);
 
-    /// The URL, which must be escaped already: libcurl refuses one with a blank as malformed when it is performed.
+    /// The URL with its scheme, in lower case: without it libcurl guesses, and an HTTP status of 404 is no error. Blanks must be
+    /// escaped already (libcurl refuses such a URL as malformed when it is performed); letters outside ASCII in path and query may
+    /// stand as they are, libcurl sends them as %xx.
     void setURL(const kx::String& url);
 
     /// The HTTP method. "GET", "HEAD", "PUT" and "POST" are libcurl's own (case matters); others, such as "DELETE", are sent
@@ -201,7 +203,8 @@ public:
     /// Sends a copy of the text in UTF-8. @throws kx::CError when it has no UTF-8 form
     void setSendDataAsUTF8(const kx::String& text);
 
-    /// The size of the body in bytes; -1 when unknown.
+    /// The size of the body in bytes; -1 when unknown. No more than that is sent, and a source that ends before is an error. A size
+    /// that was set together with a body (setSendDataBuffer(), setSendDataAsUTF8()) is forgotten with it.
     void setSendDataSize(long long size);
 
     /// As set; empty in a new request.

@@ -91,6 +91,27 @@ TEST_F(SFTPTest, believesNoUnknownHost)
     EXPECT_EQ(m_server.log().find("Accepted publickey"), std::string::npos) << m_server.log();
 }
 
+// libcurl would use the connection again without a question.
+TEST_F(SFTPTest, believesNoUnknownHostOverAnOldConnectionEither)
+{
+    const support::CTemporaryFolder folder;
+    const auto request = requestFor("digits.txt");
+    request->perform();
+    request->setSSHKnownHostsPath(norla::CNetRequest::Path::fromBytes(folder.write("known_hosts", "").string()));
+    EXPECT_EQ(live::failureOf(*request)->getCode(), CURLE_PEER_FAILED_VERIFICATION);
+}
+
+TEST_F(SFTPTest, usesAConnectionAgainThatWasMadeUnderTheSameDemand)
+{
+    const support::CTemporaryFolder folder;
+    const auto request = requestFor("digits.txt");
+    request->setSSHKnownHostsPath(
+        norla::CNetRequest::Path::fromBytes(folder.write("known_hosts", m_server.knownHostsLine()).string()));
+    request->perform();
+    request->perform();
+    EXPECT_EQ(request->getInfoLong(CURLINFO_NUM_CONNECTS), 0);
+}
+
 TEST_F(SFTPTest, tellsThatTheHostKeyHasChanged)
 {
     const support::CTemporaryFolder folder;
