@@ -118,8 +118,8 @@ public:
     /// removed. Directories inside whose names need escaping in a URL ("my dir") cannot be listed and end it too.
     ///
     /// The path means the same as in a command, where "/" is the server's root. Where the server's answer to PWD at the
-    /// login was not "/" (or is not known), the directory is listed a second time, from the root, before anything is
-    /// deleted.
+    /// login was not "/" (or is not known, as on a connection that was open before), the directory is listed a second
+    /// time, from the root, before anything is deleted.
     ///
     /// What stands in unreadable lines that are kept (setKeepUnreadableLines()) is not deleted, nor are the directories
     /// around it; everything else is.

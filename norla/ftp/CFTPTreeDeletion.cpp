@@ -105,24 +105,18 @@ bool CFTPTreeDeletion::isTopListedFromRoot()
     return m_topDir.startsWith("//") || isLoginAtRoot();
 }
 
-/// libcurl remembers the last answer to PWD that it understood, on whatever connection it came. So what this connection
-/// was told when it was opened counts more.
+/// Known from the answer to PWD of a connection that was opened for this transfer alone: what libcurl remembers
+/// (CURLINFO_FTP_ENTRY_PATH) may have been answered on another connection.
 bool CFTPTreeDeletion::isLoginAtRoot()
 {
-    bool isNew = false;
     for (const auto line = m_request.getResponseInfo()->createIterator(); line->next();) {
         const kx::String reply = line->getCurrent();
-        if (reply.startsWith("257 ")) { // a quote mark within a name is doubled (RFC 959 appendix II)
-            const kx::String path = reply.substr(std::min(reply.find(L'"'), reply.size()));
-            return path.startsWith(R"("/")") && !path.startsWith(R"("/"")");
-        }
-        isNew = isNew || reply.startsWith("220") || reply.startsWith("230");
+        if (!reply.startsWith("257 "))
+            continue;
+        const kx::String path = reply.substr(std::min(reply.find(L'"'), reply.size()));
+        return path.startsWith(R"("/")") && !path.startsWith(R"("/"")"); // a quote mark within is doubled (RFC 959)
     }
-    try {
-        return !isNew && m_request.getInfoString(CURLINFO_FTP_ENTRY_PATH) == "/";
-    } catch (const kx::CError&) {
-        return false; // not UTF-8
-    }
+    return false;
 }
 
 /// @return whether the directory is gone; if not, it has lines that could not be read
