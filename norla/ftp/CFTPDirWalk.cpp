@@ -89,7 +89,7 @@ void CFTPDirWalk::tryToMakeAll()
     m_client.beginPrepareRequest(m_request, kx::String(), false);
     m_request.setFTPCustomPreCommands(commands.get());
     m_request.setOptionInt(CURLOPT_NOBODY, 1);
-    m_request.perform();
+    perform();
 }
 
 /// Goes there as libcurl does before a transfer, so that it knows where the connection stands. A CWD among the commands
@@ -101,7 +101,7 @@ bool CFTPDirWalk::enter(const kx::String& dir)
     m_request.setOptionInt(CURLOPT_PATH_AS_IS, 1); // ".." is the server's to understand, as in commands
     m_request.setOptionInt(CURLOPT_NOBODY, 1);
     try {
-        m_request.perform();
+        perform();
         return true;
     } catch (const CCURLError& error) {
         if (error.getDomain() != "curl" || error.getCode() != CURLE_REMOTE_ACCESS_DENIED)
@@ -124,7 +124,7 @@ void CFTPDirWalk::make(const kx::String& dir)
     const kx::String refusalToEnter = serverWords();
     m_client.prepareCreateDirRequest(m_request, dir, false);
     try {
-        m_request.perform();
+        perform();
     } catch (const CCURLError& error) {
         if (error.getDomain() != "curl" || error.getCode() != CURLE_QUOTE_ERROR)
             throw;
@@ -132,6 +132,15 @@ void CFTPDirWalk::make(const kx::String& dir)
             "FTP directory '" + dir + "' can neither be entered (" + refusalToEnter + ") nor made (" + serverWords()
                 + ")");
     }
+}
+
+/// On a connection that was open before, paths without "/" lead on from where it stands. libcurl goes back to the
+/// directory of the login only when it has understood the answer to PWD.
+void CFTPDirWalk::perform()
+{
+    if (!m_dirs.front().startsWith("/"))
+        m_request.setOptionInt(CURLOPT_FRESH_CONNECT, 1);
+    m_request.perform();
 }
 
 /// The last reply of the server.

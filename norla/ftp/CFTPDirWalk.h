@@ -21,6 +21,7 @@ private:
     bool enter(const kx::String& dir);
     void makeStepByStep();
     void make(const kx::String& dir);
+    void perform();
     kx::String serverWords();
 
     CFTPClient& m_client;

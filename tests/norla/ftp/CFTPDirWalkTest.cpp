@@ -8,6 +8,7 @@ namespace {
 
 using ftp::CFTPClientServedTest;
 using norla::CFTPClient;
+using support::CScript;
 
 class CFTPClientWalkTest : public CFTPClientServedTest {
 protected:
@@ -51,10 +52,25 @@ TEST_F(CFTPClientWalkTest, leavesDotsToTheServer)
 
 TEST_F(CFTPClientWalkTest, goesFromTheLoginsDirectoryWithoutASlash)
 {
-    m_place = "257 \"/home/u\"";
-    serve({}, {"257 made", "257 made", "250 home", "250 there"});
-    make("a/b");
-    EXPECT_EQ(commands(), "MKD a\r\nMKD a/b\r\nCWD /home/u\r\nCWD a/b\r\nQUIT\r\n");
+    for (const std::string place : {"257 \"/home/u\"", "257 /home/u", "550 not told"}) {
+        support::CScriptedServer server;
+        login(server.onConnection(), place).readUntil("CWD /b\r\n").send("250 there\r\n").readUntil("QUIT\r\n").close();
+        CScript& making = login(server.onConnection(), place);
+        making.readUntil("MKD a\r\n").send("257 made\r\n").readUntil("MKD a/b\r\n").send("257 made\r\n");
+        making.readUntil("QUIT\r\n").close();
+        CScript& entering = login(server.onConnection(), place);
+        entering.readUntil("CWD a/b\r\n").send("250 there\r\n").readUntil("QUIT\r\n").close();
+        const auto walked = clientFor(server.getPort());
+        walked->beginPrepareRequest(request(), "//b/", false); // leaves a connection that stands elsewhere
+        request().setFTPFileMethod(CURLFTPMETHOD_SINGLECWD);
+        request().setOptionInt(CURLOPT_NOBODY, 1);
+        request().perform();
+        EXPECT_NO_THROW(walked->createDirs(request(), "a/b")) << place;
+        m_request = kx::newObj<norla::CNetRequest>(); // says QUIT
+        server.join();
+        EXPECT_TRUE(server.received(1).ends_with("PWD\r\nMKD a\r\nMKD a/b\r\nQUIT\r\n")) << server.received(1);
+        EXPECT_TRUE(server.received(2).ends_with("PWD\r\nCWD a/b\r\nQUIT\r\n")) << server.received(2);
+    }
 }
 
 TEST_F(CFTPClientWalkTest, makesNothingForTheRoot)
