@@ -30,16 +30,18 @@ CFTPGetInfoResult::CFTPGetInfoResult(const CNetStringList& lines)
     bool isFactLine = false;
     kx::P<kx::CError> unreadable; // the first line behind the last entry
     for (const auto line = lines.createIterator(); line->next();) {
+        bool isFact = false;
         if (isFactLine) {
             try {
                 m_entry = kx::newObj<CFTPDirEntry>(withoutLineEnd(line->getCurrent().trimLeft()));
                 unreadable = nullptr; // what a server says on the way, such as a directory's message, is no fact
+                isFact = true;
             } catch (const kx::CError& error) {
                 if (!unreadable)
                     unreadable = error.clone();
             }
         }
-        isFactLine = !isFactLine && line->getCurrent().startsWith("250-");
+        isFactLine = !isFact && line->getCurrent().startsWith("250-"); // one that is no fact begins a reply itself
     }
     if (unreadable)
         unreadable->throwClone();

@@ -12,7 +12,8 @@ class CNetStringList;
 class KX_EXPORT CFTPGetInfoResult : public virtual kx::CBase {
 public:
     /// Finds the line of facts behind the last "250-" line. Lines behind earlier ones, which a server says on the way
-    /// to a directory (its message, for example), need not be facts.
+    /// to a directory (its message, for example), need not be facts. A line of facts may begin with "250-" itself; one
+    /// that does and has no facts begins a reply.
     /// @param lines the reply lines of the transfer, as CNetRequest::getResponseInfo() gives them
     /// @throws kx::CError "Invalid response to FTP MLST request (no info line found)." with all lines in the property
     /// "response"; as CFTPDirEntry for the first line that cannot be read and is followed by none that can

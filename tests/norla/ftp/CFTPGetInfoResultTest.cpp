@@ -88,6 +88,18 @@ TEST(CFTPGetInfoResultTest, passesOverWhatIsSaidInAnyNumberOfLines)
     }
 }
 
+TEST(CFTPGetInfoResultTest, takesALineThatIsNoFactForABeginning)
+{
+    EXPECT_EQ(entryIn({"250-message\r\n", "250-Begin\r\n", " size=1; /a\r\n", "250 End\r\n"})->getName(), "/a");
+    EXPECT_EQ(
+        entryIn({"250-old\r\n", " size=1; /old\r\n", "250-message\r\n", "250-Begin\r\n", " size=1; /a\r\n"})->getName(),
+        "/a");
+    EXPECT_EQ(support::messageOf([] {
+        entryIn({"250-a\r\n", "250-b\r\n", "250 End\r\n"});
+    }),
+        "Invalid FTP dir entry: '250-b'");
+}
+
 TEST(CFTPGetInfoResultTest, namesTheFirstLineThatIsFollowedByNoneThatCanBeRead)
 {
     const auto messageIn
