@@ -113,25 +113,38 @@ bool CFTPDirWalk::enter(const kx::String& dir)
 /// Finds out where the way ends, and why.
 void CFTPDirWalk::makeStepByStep()
 {
+    bool isThere = false;
+    kx::String answerToMake;
     for (const kx::String& dir : m_dirs) {
-        if (!enter(dir))
-            make(dir);
+        isThere = enter(dir);
+        if (!isThere)
+            answerToMake = make(dir);
     }
+    if (!isThere && !enter(m_dirs.back())) // some servers say of anything that it is made
+        throwNoWay(m_dirs.back(), serverWords(), answerToMake);
 }
 
-void CFTPDirWalk::make(const kx::String& dir)
+/// @return what the server says
+kx::String CFTPDirWalk::make(const kx::String& dir)
 {
     const kx::String refusalToEnter = serverWords();
     m_client.prepareCreateDirRequest(m_request, dir, false);
     try {
         perform();
     } catch (const CCURLError& error) {
-        if (error.getDomain() != "curl" || error.getCode() != CURLE_QUOTE_ERROR)
+        // Access is denied when libcurl cannot go back to the directory of the login before it says MKD.
+        if (error.getDomain() != "curl"
+            || (error.getCode() != CURLE_QUOTE_ERROR && error.getCode() != CURLE_REMOTE_ACCESS_DENIED))
             throw;
-        m_request.throwError(CURLE_QUOTE_ERROR, m_request.getResponseCodeDomain(), m_request.getResponseCode(),
-            "FTP directory '" + dir + "' can neither be entered (" + refusalToEnter + ") nor made (" + serverWords()
-                + ")");
+        throwNoWay(dir, refusalToEnter, serverWords());
     }
+    return serverWords();
+}
+
+void CFTPDirWalk::throwNoWay(const kx::String& dir, const kx::String& answerToEnter, const kx::String& answerToMake)
+{
+    m_request.throwError(CURLE_QUOTE_ERROR, m_request.getResponseCodeDomain(), m_request.getResponseCode(),
+        "FTP directory '" + dir + "' can neither be entered (" + answerToEnter + ") nor made (" + answerToMake + ")");
 }
 
 /// On a connection that was open before, paths without "/" lead on from where it stands. libcurl goes back to the

@@ -20,7 +20,9 @@ private:
     void tryToMakeAll();
     bool enter(const kx::String& dir);
     void makeStepByStep();
-    void make(const kx::String& dir);
+    kx::String make(const kx::String& dir);
+    [[noreturn]] void throwNoWay(
+        const kx::String& dir, const kx::String& answerToEnter, const kx::String& answerToMake);
     void perform();
     kx::String serverWords();
 

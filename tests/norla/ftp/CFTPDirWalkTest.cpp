@@ -123,10 +123,30 @@ TEST_F(CFTPClientWalkTest, goesOnWhenADirectoryCanBeMadeAfterAll)
 {
     serve({},
         {"550 busy", "550 no parent", "550 no way", // tries them all
-            "550 no way", "250 home", "257 made", "550 no way", "250 home", "257 made"});
+            "550 no way", "250 home", "257 made", "550 no way", "250 home", "257 made", "250 there"});
     make("/a/b");
-    EXPECT_TRUE(commands().ends_with("CWD /a\r\nCWD /\r\nMKD /a\r\nCWD /a/b\r\nCWD /\r\nMKD /a/b\r\nQUIT\r\n"))
+    EXPECT_TRUE(
+        commands().ends_with("CWD /a\r\nCWD /\r\nMKD /a\r\nCWD /a/b\r\nCWD /\r\nMKD /a/b\r\nCWD /a/b\r\nQUIT\r\n"))
         << commands();
+}
+
+TEST_F(CFTPClientWalkTest, doesNotBelieveThatADirectoryIsMadeWhichCannotBeEntered)
+{
+    serve({}, {"257 made", "550 not there", "550 not there", "250 home", "257 made", "550 still not there"});
+    EXPECT_EQ(support::messageOf([this] { make("/a"); }),
+        "Quote command returned error: FTP directory '/a' can neither be entered (550 still not there) nor made (257 "
+        "made) (response code: ftp 550)");
+}
+
+TEST_F(CFTPClientWalkTest, namesTheDirectoryWhenTheLoginsOwnCannotBeEntered)
+{
+    serve({}, {"550 no", "550 not there", "550 not there", "550 nor home"});
+    const auto error = support::errorOf([this] { make("/a"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getCode(), CURLE_QUOTE_ERROR);
+    EXPECT_NE(error->getMessage().find("'/a' can neither be entered (550 not there) nor made (550 nor home)"),
+        kx::String::npos)
+        << error->what();
 }
 
 TEST_F(CFTPClientWalkTest, doesNotGoOnWithoutAConnection)
