@@ -114,8 +114,8 @@ public:
     kx::P<CFTPListDirResult> listDir(CNetRequest& request, const kx::String& path);
 
     /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, as are names that lead
-    /// elsewhere ("..", "a/b"), and then the directory is too. The first failure ends it; what was removed until then stays
-    /// removed. Directories inside whose names need escaping in a URL ("my dir") cannot be listed and end it too.
+    /// elsewhere ("..", "a/b", "a\b"), and then the directory is too. The first failure ends it; what was removed until then stays
+    /// removed.
     ///
     /// The path means the same as in a command, where "/" is the server's root. Where the server's answer to PWD at the
     /// login was not "/" (or is not known, as on a connection that was open before), the directory is listed a second

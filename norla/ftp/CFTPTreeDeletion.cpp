@@ -36,7 +36,8 @@ void checkPath(const kx::String& path)
 // Of an entry in a directory. The others lead out of it or around in it, whatever type a server gives them.
 bool isNameWithin(const kx::String& name)
 {
-    return !name.isEmpty() && name != "." && name != ".." && name.find(L'/') == kx::String::npos;
+    return !name.isEmpty() && name != "." && name != ".." && name.find(L'/') == kx::String::npos
+        && name.find(L'\\') == kx::String::npos; // some servers take it for a "/"
 }
 
 /// Whether the server had an answer for a listing, and it was no.
@@ -83,40 +84,74 @@ void CFTPTreeDeletion::run()
 /// the listed directory and the one to delete, and only the second counts.
 kx::P<CFTPListDirResult> CFTPTreeDeletion::listTop()
 {
-    m_client.prepareListDirRequest(m_request, m_topDir);
-    try {
-        m_request.perform();
-        m_listsFromRoot = !isTopListedFromRoot();
-    } catch (const CCURLError& error) {
-        m_listsFromRoot = isRefusal(error) && !isTopListedFromRoot();
-        if (!m_listsFromRoot)
-            throw;
-    }
-    return m_listsFromRoot ? list(m_topDir) : m_client.readListing(m_request);
+    auto listing = isPlain(m_topDir) ? listFromLogin(m_topDir) : nullptr;
+    return listing ? listing : listFromRoot(m_topDir);
 }
 
 kx::P<CFTPListDirResult> CFTPTreeDeletion::list(const kx::String& dir)
 {
-    return m_client.listDir(m_request, m_listsFromRoot ? "/" + dir : dir); // libcurl takes "//" in a URL for the root
+    auto listing = isListedFromRoot() && isPlain(dir) ? listFromLogin(dir) : nullptr;
+    return listing ? listing : listFromRoot(dir);
 }
 
-bool CFTPTreeDeletion::isTopListedFromRoot()
+/// @return null when it was another directory, or one that nobody knows
+kx::P<CFTPListDirResult> CFTPTreeDeletion::listFromLogin(const kx::String& dir)
 {
-    return m_topDir.startsWith("//") || isLoginAtRoot();
+    m_client.prepareListDirRequest(m_request, dir);
+    try {
+        m_request.perform();
+        noteLogin();
+    } catch (const CCURLError& error) {
+        noteLogin();
+        if (isListedFromRoot() || !isRefusal(error))
+            throw;
+    }
+    return isListedFromRoot() ? m_client.readListing(m_request) : nullptr;
 }
 
-/// Known from the answer to PWD of a connection that was opened for this transfer alone: what libcurl remembers
-/// (CURLINFO_FTP_ENTRY_PATH) may have been answered on another connection.
-bool CFTPTreeDeletion::isLoginAtRoot()
+kx::P<CFTPListDirResult> CFTPTreeDeletion::listFromRoot(const kx::String& dir)
+{
+    auto listing = m_client.listDir(m_request, "/" + escaped(dir)); // libcurl takes "//" in a URL for the root
+    noteLogin();
+    return listing;
+}
+
+/// Whether the path can stand in a URL as it is.
+bool CFTPTreeDeletion::isPlain(const kx::String& dir)
+{
+    return escaped(dir) == (dir.endsWith("/") ? dir : dir + "/");
+}
+
+/// For a URL, in which a name then means what it does in a command. With a "/" at the end.
+kx::String CFTPTreeDeletion::escaped(const kx::String& dir)
+{
+    kx::String path;
+    forEachField(dir.toWide(), L'/', [this, &path](std::wstring_view part) {
+        if (!part.empty())
+            path += m_request.urlEscape(kx::String(std::wstring(part)));
+        path += "/";
+    });
+    return path;
+}
+
+bool CFTPTreeDeletion::isListedFromRoot() const
+{
+    return m_topDir.startsWith("//") || m_isLoginAtRoot;
+}
+
+/// Any transfer can come over a new connection, when the server has closed the one before, and that may begin elsewhere.
+/// What libcurl itself remembers of answers to PWD (CURLINFO_FTP_ENTRY_PATH) may be of other connections.
+void CFTPTreeDeletion::noteLogin()
 {
     for (const auto line = m_request.getResponseInfo()->createIterator(); line->next();) {
         const kx::String reply = line->getCurrent();
-        if (!reply.startsWith("257 "))
-            continue;
-        const kx::String path = reply.substr(std::min(reply.find(L'"'), reply.size()));
-        return path.startsWith(R"("/")") && !path.startsWith(R"("/"")"); // a quote mark within is doubled (RFC 959)
+        if (reply.startsWith("257 ")) { // a quote mark within a name is doubled (RFC 959 appendix II)
+            const kx::String path = reply.substr(std::min(reply.find(L'"'), reply.size()));
+            m_isLoginAtRoot = path.startsWith(R"("/")") && !path.startsWith(R"("/"")");
+        } else if (reply.startsWith("220") || reply.startsWith("230")) {
+            m_isLoginAtRoot = false;
+        }
     }
-    return false;
 }
 
 /// @return whether the directory is gone; if not, it has lines that could not be read
@@ -129,13 +164,25 @@ bool CFTPTreeDeletion::deleteDir(const kx::String& dir, const CFTPListDirResult&
             continue;
         const kx::String child = dir + "/" + name;
         if (entry->getType() == CFTPDirEntry::TypeFile)
-            m_client.deleteFile(m_request, child);
+            deleteFile(child);
         else if (entry->getType() == CFTPDirEntry::TypeDir)
             isEmpty = deleteSubDir(child) && isEmpty;
     }
     if (isEmpty)
-        m_client.removeDir(m_request, dir);
+        removeDir(dir);
     return isEmpty;
+}
+
+void CFTPTreeDeletion::deleteFile(const kx::String& path)
+{
+    m_client.deleteFile(m_request, path);
+    noteLogin();
+}
+
+void CFTPTreeDeletion::removeDir(const kx::String& dir)
+{
+    m_client.removeDir(m_request, dir);
+    noteLogin();
 }
 
 bool CFTPTreeDeletion::deleteSubDir(const kx::String& dir)
