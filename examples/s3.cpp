@@ -91,7 +91,9 @@ public:
     {
         const CPlace place(placeText);
         const auto headers = m_client->getObjectHeaders(*m_request, place.bucket, place.key);
-        const long long size = kx::parseInt64(valueOf(headers, "content-length"), false);
+        const long long size = m_client->getObjectSize(*m_request, place.bucket, place.key);
+        if (size < 0)
+            throw kx::CError("The object '" + place.key + "' is gone.");
         const std::string partFile = file + ".part"; // the file has its name when it is complete
         std::ofstream out(partFile, std::ios::binary);
         const auto sink = kx::newObj<CPartSink>(*m_request, out, valueOf(headers, "etag"), size);

@@ -177,6 +177,7 @@ void CNetRequest::reset()
     }
     m_url = kx::String();
     m_isHTTP = false;
+    m_isMail = false;
     m_errorBuffer.getData()[0] = 0;
     if (std::exchange(m_hasCookies, false))
         setOption(CURLOPT_COOKIELIST, "ALL"); // which libcurl would keep
@@ -534,7 +535,9 @@ void CNetRequest::setURL(const kx::String& url)
 {
     setOptionBytes(CURLOPT_URL, url.toUTF8());
     m_url = url;
-    m_isHTTP = domainOfURL(url) == "http";
+    const kx::String domain = domainOfURL(url);
+    m_isHTTP = domain == "http";
+    m_isMail = domain == "smtp";
 }
 
 void CNetRequest::setHTTPMethod(const kx::String& method)
@@ -1218,7 +1221,7 @@ void CNetRequest::keepReply(std::string_view bytes)
 
 void CNetRequest::handleHeaderLine(std::string_view bytes)
 {
-    if (m_recipients)
+    if (m_isMail)
         keepReply(bytes);
     const kx::String line = kx::String::fromUTF8(bytes);
     if (m_isHTTP && line.toWide().starts_with(L"HTTP/")) {

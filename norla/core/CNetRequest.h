@@ -418,6 +418,7 @@ private:
     kx::P<CNetStringList> m_responseInfo;
     kx::P<CNetStringList> m_replies; // of a mail server, for people; null: none yet
     bool m_isHTTP = false;
+    bool m_isMail = false;
     kx::TList<kx::P<kx::IBase>> m_keptObjects;
     kx::P<IDoneListener> m_doneListener;
     // What is told when there is no memory for more.
