@@ -142,6 +142,18 @@ TEST_F(HangingLookupTest, fullTimeoutOfPerformCountsAlsoAfterAReset)
     EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
 }
 
+TEST_F(HangingLookupTest, timeoutCountsInTheNextTransferAfterAReset)
+{
+    answer(ok("hello"));
+    const auto request = newRequest();
+    request->perform();
+    request->reset();
+    request->setURL("http://hanging.test/");
+    request->setFullRequestTimeout(kx::CTimeSpan::fromMilliseconds(100));
+    EXPECT_THROW(request->perform(), norla::CCURLError);
+    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+}
+
 TEST_F(HangingLookupTest, requestGoesAtOnceAfterATimeout)
 {
     auto request = hangingRequest();

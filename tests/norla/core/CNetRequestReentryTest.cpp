@@ -113,6 +113,21 @@ TEST_F(CNetRequestReentryTest, sourceThatReplacesItselfLivesUntilItReturns)
     EXPECT_FALSE(m_isAlive);
 }
 
+TEST_F(CNetRequestReentryTest, sourceThatReplacesItselfAtTheStartLivesUntilItReturns)
+{
+    onUpload().send(ok("fine")).readHead().send(ok("fine"));
+    int calls = 0;
+    actInSource([this, &calls] {
+        if (++calls == 3) // behind two reads: the rewind of the next transfer
+            request().setSendDataSource(nullptr);
+    });
+    request().setHTTPMethod("PUT");
+    performPath();
+    failureOf();
+    EXPECT_EQ(calls, 3);
+    EXPECT_TRUE(CActionSource::m_wasAliveAfterwards);
+}
+
 // libcurl sends the body again behind a redirect of this status.
 TEST_F(CNetRequestReentryTest, sourceThatReplacesItselfInASeekLivesUntilItReturns)
 {

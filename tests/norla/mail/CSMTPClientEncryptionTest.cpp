@@ -116,7 +116,7 @@ TEST_F(CSMTPClientEncryptionTest, oneAttemptIsEnoughHoweverManyPlainConnectionsA
     finished.clear();
     manager = nullptr;
     m_server.join();
-    EXPECT_EQ(m_server.problems().size(), 1u); // one was closed without a goodbye
+    EXPECT_EQ(problems().size(), 1u); // one was closed without a goodbye
     size_t goodbyes = 0;
     for (size_t i = 0; i < plainConnections; ++i) {
         const std::string plain = m_server.received(i);

@@ -8,6 +8,7 @@
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/libcurlWords.h"
 
 #include <gtest/gtest.h>
 
@@ -118,11 +119,23 @@ protected:
         client.sendMail("a@x", recipients, *bufferOf(message));
     }
 
+    /// What went wrong for the server. Newer libcurls read to the end of TLS when they close a connection, which nobody waits for:
+    /// they then say that it was cut off.
+    Texts problems() const
+    {
+        Texts all = m_server.problems();
+        if (support::isLibcurlSince(8, 14))
+            std::erase_if(all, [](const std::string& problem) {
+                return problem.find(", after its script: TLS read: ") != std::string::npos;
+            });
+        return all;
+    }
+
     /// What the server read behind the line of EHLO, which has the name of this machine.
     std::string received(size_t connection = 0)
     {
         m_server.join();
-        EXPECT_EQ(m_server.problems(), Texts());
+        EXPECT_EQ(problems(), Texts());
         const std::string all = m_server.received(connection);
         EXPECT_TRUE(all.starts_with("EHLO ")) << all;
         return all.substr(all.find('\n') + 1);

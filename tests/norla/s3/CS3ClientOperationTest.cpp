@@ -233,7 +233,7 @@ TEST_F(CS3ClientOperationTest, asksForNoGoAheadBeforeASmallObject)
 
 TEST_F(CS3ClientOperationTest, asksForAGoAheadBeforeALargeObject)
 {
-    const std::string content(1 << 20, 'c');
+    const std::string content(2 << 20, 'c');
     server()
         .onConnection()
         .readHead()
