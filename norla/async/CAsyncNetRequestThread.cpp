@@ -151,10 +151,11 @@ void CAsyncNetRequestThread::startPendingRequests(CAsyncNetRequestManager& manag
         const CAddition addition = *next;
         try {
             startUnlessRunning(manager, *addition.request);
-        } catch (const CCURLError&) {
-            throw; // it was not the request's fault: it is tried again when the thread is
-        } catch (...) {
-            forgetAddition(addition.order);
+        } catch (const std::exception& error) {
+            // What libcurl refuses as a whole is not the request's fault: it is tried again when the thread is.
+            const auto* const known = dynamic_cast<const kx::CError*>(&error);
+            if (!known || known->getDomain() != "curlm")
+                forgetAddition(addition.order);
             throw;
         }
         forgetAddition(addition.order);

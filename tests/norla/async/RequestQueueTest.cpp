@@ -7,6 +7,7 @@
 #include "tests/support/errorOf.h"
 
 #include <future>
+#include <stdexcept>
 
 namespace {
 
@@ -23,8 +24,9 @@ public:
     long long getLength() override { return 0; }
     void seek(long long) override
     {
-        ++m_seeks;
-        throw kx::CError("cannot seek");
+        if (++m_seeks % 2 == 0)
+            throw std::runtime_error("cannot seek");
+        throw norla::CCURLError(CURLE_READ_ERROR, "cannot seek", "", 0, "");
     }
     long long getPosition() override { return 1; }
 
@@ -165,11 +167,16 @@ TEST_F(RequestQueueTest, sourceThatCannotSeekEndsTheThreadOnce)
     request->setSendDataSource(source.get());
     thread().addRequest(request.get());
     thread().start();
-    EXPECT_TRUE(waitUntil([this] { return !thread().isAlive(); }));
-    thread().start();
+    for (int seeks = 1; seeks <= 2; ++seeks) { // it throws something else each time
+        EXPECT_TRUE(waitUntil([this] { return !thread().isAlive(); }));
+        EXPECT_EQ(source->m_seeks, seeks);
+        if (seeks == 1)
+            thread().addRequest(request.get());
+        thread().start();
+    }
     makePass();
     EXPECT_TRUE(thread().isAlive());
-    EXPECT_EQ(source->m_seeks, 1);
+    EXPECT_EQ(source->m_seeks, 2);
 }
 
 // ---- a removal that nobody waits for, and then an addition
