@@ -199,7 +199,8 @@ TEST_F(ExamplesTest, useTheLibcurlOfTheTest)
 {
     CProcessRun::CSettings settings{.arguments = {"hello"}};
     settings.environment = {"LD_TRACE_LOADED_OBJECTS=1"}; // the loader tells what it would load
-    EXPECT_THAT(run(settings).output(), testing::HasSubstr("libcurl.so.4 => " + ownLibcurl() + " ("));
+    EXPECT_THAT(
+        CProcessRun(live::prepared(settings)).output(), testing::HasSubstr("libcurl.so.4 => " + ownLibcurl() + " ("));
 }
 
 TEST_F(ExamplesTest, fetchTellsThatNobodyListens)

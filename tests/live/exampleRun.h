@@ -13,14 +13,23 @@
 
 namespace live {
 
-/// Runs an example program. It runs under valgrind when NORLA_VALGRIND is set; what that finds shows as an exit status of 99.
 /// @param settings whose first argument is the name of the example
-inline support::CProcessRun run(support::CProcessRun::CSettings settings)
+/// @return the same with its file, and with the libraries of this process
+inline support::CProcessRun::CSettings prepared(support::CProcessRun::CSettings settings)
 {
-    std::vector<std::string>& command = settings.arguments;
-    command.front() = NORLA_EXAMPLES_DIR "/" + command.front();
+    settings.arguments.front() = NORLA_EXAMPLES_DIR "/" + settings.arguments.front();
     const std::vector<std::string> libraryPath = support::inheritedLibraryPath();
     settings.environment.insert(settings.environment.end(), libraryPath.begin(), libraryPath.end());
+    return settings;
+}
+
+/// Runs an example program. It runs under valgrind when NORLA_VALGRIND is set; what that finds shows as an exit status
+/// of 99.
+/// @param settings whose first argument is the name of the example
+inline support::CProcessRun run(const support::CProcessRun::CSettings& given)
+{
+    support::CProcessRun::CSettings settings = prepared(given);
+    std::vector<std::string>& command = settings.arguments;
     if (std::getenv("NORLA_VALGRIND"))
         command.insert(command.begin(),
             {"valgrind", "--quiet", "--leak-check=full", "--error-exitcode=99",
