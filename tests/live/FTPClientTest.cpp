@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <set>
+#include <string_view>
 
 namespace {
 
@@ -105,7 +106,13 @@ TEST_P(FTPClientTest, failsToDownloadAMissingFile)
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getDomain(), "curl");
     EXPECT_EQ(error->getProps().get("responseCode"), "550");
-    EXPECT_EQ(download("/digits.txt"), "0123456789"); // usable afterwards
+    client().prepareDownloadRequest(request(), "/digits.txt", 0, -1);
+    // A newer libcurl keeps the control connection after this. Under implicit TLS pyftpdlib then tells too late that the
+    // data connection was dropped: the next transfer takes that for the reply to its own command.
+    if (support::isLibcurlSince(8, 14) && std::string_view(GetParam().name) == "pyftpdlibImplicit")
+        request().setOptionInt(CURLOPT_FRESH_CONNECT, 1);
+    request().perform(); // usable afterwards
+    EXPECT_EQ(live::bodyOf(request()), "0123456789");
 }
 
 TEST_P(FTPClientTest, keepsEmptyFiles)
