@@ -287,7 +287,7 @@ TEST_F(OptionChecksTest, urlAsAnOptionIsTheURL)
 TEST_F(OptionChecksTest, cookiesAreForgottenByAReset)
 {
     answer("HTTP/1.1 200 OK\r\nSet-Cookie: session=ALICE\r\nContent-Length: 0\r\n\r\n").readHead().send(ok("x"));
-    request().setOptionString(CURLOPT_COOKIEFILE, "");
+    request().setOptionString(CURLOPT_COOKIELIST, "Set-Cookie: other=BOB; domain=nowhere.test"); // switches cookies on
     performPath();
     request().reset();
     performPath();
