@@ -11,11 +11,9 @@
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 #include <optional>
 #include <sys/resource.h>
 #include <utility>
-#include <vector>
 
 namespace norla {
 
@@ -64,15 +62,6 @@ bool mayAskForDescriptorSets() noexcept
     constexpr unsigned int firstUnchecked = 0x080900;
     static const bool isChecked = curl_version_info(CURLVERSION_NOW)->version_num < firstUnchecked;
     return isChecked || !canHaveLargeDescriptors();
-}
-
-/// For connections that nobody can close any more.
-void keepForEver(std::unique_ptr<COpenSockets> sockets) noexcept
-{
-    static auto* const all = new std::vector<COpenSockets*>; // never destroyed, as what they are kept for
-    static std::mutex mutex;
-    const std::lock_guard lock(mutex);
-    all->push_back(sockets.release());
 }
 
 /// Gives a request back that could not be started.
@@ -149,7 +138,7 @@ CAsyncNetRequestManager::~CAsyncNetRequestManager()
         curl_multi_cleanup(m_multi);
     } catch (const std::exception& error) {
         // The multi handle stays, and its sockets: it still has requests, which outlive it then.
-        keepForEver(std::move(m_sockets));
+        COpenSockets::keepForEver(std::move(m_sockets));
         kx::onExceptionInDestructorIgnored("norla::CAsyncNetRequestManager", error, true);
     }
 }

@@ -1,6 +1,7 @@
 #include "norla/core/COpenSockets.h"
 
 #include <exception>
+#include <mutex>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +15,15 @@ void COpenSockets::stopReading() noexcept
         if (identify(socket, current) && current == noted)
             shutdown(socket, SHUT_RD); // fails where the server has closed already, which is as good
     }
+}
+
+void COpenSockets::keepForEver(std::unique_ptr<COpenSockets> sockets) noexcept
+{
+    static std::mutex mutex;
+    static const COpenSockets* last = nullptr;
+    const std::lock_guard lock(mutex);
+    sockets->m_keptBefore = last;
+    last = sockets.release();
 }
 
 curl_socket_t COpenSockets::onOpen(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) noexcept

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <map>
+#include <memory>
 #include <sys/types.h>
 
 namespace norla {
@@ -22,6 +23,9 @@ public:
     /// before libcurl closes all of the cache's connections.
     void stopReading() noexcept;
 
+    /// For connections that nobody can close any more.
+    static void keepForEver(std::unique_ptr<COpenSockets> sockets) noexcept;
+
     static curl_socket_t onOpen(void* sockets, curlsocktype purpose, curl_sockaddr* address) noexcept;
     static int onClose(void* sockets, curl_socket_t socket) noexcept;
 
@@ -37,6 +41,7 @@ private:
     void note(curl_socket_t socket) noexcept;
 
     std::map<curl_socket_t, CIdentity> m_sockets;
+    const COpenSockets* m_keptBefore = nullptr; // so that all that are kept can be found
 };
 
 } // namespace norla
