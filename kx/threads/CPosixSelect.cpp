@@ -1,9 +1,9 @@
 #include "kx/threads/CPosixSelect.h"
 
 #include "kx/base/CError.h"
+#include "kx/base/systemErrorText.h"
 
 #include <cerrno>
-#include <system_error>
 
 namespace kx {
 
@@ -15,8 +15,7 @@ int CPosixSelect::select(int descriptorCount, fd_set* readable, fd_set* writable
         return ready;
     if (errno == EINTR)
         return 0;
-    throw CError(
-        String::fromLatin1("Waiting for descriptors has failed: " + std::generic_category().message(errno) + "."));
+    throw CError("Waiting for descriptors has failed: " + systemErrorText(errno) + ".");
 }
 
 } // namespace kx

@@ -1,5 +1,6 @@
 // Text is the same under every locale that an application may choose.
 #include "kx/base/CError.h"
+#include "kx/base/systemErrorText.h"
 #include "kx/text/CStringFormat.h"
 #include "kx/text/CURI.h"
 #include "kx/text/String.h"
@@ -8,6 +9,8 @@
 #include "tests/support/CForeignLocale.h"
 
 #include <gtest/gtest.h>
+
+#include <cerrno>
 
 namespace {
 
@@ -43,6 +46,11 @@ TEST_P(LocaleTest, convertsTextWithoutLookingAtTheLocale)
 TEST_P(LocaleTest, writesEnglishDates)
 {
     EXPECT_EQ(kx::CTimeFields(kx::CTime(784111777'000000)).toInternetTimestamp(), "Sun, 06 Nov 1994 08:49:37 GMT");
+}
+
+TEST_P(LocaleTest, tellsErrorsOfTheSystemInEnglish)
+{
+    EXPECT_EQ(kx::systemErrorText(EINVAL), "Invalid argument");
 }
 
 INSTANTIATE_TEST_SUITE_P(All, LocaleTest, testing::Values("tr_TR.UTF-8", "de_DE.UTF-8"),
