@@ -1,0 +1,202 @@
+#include "kx/files/COutputFile.h"
+
+#include "kx/base/CError.h"
+#include "kx/base/systemErrorText.h"
+#include "kx/random/CMTRand.h"
+#include "kx/text/numbers.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace kx {
+
+namespace {
+
+/// Where the links lead, also when nothing is there yet. The kernel has the last word on circles.
+std::string followLinks(std::string path)
+{
+    constexpr int mostLinks = 40; // as many as the kernel follows
+    for (int i = 0; i < mostLinks; ++i) {
+        std::error_code noLink;
+        const std::filesystem::path inner = std::filesystem::read_symlink(path, noLink);
+        if (noLink)
+            break;
+        path = std::filesystem::path(path).parent_path() / inner; // inner alone when it is absolute
+    }
+    return path;
+}
+
+bool isSameFile(const struct stat& status, const std::string& name)
+{
+    struct stat other {};
+    return stat(name.c_str(), &other) == 0 && other.st_dev == status.st_dev && other.st_ino == status.st_ino;
+}
+
+/// The name with a random end, as short as a name must be.
+std::string partNameFor(const std::string& name)
+{
+    std::array<char, 32> end{};
+    std::snprintf(end.data(), end.size(), ".%016llx.part", rand64());
+    const std::string_view endText = end.data();
+    return name.substr(0, std::min(name.size(), NAME_MAX - endText.size())).append(endText);
+}
+
+} // namespace
+
+COutputFile::COutputFile(const Path& path)
+    : m_path(path)
+{
+    const std::string name = path.toBytes();
+    if (name.find('\0') != std::string::npos)
+        fail(EINVAL);
+    struct stat status {};
+    const bool exists = stat(name.c_str(), &status) == 0;
+    const std::string target = followLinks(name);
+    if (exists && (!S_ISREG(status.st_mode) || !isSameFile(status, target))) // or open, but without a name any more
+        openAsItIs(name);
+    else
+        openPart(target);
+}
+
+COutputFile::~COutputFile()
+{
+    abandon();
+}
+
+void COutputFile::openAsItIs(const std::string& name)
+{
+    m_file = open(name.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOCTTY);
+    if (m_file < 0)
+        fail(errno);
+}
+
+void COutputFile::openPart(const std::string& target)
+{
+    const size_t nameStart = target.rfind('/') + 1; // 0 without a folder
+    m_folderName = target.substr(0, nameStart);
+    m_targetName = target.substr(nameStart);
+    if (m_targetName.empty())
+        fail(target.empty() ? ENOENT : EISDIR);
+    m_folder = open(m_folderName.empty() ? "." : m_folderName.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (m_folder < 0)
+        fail(errno);
+    constexpr mode_t everybody = 0666; // less the umask
+    do {
+        m_partName = partNameFor(m_targetName);
+        m_file = openat(
+            m_folder, m_partName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, everybody);
+    } while (m_file < 0 && errno == EEXIST);
+    if (m_file < 0)
+        fail(errno);
+    try {
+        keepAttributes();
+    } catch (const CError&) {
+        abandon();
+        throw;
+    }
+}
+
+/// Those of an older file of that name, before anybody can read a byte that it kept to itself.
+void COutputFile::keepAttributes()
+{
+    struct stat older {};
+    if (fstatat(m_folder, m_targetName.c_str(), &older, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT)
+            fail(errno);
+        return;
+    }
+    if (faccessat(m_folder, m_targetName.c_str(), W_OK, AT_EACCESS) != 0)
+        fail(errno);
+    constexpr auto unchanged = static_cast<uid_t>(-1);
+    const bool hasGroup
+        = fchown(m_file, older.st_uid, older.st_gid) == 0 || fchown(m_file, unchanged, older.st_gid) == 0;
+    mode_t permissions = older.st_mode & 0777; // to run as somebody else is not inherited
+    if (!hasGroup)                             // another group may do no more than everybody
+        permissions = (permissions & 0707) | (permissions & 07) << 3;
+    if (fchmod(m_file, permissions) != 0)
+        fail(errno);
+}
+
+int COutputFile::write(const unsigned char* data, int size)
+{
+    requireOpen();
+    for (int written = 0; written < size;) {
+        const ssize_t count = ::write(m_file, data + written, static_cast<size_t>(size - written));
+        if (count < 0 && errno != EINTR)
+            failForGood();
+        written += static_cast<int>(std::max<ssize_t>(count, 0));
+    }
+    m_position += size;
+    m_length = std::max(m_length, m_position);
+    return size;
+}
+
+void COutputFile::seek(long long position)
+{
+    requireOpen();
+    if (position == m_position)
+        return;
+    if (position < 0 || position > m_length)
+        throw CError("There is no position " + toString(position) + " in the file '" + m_path.toString() + "'.");
+    if (lseek(m_file, position, SEEK_SET) < 0)
+        failForGood();
+    m_position = position;
+}
+
+void COutputFile::finish()
+{
+    requireOpen();
+    if (!m_partName.empty() && fsync(m_file) != 0)
+        failForGood();
+    if (close(std::exchange(m_file, -1)) != 0 && errno != EINTR) // what a signal interrupts is closed all the same
+        failForGood();
+    if (!m_partName.empty() && renameat(m_folder, m_partName.c_str(), m_folder, m_targetName.c_str()) != 0)
+        failForGood();
+    m_partName.clear();
+    abandon();
+}
+
+COutputFile::Path COutputFile::getPartPath() const
+{
+    return m_partName.empty() ? Path() : Path::fromBytes(m_folderName + m_partName);
+}
+
+void COutputFile::abandon() noexcept
+{
+    if (m_file >= 0)
+        close(std::exchange(m_file, -1));
+    if (!m_partName.empty())
+        unlinkat(m_folder, m_partName.c_str(), 0);
+    m_partName.clear();
+    if (m_folder >= 0)
+        close(std::exchange(m_folder, -1));
+}
+
+void COutputFile::requireOpen() const
+{
+    if (m_file < 0)
+        throw CError("The file '" + m_path.toString() + "' is closed.");
+}
+
+/// As fail(), with the system's error; nothing of the file is left then.
+void COutputFile::failForGood()
+{
+    const int errorNumber = errno;
+    abandon();
+    fail(errorNumber);
+}
+
+void COutputFile::fail(int errorNumber) const
+{
+    throw CError("The file '" + m_path.toString() + "' cannot be written: " + systemErrorText(errorNumber) + ".");
+}
+
+} // namespace kx
