@@ -151,6 +151,17 @@ void COutputFile::seek(long long position)
     m_position = position;
 }
 
+void COutputFile::restart()
+{
+    requireOpen();
+    if (m_length == 0)
+        return;
+    if (ftruncate(m_file, 0) != 0 || lseek(m_file, 0, SEEK_SET) < 0)
+        failForGood();
+    m_position = 0;
+    m_length = 0;
+}
+
 void COutputFile::finish()
 {
     requireOpen();

@@ -42,6 +42,10 @@ public:
     void seek(long long position) override;
     long long getPosition() override { return m_position; }
 
+    /// Forgets what was written, and begins anew. @throws CError when the file cannot seek and bytes have gone out, which closes
+    /// it
+    void restart();
+
     /// Sees that all bytes are on the disk, and gives the file its name. What is no regular file is closed.
     /// @throws CError when that fails, or was done before; what was written is removed then, and the older file stays
     void finish();

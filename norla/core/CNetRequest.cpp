@@ -230,6 +230,8 @@ void CNetRequest::beginAttempt()
     m_replies = nullptr;
     m_defaultReceiveStream->seek(0);
     m_defaultReceiveBuffer->setSize(0);
+    if (const kx::P<IDataSink> sink = m_receiveSink) // which may put another one in its place
+        sink->begin();
     const kx::P<IDataSource> source = m_sendDataSource; // which may put another one in its place
     if (source && source->getPosition() != 0)
         source->seek(0);

@@ -62,7 +62,7 @@ public:
     void reset();
 
     /// What every transfer starts with: applies the custom headers again, forgets the last answer, empties the default receive
-    /// buffer and rewinds the body to be sent. @throws as reset(); what the source's seek() throws
+    /// buffer, lets the sink begin and rewinds the body to be sent. @throws as reset(); what the sink and the source throw
     void resetForPerform();
 
     /// The options of a new request: errors and data come to this object, redirects are followed, 30 seconds to connect, and
@@ -430,6 +430,10 @@ private:
 /// Takes a response body, block by block.
 class KX_EXPORT CNetRequest::IDataSink : public virtual kx::IBase {
 public:
+    /// A transfer begins, the first one or another: for most sinks what an earlier one has written is void. Does nothing
+    /// unless a sink says otherwise. What it throws is what resetForPerform() throws.
+    virtual void begin() {}
+
     /// Takes a block; what it returns (the bytes taken) is not looked at. Throwing a std::exception ends the transfer with
     /// that error.
     /// @param size 0 or more

@@ -372,6 +372,29 @@ TEST_F(COutputFileTest, canBeWrittenAgainFromAnEarlierPosition)
     EXPECT_EQ(m_folder.read("new"), "012abc6789");
 }
 
+TEST_F(COutputFileTest, canBeginAnew)
+{
+    const auto file = open("new");
+    write(*file, "a long first attempt");
+    file->restart();
+    EXPECT_EQ(file->getPosition(), 0);
+    write(*file, "short");
+    EXPECT_EQ(file->getLength(), 5);
+    file->finish();
+    EXPECT_EQ(m_folder.read("new"), "short");
+}
+
+TEST_F(COutputFileTest, cannotTakeBackWhatHasGoneToAPipe)
+{
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    const int reader = ::open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const auto file = open("pipe");
+    file->restart(); // nothing has gone yet
+    write(*file, "bytes");
+    EXPECT_EQ(support::messageOf([&] { file->restart(); }), cannotBeWritten("pipe", "Invalid argument"));
+    close(reader);
+}
+
 TEST_F(COutputFileTest, hasNoPositionsOutsideOfItself)
 {
     const auto file = open("new");

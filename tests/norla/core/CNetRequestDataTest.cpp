@@ -30,6 +30,9 @@ public:
     int m_calls = 0;
     int m_throwsAt = 0;
     int m_answer = 0;
+    void begin() override { ++m_begins; }
+
+    int m_begins = 0;
     std::string m_body;
     int m_responseCode = -2;
     HeaderMap m_headers;
@@ -116,6 +119,15 @@ TEST_F(CNetRequestDataTest, givesTheSinkTheBodyOfAnErrorResponse)
     EXPECT_EQ(sink->m_body, "bad");
     EXPECT_EQ(sink->m_responseCode, 500);
     EXPECT_FALSE(error->getProps().has("serverMessage")); // only the default buffer is looked into
+}
+
+TEST_F(CNetRequestDataTest, tellsTheSinkOnceThatATransferBegins)
+{
+    answer(ok("hello"));
+    request().setReceiveDataSink(sink.get());
+    EXPECT_EQ(sink->m_begins, 0);
+    performPath();
+    EXPECT_EQ(sink->m_begins, 1);
 }
 
 TEST_F(CNetRequestDataTest, doesNotMindHowManyBytesTheSinkSaysItTook)

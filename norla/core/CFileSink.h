@@ -1,0 +1,46 @@
+#pragma once
+
+#include "kx/files/COutputFile.h"
+#include "norla/core/CNetRequest.h"
+
+namespace norla {
+
+/// Puts the body of a transfer into a file that appears under its name whole or not at all (kx::COutputFile says how):
+///
+///     const auto sink = kx::newObj<CFileSink>(*request, path);
+///     request->setReceiveDataSink(sink.get());
+///     request->perform();
+///     sink->finish();
+///
+/// Without finish(), because the transfer has failed or for any other reason, nothing of it stays and an older file of that
+/// name is untouched. A transfer that is performed again begins anew. The text that explains an HTTP error (status 300 and
+/// above) is not the file: it goes to the request's default receive buffer, up to 64 KiB of it, where the transfer's
+/// error finds the server's words.
+///
+/// Used by one thread at a time: after a transfer in the background, once that has ended.
+class KX_EXPORT CFileSink : public kx::CBase, public virtual CNetRequest::IDataSink {
+public:
+    /// @param request whose body it is; no reference is kept
+    /// @throws kx::CError which names path and reason when the file cannot be made
+    CFileSink(CNetRequest& request, const CNetRequest::Path& path);
+    ~CFileSink() override;
+
+    void begin() override;
+
+    /// @throws kx::CError which names path and reason when the file takes no more; the transfer ends with it
+    int write(
+        const unsigned char* data, int size, int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
+
+    /// Gives the file its name, on success of the transfer, once.
+    /// @throws kx::CError which names path and reason
+    void finish() { m_file->finish(); }
+
+    /// How many bytes it has, and what to remove when the program ends by a signal (kx::COutputFile::getPartPath()).
+    kx::COutputFile& getFile() const noexcept { return *m_file; }
+
+private:
+    const kx::P<kx::COutputFile> m_file;
+    const kx::P<CNetRequest::Buffer> m_explanation;
+};
+
+} // namespace norla
