@@ -3,6 +3,8 @@
 // What the samples of docs/guide.md define, for the test that runs them.
 
 #include "kx/containers/TArray.h"
+#include "kx/files/CUnixPathTraits.h"
+#include "kx/files/TPathImpl.h"
 #include "kx/text/String.h"
 #include "kx/time/CTime.h"
 
@@ -16,6 +18,7 @@ class CSMTPParams;
 } // namespace norla
 
 kx::String postNote(const kx::String& url, const kx::String& note);
+void download(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path);
 kx::String searchURL(const kx::String& url, const kx::String& words);
 kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long long position, long long& size);
 void useProxies(const kx::String& proxies, const kx::String& directHosts);

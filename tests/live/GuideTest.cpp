@@ -1,6 +1,8 @@
 // The samples of docs/guide.md against real servers.
 #include "docs/guide/samples.h"
 #include "kx/log/log.h"
+#include "norla/core/CCURLError.h"
+#include "norla/core/CNetRequest.h"
 #include "norla/ftp/CFTPClient.h"
 #include "norla/proxy/CProxySettings.h"
 #include "norla/s3/CS3Client.h"
@@ -43,6 +45,18 @@ TEST(GuideTest, doesWithoutTheTypeOfAnAnswer)
     support::CScriptedServer server;
     server.onConnection().readHead().readBytes(4).send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     EXPECT_EQ(postNote(text(server.url()), "note"), "");
+}
+
+TEST(GuideTest, downloadsIntoAFile)
+{
+    const support::CNginxServer server;
+    const support::CTemporaryFolder folder;
+    const std::string file = folder.write("digits", "older content");
+    EXPECT_THROW(
+        download(text(server.url("/status/404")), norla::CNetRequest::Path::fromBytes(file)), norla::CCURLError);
+    EXPECT_EQ(folder.read("digits"), "older content");
+    download(text(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes(file));
+    EXPECT_EQ(folder.read("digits"), "0123456789");
 }
 
 TEST(GuideTest, makesTheURLOfASearch)
