@@ -3,6 +3,8 @@
 #include "tests/support/loopback.h"
 #include "tests/support/systemError.h"
 
+#include <array>
+#include <chrono>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -59,6 +61,19 @@ std::vector<std::string> CRawClient::readPieces()
     for (std::string block = readOnce(); !block.empty(); block = readOnce())
         pieces.push_back(block);
     return pieces;
+}
+
+bool CRawClient::endsTogetherWith(std::string_view bytes)
+{
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::string all;
+    std::array<char, 1024> block;
+    while (all != bytes && std::chrono::steady_clock::now() < limit) {
+        const ssize_t count = recv(m_socket.get(), block.data(), block.size(), MSG_DONTWAIT);
+        if (count > 0)
+            all.append(block.data(), static_cast<size_t>(count));
+    }
+    return all == bytes && recv(m_socket.get(), block.data(), block.size(), MSG_DONTWAIT) == 0;
 }
 
 void CRawClient::shutdown()

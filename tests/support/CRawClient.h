@@ -30,6 +30,10 @@ public:
     /// @return what each read got, up to the end
     std::vector<std::string> readPieces();
 
+    /// Reads these bytes as soon as they are there, without sleeping.
+    /// @return whether the end can be read the very moment that the last of them was
+    bool endsTogetherWith(std::string_view bytes);
+
     /// Ends the sending side.
     void shutdown();
 

@@ -42,6 +42,12 @@ CScript& CScript::sendRepeated(std::string block, size_t count)
         [block = std::move(block), count](CScriptedConnection& connection) { connection.sendRepeated(block, count); });
 }
 
+CScript& CScript::sendAndClose(std::string bytes)
+{
+    return add("sendAndClose",
+        [bytes = std::move(bytes)](CScriptedConnection& connection) { connection.sendAndClose(bytes); });
+}
+
 CScript& CScript::stall()
 {
     return add("stall", [](CScriptedConnection& connection) { connection.stall(); });

@@ -48,6 +48,10 @@ public:
     /// Sends the block so many times.
     CScript& sendRepeated(std::string block, size_t count);
 
+    /// As send() and close(), in one piece: whoever can read the last of these bytes can read the end too, before doing
+    /// anything about them. A few hundred bytes at most.
+    CScript& sendAndClose(std::string bytes);
+
     /// Neither reads nor sends until the peer closes the connection (or its sending side) or the server is destroyed.
     CScript& stall();
 

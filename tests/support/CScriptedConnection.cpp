@@ -88,6 +88,14 @@ void CScriptedConnection::sendRepeated(std::string_view block, size_t count)
         send(block);
 }
 
+void CScriptedConnection::sendAndClose(std::string_view bytes)
+{
+    const int on = 1;
+    checked(setsockopt(openSocket(), IPPROTO_TCP, TCP_CORK, &on, sizeof on), "TCP_CORK"); // until there is the end
+    send(bytes);
+    close();
+}
+
 void CScriptedConnection::stall()
 {
     waitUntil(POLLRDHUP, CClock::time_point::max());

@@ -37,6 +37,7 @@ public:
     void send(std::string_view bytes);
     void sendPieces(const std::vector<std::string>& pieces);
     void sendRepeated(std::string_view block, size_t count);
+    void sendAndClose(std::string_view bytes);
     void stall();
     void waitFor(const std::shared_future<void>& gate);
     void startTLS(const std::filesystem::path& certificateFile, const std::filesystem::path& keyFile);

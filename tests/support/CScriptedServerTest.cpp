@@ -160,6 +160,20 @@ TEST(CScriptedServerTest, closesHardWithoutReadingOn)
     EXPECT_EQ(client.readToEnd(), "");
 }
 
+TEST(CScriptedServerTest, sendsItsLastBytesTogetherWithTheEnd)
+{
+    constexpr int connections = 200; // a race is lost in a few of them
+    CScriptedServer server;
+    for (int i = 0; i < connections; ++i) {
+        server.onConnection().readBytes(1).sendAndClose("the last");
+        CRawClient client(server.getPort());
+        client.send("1");
+        EXPECT_TRUE(client.endsTogetherWith("the last"));
+    }
+    server.join();
+    EXPECT_THAT(server.problems(), IsEmpty());
+}
+
 TEST(CScriptedServerTest, stallsUntilTheClientCloses)
 {
     CScriptedServer server;
