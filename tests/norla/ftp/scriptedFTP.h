@@ -143,16 +143,26 @@ protected:
         }
     }
 
+    /// As serveListing(), and then the control connection ends before anything else can be asked for on it.
+    void serveLastListing(CScript& control, const std::string& listing, bool isFirst = false)
+    {
+        control.readUntil("EPSV\r\n").send("229 ok (|||" + std::to_string(m_data.getPort()) + "|)\r\n");
+        if (isFirst)
+            control.readUntil("TYPE A\r\n").send("200 ok\r\n");
+        control.readUntil("MLSD").readUntil("\r\n").send("150 here it comes\r\n").sendAndClose("226 done\r\n");
+        m_data.onConnection().send(listing).close();
+    }
+
     /// What the server says about where a log-in leads to.
     std::string m_place = "257 \"/\"";
 
     /// The commands behind the log-in, but for those that open the data connections of listings.
-    std::string commands()
+    std::string commands(size_t connection = 0)
     {
         request().reset();
         m_request = kx::newObj<norla::CNetRequest>(); // says QUIT
         m_control.join();
-        std::string all = m_control.received(0);
+        std::string all = m_control.received(connection);
         const std::string lastOfLogin = "PWD\r\n";
         all.erase(0, all.find(lastOfLogin) + lastOfLogin.size());
         for (const std::string opening : {"EPSV\r\n", "TYPE A\r\n"}) {
