@@ -99,9 +99,11 @@ public:
     void createDir(CNetRequest& request, const kx::String& path, bool recursive);
 
     /// Makes a directory and those of its parents that are missing; one that exists already is no error. It sends MKD
-    /// for every directory on the way and then goes to the last one, which must be there.
+    /// for every directory on the way and then enters the last one: whatever the server has said of the MKDs, only a
+    /// directory that can be entered counts as made.
     /// @param path unescaped ("my dir"); from the server's root on when it begins with "/", else from the directory of
-    /// the login on. Empty parts ("a//b", "a/b/") do not count.
+    /// the login on. Empty parts ("a//b", "a/b/") do not count. Without a "/" at its start every step has a connection,
+    /// and a login, of its own, because one that was open before may stand elsewhere.
     /// @throws kx::CInvalidArgError for an empty path and for control characters, before anything is sent
     /// @throws CCURLError as perform(); naming the first directory that can be neither entered nor made, with the
     /// server's words
