@@ -15,26 +15,34 @@ kx::String withoutLogin(const kx::String& message, const kx::String& login)
     return message.substr(0, start) + "***@" + message.substr(start + login.size());
 }
 
-/// libcurl's complaint about a proxy that it has from the environment, of which nobody else knows.
+/// Where a login would begin in a proxy.
+size_t loginStartOf(const kx::String& proxy)
+{
+    const size_t scheme = proxy.find("://");
+    const bool hasScheme = scheme != kx::String::npos && proxy.find(L':') == scheme; // not one inside a password
+    return hasScheme ? scheme + 3 : 0;
+}
+
+/// libcurl's complaint about a proxy that it has from the environment, of which nobody else knows. It may be cut off within
+/// the login; newer libcurls say more behind the closing quote.
 kx::String withoutQuotedLogin(const kx::String& message)
 {
     const size_t start = message.find("Unsupported proxy ");
     const size_t quote = start == kx::String::npos ? start : message.find(L'\'', start);
-    const size_t at = message.rfind(L'@');
-    if (quote == kx::String::npos || at == kx::String::npos || at < quote)
+    if (quote == kx::String::npos)
         return message;
-    const size_t scheme = message.find("://", quote);
-    const size_t login = scheme < at ? scheme + 3 : quote + 1;
-    return message.substr(0, login) + "***" + message.substr(at);
+    const size_t login = quote + 1 + loginStartOf(message.substr(quote + 1));
+    if (!message.endsWith("'") && message.find("': ", login) == kx::String::npos)
+        return message.substr(0, login) + "***@";
+    const size_t at = message.rfind(L'@');
+    return at == kx::String::npos || at < login ? message : message.substr(0, login) + "***" + message.substr(at);
 }
 
 } // namespace
 
 kx::String proxyLoginOf(const kx::String& proxy)
 {
-    const size_t scheme = proxy.find("://");
-    const bool hasScheme = scheme != kx::String::npos && proxy.find(L':') == scheme; // not one inside a password
-    const size_t start = hasScheme ? scheme + 3 : 0;
+    const size_t start = loginStartOf(proxy);
     const size_t at = proxy.rfind(L'@');
     return at == kx::String::npos || at < start ? kx::String() : proxy.substr(start, at + 1 - start);
 }

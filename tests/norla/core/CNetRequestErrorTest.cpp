@@ -9,6 +9,7 @@
 #include "tests/support/libcurlWords.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <malloc.h>
 
@@ -474,6 +475,66 @@ TEST_F(CNetRequestErrorTest, stillHidesTheLoginOfAProxyWhoseSuccessorWasRefused)
     EXPECT_THROW(request().setProxy(cut), kx::CInvalidArgError);
     EXPECT_EQ(failure()->getMessage().toUTF8(),
         support::libcurlSays("Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:1'"));
+}
+
+/// A proxy that libcurl takes from the environment, as long as this lives.
+class CProxyInEnvironment {
+public:
+    explicit CProxyInEnvironment(const char* proxy) { setenv("http_proxy", proxy, 1); }
+    CProxyInEnvironment(const CProxyInEnvironment&) = delete;
+    CProxyInEnvironment& operator=(const CProxyInEnvironment&) = delete;
+    ~CProxyInEnvironment() { unsetenv("http_proxy"); }
+};
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyInTheEnvironment)
+{
+    const CProxyInEnvironment proxy("htp://user:secret@h:1");
+    request().setURL("http://unknown.invalid/");
+    EXPECT_EQ(failure()->getMessage().toUTF8(),
+        support::libcurlSays("Couldn't connect to server: Unsupported proxy scheme for 'htp://***@h:1'"));
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyInTheEnvironmentWhosePasswordHoldsTheSignOfItsEnd)
+{
+    const CProxyInEnvironment proxy("user:sec@ret'@h:99999");
+    request().setURL("http://unknown.invalid/");
+    EXPECT_EQ(failure()->getMessage().toUTF8(),
+        support::libcurlSays("Couldn't resolve proxy name: Unsupported proxy syntax in '***@h:99999'"));
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyInTheEnvironmentWithoutAScheme)
+{
+    const CProxyInEnvironment proxy("user:sec@ret@h:99999");
+    request().setURL("http://unknown.invalid/");
+    EXPECT_EQ(failure()->getMessage().toUTF8(),
+        support::libcurlSays("Couldn't resolve proxy name: Unsupported proxy syntax in '***@h:99999'"));
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyInTheEnvironmentThatIsTooLongForTheMessage)
+{
+    for (const std::string scheme : {"htp://", ""}) {
+        const CProxyInEnvironment proxy((scheme + "user:" + std::string(300, 's') + "@h:99999").c_str());
+        request().setURL("http://unknown.invalid/");
+        const std::string message = failure()->getMessage().toUTF8();
+        EXPECT_NE(message.find("Unsupported proxy syntax in '" + scheme + "***"), std::string::npos) << message;
+        EXPECT_EQ(message.find("ss"), std::string::npos) << message;
+    }
+}
+
+TEST_F(CNetRequestErrorTest, hidesTheLoginOfAProxyInTheEnvironmentWhosePasswordHoldsTheEndOfAScheme)
+{
+    const CProxyInEnvironment proxy("user:sec://ret@h:99999");
+    request().setURL("http://unknown.invalid/");
+    EXPECT_EQ(failure()->getMessage().toUTF8(),
+        support::libcurlSays("Couldn't resolve proxy name: Unsupported proxy syntax in '***@h:99999'"));
+}
+
+TEST_F(CNetRequestErrorTest, showsAProxyInTheEnvironmentWithoutALoginAsItIs)
+{
+    const CProxyInEnvironment proxy("htp://h:1");
+    request().setURL("http://unknown.invalid/");
+    EXPECT_EQ(failure()->getMessage().toUTF8(),
+        support::libcurlSays("Couldn't connect to server: Unsupported proxy scheme for 'htp://h:1'"));
 }
 
 TEST_F(CNetRequestErrorTest, showsAProxyWithoutALoginAsItIs)
