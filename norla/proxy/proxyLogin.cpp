@@ -23,8 +23,8 @@ size_t loginStartOf(const kx::String& proxy)
     return hasScheme ? scheme + 3 : 0;
 }
 
-/// libcurl's complaint about a proxy that it has from the environment, of which nobody else knows. It may be cut off within
-/// the login; newer libcurls say more behind the closing quote.
+/// libcurl's complaint about a proxy that it has from the environment, of which nobody else knows. It may be cut off
+/// within the login; newer libcurls say more behind the closing quote.
 kx::String withoutQuotedLogin(const kx::String& message)
 {
     const size_t start = message.find("Unsupported proxy ");

@@ -165,6 +165,20 @@ TEST_F(CFTPClientTreeTest, isDeletedWhereTheOtherTreeCannotBeListed)
     }
 }
 
+TEST_F(CFTPClientTreeTest, isDeletedWhereTheOtherTreeCannotBeEntered)
+{
+    client().setOverrideCWDType(norla::CFTPClient::CWDDirect);
+    m_place = "257 \"/home/u\"";
+    CScript& control = login(m_control.onConnection(), m_place);
+    control.readUntil("CWD top\r\n").send("550 no such directory\r\n");
+    control.readUntil("CWD /top\r\n").send("250 there\r\n");
+    serveListing(control, "", true);
+    control.readUntil("CWD /home/u\r\n").send("250 there\r\n");
+    control.readUntil("RMD /top\r\n").send("250 gone\r\n").readUntil("QUIT\r\n").close();
+    client().deleteDirWithAllContents(request(), "/top");
+    EXPECT_EQ(commands(), "CWD top\r\nCWD /top\r\nMLSD\r\nCWD /home/u\r\nRMD /top\r\nQUIT\r\n");
+}
+
 TEST_F(CFTPClientTreeTest, isAskedForOnceWhereTheLoginIsTheRootAndItCannotBeListed)
 {
     serve({refused}, {});
