@@ -16,6 +16,13 @@ protected:
 
     Options options() { return m_calls.takeOptions(); }
 
+    static kx::P<kx::CBufferStream> streamOf(const std::string& text)
+    {
+        const auto buffer = kx::newObj<norla::CNetRequest::Buffer>();
+        buffer->append(reinterpret_cast<const unsigned char*>(text.data()), text.size());
+        return kx::newObj<kx::CBufferStream>(buffer);
+    }
+
     template <typename TAction>
     kx::String refusalOf(TAction action)
     {
@@ -214,6 +221,35 @@ TEST_F(OptionChecksTest, sourceKeepsASizeThatWasSetByItself)
     EXPECT_EQ(options(), Options());
 }
 
+TEST_F(OptionChecksTest, sourceKeepsASizeThatWasSetBehindAnotherBody)
+{
+    request().setSendDataAsUTF8("hello");
+    request().setSendDataSize(3);
+    options();
+    request().setSendDataStream(kx::newObj<kx::CBufferStream>().get());
+    EXPECT_EQ(options(), Options());
+}
+
+TEST_F(OptionChecksTest, sourceAfterATextIsSentWhole)
+{
+    server().onConnection().readUntil("0\r\n\r\n").send(ok("fine"));
+    request().setHTTPMethod("POST");
+    request().setOptionString(CURLOPT_POSTFIELDS, "a=1");
+    request().setSendDataStream(streamOf("hello").get());
+    performPath();
+    EXPECT_TRUE(received().ends_with("\r\n\r\n5\r\nhello\r\n0\r\n\r\n")) << received();
+}
+
+TEST_F(OptionChecksTest, sourceAfterATextIsSentByTheMethod)
+{
+    server().onConnection().readUntil("0\r\n\r\n").send(ok("fine"));
+    request().setHTTPMethod("PUT");
+    request().setOptionString(CURLOPT_POSTFIELDS, "a=1"); // to libcurl also a POST
+    request().setSendDataStream(streamOf("hello").get());
+    performPath();
+    EXPECT_TRUE(received().starts_with("PUT ")) << received();
+}
+
 TEST_F(OptionChecksTest, textOfAnotherMethodComesBackWithPOST)
 {
     answer(ok("one")).readHead().send(ok("two")).readHead().readBytes(6).send(ok("three"));
@@ -244,10 +280,8 @@ class CSizedTest : public OptionChecksTest {
 protected:
     kx::P<kx::CError> failureOfUpload(const std::string& given, long long told)
     {
-        const auto buffer = kx::newObj<norla::CNetRequest::Buffer>();
-        buffer->append(reinterpret_cast<const unsigned char*>(given.data()), given.size());
         request().setHTTPMethod("PUT");
-        request().setSendDataStream(kx::newObj<kx::CBufferStream>(buffer).get());
+        request().setSendDataStream(streamOf(given).get());
         request().setSendDataSize(told);
         return failureOf();
     }
