@@ -179,7 +179,7 @@ void CNetRequest::reset()
     m_isHTTP = false;
     m_isMail = false;
     m_errorBuffer.getData()[0] = 0;
-    if (std::exchange(m_hasCookies, false))
+    if (m_hasCookies)
         setOption(CURLOPT_COOKIELIST, "ALL"); // which libcurl would keep
     curl_easy_reset(m_easyHandle.get());
     m_usedSockets = nullptr;

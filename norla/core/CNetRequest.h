@@ -402,7 +402,7 @@ private:
     kx::TMap<CURLoption, std::string> m_sshDemands; // what the server of an SSH connection has to prove
     std::optional<kx::TMap<CURLoption, std::string>> m_ownSSHDemands; // of the connections that perform() makes
     bool m_hasOtherSSHConnections = false;                            // which were made under other demands
-    bool m_hasCookies = false;                                        // libcurl keeps some
+    bool m_hasCookies = false;                                        // libcurl keeps some, and goes on with it
     bool m_hasRewindPending = false;                                  // libcurl's, of an earlier transfer
     std::atomic<bool> m_isPerforming{false};
     std::atomic<bool> m_isManaged{false};

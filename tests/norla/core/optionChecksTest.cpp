@@ -4,6 +4,7 @@
 #include "norla/core/CNetRequest.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
 
 namespace {
@@ -318,14 +319,53 @@ TEST_F(OptionChecksTest, urlAsAnOptionIsTheURL)
     EXPECT_EQ(request().getResponseCodeDomain(), "ftp");
 }
 
-TEST_F(OptionChecksTest, cookiesAreForgottenByAReset)
+/// Each option that switches cookies on.
+class CookieResetTest : public CRequestFixture, public testing::WithParamInterface<CURLoption> {
+protected:
+    void switchCookiesOn()
+    {
+        kx::String value; // of CURLOPT_COOKIEFILE none: cookies that nobody has stored
+        if (GetParam() == CURLOPT_COOKIELIST)
+            value = "Set-Cookie: other=CAROL; domain=nowhere.test";
+        else if (GetParam() == CURLOPT_COOKIEJAR)
+            value = kx::String::fromUTF8((m_folder.path() / "jar").string());
+        request().setOptionString(GetParam(), value);
+    }
+
+    static std::string giving(const std::string& session) { return ok("x", "Set-Cookie: session=" + session + "\r\n"); }
+
+private:
+    const support::CTemporaryFolder m_folder;
+};
+
+TEST_P(CookieResetTest, forgetsThem)
 {
-    answer("HTTP/1.1 200 OK\r\nSet-Cookie: session=ALICE\r\nContent-Length: 0\r\n\r\n").readHead().send(ok("x"));
-    request().setOptionString(CURLOPT_COOKIELIST, "Set-Cookie: other=BOB; domain=nowhere.test"); // switches cookies on
+    answer(giving("ALICE")).readHead().send(ok("x")).readHead().send(ok("x"));
+    switchCookiesOn();
+    performPath();
     performPath();
     request().reset();
     performPath();
-    EXPECT_EQ(received().find("ALICE"), std::string::npos) << received();
+    const std::string all = received();
+    EXPECT_NE(all.find("Cookie: session=ALICE"), std::string::npos) << all;
+    EXPECT_EQ(all.find("ALICE"), all.rfind("ALICE")) << all;
 }
+
+// libcurl goes on with cookies after a reset.
+TEST_P(CookieResetTest, forgetsThoseOfTransfersAfterAnotherReset)
+{
+    answer(ok("x")).readHead().send(giving("BOB")).readHead().send(ok("x"));
+    switchCookiesOn();
+    performPath();
+    request().reset();
+    performPath();
+    request().reset();
+    performPath();
+    EXPECT_EQ(received().find("BOB"), std::string::npos) << received();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CookieResetTest,
+    testing::Values(CURLOPT_COOKIEFILE, CURLOPT_COOKIEJAR, CURLOPT_COOKIELIST),
+    [](const auto& option) { return std::string(curl_easy_option_by_id(option.param)->name); });
 
 } // namespace
