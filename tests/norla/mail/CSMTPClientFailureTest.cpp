@@ -72,41 +72,81 @@ TEST_P(CSMTPClientFailureTest, theServerReplyIsTheRefusalAndNotTheGoodbye)
 
 TEST_P(CSMTPClientFailureTest, theServerReplyIsReadInWhateverEncodingItIs)
 {
-    greet().readUntil("\r\n").send("550 Empf\xe4nger \x1b[2Junbekannt\r\n").readUntil("QUIT\r\n");
+    for (const std::string letter : {"\xe4", "\xc3\xa4"}) {
+        greet().readUntil("\r\n").send("550 Empf" + letter + "nger unbekannt\r\n").readUntil("QUIT\r\n");
+        const auto error = failureOf(params());
+        ASSERT_NE(error, nullptr);
+        EXPECT_EQ(replyOf(*error), L"550 Empf\u00e4nger unbekannt");
+    }
+}
+
+TEST_P(CSMTPClientFailureTest, theServerReplyShowsNoControlCharacters)
+{
+    greet().readUntil("\r\n").send("550 \x1b[2Jno\tsuch\x7fone\x1f\r\n").readUntil("QUIT\r\n");
     const auto error = failureOf(params());
     ASSERT_NE(error, nullptr);
-    EXPECT_EQ(replyOf(*error), L"550 Empf\u00e4nger ?[2Junbekannt");
+    EXPECT_EQ(replyOf(*error), "550 ?[2Jno?such?one?");
 }
 
 // What a server says too late would be its answer to the next mail.
-TEST(LateReplyTest, aConnectionWhoseServerWasTooSlowIsNotUsedAgain)
-{
-    support::CScriptedServer server;
-    for (int i = 0; i < 2; ++i) {
-        auto& script = server.onConnection()
-                           .send("220 ready\r\n")
-                           .readUntil("\r\n")
-                           .send("250 hello\r\n")
-                           .readUntil("\r\n")
-                           .send("250 sender\r\n")
-                           .readUntil("\r\n")
-                           .send("250 recipient\r\n")
-                           .readUntil("DATA\r\n")
-                           .send("354 go on\r\n")
-                           .readUntil("\r\n.\r\n");
-        if (i == 0)
-            script.readToEnd();
-        else
-            script.send("250 taken\r\n").readToEnd();
+class LateReplyTest : public testing::Test {
+protected:
+    LateReplyTest()
+    {
+        untilTheEndOfTheMail().readToEnd();
+        untilTheEndOfTheMail().send("250 taken\r\n").readToEnd();
     }
-    CSMTPParams params = mail_test::paramsOf(server.getPort());
-    params.host = "127.0.0.1";
-    params.fullTimeout = kx::CTimeSpan::fromMilliseconds(500);
-    const auto client = kx::newObj<norla::CSMTPClient>(params);
-    const auto message = bufferOf("text\r\n");
-    EXPECT_THROW(client->sendMail("a@x", {"b@x"}, *message), norla::CCURLError);
-    EXPECT_NO_THROW(client->sendMail("a@x", {"b@x"}, *message));
-    EXPECT_EQ(server.connectionCount(), 2U);
+
+    support::CScript& untilTheEndOfTheMail()
+    {
+        return m_server.onConnection()
+            .send("220 ready\r\n")
+            .readUntil("\r\n")
+            .send("250 hello\r\n")
+            .readUntil("\r\n")
+            .send("250 sender\r\n")
+            .readUntil("\r\n")
+            .send("250 recipient\r\n")
+            .readUntil("DATA\r\n")
+            .send("354 go on\r\n")
+            .readUntil("\r\n.\r\n");
+    }
+
+    CSMTPParams params() const
+    {
+        CSMTPParams limited = mail_test::paramsOf(m_server.getPort());
+        limited.host = "127.0.0.1";
+        limited.fullTimeout = kx::CTimeSpan::fromMilliseconds(500);
+        return limited;
+    }
+
+    support::CScriptedServer m_server;
+    const kx::P<norla::CSMTPClient::Buffer> m_message = bufferOf("text\r\n");
+};
+
+TEST_F(LateReplyTest, aConnectionWhoseServerWasTooSlowIsNotUsedAgain)
+{
+    const auto client = kx::newObj<norla::CSMTPClient>(params());
+    EXPECT_THROW(client->sendMail("a@x", {"b@x"}, *m_message), norla::CCURLError);
+    EXPECT_NO_THROW(client->sendMail("a@x", {"b@x"}, *m_message));
+    EXPECT_EQ(m_server.connectionCount(), 2U);
+}
+
+TEST_F(LateReplyTest, aConnectionWhoseServerWasTooSlowIsNotUsedAgainInTheBackground)
+{
+    const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
+    thread->start();
+    const auto send = [&] {
+        const auto request = kx::newObj<norla::CNetRequest>();
+        norla::CSMTPClient::makeSendMailRequest(
+            *request, params(), "a@x", {"b@x"}, kx::newObj<kx::CBufferStream>(m_message).get());
+        thread->addRequest(request.get());
+        EXPECT_TRUE(request->waitAsyncDone(20'000));
+        request->checkAsyncResult();
+    };
+    EXPECT_THROW(send(), norla::CCURLError);
+    EXPECT_NO_THROW(send());
+    EXPECT_EQ(m_server.connectionCount(), 2U);
 }
 
 TEST_P(CSMTPClientFailureTest, theServerReplyOfARefusedMessage)
