@@ -273,6 +273,31 @@ TEST_F(CAsyncNetRequestThreadTest, canBeStartedAgain)
     EXPECT_TRUE(request->waitAsyncDone(20'000));
 }
 
+TEST_F(CAsyncNetRequestThreadTest, isStoppedAlsoWhenItIsStartedMeanwhile)
+{
+    class CStartedMeanwhile : public CAsyncNetRequestThread {
+    public:
+        ~CStartedMeanwhile() override { stop(true); }
+
+        void signalStop() override
+        {
+            CAsyncNetRequestThread::signalStop();
+            if (!std::exchange(m_isStarted, true))
+                start(); // as another thread could between the two steps of a stop
+        }
+
+    private:
+        bool m_isStarted = false;
+    };
+    const auto thread = kx::newObj<CStartedMeanwhile>();
+    const auto stopped = std::async(std::launch::async, [&thread] { thread->stop(true); });
+    const bool isInTime = stopped.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    EXPECT_TRUE(isInTime);
+    EXPECT_EQ(thread->isAlive(), !isInTime);
+    if (!isInTime)
+        thread->signalStop();
+}
+
 TEST_F(CAsyncNetRequestThreadTest, endsWithTransfersRunningAndOthersPendingWhenItIsDestroyed)
 {
     thread().start();
@@ -562,6 +587,26 @@ TEST_F(CAsyncNetRequestThreadTest, holdsOneLockForAllRemovalsOfAPass)
     thread().stop(true);
     EXPECT_EQ(held, (std::vector<size_t>{1, 1, 1}));
     EXPECT_EQ(spans, std::vector<int>(3, spans.front())); // never given back in between
+}
+
+// What goes with a request is the application's, and may wait for whatever the application does.
+TEST_F(CAsyncNetRequestThreadTest, takesAdditionsOfOthersWhileItRemovesRequests)
+{
+    const auto other = badRequest();
+    std::future<void> addition;
+    std::promise<bool> wasTaken;
+    {
+        const auto request = badRequest();
+        request->keepObject(kx::newObj<CActionAtEnd>([&] {
+            addition = std::async(std::launch::async, [&] { thread().addRequest(other.get()); });
+            wasTaken.set_value(addition.wait_for(std::chrono::seconds(5)) == std::future_status::ready);
+        }).get());
+        thread().addRequest(request.get());
+        thread().removeRequest(request.get()); // gets the last reference to it
+    }
+    thread().start();
+    EXPECT_TRUE(wasTaken.get_future().get());
+    EXPECT_TRUE(other->waitAsyncDone(20'000));
 }
 
 TEST_F(CAsyncNetRequestThreadTest, neverHoldsItsTwoLocksTogether)

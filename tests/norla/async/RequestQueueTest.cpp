@@ -2,6 +2,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CCURLError.h"
+#include "tests/curlcalls/CWaitCalls.h"
 #include "tests/norla/async/CAsyncFixture.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
@@ -16,6 +17,26 @@ using norla::CAsyncNetRequestThread;
 using norla::CNetRequest;
 using support::errorOf;
 using Strings = std::vector<std::string>;
+
+/// Runs the test's own code, once, when its transfer starts.
+class CActionSource : public kx::CBase, public virtual CNetRequest::IDataSource {
+public:
+    explicit CActionSource(std::function<void()> action)
+        : m_action(std::move(action))
+    {
+    }
+    int read(unsigned char*, int, const CNetRequest::HeaderMap&) override { return 0; }
+    long long getLength() override { return 0; }
+    void seek(long long) override {}
+    long long getPosition() override
+    {
+        std::exchange(m_action, [] {})();
+        return 0;
+    }
+
+private:
+    std::function<void()> m_action;
+};
 
 /// Fails to seek, which the start of a transfer makes it do.
 class CUnseekableSource : public kx::CBase, public virtual CNetRequest::IDataSource {
@@ -101,6 +122,51 @@ TEST_F(RequestQueueTest, anotherManagerRefusesItToo)
     EXPECT_FALSE(request->isManaged());
     second->addRequest(request.get());
     EXPECT_TRUE(request->isManaged());
+}
+
+TEST_F(RequestQueueTest, managerRefusesARequestThatIsPerforming)
+{
+    answer(ok("body"));
+    const auto manager = kx::newObj<CAsyncNetRequestManager>();
+    const auto request = newRequest();
+    kx::P<kx::CError> error;
+    request->setReceiveDataSink(
+        kx::newObj<CActionSink>([&] { error = errorOf([&] { manager->addRequest(request.get()); }); }).get());
+    EXPECT_NO_THROW(request->perform());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getDomain(), "curlm");
+    EXPECT_EQ(error->getCode(), CURLM_ADDED_ALREADY);
+    EXPECT_FALSE(request->isManaged());
+}
+
+TEST_F(RequestQueueTest, oneOfTwoThreadsGetsARequest)
+{
+    constexpr int rounds = 20'000; // the moment in which both could is short
+    const auto request = badRequest();
+    std::atomic<int> begun{0};
+    std::atomic<int> tried{0};
+    std::atomic<int> got{0};
+    const auto tryIn = [&](int round) {
+        while (begun < round)
+            std::this_thread::yield();
+        got += request->claim() ? 1 : 0;
+        ++tried;
+    };
+    std::jthread other([&] {
+        for (int round = 1; round <= rounds; ++round)
+            tryIn(round);
+    });
+    int wrong = 0;
+    for (int round = 1; round <= rounds; ++round) {
+        got = 0;
+        begun = round;
+        tryIn(round);
+        while (tried < 2 * round)
+            std::this_thread::yield();
+        wrong += got == 1 ? 0 : 1;
+        request->leaveManager();
+    }
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(RequestQueueTest, runningRequestIsNeitherPerformedNorReset)
@@ -213,6 +279,52 @@ TEST_F(RequestQueueTest, listenerMayRemoveARunningRequestAndAddItAgain)
     EXPECT_TRUE(running->waitAsyncDone(20'000));
     EXPECT_EQ(bodyOf(running), "second");
     EXPECT_EQ(m_log.lines(), Strings());
+}
+
+TEST_F(RequestQueueTest, sourceMayRemoveARunningRequestAndAddItAgain)
+{
+    thread().start();
+    const auto running = addRunning();
+    server().onConnection().readHead().send(ok("second"));
+    const auto trigger = badRequest();
+    trigger->setSendDataSource(kx::newObj<CActionSource>([this, &running] {
+        EXPECT_FALSE(thread().removeRequest(running.get()));
+        thread().addRequest(running.get());
+    }).get());
+    thread().addRequest(trigger.get());
+    EXPECT_TRUE(running->waitAsyncDone(20'000));
+    EXPECT_EQ(bodyOf(running), "second");
+    EXPECT_EQ(m_log.lines(), Strings());
+}
+
+// The two were asked for at the same time, as far as anybody can tell.
+TEST_F(RequestQueueTest, removalOfAllThatSomebodyStillWaitsForConcernsWhatIsAddedMeanwhile)
+{
+    thread().start();
+    std::promise<void> entered;
+    std::promise<void> gate;
+    const auto trigger = badRequest();
+    trigger->setDoneListener(kx::newObj<CActionListener>([&](CNetRequest*, const kx::CError*) {
+        entered.set_value();
+        gate.get_future().wait();
+    }).get());
+    thread().addRequest(trigger.get());
+    entered.get_future().wait();
+    support::CWaitCalls waits;
+    std::jthread remover([&] {
+        waits.noteSignals();
+        EXPECT_TRUE(thread().removeAllRequests());
+    });
+    EXPECT_TRUE(waitUntil([&waits] {
+        const Strings seen = waits.takeWaits();
+        return std::find(seen.begin(), seen.end(), "signal 250") != seen.end();
+    }));
+    const auto request = stalledRequest();
+    thread().addRequest(request.get());
+    gate.set_value();
+    remover.join();
+    makePass();
+    EXPECT_FALSE(request->isManaged());
 }
 
 TEST_F(RequestQueueTest, lastRemovalCountsAfterRemovalAdditionRemoval)
