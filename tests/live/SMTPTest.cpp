@@ -2,6 +2,7 @@
 #include "norla/mail/CMultiPartMimeMessage.h"
 #include "norla/mail/CSMTPClient.h"
 #include "tests/live/liveRequest.h"
+#include "tests/live/mail.h"
 #include "tests/support/CEximServer.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/CRefusedPort.h"
@@ -154,19 +155,14 @@ TEST(SMTPTest, everyByteArrivesAndBareLineEndsAsCRLF)
     EXPECT_TRUE(server.messages().at(0).body == bytes + "\r\n\r\n.\r\n\r\n.\r\n.four\r\n" + longLines);
 }
 
-// What a server may take for the end of a message, and behind it what would be a message of somebody else.
-const std::string smuggled
-    = "MAIL FROM:<smuggler@a.example>\r\nRCPT TO:<victim@b.example>\r\nDATA\r\nsmuggled\r\n.\r\n";
-const std::vector<std::string> falseEnds = {"\n.\n", "\n.\r\n", "\r.\r", "\r\n.\n", "\r\n.\r", "\n.\r"};
-
 TEST(SMTPTest, aTransferAgentSeesNoCommandsInAMessage)
 {
     const CEximServer server;
     const auto client = clientOf(server.getPort());
-    for (const std::string& end : falseEnds)
-        send(*client, "Subject: 1\r\n\r\nthree\n.four" + end + smuggled);
-    const auto messages = server.waitForMessages(falseEnds.size());
-    EXPECT_EQ(messages.size(), falseEnds.size());
+    for (const std::string& end : live::falseMessageEnds)
+        send(*client, "Subject: 1\r\n\r\nthree\n.four" + end + live::smuggledMessage);
+    const auto messages = server.waitForMessages(live::falseMessageEnds.size());
+    EXPECT_EQ(messages.size(), live::falseMessageEnds.size());
     for (const std::string& message : messages) {
         EXPECT_TRUE(message.starts_with("Subject: 1\r\n\r\nthree\r\n.four\r\n.\r\nMAIL FROM:<smuggler@")) << message;
         EXPECT_TRUE(message.ends_with("\r\nsmuggled\r\n.\r\n")) << message;

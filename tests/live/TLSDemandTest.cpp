@@ -1,7 +1,7 @@
 // TLS that is demanded of servers to which plain connections are still open.
 #include "norla/async/CAsyncNetRequestThread.h"
-#include "norla/mail/CSMTPClient.h"
 #include "tests/live/liveRequest.h"
+#include "tests/live/mail.h"
 #include "tests/support/CEximServer.h"
 #include "tests/support/CFTPServer.h"
 #include "tests/support/CSMTPServer.h"
@@ -14,23 +14,10 @@
 
 namespace {
 
-using norla::CSMTPClient;
 using norla::CSMTPParams;
 using testing::ElementsAre;
 
 constexpr const char* text = "Subject: 1\r\n\r\ntext\r\n";
-
-void prepare(norla::CNetRequest& request, unsigned short port, CSMTPParams::ConnectType type)
-{
-    CSMTPParams params;
-    params.host = "127.0.0.1";
-    params.port = port;
-    params.connectType = type;
-    const auto message = kx::newObj<CSMTPClient::Buffer>();
-    message->append(reinterpret_cast<const unsigned char*>(text), std::char_traits<char>::length(text));
-    CSMTPClient::makeSendMailRequest(
-        request, params, "from@a.example", {"to@b.example"}, kx::newObj<kx::CBufferStream>(message).get());
-}
 
 TEST(TLSDemandTest, oneRequestSendsWhatMustBeEncryptedOverAnEncryptedConnection)
 {
@@ -38,7 +25,7 @@ TEST(TLSDemandTest, oneRequestSendsWhatMustBeEncryptedOverAnEncryptedConnection)
     const auto request = kx::newObj<norla::CNetRequest>();
     for (const auto type :
         {CSMTPParams::ConnectUnencrypted, CSMTPParams::ConnectStartTLS, CSMTPParams::ConnectUnencrypted}) {
-        prepare(*request, server.getPort(), type);
+        live::prepareMail(*request, server.getPort(), type, text);
         request->perform();
     }
     const auto messages = server.messages();
@@ -56,7 +43,7 @@ TEST(TLSDemandTest, oneThreadSendsWhatMustBeEncryptedOverAnEncryptedConnection)
     thread->start();
     for (const auto type : {CSMTPParams::ConnectUnencrypted, CSMTPParams::ConnectStartTLS}) {
         const auto request = kx::newObj<norla::CNetRequest>();
-        prepare(*request, server.getPort(), type);
+        live::prepareMail(*request, server.getPort(), type, text);
         thread->addRequest(request.get());
         ASSERT_TRUE(request->waitAsyncDone(60'000));
         request->checkAsyncResult();
