@@ -12,10 +12,10 @@ function(norla_ask_wx_config result)
     set(${result} "${output}" PARENT_SCOPE)
 endfunction()
 norla_ask_wx_config(wx_flags --unicode=yes --cxxflags base)
-norla_ask_wx_config(wx_libraries --unicode=yes --libs base,xml)
+norla_ask_wx_config(norla_wx_libraries --unicode=yes --libs base,xml)
 
 add_library(norla_wx INTERFACE)
 # Its headers count as system headers, so that our warnings stop at their border.
 string(REGEX REPLACE "-I" "-isystem" wx_flags "${wx_flags}")
 target_compile_options(norla_wx INTERFACE ${wx_flags})
-target_link_libraries(norla_wx INTERFACE ${wx_libraries})
+target_link_libraries(norla_wx INTERFACE ${norla_wx_libraries})

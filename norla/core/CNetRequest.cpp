@@ -1,6 +1,3 @@
-// libcurl marks some information values as deprecated; their replacements are of another type.
-#define CURL_DISABLE_DEPRECATION
-
 #include "norla/core/CNetRequest.h"
 
 #include "kx/base/CInvalidArgError.h"
@@ -853,6 +850,10 @@ int CNetRequest::getResponseCode()
     return getInfoLong(CURLINFO_RESPONSE_CODE);
 }
 
+// libcurl marks these values as deprecated; their replacements are of another type.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
 double CNetRequest::getDownloadedBytes()
 {
     return getInfoDouble(CURLINFO_SIZE_DOWNLOAD);
@@ -882,6 +883,8 @@ double CNetRequest::getAvgUploadSpeed()
 {
     return getInfoDouble(CURLINFO_SPEED_UPLOAD);
 }
+
+#pragma GCC diagnostic pop
 
 kx::String CNetRequest::getResponseCodeDomain() const
 {

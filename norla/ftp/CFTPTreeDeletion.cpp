@@ -16,14 +16,14 @@ namespace norla {
 
 namespace {
 
-constexpr size_t maxDepth = 4096; // in characters; PATH_MAX of Linux
+constexpr size_t maxPathSize = 4096; // in characters; PATH_MAX of Linux
 
 [[noreturn]] void throwBadPath(const kx::String& what, const kx::String& path)
 {
     throw kx::CInvalidArgError(what + ": '" + path + "'", "CFTPClient::deleteDirWithAllContents");
 }
 
-void checkPath(const kx::String& path)
+void checkTopDir(const kx::String& path)
 {
     forEachField(path.toWide(), L'/', [&path](std::wstring_view part) {
         if (part == L"." || part == L"..")
@@ -71,7 +71,7 @@ CFTPTreeDeletion::CFTPTreeDeletion(CFTPClient& client, CNetRequest& request, con
     , m_request(request)
     , m_topDir(topDir)
 {
-    checkPath(topDir);
+    checkTopDir(topDir);
 }
 
 void CFTPTreeDeletion::run()
@@ -188,8 +188,8 @@ void CFTPTreeDeletion::removeDir(const kx::String& dir)
 bool CFTPTreeDeletion::deleteSubDir(const kx::String& dir)
 {
     // A server that answers every listing with one more directory would lead down without end.
-    if (dir.size() > m_topDir.size() + maxDepth)
-        throw kx::CError("FTP directory is nested deeper than " + kx::toString(maxDepth) + " characters: '"
+    if (dir.size() > m_topDir.size() + maxPathSize)
+        throw kx::CError("FTP directory is nested deeper than " + kx::toString(maxPathSize) + " characters: '"
             + dir.substr(0, 100) + "...'.");
     return deleteDir(dir, *list(dir));
 }
