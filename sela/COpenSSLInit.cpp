@@ -10,6 +10,7 @@ namespace {
 template <typename T>
 kx::TSafeGlobalPointer<T>& instanceOf()
 {
+    const auto lock = kx::TSafeGlobalPointer<T>::lockUntilConstructed(T::globalInstanceGuard());
     static kx::TSafeGlobalPointer<T> g_pInstance(T::globalInstanceGuard(), [] { return kx::newObj<T>(); });
     return kx::TSafeGlobalPointer<T>::waitConstructed(g_pInstance, T::globalInstanceGuard());
 }

@@ -22,6 +22,16 @@ public:
         return *this;
     }
 
+    /// Said by the instance's owner once the instance is there.
+    void setConstructed() noexcept { m_stage = constructed; }
+
+    /// Whether the instance is yet to be made, or being made.
+    bool isUnsettled() const noexcept
+    {
+        const unsigned char stage = m_stage;
+        return stage == idle || stage == running;
+    }
+
     /// Said by the instance's owner when the process exits.
     void setTornDown() noexcept { m_stage = tornDown; }
     bool isTornDown() const noexcept { return m_stage == tornDown; }
@@ -29,7 +39,8 @@ public:
 private:
     static constexpr unsigned char idle = 0;
     static constexpr unsigned char running = 1;
-    static constexpr unsigned char tornDown = 2;
+    static constexpr unsigned char constructed = 2;
+    static constexpr unsigned char tornDown = 3;
 
     std::atomic<unsigned char> m_stage{idle};
 };

@@ -8,6 +8,7 @@
 #include "kx/threads/threadYield.h"
 
 #include <atomic>
+#include <mutex>
 #include <utility>
 
 namespace kx {
@@ -17,11 +18,13 @@ namespace kx {
 ///
 ///     TSafeGlobalPointer<CThing>& CThing::get()
 ///     {
+///         const auto lock = TSafeGlobalPointer<CThing>::lockUntilConstructed(globalInstanceGuard());
 ///         static TSafeGlobalPointer<CThing> g_pInstance(globalInstanceGuard(), [] { return newObj<CThing>(); });
 ///         return TSafeGlobalPointer<CThing>::waitConstructed(g_pInstance, globalInstanceGuard());
 ///     }
 ///
-/// A construction that throws leaves the guard cleared, so that the next call tries again.
+/// A construction that throws leaves the guard cleared, so that the next call tries again. One that makes other such
+/// instances may: the lock comes before the static, so that all of them are made under one lock, whoever begins.
 template <typename T>
 class TSafeGlobalPointer {
 public:
@@ -43,6 +46,7 @@ public:
             throw;
         }
         m_state = constructed;
+        guard.setConstructed();
     }
 
     TSafeGlobalPointer(const TSafeGlobalPointer&) = delete;
@@ -52,6 +56,14 @@ public:
     {
         m_state = notConstructed;
         m_guard.setTornDown();
+    }
+
+    /// The global mutex, held as long as what is returned; nothing once the instance is there or gone. The language has a
+    /// lock of its own for the static: taken before the global mutex, it would wait for whoever makes an instance that needs
+    /// this one.
+    [[nodiscard]] static std::unique_lock<CMutex> lockUntilConstructed(const CSafeGlobalGuard& guard)
+    {
+        return guard.isUnsettled() ? std::unique_lock(getGlobalMutex()) : std::unique_lock<CMutex>();
     }
 
     /// Waits, yielding, while another thread is still constructing the instance. Asks the guard first, because at process

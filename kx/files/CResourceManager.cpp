@@ -37,6 +37,7 @@ bool isFile(const CResourceManager::Path& path)
 
 TSafeGlobalPointer<CResourceManager>& CResourceManager::get()
 {
+    const auto lock = TSafeGlobalPointer<CResourceManager>::lockUntilConstructed(globalInstanceGuard());
     static TSafeGlobalPointer<CResourceManager> g_pInstance(
         globalInstanceGuard(), [] { return newObj<CResourceManager>(pathOfThisProgram()); });
     return TSafeGlobalPointer<CResourceManager>::waitConstructed(g_pInstance, globalInstanceGuard());

@@ -9,6 +9,7 @@ namespace norla {
 
 kx::TSafeGlobalPointer<CGlobalInit>& CGlobalInit::get()
 {
+    const auto lock = kx::TSafeGlobalPointer<CGlobalInit>::lockUntilConstructed(globalInstanceGuard());
     static kx::TSafeGlobalPointer<CGlobalInit> g_pInstance(
         globalInstanceGuard(), [] { return kx::P<CGlobalInit>(new CGlobalInit); });
     return kx::TSafeGlobalPointer<CGlobalInit>::waitConstructed(g_pInstance, globalInstanceGuard());

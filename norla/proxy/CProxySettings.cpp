@@ -47,6 +47,7 @@ kx::String hostOfURLRest(std::wstring_view rest)
 
 kx::TSafeGlobalPointer<CProxySettings>& CProxySettings::getUserSettings()
 {
+    const auto lock = kx::TSafeGlobalPointer<CProxySettings>::lockUntilConstructed(globalInstanceGuard());
     static kx::TSafeGlobalPointer<CProxySettings> g_pInstance(globalInstanceGuard(), createAndInitFromUserSettings);
     return kx::TSafeGlobalPointer<CProxySettings>::waitConstructed(g_pInstance, globalInstanceGuard());
 }

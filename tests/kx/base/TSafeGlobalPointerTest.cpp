@@ -1,12 +1,16 @@
 #include "kx/base/TSafeGlobalPointer.h"
 
 #include "kx/base/CBase.h"
+#include "kx/threads/CSignal.h"
+#include "tests/support/sleepingThread.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <set>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -25,6 +29,7 @@ public:
 
     static kx::TSafeGlobalPointer<CSingleton>& get()
     {
+        const auto lock = kx::TSafeGlobalPointer<CSingleton>::lockUntilConstructed(globalInstanceGuard());
         static kx::TSafeGlobalPointer<CSingleton> g_pInstance(
             globalInstanceGuard(), [] { return kx::newObj<CSingleton>(); });
         return kx::TSafeGlobalPointer<CSingleton>::waitConstructed(g_pInstance, globalInstanceGuard());
@@ -52,6 +57,51 @@ kx::String messageOfGet()
     std::exit(success ? 0 : 1);
 }
 
+kx::CSignal outerIsBeingMade;
+std::atomic<pid_t> threadOfInner{0};
+
+class CInner : public kx::CBase {
+public:
+    static kx::TSafeGlobalPointer<CInner>& get()
+    {
+        const auto lock = kx::TSafeGlobalPointer<CInner>::lockUntilConstructed(globalInstanceGuard());
+        static kx::TSafeGlobalPointer<CInner> g_pInstance(globalInstanceGuard(), [] { return kx::newObj<CInner>(); });
+        return kx::TSafeGlobalPointer<CInner>::waitConstructed(g_pInstance, globalInstanceGuard());
+    }
+
+    static kx::CSafeGlobalGuard& globalInstanceGuard()
+    {
+        static constinit kx::CSafeGlobalGuard g_Guard;
+        return g_Guard;
+    }
+};
+
+// Its construction needs the other one, and goes on when another thread that makes that one cannot go on.
+class COuter : public kx::CBase {
+public:
+    COuter()
+    {
+        outerIsBeingMade.set();
+        while (threadOfInner == 0)
+            kx::threadYield(false);
+        support::waitUntilAsleep(threadOfInner);
+        CInner::get();
+    }
+
+    static kx::TSafeGlobalPointer<COuter>& get()
+    {
+        const auto lock = kx::TSafeGlobalPointer<COuter>::lockUntilConstructed(globalInstanceGuard());
+        static kx::TSafeGlobalPointer<COuter> g_pInstance(globalInstanceGuard(), [] { return kx::newObj<COuter>(); });
+        return kx::TSafeGlobalPointer<COuter>::waitConstructed(g_pInstance, globalInstanceGuard());
+    }
+
+    static kx::CSafeGlobalGuard& globalInstanceGuard()
+    {
+        static constinit kx::CSafeGlobalGuard g_Guard;
+        return g_Guard;
+    }
+};
+
 // Each case needs a process in which the singleton was not made yet.
 class TSafeGlobalPointerTest : public testing::Test {
 protected:
@@ -78,6 +128,48 @@ void getFromManyThreads()
 TEST_F(TSafeGlobalPointerTest, makesOneInstanceForManyThreads)
 {
     EXPECT_EXIT(getFromManyThreads(), testing::ExitedWithCode(0), "");
+}
+
+void getOneBesideTheOneThatNeedsIt()
+{
+    alarm(30); // in place of waiting for ever
+    std::thread other([] {
+        outerIsBeingMade.wait(-1);
+        threadOfInner = gettid();
+        CInner::get();
+    });
+    COuter::get();
+    other.join();
+    exitWith(true);
+}
+
+TEST_F(TSafeGlobalPointerTest, makesAnInstanceThatNeedsAnotherWhileAThreadMakesThatOne)
+{
+    EXPECT_EXIT(getOneBesideTheOneThatNeedsIt(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(TSafeGlobalPointerTest, locksUntilTheInstanceIsThere)
+{
+    const auto isLocked = [](const kx::CSafeGlobalGuard& guard) {
+        return kx::TSafeGlobalPointer<CSingleton>::lockUntilConstructed(guard).owns_lock();
+    };
+    kx::CSafeGlobalGuard guard;
+    EXPECT_TRUE(isLocked(guard));
+    {
+        const kx::TSafeGlobalPointer<kx::CError> pointer(guard, [&] {
+            EXPECT_TRUE(isLocked(guard));
+            return kx::newObj<kx::CError>("x");
+        });
+        EXPECT_FALSE(isLocked(guard));
+    }
+    EXPECT_FALSE(isLocked(guard));
+}
+
+TEST_F(TSafeGlobalPointerTest, locksTheGlobalMutex)
+{
+    const kx::CSafeGlobalGuard guard;
+    const auto lock = kx::TSafeGlobalPointer<CSingleton>::lockUntilConstructed(guard);
+    EXPECT_EQ(lock.mutex(), &kx::getGlobalMutex());
 }
 
 TEST_F(TSafeGlobalPointerTest, passesOnWhatTheConstructorThrows)
