@@ -4,31 +4,28 @@
 #include "kx/base/CError.h"
 #include "kx/base/P.h"
 #include "kx/containers/TBuffer.h"
-#include "kx/containers/TList.h"
 #include "kx/containers/TMap.h"
 #include "kx/files/TPathImpl.h"
-#include "kx/streams/IInStream.h"
-#include "kx/streams/IOutStream.h"
 #include "kx/text/String.h"
-#include "kx/threads/CMutex.h"
 #include "kx/threads/CSignal.h"
 #include "kx/time/CTimeSpan.h"
-#include "norla/http/CHeaderAssembler.h"
 
 #include <curl/curl.h>
 
-#include <atomic>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
+
+namespace kx {
+class IInStream;
+class IOutStream;
+} // namespace kx
 
 namespace norla {
 
 class CNetHeaders;
 class CNetStringList;
 class COpenSockets;
-class CTLSDemand;
+class CServerInfo;
 
 /// One transfer: a libcurl easy handle and everything that belongs to it. Made for many transfers, one after the other, which
 /// then share connections: set options, perform(), read the answer. Options stay until reset().
@@ -127,8 +124,8 @@ public:
     /// libcurl's curl_ftpcreatedir values; CURLOPT_FTP_CREATE_MISSING_DIRS.
     void setFTPCreateMissingDirs(int create);
 
-    /// Limits name lookup and connection; a lookup that hangs is left to itself. Sent to libcurl in whole milliseconds, rounded toward zero, at most about 24 days;
-    /// zero and the infinite span mean libcurl's default of 300 seconds. Not negative.
+    /// Limits name lookup and connection; a lookup that hangs is left to itself. Sent to libcurl in whole milliseconds, rounded
+    /// toward zero, at most about 24 days; zero and the infinite span mean libcurl's default of 300 seconds. Not negative.
     void setConnectTimeout(const kx::CTimeSpan& limit);
 
     /// Limits the whole transfer, from name lookup to last body byte. Converted as for setConnectTimeout(); zero and the
@@ -208,7 +205,7 @@ public:
     void setSendDataSize(long long size);
 
     /// As set; empty in a new request.
-    kx::String getURL() const { return m_url; }
+    kx::String getURL() const;
 
     /// The method that is sent: "GET" while none was set.
     kx::String getHTTPMethod() const;
@@ -217,15 +214,15 @@ public:
     kx::P<CNetHeaders> getCustomHTTPHeaders();
 
     /// Lower-case header name to value, of the last response of the transfer.
-    const HeaderMap& getResponseHeaderMap() const { return m_headerAssembler.getHeaderMap(); }
+    const HeaderMap& getResponseHeaderMap() const;
 
     /// Every header or reply line of the transfer with its line end, in order of arrival, of all protocols. Lines that are not
     /// UTF-8 are left out. The list is replaced, not changed, by the next transfer.
-    CNetStringList* getResponseInfo() const { return m_responseInfo.get(); }
+    CNetStringList* getResponseInfo() const;
 
     /// The response body, unless another sink was set.
-    kx::P<Buffer> getDefaultReceiveBuffer() const { return m_defaultReceiveBuffer; }
-    bool usesDefaultReceiveBuffer() const { return m_receiveSink == m_defaultReceiveSink; }
+    kx::P<Buffer> getDefaultReceiveBuffer() const;
+    bool usesDefaultReceiveBuffer() const;
 
     /// What libcurl knows about the transfer. @throws CCURLError for a value of another type
     int getInfoLong(CURLINFO info);
@@ -284,10 +281,10 @@ public:
 
     /// As kx::CSignal::wait().
     bool waitAsyncDone(int timeoutMs);
-    kx::P<kx::CSignal> getAsyncDoneSignal() { return m_asyncDoneSignal; }
+    kx::P<kx::CSignal> getAsyncDoneSignal();
 
     /// For the asynchronous manager. Owned by this object.
-    CURL* getEasyHandle() const noexcept { return m_easyHandle.get(); }
+    CURL* getEasyHandle() const noexcept;
 
     /// For the asynchronous manager: before anything else, so that of several who want the request one gets it. Until
     /// leaveManager() it is neither performed nor reset. Any thread.
@@ -309,48 +306,26 @@ public:
     void endWithdrawal();
 
     /// For the asynchronous manager. Any thread.
-    bool isManaged() const noexcept { return m_isManaged; }
+    bool isManaged() const noexcept;
 
     /// For the asynchronous manager: whether connections of earlier perform() calls may be open. Newer libcurls close them
     /// when a multi handle takes the request.
-    bool hasOwnConnections() const noexcept { return m_hasOwnConnections; }
+    bool hasOwnConnections() const noexcept;
 
 private:
-    struct CEasyCleanup {
-        void operator()(CURL* handle) const noexcept;
-    };
+    struct CRooms;
 
     static size_t writeCallback(char* data, size_t size, size_t count, void* request) noexcept;
     static size_t readCallback(char* buffer, size_t size, size_t count, void* request) noexcept;
     static int seekCallback(void* request, curl_off_t offset, int origin) noexcept;
     static size_t headerCallback(char* data, size_t size, size_t count, void* request) noexcept;
 
-    template <typename TValue>
-    void setOption(CURLoption option, TValue value);
-    template <typename TValue>
-    TValue getInfo(CURLINFO info);
     void setOptionBytes(CURLoption option, const std::string& bytes);
     void setTimeout(CURLoption option, const kx::CTimeSpan& limit);
-    void switchOffOtherMethods(const kx::String& method);
-    void switchOnMethod(const kx::String& method);
-    void noticeFailedRewind(CURLcode result);
-    void noticeUnsentMail(CURLcode result);
-    void requireWithinCopiedBody(long long size) const;
-    void setCopiedBody(const std::string& bytes);
-    void forgetSizeOfOwnBody();
-    void useSource(IDataSource* source);
-    void useBody(kx::IInStream* stream, long long size);
-    void requireNotRunning(const char* functionName) const;
-    void useSockets(COpenSockets& sockets);
-    void noticeSocketFunction(CURLoption option, bool isSet);
-
     void beginAttempt();
-    bool needsNewSSHConnection();
     void performOnce();
     CURLcode runTransfer();
-    void beginEncryptionWatch();
-    void setFreshConnectBySelf(bool fresh);
-    void noticePlainConnection();
+    void noticeEnd(CURLcode result);
     void prepareAsync(CURLcode result);
     void recordAsyncResult(CURLcode result);
     void throwAsyncFailure();
@@ -358,141 +333,9 @@ private:
     void tellDone(IDoneListener* listener, const kx::CError* error);
     void tellDoneAfterFailure(IDoneListener* listener, const std::exception& error) noexcept;
 
-    size_t writeHandler(char* data, size_t size, size_t count) noexcept;
-    size_t readHandler(char* buffer, size_t size, size_t count) noexcept;
-    int seekHandler(long long offset, int origin) noexcept;
-    size_t headerHandler(const char* data, int length) noexcept;
-    void handleHeaderLine(std::string_view bytes);
-    void keepReply(std::string_view bytes);
-    void updateResponseCode();
-    size_t readSource(IDataSource& source, char* buffer, int size);
-    static bool seekSource(IDataSource& source, long long offset, int origin);
-    template <typename TAction>
-    bool storingErrors(TAction action) noexcept;
-    void keepCallbackError(const std::exception& error) noexcept;
-
-    kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode);
-    kx::String getLastResponseLine();
-
-    const std::unique_ptr<COpenSockets> m_ownSockets; // of the connections that perform() makes
-    COpenSockets* m_usedSockets = nullptr;            // what libcurl was told of; null: of none since the last reset()
-    bool m_opensSockets = false;                      // by a function of the application's own
-    bool m_closesSockets = false;                     // the same
-    std::unique_ptr<CTLSDemand> m_tlsDemand;
-    std::unique_ptr<CURL, CEasyCleanup> m_easyHandle;
-    kx::P<Buffer> m_defaultReceiveBuffer;
-    kx::P<kx::IOutStream> m_defaultReceiveStream;
-    kx::P<IDataSink> m_defaultReceiveSink;
-    kx::P<IDataSink> m_receiveSink;
-    kx::P<IDataSource> m_sendDataSource;
-    kx::P<kx::IBase> m_sendDataHolder; // what the source reads, when this object made it
-    long long m_sendDataSize = -1;
-    kx::TBuffer<char> m_errorBuffer;
-    kx::P<kx::CSignal> m_asyncDoneSignal;
-    CURLcode m_asyncResult = CURLE_OK;
-    kx::String m_asyncErrorMessage;
-    kx::CMutex m_asyncMutex; // guards the three async members above
-    kx::String m_url;
-    kx::P<CNetHeaders> m_customHeaders;
-    kx::String m_httpMethod;
-    bool m_upload = false;
-    std::optional<std::string> m_copiedBody;        // what libcurl has as CURLOPT_COPYPOSTFIELDS
-    bool m_isSizeOfOwnBody = false;                 // set together with a body
-    void* m_recipients = nullptr;                   // libcurl's list of a mail's; the caller's
-    kx::TMap<CURLoption, std::string> m_sshDemands; // what the server of an SSH connection has to prove
-    std::optional<kx::TMap<CURLoption, std::string>> m_ownSSHDemands; // of the connections that perform() makes
-    bool m_hasOtherSSHConnections = false;                            // which were made under other demands
-    bool m_hasCookies = false;                                        // libcurl keeps some, and goes on with it
-    bool m_hasRewindPending = false;                                  // libcurl's, of an earlier transfer
-    std::atomic<bool> m_isPerforming{false};
-    std::atomic<bool> m_isManaged{false};
-    bool m_hasOwnConnections = false;
-    bool m_hasFreshConnectBySelf = false; // for a second attempt
-    long long m_sendPosition = 0;         // of what libcurl gets next, where the size is known
-    bool m_sendDataWasRead = false;       // during the current transfer, or tried to
-    CHeaderAssembler m_headerAssembler;
-    kx::String m_statusLine;
-    int m_responseCode = -1; // -1: not taken from the status line yet
-    kx::P<CNetStringList> m_ftpPreCommands;
-    kx::P<CNetStringList> m_ftpPostCommands;
-    kx::P<CNetStringList> m_responseInfo;
-    kx::P<CNetStringList> m_replies; // of a mail server, for people; null: none yet
-    bool m_isHTTP = false;
-    bool m_isMail = false;
-    kx::TList<kx::P<kx::IBase>> m_keptObjects;
-    kx::P<IDoneListener> m_doneListener;
-    // What is told when there is no memory for more.
-    const kx::P<kx::CError> m_outOfMemory = kx::newObj<kx::CError>("Out of memory.");
-    kx::P<kx::CError> m_callbackError;              // the first one of the current transfer
-    kx::TMap<CURLoption, kx::String> m_proxyLogins; // "user:password@" of each proxy's text
-};
-
-/// Takes a response body, block by block.
-class KX_EXPORT CNetRequest::IDataSink : public virtual kx::IBase {
-public:
-    /// A transfer begins, the first one or another: for most sinks what an earlier one has written is void. Does nothing
-    /// unless a sink says otherwise. What it throws is what resetForPerform() throws.
-    virtual void begin() {}
-
-    /// Takes a block; what it returns (the bytes taken) is not looked at. Throwing a std::exception ends the transfer with
-    /// that error.
-    /// @param size 0 or more
-    /// @param responseCode HTTP status; 0 when it cannot be read, -1 for other protocols
-    /// @param responseHeaders lower-case name to value
-    virtual int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) = 0;
-};
-
-/// Gives the body to be sent, block by block. Throwing a std::exception from any operation ends the transfer with that error.
-class KX_EXPORT CNetRequest::IDataSource : public virtual kx::IBase {
-public:
-    /// Fills the buffer with at most `size` bytes.
-    /// @param responseHeaders of what the server has answered so far
-    /// @return how many; 0 at the end
-    virtual int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) = 0;
-
-    /// In bytes; -1 when unknown.
-    virtual long long getLength() = 0;
-
-    /// Goes on at that many bytes from the start: before a transfer, and when a redirect or an authentication makes libcurl
-    /// send the body again.
-    virtual void seek(long long position) = 0;
-    virtual long long getPosition() = 0;
-};
-
-/// Told when a transfer has ended.
-class KX_EXPORT CNetRequest::IDoneListener : public virtual kx::IBase {
-public:
-    /// @param error null on success; valid during the call
-    virtual void onNetRequestDone(CNetRequest* request, const kx::CError* error) = 0;
-};
-
-/// Writes a response body to a stream.
-class KX_EXPORT CNetRequest::CStreamDataSink : public kx::CBase, public virtual IDataSink {
-public:
-    /// @param stream not null; a reference is kept
-    explicit CStreamDataSink(kx::IOutStream* stream);
-    ~CStreamDataSink() override;
-
-    int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) override;
-
-private:
-    const kx::P<kx::IOutStream> m_stream;
-};
-
-/// Reads the body to be sent from a stream.
-class KX_EXPORT CNetRequest::CStreamDataSource : public kx::CBase, public virtual IDataSource {
-public:
-    /// @param stream not null; a reference is kept
-    explicit CStreamDataSource(kx::IInStream* stream);
-    ~CStreamDataSource() override;
-
-    int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) override;
-    long long getLength() override;
-    void seek(long long position) override;
-    long long getPosition() override;
-
-private:
-    const kx::P<kx::IInStream> m_stream;
+    const std::unique_ptr<CRooms> m_rooms;
 };
 
 } // namespace norla
+
+#include "norla/core/CNetRequestData.h"

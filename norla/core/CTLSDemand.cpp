@@ -1,5 +1,7 @@
 #include "norla/core/CTLSDemand.h"
 
+#include "norla/core/CEasyHandle.h"
+
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -24,15 +26,15 @@ bool isUpgraded(std::string_view scheme) noexcept
     });
 }
 
-std::string_view textOf(CURL* handle, CURLINFO info) noexcept
+std::string_view textOf(const CEasyHandle& handle, CURLINFO info) noexcept
 {
     const char* text = nullptr;
-    return curl_easy_getinfo(handle, info, &text) == CURLE_OK && text ? text : std::string_view();
+    return handle.ask(info, text) && text ? text : std::string_view();
 }
 
 } // namespace
 
-CTLSDemand::CTLSDemand(CURL* handle) noexcept
+CTLSDemand::CTLSDemand(const CEasyHandle& handle) noexcept
     : m_handle(handle)
 {
 }
@@ -81,7 +83,7 @@ bool CTLSDemand::concernsThisProtocol() const noexcept
 bool CTLSDemand::isConnectionPlain() const noexcept
 {
     const curl_tlssessioninfo* session = nullptr;
-    return curl_easy_getinfo(m_handle, CURLINFO_TLS_SSL_PTR, &session) != CURLE_OK || !session || !session->internals;
+    return !m_handle.ask(CURLINFO_TLS_SSL_PTR, session) || !session || !session->internals;
 }
 
 int CTLSDemand::callback(void* demand, char* peerIP, char* localIP, int peerPort, int localPort) noexcept
@@ -89,8 +91,8 @@ int CTLSDemand::callback(void* demand, char* peerIP, char* localIP, int peerPort
     auto& self = *static_cast<CTLSDemand*>(demand);
     if (self.isMade() && self.concernsThisProtocol() && self.isConnectionPlain()) {
         long newConnections = 0;
-        const CURLcode result = curl_easy_getinfo(self.m_handle, CURLINFO_NUM_CONNECTS, &newConnections);
-        self.m_finding = result == CURLE_OK && newConnections == 0 ? Finding::OldConnection : Finding::NewConnection;
+        const bool isKnown = self.m_handle.ask(CURLINFO_NUM_CONNECTS, newConnections);
+        self.m_finding = isKnown && newConnections == 0 ? Finding::OldConnection : Finding::NewConnection;
         return CURL_PREREQFUNC_ABORT;
     }
     return self.m_nextCallback ? self.m_nextCallback(self.m_nextData, peerIP, localIP, peerPort, localPort)

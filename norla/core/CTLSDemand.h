@@ -4,6 +4,8 @@
 
 namespace norla {
 
+class CEasyHandle;
+
 /// Whether a transfer has to be encrypted (CURLOPT_USE_SSL), and the watch that it is: libcurl takes an idle connection without
 /// TLS for a transfer that demands it, and then neither asks for STARTTLS nor fails (7.88 and 8.14). What is demanded is asked
 /// of every connection before the first command of the transfer itself goes out.
@@ -16,7 +18,7 @@ namespace norla {
 class CTLSDemand {
 public:
     /// @param handle outlives this object
-    explicit CTLSDemand(CURL* handle) noexcept;
+    explicit CTLSDemand(const CEasyHandle& handle) noexcept;
     CTLSDemand(const CTLSDemand&) = delete;
     CTLSDemand& operator=(const CTLSDemand&) = delete;
 
@@ -53,7 +55,7 @@ private:
     bool concernsThisProtocol() const noexcept;
     bool isConnectionPlain() const noexcept;
 
-    CURL* const m_handle;
+    const CEasyHandle& m_handle;
     long long m_useSSL = CURLUSESSL_NONE;
     long long m_clearControl = CURLFTPSSL_CCC_NONE;
     bool m_isFreshConnectSet = false;

@@ -1,0 +1,62 @@
+#include "norla/core/CTransferSockets.h"
+
+#include "norla/core/CEasyHandle.h"
+
+namespace norla {
+
+CTransferSockets::CTransferSockets(CEasyHandle& handle)
+    : m_handle(handle)
+    , m_own(std::make_unique<COpenSockets>())
+{
+}
+
+void CTransferSockets::useOwn()
+{
+    tell(*m_own);
+    m_hasOwnConnections = true;
+}
+
+void CTransferSockets::use(COpenSockets& sockets)
+{
+    if (m_hasOwnConnections)
+        m_own->stopReading(); // newer libcurls close these connections now
+    tell(sockets);
+}
+
+// What keeps a transfer from waiting where no time limit counts. Set once for many transfers.
+void CTransferSockets::tell(COpenSockets& sockets)
+{
+    if (m_used == &sockets)
+        return;
+    m_handle.setNumber(CURLOPT_QUICK_EXIT, 1); // a name lookup that hangs is left to itself
+    if (!m_opensSockets) {
+        m_handle.set(CURLOPT_OPENSOCKETFUNCTION, &COpenSockets::onOpen);
+        m_handle.set(CURLOPT_OPENSOCKETDATA, static_cast<void*>(&sockets));
+    }
+    if (!m_closesSockets) { // connections outlive requests: none may go on with the sockets of another cache
+        const bool notes = !m_opensSockets;
+        m_handle.set(CURLOPT_CLOSESOCKETFUNCTION, notes ? &COpenSockets::onClose : nullptr);
+        m_handle.set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(notes ? &sockets : nullptr));
+    }
+    m_used = &sockets;
+}
+
+void CTransferSockets::noticePointer(CURLoption option, bool isSet) noexcept
+{
+    if (option == CURLOPT_OPENSOCKETFUNCTION)
+        m_opensSockets = isSet;
+    else if (option == CURLOPT_CLOSESOCKETFUNCTION)
+        m_closesSockets = isSet;
+    else
+        return;
+    m_used = nullptr;
+}
+
+void CTransferSockets::forgetOptions() noexcept
+{
+    m_used = nullptr;
+    m_opensSockets = false;
+    m_closesSockets = false;
+}
+
+} // namespace norla

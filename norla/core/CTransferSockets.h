@@ -1,0 +1,51 @@
+#pragma once
+
+#include "norla/core/COpenSockets.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+
+namespace norla {
+
+class CEasyHandle;
+
+/// By whose functions libcurl opens and closes the sockets of a transfer: those of the request's own connection cache, of a
+/// manager's, or the application's. Used by the thread of the transfer.
+class CTransferSockets {
+public:
+    /// @param handle outlives this object
+    explicit CTransferSockets(CEasyHandle& handle);
+    CTransferSockets(const CTransferSockets&) = delete;
+    CTransferSockets& operator=(const CTransferSockets&) = delete;
+
+    /// A transfer by itself begins.
+    void useOwn();
+
+    /// A manager takes the request. @param sockets of its multi handle
+    void use(COpenSockets& sockets);
+
+    /// An option that takes a pointer was set; others than those for sockets are ignored.
+    void noticePointer(CURLoption option, bool isSet) noexcept;
+
+    /// The handle's options are what they were at first (curl_easy_reset()).
+    void forgetOptions() noexcept;
+
+    /// Before libcurl closes the request's own connections: it waits for no server then.
+    void stopReading() noexcept { m_own->stopReading(); }
+
+    /// Whether own connections may be open.
+    bool hasOwnConnections() const noexcept { return m_hasOwnConnections; }
+
+private:
+    void tell(COpenSockets& sockets);
+
+    CEasyHandle& m_handle;
+    const std::unique_ptr<COpenSockets> m_own;
+    const COpenSockets* m_used = nullptr; // what libcurl was told of; null: of none since the last reset
+    bool m_opensSockets = false;          // by a function of the application's own
+    bool m_closesSockets = false;         // the same
+    bool m_hasOwnConnections = false;
+};
+
+} // namespace norla
