@@ -1,0 +1,99 @@
+#include "norla/core/CConnectionDemands.h"
+
+#include "norla/core/CEasyHandle.h"
+#include "norla/core/CRequestURL.h"
+#include "tests/curlcalls/CCurlCalls.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using norla::CConnectionDemands;
+using norla::CRequestURL;
+using Texts = std::vector<std::string>;
+
+class CConnectionDemandsTest : public testing::Test {
+protected:
+    /// The options that the beginning of a transfer sets.
+    Texts begin(const char* url, bool isManaged = false)
+    {
+        m_calls.takeOptions();
+        m_demands.begin(CRequestURL(kx::String::fromLatin1(url)), isManaged);
+        return m_calls.takeOptions();
+    }
+
+    const Texts m_fresh = {"FRESH_CONNECT=1"};
+    const Texts m_any = {"FRESH_CONNECT=0"};
+    support::CCurlCalls m_calls;
+    norla::CEasyHandle m_handle;
+    CConnectionDemands m_demands{m_handle};
+};
+
+TEST_F(CConnectionDemandsTest, setNothingForWhoDemandsNothing)
+{
+    EXPECT_EQ(begin("sftp://host/"), Texts());
+    EXPECT_EQ(begin("smtp://host/", true), Texts());
+}
+
+TEST_F(CConnectionDemandsTest, watchForTLS)
+{
+    m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_ALL);
+    EXPECT_EQ(begin("smtp://host/"), Texts({"PREREQFUNCTION=set", "PREREQDATA=set"}));
+    EXPECT_FALSE(m_demands.wasRefused());
+    EXPECT_FALSE(m_demands.canBeginAgain());
+}
+
+TEST_F(CConnectionDemandsTest, areForgottenAtAReset)
+{
+    m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_ALL);
+    m_demands.noticeText(CURLOPT_SSH_KNOWNHOSTS, "file");
+    m_demands.forgetOptions();
+    EXPECT_EQ(begin("sftp://host/", true), Texts());
+}
+
+TEST_F(CConnectionDemandsTest, ofSSHHoldForTheRequestsOwnConnections)
+{
+    m_demands.noticeText(CURLOPT_SSH_KNOWNHOSTS, "file");
+    EXPECT_EQ(begin("sftp://host/"), Texts());
+    EXPECT_EQ(begin("sftp://host/"), Texts());
+}
+
+TEST_F(CConnectionDemandsTest, ofSSHThatHaveChangedWantNewConnectionsFromThenOn)
+{
+    begin("sftp://host/");
+    m_demands.noticeText(CURLOPT_SSH_KNOWNHOSTS, "file");
+    EXPECT_EQ(begin("sftp://host/"), m_fresh);
+    EXPECT_EQ(begin("scp://host/"), m_fresh);
+    EXPECT_EQ(begin("http://host/"), m_any); // takes the option back
+    EXPECT_EQ(begin("http://host/"), Texts());
+}
+
+TEST_F(CConnectionDemandsTest, ofSSHWantNewConnectionsInAManager)
+{
+    m_demands.noticeText(CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, "abc");
+    EXPECT_EQ(begin("sftp://host/", true), m_fresh);
+}
+
+TEST_F(CConnectionDemandsTest, takeTheApplicationsFreshConnectionsNotBack)
+{
+    m_demands.noticeNumber(CURLOPT_FRESH_CONNECT, 1);
+    m_demands.noticeText(CURLOPT_SSH_HOST_PUBLIC_KEY_MD5, "abc");
+    EXPECT_EQ(begin("sftp://host/", true), m_fresh);
+    EXPECT_EQ(begin("http://host/", true), m_fresh);
+}
+
+TEST_F(CConnectionDemandsTest, doNotMindOtherTexts)
+{
+    m_demands.noticeText(CURLOPT_USERNAME, "name");
+    EXPECT_EQ(begin("sftp://host/", true), Texts());
+}
+
+TEST_F(CConnectionDemandsTest, beginAgainOnANewConnection)
+{
+    m_calls.takeOptions();
+    m_demands.beginAgain();
+    EXPECT_EQ(m_calls.takeOptions(), m_fresh);
+    EXPECT_EQ(begin("smtp://host/"), m_any);
+}
+
+} // namespace
