@@ -5,6 +5,10 @@
 #include "kx/files/pathText.h"
 #include "kx/text/String.h"
 
+#include <algorithm>
+#include <string>
+#include <string_view>
+
 namespace kx {
 
 /// The name of a file or folder. A value type; it looks at text only, never at the file system.
@@ -28,7 +32,9 @@ public:
     {
     }
     template <size_t size>
-    TPathImpl(char (&buffer)[size]) = delete; ///< holds bytes from elsewhere: use fromBytes()
+    TPathImpl(char (&use_fromBytes)[size]) = delete; ///< holds bytes from elsewhere
+    template <UntoldBytes T>
+    TPathImpl(const T& use_fromBytes) = delete; ///< bytes from elsewhere
 
     /// A path as the system gives it: argv, getenv(), std::filesystem::path::native().
     static TPathImpl fromBytes(std::string_view bytes) { return TPathImpl(pathTextFromBytes(bytes)); }

@@ -7,9 +7,14 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace kx {
+
+/// Bytes that do not say what text they are: a char*, a std::string, a std::string_view. No array: a literal does.
+template <typename T>
+concept UntoldBytes = !std::is_array_v<T> && std::is_convertible_v<const T&, std::string_view>;
 
 /// Text: a value type of Unicode code points. Compared by code point; nothing here depends on the process's locale.
 ///
@@ -31,7 +36,9 @@ public:
     {
     }
     template <size_t size>
-    String(char (&buffer)[size]) = delete; ///< holds bytes from elsewhere: use fromUTF8() or fromLatin1()
+    String(char (&use_fromUTF8_or_fromLatin1)[size]) = delete; ///< holds bytes from elsewhere
+    template <UntoldBytes T>
+    String(const T& use_fromUTF8_or_fromLatin1) = delete; ///< only the caller knows what they are
 
     String(const wchar_t* text);     ///< null gives the empty text
     String(const char8_t* utf8);     ///< a u8"" literal; null gives the empty text; throws as fromUTF8()

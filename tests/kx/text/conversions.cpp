@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -20,7 +21,9 @@ int main(int, char** argv)
 {
     const char* const pointer = argv[0];
     char buffer[] = "bytes from elsewhere";
+    const std::string string = "bytes that say nothing of their encoding";
     static_cast<void>(pointer);
+    static_cast<void>(string);
     static_cast<void>(buffer);
 
     const kx::String literal = "gr\xFCn";
@@ -47,6 +50,10 @@ int main(int, char** argv)
     const kx::String text = std::string().c_str();
 #elif defined(REFUSED_STRING)
     const kx::String text = std::string("a");
+#elif defined(REFUSED_STRING_VIEW)
+    const kx::String text = std::string_view("a");
+#elif defined(REFUSED_CONSTANT_STRING)
+    const kx::String text(string);
 #elif defined(REFUSED_BUFFER)
     const kx::String text = buffer;
 #elif defined(REFUSED_NULL)
@@ -61,6 +68,8 @@ int main(int, char** argv)
     const Path other(pointer);
 #elif defined(REFUSED_PATH_OF_C_STRING)
     const Path other = std::string().c_str();
+#elif defined(REFUSED_PATH_OF_STRING)
+    const Path other = std::string("a");
 #elif defined(REFUSED_PATH_OF_BUFFER)
     const Path other = buffer;
 #elif defined(REFUSED_PATH_OF_NULL)
