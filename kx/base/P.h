@@ -3,6 +3,7 @@
 #include "kx/base/language.h"
 
 #include <compare>
+#include <concepts>
 #include <cstddef>
 #include <type_traits>
 #include <utility>
@@ -76,8 +77,9 @@ bool operator==(const P<T>& left, const P<U>& right) noexcept
     return left.get() == right.get();
 }
 
-template <typename T>
-bool operator==(const P<T>& left, const T* right) noexcept
+template <typename T, typename U>
+requires std::equality_comparable_with<T*, U*>
+bool operator==(const P<T>& left, U* right) noexcept
 {
     return left.get() == right;
 }

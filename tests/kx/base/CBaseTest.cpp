@@ -137,6 +137,17 @@ TEST_F(PTest, comparesWithRawPointers)
     EXPECT_NE(thing, kx::newObj<CThing>(m_alive));
 }
 
+TEST_F(PTest, comparesAReferenceToConstWithRawPointers)
+{
+    const auto thing = kx::newObj<CThing>(m_alive);
+    const kx::PC<CThing> constant = thing;
+    const CThing* const constantPointer = thing.get();
+    EXPECT_EQ(constant, constantPointer);
+    EXPECT_EQ(constant, thing.get());
+    EXPECT_EQ(thing, constantPointer);
+    EXPECT_NE(constant, kx::newObj<CThing>(m_alive).get());
+}
+
 TEST_F(PTest, castsToAnotherInterface)
 {
     const kx::P<kx::IBase> thing = kx::newObj<CThing>(m_alive, 5);
@@ -189,6 +200,22 @@ TEST_F(PTest, refusesToCastAnObjectThatIsBeingDeleted)
     thing->checkCastAllowed();
     thing = nullptr;
     EXPECT_EQ(message, "The object is being deleted and cannot be handed out any more.");
+}
+
+TEST_F(PTest, refusesToGiveAnInterfaceOfAnObjectThatIsBeingDeleted)
+{
+    bool refused = false;
+    auto thing = kx::newObj<CThing>(m_alive);
+    thing->m_atEnd = [&refused](CThing& ended) {
+        const kx::P<kx::IBase> self = &ended;
+        try {
+            kx::castTo<IName>(self);
+        } catch (const kx::CError&) {
+            refused = true;
+        }
+    };
+    thing = nullptr;
+    EXPECT_TRUE(refused);
 }
 
 /// Objects that were not made with newObj().
