@@ -32,10 +32,13 @@ public:
         append(other.getData(), other.getSize());
     }
 
+    /// Without memory for the other elements its own stay.
+    /// @throws std::bad_alloc
     TBuffer& operator=(const TBuffer& other)
     {
         if (this == &other)
             return *this;
+        reserve(other.getSize());
         m_size = 0;
         append(other.getData(), other.getSize());
         return *this;
@@ -73,7 +76,7 @@ public:
         m_capacity = capacity;
     }
 
-    /// Adds elements at the end, growing at least to the double; they may lie in this buffer.
+    /// Adds elements at the end, growing at least to the double; they may lie in this buffer, also behind its end.
     /// @throws std::bad_alloc
     void append(const T* elements, size_t count)
     {
@@ -83,7 +86,7 @@ public:
             throw std::bad_alloc();
         if (m_size + count > m_capacity)
             elements = growFor(elements, count);
-        std::memcpy(m_data.get() + m_size, elements, count * sizeof(T));
+        std::memmove(m_data.get() + m_size, elements, count * sizeof(T));
         m_size += count;
     }
 

@@ -10,6 +10,18 @@
 
 namespace kx {
 
+namespace {
+
+// 0 where the factor says nothing of use: the comparison is false for what is no number.
+size_t grownSize(size_t size, double growth) noexcept
+{
+    constexpr double limit = 0x1p62; // beyond any memory, and well within size_t
+    const double grown = static_cast<double>(size) * growth;
+    return grown > 0 && grown < limit ? static_cast<size_t>(grown) : 0;
+}
+
+} // namespace
+
 CBufferStream::CBufferStream()
     : CBufferStream(newObj<Buffer>())
 {
@@ -18,7 +30,7 @@ CBufferStream::CBufferStream()
 CBufferStream::CBufferStream(P<Buffer> buffer, double growth)
     : m_written(buffer ? std::move(buffer) : throw CInvalidArgError("buffer is null", "CBufferStream::CBufferStream"))
     , m_buffer(m_written.get())
-    , m_growth(std::max(growth, 1.0))
+    , m_growth(growth)
 {
 }
 
@@ -58,7 +70,7 @@ void CBufferStream::growTo(size_t end)
     if (end <= oldSize)
         return;
     if (end > m_written->getCapacity())
-        m_written->reserve(std::max(end, static_cast<size_t>(static_cast<double>(oldSize) * m_growth)));
+        m_written->reserve(std::max(end, grownSize(oldSize, m_growth)));
     m_written->setSize(end);
     if (m_position > oldSize)
         std::memset(m_written->getData() + oldSize, 0, m_position - oldSize);

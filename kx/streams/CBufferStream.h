@@ -18,11 +18,13 @@ public:
     CBufferStream();
 
     /// Shares the buffer.
-    /// @param growth how many times its size the buffer gets when it must grow; values below 1 count as 1
+    /// @param growth how many times its size the buffer gets when it must grow; values below 1, what is no number and what
+    /// no buffer can have count as 1
     explicit CBufferStream(P<Buffer> buffer, double growth = 2.0);
 
     /// Reads a buffer that the caller keeps alive at least as long as the stream; writing throws.
     explicit CBufferStream(const Buffer& borrowed);
+    explicit CBufferStream(const Buffer&& temporary) = delete; ///< would be gone before the stream
 
     ~CBufferStream() override;
 

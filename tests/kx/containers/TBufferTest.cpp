@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <limits>
 #include <string>
+#include <sys/resource.h>
 
 namespace {
 
@@ -84,6 +86,16 @@ TEST(TBufferTest, appendsAPartOfItself)
     EXPECT_EQ(textOf(buffer), "abcbcbcbcbcbcbcbcbcbcbc");
 }
 
+// AddressSanitizer knows when a copy is not made for places that overlap.
+TEST(TBufferTest, appendsWhatLiesBehindItsOwnEnd)
+{
+    Bytes buffer;
+    buffer.append("abcdefgh", 8);
+    buffer.setSize(1);
+    buffer.append(buffer.getData() + 2, 4);
+    EXPECT_EQ(textOf(buffer), "acdef");
+}
+
 TEST(TBufferTest, countsInElements)
 {
     kx::TBuffer<int> numbers;
@@ -127,5 +139,40 @@ TEST(TBufferTest, isAssigned)
     other = same;
     EXPECT_EQ(textOf(other), "abc");
 }
+
+// The memory of AddressSanitizer and ThreadSanitizer does not fit into the limit.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define NORLA_TEST_MEMORY_IS_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define NORLA_TEST_MEMORY_IS_SANITIZED
+#endif
+#endif
+
+#if !defined(NORLA_TEST_MEMORY_IS_SANITIZED)
+
+[[noreturn]] void assignWithoutMemory()
+{
+    constexpr size_t size = size_t{1} << 30; // never touched
+    const Bytes other(size);
+    Bytes buffer;
+    buffer.append("abc", 3);
+    const rlimit limit{size, size}; // less than is in use already
+    setrlimit(RLIMIT_AS, &limit);
+    try {
+        buffer = other;
+    } catch (const std::bad_alloc&) {
+        std::exit(textOf(buffer) == "abc" ? 0 : 1);
+    }
+    std::exit(2);
+}
+
+TEST(TBufferDeathTest, keepsItsElementsWithoutMemoryForOthers)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(assignWithoutMemory(), testing::ExitedWithCode(0), "");
+}
+
+#endif
 
 } // namespace

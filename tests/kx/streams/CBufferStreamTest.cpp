@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -111,6 +114,39 @@ TEST_F(CBufferStreamTest, growsByWhatIsNeededWithASmallFactor)
     write(stream, std::string(100, 'x'));
     write(stream, "y");
     EXPECT_EQ(m_buffer->getCapacity(), 101u);
+}
+
+struct CGrowthRow {
+    const char* name;
+    double growth;
+};
+
+class CUselessGrowthTest : public testing::TestWithParam<CGrowthRow> {};
+
+TEST_P(CUselessGrowthTest, growsByWhatIsNeeded)
+{
+    const auto buffer = kx::newObj<Buffer>(size_t{100});
+    const unsigned char byte = 0;
+    kx::CBufferStream stream(buffer, GetParam().growth);
+    stream.seek(100);
+    stream.write(&byte, 1);
+    EXPECT_EQ(buffer->getCapacity(), 101u);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CUselessGrowthTest,
+    testing::ValuesIn(std::vector<CGrowthRow>{
+        {"noNumber", std::numeric_limits<double>::quiet_NaN()},
+        {"infinite", std::numeric_limits<double>::infinity()},
+        {"beyondEveryMemory", 1e300},
+        {"negative", -2},
+        {"zero", 0},
+    }),
+    [](const testing::TestParamInfo<CGrowthRow>& row) { return row.param.name; });
+
+TEST_F(CBufferStreamTest, borrowsNoTemporaryBuffer)
+{
+    EXPECT_TRUE((std::is_constructible_v<kx::CBufferStream, const Buffer&>));
+    EXPECT_FALSE((std::is_constructible_v<kx::CBufferStream, Buffer>));
 }
 
 TEST_F(CBufferStreamTest, readsABorrowedBuffer)
