@@ -17,6 +17,9 @@ namespace {
 using namespace std::chrono;
 
 constexpr long long microsecondsPerSecond = 1'000'000;
+constexpr long long firstMicrosecond = microseconds(sys_days(year(0) / January / 1).time_since_epoch()).count();
+constexpr long long lastMicrosecond = microseconds(sys_days(year(10'000) / January / 1).time_since_epoch()).count() - 1;
+constexpr int largestZone = 99 * 60 + 59; // that four digits can say
 constexpr std::array weekDays = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 constexpr std::array months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
@@ -44,8 +47,8 @@ year_month_day dateOf(long long y, long long m, long long d)
 
 CTimeFields::CTimeFields(Type type)
 {
-    if (type == TypeLocal)
-        m_zone = localZoneAt(CTime(0));
+    m_isLocal = type == TypeLocal;
+    followLocalZone();
 }
 
 CTimeFields::CTimeFields(const CTime& time, int type)
@@ -53,22 +56,20 @@ CTimeFields::CTimeFields(const CTime& time, int type)
     if (!time.isSet())
         throw CError("An unset time has no calendar fields.");
     m_zone = type == TypeLocal ? localZoneAt(time) : 0;
-    setFromUTC(CTime(time.getMicroseconds() + 60 * microsecondsPerSecond * m_zone));
-}
-
-void CTimeFields::setFromUTC(const CTime& time)
-{
-    const sys_time<microseconds> point{microseconds(time.getMicroseconds())};
+    const long long east = 60 * microsecondsPerSecond * m_zone;
+    // Before the conversion, whose years are too small for far times.
+    if (!isWithin(time.getMicroseconds(), firstMicrosecond - east, lastMicrosecond - east))
+        throw CError("The time of " + toString(time.getMicroseconds())
+            + " microseconds since 1970 is not within the years 0 to 9999.");
+    const sys_time<microseconds> point{microseconds(time.getMicroseconds() + east)};
     const auto midnight = floor<days>(point);
     const year_month_day date(midnight);
     const hh_mm_ss clock(point - midnight);
-    if (!isWithin(static_cast<int>(date.year()), 0, 9999))
-        throw CError("The time of " + toString(time.getMicroseconds())
-            + " microseconds since 1970 is not within the years 0 to 9999.");
     setDate(static_cast<int>(date.year()), static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
         static_cast<int>(weekday(midnight).c_encoding()));
     setTime(clock.hours().count(), clock.minutes().count(), clock.seconds().count());
     m_fraction = static_cast<double>(clock.subseconds().count()) / microsecondsPerSecond;
+    m_isLocal = type == TypeLocal; // not before: an hour that the zone has twice has kept its own offset
 }
 
 void CTimeFields::setDate(long long year, long long month, long long day, int weekDay)
@@ -77,6 +78,7 @@ void CTimeFields::setDate(long long year, long long month, long long day, int we
     m_month = month;
     m_day = day;
     m_weekDay = weekDay;
+    followLocalZone();
 }
 
 void CTimeFields::setTime(long long hour, long long minute, long long second)
@@ -84,23 +86,49 @@ void CTimeFields::setTime(long long hour, long long minute, long long second)
     m_hour = hour;
     m_minute = minute;
     m_second = second;
+    followLocalZone();
+}
+
+// Of a time that the zone has twice, or not at all, the C library takes one.
+void CTimeFields::followLocalZone()
+{
+    if (!m_isLocal || !isDateAndTime())
+        return;
+    std::tm fields{};
+    fields.tm_year = static_cast<int>(m_year) - 1900;
+    fields.tm_mon = static_cast<int>(m_month) - 1;
+    fields.tm_mday = static_cast<int>(m_day);
+    fields.tm_hour = static_cast<int>(m_hour);
+    fields.tm_min = static_cast<int>(m_minute);
+    fields.tm_sec = static_cast<int>(m_second);
+    fields.tm_isdst = -1;
+    std::mktime(&fields);
+    m_zone = static_cast<int>(fields.tm_gmtoff / 60);
+}
+
+bool CTimeFields::isDate() const
+{
+    return isWithin(m_year, 0, 9999) && isWithin(m_month, 1, 12) && isWithin(m_day, 1, 31)
+        && dateOf(m_year, m_month, m_day).ok();
+}
+
+bool CTimeFields::isDateAndTime() const
+{
+    return isDate() && isWithin(m_hour, 0, 23) && isWithin(m_minute, 0, 59) && isWithin(m_second, 0, 60);
 }
 
 int CTimeFields::getWeekDay() const
 {
     if (m_weekDay >= 0)
         return m_weekDay;
-    if (!isWithin(m_year, 0, 9999) || !isWithin(m_month, 1, 12) || !isWithin(m_day, 1, 31))
+    if (!isDate())
         throwInvalid();
     return static_cast<int>(weekday(sys_days(dateOf(m_year, m_month, m_day))).c_encoding());
 }
 
 CTime CTimeFields::toTime() const
 {
-    const bool valid = isWithin(m_year, 0, 9999) && isWithin(m_month, 1, 12) && isWithin(m_day, 1, 31)
-        && dateOf(m_year, m_month, m_day).ok() && isWithin(m_hour, 0, 23) && isWithin(m_minute, 0, 59)
-        && isWithin(m_second, 0, 60) && m_fraction >= 0 && m_fraction < 1;
-    if (!valid)
+    if (!isDateAndTime() || m_fraction < 0 || m_fraction >= 1 || std::isnan(m_fraction))
         throwInvalid();
     const sys_days midnight(dateOf(m_year, m_month, m_day));
     const auto time = midnight + hours(m_hour) + minutes(m_minute - m_zone) + seconds(m_second);
@@ -134,6 +162,8 @@ String CTimeFields::getInternetTimeZoneString(int zone, const String& utcText)
 {
     if (zone == 0)
         return utcText;
+    if (!isWithin(zone, -largestZone, largestZone))
+        throw CInvalidArgError("no zone: " + toString(zone), "CTimeFields::getInternetTimeZoneString");
     const int size = std::abs(zone);
     return CStringFormat("%c%02d%02d", zone < 0 ? '-' : '+', size / 60, size % 60);
 }

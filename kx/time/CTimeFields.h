@@ -10,7 +10,7 @@ namespace kx {
 class KX_EXPORT CTimeFields {
 public:
     enum Type : int {
-        TypeLocal = 0, ///< the zone of the process (TZ), at the time in question
+        TypeLocal = 0, ///< the zone of the process (TZ), at the time in question: it follows setDate() and setTime()
         TypeUTC = 1
     };
 
@@ -31,8 +31,12 @@ public:
     /// The part of the second after its start: 0 or more and less than 1. Kept to the microsecond.
     void setFractSecond(double fraction) { m_fraction = fraction; }
 
-    /// Minutes east of UTC.
-    void setZone(int minutes) { m_zone = minutes; }
+    /// Minutes east of UTC. Fields of the type TypeLocal are in this zone from now on.
+    void setZone(int minutes)
+    {
+        m_zone = minutes;
+        m_isLocal = false;
+    }
 
     long long getYear() const noexcept { return m_year; }
     long long getMonth() const noexcept { return m_month; }
@@ -44,7 +48,7 @@ public:
     int getZone() const noexcept { return m_zone; }
 
     /// 0 (Sunday) to 6.
-    /// @throws CError when it is neither known nor can be worked out
+    /// @throws CError when it is unknown and the date is none of the calendar
     int getWeekDay() const;
 
     /// @throws CError naming the fields when they are no date and time of the calendar
@@ -61,11 +65,15 @@ public:
     static String getEnglishMonthAbbrev(long long month);
 
     /// A zone as in RFC 5322 section 3.3: "+0130" for 90 minutes east of UTC; `utcText` for UTC itself.
+    /// @param zone -5999 to 5999 minutes, which are "-9959" and "+9959"
+    /// @throws CInvalidArgError for anything else
     static String getInternetTimeZoneString(int zone, const String& utcText);
 
 private:
     [[noreturn]] void throwInvalid() const;
-    void setFromUTC(const CTime& time);
+    bool isDate() const;
+    bool isDateAndTime() const;
+    void followLocalZone();
 
     long long m_year = 1970;
     long long m_month = 1;
@@ -76,6 +84,7 @@ private:
     long long m_second = 0;
     double m_fraction = 0;
     int m_zone = 0;
+    bool m_isLocal = false;
 };
 
 } // namespace kx

@@ -2,12 +2,16 @@
 
 #include "kx/base/CError.h"
 #include "kx/base/CInvalidArgError.h"
+#include "kx/text/numbers.h"
 #include "kx/time/CTimeSpan.h"
+#include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <ctime>
+#include <limits>
+#include <string>
 
 namespace {
 
@@ -133,6 +137,16 @@ TEST(CTimeFieldsTest, refusesTimesOutsideTheYears0To9999)
     EXPECT_THROW(kx::CTimeFields(kx::CTime(253402300800 * second)), kx::CError);
 }
 
+TEST(CTimeFieldsTest, refusesEveryTimeOfAFarYear)
+{
+    for (const long long far : {2'068'935'904'000 * second, // the year 67536, 0 in 16 bits and more
+             -2'130'000'000'000 * second, std::numeric_limits<long long>::max(),
+             std::numeric_limits<long long>::min() + 1}) {
+        for (const int type : {kx::CTimeFields::TypeUTC, kx::CTimeFields::TypeLocal})
+            EXPECT_THROW(kx::CTimeFields(kx::CTime(far), type), kx::CError) << far;
+    }
+}
+
 TEST(CTimeFieldsTest, refusesAnUnsetTime)
 {
     EXPECT_THROW(kx::CTimeFields{kx::CTime()}, kx::CError);
@@ -147,7 +161,14 @@ TEST(CTimeFieldsTest, prefersTheWeekDayItIsGiven)
 
 TEST(CTimeFieldsTest, hasNoWeekDayForADateThatIsNone)
 {
+    EXPECT_THROW(fieldsOf(2020, 0, 1).getWeekDay(), kx::CError);
     EXPECT_THROW(fieldsOf(2020, 13, 1).getWeekDay(), kx::CError);
+    EXPECT_THROW(fieldsOf(2020, 1, 0).getWeekDay(), kx::CError);
+    EXPECT_THROW(fieldsOf(2020, 1, 32).getWeekDay(), kx::CError);
+    EXPECT_THROW(fieldsOf(2023, 2, 29).getWeekDay(), kx::CError);
+    EXPECT_THROW(fieldsOf(2024, 2, 30).getWeekDay(), kx::CError);
+    EXPECT_THROW(fieldsOf(-1, 1, 1).getWeekDay(), kx::CError);
+    EXPECT_THROW(fieldsOf(10000, 1, 1).getWeekDay(), kx::CError);
 }
 
 TEST(CTimeFieldsTest, countsItsZone)
@@ -196,6 +217,71 @@ TEST_F(CLocalTimeTest, hasTheZoneOfItsTime)
     EXPECT_EQ(kx::CTimeFields(fieldsOf(2024, 1, 1).toTime(), kx::CTimeFields::TypeLocal).getZone(), 60);
 }
 
+TEST_F(CLocalTimeTest, hasTheZoneOfTheDateThatIsSet)
+{
+    setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+    kx::CTimeFields fields(kx::CTimeFields::TypeLocal);
+    fields.setDate(2024, 7, 1);
+    EXPECT_EQ(fields.getZone(), 120);
+    fields.setTime(12, 0, 0);
+    EXPECT_EQ(fields.toTime(), fieldsOf(2024, 7, 1, 10).toTime());
+    fields.setDate(2024, 1, 1);
+    EXPECT_EQ(fields.toTime(), fieldsOf(2024, 1, 1, 11).toTime());
+}
+
+TEST_F(CLocalTimeTest, hasTheZoneOfTheTimeOfDayThatIsSet)
+{
+    setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+    kx::CTimeFields fields(kx::CTimeFields::TypeLocal);
+    fields.setDate(2024, 3, 31);
+    EXPECT_EQ(fields.getZone(), 60);
+    fields.setTime(3, 0, 0);
+    EXPECT_EQ(fields.getZone(), 120);
+}
+
+TEST_F(CLocalTimeTest, isFollowedFromATimeOn)
+{
+    setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+    kx::CTimeFields fields(fieldsOf(2024, 7, 1).toTime(), kx::CTimeFields::TypeLocal);
+    fields.setDate(2024, 1, 1);
+    EXPECT_EQ(fields.getZone(), 60);
+}
+
+TEST_F(CLocalTimeTest, isLeftByAZoneOfItsOwn)
+{
+    setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+    kx::CTimeFields fields(kx::CTimeFields::TypeLocal);
+    fields.setZone(-300);
+    fields.setDate(2024, 7, 1);
+    EXPECT_EQ(fields.getZone(), -300);
+}
+
+// The first and the second time that it is half past two in the night of the change.
+TEST_F(CLocalTimeTest, keepsTheZoneOfAnHourThatIsThereTwice)
+{
+    setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+    for (const long long hour : {0, 1}) {
+        const kx::CTime time = fieldsOf(2024, 10, 27, hour, 30).toTime();
+        EXPECT_EQ(kx::CTimeFields(time, kx::CTimeFields::TypeLocal).toTime(), time) << hour;
+    }
+}
+
+TEST_F(CLocalTimeTest, staysAsItIsForADateThatIsNone)
+{
+    kx::CTimeFields fields(kx::CTimeFields::TypeLocal);
+    setZone("EST5");
+    fields.setDate(2024, 13, 1);
+    EXPECT_EQ(fields.getZone(), 330);
+    EXPECT_THROW(fields.toTime(), kx::CError);
+}
+
+TEST_F(CLocalTimeTest, endsWithTheLocalYear9999)
+{
+    const kx::CTime last((253402300799 - 5 * 3600 - 1800) * second);
+    EXPECT_EQ(kx::CTimeFields(last, kx::CTimeFields::TypeLocal).getYear(), 9999);
+    EXPECT_THROW(kx::CTimeFields(kx::CTime(last.getMicroseconds() + second), kx::CTimeFields::TypeLocal), kx::CError);
+}
+
 TEST_F(CLocalTimeTest, isNotUsedByDefault)
 {
     EXPECT_EQ(kx::CTimeFields(kx::CTime(0)).getHour(), 0);
@@ -204,10 +290,14 @@ TEST_F(CLocalTimeTest, isNotUsedByDefault)
 
 TEST(CTimeFieldsTest, knowsTheEnglishAbbreviations)
 {
-    EXPECT_EQ(kx::CTimeFields::getEnglishWeekDayAbbrev(0), "Sun");
-    EXPECT_EQ(kx::CTimeFields::getEnglishWeekDayAbbrev(6), "Sat");
-    EXPECT_EQ(kx::CTimeFields::getEnglishMonthAbbrev(1), "Jan");
-    EXPECT_EQ(kx::CTimeFields::getEnglishMonthAbbrev(12), "Dec");
+    std::string days;
+    for (int day = 0; day <= 6; ++day)
+        days += kx::CTimeFields::getEnglishWeekDayAbbrev(day).toUTF8() + " ";
+    EXPECT_EQ(days, "Sun Mon Tue Wed Thu Fri Sat ");
+    std::string months;
+    for (int month = 1; month <= 12; ++month)
+        months += kx::CTimeFields::getEnglishMonthAbbrev(month).toUTF8() + " ";
+    EXPECT_EQ(months, "Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec ");
 }
 
 TEST(CTimeFieldsTest, knowsNoFurtherDaysAndMonths)
@@ -223,6 +313,22 @@ TEST(CTimeFieldsTest, writesZones)
     EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(0, "+0000"), "+0000");
     EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(90, "+0000"), "+0130");
     EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(-210, "+0000"), "-0330");
+    EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(5999, "+0000"), "+9959");
+    EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(-5999, "+0000"), "-9959");
+}
+
+TEST(CTimeFieldsTest, writesUTCAsItIsTold)
+{
+    EXPECT_EQ(kx::CTimeFields::getInternetTimeZoneString(0, "GMT"), "GMT");
+}
+
+TEST(CTimeFieldsTest, writesNoZoneThatFourDigitsCannotSay)
+{
+    for (const int zone : {6000, -6000, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+        EXPECT_EQ(support::messageOf([zone] { kx::CTimeFields::getInternetTimeZoneString(zone, "+0000"); }),
+            "Invalid argument passed to 'CTimeFields::getInternetTimeZoneString': no zone: " + kx::toString(zone)
+                + ".");
+    }
 }
 
 TEST(CTimeTest, isUnsetByDefault)
@@ -234,11 +340,15 @@ TEST(CTimeTest, isUnsetByDefault)
 
 TEST(CTimeTest, nowIsTheSystemsClock)
 {
-    const auto before = static_cast<long long>(std::time(nullptr));
-    const long long now = kx::CTime::now().getMicroseconds() / second;
-    const auto after = static_cast<long long>(std::time(nullptr));
-    EXPECT_GE(now, before - 1);
-    EXPECT_LE(now, after + 1);
+    const auto microseconds = [] {
+        timespec time{};
+        clock_gettime(CLOCK_REALTIME, &time);
+        return time.tv_sec * second + time.tv_nsec / 1000;
+    };
+    const long long before = microseconds();
+    const long long now = kx::CTime::now().getMicroseconds();
+    EXPECT_GE(now, before);
+    EXPECT_LE(now, microseconds());
 }
 
 TEST(CTimeSpanTest, isMadeFromItsUnits)
