@@ -6,9 +6,11 @@ namespace kx {
 
 namespace {
 
-// what() has no declared encoding. Text that is not UTF-8 is read byte by byte rather than lost.
-String textOf(std::string_view what)
+// what() has no declared encoding. Text that is not UTF-8 is read byte by byte rather than lost; null, which nothing forbids
+// to a class of the application, is no text.
+String textOf(const char* text)
 {
+    const std::string_view what = text ? text : "";
     try {
         return String::fromUTF8(what);
     } catch (const CError&) {

@@ -116,6 +116,15 @@ TEST(CStdExceptionErrorTest, readsTextThatIsNotUTF8ByteByByte)
     EXPECT_EQ(kx::CStdExceptionError(std::runtime_error("gr\xFCn")).getMessage(), L"gr\u00FCn");
 }
 
+TEST(CStdExceptionErrorTest, saysNothingForAnExceptionThatSaysNothing)
+{
+    class CSilentException : public std::exception {
+    public:
+        const char* what() const noexcept override { return nullptr; }
+    };
+    EXPECT_EQ(kx::CStdExceptionError(CSilentException()).getMessage(), "");
+}
+
 TEST(CStdExceptionErrorTest, clonesWhatIsAnErrorAlready)
 {
     const auto error = kx::CStdExceptionError::exceptionToError(kx::CInvalidArgError("d", "f"));
