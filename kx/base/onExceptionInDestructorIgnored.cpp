@@ -14,7 +14,7 @@ void onExceptionInDestructorIgnored(const char* className, const std::exception&
             logError(exception, text, "");
         else
             logWarning(exception, text, "");
-    } catch (const std::exception&) {
+    } catch (...) {
         // Not even the log works (out of memory, or a log handler that throws): say what needs no allocation.
         std::fputs("Exception in a destructor (ignored); it could not be logged.\n", stderr);
     }

@@ -6,7 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <exception>
+#include <memory>
 #include <optional>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -42,6 +47,85 @@ TEST(LogTest, writesToStandardErrorByDefault)
     kx::logErrorData("text", "Answer", "data");
     EXPECT_EQ(
         testing::internal::GetCapturedStderr(), "warning: gr\xC3\xBCn [context]: bad\nerror: text\nAnswer: data\n");
+}
+
+std::string writtenByDefault(const std::exception& error, const kx::String& text, const kx::String& context)
+{
+    testing::internal::CaptureStderr();
+    kx::logError(error, text, context);
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST(LogTest, writesNoTextThatLooksLikeAnEntryOfItsOwn)
+{
+    EXPECT_EQ(writtenByDefault(kx::CError("a\nerror: b"), "c\nerror: d", "e\r\nerror: f"),
+        "error: c\n    error: d [e\n    error: f]: a\n    error: b\n");
+}
+
+TEST(LogTest, writesNoAttachedDataThatLooksLikeAnEntryOfItsOwn)
+{
+    testing::internal::CaptureStderr();
+    kx::logErrorData("text", "Answer\nerror: a", "one\r\nerror: two\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: text\nAnswer\n    error: a: one\n    error: two\n    \n");
+}
+
+TEST(LogTest, writesControlCharactersAsTheirCodes)
+{
+    EXPECT_EQ(writtenByDefault(kx::CError("x"), L"a\tb\x1B[2J\rc\x7F\x01 \u00FC~", ""),
+        "error: a\tb\\x1B[2J\\x0Dc\\x7F\\x01 \xC3\xBC~: x\n");
+}
+
+class CSilentException : public std::exception {
+public:
+    const char* what() const noexcept override { return nullptr; }
+};
+
+TEST(LogTest, writesNothingOfAnErrorThatSaysNothing)
+{
+    EXPECT_EQ(writtenByDefault(CSilentException(), "text", ""), "error: text\n");
+}
+
+TEST(LogTest, isToldItsHandlerWhileOthersLog)
+{
+    std::atomic<int> entries{0};
+    std::vector<std::thread> threads;
+    kx::setLogHandler([&entries](const kx::CLogEntry&) { ++entries; });
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int round = 0; round < 1000; ++round)
+                kx::logInfo("text");
+        });
+    }
+    for (int round = 0; round < 1000; ++round)
+        kx::setLogHandler([&entries](const kx::CLogEntry&) { ++entries; });
+    for (std::thread& thread : threads)
+        thread.join();
+    kx::setLogHandler({});
+    EXPECT_EQ(entries, 4000);
+}
+
+// The old handler goes with what it holds, which may log.
+TEST(LogTest, mayBeUsedByWhatAHandlerHolds)
+{
+    Lines lines;
+    struct CLastWords {
+        ~CLastWords() { kx::logInfo("the end"); }
+    };
+    kx::setLogHandler([held = std::make_shared<CLastWords>()](const kx::CLogEntry&) {});
+    kx::setLogHandler([&lines](const kx::CLogEntry& entry) { lines.push_back(entry.text.toUTF8()); });
+    kx::setLogHandler({});
+    EXPECT_EQ(lines, Lines{"the end"});
+}
+
+TEST(LogTest, saysQuietlyThatAHandlerThrewWhatIsNoException)
+{
+    kx::setLogHandler([](const kx::CLogEntry&) { throw 1; });
+    testing::internal::CaptureStderr();
+    kx::logErrorQuietly(kx::CError("bad"), "text");
+    kx::onExceptionInDestructorIgnored("norla::CThing", kx::CError("bad"), true);
+    kx::setLogHandler({});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        "An error could not be logged.\nException in a destructor (ignored); it could not be logged.\n");
 }
 
 TEST(LogTest, goesBackToTheDefault)
