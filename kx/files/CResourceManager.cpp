@@ -1,5 +1,7 @@
 #include "kx/files/CResourceManager.h"
 
+#include "kx/base/CInvalidArgError.h"
+
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -25,6 +27,13 @@ CResourceManager::Path pathOfThisProgram()
     std::error_code error;
     const auto path = std::filesystem::read_symlink("/proc/self/exe", error);
     return error ? CResourceManager::Path() : CResourceManager::Path::fromBytes(withoutDeletedMark(path.native()));
+}
+
+// The system would take the part before it for the whole name.
+void requireWithoutZero(const CResourceManager::Path& path, const char* function)
+{
+    if (path.toString().find(L'\0') != String::npos)
+        throw CInvalidArgError("zero character in the path '" + path.toString() + "'", String::fromLatin1(function));
 }
 
 bool isFile(const CResourceManager::Path& path)
@@ -58,21 +67,36 @@ CResourceManager::~CResourceManager() = default;
 
 void CResourceManager::addResourceFolder(const Path& folder)
 {
+    constexpr auto function = "CResourceManager::addResourceFolder";
+    requireWithoutZero(folder, function);
+    if (!folder.isAbsolute())
+        throw CInvalidArgError("not an absolute path: '" + folder.toString() + "'", String::fromLatin1(function));
     const CMutexLock lock(m_mutex);
     m_folders.push_back(folder);
 }
 
-CResourceManager::Path CResourceManager::findResource(const Path& relativePath) const
+TArray<CResourceManager::Path> CResourceManager::folders() const
 {
-    TArray<Path> folders;
+    TArray<Path> all;
     {
         const CMutexLock lock(m_mutex);
-        folders = m_folders;
+        all = m_folders;
     }
+    if (!m_executable.isAbsolute()) // or the working directory would say where its resources are
+        return all;
     const Path home = (m_executable / "..").toNormalized(true, Path());
-    folders.push_back(home / "resources");
-    folders.push_back((home / ".." / "share" / m_executable.getFileName()).toNormalized(true, Path()));
-    for (const Path& folder : folders) {
+    all.push_back(home / "resources");
+    all.push_back((home / ".." / "share" / m_executable.getFileName()).toNormalized(true, Path()));
+    return all;
+}
+
+CResourceManager::Path CResourceManager::findResource(const Path& relativePath) const
+{
+    constexpr auto function = "CResourceManager::findResource";
+    requireWithoutZero(relativePath, function);
+    if (relativePath.isAbsolute())
+        throw CInvalidArgError("not a relative path: '" + relativePath.toString() + "'", String::fromLatin1(function));
+    for (const Path& folder : folders()) {
         Path candidate = folder / relativePath;
         if (isFile(candidate))
             return candidate;

@@ -23,17 +23,23 @@ public:
     static TSafeGlobalPointer<CResourceManager>& get();
     static CSafeGlobalGuard& globalInstanceGuard();
 
-    /// @param executable path of the program that the resources belong to
+    /// @param executable path of the program that the resources belong to; one that is not absolute, as the empty one, counts as
+    /// unknown: nothing is looked for beside it then
     explicit CResourceManager(const Path& executable);
     ~CResourceManager() override;
 
+    /// @throws CInvalidArgError for a folder that is not absolute (it would be another one in each working directory) or
+    /// whose path has a zero character
     void addResourceFolder(const Path& folder);
 
     /// The whole path of the first such file; empty when there is none.
     /// @param relativePath such as "norla/ca-bundle.crt"
+    /// @throws CInvalidArgError for an absolute path, and for one with a zero character
     Path findResource(const Path& relativePath) const;
 
 private:
+    TArray<Path> folders() const;
+
     const Path m_executable;
     mutable CMutex m_mutex; // guards the folders
     TArray<Path> m_folders;

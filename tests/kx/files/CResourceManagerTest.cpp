@@ -1,11 +1,14 @@
 #include "kx/files/CResourceManager.h"
 
+#include "kx/base/CInvalidArgError.h"
 #include "tests/support/CProcessRun.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -63,6 +66,83 @@ TEST_F(CResourceManagerTest, doesNotTakeAFolderForAFile)
     make("bin/resources/a.txt/inner");
     EXPECT_EQ(find("a.txt"), "");
 }
+
+TEST_F(CResourceManagerTest, refusesAnAbsoluteName)
+{
+    const auto file = make("bin/resources/a.txt");
+    EXPECT_EQ(support::messageOf([&] { find(Path::fromBytes(file.native())); }),
+        "Invalid argument passed to 'CResourceManager::findResource': not a relative path: '"
+            + Path::fromBytes(file.native()).toString() + "'.");
+}
+
+TEST_F(CResourceManagerTest, refusesANameWithAZeroCharacter)
+{
+    make("bin/resources/a.txt");
+    const kx::String name(std::wstring(L"a.txt\0.crt", 10));
+    EXPECT_EQ(support::messageOf([&] { find(name); }),
+        "Invalid argument passed to 'CResourceManager::findResource': zero character in the path '" + name + "'.");
+}
+
+TEST_F(CResourceManagerTest, refusesAFolderThatTheWorkingDirectoryDecides)
+{
+    EXPECT_EQ(support::messageOf([this] { m_resources.addResourceFolder("resources"); }),
+        "Invalid argument passed to 'CResourceManager::addResourceFolder': not an absolute path: 'resources'.");
+    EXPECT_THROW(m_resources.addResourceFolder(Path()), kx::CInvalidArgError);
+}
+
+TEST_F(CResourceManagerTest, refusesAFolderWithAZeroCharacter)
+{
+    const kx::String name(std::wstring(L"/a\0b", 4));
+    EXPECT_EQ(support::messageOf([&] { m_resources.addResourceFolder(name); }),
+        "Invalid argument passed to 'CResourceManager::addResourceFolder': zero character in the path '" + name + "'.");
+}
+
+struct CUnknownProgramRow {
+    const char* name;
+    Path program;
+    const char* file; // where a resource would be, from the working directory
+};
+
+class CUnknownProgramTest : public testing::TestWithParam<CUnknownProgramRow> {
+protected:
+    CUnknownProgramTest() { std::filesystem::current_path(makeFolder(m_folder.path() / "work")); }
+    ~CUnknownProgramTest() override { std::filesystem::current_path(m_before); }
+
+    static std::filesystem::path makeFolder(const std::filesystem::path& folder)
+    {
+        std::filesystem::create_directories(folder);
+        return folder;
+    }
+
+    const std::filesystem::path m_before = std::filesystem::current_path();
+    const support::CTemporaryFolder m_folder;
+};
+
+TEST_P(CUnknownProgramTest, hasNoResourcesOfTheWorkingDirectory)
+{
+    const std::filesystem::path file = std::filesystem::path(GetParam().file);
+    makeFolder(file.parent_path());
+    std::ofstream(file) << "content";
+    EXPECT_EQ(kx::CResourceManager(GetParam().program).findResource("a.txt"), Path());
+}
+
+TEST_P(CUnknownProgramTest, hasTheResourcesOfTheFoldersThatWereAdded)
+{
+    std::ofstream("a.txt") << "content";
+    const auto folder = std::filesystem::current_path();
+    kx::CResourceManager resources(GetParam().program);
+    resources.addResourceFolder(Path::fromBytes(folder.native()));
+    EXPECT_EQ(resources.findResource("a.txt").toBytes(), (folder / "a.txt").native());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CUnknownProgramTest,
+    testing::ValuesIn(std::vector<CUnknownProgramRow>{
+        {"empty", "", "../resources/a.txt"},
+        {"emptyAndShared", "", "../../share/a.txt"},
+        {"relative", "bin/program", "bin/resources/a.txt"},
+        {"inTheWorkingDirectory", "program", "resources/a.txt"},
+    }),
+    [](const testing::TestParamInfo<CUnknownProgramRow>& row) { return row.param.name; });
 
 TEST_F(CResourceManagerTest, hasOneInstanceForTheProcess)
 {
