@@ -1,6 +1,7 @@
 #include "sela/CDigest.h"
 
 #include "kx/base/CError.h"
+#include "sela/CErrorMark.h"
 
 #include <openssl/evp.h>
 
@@ -25,17 +26,24 @@ CDigest::~CDigest() = default;
 
 void CDigest::reset()
 {
+    const CErrorMark mark;
     m_length = 0;
-    check(EVP_DigestInit_ex(m_context.get(), EVP_get_digestbyname(m_algorithm), nullptr));
+    check(EVP_DigestInit_ex(m_context.get(), EVP_get_digestbyname(m_algorithm.c_str()), nullptr));
 }
 
 void CDigest::update(const void* data, size_t size)
 {
+    if (m_length > 0)
+        throw kx::CError("The " + kx::String::fromLatin1(m_algorithm) + " digest is finished and takes no more bytes.");
+    const CErrorMark mark;
     check(EVP_DigestUpdate(m_context.get(), data, size));
 }
 
 void CDigest::finish()
 {
+    if (m_length > 0)
+        return; // OpenSSL would overwrite it
+    const CErrorMark mark;
     unsigned int length = 0;
     check(EVP_DigestFinal_ex(m_context.get(), m_bytes.data(), &length));
     m_length = length;

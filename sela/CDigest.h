@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <string>
 
 struct evp_md_ctx_st; // OpenSSL's EVP_MD_CTX
 
@@ -23,9 +24,11 @@ public:
 
     /// Starts anew.
     void reset();
+
+    /// @throws kx::CError after finish(), until the next reset()
     void update(const void* data, size_t size);
 
-    /// Ends the digest; afterwards getBytes() holds it until the next reset().
+    /// Ends the digest; afterwards getBytes() holds it until the next reset(). Once more changes nothing.
     void finish();
 
     /// In bytes; 0 before finish().
@@ -39,7 +42,7 @@ private:
 
     void check(int result) const;
 
-    const char* const m_algorithm;
+    const std::string m_algorithm;
     std::unique_ptr<evp_md_ctx_st, CFree> m_context;
     std::array<unsigned char, 64> m_bytes{}; // EVP_MAX_MD_SIZE
     size_t m_length = 0;

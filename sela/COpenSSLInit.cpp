@@ -1,5 +1,7 @@
 #include "sela/COpenSSLInit.h"
 
+#include "sela/CErrorMark.h"
+
 #include <openssl/crypto.h>
 #include <openssl/ssl.h>
 
@@ -30,6 +32,7 @@ kx::CSafeGlobalGuard& COpenSSLInit::CThreadStuff::globalInstanceGuard()
 
 COpenSSLInit::CThreadStuff::CThreadStuff()
 {
+    const CErrorMark mark;
     if (OPENSSL_init_ssl(0, nullptr) != 1)
         throw kx::CError("Construction of static object has failed.");
 }

@@ -1,9 +1,12 @@
 #include "kx/base/CError.h"
 #include "kx/text/hex.h"
 #include "sela/CDigestType_MD5.h"
+#include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
+#include <openssl/err.h>
 
+#include <string>
 #include <string_view>
 
 namespace {
@@ -62,6 +65,52 @@ TEST(CDigestTest, startsAnewAfterReset)
     digest->update("abc", 3);
     digest->finish();
     EXPECT_EQ(valueOf(*digest), md5("abc"));
+}
+
+TEST(CDigestTest, isFinishedOnce)
+{
+    const auto digest = sela::CDigestType_MD5::createDigest();
+    digest->update("abc", 3);
+    digest->finish();
+    digest->finish();
+    EXPECT_EQ(valueOf(*digest), md5("abc"));
+}
+
+TEST(CDigestTest, takesNoMoreBytesOnceItIsFinished)
+{
+    const auto digest = sela::CDigestType_MD5::createDigest();
+    digest->update("abc", 3);
+    digest->finish();
+    EXPECT_EQ(support::messageOf([&digest] { digest->update("d", 1); }),
+        "The MD5 digest is finished and takes no more bytes.");
+    EXPECT_EQ(valueOf(*digest), md5("abc"));
+}
+
+TEST(CDigestTest, keepsTheNameOfItsAlgorithm)
+{
+    std::string name = "MD5";
+    const auto digest = kx::newObj<sela::CDigest>(name.c_str());
+    name = "SHA1";
+    digest->reset();
+    digest->update("abc", 3);
+    digest->finish();
+    EXPECT_EQ(valueOf(*digest), md5("abc"));
+}
+
+TEST(CDigestTest, leavesNoErrorForOthers)
+{
+    ERR_clear_error();
+    EXPECT_THROW(kx::newObj<sela::CDigest>("MD0"), kx::CError);
+    EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
+TEST(CDigestTest, leavesTheErrorsOfOthers)
+{
+    ERR_clear_error();
+    ERR_raise(ERR_LIB_USER, ERR_R_INTERNAL_ERROR);
+    EXPECT_THROW(kx::newObj<sela::CDigest>("MD0"), kx::CError);
+    EXPECT_NE(ERR_get_error(), 0u);
+    EXPECT_EQ(ERR_peek_error(), 0u);
 }
 
 TEST(CDigestTest, namesAnUnknownAlgorithm)

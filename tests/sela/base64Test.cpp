@@ -30,6 +30,8 @@ TEST(Base64Test, usesTheStandardAlphabet)
 TEST(Base64Test, leavesOutThePaddingWhenAskedTo)
 {
     EXPECT_EQ(encoded("f", false), "Zg");
+    EXPECT_EQ(encoded("fo", false), "Zm8");
+    EXPECT_EQ(encoded("foob", false), "Zm9vYg");
     EXPECT_EQ(encoded("foo", false), "Zm9v");
     EXPECT_EQ(encoded("", false), "");
 }
@@ -41,6 +43,12 @@ TEST(Base64Test, breaksLinesAfter76Characters)
     EXPECT_EQ(encoded(std::string(57, 'x'), true, true), line);
     EXPECT_EQ(encoded(std::string(58, 'x'), true, true), line + "\r\neA==");
     EXPECT_EQ(encoded(std::string(114, 'x'), true, true), line + "\r\n" + line);
+}
+
+TEST(Base64Test, breaksLinesWithoutPadding)
+{
+    const kx::String line = encoded(std::string(57, 'x'));
+    EXPECT_EQ(encoded(std::string(58, 'x'), false, true), line + "\r\neA");
 }
 
 TEST(Base64Test, joinsLongTextsWithoutBreaks)

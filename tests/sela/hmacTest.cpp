@@ -50,6 +50,16 @@ TEST(HMACTest, takesNullForAnEmptyKeyAndMessage)
     EXPECT_EQ(kx::hexEncode({reinterpret_cast<const char*>(result.getData()), result.getSize()}), hmac("", ""));
 }
 
+TEST(HMACTest, takesAMessageAndAKeyThatLieInItsBuffer)
+{
+    kx::TBuffer<unsigned char> buffer;
+    const std::string bytes = "keymessage";
+    buffer.append(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    sela::calcHMAC_SHA1(buffer, buffer.getData() + 3, 7, buffer.getData(), 3);
+    EXPECT_EQ(
+        kx::hexEncode({reinterpret_cast<const char*>(buffer.getData()), buffer.getSize()}), hmac("key", "message"));
+}
+
 TEST(HMACTest, replacesWhatTheBufferHeld)
 {
     kx::TBuffer<unsigned char> result(size_t{100});
