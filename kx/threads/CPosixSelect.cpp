@@ -13,8 +13,13 @@ int CPosixSelect::select(int descriptorCount, fd_set* readable, fd_set* writable
     const int ready = ::select(descriptorCount, readable, writable, exceptional, timeoutMs < 0 ? nullptr : &limit);
     if (ready >= 0)
         return ready;
-    if (errno == EINTR)
+    if (errno == EINTR) {
+        for (fd_set* const set : {readable, writable, exceptional}) {
+            if (set)
+                FD_ZERO(set);
+        }
         return 0;
+    }
     throw CError("Waiting for descriptors has failed: " + systemErrorText(errno) + ".");
 }
 

@@ -1,11 +1,13 @@
 #include "kx/threads/CPosixSelect.h"
 
 #include "kx/base/CError.h"
+#include "tests/support/loopback.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -58,8 +60,53 @@ TEST_F(CPosixSelectTest, answersNothingWhenASignalComesInBetween)
     sigaction(SIGALRM, &action, &previous);
     const itimerval soon{{0, 0}, {0, 20'000}};
     setitimer(ITIMER_REAL, &soon, nullptr);
-    EXPECT_EQ(selectReadable(-1), 0);
+    FD_ZERO(&m_readable);
+    FD_SET(m_pipe[0], &m_readable);
+    fd_set writable = m_readable;
+    fd_set exceptional = m_readable;
+    EXPECT_EQ(kx::CPosixSelect::select(m_pipe[0] + 1, &m_readable, &writable, &exceptional, -1), 0);
     sigaction(SIGALRM, &previous, nullptr);
+    EXPECT_FALSE(FD_ISSET(m_pipe[0], &m_readable));
+    EXPECT_FALSE(FD_ISSET(m_pipe[0], &writable));
+    EXPECT_FALSE(FD_ISSET(m_pipe[0], &exceptional));
+}
+
+// The signal ends the wait, which would be no wait without the whole seconds.
+TEST_F(CPosixSelectTest, waitsWholeSecondsToo)
+{
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    struct sigaction previous {};
+    sigaction(SIGALRM, &action, &previous);
+    const itimerval soon{{0, 0}, {0, 20'000}};
+    const auto start = std::chrono::steady_clock::now();
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    EXPECT_EQ(selectReadable(60'000), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(15));
+    sigaction(SIGALRM, &previous, nullptr);
+}
+
+TEST_F(CPosixSelectTest, tellsWhatCanBeWritten)
+{
+    fd_set writable;
+    FD_ZERO(&writable);
+    FD_SET(m_pipe[1], &writable);
+    EXPECT_EQ(kx::CPosixSelect::select(m_pipe[1] + 1, nullptr, &writable, nullptr, 0), 1);
+    EXPECT_TRUE(FD_ISSET(m_pipe[1], &writable));
+}
+
+// A TCP connection with urgent data.
+TEST_F(CPosixSelectTest, tellsWhatIsExceptional)
+{
+    const support::CDescriptor listener = support::listenOnLoopback();
+    const support::CDescriptor sender = support::connectToLoopback(support::portOf(listener.get()));
+    const support::CDescriptor receiver(accept(listener.get(), nullptr, nullptr));
+    ASSERT_EQ(send(sender.get(), "x", 1, MSG_OOB), 1);
+    fd_set exceptional;
+    FD_ZERO(&exceptional);
+    FD_SET(receiver.get(), &exceptional);
+    EXPECT_EQ(kx::CPosixSelect::select(receiver.get() + 1, nullptr, nullptr, &exceptional, 10'000), 1);
+    EXPECT_TRUE(FD_ISSET(receiver.get(), &exceptional));
 }
 
 TEST_F(CPosixSelectTest, namesTheReasonForABadDescriptor)
