@@ -2,9 +2,11 @@
 
 #include "kx/base/CError.h"
 #include "kx/base/onExceptionInDestructorIgnored.h"
+#include "kx/base/systemErrorText.h"
 #include "kx/log/log.h"
 
 #include <chrono>
+#include <cstdio>
 #include <exception>
 #include <pthread.h>
 #include <system_error>
@@ -21,6 +23,33 @@ void nameCurrentThread(const String& name)
     shown.resize(std::min(shown.size(), systemNameLimit));
     // Only a name too long could fail; a thread works without one.
     static_cast<void>(pthread_setname_np(pthread_self(), shown.c_str()));
+}
+
+class CUnknownException : public std::exception {
+public:
+    const char* what() const noexcept override { return "something that is no std::exception"; }
+};
+
+void logLeftError(const CThread& thread, const char* text, const std::exception& error) noexcept
+{
+    try {
+        logError(error, String::fromLatin1(text) + " '" + thread.getName() + "'.", "");
+    } catch (...) { // no memory, or a log handler that throws
+        std::fputs("An error of a thread could not be logged.\n", stderr);
+    }
+}
+
+// A thread has nobody to throw at: what was let out would end the process.
+template <typename TStep>
+void runLogged(const CThread& thread, const char* text, TStep step) noexcept
+{
+    try {
+        step();
+    } catch (const std::exception& error) {
+        logLeftError(thread, text, error);
+    } catch (...) {
+        logLeftError(thread, text, CUnknownException());
+    }
 }
 
 } // namespace
@@ -78,7 +107,7 @@ void CThread::start()
         m_thread = std::thread([this] { runGuarded(); });
     } catch (const std::system_error& error) {
         m_alive = false;
-        throw CError("The thread '" + m_name + "' cannot be started: " + String::fromLatin1(error.what()));
+        throw CError("The thread '" + m_name + "' cannot be started: " + systemErrorText(error.code().value()) + ".");
     } catch (...) {
         m_alive = false;
         throw;
@@ -136,17 +165,10 @@ void CThread::onRunFinished()
 
 void CThread::runGuarded() noexcept
 {
-    nameCurrentThread(getName()); // waits for start() to finish, so that the body finds its own ID
-    try {
-        runImpl();
-    } catch (const std::exception& error) {
-        logError(error, "An error has ended the thread '" + getName() + "'.", "");
-    }
-    try {
-        onRunFinished();
-    } catch (const std::exception& error) {
-        logError(error, "An error has left the end of the thread '" + getName() + "'.", "");
-    }
+    // Having the name waits for start() to finish, so that the body finds its own ID.
+    runLogged(*this, "The name of a thread cannot be shown:", [this] { nameCurrentThread(getName()); });
+    runLogged(*this, "An error has ended the thread", [this] { runImpl(); });
+    runLogged(*this, "An error has left the end of the thread", [this] { onRunFinished(); });
     m_alive = false;
 }
 

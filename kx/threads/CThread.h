@@ -64,7 +64,7 @@ public:
     static void sleep(int milliseconds);
 
 protected:
-    /// The body; the default runs the runnable. An error that leaves it ends the thread and is logged.
+    /// The body; the default runs the runnable. What leaves it, of whatever type, ends the thread and is logged.
     virtual void runImpl();
 
     /// Called on the thread after the body has ended, also by an error.

@@ -5,11 +5,16 @@
 #include "kx/threads/CSignal.h"
 #include "kx/threads/globalMutex.h"
 #include "kx/threads/threadYield.h"
+#include "tests/support/CForeignLocale.h"
 #include "tests/support/CLogRecorder.h"
+#include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <pthread.h>
 #include <thread>
@@ -150,6 +155,61 @@ TEST(CThreadTest, canBeStartedAgain)
     EXPECT_EQ(runs, 2);
 }
 
+TEST(CThreadTest, goesOnAfterAnotherStart)
+{
+    std::atomic<bool> mayGoOn{false};
+    CLambdaThread thread([&mayGoOn](CLambdaThread& self) { mayGoOn = self.checkContinue(); });
+    thread.signalStop();
+    thread.start();
+    while (thread.isAlive())
+        kx::threadYield(true);
+    EXPECT_TRUE(mayGoOn);
+}
+
+TEST(CThreadTest, isAskedToStopWithoutBeingWaitedFor)
+{
+    kx::CSignal mayEnd;
+    CLambdaThread thread([&mayEnd](CLambdaThread&) { mayEnd.wait(-1); });
+    thread.start();
+    thread.stop(false);
+    EXPECT_FALSE(thread.checkContinue());
+    EXPECT_TRUE(thread.isAlive());
+    mayEnd.set();
+}
+
+// Starts in the middle of a stop, which is told to it all the same.
+TEST(CThreadTest, isStoppedWhileItStarts)
+{
+    class CStartingAtStop : public kx::CThread {
+    public:
+        ~CStartingAtStop() override { stop(true); }
+
+        void signalStop() override
+        {
+            CThread::signalStop();
+            if (!m_wasStarted.exchange(true))
+                start();
+        }
+
+        std::atomic<bool> m_wasStopped{false};
+
+    protected:
+        void runImpl() override
+        {
+            const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+            while (checkContinue() && std::chrono::steady_clock::now() < limit)
+                kx::threadYield(true);
+            m_wasStopped = !checkContinue();
+        }
+
+    private:
+        std::atomic<bool> m_wasStarted{false};
+    };
+    CStartingAtStop thread;
+    thread.stop(true);
+    EXPECT_TRUE(thread.m_wasStopped);
+}
+
 TEST(CThreadTest, stopsItselfWithoutWaiting)
 {
     CLambdaThread thread([](CLambdaThread& self) { self.stop(true); });
@@ -185,6 +245,86 @@ TEST(CThreadTest, logsTheErrorOfItsEnd)
     thread.stop(true);
     EXPECT_EQ(
         log.lines(), std::vector<std::string>{"error: An error has left the end of the thread 'kx.thread'.: broken"});
+}
+
+TEST(CThreadTest, logsWhatIsNoException)
+{
+    const support::CLogRecorder log;
+    CLambdaThread thread([](CLambdaThread&) { throw 1; });
+    thread.start();
+    thread.stop(true);
+    EXPECT_EQ(log.lines(),
+        std::vector<std::string>{
+            "error: An error has ended the thread 'kx.thread'.: something that is no std::exception"});
+    EXPECT_EQ(thread.m_finished, 1);
+}
+
+TEST(CThreadTest, endsAlsoWhenTheLogThrows)
+{
+    kx::setLogHandler([](const kx::CLogEntry&) { throw 1; });
+    testing::internal::CaptureStderr();
+    CLambdaThread thread([](CLambdaThread&) { throw kx::CError("broken"); });
+    thread.start();
+    thread.stop(true);
+    kx::setLogHandler({});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "An error of a thread could not be logged.\n");
+    EXPECT_FALSE(thread.isAlive());
+    EXPECT_EQ(thread.m_finished, 1);
+}
+
+class CThreadStartTest : public testing::Test {
+protected:
+    CThreadStartTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    // No thread has room for such a stack.
+    static void setStackSize(size_t size)
+    {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setstacksize(&attributes, size);
+        pthread_setattr_default_np(&attributes);
+        pthread_attr_destroy(&attributes);
+    }
+
+    static constexpr size_t tooLarge = size_t{1} << 50;
+};
+
+TEST_F(CThreadStartTest, failsInTheWordsOfEveryLocale)
+{
+    const auto run = [] {
+        const support::CForeignLocale locale("de_DE.UTF-8");
+        setStackSize(tooLarge);
+        CLambdaThread thread([](CLambdaThread&) {});
+        thread.setName("large");
+        const kx::String message = support::messageOf([&thread] { thread.start(); });
+        std::fprintf(stderr, "%s\n", message.toUTF8().c_str());
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(
+        run(), testing::ExitedWithCode(0), "The thread 'large' cannot be started: Resource temporarily unavailable\\.");
+}
+
+TEST_F(CThreadStartTest, maySucceedAfterItFailed)
+{
+    const auto run = [] {
+        std::atomic<int> runs{0};
+        CLambdaThread thread([&runs](CLambdaThread&) { ++runs; });
+        setStackSize(tooLarge);
+        const bool failed = support::errorOf([&thread] { thread.start(); }) != nullptr;
+        const bool wasAlive = thread.isAlive();
+        setStackSize(1 << 20);
+        thread.start();
+        thread.stop(true);
+        std::_Exit(failed && !wasAlive && runs == 1 ? 0 : 1);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST(ThreadYieldTest, restsForAMillisecondWhenAskedTo)
+{
+    const auto start = std::chrono::steady_clock::now();
+    kx::threadYield(true);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1));
 }
 
 TEST(CThreadTest, knowsItsOwnID)
