@@ -3,6 +3,7 @@
 #include "kx/threads/CMutexLock.h"
 
 #include <array>
+#include <unistd.h>
 
 namespace kx {
 
@@ -31,6 +32,11 @@ CMTRand::CMTRand(unsigned long long seed)
 CMTRand& CMTRand::getGlobal()
 {
     static CMTRand instance;
+    static pid_t owner = getpid();
+    if (owner != getpid()) {
+        instance = CMTRand();
+        owner = getpid();
+    }
     return instance;
 }
 

@@ -6,7 +6,9 @@
 
 #include <mutex>
 #include <set>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -29,6 +31,34 @@ TEST(CMTRandTest, hasOneInstanceForTheProcess)
 {
     const kx::CMutexLock lock(kx::CMTRand::getGlobalMutex());
     EXPECT_EQ(&kx::CMTRand::getGlobal(), &kx::CMTRand::getGlobal());
+}
+
+// The number of a child process, which has what the parent had.
+unsigned long long numberAfterFork()
+{
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        const unsigned long long number = kx::rand64();
+        _exit(write(ends[1], &number, sizeof(number)) == sizeof(number) ? 0 : 1);
+    }
+    unsigned long long number = 0;
+    EXPECT_EQ(read(ends[0], &number, sizeof(number)), static_cast<ssize_t>(sizeof(number)));
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    close(ends[0]);
+    close(ends[1]);
+    return number;
+}
+
+TEST(CMTRandTest, givesParentAndChildDifferentNumbers)
+{
+    kx::rand64();
+    const unsigned long long first = numberAfterFork();
+    const unsigned long long second = numberAfterFork();
+    const unsigned long long own = kx::rand64();
+    EXPECT_NE(first, own);
+    EXPECT_NE(first, second);
 }
 
 TEST(CMTRandTest, givesManyThreadsDifferentNumbers)
