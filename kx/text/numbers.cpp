@@ -23,6 +23,12 @@ std::string_view withoutPlus(std::string_view number) noexcept
     return number.size() > 1 && number[0] == '+' && number[1] != '-' ? number.substr(1) : number;
 }
 
+// Whether a number that does not fit is too small and not too large: without a digit but zeros before its point.
+bool isNearZero(std::string_view number) noexcept
+{
+    return number.find_first_of("123456789") > number.find('.');
+}
+
 // Anything outside ASCII becomes a character that no number has.
 std::string narrow(std::wstring_view text)
 {
@@ -39,6 +45,8 @@ TNumber parseWhole(std::wstring_view text, const String& kind, TFormat... format
     const std::string_view number = withoutPlus(bytes);
     TNumber value = 0;
     const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value, format...);
+    if (error == std::errc::result_out_of_range && isNearZero(number))
+        return 0;
     if (error == std::errc::result_out_of_range)
         throw CError("Number out of range: '" + String(std::wstring(text)) + "'.");
     if (error != std::errc() || end != number.data() + number.size())
@@ -65,8 +73,9 @@ long long parseInt64(const wchar_t* text, bool lax)
 
 double parseSimpleDouble(const String& text)
 {
-    // from_chars also reads "inf" and "nan".
-    if (std::none_of(text.begin(), text.end(), isDigit))
+    // from_chars also reads "inf", "nan" and "nan(1)".
+    const bool hasOther = text.toWide().find_first_not_of(L"+-.0123456789") != std::wstring::npos;
+    if (hasOther || std::none_of(text.begin(), text.end(), isDigit))
         throw CError("Invalid decimal number: '" + text + "'.");
     return parseWhole<double>(text.toWide(), "decimal number", std::chars_format::fixed);
 }

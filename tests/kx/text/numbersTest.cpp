@@ -1,6 +1,7 @@
 #include "kx/text/numbers.h"
 
 #include "kx/base/CError.h"
+#include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
 
@@ -107,6 +108,11 @@ TEST(ParseInt64Test, refusesANullPointerAsTheEmptyText)
     EXPECT_THROW(kx::parseInt64(null, true), kx::CError);
 }
 
+kx::String zeros(size_t count)
+{
+    return kx::String(std::wstring(count, L'0'));
+}
+
 struct CDoubleRow {
     const char* name;
     kx::String text;
@@ -128,6 +134,10 @@ INSTANTIATE_TEST_SUITE_P(All, ParseSimpleDoubleTest,
         {"pointLast", "5.", 5},
         {"negative", "-0.5", -0.5},
         {"plus", "+1.5", 1.5},
+        {"smallest", "0." + zeros(323) + "5", std::numeric_limits<double>::denorm_min()},
+        {"tooSmall", "0." + zeros(400) + "1", 0},
+        {"tooSmallAndNegative", "-." + zeros(400) + "1", 0},
+        {"manyDigitsOfALittle", zeros(400) + "1", 1},
     }),
     [](const testing::TestParamInfo<CDoubleRow>& row) { return row.param.name; });
 
@@ -153,11 +163,20 @@ INSTANTIATE_TEST_SUITE_P(All, BadSimpleDoubleTest,
         {"comma", "1,5"},
         {"infinity", "inf"},
         {"notANumber", "nan"},
+        {"notANumberWithDigits", "nan(1)"},
+        {"infinityWithDigits", "inf1"},
+        {"lettersAfterWhatIsTooSmall", "0." + zeros(400) + "1x"},
         {"twoPoints", "1.2.3"},
         {"blank", " 1"},
         {"otherDigits", L"\u0661"},
     }),
     [](const testing::TestParamInfo<CBadNumberRow>& row) { return row.param.name; });
+
+TEST(ParseSimpleDoubleTest, refusesWhatIsTooLarge)
+{
+    const kx::String text = "1" + zeros(400) + ".0";
+    EXPECT_EQ(support::messageOf([&text] { kx::parseSimpleDouble(text); }), "Number out of range: '" + text + "'.");
+}
 
 TEST(ToStringTest, writesTheNumberInDecimal)
 {
