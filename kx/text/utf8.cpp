@@ -12,8 +12,9 @@ namespace {
 
 const wxMBConvStrictUTF8& converter()
 {
-    static const wxMBConvStrictUTF8 instance;
-    return instance;
+    static const auto* const instance
+        = new wxMBConvStrictUTF8; // never destroyed: destructors of static objects use text
+    return *instance;
 }
 
 // These two look at every character instead of stopping at the first that is not ASCII: one vector operation after the other.

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 #include <sstream>
 
@@ -55,6 +56,18 @@ TEST(StringTest, keepsZeroCharacters)
     const String text(std::wstring(L"a\0b", 3));
     EXPECT_EQ(String::fromUTF8(text.toUTF8()), text);
     EXPECT_EQ(text.size(), 3u);
+}
+
+// What was made first is destroyed last: the text of a global object, and what its destructor does with it.
+TEST(StringDeathTest, isConvertedWhileTheProcessExits)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [] {
+        std::atexit([] { std::_Exit(String::fromUTF8("\xC3\xBC").toUTF8() == "\xC3\xBC" ? 0 : 1); });
+        static_cast<void>(String(L"\u00FC").toUTF8());
+        std::exit(2);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
 struct CUTF8Row {
