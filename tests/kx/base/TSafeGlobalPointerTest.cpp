@@ -225,6 +225,19 @@ TEST_F(TSafeGlobalPointerTest, givesItsInstance)
     EXPECT_EQ((*pointer).getMessage(), "x");
 }
 
+TEST_F(TSafeGlobalPointerTest, makesItsInstanceUnderTheGlobalMutex)
+{
+    kx::CSafeGlobalGuard guard;
+    bool isFree = true;
+    const kx::TSafeGlobalPointer<kx::CError> pointer(guard, [&isFree] {
+        std::thread([&isFree] {
+            isFree = std::unique_lock(kx::getGlobalMutex(), std::try_to_lock).owns_lock();
+        }).join();
+        return kx::newObj<kx::CError>("x");
+    });
+    EXPECT_FALSE(isFree);
+}
+
 TEST_F(TSafeGlobalPointerTest, tearsTheGuardDown)
 {
     kx::CSafeGlobalGuard guard;

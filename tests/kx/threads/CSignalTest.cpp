@@ -1,12 +1,16 @@
 #include "kx/threads/CSignal.h"
 
 #include "kx/base/P.h"
+#include "kx/threads/threadYield.h"
+#include "tests/support/sleepingThread.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -49,6 +53,35 @@ TEST(CSignalTest, wakesEveryoneWhoWaits)
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(woken, 4);
+}
+
+TEST(CSignalTest, wakesEveryoneWhoSleepsAtOnce)
+{
+    constexpr int count = 4;
+    kx::CSignal signal;
+    std::atomic<int> woken{0};
+    std::array<std::atomic<pid_t>, count> numbers{};
+    std::vector<std::thread> threads;
+    for (std::atomic<pid_t>& number : numbers) {
+        threads.emplace_back([&] {
+            number = gettid();
+            woken += signal.wait(-1) ? 1 : 0;
+        });
+    }
+    for (const std::atomic<pid_t>& number : numbers) {
+        while (number == 0)
+            kx::threadYield(false);
+        support::waitUntilAsleep(number);
+    }
+    signal.set();
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (woken < count && std::chrono::steady_clock::now() < limit)
+        kx::threadYield(true);
+    EXPECT_EQ(woken, count);
+    while (woken < count)
+        signal.set(); // so that the test ends
+    for (std::thread& thread : threads)
+        thread.join();
 }
 
 TEST(CSignalTest, mayBeReleasedByWhoeverItWakes)

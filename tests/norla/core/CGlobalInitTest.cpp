@@ -210,6 +210,19 @@ TEST_F(CGlobalInitTest, isCleanedUpBeforeOpenSSLsDataOfTheThread)
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
+// Registered after OpenSSL's own clean-up and before ours, so that it runs between these.
+TEST_F(CGlobalInitTest, freesOpenSSLsDataOfTheThreadByItself)
+{
+    const auto run = [] {
+        calls();
+        sela::COpenSSLInit::CThreadStuff::get();
+        std::atexit([] { std::_Exit(calls().countOf("OPENSSL_thread_stop") == 1 ? 0 : 1); });
+        sela::COpenSSLInit::CCleaner::get();
+        std::exit(2);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(CGlobalInitTest, cannotBeHadAfterwards)
 {
     const auto run = [] {
