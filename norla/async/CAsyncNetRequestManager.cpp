@@ -283,14 +283,18 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
             continue;
         CURL* const handle = message->easy_handle;
         CURLcode result = message->data.result; // the message goes with the request
-        if ((*found)->beginSecondAttempt()) {
-            if (startAgain(**found))
+        const kx::P<CNetRequest> request = *found;
+        const bool isToBeTriedAgain = request->beginSecondAttempt();
+        found = find(handle); // a second attempt rewinds the source, which may have added others, or withdrawn this one
+        if (found == m_requests.end())
+            continue;
+        if (isToBeTriedAgain) {
+            if (startAgain(*request))
                 continue;
             result = CURLE_USE_SSL_FAILED; // of the first attempt
         }
-        found = find(handle); // a second attempt rewinds the source, which may have added others
-        (*found)->dropConnectionAfter(result);
-        const kx::P<CNetRequest> request = takeOut(found, curl_multi_remove_handle(m_multi, handle));
+        request->dropConnectionAfter(result);
+        takeOut(found, curl_multi_remove_handle(m_multi, handle));
         ++count;
         request->setAsyncInfo(true, result);
         if (finished)

@@ -4,6 +4,7 @@
 #include "tests/norla/mail/CSMTPClientFixture.h"
 
 #include <atomic>
+#include <functional>
 #include <future>
 
 namespace {
@@ -133,7 +134,8 @@ TEST_F(CSMTPClientEncryptionTest, theSecondAttemptIsMadeAtThePlaceOfTheFirst)
     takeMessage(greet()).readToEnd();
     std::promise<void> end;
     greetWithStartTLS().readUntil("MAIL FROM:<a@x>\r\n").waitFor(end.get_future().share());
-    m_server.onConnection().stall();
+    support::CScriptedServer another;
+    another.onConnection().readHead().stall();
     const auto manager = kx::newObj<norla::CAsyncNetRequestManager>();
     const auto plain = prepared(CSMTPParams::ConnectUnencrypted);
     manager->addRequest(plain.get());
@@ -143,12 +145,13 @@ TEST_F(CSMTPClientEncryptionTest, theSecondAttemptIsMadeAtThePlaceOfTheFirst)
     }
     const auto secure = prepared(CSMTPParams::ConnectStartTLS);
     manager->addRequest(secure.get());
+    const auto last = kx::newObj<norla::CNetRequest>();
+    last->setURL(kx::String::fromUTF8(another.url()));
+    manager->addRequest(last.get());
     while (m_server.received(1).find("MAIL") == std::string::npos) {
         manager->waitForEvents(100);
         manager->handleEvents(nullptr);
     }
-    const auto last = prepared(CSMTPParams::ConnectUnencrypted);
-    manager->addRequest(last.get());
     end.set_value(); // libcurl waits for an answer to its goodbye
     manager->removeRequest(0);
     EXPECT_FALSE(manager->removeRequest(secure.get()));
@@ -178,6 +181,86 @@ TEST_F(CSMTPClientEncryptionTest, aSecondAttemptThatCannotBeStartedIsAFailure)
     EXPECT_EQ(error->getCode(), CURLE_USE_SSL_FAILED);
     EXPECT_FALSE(manager->removeRequest(secure.get()));
     EXPECT_EQ(received(0), mail);
+}
+
+// A second attempt asks its source for its position, and that may do anything.
+class CBusySource : public kx::CBase, public virtual norla::CNetRequest::IDataSource {
+public:
+    explicit CBusySource(std::function<void()> action)
+        : m_action(std::move(action))
+    {
+    }
+    int read(unsigned char*, int, const norla::CNetRequest::HeaderMap&) override { return 0; }
+    long long getLength() override { return 0; }
+    void seek(long long) override {}
+    long long getPosition() override
+    {
+        if (++m_asked == 2)
+            m_action();
+        return 0;
+    }
+
+private:
+    const std::function<void()> m_action;
+    int m_asked = 0;
+};
+
+class CSecondAttemptTest : public CSMTPClientEncryptionTest {
+protected:
+    CSecondAttemptTest()
+    {
+        takeMessage(greet()).readToEnd();
+        const auto plain = prepared(CSMTPParams::ConnectUnencrypted);
+        m_manager->addRequest(plain.get());
+        runToEnd(*plain);
+    }
+
+    void runToEnd(const norla::CNetRequest& request)
+    {
+        while (request.isManaged()) {
+            m_manager->waitForEvents(100);
+            m_manager->handleEvents(nullptr);
+        }
+    }
+
+    /// A mail that needs a second attempt.
+    kx::P<norla::CNetRequest> addSecure(std::function<void()> action)
+    {
+        auto secure = prepared(CSMTPParams::ConnectStartTLS);
+        secure->setSendDataSource(kx::newObj<CBusySource>(std::move(action)).get());
+        m_manager->addRequest(secure.get());
+        return secure;
+    }
+
+    const kx::P<norla::CAsyncNetRequestManager> m_manager = kx::newObj<norla::CAsyncNetRequestManager>();
+};
+
+TEST_F(CSecondAttemptTest, isMadeThoughItsSourceAddsOthers)
+{
+    m_server.onConnection().send("220 ready\r\n").readToEnd();
+    const auto secure = addSecure([this] {
+        for (int i = 0; i < 100; ++i) {
+            const auto other = kx::newObj<norla::CNetRequest>();
+            other->setURL("nonsense://127.0.0.1/");
+            m_manager->addRequest(other.get());
+        }
+    });
+    while (secure->isManaged() && m_server.received(1).empty()) {
+        m_manager->waitForEvents(100);
+        m_manager->handleEvents(nullptr);
+    }
+    EXPECT_TRUE(secure->isManaged());
+    m_manager->removeAllRequests();
+}
+
+TEST_F(CSecondAttemptTest, isNotMadeWhenItsSourceWithdrawsIt)
+{
+    kx::P<norla::CNetRequest> secure;
+    secure = addSecure([this, &secure] { EXPECT_TRUE(m_manager->removeRequest(secure.get())); });
+    runToEnd(*secure);
+    EXPECT_FALSE(secure->isAsyncDone());
+    EXPECT_FALSE(m_manager->removeRequest(secure.get()));
+    EXPECT_EQ(m_calls.countOf("curl_multi_add_handle"), 2);
 }
 
 TEST_F(CSMTPClientEncryptionTest, onlyTheSecondAttemptAsksForANewConnection)
