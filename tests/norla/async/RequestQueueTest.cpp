@@ -137,6 +137,7 @@ TEST_F(RequestQueueTest, managerRefusesARequestThatIsPerforming)
     EXPECT_EQ(error->getDomain(), "curlm");
     EXPECT_EQ(error->getCode(), CURLM_ADDED_ALREADY);
     EXPECT_FALSE(request->isManaged());
+    EXPECT_EQ(request->getResponseHeaderMap().count("content-length"), 1u); // the answer goes on
 }
 
 TEST_F(RequestQueueTest, oneOfTwoThreadsGetsARequest)

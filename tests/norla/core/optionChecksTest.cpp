@@ -241,6 +241,15 @@ TEST_F(OptionChecksTest, sourceAfterATextIsSentWhole)
     EXPECT_TRUE(received().ends_with("\r\n\r\n5\r\nhello\r\n0\r\n\r\n")) << received();
 }
 
+TEST_F(OptionChecksTest, sourceTakesThePlaceOfATextThatHasMadeAPOSTOfTheRequest)
+{
+    server().onConnection().readUntil("0\r\n\r\n").send(ok("fine"));
+    request().setOptionString(CURLOPT_POSTFIELDS, "a=1");
+    request().setSendDataStream(streamOf("hello").get());
+    performPath();
+    EXPECT_TRUE(received().ends_with("\r\n\r\n5\r\nhello\r\n0\r\n\r\n")) << received();
+}
+
 TEST_F(OptionChecksTest, sourceAfterATextIsSentByTheMethod)
 {
     server().onConnection().readUntil("0\r\n\r\n").send(ok("fine"));
