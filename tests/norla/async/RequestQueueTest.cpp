@@ -140,32 +140,43 @@ TEST_F(RequestQueueTest, managerRefusesARequestThatIsPerforming)
     EXPECT_EQ(request->getResponseHeaderMap().count("content-length"), 1u); // the answer goes on
 }
 
+/// Where two threads meet, again and again, without sleeping: they leave it at the same moment.
+class CMeetingPoint {
+public:
+    void meet()
+    {
+        const int round = m_arrived++ / 2;
+        for (int looks = 0; m_arrived < 2 * (round + 1); ++looks) {
+            if (looks > 10'000) // the other one has no processor
+                std::this_thread::yield();
+        }
+    }
+
+private:
+    std::atomic<int> m_arrived{0};
+};
+
 TEST_F(RequestQueueTest, oneOfTwoThreadsGetsARequest)
 {
     constexpr int rounds = 20'000; // the moment in which both could is short
     const auto request = badRequest();
-    std::atomic<int> begun{0};
-    std::atomic<int> tried{0};
+    CMeetingPoint point;
     std::atomic<int> got{0};
-    const auto tryIn = [&](int round) {
-        while (begun < round)
-            std::this_thread::yield();
+    const auto tryOnce = [&] {
+        point.meet();
         got += request->claim() ? 1 : 0;
-        ++tried;
+        point.meet();
     };
     std::jthread other([&] {
-        for (int round = 1; round <= rounds; ++round)
-            tryIn(round);
+        for (int i = 0; i < rounds; ++i)
+            tryOnce();
     });
     int wrong = 0;
-    for (int round = 1; round <= rounds; ++round) {
-        got = 0;
-        begun = round;
-        tryIn(round);
-        while (tried < 2 * round)
-            std::this_thread::yield();
-        wrong += got == 1 ? 0 : 1;
+    for (int i = 0; i < rounds; ++i) {
         request->leaveManager();
+        got = 0;
+        tryOnce();
+        wrong += got == 1 ? 0 : 1;
     }
     EXPECT_EQ(wrong, 0);
 }

@@ -223,6 +223,16 @@ protected:
         }
     }
 
+    /// So many that the manager needs another array for them.
+    void addOthers()
+    {
+        for (int i = 0; i < 100; ++i) {
+            const auto other = kx::newObj<norla::CNetRequest>();
+            other->setURL("nonsense://127.0.0.1/");
+            m_manager->addRequest(other.get());
+        }
+    }
+
     /// A mail that needs a second attempt.
     kx::P<norla::CNetRequest> addSecure(std::function<void()> action)
     {
@@ -238,19 +248,26 @@ protected:
 TEST_F(CSecondAttemptTest, isMadeThoughItsSourceAddsOthers)
 {
     m_server.onConnection().send("220 ready\r\n").readToEnd();
-    const auto secure = addSecure([this] {
-        for (int i = 0; i < 100; ++i) {
-            const auto other = kx::newObj<norla::CNetRequest>();
-            other->setURL("nonsense://127.0.0.1/");
-            m_manager->addRequest(other.get());
-        }
-    });
+    const auto secure = addSecure([this] { addOthers(); });
     while (secure->isManaged() && m_server.received(1).empty()) {
         m_manager->waitForEvents(100);
         m_manager->handleEvents(nullptr);
     }
     EXPECT_TRUE(secure->isManaged());
     m_manager->removeAllRequests();
+}
+
+TEST_F(CSecondAttemptTest, isAFailureOfItsRequestAloneWhenItCannotBeStarted)
+{
+    const auto secure = addSecure([this] {
+        addOthers();
+        m_calls.fail("curl_multi_add_handle");
+    });
+    runToEnd(*secure);
+    const auto error = errorOf([&secure] { secure->checkAsyncResult(); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_USE_SSL_FAILED);
+    EXPECT_FALSE(m_manager->removeRequest(secure.get()));
 }
 
 TEST_F(CSecondAttemptTest, isNotMadeWhenItsSourceWithdrawsIt)
