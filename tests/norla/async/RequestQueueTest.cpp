@@ -162,20 +162,22 @@ TEST_F(RequestQueueTest, oneOfTwoThreadsGetsARequest)
     const auto request = badRequest();
     CMeetingPoint point;
     std::atomic<int> got{0};
-    const auto tryOnce = [&] {
+    const auto tryOnce = [&](int delay) {
         point.meet();
+        for (int looks = 0; looks < delay; ++looks)
+            static_cast<void>(request->isManaged());
         got += request->claim() ? 1 : 0;
         point.meet();
     };
     std::jthread other([&] {
         for (int i = 0; i < rounds; ++i)
-            tryOnce();
+            tryOnce(0);
     });
     int wrong = 0;
     for (int i = 0; i < rounds; ++i) {
         request->leaveManager();
         got = 0;
-        tryOnce();
+        tryOnce(i % 50); // whoever comes last to the meeting leaves it first
         wrong += got == 1 ? 0 : 1;
     }
     EXPECT_EQ(wrong, 0);
