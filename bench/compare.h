@@ -16,8 +16,8 @@ struct CComparison {
     double (*clock)() = nullptr; ///< what is measured; null for threadSeconds()
 };
 
-/// Runs both sides in turns on this thread and prints a row: the median of each side, the median of the rounds' ratios (a
-/// machine that is slow for a while is slow for both sides of a round) and the limit.
+/// Runs both sides in turns on this thread and prints a row: the median of each side, the median of the rounds' ratios
+/// (a machine that is slow for a while is slow for both sides of a round) and the limit.
 /// @return whether the ratio is within the limit
 bool compare(const CComparison& comparison);
 

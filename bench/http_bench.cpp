@@ -89,8 +89,8 @@ void unescapeBare(const std::string& escaped, bool isASCII)
         kx::String::fromUTF8({text.get(), static_cast<size_t>(size)});
 }
 
-// libcurl leaves it to its caller whether the bytes are text at all; the library tells. Beyond ASCII that takes longer than the
-// decoding itself, and the bare side does it as well.
+// libcurl leaves it to its caller whether the bytes are text at all; the library tells. Beyond ASCII that takes longer
+// than the decoding itself, and the bare side does it as well.
 bool compareUnescaping(const CText& text)
 {
     const kx::String ours = norla::urlEscape(kx::String::fromUTF8(repeated(text.part)), false);

@@ -12,7 +12,8 @@ namespace kx {
 
 namespace {
 
-// So far below zero that references taken and dropped by the destructors of the object never bring the count back to one.
+// So far below zero that references taken and dropped by the destructors of the object never bring the count back to
+// one.
 constexpr int deletedMark = std::numeric_limits<int>::min() / 2;
 
 // The stack of the running thread.

@@ -6,8 +6,8 @@
 
 namespace kx {
 
-/// The reference count that the library's classes share. An object made with newObj() lives as long as a P or PC points to
-/// it.
+/// The reference count that the library's classes share. An object made with newObj() lives as long as a P or PC points
+/// to it.
 ///
 /// An object on the stack, or inside another object, is right where nobody takes a reference to it: a client, an
 /// enumeration or a settings object that is used and forgotten in one function. What is handed to a setter that keeps a

@@ -11,9 +11,9 @@
 namespace kx {
 
 /// An error that a person can be shown and a program can act upon: thrown by value, kept and passed on as a P<CError>.
-/// Nothing changes one but the assignment of another error to the whole: several threads may read one that none assigns to.
-/// Causes are destroyed one within the other, so a chain of them is as short as a person reads it: one of a hundred thousand
-/// would not end on a thread's stack.
+/// Nothing changes one but the assignment of another error to the whole: several threads may read one that none assigns
+/// to. Causes are destroyed one within the other, so a chain of them is as short as a person reads it: one of a hundred
+/// thousand would not end on a thread's stack.
 class KX_EXPORT CError : public CBase, public std::exception {
 public:
     /// @param message whole sentence for a person

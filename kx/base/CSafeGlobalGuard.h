@@ -7,7 +7,8 @@
 namespace kx {
 
 /// How far the process-wide instance of a class has come: one byte that needs no construction and outlives every static
-/// object, so that it still answers when the instance is gone. Reads as a flag: true once construction has been started.
+/// object, so that it still answers when the instance is gone. Reads as a flag: true once construction has been
+/// started.
 class CSafeGlobalGuard {
 public:
     constexpr CSafeGlobalGuard() noexcept = default;

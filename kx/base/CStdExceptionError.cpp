@@ -6,8 +6,8 @@ namespace kx {
 
 namespace {
 
-// what() has no declared encoding. Text that is not UTF-8 is read byte by byte rather than lost; null, which nothing forbids
-// to a class of the application, is no text.
+// what() has no declared encoding. Text that is not UTF-8 is read byte by byte rather than lost; null, which nothing
+// forbids to a class of the application, is no text.
 String textOf(const char* text)
 {
     const std::string_view what = text ? text : "";

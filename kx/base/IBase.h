@@ -4,8 +4,8 @@
 
 namespace kx {
 
-/// The root of every reference-counted interface. Interfaces derive from it virtually, so that one object that implements
-/// several of them has one count.
+/// The root of every reference-counted interface. Interfaces derive from it virtually, so that one object that
+/// implements several of them has one count.
 class KX_EXPORT IBase {
 public:
     IBase() noexcept = default;
@@ -13,7 +13,8 @@ public:
     IBase& operator=(const IBase&) noexcept = default;
     virtual ~IBase();
 
-    /// Adds one reference. Any thread. Counts on const objects too: a reference to a const object keeps it alive as well.
+    /// Adds one reference. Any thread. Counts on const objects too: a reference to a const object keeps it alive as
+    /// well.
     virtual void addRef() const noexcept = 0;
 
     /// Drops one reference; the object deletes itself with the last one. Any thread.

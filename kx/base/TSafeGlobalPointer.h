@@ -58,16 +58,16 @@ public:
         m_guard.setTornDown();
     }
 
-    /// The global mutex, held as long as what is returned; nothing once the instance is there or gone. The language has a
-    /// lock of its own for the static: taken before the global mutex, it would wait for whoever makes an instance that needs
-    /// this one.
+    /// The global mutex, held as long as what is returned; nothing once the instance is there or gone. The language has
+    /// a lock of its own for the static: taken before the global mutex, it would wait for whoever makes an instance
+    /// that needs this one.
     [[nodiscard]] static std::unique_lock<CMutex> lockUntilConstructed(const CSafeGlobalGuard& guard)
     {
         return guard.isUnsettled() ? std::unique_lock(getGlobalMutex()) : std::unique_lock<CMutex>();
     }
 
-    /// Waits, yielding, while another thread is still constructing the instance. Asks the guard first, because at process
-    /// exit the pointer may be gone already.
+    /// Waits, yielding, while another thread is still constructing the instance. Asks the guard first, because at
+    /// process exit the pointer may be gone already.
     /// @throws CError "Construction of static object has failed." when it has failed or the instance is gone
     static TSafeGlobalPointer& waitConstructed(TSafeGlobalPointer& pointer, const CSafeGlobalGuard& guard)
     {

@@ -13,8 +13,8 @@
 
 namespace kx {
 
-/// A growable block of plain elements, shared by reference. New elements are not initialised: whoever grows a buffer writes
-/// what it added. Shrinking keeps the allocation. Used by one thread at a time; several may read.
+/// A growable block of plain elements, shared by reference. New elements are not initialised: whoever grows a buffer
+/// writes what it added. Shrinking keeps the allocation. Used by one thread at a time; several may read.
 template <typename T>
 class TBuffer : public CBase {
     static_assert(std::is_trivially_copyable_v<T>, "a buffer moves its elements as bytes");

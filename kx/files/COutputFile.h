@@ -9,14 +9,14 @@
 
 namespace kx {
 
-/// A file that is written anew and appears under its name whole or not at all. What is written goes to a file beside it,
-/// whose random name nobody else can have taken; finish() gives it the name. Until then an older file of that name is
-/// untouched, and it stays when finish() is never called: the destructor removes what was written.
+/// A file that is written anew and appears under its name whole or not at all. What is written goes to a file beside
+/// it, whose random name nobody else can have taken; finish() gives it the name. Until then an older file of that name
+/// is untouched, and it stays when finish() is never called: the destructor removes what was written.
 ///
 /// Links are followed: the file that they lead to is replaced. The older file's permissions are kept, and its owner and
-/// group where the process may give them; other hard links to it keep the older content. A new file gets the permissions
-/// that the process's umask leaves. What exists and is no regular file (a device, a pipe, a terminal) is never
-/// replaced: it is written to as it is, at once.
+/// group where the process may give them; other hard links to it keep the older content. A new file gets the
+/// permissions that the process's umask leaves. What exists and is no regular file (a device, a pipe, a terminal) is
+/// never replaced: it is written to as it is, at once.
 ///
 /// Used by one thread at a time. Errors are CError and name the path and the reason.
 class KX_EXPORT COutputFile : public CBase, public virtual IOutStream {
@@ -24,8 +24,8 @@ public:
     using Path = TPathImpl<CUnixPathTraits>;
 
     /// Makes the file beside, or opens what is no regular file, which for a pipe waits for somebody who reads.
-    /// @throws CError when that is not possible: a directory, an older file that must not be written, a folder that is not
-    /// there or takes no file
+    /// @throws CError when that is not possible: a directory, an older file that must not be written, a folder that is
+    /// not there or takes no file
     explicit COutputFile(const Path& path);
     COutputFile(const COutputFile&) = delete;
     COutputFile& operator=(const COutputFile&) = delete;
@@ -42,8 +42,8 @@ public:
     void seek(long long position) override;
     long long getPosition() override { return m_position; }
 
-    /// Forgets what was written, and begins anew. @throws CError when the file cannot seek and bytes have gone out, which closes
-    /// it
+    /// Forgets what was written, and begins anew. @throws CError when the file cannot seek and bytes have gone out,
+    /// which closes it
     void restart();
 
     /// Sees that all bytes are on the disk, and gives the file its name. What is no regular file is closed.

@@ -23,13 +23,13 @@ public:
     static TSafeGlobalPointer<CResourceManager>& get();
     static CSafeGlobalGuard& globalInstanceGuard();
 
-    /// @param executable path of the program that the resources belong to; one that is not absolute, as the empty one, counts as
-    /// unknown: nothing is looked for beside it then
+    /// @param executable path of the program that the resources belong to; one that is not absolute, as the empty one,
+    /// counts as unknown: nothing is looked for beside it then
     explicit CResourceManager(const Path& executable);
     ~CResourceManager() override;
 
-    /// @throws CInvalidArgError for a folder that is not absolute (it would be another one in each working directory) or
-    /// whose path has a zero character
+    /// @throws CInvalidArgError for a folder that is not absolute (it would be another one in each working directory)
+    /// or whose path has a zero character
     void addResourceFolder(const Path& folder);
 
     /// The whole path of the first such file; empty when there is none.

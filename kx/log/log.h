@@ -23,19 +23,19 @@ struct CLogEntry {
 /// Gets the entries on whichever thread logs, possibly on several at once. What it throws reaches the code that logged.
 using LogHandler = std::function<void(const CLogEntry&)>;
 
-/// Replaces the handler; an empty one brings back the default, which writes a line to standard error. An entry that another
-/// thread is just logging may still go to the old handler.
+/// Replaces the handler; an empty one brings back the default, which writes a line to standard error. An entry that
+/// another thread is just logging may still go to the old handler.
 ///
-/// The default handler begins further lines of a text with four blanks, and writes control characters as "\x1B": text from
-/// elsewhere can neither look like an entry of its own nor steer a terminal.
+/// The default handler begins further lines of a text with four blanks, and writes control characters as "\x1B": text
+/// from elsewhere can neither look like an entry of its own nor steer a terminal.
 KX_EXPORT void setLogHandler(LogHandler handler);
 
 KX_EXPORT void logInfo(const String& text);
 KX_EXPORT void logWarning(const std::exception& error, const String& text, const String& context);
 KX_EXPORT void logError(const std::exception& error, const String& text, const String& context);
 
-/// The same for where nothing may be thrown, as in destructors and in callbacks of C libraries: what the handler throws is
-/// said on standard error. No context.
+/// The same for where nothing may be thrown, as in destructors and in callbacks of C libraries: what the handler throws
+/// is said on standard error. No context.
 KX_EXPORT void logErrorQuietly(const std::exception& error, const String& text) noexcept;
 
 /// An error with text attached to it.

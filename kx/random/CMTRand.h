@@ -19,8 +19,8 @@ public:
     /// Any 64-bit number, evenly distributed.
     unsigned long long rand64() { return m_engine(); }
 
-    /// The instance of the process, used under getGlobalMutex() of this class. After fork() the child has one of its own,
-    /// seeded by the system.
+    /// The instance of the process, used under getGlobalMutex() of this class. After fork() the child has one of its
+    /// own, seeded by the system.
     static CMTRand& getGlobal();
     static CMutex& getGlobalMutex();
 

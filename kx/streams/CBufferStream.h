@@ -8,8 +8,8 @@
 
 namespace kx {
 
-/// Reads and writes a buffer in memory, with one position for both. What the buffer holds is what the stream holds: somebody
-/// else may change the buffer between two operations.
+/// Reads and writes a buffer in memory, with one position for both. What the buffer holds is what the stream holds:
+/// somebody else may change the buffer between two operations.
 class KX_EXPORT CBufferStream : public CBase, public virtual IInStream, public virtual IOutStream {
 public:
     using Buffer = TBuffer<unsigned char>;
@@ -18,8 +18,8 @@ public:
     CBufferStream();
 
     /// Shares the buffer.
-    /// @param growth how many times its size the buffer gets when it must grow; values below 1, what is no number and what
-    /// no buffer can have count as 1
+    /// @param growth how many times its size the buffer gets when it must grow; values below 1, what is no number and
+    /// what no buffer can have count as 1
     explicit CBufferStream(P<Buffer> buffer, double growth = 2.0);
 
     /// Reads a buffer that the caller keeps alive at least as long as the stream; writing throws.
@@ -30,8 +30,8 @@ public:
 
     int read(unsigned char* buffer, int size) override;
 
-    /// Overwrites from the position on and grows the buffer past its end. A gap left by seeking beyond the end is filled
-    /// with zeros.
+    /// Overwrites from the position on and grows the buffer past its end. A gap left by seeking beyond the end is
+    /// filled with zeros.
     int write(const unsigned char* data, int size) override;
 
     long long getLength() override;

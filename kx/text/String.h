@@ -21,8 +21,8 @@ concept UntoldBytes = !std::is_array_v<T> && std::is_convertible_v<const T&, std
 /// Literals convert by themselves, because their encoding is known. Bytes that are known only at run time (argv,
 /// getenv(), what(), a std::string) do not: fromUTF8() or fromLatin1() says what they are.
 ///
-/// White space means space, tab, CR, LF, vertical tab and form feed. Letter case means the ASCII letters: what the network
-/// protocols call case-insensitive (RFC 9110, RFC 3986), and the same under every locale.
+/// White space means space, tab, CR, LF, vertical tab and form feed. Letter case means the ASCII letters: what the
+/// network protocols call case-insensitive (RFC 9110, RFC 3986), and the same under every locale.
 class KX_EXPORT String {
 public:
     static constexpr size_t npos = std::wstring_view::npos;
@@ -48,8 +48,8 @@ public:
     {
     }
 
-    /// @throws CError on bytes that are not UTF-8 (RFC 3629: also overlong forms, surrogates and beyond U+10FFFF), naming
-    /// the position of the first such byte.
+    /// @throws CError on bytes that are not UTF-8 (RFC 3629: also overlong forms, surrogates and beyond U+10FFFF),
+    /// naming the position of the first such byte.
     static String fromUTF8(std::string_view utf8);
 
     /// Every byte is one character.
@@ -94,7 +94,8 @@ public:
     /// Takes over another text, in the memory that this one has where that is enough.
     void assign(std::wstring_view text) { m_text.assign(text); }
 
-    /// Replaces every occurrence, from left to right, not looking again at what it put in. An empty `what` replaces nothing.
+    /// Replaces every occurrence, from left to right, not looking again at what it put in. An empty `what` replaces
+    /// nothing.
     [[nodiscard]] String replaceAll(const String& what, const String& replacement) const;
 
     String& operator+=(const String& other);

@@ -14,8 +14,8 @@ KX_EXPORT long long parseInt64(const String& text, bool lax);
 KX_EXPORT long long parseInt64(std::wstring_view text, bool lax);
 KX_EXPORT long long parseInt64(const wchar_t* text, bool lax); ///< null is the empty text
 
-/// Reads a decimal number: an optional "+" or "-", digits with at most one "." among, before or after them, nothing else
-/// (no exponent). The decimal point is "." under every locale. What is too small for a double is 0.
+/// Reads a decimal number: an optional "+" or "-", digits with at most one "." among, before or after them, nothing
+/// else (no exponent). The decimal point is "." under every locale. What is too small for a double is 0.
 /// @throws CError naming the text when it is not such a number or is too large for a double
 KX_EXPORT double parseSimpleDouble(const String& text);
 

@@ -17,7 +17,8 @@ const wxMBConvStrictUTF8& converter()
     return *instance;
 }
 
-// These two look at every character instead of stopping at the first that is not ASCII: one vector operation after the other.
+// These two look at every character instead of stopping at the first that is not ASCII: one vector operation after the
+// other.
 bool isAllASCII(std::wstring_view text) noexcept
 {
     char32_t bits = 0;

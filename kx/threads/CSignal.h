@@ -20,7 +20,8 @@ public:
     void reset();
     bool isSet() const;
 
-    /// Waits until the signal is set, at most that many milliseconds: 0 only looks, a negative number waits without limit.
+    /// Waits until the signal is set, at most that many milliseconds: 0 only looks, a negative number waits without
+    /// limit.
     /// @return whether the signal was set
     bool wait(int timeoutMs) const;
 

@@ -17,8 +17,8 @@ namespace kx {
 /// A thread with a name that is asked to stop, never killed. Runs the runnable it was made with, or its own runImpl().
 /// start(), stop(), signalStop(), isAlive() and getID() may be called from any thread.
 ///
-/// The last reference must not go on the thread itself: its body would go on without its object. That ends the process, with
-/// an entry in the log.
+/// The last reference must not go on the thread itself: its body would go on without its object. That ends the process,
+/// with an entry in the log.
 ///
 /// A derived class that overrides runImpl() calls stop(true) in its own destructor: when this class's destructor runs,
 /// the override is gone already.
@@ -42,8 +42,8 @@ public:
     void start();
 
     /// Asks the body to end.
-    /// @param wait also waits until it has ended, as do all who ask for it at the same time; called on the thread itself it
-    /// never waits
+    /// @param wait also waits until it has ended, as do all who ask for it at the same time; called on the thread
+    /// itself it never waits
     virtual void stop(bool wait);
 
     /// Makes checkContinue() false from now on, until the next start().

@@ -6,7 +6,8 @@
 namespace kx {
 
 /// A point in time as a person writes it: year, month, day, week day, hour, minute, second with fraction, in a zone.
-/// Proleptic Gregorian calendar, years 0 to 9999. A value type; setters store what they are given, and toTime() tests it.
+/// Proleptic Gregorian calendar, years 0 to 9999. A value type; setters store what they are given, and toTime() tests
+/// it.
 class KX_EXPORT CTimeFields {
 public:
     enum Type : int {

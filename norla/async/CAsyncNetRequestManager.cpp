@@ -35,8 +35,8 @@ CURLM* newMulti()
     CURLM* const multi = curl_multi_init();
     if (!multi)
         throw kx::CError("Error creating curl multi handle.");
-    // Beyond its limit libcurl closes an idle connection and waits for the server's answer to its goodbye, with every transfer
-    // waiting too. It cannot fail for a number.
+    // Beyond its limit libcurl closes an idle connection and waits for the server's answer to its goodbye, with every
+    // transfer waiting too. It cannot fail for a number.
     curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, mostIdleConnections);
     return multi;
 }
@@ -55,8 +55,8 @@ bool canHaveLargeDescriptors() noexcept
     return getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur > FD_SETSIZE;
 }
 
-// From 8.9 on libcurl puts the connections that it is closing into an fd_set whatever their numbers are, and the C library then
-// ends the process.
+// From 8.9 on libcurl puts the connections that it is closing into an fd_set whatever their numbers are, and the C
+// library then ends the process.
 bool mayAskForDescriptorSets() noexcept
 {
     constexpr unsigned int firstUnchecked = 0x080900;
@@ -188,7 +188,8 @@ void CAsyncNetRequestManager::removeRequest(int index)
     }
 }
 
-// The caller drops the reference: with the last one go sinks and listeners, whose destructors may come back to this manager.
+// The caller drops the reference: with the last one go sinks and listeners, whose destructors may come back to this
+// manager.
 kx::P<CNetRequest> CAsyncNetRequestManager::takeOut(RequestArray::iterator position, CURLMcode removed)
 {
     check(removed);
@@ -232,8 +233,8 @@ long CAsyncNetRequestManager::timeLibcurlWants() const
     return time;
 }
 
-// select() cannot watch a descriptor of FD_SETSIZE or more, and libcurl leaves such out of the sets. Where they may exist and
-// there are fewer descriptors than transfers, libcurl waits itself, with poll().
+// select() cannot watch a descriptor of FD_SETSIZE or more, and libcurl leaves such out of the sets. Where they may
+// exist and there are fewer descriptors than transfers, libcurl waits itself, with poll().
 bool CAsyncNetRequestManager::mayMissDescriptors(const CDescriptorSets& sets) const
 {
     return sets.size() < m_requests.size() && canHaveLargeDescriptors();

@@ -32,7 +32,8 @@ public:
 
     bool concerns(const CNetRequest& request) const { return m_requested == nullptr || m_requested == &request; }
 
-    /// Whether an addition was surely made after it: by somebody who knew that it was asked for, because nobody waits for it.
+    /// Whether an addition was surely made after it: by somebody who knew that it was asked for, because nobody waits
+    /// for it.
     bool isBefore(unsigned long long additionOrder) const { return !m_isWaitedFor && m_order < additionOrder; }
 
     kx::P<CNetRequest> m_request; // null: all of them, or carried out
@@ -131,8 +132,8 @@ void CAsyncNetRequestThread::handleManagerEvents(CAsyncNetRequestManager& manage
     manager.handleEvents(nullptr);
 }
 
-// Newest first, but not before a removal that was asked for earlier: that one means a transfer before this one. An entry is found
-// again by its order, because the start of a transfer calls its source, which may add others meanwhile.
+// Newest first, but not before a removal that was asked for earlier: that one means a transfer before this one. An
+// entry is found again by its order, because the start of a transfer calls its source, which may add others meanwhile.
 void CAsyncNetRequestThread::startPendingRequests(CAsyncNetRequestManager& manager)
 {
     const unsigned long long latest = m_order; // what comes later may come behind a removal that is not seen here
@@ -182,9 +183,9 @@ void CAsyncNetRequestThread::startUnlessRunning(CAsyncNetRequestManager& manager
     }
 }
 
-// What was added before its removal may have come after the additions of this pass: it is taken up first, and a removal that comes
-// still later waits for the next pass. So nothing that was added and then removed is left running, and nothing that was removed
-// and then added is stopped.
+// What was added before its removal may have come after the additions of this pass: it is taken up first, and a removal
+// that comes still later waits for the next pass. So nothing that was added and then removed is left running, and
+// nothing that was removed and then added is stopped.
 void CAsyncNetRequestThread::processRemoveRequests(CAsyncNetRequestManager& manager)
 {
     const RemovalArray due = pendingRemovals();

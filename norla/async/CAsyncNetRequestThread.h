@@ -13,15 +13,16 @@ namespace norla {
 class CAsyncNetRequestManager;
 class CNetRequest;
 
-/// A thread on which transfers run. After start() it takes requests from any thread; libcurl's work and every callback of the
-/// requests (sinks, sources, done listeners) happen on it, one after the other: what blocks there, or in libcurl (see
-/// CAsyncNetRequestManager), holds up all.
+/// A thread on which transfers run. After start() it takes requests from any thread; libcurl's work and every callback
+/// of the requests (sinks, sources, done listeners) happen on it, one after the other: what blocks there, or in libcurl
+/// (see CAsyncNetRequestManager), holds up all.
 ///
-/// Started before or after the first addRequest(). When it is stopped or destroyed, what still runs is withdrawn, and what it
-/// has not taken up yet is never started: neither is told its end. The last reference to it is not dropped on its own thread.
+/// Started before or after the first addRequest(). When it is stopped or destroyed, what still runs is withdrawn, and
+/// what it has not taken up yet is never started: neither is told its end. The last reference to it is not dropped on
+/// its own thread.
 ///
-/// Nothing is caught: an error of a done listener, of the progress handler, of a source's seek() at the start of a transfer or
-/// of libcurl as a whole is logged and ends the thread, which withdraws everything (see isAlive()).
+/// Nothing is caught: an error of a done listener, of the progress handler, of a source's seek() at the start of a
+/// transfer or of libcurl as a whole is logged and ends the thread, which withdraws everything (see isAlive()).
 ///
 /// A derived class that overrides a hook calls stop(true) in its own destructor.
 class KX_EXPORT CAsyncNetRequestThread : public kx::CThread, public virtual IAsyncNetRequestManager {
@@ -36,18 +37,18 @@ public:
     /// Stops the thread and waits for its end.
     ~CAsyncNetRequestThread() override;
 
-    /// Hands the request to the thread and returns at once. Any thread. The transfer starts within about 100 ms; of requests
-    /// added together the last one is the first. Until then a request that has run before still shows its last result: look
-    /// at CNetRequest::isAsyncDone() only after resetting it. One that runs already goes on, and the log says that it was added
-    /// twice. The thread calls the sources of requests while it takes these up, with the same lock held that this takes: hold
-    /// none that a source takes.
+    /// Hands the request to the thread and returns at once. Any thread. The transfer starts within about 100 ms; of
+    /// requests added together the last one is the first. Until then a request that has run before still shows its last
+    /// result: look at CNetRequest::isAsyncDone() only after resetting it. One that runs already goes on, and the log
+    /// says that it was added twice. The thread calls the sources of requests while it takes these up, with the same
+    /// lock held that this takes: hold none that a source takes.
     /// @throws kx::CInvalidArgError when the request is null, or waits for its start already
     void addRequest(CNetRequest* request) override;
 
-    /// Withdraws the request, also one that was just added. Any thread. Blocks until the thread has done so, about 100 ms or as
-    /// long as the callbacks of the requests take: hold no lock that they take. On the thread itself (in a callback) and
-    /// while it is not running, this returns false at once, and the request is withdrawn in the thread's next pass; added
-    /// again meanwhile, it is started after that.
+    /// Withdraws the request, also one that was just added. Any thread. Blocks until the thread has done so, about 100
+    /// ms or as long as the callbacks of the requests take: hold no lock that they take. On the thread itself (in a
+    /// callback) and while it is not running, this returns false at once, and the request is withdrawn in the thread's
+    /// next pass; added again meanwhile, it is started after that.
     /// @param request null withdraws all
     /// @return whether the request was running and is withdrawn, always true for all; false also when the thread ends
     /// meanwhile
@@ -57,15 +58,15 @@ public:
     bool removeAllRequests();
 
 protected:
-    /// Takes up the added requests, withdraws the removed ones, waits for events, handles them and tells the progress handler,
-    /// until the thread is to stop.
+    /// Takes up the added requests, withdraws the removed ones, waits for events, handles them and tells the progress
+    /// handler, until the thread is to stop.
     void runImpl() override;
 
     /// Called on the thread when it is to stop, while the requests are still running.
     virtual void onThreadExit();
 
-    /// Called on the thread in each pass; calls the manager's handleEvents(nullptr). An override does so too, perhaps with an
-    /// array to learn which requests have ended.
+    /// Called on the thread in each pass; calls the manager's handleEvents(nullptr). An override does so too, perhaps
+    /// with an array to learn which requests have ended.
     virtual void handleManagerEvents(CAsyncNetRequestManager& manager);
 
     /// Withdraws the requests whose removal was asked for, and tells those who wait.
@@ -101,8 +102,8 @@ private:
 /// Told regularly by the thread, to look at its requests without a timer of its own.
 class KX_EXPORT CAsyncNetRequestThread::IProgressHandler : public virtual kx::IBase {
 public:
-    /// Called on the thread after each pass: about ten times a second, and more often while data moves. Throwing ends the
-    /// thread.
+    /// Called on the thread after each pass: about ten times a second, and more often while data moves. Throwing ends
+    /// the thread.
     virtual void onProgress() = 0;
 };
 

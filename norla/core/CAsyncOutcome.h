@@ -9,8 +9,8 @@
 
 namespace norla {
 
-/// How a transfer in the background has ended, once it has. The signal and the mutex are for any thread; what they guard, and
-/// whatever of the request the mutex is to keep still meanwhile, is looked at and changed under the mutex.
+/// How a transfer in the background has ended, once it has. The signal and the mutex are for any thread; what they
+/// guard, and whatever of the request the mutex is to keep still meanwhile, is looked at and changed under the mutex.
 class CAsyncOutcome {
 public:
     kx::CMutex& getMutex() noexcept { return m_mutex; }

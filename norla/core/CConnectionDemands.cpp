@@ -43,7 +43,8 @@ void CConnectionDemands::beginAgain()
     m_tls.begin();
 }
 
-// libcurl does not ask who the server is where it has a connection to it already, made by whomever and believing whatever.
+// libcurl does not ask who the server is where it has a connection to it already, made by whomever and believing
+// whatever.
 bool CConnectionDemands::needsNewSSHConnection(const CRequestURL& url, bool isManaged)
 {
     const kx::String scheme = url.getScheme();

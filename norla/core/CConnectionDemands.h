@@ -13,8 +13,8 @@ namespace norla {
 class CEasyHandle;
 class CRequestURL;
 
-/// Which of libcurl's open connections a transfer must not go over: those that were made when less was demanded of them. Used by
-/// the thread of the transfer.
+/// Which of libcurl's open connections a transfer must not go over: those that were made when less was demanded of
+/// them. Used by the thread of the transfer.
 class CConnectionDemands {
 public:
     /// @param handle outlives this object
@@ -34,8 +34,8 @@ public:
     /// @param isManaged whether it may go over connections of other requests
     void begin(const CRequestURL& url, bool isManaged);
 
-    /// Whether one more attempt, on a connection of its own, may succeed where the last one was ended: nothing of the transfer
-    /// was sent or received then.
+    /// Whether one more attempt, on a connection of its own, may succeed where the last one was ended: nothing of the
+    /// transfer was sent or received then.
     bool canBeginAgain() const noexcept { return !m_isFreshBySelf && m_tls.canConnectionHelp(); }
     void beginAgain();
 

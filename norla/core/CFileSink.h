@@ -12,10 +12,10 @@ namespace norla {
 ///     request->perform();
 ///     sink->finish();
 ///
-/// Without finish(), because the transfer has failed or for any other reason, nothing of it stays and an older file of that
-/// name is untouched. A transfer that is performed again begins anew. The text that explains an HTTP error (status 300 and
-/// above) is not the file: it goes to the request's default receive buffer, up to 64 KiB of it, where the transfer's
-/// error finds the server's words.
+/// Without finish(), because the transfer has failed or for any other reason, nothing of it stays and an older file of
+/// that name is untouched. A transfer that is performed again begins anew. The text that explains an HTTP error (status
+/// 300 and above) is not the file: it goes to the request's default receive buffer, up to 64 KiB of it, where the
+/// transfer's error finds the server's words.
 ///
 /// Used by one thread at a time: after a transfer in the background, once that has ended.
 class KX_EXPORT CFileSink : public kx::CBase, public virtual CNetRequest::IDataSink {

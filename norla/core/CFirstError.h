@@ -7,8 +7,8 @@
 
 namespace norla {
 
-/// The first error of several that callbacks have thrown in a transfer, kept for the time when libcurl, through which nothing may
-/// be thrown, has returned. Used by the thread of the transfer.
+/// The first error of several that callbacks have thrown in a transfer, kept for the time when libcurl, through which
+/// nothing may be thrown, has returned. Used by the thread of the transfer.
 class CFirstError {
 public:
     /// A transfer begins.

@@ -6,6 +6,8 @@
 #include "kx/containers/TBuffer.h"
 #include "kx/containers/TMap.h"
 #include "kx/files/TPathImpl.h"
+#include "kx/streams/IInStream.h"
+#include "kx/streams/IOutStream.h"
 #include "kx/text/String.h"
 #include "kx/threads/CSignal.h"
 #include "kx/time/CTimeSpan.h"
@@ -15,11 +17,6 @@
 #include <memory>
 #include <string>
 
-namespace kx {
-class IInStream;
-class IOutStream;
-} // namespace kx
-
 namespace norla {
 
 class CNetHeaders;
@@ -27,15 +24,16 @@ class CNetStringList;
 class COpenSockets;
 class CServerInfo;
 
-/// One transfer: a libcurl easy handle and everything that belongs to it. Made for many transfers, one after the other, which
-/// then share connections: set options, perform(), read the answer. Options stay until reset().
+/// One transfer: a libcurl easy handle and everything that belongs to it. Made for many transfers, one after the other,
+/// which then share connections: set options, perform(), read the answer. Options stay until reset().
 ///
-/// Used by one thread at a time; isAsyncDone(), waitAsyncDone(), getAsyncDoneSignal() and checkAsyncResult() may be called
-/// from any thread while a manager drives the transfer. Sinks, sources and listeners are called on the thread that does.
+/// Used by one thread at a time; isAsyncDone(), waitAsyncDone(), getAsyncDoneSignal() and checkAsyncResult() may be
+/// called from any thread while a manager drives the transfer. Sinks, sources and listeners are called on the thread
+/// that does.
 ///
-/// Connections stay open for the next transfer until the request goes, which waits for no server: goodbyes are said (FTP, SMTP),
-/// but their answers are not waited for. A request keeps five connections; the goodbye of one more, which libcurl says within a
-/// transfer, may take until that transfer's low speed limit.
+/// Connections stay open for the next transfer until the request goes, which waits for no server: goodbyes are said
+/// (FTP, SMTP), but their answers are not waited for. A request keeps five connections; the goodbye of one more, which
+/// libcurl says within a transfer, may take until that transfer's low speed limit.
 class KX_EXPORT CNetRequest : public kx::CBase {
 public:
     class IDataSink;
@@ -58,46 +56,50 @@ public:
     /// @throws kx::CError in a callback of its own transfer, and while a manager has it; nothing has changed then
     void reset();
 
-    /// What every transfer starts with: applies the custom headers again, forgets the last answer, empties the default receive
-    /// buffer, lets the sink begin and rewinds the body to be sent. @throws as reset(); what the sink and the source throw
+    /// What every transfer starts with: applies the custom headers again, forgets the last answer, empties the default
+    /// receive buffer, lets the sink begin and rewinds the body to be sent. @throws as reset(); what the sink and the
+    /// source throw
     void resetForPerform();
 
-    /// The options of a new request: errors and data come to this object, redirects are followed, 30 seconds to connect, and
-    /// the end of a transfer that moves nothing for 30 seconds.
+    /// The options of a new request: errors and data come to this object, redirects are followed, 30 seconds to
+    /// connect, and the end of a transfer that moves nothing for 30 seconds.
     void setDefaultOptions();
 
     /// Runs the transfer and blocks until its end.
     ///
-    /// When TLS is demanded (CURLOPT_USE_SSL of CURLUSESSL_CONTROL or more, set through this object) and libcurl has picked an
-    /// old connection that has none, nothing is sent there: the transfer is started once more, on a new connection.
-    /// @throws CCURLError when it fails or an HTTP response has a status outside 200 to 299; CURLE_USE_SSL_FAILED when TLS is
-    /// demanded and the connection is not encrypted
-    /// @throws kx::CError the error of a sink or source, when one threw, or of a log handler: it goes before libcurl's own;
-    /// as reset()
+    /// When TLS is demanded (CURLOPT_USE_SSL of CURLUSESSL_CONTROL or more, set through this object) and libcurl has
+    /// picked an old connection that has none, nothing is sent there: the transfer is started once more, on a new
+    /// connection.
+    /// @throws CCURLError when it fails or an HTTP response has a status outside 200 to 299; CURLE_USE_SSL_FAILED when
+    /// TLS is demanded and the connection is not encrypted
+    /// @throws kx::CError the error of a sink or source, when one threw, or of a log handler: it goes before libcurl's
+    /// own; as reset()
     void perform();
 
-    /// Passes one option to libcurl, for those that have no setter here. All setters throw CCURLError if libcurl refuses.
-    /// These four also throw kx::CInvalidArgError for an option that takes something else (curl_easy_option_by_id()): libcurl
-    /// would take a number for the address of a text.
+    /// Passes one option to libcurl, for those that have no setter here. All setters throw CCURLError if libcurl
+    /// refuses. These four also throw kx::CInvalidArgError for an option that takes something else
+    /// (curl_easy_option_by_id()): libcurl would take a number for the address of a text.
     void setOptionInt(CURLoption option, int value);
     void setOptionInt64(CURLoption option, long long value);
     void setOptionPtr(CURLoption option, void* value);
     /// libcurl keeps a copy in UTF-8, also of CURLOPT_POSTFIELDS, whose size is set with it.
-    /// @throws kx::CInvalidArgError when the text holds a zero character, or a line end, which would begin another command or
-    /// header field on its way to the server. URLs, envelope senders, bodies and names of files may hold one.
+    /// @throws kx::CInvalidArgError when the text holds a zero character, or a line end, which would begin another
+    /// command or header field on its way to the server. URLs, envelope senders, bodies and names of files may hold
+    /// one.
     void setOptionString(CURLoption option, const kx::String& value);
 
-    /// The URL with its scheme, in lower case: without it libcurl guesses, and an HTTP status of 404 is no error. Blanks must be
-    /// escaped already (libcurl refuses such a URL as malformed when it is performed); letters outside ASCII in path and query may
-    /// stand as they are, libcurl sends them as %xx.
+    /// The URL with its scheme, in lower case: without it libcurl guesses, and an HTTP status of 404 is no error.
+    /// Blanks must be escaped already (libcurl refuses such a URL as malformed when it is performed); letters outside
+    /// ASCII in path and query may stand as they are, libcurl sends them as %xx.
     void setURL(const kx::String& url);
 
-    /// The HTTP method. "GET", "HEAD", "PUT" and "POST" are libcurl's own (case matters); others, such as "DELETE", are sent
-    /// as they are, without a body. Empty: nothing special, a GET. For "POST" set the body first: its size is passed on here.
+    /// The HTTP method. "GET", "HEAD", "PUT" and "POST" are libcurl's own (case matters); others, such as "DELETE", are
+    /// sent as they are, without a body. Empty: nothing special, a GET. For "POST" set the body first: its size is
+    /// passed on here.
     void setHTTPMethod(const kx::String& method);
 
-    /// Sends a body: CURLOPT_UPLOAD (HTTP PUT, FTP STOR, a mail). A mail that cannot be sent because it has no recipients
-    /// fails with CURLE_SEND_ERROR.
+    /// Sends a body: CURLOPT_UPLOAD (HTTP PUT, FTP STOR, a mail). A mail that cannot be sent because it has no
+    /// recipients fails with CURLE_SEND_ERROR.
     void setUpload(bool upload);
 
     /// libcurl's own log on standard error, CURLOPT_VERBOSE. It shows credentials.
@@ -114,8 +116,8 @@ public:
     /// libcurl's CURLAUTH_ bits, of which the strongest that the server offers is used; CURLOPT_HTTPAUTH.
     void setHTTPAuthMethods(unsigned int mask);
 
-    /// libcurl's curl_usessl values; CURLOPT_USE_SSL. CURLUSESSL_CONTROL and CURLUSESSL_ALL demand TLS of the connection for
-    /// commands, also of an old one that libcurl would reuse: see perform().
+    /// libcurl's curl_usessl values; CURLOPT_USE_SSL. CURLUSESSL_CONTROL and CURLUSESSL_ALL demand TLS of the
+    /// connection for commands, also of an old one that libcurl would reuse: see perform().
     void setFTPUseSSL(int useSSL);
 
     /// libcurl's curl_ftpmethod values; CURLOPT_FTP_FILEMETHOD.
@@ -124,16 +126,17 @@ public:
     /// libcurl's curl_ftpcreatedir values; CURLOPT_FTP_CREATE_MISSING_DIRS.
     void setFTPCreateMissingDirs(int create);
 
-    /// Limits name lookup and connection; a lookup that hangs is left to itself. Sent to libcurl in whole milliseconds, rounded
-    /// toward zero, at most about 24 days; zero and the infinite span mean libcurl's default of 300 seconds. Not negative.
+    /// Limits name lookup and connection; a lookup that hangs is left to itself. Sent to libcurl in whole milliseconds,
+    /// rounded toward zero, at most about 24 days; zero and the infinite span mean libcurl's default of 300 seconds.
+    /// Not negative.
     void setConnectTimeout(const kx::CTimeSpan& limit);
 
-    /// Limits the whole transfer, from name lookup to last body byte. Converted as for setConnectTimeout(); zero and the
-    /// infinite span mean no limit.
+    /// Limits the whole transfer, from name lookup to last body byte. Converted as for setConnectTimeout(); zero and
+    /// the infinite span mean no limit.
     void setFullRequestTimeout(const kx::CTimeSpan& limit);
 
-    /// Ends a transfer that stays below that speed for that time, which is rounded up to whole seconds. Zero for either means
-    /// no such limit. The infinite span is not understood: libcurl refuses it.
+    /// Ends a transfer that stays below that speed for that time, which is rounded up to whole seconds. Zero for either
+    /// means no such limit. The infinite span is not understood: libcurl refuses it.
     void setLowSpeedLimit(int bytesPerSecond, const kx::CTimeSpan& time);
 
     void setUserName(const kx::String& name);
@@ -149,10 +152,10 @@ public:
     /// path's bytes. @throws kx::CInvalidArgError when the path holds a zero character
     void setRootCertBundlePath(const Path& path);
 
-    /// A file of known SSH hosts, in the form of OpenSSH's known_hosts; CURLOPT_SSH_KNOWNHOSTS. An SFTP server that is not in it, or
-    /// has another key there, is refused (CURLE_PEER_FAILED_VERIFICATION); a file that is missing knows no host. With a manager every
-    /// transfer has a connection of its own then: libcurl does not ask again over one that is there. While none is
-    /// set every server is believed to be the one that was meant, and gets the login.
+    /// A file of known SSH hosts, in the form of OpenSSH's known_hosts; CURLOPT_SSH_KNOWNHOSTS. An SFTP server that is
+    /// not in it, or has another key there, is refused (CURLE_PEER_FAILED_VERIFICATION); a file that is missing knows
+    /// no host. With a manager every transfer has a connection of its own then: libcurl does not ask again over one
+    /// that is there. While none is set every server is believed to be the one that was meant, and gets the login.
     void setSSHKnownHostsPath(const Path& path);
 
     /// Asks for a part of the resource.
@@ -164,19 +167,21 @@ public:
     /// Headers added to the list later are sent too. Null for none; a reference is kept.
     void setCustomHTTPHeaders(CNetHeaders* headers);
 
-    /// FTP commands sent before and after the transfer (CURLOPT_PREQUOTE, CURLOPT_POSTQUOTE). The lists must be filled when
-    /// they are set. Null for none; references are kept.
+    /// FTP commands sent before and after the transfer (CURLOPT_PREQUOTE, CURLOPT_POSTQUOTE). The lists must be filled
+    /// when they are set. Null for none; references are kept.
     void setFTPCustomPreCommands(CNetStringList* commands);
     void setFTPCustomPostCommands(CNetStringList* commands);
 
     /// Replaces the command of an FTP listing, such as "MLSD"; empty for libcurl's own.
     void setFTPListOverrideCommand(const kx::String& command);
 
-    /// The record that learns from the response headers of this request. Null for none; a reference is kept until reset().
+    /// The record that learns from the response headers of this request. Null for none; a reference is kept until
+    /// reset().
     void setServerInfoToUpdate(CServerInfo* serverInfo);
 
-    /// Told at the end of every transfer. Null for none; a reference is kept until reset(). In an asynchronous transfer the
-    /// done signal is set just before: with a listener, others leave the request alone until the listener was called.
+    /// Told at the end of every transfer. Null for none; a reference is kept until reset(). In an asynchronous transfer
+    /// the done signal is set just before: with a listener, others leave the request alone until the listener was
+    /// called.
     void setDoneListener(IDoneListener* listener);
 
     /// Keeps the object alive until reset(), for what libcurl reads during the transfer. Null is ignored.
@@ -189,8 +194,8 @@ public:
     /// The response body goes to the default receive buffer again.
     void setDefaultReceiveDataStream();
 
-    /// Where the body to be sent comes from. Null for none; a reference is kept until reset(). Its size is unknown to libcurl
-    /// unless setSendDataSize() tells it: HTTP then uses chunks.
+    /// Where the body to be sent comes from. Null for none; a reference is kept until reset(). Its size is unknown to
+    /// libcurl unless setSendDataSize() tells it: HTTP then uses chunks.
     void setSendDataSource(IDataSource* source);
     void setSendDataStream(kx::IInStream* stream);
 
@@ -200,8 +205,8 @@ public:
     /// Sends a copy of the text in UTF-8. @throws kx::CError when it has no UTF-8 form
     void setSendDataAsUTF8(const kx::String& text);
 
-    /// The size of the body in bytes; -1 when unknown. No more than that is sent, and a source that ends before is an error. A size
-    /// that was set together with a body (setSendDataBuffer(), setSendDataAsUTF8()) is forgotten with it.
+    /// The size of the body in bytes; -1 when unknown. No more than that is sent, and a source that ends before is an
+    /// error. A size that was set together with a body (setSendDataBuffer(), setSendDataAsUTF8()) is forgotten with it.
     void setSendDataSize(long long size);
 
     /// As set; empty in a new request.
@@ -216,8 +221,8 @@ public:
     /// Lower-case header name to value, of the last response of the transfer.
     const HeaderMap& getResponseHeaderMap() const;
 
-    /// Every header or reply line of the transfer with its line end, in order of arrival, of all protocols. Lines that are not
-    /// UTF-8 are left out. The list is replaced, not changed, by the next transfer.
+    /// Every header or reply line of the transfer with its line end, in order of arrival, of all protocols. Lines that
+    /// are not UTF-8 are left out. The list is replaced, not changed, by the next transfer.
     CNetStringList* getResponseInfo() const;
 
     /// The response body, unless another sink was set.
@@ -253,89 +258,142 @@ public:
     /// What libcurl said about its last failure; empty when it said nothing.
     kx::String getErrorMessage();
 
-    /// Throws a CCURLError with what is known about the failure: the message (libcurl's own when it is empty) and, after an
-    /// answer, what the server said (the last reply line of a mail server, or the text of the body that an HTTP server sent
-    /// into the default receive buffer). A mail server's last refusal, if there was one, is the error's getServerReply().
+    /// Throws a CCURLError with what is known about the failure: the message (libcurl's own when it is empty) and,
+    /// after an answer, what the server said (the last reply line of a mail server, or the text of the body that an
+    /// HTTP server sent into the default receive buffer). A mail server's last refusal, if there was one, is the
+    /// error's getServerReply().
     [[noreturn]] void throwError(
         CURLcode code, const kx::String& responseCodeDomain, int responseCode, const kx::String& message);
 
-    /// The text for a person in an error response: of HTML the text without tags, of anything else the body itself; at most
-    /// its first 4096 bytes. Empty when they are not UTF-8.
+    /// The text for a person in an error response: of HTML the text without tags, of anything else the body itself; at
+    /// most its first 4096 bytes. Empty when they are not UTF-8.
     static kx::String getServerErrorMessageFromResponseData(
         const unsigned char* data, int size, const HeaderMap& headers);
-
-    /// Called by the asynchronous manager: with (false, CURLE_OK) when it takes the request, with (true, result) at the end.
-    /// The second sets the done signal, as the last it does to this object, and then calls the listener.
-    /// @throws for the first as resetForPerform(); for the second what the listener throws, and CCURLError or std::bad_alloc
-    /// when the end cannot be recorded: the listener is told that error before, and checkAsyncResult() throws one
-    void setAsyncInfo(bool done, CURLcode result);
-
-    /// Called by the asynchronous manager when libcurl has ended the transfer, before setAsyncInfo(true, result). When this
-    /// answers true, the transfer was ended before anything of it was sent, because TLS is demanded and the connection, an
-    /// old one, has none: the request is prepared for one more attempt on a new connection, which the manager then starts.
-    bool beginSecondAttempt();
 
     /// Throws the error with which the asynchronous transfer ended; does nothing after a success or while it runs.
     void checkAsyncResult();
     bool isAsyncDone();
-
-    /// As kx::CSignal::wait().
-    bool waitAsyncDone(int timeoutMs);
+    bool waitAsyncDone(int timeoutMs); ///< as kx::CSignal::wait()
     kx::P<kx::CSignal> getAsyncDoneSignal();
 
-    /// For the asynchronous manager. Owned by this object.
-    CURL* getEasyHandle() const noexcept;
+    // What follows, down to the private part, is for the asynchronous manager.
 
-    /// For the asynchronous manager: before anything else, so that of several who want the request one gets it. Until
-    /// leaveManager() it is neither performed nor reset. Any thread.
+    /// With (false, CURLE_OK) when it takes the request, with (true, result) at the end. The second sets the done
+    /// signal, as the last it does to this object, and then calls the listener.
+    /// @throws for the first as resetForPerform(); for the second what the listener throws, and CCURLError or
+    /// std::bad_alloc when the end cannot be recorded: the listener is told that error before, and checkAsyncResult()
+    /// throws one
+    void setAsyncInfo(bool done, CURLcode result);
+
+    /// When libcurl has ended the transfer, before setAsyncInfo(true, result). When this answers true, the transfer was
+    /// ended before anything of it was sent, because TLS is demanded and the connection, an old one, has none: the
+    /// request is prepared for one more attempt on a new connection, which the manager then starts.
+    bool beginSecondAttempt();
+
+    CURL* getEasyHandle() const noexcept; ///< owned by this object
+
+    /// Before anything else, so that of several who want the request one gets it. Until leaveManager() it is neither
+    /// performed nor reset. Any thread.
     /// @return false when it is running already
     [[nodiscard]] bool claim() noexcept;
 
-    /// For the asynchronous manager: when libcurl is about to take the request, and when it has let it go or does not take it.
+    /// When libcurl is about to take the request, and when it has let it go or does not take it.
     /// @param sockets of the multi handle
     /// @throws CCURLError if libcurl refuses
     void enterManager(COpenSockets& sockets);
     void leaveManager() noexcept;
 
-    /// For the asynchronous manager: called with the result before libcurl lets go of a request whose transfer has ended.
+    /// With the result, before libcurl lets go of a request whose transfer has ended.
     void dropConnectionAfter(CURLcode result) noexcept;
 
-    /// For the asynchronous manager: before and after libcurl lets go of a request whose transfer has not ended. It would end
-    /// the mail that it is sending as if it were whole, and wait for the server's answer.
+    /// Before and after libcurl lets go of a request whose transfer has not ended. It would end the mail that it is
+    /// sending as if it were whole, and wait for the server's answer.
     void beginWithdrawal();
     void endWithdrawal();
 
-    /// For the asynchronous manager. Any thread.
-    bool isManaged() const noexcept;
+    bool isManaged() const noexcept; ///< any thread
 
-    /// For the asynchronous manager: whether connections of earlier perform() calls may be open. Newer libcurls close them
-    /// when a multi handle takes the request.
+    /// Whether connections of earlier perform() calls may be open. Newer libcurls close them when a multi handle takes
+    /// the request.
     bool hasOwnConnections() const noexcept;
 
 private:
     struct CRooms;
 
-    static size_t writeCallback(char* data, size_t size, size_t count, void* request) noexcept;
-    static size_t readCallback(char* buffer, size_t size, size_t count, void* request) noexcept;
-    static int seekCallback(void* request, curl_off_t offset, int origin) noexcept;
-    static size_t headerCallback(char* data, size_t size, size_t count, void* request) noexcept;
-
     void setOptionBytes(CURLoption option, const std::string& bytes);
     void setTimeout(CURLoption option, const kx::CTimeSpan& limit);
     void beginAttempt();
     void performOnce();
-    CURLcode runTransfer();
-    void noticeEnd(CURLcode result);
-    void prepareAsync(CURLcode result);
-    void recordAsyncResult(CURLcode result);
-    void throwAsyncFailure();
     kx::P<kx::CError> asyncFailure();
-    void tellDone(IDoneListener* listener, const kx::CError* error);
-    void tellDoneAfterFailure(IDoneListener* listener, const std::exception& error) noexcept;
 
     const std::unique_ptr<CRooms> m_rooms;
 };
 
-} // namespace norla
+/// Takes a response body, block by block.
+class KX_EXPORT CNetRequest::IDataSink : public virtual kx::IBase {
+public:
+    /// A transfer begins, the first one or another: for most sinks what an earlier one has written is void. Does
+    /// nothing unless a sink says otherwise. What it throws is what resetForPerform() throws.
+    virtual void begin() {}
 
-#include "norla/core/CNetRequestData.h"
+    /// Takes a block; what it returns (the bytes taken) is not looked at. Throwing a std::exception ends the transfer
+    /// with that error.
+    /// @param size 0 or more
+    /// @param responseCode HTTP status; 0 when it cannot be read, -1 for other protocols
+    /// @param responseHeaders lower-case name to value
+    virtual int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) = 0;
+};
+
+/// Gives the body to be sent, block by block. Throwing a std::exception from any operation ends the transfer with that
+/// error.
+class KX_EXPORT CNetRequest::IDataSource : public virtual kx::IBase {
+public:
+    /// Fills the buffer with at most `size` bytes.
+    /// @param responseHeaders of what the server has answered so far
+    /// @return how many; 0 at the end
+    virtual int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) = 0;
+
+    /// In bytes; -1 when unknown.
+    virtual long long getLength() = 0;
+
+    /// Goes on at that many bytes from the start: before a transfer, and when a redirect or an authentication makes
+    /// libcurl send the body again.
+    virtual void seek(long long position) = 0;
+    virtual long long getPosition() = 0;
+};
+
+/// Told when a transfer has ended.
+class KX_EXPORT CNetRequest::IDoneListener : public virtual kx::IBase {
+public:
+    /// @param error null on success; valid during the call
+    virtual void onNetRequestDone(CNetRequest* request, const kx::CError* error) = 0;
+};
+
+/// Writes a response body to a stream.
+class KX_EXPORT CNetRequest::CStreamDataSink : public kx::CBase, public virtual IDataSink {
+public:
+    /// @param stream not null; a reference is kept
+    explicit CStreamDataSink(kx::IOutStream* stream);
+
+    int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) override;
+
+private:
+    const kx::P<kx::IOutStream> m_stream;
+};
+
+/// Reads the body to be sent from a stream.
+class KX_EXPORT CNetRequest::CStreamDataSource : public kx::CBase, public virtual IDataSource {
+public:
+    /// @param stream not null; a reference is kept
+    explicit CStreamDataSource(kx::IInStream* stream);
+
+    int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) override;
+    long long getLength() override;
+    void seek(long long position) override;
+    long long getPosition() override;
+
+private:
+    const kx::P<kx::IInStream> m_stream;
+};
+
+} // namespace norla

@@ -1,10 +1,8 @@
 // A request whose transfer a manager drives.
 
-#include "kx/base/CStdExceptionError.h"
-#include "kx/log/log.h"
 #include "kx/threads/CMutexLock.h"
 #include "norla/core/CNetRequestRooms.h"
-#include "norla/core/httpSuccess.h"
+#include "norla/core/doneListeners.h"
 
 namespace norla {
 
@@ -13,7 +11,9 @@ void CNetRequest::setAsyncInfo(bool done, CURLcode result)
     if (!done) {
         const kx::CMutexLock lock(m_rooms->outcome.getMutex());
         m_rooms->demands.begin(m_rooms->url, isManaged());
-        prepareAsync(result);
+        beginAttempt();
+        m_rooms->outcome.begin(result);
+        m_rooms->handle.clearError();
         return;
     }
     kx::P<IDoneListener> listener;
@@ -23,49 +23,23 @@ void CNetRequest::setAsyncInfo(bool done, CURLcode result)
         // Whoever waits may use the request the moment the signal is set: that comes last, whatever is thrown here.
         const CAsyncOutcome::CSetAtEnd setAtEnd(m_rooms->outcome);
         listener = m_rooms->doneListener;
-        recordAsyncResult(result);
+        m_rooms->recordOutcome(result);
         if (listener)
             failure = asyncFailure();
     } catch (const std::exception& error) {
-        tellDoneAfterFailure(listener.get(), error);
+        tellDoneAfterFailure(*this, listener.get(), error);
         throw;
     }
-    tellDone(listener.get(), failure.get());
-}
-
-void CNetRequest::prepareAsync(CURLcode result)
-{
-    beginAttempt();
-    m_rooms->outcome.begin(result);
-    m_rooms->handle.clearError();
-}
-
-void CNetRequest::recordAsyncResult(CURLcode result)
-{
-    CAsyncOutcome& outcome = m_rooms->outcome;
-    // Until it is known, so that an end which cannot be recorded is never taken for a success.
-    outcome.set(result != CURLE_OK ? result : CURLE_ABORTED_BY_CALLBACK, kx::String());
-    noticeEnd(result);
-    const bool isRefused
-        = result == CURLE_OK && m_rooms->url.toString().startsWith("http") && !isHTTPSuccess(getResponseCode());
-    if (isRefused || result != CURLE_OK)
-        outcome.set(isRefused ? CURLE_HTTP_RETURNED_ERROR : result, getErrorMessage());
-    else if (!m_rooms->callbackError.isThere())
-        outcome.set(CURLE_OK, kx::String());
-}
-
-void CNetRequest::throwAsyncFailure()
-{
-    m_rooms->callbackError.throwIt();
-    const CAsyncOutcome& outcome = m_rooms->outcome;
-    if (outcome.getResult() != CURLE_OK)
-        throwError(outcome.getResult(), getResponseCodeDomain(), getResponseCode(), outcome.getMessage());
+    tellDone(*this, listener.get(), failure.get());
 }
 
 kx::P<kx::CError> CNetRequest::asyncFailure()
 {
+    const CAsyncOutcome& outcome = m_rooms->outcome;
     try {
-        throwAsyncFailure();
+        m_rooms->callbackError.throwIt();
+        if (outcome.getResult() != CURLE_OK)
+            throwError(outcome.getResult(), getResponseCodeDomain(), getResponseCode(), outcome.getMessage());
     } catch (const kx::CError& error) {
         return error.clone();
     }
@@ -75,8 +49,9 @@ kx::P<kx::CError> CNetRequest::asyncFailure()
 void CNetRequest::checkAsyncResult()
 {
     const kx::CMutexLock lock(m_rooms->outcome.getMutex());
-    if (isAsyncDone())
-        throwAsyncFailure();
+    const kx::P<kx::CError> failure = isAsyncDone() ? asyncFailure() : nullptr;
+    if (failure)
+        failure->throwClone();
 }
 
 bool CNetRequest::isAsyncDone()
@@ -112,6 +87,11 @@ void CNetRequest::enterManager(COpenSockets& sockets)
 void CNetRequest::leaveManager() noexcept
 {
     m_rooms->run.leaveManager();
+}
+
+void CNetRequest::dropConnectionAfter(CURLcode result) noexcept
+{
+    m_rooms->dropConnectionAfter(result);
 }
 
 void CNetRequest::beginWithdrawal()

@@ -16,7 +16,8 @@
 
 namespace norla {
 
-/// What a transfer consists of: a room for each kind of knowledge, with the request as the one door.
+/// What a transfer consists of: a room for each kind of knowledge, with the request as the one door; and what libcurl
+/// and the end of a transfer ask of several of them at once.
 struct CNetRequest::CRooms {
     CRunState run;
     CRequestURL url;
@@ -33,6 +34,24 @@ struct CNetRequest::CRooms {
     CConnectionDemands demands{handle};
     CTransferSockets sockets{handle};
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
+
+    /// Runs the transfer on this thread.
+    CURLcode perform();
+
+    /// With the result, before anything is told: notices what libcurl does not say of it, or keeps for the next
+    /// transfer.
+    void noticeEnd(CURLcode result);
+
+    /// How the transfer has ended that somebody else has driven.
+    void recordOutcome(CURLcode result);
+
+    void dropConnectionAfter(CURLcode result) noexcept;
+
+    // libcurl's, each with the rooms as its data
+    static size_t write(char* data, size_t size, size_t count, void* rooms) noexcept;
+    static size_t read(char* buffer, size_t size, size_t count, void* rooms) noexcept;
+    static int seek(void* rooms, curl_off_t offset, int origin) noexcept;
+    static size_t takeHeader(char* data, size_t size, size_t count, void* rooms) noexcept;
 };
 
 } // namespace norla

@@ -10,8 +10,8 @@ struct curl_slist; // libcurl's linked list of 8-bit strings
 
 namespace norla {
 
-/// A list of texts in the form that libcurl takes: UTF-8 in a curl_slist, in the order of adding. Used by one thread at a
-/// time; it must outlive its iterators and, where libcurl was given it, the transfers that read it.
+/// A list of texts in the form that libcurl takes: UTF-8 in a curl_slist, in the order of adding. Used by one thread at
+/// a time; it must outlive its iterators and, where libcurl was given it, the transfers that read it.
 class KX_EXPORT CNetStringList : public kx::CBase {
 public:
     class CIterator;
@@ -35,7 +35,8 @@ public:
     /// Walks the list as it is now and grows; it starts before the first text.
     kx::P<CIterator> createIterator() const;
 
-    /// libcurl's list, owned by this object; null while empty. Adding to an empty list changes it, adding to others does not.
+    /// libcurl's list, owned by this object; null while empty. Adding to an empty list changes it, adding to others
+    /// does not.
     curl_slist* getCurlList() const noexcept { return m_first; }
 
 private:

@@ -8,9 +8,9 @@
 
 namespace norla {
 
-/// The sockets of one of libcurl's connection caches: those of a request that performs by itself, or of a multi handle. It opens
-/// and closes them for libcurl (CURLOPT_OPENSOCKETFUNCTION, CURLOPT_CLOSESOCKETFUNCTION), so that the goodbyes which libcurl
-/// says when it frees a cache need not wait for a server that never answers them.
+/// The sockets of one of libcurl's connection caches: those of a request that performs by itself, or of a multi handle.
+/// It opens and closes them for libcurl (CURLOPT_OPENSOCKETFUNCTION, CURLOPT_CLOSESOCKETFUNCTION), so that the goodbyes
+/// which libcurl says when it frees a cache need not wait for a server that never answers them.
 ///
 /// Lives longer than the cache. Used by the thread that works with the cache.
 class COpenSockets {
@@ -19,8 +19,8 @@ public:
     COpenSockets(const COpenSockets&) = delete;
     COpenSockets& operator=(const COpenSockets&) = delete;
 
-    /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once. For the moment
-    /// before libcurl closes all of the cache's connections.
+    /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once. For the
+    /// moment before libcurl closes all of the cache's connections.
     void stopReading() noexcept;
 
     /// For connections that nobody can close any more.
@@ -30,7 +30,8 @@ public:
     static int onClose(void* sockets, curl_socket_t socket) noexcept;
 
 private:
-    /// Tells a socket from another one that has its number later: libcurl 7.88 closes those that were never connected itself.
+    /// Tells a socket from another one that has its number later: libcurl 7.88 closes those that were never connected
+    /// itself.
     struct CIdentity {
         dev_t device;
         ino_t inode;

@@ -4,8 +4,8 @@
 
 namespace norla {
 
-/// The URL of a transfer as its owner has set it, and what the text tells of the protocol. Whether redirects have led to
-/// another one is not seen.
+/// The URL of a transfer as its owner has set it, and what the text tells of the protocol. Whether redirects have led
+/// to another one is not seen.
 class CRequestURL {
 public:
     CRequestURL() = default; ///< none

@@ -12,8 +12,8 @@ namespace norla {
 class CNetStringList;
 class CRequestURL;
 
-/// What has been answered so far in a transfer: reply lines of all protocols, and of HTTP the status and the header map of the
-/// last response; and where its body goes. Used by the thread of the transfer.
+/// What has been answered so far in a transfer: reply lines of all protocols, and of HTTP the status and the header map
+/// of the last response; and where its body goes. Used by the thread of the transfer.
 class CResponse {
 public:
     using Buffer = CNetRequest::Buffer;
@@ -25,8 +25,8 @@ public:
     CResponse& operator=(const CResponse&) = delete;
     ~CResponse();
 
-    /// A transfer begins: forgets the last answer, whose list of lines stays what it is for those who have it. beginBody() comes
-    /// next.
+    /// A transfer begins: forgets the last answer, whose list of lines stays what it is for those who have it.
+    /// beginBody() comes next.
     void begin();
 
     /// Lets the sink begin. @throws what it throws
@@ -39,16 +39,16 @@ public:
     /// @throws kx::CError when it is not UTF-8, or makes no sense; it is left out then
     void takeLine(std::string_view bytes, const CRequestURL& url);
 
-    /// A block of the body, for the sink. A status line that makes no sense is logged with URL and method. @throws what the sink
-    /// throws
+    /// A block of the body, for the sink. A status line that makes no sense is logged with URL and method. @throws what
+    /// the sink throws
     /// @param method empty for GET
     void takeBody(const unsigned char* data, int size, const CRequestURL& url, const kx::String& method);
 
     CNetStringList* getLines() const noexcept { return m_lines.get(); }
     const HeaderMap& getHeaderMap() const { return m_headerAssembler.getHeaderMap(); }
 
-    /// What the server says about a failure: the last reply line of a mail server, or the text in the body that an HTTP server sent
-    /// into the default receive buffer. Empty when there is nothing.
+    /// What the server says about a failure: the last reply line of a mail server, or the text in the body that an HTTP
+    /// server sent into the default receive buffer. Empty when there is nothing.
     kx::String getServerMessage(const kx::String& responseCodeDomain, int responseCode) const;
 
     /// The last refusal of a mail server; empty when there was none.

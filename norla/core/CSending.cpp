@@ -114,8 +114,8 @@ void CSending::requireWithinCopiedBody(long long size) const
             "CNetRequest::setOptionInt64");
 }
 
-// CURLOPT_POSTFIELDS is the one text that libcurl does not copy. It copies as many bytes as it was told of before, and drops its
-// copy when it is told of more later.
+// CURLOPT_POSTFIELDS is the one text that libcurl does not copy. It copies as many bytes as it was told of before, and
+// drops its copy when it is told of more later.
 void CSending::setCopiedBody(const std::string& bytes)
 {
     const auto size = static_cast<long long>(bytes.size());
@@ -204,7 +204,8 @@ size_t CSending::read(char* buffer, int size, const HeaderMap& responseHeaders)
     return source ? readSource(*source, buffer, size, responseHeaders) : 0;
 }
 
-// libcurl 7.88 sends what is more than the size that it was told, as the beginning of another request, and waits for what is less.
+// libcurl 7.88 sends what is more than the size that it was told, as the beginning of another request, and waits for
+// what is less.
 size_t CSending::readSource(IDataSource& source, char* buffer, int size, const HeaderMap& responseHeaders)
 {
     const long long left = m_size == -1 ? size : m_size - m_position;
@@ -221,8 +222,8 @@ size_t CSending::readSource(IDataSource& source, char* buffer, int size, const H
 
 bool CSending::seek(long long offset, int origin)
 {
-    // From libcurl 8 on a rewind that has failed is asked for again at the start of the next transfer, whatever that sends: it
-    // begins at 0 anyway.
+    // From libcurl 8 on a rewind that has failed is asked for again at the start of the next transfer, whatever that
+    // sends: it begins at 0 anyway.
     if (std::exchange(m_hasRewindPending, false) && !m_wasRead && origin == SEEK_SET && offset == 0)
         return true;
     const kx::P<IDataSource> source = m_source; // which may put another one in its place

@@ -13,8 +13,8 @@ namespace norla {
 
 class CEasyHandle;
 
-/// What a transfer sends: a method with a body, of which libcurl lets each option change the other. Used by the thread of the
-/// transfer.
+/// What a transfer sends: a method with a body, of which libcurl lets each option change the other. Used by the thread
+/// of the transfer.
 class CSending {
 public:
     using HeaderMap = CNetRequest::HeaderMap;
@@ -25,7 +25,8 @@ public:
     CSending(const CSending&) = delete;
     CSending& operator=(const CSending&) = delete;
 
-    /// First and second half of CNetRequest::reset(): what the caller has given, and what goes with the handle's options.
+    /// First and second half of CNetRequest::reset(): what the caller has given, and what goes with the handle's
+    /// options.
     void forgetSource();
     void forgetOptions();
 

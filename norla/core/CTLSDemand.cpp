@@ -73,8 +73,8 @@ bool CTLSDemand::isMade() const noexcept
 
 bool CTLSDemand::concernsThisProtocol() const noexcept
 {
-    // The URL in use, after redirects. A proxy may be spoken to in another protocol than the URL's: what was to be encrypted
-    // is in the clear then all the same.
+    // The URL in use, after redirects. A proxy may be spoken to in another protocol than the URL's: what was to be
+    // encrypted is in the clear then all the same.
     const std::string_view url = textOf(m_handle, CURLINFO_EFFECTIVE_URL);
     return isUpgraded(url.substr(0, url.find(':'))) || isUpgraded(textOf(m_handle, CURLINFO_SCHEME));
 }

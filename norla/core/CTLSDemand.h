@@ -6,15 +6,15 @@ namespace norla {
 
 class CEasyHandle;
 
-/// Whether a transfer has to be encrypted (CURLOPT_USE_SSL), and the watch that it is: libcurl takes an idle connection without
-/// TLS for a transfer that demands it, and then neither asks for STARTTLS nor fails (7.88 and 8.14). What is demanded is asked
-/// of every connection before the first command of the transfer itself goes out.
+/// Whether a transfer has to be encrypted (CURLOPT_USE_SSL), and the watch that it is: libcurl takes an idle connection
+/// without TLS for a transfer that demands it, and then neither asks for STARTTLS nor fails (7.88 and 8.14). What is
+/// demanded is asked of every connection before the first command of the transfer itself goes out.
 ///
-/// Belongs to one easy handle, whose owner sets the options: it tells what it has set, hands over callback() with this object
-/// as its data while isMade(), and asks afterwards. Used by the thread that uses the handle.
+/// Belongs to one easy handle, whose owner sets the options: it tells what it has set, hands over callback() with this
+/// object as its data while isMade(), and asks afterwards. Used by the thread that uses the handle.
 ///
-/// What it cannot see: options that somebody sets on the handle itself, and that a connection through a proxy of scheme "https"
-/// is encrypted only as far as that proxy.
+/// What it cannot see: options that somebody sets on the handle itself, and that a connection through a proxy of scheme
+/// "https" is encrypted only as far as that proxy.
 class CTLSDemand {
 public:
     /// @param handle outlives this object

@@ -10,8 +10,8 @@ namespace norla {
 
 class CEasyHandle;
 
-/// By whose functions libcurl opens and closes the sockets of a transfer: those of the request's own connection cache, of a
-/// manager's, or the application's. Used by the thread of the transfer.
+/// By whose functions libcurl opens and closes the sockets of a transfer: those of the request's own connection cache,
+/// of a manager's, or the application's. Used by the thread of the transfer.
 class CTransferSockets {
 public:
     /// @param handle outlives this object

@@ -15,9 +15,10 @@ enum class OptionValue { number, text, pointer };
 /// @throws kx::CInvalidArgError naming the option
 void requireOptionTakes(CURLoption option, OptionValue value, std::string_view functionName);
 
-/// Refuses what would say more to the server than the option is for: a line end in a name, a password or a header field begins
-/// another command or field. Texts that are passed on unchanged by design (URLs, which libcurl checks itself, envelope
-/// senders, bodies) and names of files may hold line ends; a zero character, at which libcurl would cut the text off, none may.
+/// Refuses what would say more to the server than the option is for: a line end in a name, a password or a header field
+/// begins another command or field. Texts that are passed on unchanged by design (URLs, which libcurl checks itself,
+/// envelope senders, bodies) and names of files may hold line ends; a zero character, at which libcurl would cut the
+/// text off, none may.
 /// @throws kx::CInvalidArgError naming the option, never the text
 void requireOptionText(CURLoption option, std::string_view text, std::string_view functionName);
 

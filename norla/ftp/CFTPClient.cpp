@@ -121,7 +121,8 @@ void CFTPClient::prepareMoveFileRequest(
         prepareRename(request, fromPath, toPath);
         return;
     }
-    // The walk to an upload makes the target's directory. What is uploaded then is nothing, to the end of the moved file.
+    // The walk to an upload makes the target's directory. What is uploaded then is nothing, to the end of the moved
+    // file.
     beginPrepareRequest(request, toPath, true);
     request.setFTPCustomPreCommands(commands({"RNFR " + fromPath, "RNTO " + toPath}).get());
     sendNothing(request);
@@ -135,8 +136,8 @@ void CFTPClient::prepareMoveDirRequest(
         prepareRename(request, fromDir, toDir);
         return;
     }
-    // The walk to an upload makes the target, the rename replaces it, and the empty file that was uploaded is deleted. Its
-    // random name keeps moves at the same time apart.
+    // The walk to an upload makes the target, the rename replaces it, and the empty file that was uploaded is deleted.
+    // Its random name keeps moves at the same time apart.
     const kx::String dummyPath = toDir + "/__dummy" + kx::CStringFormat("%llu", kx::rand64()).toString();
     beginPrepareRequest(request, dummyPath, true);
     request.setFTPCustomPreCommands(commands({"RNFR " + fromDir, "RNTO " + toDir}).get());

@@ -10,14 +10,14 @@ namespace norla {
 
 /// Files and directories on one FTP server, plain or with TLS.
 ///
-/// A prepare...Request() resets a request and fills it, for callers who perform it themselves, at once or in the background;
-/// the other operations perform it too. One request may serve any number of operations, one after the other, and so stays
-/// logged in. What fails throws what CNetRequest::perform() throws.
+/// A prepare...Request() resets a request and fills it, for callers who perform it themselves, at once or in the
+/// background; the other operations perform it too. One request may serve any number of operations, one after the
+/// other, and so stays logged in. What fails throws what CNetRequest::perform() throws.
 ///
-/// Paths are the server's own, as a rule from "/" on. They are sent as they are. In uploads, downloads, listings and moves with
-/// createMissingDirs they stand in a URL, which libcurl takes only escaped ("my%20file") and reads from the directory of the
-/// login on; the other operations put them into commands, which take them unescaped ("my file"). A line end in a path would
-/// begin another command: never pass on a path with one.
+/// Paths are the server's own, as a rule from "/" on. They are sent as they are. In uploads, downloads, listings and
+/// moves with createMissingDirs they stand in a URL, which libcurl takes only escaped ("my%20file") and reads from the
+/// directory of the login on; the other operations put them into commands, which take them unescaped ("my file"). A
+/// line end in a path would begin another command: never pass on a path with one.
 ///
 /// Immutable but for its setters: several threads may use one client with a request each.
 class KX_EXPORT CFTPClient : public virtual kx::CBase {
@@ -42,8 +42,8 @@ public:
     CFTPClient& operator=(const CFTPClient&) = delete;
     ~CFTPClient() override;
 
-    /// Overrides, for requests prepared afterwards, the way to a directory: a CWD for every step when missing directories are to
-    /// be made, no CWD otherwise.
+    /// Overrides, for requests prepared afterwards, the way to a directory: a CWD for every step when missing
+    /// directories are to be made, no CWD otherwise.
     void setOverrideCWDType(CWDType type) { m_overrideCWDType = type; }
 
     /// The certificates that the server is verified against, for requests prepared afterwards, as
@@ -76,12 +76,13 @@ public:
     /// As prepareVerifyExistsRequest(); make a CFTPGetInfoResult from the request's getResponseInfo() afterwards.
     void prepareGetInfoRequest(CNetRequest& request, const kx::String& path);
 
-    /// Renames a file. @param createMissingDirs whether the target's directory is made; the target's path stands in a URL then
+    /// Renames a file. @param createMissingDirs whether the target's directory is made; the target's path stands in a
+    /// URL then
     void prepareMoveFileRequest(
         CNetRequest& request, const kx::String& fromPath, const kx::String& toPath, bool createMissingDirs);
 
-    /// Renames a directory. @param createMissingDirs whether the target and its parents are made first, for servers that
-    /// rename onto an empty directory; the target's path stands in a URL then
+    /// Renames a directory. @param createMissingDirs whether the target and its parents are made first, for servers
+    /// that rename onto an empty directory; the target's path stands in a URL then
     void prepareMoveDirRequest(
         CNetRequest& request, const kx::String& fromDir, const kx::String& toDir, bool createMissingDirs);
 
@@ -115,9 +116,9 @@ public:
     /// @throws also as CFTPListDirResult, unless unreadable lines are kept
     kx::P<CFTPListDirResult> listDir(CNetRequest& request, const kx::String& path);
 
-    /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, as are names that lead
-    /// elsewhere ("..", "a/b", "a\b"), and then the directory is too. The first failure ends it; what was removed until then stays
-    /// removed.
+    /// Removes a directory with everything in it, entry by entry. Links and the like are left alone, as are names that
+    /// lead elsewhere ("..", "a/b", "a\b"), and then the directory is too. The first failure ends it; what was removed
+    /// until then stays removed.
     ///
     /// The path means the same as in a command, where "/" is the server's root. Where the server's answer to PWD at the
     /// login was not "/" (or is not known, as on a connection that was open before), the directory is listed a second

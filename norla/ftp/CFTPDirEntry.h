@@ -20,7 +20,8 @@ public:
     /// An entry without a name.
     CFTPDirEntry();
 
-    /// Parses a line such as "type=file;size=1024;modify=20200131235959; report.txt". Facts beside these three are ignored.
+    /// Parses a line such as "type=file;size=1024;modify=20200131235959; report.txt". Facts beside these three are
+    /// ignored.
     /// @throws kx::CError "Invalid FTP dir entry: '...'"; as parseTimeValue(); as kx::parseInt64() for the size
     explicit CFTPDirEntry(const kx::String& line);
 
@@ -40,9 +41,10 @@ public:
     /// Unset when the server did not say.
     kx::CTime getModificationTime() const noexcept { return m_modificationTime; }
 
-    /// Parses YYYYMMDDHHMMSS with an optional fraction of a second, as in "20200131235959.123", in UTC (RFC 3659 section 2.3).
-    /// @throws kx::CError "Invalid FTP time value: '...'"; as kx::parseInt64() and kx::CTimeFields::toTime() for text that is
-    /// no time
+    /// Parses YYYYMMDDHHMMSS with an optional fraction of a second, as in "20200131235959.123", in UTC (RFC 3659
+    /// section 2.3).
+    /// @throws kx::CError "Invalid FTP time value: '...'"; as kx::parseInt64() and kx::CTimeFields::toTime() for text
+    /// that is no time
     static kx::CTime parseTimeValue(const kx::String& value);
 
 private:

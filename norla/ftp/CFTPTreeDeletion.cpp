@@ -139,8 +139,8 @@ bool CFTPTreeDeletion::isListedFromRoot() const
     return m_topDir.startsWith("//") || m_isLoginAtRoot;
 }
 
-/// Any transfer can come over a new connection, when the server has closed the one before, and that may begin elsewhere.
-/// What libcurl itself remembers of answers to PWD (CURLINFO_FTP_ENTRY_PATH) may be of other connections.
+/// Any transfer can come over a new connection, when the server has closed the one before, and that may begin
+/// elsewhere. What libcurl itself remembers of answers to PWD (CURLINFO_FTP_ENTRY_PATH) may be of other connections.
 void CFTPTreeDeletion::noteLogin()
 {
     for (const auto line = m_request.getResponseInfo()->createIterator(); line->next();) {

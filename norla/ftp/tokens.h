@@ -4,9 +4,9 @@
 
 namespace norla {
 
-/// Calls action(std::wstring_view) for every field of the text between the delimiters, empty ones included, up to the last
-/// character that is no delimiter: "a;;b;;" has the fields "a", "" and "b". A text of delimiters alone has one empty field,
-/// an empty text none.
+/// Calls action(std::wstring_view) for every field of the text between the delimiters, empty ones included, up to the
+/// last character that is no delimiter: "a;;b;;" has the fields "a", "" and "b". A text of delimiters alone has one
+/// empty field, an empty text none.
 template <typename TAction>
 void forEachField(std::wstring_view text, wchar_t delimiter, TAction action)
 {

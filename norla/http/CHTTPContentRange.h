@@ -13,9 +13,10 @@ public:
     CHTTPContentRange(const kx::String& unit, long long first, long long last, long long total);
     ~CHTTPContentRange() override;
 
-    /// Parses the header's value, such as "bytes 0-499/1234", with or without white space around it. The numbers need not
-    /// make sense together.
-    /// @throws kx::CError "Invalid HTTP Content-Range header: ..."; kx::parseInt64()'s error for what should be a number
+    /// Parses the header's value, such as "bytes 0-499/1234", with or without white space around it. The numbers need
+    /// not make sense together.
+    /// @throws kx::CError "Invalid HTTP Content-Range header: ..."; kx::parseInt64()'s error for what should be a
+    /// number
     static kx::P<CHTTPContentRange> parse(const kx::String& header);
 
     /// What is counted; after parse() in lower case and never empty, normally "bytes".

@@ -17,8 +17,8 @@ public:
     /// The header as it was given.
     const kx::String& getHeader() const noexcept { return m_header; }
 
-    /// Product name, whose case matters, to version: what follows the first "/", empty without one. The last one of several
-    /// of the same name counts.
+    /// Product name, whose case matters, to version: what follows the first "/", empty without one. The last one of
+    /// several of the same name counts.
     const kx::TMap<kx::String, kx::String>& getProducts() const noexcept { return m_products; }
 
 private:

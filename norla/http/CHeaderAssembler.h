@@ -22,9 +22,9 @@ public:
     /// Starts with the next response: an empty map. The server info stays.
     void reset();
 
-    /// Takes one line as the server sent it, with its line end. The line "\r\n" ends the headers: the server info is updated
-    /// and every further line ignored. A line that begins with white space continues the one before (obsolete folding,
-    /// RFC 9112 section 5.2); so does a bare "\n".
+    /// Takes one line as the server sent it, with its line end. The line "\r\n" ends the headers: the server info is
+    /// updated and every further line ignored. A line that begins with white space continues the one before (obsolete
+    /// folding, RFC 9112 section 5.2); so does a bare "\n".
     /// @throws kx::CError "Error parsing HTTP header: first line starts with whitespace."
     /// @throws kx::CInvalidArgError as CNetHeaders::splitEntry(). In both cases nothing has changed.
     void handleHeaderLine(const kx::String& line);

@@ -7,8 +7,8 @@
 
 namespace norla {
 
-/// What has been learnt about one server: which parts of HTTP it is known to get wrong. Shared between the application and
-/// the requests to that server (CNetRequest::setServerInfoToUpdate()). Any thread.
+/// What has been learnt about one server: which parts of HTTP it is known to get wrong. Shared between the application
+/// and the requests to that server (CNetRequest::setServerInfoToUpdate()). Any thread.
 class KX_EXPORT CServerInfo : public virtual kx::CBase {
 public:
     CServerInfo() = default;

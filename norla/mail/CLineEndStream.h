@@ -8,10 +8,11 @@
 
 namespace norla {
 
-/// A message as it goes over the wire: what another stream gives, with CRLF for every line end (RFC 5321 section 2.3.8). A line
-/// feed without a carriage return before it and a carriage return without a line feed behind it become CRLF; everything else
-/// passes byte for byte. libcurl doubles the dots at the start of lines behind CRLF only, and there are servers that take
-/// a bare line feed for a line end, too: to them "\n.\r\n" would be the end of the message, and what follows commands.
+/// A message as it goes over the wire: what another stream gives, with CRLF for every line end (RFC 5321 section
+/// 2.3.8). A line feed without a carriage return before it and a carriage return without a line feed behind it become
+/// CRLF; everything else passes byte for byte. libcurl doubles the dots at the start of lines behind CRLF only, and
+/// there are servers that take a bare line feed for a line end, too: to them "\n.\r\n" would be the end of the message,
+/// and what follows commands.
 ///
 /// Reads ahead by one block at most, whatever the size of the message. Used by one thread at a time.
 class CLineEndStream : public kx::CBase, public virtual kx::IInStream {
@@ -29,8 +30,8 @@ public:
     /// Back to the start. @throws kx::CError for any other position; what the source throws
     void seek(long long position) override;
 
-    /// Of what was read here, which may be more than what the source has given; where the source stands, before the first
-    /// byte.
+    /// Of what was read here, which may be more than what the source has given; where the source stands, before the
+    /// first byte.
     long long getPosition() override;
 
 private:

@@ -29,8 +29,8 @@ public:
     ~CMimeMessage() override;
 
     /// The fields, one value a name, to add to and to change. Names are told apart by letter case. Nothing is checked:
-    /// a name has to be ASCII without ":", and a line end in an ASCII value gets into the header block as it is. Whoever
-    /// takes values from outside refuses line ends in them before. Parameters: makeParameter().
+    /// a name has to be ASCII without ":", and a line end in an ASCII value gets into the header block as it is.
+    /// Whoever takes values from outside refuses line ends in them before. Parameters: makeParameter().
     HeaderMap& getHeaders() noexcept { return m_headers; }
     const HeaderMap& getHeaders() const noexcept { return m_headers; }
 
@@ -71,13 +71,13 @@ public:
     /// ASCII.
     static kx::String toQuotedString(const kx::String& text);
 
-    /// One parameter of a structured field: makeParameter("filename", value) behind "attachment; " for "Content-Disposition".
-    /// Visible ASCII and blanks are quoted as by toQuotedString(): filename="report.txt". Everything else, control characters
-    /// and line ends included, and what a reader could take for an encoded word, is escaped in UTF-8 (RFC 2231 section 4):
-    /// filename*=utf-8''Gr%C3%BC%C3%9Fe.pdf. The result is ASCII without line ends, so that it adds nothing to a header block
-    /// and makeHeaderField() leaves it as it is. It is one piece however long the value is, without the continuations of RFC
-    /// 2231 section 3: a value of more than about 300 bytes outside ASCII gives a line of more than the 998 characters that
-    /// RFC 5322 allows.
+    /// One parameter of a structured field: makeParameter("filename", value) behind "attachment; " for
+    /// "Content-Disposition". Visible ASCII and blanks are quoted as by toQuotedString(): filename="report.txt".
+    /// Everything else, control characters and line ends included, and what a reader could take for an encoded word, is
+    /// escaped in UTF-8 (RFC 2231 section 4): filename*=utf-8''Gr%C3%BC%C3%9Fe.pdf. The result is ASCII without line
+    /// ends, so that it adds nothing to a header block and makeHeaderField() leaves it as it is. It is one piece
+    /// however long the value is, without the continuations of RFC 2231 section 3: a value of more than about 300 bytes
+    /// outside ASCII gives a line of more than the 998 characters that RFC 5322 allows.
     /// @param name of letters, digits and "!#$&+-.^_`{|}~"
     /// @param value any text; an empty one gives name=""
     /// @throws kx::CInvalidArgError for any other name; kx::CError when the value has no UTF-8 form

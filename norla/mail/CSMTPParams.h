@@ -6,8 +6,8 @@
 
 namespace norla {
 
-/// Where and how to reach a mail server, and how long to wait for it: a plain value. A time limit that is zero or negative is
-/// refused when it is used.
+/// Where and how to reach a mail server, and how long to wait for it: a plain value. A time limit that is zero or
+/// negative is refused when it is used.
 class KX_EXPORT CSMTPParams : public virtual kx::CBase {
 public:
     /// How the connection is secured. The numbers and texts are what applications store.
@@ -38,17 +38,17 @@ public:
     kx::String userName;
     kx::String password;
 
-    /// Limits name lookup, connection, TLS and login, as CNetRequest::setConnectTimeout(). Infinite: the 30 seconds of every
-    /// request. Below a millisecond counts as one.
+    /// Limits name lookup, connection, TLS and login, as CNetRequest::setConnectTimeout(). Infinite: the 30 seconds of
+    /// every request. Below a millisecond counts as one.
     kx::CTimeSpan connectTimeout = kx::CTimeSpan::infinite();
 
-    /// Limits the wait for each reply, also for one that makes no sense; rounded up to whole seconds, at most about 24 days
-    /// (CURLOPT_SERVER_RESPONSE_TIMEOUT). Infinite: libcurl's two minutes. A server may need long for the reply to a whole
-    /// message: RFC 5321 section 4.5.3.2 gives it ten minutes there.
+    /// Limits the wait for each reply, also for one that makes no sense; rounded up to whole seconds, at most about 24
+    /// days (CURLOPT_SERVER_RESPONSE_TIMEOUT). Infinite: libcurl's two minutes. A server may need long for the reply to
+    /// a whole message: RFC 5321 section 4.5.3.2 gives it ten minutes there.
     kx::CTimeSpan responseTimeout = kx::CTimeSpan::infinite();
 
-    /// Limits each operation as a whole, as CNetRequest::setFullRequestTimeout(). Infinite: no limit. Below a millisecond
-    /// counts as one.
+    /// Limits each operation as a whole, as CNetRequest::setFullRequestTimeout(). Infinite: no limit. Below a
+    /// millisecond counts as one.
     kx::CTimeSpan fullTimeout = kx::CTimeSpan::infinite();
 };
 

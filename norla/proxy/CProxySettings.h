@@ -9,8 +9,8 @@
 
 namespace norla {
 
-/// Which proxy to use for each URL scheme, and the hosts that are reached directly. Schemes and hosts are compared without
-/// regard to case. Any thread, except where it says otherwise.
+/// Which proxy to use for each URL scheme, and the hosts that are reached directly. Schemes and hosts are compared
+/// without regard to case. Any thread, except where it says otherwise.
 class KX_EXPORT CProxySettings : public virtual kx::CBase {
 public:
     /// The user's settings of this process. They start empty; the application fills them.
@@ -47,8 +47,9 @@ public:
     void removeDirectConnectHost(const kx::String& host);
     bool isDirectConnectHost(const kx::String& host) const;
 
-    /// Adds the proxies of a list, separated by ";", ",", blanks or tabs. "scheme=proxy" sets one scheme ("ftp=" removes its
-    /// proxy); "host" and "host:port" set http, https and ftp; a URL such as "https://host:443" sets its own scheme.
+    /// Adds the proxies of a list, separated by ";", ",", blanks or tabs. "scheme=proxy" sets one scheme ("ftp="
+    /// removes its proxy); "host" and "host:port" set http, https and ftp; a URL such as "https://host:443" sets its
+    /// own scheme.
     void addProxiesFromString(const kx::String& text);
 
     /// Adds the hosts of a list, separated likewise.

@@ -10,8 +10,8 @@ class wxXmlNode;
 
 namespace norla {
 
-/// The answer to a copy: a "CopyObjectResult" document, or an "Error" document, which can come with the status of a success
-/// because the service answers before it has finished. Immutable.
+/// The answer to a copy: a "CopyObjectResult" document, or an "Error" document, which can come with the status of a
+/// success because the service answers before it has finished. Immutable.
 class KX_EXPORT CS3CopyObjectResult : public kx::CBase {
 public:
     /// Parses the document.

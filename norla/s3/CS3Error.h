@@ -6,9 +6,9 @@ namespace norla {
 
 class CS3ErrorResponse;
 
-/// The service has refused a request and said why. Domain "http" with the HTTP status as code, 0 when the status was that of
-/// a success. Properties: "responseCode", the status in decimal; "s3-code", "s3-requestID" and "s3-resource" from the
-/// service's answer.
+/// The service has refused a request and said why. Domain "http" with the HTTP status as code, 0 when the status was
+/// that of a success. Properties: "responseCode", the status in decimal; "s3-code", "s3-requestID" and "s3-resource"
+/// from the service's answer.
 class KX_EXPORT CS3Error : public virtual kx::CError {
 public:
     CS3Error(const CS3ErrorResponse& response, int httpResponseCode);

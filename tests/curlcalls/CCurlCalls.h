@@ -12,10 +12,11 @@
 
 namespace support {
 
-/// Watches the calls that the library makes to libcurl, and makes chosen ones fail, as long as the object lives. One at a time.
+/// Watches the calls that the library makes to libcurl, and makes chosen ones fail, as long as the object lives. One at
+/// a time.
 ///
-/// Works by interposition: linked into a test program, the functions of CCurlCalls.cpp stand before libcurl's own, to which
-/// they pass on what they do not refuse. Any thread.
+/// Works by interposition: linked into a test program, the functions of CCurlCalls.cpp stand before libcurl's own, to
+/// which they pass on what they do not refuse. Any thread.
 class CCurlCalls {
 public:
     CCurlCalls();
@@ -24,9 +25,9 @@ public:
     ~CCurlCalls();
 
     /// The options set since the construction or the last call, in order: "URL=http://host/", "UPLOAD=1",
-    /// "CUSTOMREQUEST=null", "HTTPHEADER=[A: 1, B: 2]"; "set" where a value is no text or number. Without what the library sets
-    /// once, when a request is first performed or managed, to keep waits short: the functions that open and close sockets, and
-    /// CURLOPT_QUICK_EXIT.
+    /// "CUSTOMREQUEST=null", "HTTPHEADER=[A: 1, B: 2]"; "set" where a value is no text or number. Without what the
+    /// library sets once, when a request is first performed or managed, to keep waits short: the functions that open
+    /// and close sockets, and CURLOPT_QUICK_EXIT.
     std::vector<std::string> takeOptions();
 
     /// The pointer that the option was last set to; null when it was not set.
@@ -35,10 +36,10 @@ public:
     /// Makes curl_easy_setopt() refuse this option from now on.
     void failOption(CURLoption option, CURLcode result = CURLE_OUT_OF_MEMORY);
 
-    /// Makes a function fail: OPENSSL_init_ssl, curl_global_init, curl_global_cleanup (which throws then), curl_easy_init, curl_easy_getinfo, curl_easy_escape, curl_slist_append,
-    /// curl_easy_strerror, curl_multi_strerror, and of the multi interface curl_multi_init, curl_multi_info_read (both answer
-    /// null then), curl_multi_add_handle, curl_multi_remove_handle, curl_multi_fdset, curl_multi_timeout, curl_multi_poll and
-    /// curl_multi_perform.
+    /// Makes a function fail: OPENSSL_init_ssl, curl_global_init, curl_global_cleanup (which throws then),
+    /// curl_easy_init, curl_easy_getinfo, curl_easy_escape, curl_slist_append, curl_easy_strerror, curl_multi_strerror,
+    /// and of the multi interface curl_multi_init, curl_multi_info_read (both answer null then), curl_multi_add_handle,
+    /// curl_multi_remove_handle, curl_multi_fdset, curl_multi_timeout, curl_multi_poll and curl_multi_perform.
     /// @param skip how many calls still succeed before
     /// @param count how many fail then; -1 for all
     void fail(const std::string& function, int skip = 0, int count = -1);
@@ -70,7 +71,8 @@ public:
     /// What curl_global_init() was last called with; nothing when it was not.
     std::optional<long> globalInitFlags() const;
 
-    /// Whether SIGPIPE was kept from the calling thread during the last call of such a function; false when there was none.
+    /// Whether SIGPIPE was kept from the calling thread during the last call of such a function; false when there was
+    /// none.
     bool wasSigPipeBlocked(const std::string& function) const;
 
     /// For the interposed functions alone: counts the call and tells whether it is to fail.

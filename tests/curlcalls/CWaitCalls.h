@@ -7,8 +7,8 @@
 
 namespace support {
 
-/// Watches how long the library waits, as long as the object lives: its calls to select() and nanosleep(). One at a time.
-/// Interposes these functions as CCurlCalls does. Any thread.
+/// Watches how long the library waits, as long as the object lives: its calls to select() and nanosleep(). One at a
+/// time. Interposes these functions as CCurlCalls does. Any thread.
 class CWaitCalls {
 public:
     CWaitCalls();
@@ -16,12 +16,12 @@ public:
     CWaitCalls& operator=(const CWaitCalls&) = delete;
     ~CWaitCalls();
 
-    /// The waits since the construction or the last call, in order: "select 250" and "sleep 100", in milliseconds. They are
-    /// not waited for, but looked at only.
+    /// The waits since the construction or the last call, in order: "select 250" and "sleep 100", in milliseconds. They
+    /// are not waited for, but looked at only.
     std::vector<std::string> takeWaits();
 
-    /// From now on the calling thread's waits for a signal (a condition variable) with a limit count too, as "signal 250".
-    /// These are waited for.
+    /// From now on the calling thread's waits for a signal (a condition variable) with a limit count too, as "signal
+    /// 250". These are waited for.
     void noteSignals();
 
     /// For the interposed functions alone.

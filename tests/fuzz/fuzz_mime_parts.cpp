@@ -1,5 +1,5 @@
-// A tree of messages that the input describes, read back by a strict reader: ( and ) begin and end a multipart, everything
-// between them is the body of a part, and what looks like a boundary stays what it is.
+// A tree of messages that the input describes, read back by a strict reader: ( and ) begin and end a multipart,
+// everything between them is the body of a part, and what looks like a boundary stays what it is.
 #include "kx/streams/CBufferStream.h"
 #include "norla/mail/CMultiPartMimeMessage.h"
 #include "tests/fuzz/require.h"

@@ -107,8 +107,8 @@ TEST_P(FTPClientTest, failsToDownloadAMissingFile)
     EXPECT_EQ(error->getDomain(), "curl");
     EXPECT_EQ(error->getProps().get("responseCode"), "550");
     client().prepareDownloadRequest(request(), "/digits.txt", 0, -1);
-    // A newer libcurl keeps the control connection after this. Under implicit TLS pyftpdlib then tells too late that the
-    // data connection was dropped: the next transfer takes that for the reply to its own command.
+    // A newer libcurl keeps the control connection after this. Under implicit TLS pyftpdlib then tells too late that
+    // the data connection was dropped: the next transfer takes that for the reply to its own command.
     if (support::isLibcurlSince(8, 14) && std::string_view(GetParam().name) == "pyftpdlibImplicit")
         request().setOptionInt(CURLOPT_FRESH_CONNECT, 1);
     request().perform(); // usable afterwards
@@ -388,8 +388,8 @@ TEST_P(FTPListlessServerTest, doesEverythingElse)
     EXPECT_FALSE(exists("moved.txt"));
 }
 
-/// Servers that take a TLS data connection only with the session of its control connection, as ProFTPD and vsftpd do unless told
-/// otherwise.
+/// Servers that take a TLS data connection only with the session of its control connection, as ProFTPD and vsftpd do
+/// unless told otherwise.
 class FTPSessionReuseTest : public CSession, public testing::TestWithParam<CServerRow> {
 protected:
     FTPSessionReuseTest()

@@ -1,5 +1,5 @@
-// An application built against the installed package, with root certificates of its own, as it finds them in its build tree
-// and where it is installed.
+// An application built against the installed package, with root certificates of its own, as it finds them in its build
+// tree and where it is installed.
 #include "tests/support/CChildProcess.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CProcessRun.h"
@@ -64,7 +64,8 @@ protected:
             .environment = support::inheritedLibraryPath()});
     }
 
-    /// The application prints where its certificates are, and then the file, which came from a server that it has verified.
+    /// The application prints where its certificates are, and then the file, which came from a server that it has
+    /// verified.
     static void expectVerifiedWith(const Path& bundle, const CProcessRun& run)
     {
         EXPECT_EQ(run.output(), bundle.string() + "\n0123456789");

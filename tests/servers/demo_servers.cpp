@@ -1,5 +1,5 @@
-// Starts the servers that scripts/demo shows the examples against, prints where they are a line each as NAME=VALUE, and stops them when
-// its standard input ends.
+// Starts the servers that scripts/demo shows the examples against, prints where they are a line each as NAME=VALUE, and
+// stops them when its standard input ends.
 #include "tests/support/CCephServer.h"
 #include "tests/support/CFTPServer.h"
 #include "tests/support/CNginxServer.h"

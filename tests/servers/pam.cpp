@@ -1,5 +1,5 @@
-// Stands in for the system's PAM in a server program that it is preloaded into: lets "user" in with the password "secret",
-// and nobody else. The system's own knows only the services that are set up for the whole machine.
+// Stands in for the system's PAM in a server program that it is preloaded into: lets "user" in with the password
+// "secret", and nobody else. The system's own knows only the services that are set up for the whole machine.
 #include <cstdlib>
 #include <cstring>
 #include <security/pam_appl.h>

@@ -1,5 +1,5 @@
-// For a server program that believes to be root in a user's namespace: what root may do and it may not succeeds without effect,
-// and the home of root, where it may not go, is "/". With root's real rights only the latter is different.
+// For a server program that believes to be root in a user's namespace: what root may do and it may not succeeds without
+// effect, and the home of root, where it may not go, is "/". With root's real rights only the latter is different.
 #include <cerrno>
 #include <dlfcn.h>
 #include <grp.h>

@@ -66,8 +66,8 @@ private:
     std::optional<int> m_exitStatus;
 };
 
-/// @return LD_LIBRARY_PATH for the environment of a program that is to use the same libraries as this process; nothing if
-/// it is not set
+/// @return LD_LIBRARY_PATH for the environment of a program that is to use the same libraries as this process; nothing
+/// if it is not set
 std::vector<std::string> inheritedLibraryPath();
 
 } // namespace support

@@ -38,9 +38,9 @@ public:
     std::string tlsURL() const;
 
     /// Blocks until so many messages are stored. Each recipient has a copy, which counts as a message.
-    /// @return all that are stored, in order of arrival. A header, an empty line and a body, in lines that end with CRLF,
-    /// come out byte for byte: without the dots of transparency, with the line end before the final dot, nothing added.
-    /// Anything else, such as a bare line feed, may have been mended.
+    /// @return all that are stored, in order of arrival. A header, an empty line and a body, in lines that end with
+    /// CRLF, come out byte for byte: without the dots of transparency, with the line end before the final dot, nothing
+    /// added. Anything else, such as a bare line feed, may have been mended.
     /// @throws std::runtime_error with the server's log if 15 seconds have passed
     std::vector<std::string> waitForMessages(size_t count) const;
 

@@ -11,8 +11,8 @@
 
 namespace support {
 
-/// pyftpdlib, for the user "user" with the password "secret". It lists with LIST, NLST, MLSD and MLST. With explicit TLS
-/// it also serves clients that do not ask for TLS.
+/// pyftpdlib, for the user "user" with the password "secret". It lists with LIST, NLST, MLSD and MLST. With explicit
+/// TLS it also serves clients that do not ask for TLS.
 class CFTPServer : public IFTPServer {
 public:
     /// Blocks until the server listens. TLS uses CTestCertificates::serverCertificate().

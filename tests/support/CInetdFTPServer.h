@@ -38,8 +38,8 @@ protected:
     /// @return its path
     std::filesystem::path configure(const std::string& name, std::map<std::string, std::string> values = {}) const;
 
-    /// Whether the test is not root, so that the programs get the rights of root, which they all want, in a user namespace,
-    /// where there is no other user.
+    /// Whether the test is not root, so that the programs get the rights of root, which they all want, in a user
+    /// namespace, where there is no other user.
     static bool isInNamespace();
 
     /// Blocks until the server listens.

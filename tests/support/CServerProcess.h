@@ -54,8 +54,8 @@ public:
     /// @throws std::runtime_error as above
     void waitUntil(const std::function<bool()>& isReady, const std::string& failure);
 
-    /// Asks the program and what it has started to end, kills what is left when the stop limit is over. Nothing happens the
-    /// second time.
+    /// Asks the program and what it has started to end, kills what is left when the stop limit is over. Nothing happens
+    /// the second time.
     void stop();
 
     /// Kills the program and what it has started (SIGKILL). Nothing happens if it has ended.

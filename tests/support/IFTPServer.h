@@ -32,11 +32,12 @@ public:
     /// @return "ftp://127.0.0.1:port/path"
     std::string url(std::string_view path = "/", std::string_view scheme = {}) const;
 
-    /// @return the folder that the user sees as "/". It has a file digits.txt with "0123456789"; the user may also change
-    /// files and folders that the test puts there.
+    /// @return the folder that the user sees as "/". It has a file digits.txt with "0123456789"; the user may also
+    /// change files and folders that the test puts there.
     virtual std::filesystem::path root() const = 0;
 
-    /// @return what the server has logged so far, in its own words: at least the paths of the files that were transferred
+    /// @return what the server has logged so far, in its own words: at least the paths of the files that were
+    /// transferred
     virtual std::string log() const = 0;
 
     virtual std::string userName() const = 0;

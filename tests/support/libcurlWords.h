@@ -15,8 +15,8 @@ bool isLibcurlSince(unsigned major, unsigned minor);
 /// versions between the two were not tried and count as old.
 std::string libcurlSays(std::string text);
 
-/// @return what the libcurl that this process has loaded may say of a proxy whose name nobody knows. The newer ones take
-/// it for the host if the answer comes late, so that there are two messages.
+/// @return what the libcurl that this process has loaded may say of a proxy whose name nobody knows. The newer ones
+/// take it for the host if the answer comes late, so that there are two messages.
 std::set<std::string> libcurlSaysOfUnknownProxy(const std::string& name);
 
 } // namespace support

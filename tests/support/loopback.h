@@ -16,8 +16,8 @@ CDescriptor bindToLoopback();
 /// @throws std::system_error
 CDescriptor listenOnLoopback();
 
-/// Keeps a free port of 127.0.0.1 for a server that opens it itself and sets SO_REUSEADDR, as servers do: nobody else is
-/// given the port while the socket lives, and until that server listens, whoever connects is refused.
+/// Keeps a free port of 127.0.0.1 for a server that opens it itself and sets SO_REUSEADDR, as servers do: nobody else
+/// is given the port while the socket lives, and until that server listens, whoever connects is refused.
 /// @return a bound TCP socket, not listening. Close-on-exec, blocking.
 /// @throws std::system_error
 CDescriptor reserveOnLoopback();

@@ -6,7 +6,8 @@
 
 namespace support {
 
-/// The elements below a node and the pieces of text in them, in document order: two trees with the same outline read the same.
+/// The elements below a node and the pieces of text in them, in document order: two trees with the same outline read
+/// the same.
 inline std::string xmlOutlineOf(const wxXmlNode& parent)
 {
     std::string outline;

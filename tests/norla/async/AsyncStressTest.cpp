@@ -1,5 +1,5 @@
-// Ten thousand transfers that succeed, fail, follow each other and are withdrawn at any moment, on transfer threads that are stopped,
-// ended by an error or destroyed at any moment. NORLA_STRESS_TRANSFERS sets another number.
+// Ten thousand transfers that succeed, fail, follow each other and are withdrawn at any moment, on transfer threads
+// that are stopped, ended by an error or destroyed at any moment. NORLA_STRESS_TRANSFERS sets another number.
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetRequest.h"
 #include "tests/support/CLogRecorder.h"

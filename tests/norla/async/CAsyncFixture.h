@@ -71,8 +71,8 @@ private:
     const std::function<void()> m_action;
 };
 
-/// Requests and a server that answers them as the test wrote, in a process with as many descriptors as desktop programs have:
-/// with more, newer libcurls are waited for in another way.
+/// Requests and a server that answers them as the test wrote, in a process with as many descriptors as desktop programs
+/// have: with more, newer libcurls are waited for in another way.
 class CAsyncFixture : public testing::Test {
 protected:
     using Request = kx::P<norla::CNetRequest>;

@@ -1,5 +1,5 @@
-// Counts what the library allocates while a body passes through it, and lets an allocation fail. A program of its own, because it
-// replaces operator new.
+// Counts what the library allocates while a body passes through it, and lets an allocation fail. A program of its own,
+// because it replaces operator new.
 #include "tests/norla/core/CRequestFixture.h"
 
 #include <cstdlib>

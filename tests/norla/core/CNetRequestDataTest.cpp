@@ -403,7 +403,8 @@ TEST_F(CNetRequestDataTest, answersMinusOneToTheSinkOfAnotherProtocol)
     EXPECT_FALSE(sink->m_body.empty());
 }
 
-// libcurl asks for few of the things that its contract allows. The rest is shown through the callbacks that it was given.
+// libcurl asks for few of the things that its contract allows. The rest is shown through the callbacks that it was
+// given.
 class CCallbackTest : public CNetRequestDataTest {
 protected:
     CCallbackTest()

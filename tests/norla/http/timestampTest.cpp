@@ -135,7 +135,8 @@ TEST_P(TimeZoneTest, ofTheProcessDoesNotMatter)
 INSTANTIATE_TEST_SUITE_P(All, TimeZoneTest, testing::Values("EST5EDT", "XXX-5:45"),
     [](const testing::TestParamInfo<const char*>& zone) { return std::string(zone.param).substr(0, 3); });
 
-// Python's email.utils says what is right. It differs for two digits of a year: 69 and 70 are of the last century there.
+// Python's email.utils says what is right. It differs for two digits of a year: 69 and 70 are of the last century
+// there.
 TEST(EmailUtilsTest, readsTheSameTimes)
 {
     constexpr int rowCount = 10'000;

@@ -266,9 +266,9 @@ TEST(DecodeURLParamsMapTest, undoesEncoding)
     EXPECT_EQ(decoded, map);
 }
 
-// Python's urllib.parse says what is right, for texts that the script makes up. It differs, and the script makes up for it:
-// quote() writes escapes in upper case, which urlEscape() does not; unquote() puts replacement characters in the place
-// of bytes that are not UTF-8, where urlUnescape() gives nothing; parse_qsl() leaves out empty parts of a query.
+// Python's urllib.parse says what is right, for texts that the script makes up. It differs, and the script makes up for
+// it: quote() writes escapes in upper case, which urlEscape() does not; unquote() puts replacement characters in the
+// place of bytes that are not UTF-8, where urlUnescape() gives nothing; parse_qsl() leaves out empty parts of a query.
 class UrllibTest : public testing::Test {
 protected:
     using Fields = std::vector<kx::String>;

@@ -119,8 +119,8 @@ protected:
         client.sendMail("a@x", recipients, *bufferOf(message));
     }
 
-    /// What went wrong for the server. Newer libcurls read to the end of TLS when they close a connection, which nobody waits for:
-    /// they then say that it was cut off.
+    /// What went wrong for the server. Newer libcurls read to the end of TLS when they close a connection, which nobody
+    /// waits for: they then say that it was cut off.
     Texts problems() const
     {
         Texts all = m_server.problems();
@@ -141,8 +141,8 @@ protected:
         return all.substr(all.find('\n') + 1);
     }
 
-    /// Fails as the server's script says, which closes the connection, is cleared, and the next send succeeds on a connection
-    /// of its own.
+    /// Fails as the server's script says, which closes the connection, is cleared, and the next send succeeds on a
+    /// connection of its own.
     kx::P<kx::CError> expectFailureAndNextSend(const Recipients& recipients = {"b@x"})
     {
         auto client = newClient();
@@ -150,7 +150,8 @@ protected:
         const Texts options = m_calls.takeOptions();
         EXPECT_TRUE(
             options.size() > clearing.size() && std::equal(clearing.rbegin(), clearing.rend(), options.rbegin()));
-        // libcurl keeps the connection of a message that was refused at its end: it must not be tried while it is being closed.
+        // libcurl keeps the connection of a message that was refused at its end: it must not be tried while it is being
+        // closed.
         m_server.join();
         takeMail();
         send(*client);

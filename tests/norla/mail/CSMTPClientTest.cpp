@@ -383,8 +383,8 @@ TEST_F(CSMTPClientTest, leavesEveryByteOfAMessageAsItIsButForLineEnds)
         std::string::npos);
 }
 
-/// What a client says behind EHLO, as a server reads it that ends lines wherever anybody does: at CRLF, at a line feed and at
-/// a carriage return. The lines of a message begin with "| ".
+/// What a client says behind EHLO, as a server reads it that ends lines wherever anybody does: at CRLF, at a line feed
+/// and at a carriage return. The lines of a message begin with "| ".
 Texts readLeniently(const std::string& received)
 {
     Texts said;

@@ -277,7 +277,8 @@ std::vector<std::string> chosenBodies()
     };
 }
 
-/// Bodies that look like the boundary of the message that they are in, and are not: it stands at the start of a line there.
+/// Bodies that look like the boundary of the message that they are in, and are not: it stands at the start of a line
+/// there.
 std::vector<std::string> boundaryLike(const std::string& boundary)
 {
     return {
@@ -457,8 +458,8 @@ TEST_P(CMimeJudgeTest, readsWhatWentIn)
 INSTANTIATE_TEST_SUITE_P(All, CMimeJudgeTest, testing::Values(python, perl),
     [](const testing::TestParamInfo<CJudge>& judge) { return judge.param.name; });
 
-// What does not come back is put in by the caller as it is: the header block checks nothing, and nothing is searched for the
-// boundary.
+// What does not come back is put in by the caller as it is: the header block checks nothing, and nothing is searched
+// for the boundary.
 
 std::string readingOf(const kx::String& name, const kx::String& value)
 {

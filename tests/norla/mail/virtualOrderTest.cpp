@@ -1,5 +1,5 @@
-// The order of the virtual functions, which is part of the binary interface: a program that was built before an exchange of two
-// would call the one for the other.
+// The order of the virtual functions, which is part of the binary interface: a program that was built before an
+// exchange of two would call the one for the other.
 #include "norla/mail/CMultiPartMimeMessage.h"
 
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 
 namespace {
 
-/// A pointer to a virtual function as the Itanium C++ ABI has it (section 2.3, on x86-64): one more than the function's place in
-/// the table, in bytes.
+/// A pointer to a virtual function as the Itanium C++ ABI has it (section 2.3, on x86-64): one more than the function's
+/// place in the table, in bytes.
 struct CMemberPointer {
     std::ptrdiff_t place;
     std::ptrdiff_t adjustment;
@@ -26,8 +26,8 @@ std::ptrdiff_t slotOf(TFunction function)
     return (pointer.place - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
-/// Behind those of kx::CBase, which are the ones of kx::IBase: two destructors (for an object, and for one that is deleted too)
-/// and what counts references.
+/// Behind those of kx::CBase, which are the ones of kx::IBase: two destructors (for an object, and for one that is
+/// deleted too) and what counts references.
 constexpr std::ptrdiff_t firstSlot = 6;
 
 TEST(virtualOrderTest, ofAMessage)

@@ -1,4 +1,5 @@
-// What happens when memory is too short for the text of a long answer. A program of its own, because it replaces operator new.
+// What happens when memory is too short for the text of a long answer. A program of its own, because it replaces
+// operator new.
 #include "norla/s3/CS3ErrorResponse.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/CLogRecorder.h"

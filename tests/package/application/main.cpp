@@ -1,4 +1,5 @@
-// An application that ships its own root certificates: prints where they are and what it fetches from the URL it is given.
+// An application that ships its own root certificates: prints where they are and what it fetches from the URL it is
+// given.
 #include "norla/core/CNetRequest.h"
 #include "norla/http/util.h"
 

@@ -1,6 +1,6 @@
-#include "norla/core/CNetRequestData.h"
-
+// The streams that a request's body comes from and goes to.
 #include "kx/base/CInvalidArgError.h"
+#include "norla/core/CNetRequest.h"
 
 namespace norla {
 
@@ -10,8 +10,6 @@ CNetRequest::CStreamDataSink::CStreamDataSink(kx::IOutStream* stream)
     if (!stream)
         throw kx::CInvalidArgError("stream is null", "CNetRequest::CStreamDataSink::CStreamDataSink");
 }
-
-CNetRequest::CStreamDataSink::~CStreamDataSink() = default;
 
 int CNetRequest::CStreamDataSink::write(const unsigned char* data, int size, int, const HeaderMap&)
 {
@@ -24,8 +22,6 @@ CNetRequest::CStreamDataSource::CStreamDataSource(kx::IInStream* stream)
     if (!stream)
         throw kx::CInvalidArgError("stream is null", "CNetRequest::CStreamDataSource::CStreamDataSource");
 }
-
-CNetRequest::CStreamDataSource::~CStreamDataSource() = default;
 
 int CNetRequest::CStreamDataSource::read(unsigned char* buffer, int size, const HeaderMap&)
 {
