@@ -1,29 +1,35 @@
 #pragma once
 
 #include "examples/CProgressBar.h"
-#include "examples/arguments.h"
+#include "examples/text.h"
 #include "norla/core/CNetRequest.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
-/// Gives a file to the transfer and shows how far it is. It can seek, so that a redirect or a login may ask for it again.
+/// Gives a file to the transfer and shows how far it is. It can seek, so that a redirect or a login may ask for it
+/// again.
 class CFileSource : public kx::CBase, public virtual norla::CNetRequest::IDataSource {
 public:
+    /// @throws as fileError()
     explicit CFileSource(const std::string& name)
-        : m_file(name, std::ios::binary)
-        , m_size(static_cast<long long>(std::filesystem::file_size(name)))
+        : m_name(name)
     {
+        m_file.open(name, std::ios::binary);
         if (!m_file)
-            throw kx::CError("The file '" + shownPath(name) + "' cannot be read.");
+            fail(errno);
+        if (!std::filesystem::is_regular_file(name)) // nobody knows its size
+            throw kx::CError("The file '" + shownPath(name) + "' cannot be sent: it is no regular file", "file");
+        m_size = static_cast<long long>(std::filesystem::file_size(name));
     }
 
     int read(unsigned char* buffer, int size, const norla::CNetRequest::HeaderMap&) override
     {
         m_file.read(reinterpret_cast<char*>(buffer), size);
         if (m_file.bad())
-            throw kx::CError("The file cannot be read any further.");
+            fail(errno);
         m_position += m_file.gcount();
         m_progress.show(static_cast<double>(m_position), static_cast<double>(m_size));
         return static_cast<int>(m_file.gcount());
@@ -41,8 +47,14 @@ public:
     long long getPosition() override { return m_position; }
 
 private:
+    [[noreturn]] void fail(int errorNumber) const
+    {
+        throw fileError("The file '" + shownPath(m_name) + "' cannot be read", errorNumber);
+    }
+
+    const std::string m_name;
     std::ifstream m_file;
-    const long long m_size;
+    long long m_size = 0;
     long long m_position = 0;
     CProgressBar m_progress;
 };

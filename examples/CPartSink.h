@@ -1,18 +1,19 @@
 #pragma once
 
 #include "examples/CProgressBar.h"
+#include "examples/localFiles.h"
+#include "kx/streams/IOutStream.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/http/CHTTPContentRange.h"
-
-#include <ostream>
 
 /// Writes the parts of an object to a stream, one behind the other, and shows how far it is. It takes no answer for a
 /// part that is another: a store may ignore what it is asked for, and the object may be replaced between two requests.
 class CPartSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
 public:
+    /// @param out a local file, not null; a reference is kept
     /// @param eTag, size of the whole object, as the store gave them
-    CPartSink(norla::CNetRequest& request, std::ostream& out, const kx::String& eTag, long long size)
+    CPartSink(norla::CNetRequest& request, kx::IOutStream* out, const kx::String& eTag, long long size)
         : m_request(request)
         , m_out(out)
         , m_eTag(eTag)
@@ -49,8 +50,7 @@ public:
             check(responseCode, headers);
         if (size > m_end - m_position)
             throw kx::CError("The store has sent more than it was asked for.");
-        if (!m_out.write(reinterpret_cast<const char*>(data), size))
-            throw kx::CError("The output cannot be written.");
+        withLocalFile([&] { m_out->write(data, size); });
         m_position += size;
         m_progress.show(static_cast<double>(m_position), static_cast<double>(m_size));
         return size;
@@ -87,7 +87,7 @@ private:
     }
 
     norla::CNetRequest& m_request;
-    std::ostream& m_out;
+    const kx::P<kx::IOutStream> m_out;
     const kx::String m_eTag;
     const long long m_size;
     long long m_position = 0;

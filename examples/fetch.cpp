@@ -1,127 +1,140 @@
 // Fetches a URL (http, https, ftp, ftps, sftp) into a file or to standard output.
-#include "examples/CStreamSink.h"
-#include "examples/knownHosts.h"
-#include "kx/base/CInvalidArgError.h"
-#include "kx/text/numbers.h"
+#include "examples/CAddress.h"
+#include "examples/COutputSink.h"
+#include "examples/CRangeSink.h"
+#include "examples/CTargetFile.h"
+#include "examples/localFiles.h"
+#include "examples/naming.h"
+#include "examples/runProgram.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetRequest.h"
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
+#include <limits>
 
 namespace {
 
-constexpr const char* usage = R"(Usage: fetch [options] URL
-  --output FILE           write to FILE (default: standard output)
-  --range FIRST-[LAST]    fetch these bytes only, counted from 0
-  --header 'NAME: VALUE'  send this header too; may be repeated
-  --user NAME[:PASSWORD]  log in
-  --key FILE              log in with this private key (sftp)
-  --known-hosts FILE      believe the servers with these keys only (sftp; default: ~/.ssh/known_hosts)
-  --ca FILE               trust the certificates in this file only
-)";
+const CProgram program{
+    .name = "fetch",
+    .operands = {"URL"},
+    .purpose = "Fetches a URL (http, https, ftp, ftps, sftp) into a file or to standard output.\n",
+    .options = {
+        {"--output", "FILE", "write to FILE (default: standard output)"},
+        {"--range", "FIRST-[LAST]", "fetch these bytes only, counted from 0"},
+        {"--header", "'NAME: VALUE'", "send this header too", true},
+        {"--user", "NAME", "log in"},
+        {"--key", "FILE", "log in with this private key (sftp)"},
+        {"--known-hosts", "FILE", "believe the servers in this file only (sftp)"},
+        {"--ca", "FILE", "trust the certificates in this file only"},
+    },
+    .notes = R"(The password is that of the environment variable FETCH_PASSWORD, or is asked for
+at the terminal. One that stands on the command line (--user NAME:PASSWORD, or
+in the URL) can be seen by all users of this machine (ps).
+SFTP servers are believed that are in ~/.ssh/known_hosts.
+)",
+};
 
-void setRange(norla::CNetRequest& request, const kx::String& range)
+struct CRange {
+    long long first = 0;
+    long long last = -1; ///< -1: up to the end
+};
+
+CRange rangeOf(const kx::String& text)
 {
-    const size_t dash = range.find(L'-');
+    constexpr long long most = std::numeric_limits<long long>::max() - 1;
+    const size_t dash = text.find(L'-');
     if (dash == kx::String::npos)
-        throw kx::CInvalidArgError("no range: " + range, "--range");
-    const kx::String last = range.substr(dash + 1);
-    const long long start = kx::parseInt64(range.substr(0, dash), false);
-    request.setRange(start, last.isEmpty() ? -1 : kx::parseInt64(last, false) - start + 1);
+        throw usageError("no range FIRST-[LAST]: '" + text + "'");
+    CRange range{.first = numberOf(text.substr(0, dash), "the first byte of --range", 0, most)};
+    const kx::String last = text.substr(dash + 1);
+    if (!last.isEmpty())
+        range.last = numberOf(last, "the last byte of --range", range.first, most);
+    return range;
 }
 
-void setUser(norla::CNetRequest& request, const kx::String& user)
+void setUser(CAddress& address, const kx::String& user)
 {
     const size_t colon = user.find(L':');
-    request.setUserName(user.substr(0, colon));
-    if (colon != kx::String::npos)
-        request.setUserPassword(user.substr(colon + 1));
+    address.setUser(user.substr(0, colon));
+    if (colon == kx::String::npos)
+        return;
+    std::cerr << "fetch: warning: all users of this machine can see a password on the command line; "
+                 "FETCH_PASSWORD, or the question at the terminal, keeps it to yourself\n";
+    address.setPassword(user.substr(colon + 1));
 }
 
-void addHeader(norla::CNetHeaders& headers, const kx::String& line)
+CAddress addressOf(const CArguments& arguments)
 {
-    kx::String name, value;
-    norla::CNetHeaders::splitEntry(line, name, value);
-    headers.add(name, value);
+    CAddress address(arguments.operands().front());
+    if (arguments.has("--user"))
+        setUser(address, arguments.text("--user"));
+    if (!arguments.has("--key"))
+        address.completeLogin("FETCH_PASSWORD");
+    return address;
 }
 
-/// @return the name of the output file, empty for standard output
-std::string applyOptions(norla::CNetRequest& request, int argc, char** argv)
+void applyOptions(norla::CNetRequest& request, const CArguments& arguments)
 {
-    std::string output;
     const auto headers = kx::newObj<norla::CNetHeaders>();
-    for (int i = 1; i + 1 < argc; i += 2) {
-        const std::string option = argv[i];
-        const auto value = [&] { return textOf(argv[i + 1], "The value of " + shownPath(option)); };
-        if (option == "--output")
-            output = argv[i + 1];
-        else if (option == "--range")
-            setRange(request, value());
-        else if (option == "--header")
-            addHeader(*headers, value());
-        else if (option == "--user")
-            setUser(request, value());
-        else if (option == "--key")
-            request.setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, value());
-        else if (option == "--known-hosts")
-            request.setSSHKnownHostsPath(Path::fromBytes(argv[i + 1]));
-        else if (option == "--ca")
-            request.setRootCertBundlePath(Path::fromBytes(argv[i + 1]));
-        else
-            throw kx::CInvalidArgError("unknown option " + shownPath(option), "fetch");
+    for (const kx::String& line : arguments.texts("--header")) {
+        kx::String name, value;
+        norla::CNetHeaders::splitEntry(line, name, value);
+        headers->add(name, value);
     }
     request.setCustomHTTPHeaders(headers.get());
-    return output;
+    if (arguments.has("--key")) {
+        readablePath(arguments.value("--key"));
+        request.setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, arguments.text("--key"));
+    }
+    if (arguments.has("--known-hosts"))
+        request.setSSHKnownHostsPath(Path::fromBytes(arguments.value("--known-hosts")));
+    if (arguments.has("--ca"))
+        request.setRootCertBundlePath(readablePath(arguments.value("--ca")));
 }
 
-void fetchTo(std::ostream& out, norla::CNetRequest& request)
+using Sink = norla::CNetRequest::IDataSink;
+
+/// @param sink of what is fetched
+void fetchTo(kx::P<Sink> sink, norla::CNetRequest& request, const CAddress& address, const CArguments& arguments)
 {
-    request.setReceiveDataSink(kx::newObj<CStreamSink>(request, out).get());
-    request.perform();
-    if (!out.flush())
-        throw kx::CError("The output cannot be written.");
+    kx::P<CRangeSink> rangeSink;
+    if (arguments.has("--range")) {
+        const CRange range = rangeOf(arguments.text("--range"));
+        request.setRange(range.first, range.last < 0 ? -1 : range.last - range.first + 1);
+        if (address.isHTTP())
+            sink = rangeSink = kx::newObj<CRangeSink>(sink.get(), range.first, range.last);
+    }
+    request.setReceiveDataSink(sink.get());
+    naming(address.url(), request, [&] {
+        request.perform();
+        if (rangeSink)
+            rangeSink->requireEnd();
+    });
     request.setReceiveDataSink(nullptr); // which ends the progress bar's line
 }
 
-/// Fetches under another name first: a failure leaves no half file, and an older file of that name untouched.
-void fetchToFile(const std::string& name, norla::CNetRequest& request)
+int fetch(const CArguments& arguments)
 {
-    const std::string part = name + ".part";
-    try {
-        std::ofstream file(part, std::ios::binary);
-        fetchTo(file, request);
-    } catch (const std::exception&) {
-        std::remove(part.c_str());
-        throw;
+    const CAddress address = addressOf(arguments);
+    const auto request = kx::newObj<norla::CNetRequest>();
+    address.applyTo(*request);
+    applyOptions(*request, arguments);
+    if (arguments.has("--output")) {
+        const auto file = kx::newObj<CTargetFile>(*request, arguments.value("--output"));
+        fetchTo(file, *request, address, arguments);
+        file->finish();
+    } else {
+        fetchTo(kx::newObj<COutputSink>(*request), *request, address, arguments);
     }
-    std::filesystem::rename(part, name);
+    std::fprintf(
+        stderr, "%.0f bytes at %.0f bytes per second\n", request->getDownloadedBytes(), request->getAvgDownloadSpeed());
+    return exitDone;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc < 2 || argc % 2 != 0) {
-        std::cerr << usage;
-        return 2;
-    }
-    try {
-        const auto request = kx::newObj<norla::CNetRequest>();
-        request->setURL(textOf(argv[argc - 1], "The URL"));
-        request->setSSHKnownHostsPath(usersKnownHosts());
-        const std::string output = applyOptions(*request, argc, argv);
-        if (output.empty())
-            fetchTo(std::cout, *request);
-        else
-            fetchToFile(output, *request);
-        std::fprintf(stderr, "%.0f bytes at %.0f bytes per second\n", request->getDownloadedBytes(),
-            request->getAvgDownloadSpeed());
-        return 0;
-    } catch (const std::exception& error) {
-        std::cerr << "fetch: " << error.what() << '\n';
-        return 1;
-    }
+    return runProgram(program, argc, argv, fetch);
 }

@@ -1,53 +1,34 @@
 // Works on the files of an FTP server.
 #include "examples/CFileSource.h"
-#include "examples/CStreamSink.h"
-#include "examples/arguments.h"
-#include "kx/text/CStringFormat.h"
+#include "examples/CTargetFile.h"
+#include "examples/TCommand.h"
+#include "examples/credentials.h"
+#include "examples/naming.h"
+#include "examples/runProgram.h"
+#include "examples/terminal.h"
 #include "kx/text/numbers.h"
 #include "kx/time/CTimeFields.h"
 #include "norla/ftp/CFTPClient.h"
 #include "norla/ftp/CFTPGetInfoResult.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace {
 
-constexpr const char* usage = R"(Usage: ftp [--tls | --implicit-tls] [--ca FILE] HOST[:PORT] COMMAND
-  ls DIR            lists a directory: type, size, time, name
-  get PATH FILE     fetches a file
-  put FILE PATH     stores a file, making directories that are missing
-  mv FROM TO        renames a file or directory
-  rm PATH           deletes a file
-  rmtree DIR        deletes a directory with everything in it; DIR begins with /, without parts . and ..
-  mkdir DIR         makes a directory, with its parents
-  stat PATH         shows type, size and time
-Paths are the server's, from / on. In ls, get and put they stand in a URL: write a blank as %20.
-No argument may hold a line end or another control character.
-The environment gives the login: FTP_USER and FTP_PASSWORD (else anonymous).
-)";
-
-class CUsageError : public std::exception {};
-
-kx::String variable(const char* name, const char* otherwise)
-{
-    const char* const value = std::getenv(name);
-    return textOf(value ? value : otherwise, "The environment variable " + kx::String::fromLatin1(name));
-}
-
-void print(const norla::CFTPDirEntry& entry)
+void printEntry(const norla::CFTPDirEntry& entry)
 {
     const char* const types[] = {"other", "file", "dir"};
-    std::cout << types[entry.getType()] << '\t' << entry.getSize() << '\t';
-    if (entry.getModificationTime().isSet())
-        std::cout << kx::CTimeFields(entry.getModificationTime()).toInternetTimestamp();
-    std::cout << '\t' << entry.getName() << '\n';
+    const auto time = entry.getModificationTime();
+    print(std::string(types[entry.getType()]) + '\t' + std::to_string(entry.getSize()) + '\t'
+        + (time.isSet() ? kx::CTimeFields(time).toInternetTimestamp().toUTF8() : "") + '\t'
+        + shownOnOutput(entry.getName()) + '\n');
 }
+
+using Words = std::vector<std::string>;
 
 class CCommands {
 public:
@@ -56,142 +37,154 @@ public:
     {
     }
 
-    void list(const kx::String& dir)
+    void list(const Words& words)
     {
-        const auto listing = m_client->listDir(*m_request, dir);
-        for (const auto& entry : listing->getEntries())
-            print(*entry);
+        const kx::String dir = urlPath(words[0]);
+        naming(dir, *m_request, [&] {
+            const auto listing = m_client->listDir(*m_request, dir);
+            for (const auto& entry : listing->getEntries())
+                printEntry(*entry);
+        });
     }
 
-    void get(const kx::String& path, const std::string& file)
+    void get(const Words& words)
     {
-        const std::string partFile = file + ".part"; // the file has its name when it is complete
-        std::ofstream out(partFile, std::ios::binary);
+        const kx::String path = urlPath(words[0]);
         m_client->prepareDownloadRequest(*m_request, path, 0, -1);
-        m_request->setReceiveDataSink(kx::newObj<CStreamSink>(*m_request, out).get());
-        try {
-            m_request->perform();
-        } catch (...) {
-            std::filesystem::remove(partFile);
-            throw;
-        }
-        out.close();
-        if (!out)
-            throw kx::CError("The file '" + shownPath(partFile) + "' cannot be written.");
-        std::filesystem::rename(partFile, file);
+        const auto file = kx::newObj<CTargetFile>(*m_request, words[1]);
+        m_request->setReceiveDataSink(file.get());
+        naming(path, *m_request, [&] { m_request->perform(); });
+        file->finish();
     }
 
-    void put(const std::string& file, const kx::String& path)
+    void put(const Words& words)
     {
-        const auto source = kx::newObj<CFileSource>(file);
+        const auto source = kx::newObj<CFileSource>(words[0]);
+        const kx::String path = urlPath(words[1]);
         m_client->prepareUploadRequest(*m_request, path, nullptr, 0, true);
         m_request->setSendDataSource(source.get());
         m_request->setSendDataSize(source->getLength());
-        m_request->perform();
+        naming(path, *m_request, [&] { m_request->perform(); });
     }
 
-    void move(const kx::String& from, const kx::String& to)
+    void move(const Words& words)
     {
+        const kx::String from = plainPath(words[0]);
+        const kx::String to = plainPath(words[1]);
         m_client->prepareMoveFileRequest(*m_request, from, to, false);
-        m_request->perform();
+        naming(from + " to " + to, *m_request, [&] { m_request->perform(); });
     }
 
-    void remove(const kx::String& path) { m_client->deleteFile(*m_request, path); }
-    void removeTree(const kx::String& dir) { m_client->deleteDirWithAllContents(*m_request, dir); }
-    void makeDir(const kx::String& dir) { m_client->createDirs(*m_request, dir); }
-
-    void stat(const kx::String& path)
+    void remove(const Words& words)
     {
+        const kx::String path = plainPath(words[0]);
+        naming(path, *m_request, [&] { m_client->deleteFile(*m_request, path); });
+    }
+
+    void removeTree(const Words& words)
+    {
+        const kx::String dir = plainPath(words[0]);
+        naming(dir, *m_request, [&] { m_client->deleteDirWithAllContents(*m_request, dir); });
+    }
+
+    void makeDir(const Words& words)
+    {
+        const kx::String dir = plainPath(words[0]);
+        naming(dir, *m_request, [&] { m_client->createDirs(*m_request, dir); });
+    }
+
+    void stat(const Words& words)
+    {
+        const kx::String path = plainPath(words[0]);
         m_client->prepareGetInfoRequest(*m_request, path);
-        m_request->perform();
-        print(*norla::CFTPGetInfoResult(*m_request->getResponseInfo()).getEntry());
+        naming(path, *m_request, [&] {
+            m_request->perform();
+            printEntry(*norla::CFTPGetInfoResult(*m_request->getResponseInfo()).getEntry());
+        });
     }
 
 private:
+    /// A path as it stands in a command.
+    static kx::String plainPath(const std::string& bytes) { return textOf(bytes, "a path on the server"); }
+
+    /// A path as it stands in a URL, which may hold any byte.
+    static kx::String urlPath(const std::string& bytes) { return escapedBytes(bytes); }
+
     const kx::P<norla::CFTPClient> m_client;
     const kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
 };
 
-void execute(CCommands& commands, const std::vector<std::string>& words)
-{
-    const auto is = [&words](const char* name, size_t count) { return words[0] == name && words.size() == count + 1; };
-    const auto text = [&words](size_t index) {
-        return textOf(
-            words[index], "Argument " + kx::toString(static_cast<long long>(index)) + " of " + shownPath(words[0]));
-    };
-    if (is("ls", 1))
-        commands.list(text(1));
-    else if (is("get", 2))
-        commands.get(text(1), words[2]);
-    else if (is("put", 2))
-        commands.put(words[1], text(2));
-    else if (is("mv", 2))
-        commands.move(text(1), text(2));
-    else if (is("rm", 1))
-        commands.remove(text(1));
-    else if (is("rmtree", 1))
-        commands.removeTree(text(1));
-    else if (is("mkdir", 1))
-        commands.makeDir(text(1));
-    else if (is("stat", 1))
-        commands.stat(text(1));
-    else
-        throw CUsageError();
-}
+const std::vector<TCommand<CCommands>> commands{
+    {"ls", {"DIR"}, "lists a directory: type, size, time, name", &CCommands::list},
+    {"get", {"PATH", "FILE"}, "fetches a file", &CCommands::get},
+    {"put", {"FILE", "PATH"}, "stores a file, making directories that are missing", &CCommands::put},
+    {"mv", {"FROM", "TO"}, "renames a file or directory", &CCommands::move},
+    {"rm", {"PATH"}, "deletes a file", &CCommands::remove},
+    {"rmtree", {"DIR"}, "deletes a directory with everything in it", &CCommands::removeTree},
+    {"mkdir", {"DIR"}, "makes a directory, with its parents", &CCommands::makeDir},
+    {"stat", {"PATH"}, "shows type, size and time", &CCommands::stat},
+};
+
+const CProgram program{
+    .name = "ftp",
+    .operands = {"HOST[:PORT]", "COMMAND..."},
+    .purpose = "Works on the files of an FTP server. The commands:\n" + helpOf(commands),
+    .options = {
+        {"--tls", "", "demand TLS (AUTH TLS)"},
+        {"--implicit-tls", "", "TLS from the first byte"},
+        {"--ca", "FILE", "trust the certificates in this file only"},
+    },
+    .notes = R"(Paths are the server's, from / on. In ls, get and put they stand in a URL: write
+a blank as %20. For rmtree they begin with / and have no parts . and .. in them.
+No argument may hold a line end or another control character.
+The environment gives the login: FTP_USER (else anonymous) and FTP_PASSWORD,
+which is asked for at the terminal when it is not set.
+)",
+};
 
 /// A line end in a path would begin another command.
-void refuseControlCharacters(const std::vector<std::string>& words)
+void refuseControlCharacters(const Words& words)
 {
-    long long number = 0;
     for (const std::string& word : words) {
-        ++number;
-        for (const char character : word) {
-            if ((character >= 0 && character < ' ') || character == 0x7f)
-                throw kx::CError(
-                    "Argument " + kx::toString(number) + " holds a line end or another control character.");
-        }
+        if (std::any_of(word.begin(), word.end(), [](char c) { return (c >= 0 && c < ' ') || c == 0x7f; }))
+            throw usageError("'" + shownPath(word) + "' holds a line end or another control character");
     }
 }
 
-void run(std::vector<std::string> words)
+norla::CFTPClient::ConnectType connectTypeOf(const CArguments& arguments)
 {
-    refuseControlCharacters(words);
-    auto connectType = norla::CFTPClient::ConnectUnencrypted;
-    Path certificates;
-    while (!words.empty() && words[0].starts_with("--")) {
-        if (words[0] == "--tls") {
-            connectType = norla::CFTPClient::ConnectExplicitTLS;
-        } else if (words[0] == "--implicit-tls") {
-            connectType = norla::CFTPClient::ConnectImplicitTLS;
-        } else if (words[0] == "--ca" && words.size() > 1) {
-            certificates = Path::fromBytes(words[1]);
-            words.erase(words.begin());
-        } else {
-            throw CUsageError();
-        }
-        words.erase(words.begin());
-    }
-    if (words.size() < 2)
-        throw CUsageError();
-    const auto client = kx::newObj<norla::CFTPClient>(textOf(words[0], "HOST"), variable("FTP_USER", "anonymous"),
-        variable("FTP_PASSWORD", "anonymous@"), connectType);
-    client->setRootCertBundlePath(certificates);
-    CCommands commands(client);
-    execute(commands, {words.begin() + 1, words.end()});
+    if (arguments.has("--implicit-tls"))
+        return norla::CFTPClient::ConnectImplicitTLS;
+    return arguments.has("--tls") ? norla::CFTPClient::ConnectExplicitTLS : norla::CFTPClient::ConnectUnencrypted;
+}
+
+kx::P<norla::CFTPClient> clientOf(const CArguments& arguments)
+{
+    const kx::String host = textOf(arguments.operands().front(), "HOST");
+    const char* const user = std::getenv("FTP_USER");
+    const kx::String name = textOf(user ? user : "anonymous", "the environment variable FTP_USER");
+    const bool isAnonymous = !user && !std::getenv("FTP_PASSWORD");
+    const kx::String password = isAnonymous ? "anonymous@" : secretOf("FTP_PASSWORD", "Password for " + name);
+    auto client = kx::newObj<norla::CFTPClient>(host, name, password, connectTypeOf(arguments));
+    if (arguments.has("--ca"))
+        client->setRootCertBundlePath(readablePath(arguments.value("--ca")));
+    return client;
+}
+
+int ftp(const CArguments& arguments)
+{
+    const Words& operands = arguments.operands();
+    refuseControlCharacters(operands);
+    const Words words(operands.begin() + 1, operands.end());
+    const auto& command = commandOf(commands, words);
+    CCommands work(clientOf(arguments));
+    (work.*command.run)({words.begin() + 1, words.end()});
+    return exitDone;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    try {
-        run({argv + 1, argv + argc});
-        return 0;
-    } catch (const CUsageError&) {
-        std::cerr << usage;
-        return 2;
-    } catch (const std::exception& error) {
-        std::cerr << "ftp: " << error.what() << '\n';
-        return 1;
-    }
+    return runProgram(program, argc, argv, ftp);
 }

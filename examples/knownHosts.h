@@ -1,6 +1,6 @@
 #pragma once
 
-#include "examples/arguments.h"
+#include "examples/text.h"
 #include "norla/core/CNetRequest.h"
 
 #include <cstdlib>

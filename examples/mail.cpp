@@ -1,9 +1,9 @@
 // Sends a mail with a text, an HTML version of it and attached files.
 #include "examples/CProgressBar.h"
-#include "examples/arguments.h"
+#include "examples/credentials.h"
+#include "examples/naming.h"
+#include "examples/runProgram.h"
 #include "kx/streams/CBufferStream.h"
-#include "kx/text/numbers.h"
-#include "norla/core/CCURLError.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/mail/CMultiPartMimeMessage.h"
 #include "norla/mail/CSMTPClient.h"
@@ -11,144 +11,120 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <limits>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
 
-constexpr const char* usage = R"(Usage: mail [options] HOST:PORT
-  --from ADDRESS     the sender
-  --to ADDRESS       a recipient; may be given several times
-  --subject TEXT
-  --text TEXT        what is to be read
-  --html HTML        what is to be read by programs that show HTML
-  --attach FILE      may be given several times
-  --security TYPE    starttls (without the option), ssl or unencrypted
-  --user NAME        logs in; the environment variable MAIL_PASSWORD gives the password
-  --check            connects and logs in, and sends nothing
-)";
-
-class CUsageError : public std::exception {};
+const CProgram program{
+    .name = "mail",
+    .operands = {"HOST:PORT"},
+    .purpose = "Sends a mail with a text, an HTML version of it and attached files.\n",
+    .options = {
+        {"--from", "ADDRESS", "the sender"},
+        {"--to", "ADDRESS", "a recipient", true},
+        {"--subject", "TEXT", "what it is about"},
+        {"--text", "TEXT", "what is to be read"},
+        {"--html", "HTML", "what is to be read by programs that show HTML"},
+        {"--attach", "FILE", "send this file too", true},
+        {"--security", "TYPE", "starttls (default), ssl or unencrypted"},
+        {"--user", "NAME", "log in"},
+        {"--check", "", "connect and log in, and send nothing"},
+    },
+    .notes = R"(The password is that of the environment variable MAIL_PASSWORD, or is asked for
+at the terminal.
+)",
+};
 
 using Buffer = norla::CSMTPClient::Buffer;
 
 struct COptions {
-    norla::CSMTPParams server;
     kx::String from;
     kx::TArray<kx::String> recipients;
     kx::String subject;
     kx::String text;
     kx::String html;
     std::vector<std::filesystem::path> attachments;
-    bool onlyChecks = false;
 };
 
-kx::String passwordFromEnvironment()
-{
-    const char* const password = std::getenv("MAIL_PASSWORD");
-    if (!password)
-        throw kx::CError("The environment variable MAIL_PASSWORD is not set.");
-    return textOf(password, "The environment variable MAIL_PASSWORD");
-}
-
 /// Addresses and the fields of a message go out as they are: a line end would begin a command or a field of its own.
-void refuseLineEnds(const std::string& name, const std::string& value)
+const kx::String& withoutLineEnd(const kx::String& text, const kx::String& name)
 {
-    if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
-        throw kx::CError("The value of " + shownPath(name) + " must not have a line end.");
+    for (const wchar_t character : text) {
+        if (character == L'\r' || character == L'\n')
+            throw usageError(name + " must not have a line end");
+    }
+    return text;
 }
 
-void setOption(COptions& options, const std::string& name, const std::string& value)
+kx::String fieldOf(const CArguments& arguments, const std::string& option)
 {
-    if (name == "--attach") {
-        options.attachments.emplace_back(value);
-        return;
-    }
-    const kx::String text = textOf(value, "The value of " + shownPath(name));
-    if (name == "--from" || name == "--to" || name == "--subject" || name == "--user")
-        refuseLineEnds(name, value);
-    if (name == "--from") {
-        options.from = text;
-    } else if (name == "--to") {
-        options.recipients.push_back(text);
-    } else if (name == "--subject") {
-        options.subject = text;
-    } else if (name == "--text") {
-        options.text = text;
-    } else if (name == "--html") {
-        options.html = text;
-    } else if (name == "--security") {
-        options.server.connectType = norla::CSMTPParams::connectTypeToInt(text);
-    } else if (name == "--user") {
-        options.server.userName = text;
-        options.server.password = passwordFromEnvironment();
-    } else {
-        throw CUsageError();
-    }
+    return withoutLineEnd(arguments.text(option), "the value of " + shownPath(option));
 }
 
-void setServer(norla::CSMTPParams& server, const std::string& place)
+void setPlace(norla::CSMTPParams& server, const kx::String& place)
 {
-    const size_t colon = place.rfind(':');
-    if (colon == std::string::npos)
-        throw CUsageError();
-    server.host = textOf(place.substr(0, colon), "HOST");
-    const long long port = kx::parseInt64(textOf(place.substr(colon + 1), "PORT"), false);
-    if (port < 1 || port > std::numeric_limits<unsigned short>::max())
-        throw CUsageError();
-    server.port = static_cast<int>(port);
+    constexpr long long mostPort = std::numeric_limits<unsigned short>::max();
+    const size_t colon = place.rfind(L':');
+    if (colon == kx::String::npos)
+        throw usageError("no HOST:PORT: '" + place + "'");
+    server.host = place.substr(0, colon);
+    server.port = static_cast<int>(numberOf(place.substr(colon + 1), "PORT", 1, mostPort));
 }
 
-COptions parseOptions(const std::vector<std::string>& words)
+norla::CSMTPParams serverOf(const CArguments& arguments)
 {
-    COptions options;
-    options.server.connectType = norla::CSMTPParams::ConnectStartTLS;
-    size_t next = 0;
-    while (next < words.size() && words[next].starts_with("--")) {
-        if (words[next] == "--check") {
-            options.onlyChecks = true;
-            ++next;
-            continue;
-        }
-        if (next + 1 == words.size())
-            throw CUsageError();
-        setOption(options, words[next], words[next + 1]);
-        next += 2;
-    }
-    if (next + 1 != words.size())
-        throw CUsageError();
-    refuseLineEnds("HOST:PORT", words[next]);
-    setServer(options.server, words[next]);
-    return options;
+    norla::CSMTPParams server;
+    setPlace(server, withoutLineEnd(textOf(arguments.operands().front(), "HOST:PORT"), "HOST:PORT"));
+    const bool hasType = arguments.has("--security");
+    server.connectType = hasType ? norla::CSMTPParams::connectTypeToInt(arguments.text("--security"))
+                                 : norla::CSMTPParams::ConnectStartTLS;
+    server.userName = fieldOf(arguments, "--user");
+    if (!server.userName.isEmpty())
+        server.password = secretOf("MAIL_PASSWORD", "Password for " + server.userName);
+    return server;
 }
 
 /// The library sends from nobody ("<>"), too, which is for bounces.
-void checkAddresses(const COptions& options)
+void requireAddresses(const COptions& options)
 {
     if (options.from.isEmpty())
-        throw kx::CError("A mail needs a sender (--from).");
+        throw usageError("a mail needs a sender (--from)");
+    if (options.recipients.empty())
+        throw usageError("a mail needs a recipient (--to)");
     if (std::find(options.recipients.begin(), options.recipients.end(), kx::String()) != options.recipients.end())
-        throw kx::CError("A recipient (--to) must not be empty.");
+        throw usageError("a recipient (--to) must not be empty");
+}
+
+COptions optionsOf(const CArguments& arguments)
+{
+    COptions options;
+    options.from = fieldOf(arguments, "--from");
+    options.recipients = arguments.texts("--to");
+    for (const kx::String& recipient : options.recipients)
+        withoutLineEnd(recipient, "the value of --to");
+    options.subject = fieldOf(arguments, "--subject");
+    options.text = arguments.text("--text");
+    options.html = arguments.text("--html");
+    for (const std::string& file : arguments.values("--attach"))
+        options.attachments.emplace_back(file);
+    return options;
 }
 
 std::string contentOf(const std::filesystem::path& file)
 {
-    const kx::String name = "'" + shownPath(file.native()) + "'";
-    if (std::filesystem::is_directory(file))
-        throw kx::CError("The attachment " + name + " is a directory.");
     std::ifstream in(file, std::ios::binary);
     std::string content;
     std::array<char, 65536> block{};
     while (in.read(block.data(), block.size()) || in.gcount() > 0)
         content.append(block.data(), static_cast<size_t>(in.gcount()));
     if (!in.eof())
-        throw kx::CError("The file " + name + " cannot be read.");
+        throw fileError("The file '" + shownPath(file.native()) + "' cannot be read", errno);
     return content;
 }
 
@@ -230,51 +206,40 @@ private:
     CProgressBar m_progress;
 };
 
-void send(const COptions& options, const kx::P<Buffer>& message)
+/// @param message as it goes over the wire
+void send(const norla::CSMTPParams& server, const COptions& options, const kx::P<Buffer>& message)
 {
     const auto request = kx::newObj<norla::CNetRequest>();
     const auto stream = kx::newObj<CShownStream>(message);
-    norla::CSMTPClient::makeSendMailRequest(*request, options.server, options.from, options.recipients, stream.get());
-    request->perform();
+    norla::CSMTPClient::makeSendMailRequest(*request, server, options.from, options.recipients, stream.get());
+    naming(server.host, [&] { request->perform(); });
 }
 
-void run(const COptions& options)
+void check(const norla::CSMTPParams& server)
 {
-    if (options.onlyChecks) {
-        norla::CSMTPClient(options.server).testConnection();
-        std::cerr << "the server is ready\n";
-        return;
+    naming(server.host, [&] { norla::CSMTPClient(server).testConnection(); });
+    std::cerr << "the server is ready\n";
+}
+
+/// Nothing is sent before all of the message is there.
+int mail(const CArguments& arguments)
+{
+    if (arguments.has("--check")) {
+        check(serverOf(arguments));
+        return exitDone;
     }
-    checkAddresses(options);
+    const COptions options = optionsOf(arguments);
+    requireAddresses(options);
     const auto bytes = kx::newObj<Buffer>();
     newMessage(options)->store(*kx::newObj<kx::CBufferStream>(bytes));
-    send(options, bytes);
+    send(serverOf(arguments), options, bytes);
     std::cerr << bytes->getSize() << " bytes sent\n";
-}
-
-/// What has failed, and what the server said if it was the server that refused.
-std::string toldOf(const kx::CError& error)
-{
-    const auto* const failure = dynamic_cast<const norla::CCURLError*>(&error);
-    const kx::String reply = failure ? failure->getServerReply() : kx::String();
-    return (reply.isEmpty() ? error.getMessage() : error.getMessage() + "\n" + reply).toDisplayUTF8();
+    return exitDone;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    try {
-        run(parseOptions({argv + 1, argv + argc}));
-        return 0;
-    } catch (const CUsageError&) {
-        std::cerr << usage;
-        return 2;
-    } catch (const kx::CError& error) {
-        std::cerr << "mail: " << toldOf(error) << '\n';
-        return 1;
-    } catch (const std::exception& error) {
-        std::cerr << "mail: " << error.what() << '\n';
-        return 1;
-    }
+    return runProgram(program, argc, argv, mail);
 }

@@ -69,31 +69,30 @@ class BadArgumentTest : public testing::TestWithParam<CBadArgumentRow> {};
 TEST_P(BadArgumentTest, isNamedAndNotShown)
 {
     const auto result = run({.arguments = GetParam().command, .environment = GetParam().environment});
-    EXPECT_EQ(result.errors(), GetParam().error);
-    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_EQ(result.errors(), GetParam().error + "\nTry '" + GetParam().command.front() + " --help'.\n");
+    EXPECT_EQ(result.exitStatus(), 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, BadArgumentTest,
     testing::ValuesIn(std::vector<CBadArgumentRow>{
-        {"hello", {"hello", "http://h/\xFC"}, "hello: Text is not valid UTF-8 at byte 9.\n"},
-        {"fetchURL", {"fetch", "http://h/\xFC"}, "fetch: The URL is not text in UTF-8.\n"},
-        {"fetchOption", {"fetch", "--user", "me:\xFC", "http://h/"},
-            "fetch: The value of --user is not text in UTF-8.\n"},
-        {"fetchUnknownOption", {"fetch", "--\xFC", "x", "http://h/"},
-            "fetch: Invalid argument passed to 'fetch': unknown option --\xEF\xBF\xBD.\n"},
-        {"upload", {"upload", "/dev/null", "http://h/\xFC"}, "upload: The URL is not text in UTF-8.\n"},
-        {"downloads", {"downloads", "/tmp", "http://h/\xFC"}, "downloads: A URL is not text in UTF-8.\n"},
-        {"ftpHost", {"ftp", "\xFC", "ls", "/"}, "ftp: HOST is not text in UTF-8.\n"},
-        {"ftpArgument", {"ftp", "h", "mv", "/a", "/\xFC"}, "ftp: Argument 2 of mv is not text in UTF-8.\n"},
-        {"ftpPassword", {"ftp", "h", "ls", "/"}, "ftp: The environment variable FTP_PASSWORD is not text in UTF-8.\n",
+        {"fetchHost", {"fetch", "http://\xFC/"}, "fetch: the host of a URL is not text in UTF-8"},
+        {"fetchOption", {"fetch", "--user", "me:\xFC", "http://h/"}, "fetch: the value of --user is not text in UTF-8"},
+        {"fetchUnknownOption", {"fetch", "--\xFC", "x", "http://h/"}, "fetch: unknown option '--\\xfc'"},
+        {"uploadLogin", {"upload", "/dev/null", "ftp://\xFC:p@h/"}, "upload: the login in a URL is not text in UTF-8"},
+        {"downloadsLogin", {"downloads", "/tmp", "ftp://a:%FC@h/a"},
+            "downloads: the login in a URL is not text in UTF-8"},
+        {"ftpHost", {"ftp", "\xFC", "ls", "/"}, "ftp: HOST is not text in UTF-8"},
+        {"ftpCommandPath", {"ftp", "h", "mv", "/a", "/\xFC"}, "ftp: a path on the server is not text in UTF-8"},
+        {"ftpPassword", {"ftp", "h", "ls", "/"}, "ftp: the environment variable FTP_PASSWORD is not text in UTF-8",
             {"FTP_PASSWORD=\xFC"}},
-        {"mail", {"mail", "--subject", "\xFC", "h:25"}, "mail: The value of --subject is not text in UTF-8.\n"},
-        {"mailPassword", {"mail", "--user", "me", "h:25"},
-            "mail: The environment variable MAIL_PASSWORD is not text in UTF-8.\n", {"MAIL_PASSWORD=\xFC"}},
-        {"s3Key", {"s3", "rm", "bucket/\xFC"}, "s3: KEY is not text in UTF-8.\n",
+        {"mail", {"mail", "--from", "a", "--to", "b", "--subject", "\xFC", "h:25"},
+            "mail: the value of --subject is not text in UTF-8"},
+        {"mailPassword", {"mail", "--check", "--user", "me", "h:25"},
+            "mail: the environment variable MAIL_PASSWORD is not text in UTF-8", {"MAIL_PASSWORD=\xFC"}},
+        {"s3Key", {"s3", "rm", "bucket/\xFC"}, "s3: KEY is not text in UTF-8",
             {"S3_ACCESS_KEY_ID=me", "S3_SECRET_ACCESS_KEY=secret"}},
         {"s3Secret", {"s3", "rm", "bucket/key"},
-            "s3: The environment variable S3_SECRET_ACCESS_KEY is not text in UTF-8.\n",
+            "s3: the environment variable S3_SECRET_ACCESS_KEY is not text in UTF-8",
             {"S3_ACCESS_KEY_ID=me", "S3_SECRET_ACCESS_KEY=\xFC"}},
     }),
     [](const testing::TestParamInfo<CBadArgumentRow>& row) { return row.param.name; });
@@ -124,8 +123,8 @@ TEST_F(ExamplesTest, uploadSendsAFileWhoseNameIsNotUTF8)
 TEST_F(ExamplesTest, uploadNamesAFileThatIsNotThereWhateverItsName)
 {
     const auto result = run({"upload", "/nowhere/gr\xFCn.txt", server().url("/dav/green.txt")});
-    EXPECT_NE(result.errors().find("/nowhere/gr"), std::string::npos) << result.errors();
-    EXPECT_EQ(result.exitStatus(), 1);
+    EXPECT_EQ(result.errors(), "upload: The file '/nowhere/gr\\xfcn.txt' cannot be read: No such file or directory\n");
+    EXPECT_EQ(result.exitStatus(), 3);
 }
 
 TEST_F(ExamplesTest, fetchWritesToStandardOutput)
@@ -183,7 +182,9 @@ TEST_F(ExamplesTest, fetchTellsThatTheFileIsMissingAndLeavesNoFile)
     const auto file = m_folder.path() / "missing.txt";
     const auto result = run({"fetch", "--output", file.string(), server().url("/status/404")});
     EXPECT_EQ(result.exitStatus(), 1);
-    EXPECT_EQ(result.errors(), "fetch: HTTP response code said error (response code: http 404)\n");
+    EXPECT_EQ(result.errors(),
+        "fetch: " + server().url("/status/404")
+            + ": HTTP response code said error (response code: http 404)\n  404 Not Found\n  Not here\n");
     EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
 }
 
@@ -206,24 +207,11 @@ TEST_F(ExamplesTest, useTheLibcurlOfTheTest)
 TEST_F(ExamplesTest, fetchTellsThatNobodyListens)
 {
     const support::CRefusedPort port;
-    const auto result = run({"fetch", "http://127.0.0.1:" + std::to_string(port.getPort()) + "/"});
+    const std::string url = "http://127.0.0.1:" + std::to_string(port.getPort()) + "/";
+    const auto result = run({"fetch", url});
     EXPECT_EQ(result.exitStatus(), 1);
-    EXPECT_TRUE(result.errors().starts_with(support::libcurlSays("fetch: Couldn't connect to server: ")))
+    EXPECT_TRUE(result.errors().starts_with(support::libcurlSays("fetch: " + url + ": Couldn't connect to server: ")))
         << result.errors();
-}
-
-TEST_F(ExamplesTest, fetchExplainsItsUse)
-{
-    const auto result = run({"fetch"});
-    EXPECT_EQ(result.exitStatus(), 2);
-    EXPECT_TRUE(result.errors().starts_with("Usage: fetch [options] URL\n")) << result.errors();
-}
-
-TEST_F(ExamplesTest, fetchRefusesAnUnknownOption)
-{
-    const auto result = run({"fetch", "--colour", "red", server().url("/")});
-    EXPECT_EQ(result.exitStatus(), 1);
-    EXPECT_EQ(result.errors(), "fetch: Invalid argument passed to 'fetch': unknown option --colour.\n");
 }
 
 TEST_F(ExamplesTest, fetchSpeaksHTTPS)
@@ -287,8 +275,8 @@ TEST_F(ExamplesTest, uploadStoresTheFile)
 TEST_F(ExamplesTest, uploadTellsThatTheFileIsMissing)
 {
     const auto result = run({"upload", "/nowhere/text.txt", server().url("/dav/uploaded.txt")});
-    EXPECT_EQ(result.exitStatus(), 1);
-    EXPECT_NE(result.errors().find("/nowhere/text.txt"), std::string::npos) << result.errors();
+    EXPECT_EQ(result.exitStatus(), 3);
+    EXPECT_EQ(result.errors(), "upload: The file '/nowhere/text.txt' cannot be read: No such file or directory\n");
 }
 
 } // namespace

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "examples/text.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+/// Does something with a file of the library; what it throws is then known as the failure of a local file.
+template <typename TAction>
+auto withLocalFile(TAction action)
+{
+    try {
+        return action();
+    } catch (const kx::CError& error) {
+        throw kx::CError(error.getMessage(), "file");
+    }
+}
+
+/// The path of a file that the library is to read, for which it has errors that name no reason.
+/// @throws as fileError()
+inline Path readablePath(const std::string& name)
+{
+    const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (file < 0)
+        throw fileError("The file '" + shownPath(name) + "' cannot be read", errno);
+    close(file);
+    return Path::fromBytes(name);
+}

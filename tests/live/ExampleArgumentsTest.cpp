@@ -1,0 +1,172 @@
+// The command lines of the example programs: what they share, and that all of them use it.
+#include "examples/CArguments.h"
+#include "tests/live/exampleRun.h"
+#include "tests/support/errorOf.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const CProgram program{.name = "program",
+    .operands = {"FILE", "URL..."},
+    .purpose = "Does things.\n",
+    .options = {
+        {"--output", "FILE", "writes there"},
+        {"--header", "LINE", "sends it", true},
+        {"--quietly", "", "says nothing"},
+    }};
+
+kx::String refusalOf(const std::vector<std::string>& words)
+{
+    return support::messageOf([&] { const CArguments arguments(program, words); });
+}
+
+TEST(ExampleArgumentsTest, haveTheirValuesBehindABlankOrAnEqualsSign)
+{
+    for (const std::vector<std::string>& words :
+        {std::vector<std::string>{"--output", "a=b", "f", "u"}, {"--output=a=b", "f", "u"}})
+        EXPECT_EQ(CArguments(program, words).value("--output"), "a=b");
+}
+
+TEST(ExampleArgumentsTest, mayHaveEmptyValuesAndSuchAsLookLikeOptions)
+{
+    const CArguments arguments(program, {"--output=", "--header", "--quietly", "f", "u"});
+    EXPECT_TRUE(arguments.has("--output"));
+    EXPECT_EQ(arguments.value("--output"), "");
+    EXPECT_EQ(arguments.value("--header"), "--quietly");
+    EXPECT_FALSE(arguments.has("--quietly"));
+}
+
+TEST(ExampleArgumentsTest, standAnywhere)
+{
+    const CArguments arguments(program, {"f", "--quietly", "u", "--output", "o", "-"});
+    EXPECT_TRUE(arguments.has("--quietly"));
+    EXPECT_EQ(arguments.value("--output"), "o");
+    EXPECT_THAT(arguments.operands(), ElementsAre("f", "u", "-"));
+}
+
+TEST(ExampleArgumentsTest, areNoOptionsBehindTwoDashes)
+{
+    const CArguments arguments(program, {"f", "--", "--quietly", "--help", "--"});
+    EXPECT_FALSE(arguments.has("--quietly"));
+    EXPECT_FALSE(arguments.asksForHelp());
+    EXPECT_THAT(arguments.operands(), ElementsAre("f", "--quietly", "--help", "--"));
+}
+
+TEST(ExampleArgumentsTest, mayBeRepeatedWhereTheTableSaysSo)
+{
+    const CArguments arguments(program, {"--header", "a", "f", "--header=b", "u"});
+    EXPECT_THAT(arguments.values("--header"), ElementsAre("a", "b"));
+    EXPECT_EQ(refusalOf({"--output", "a", "--output", "b", "f", "u"}), "option '--output' is given more than once");
+}
+
+TEST(ExampleArgumentsTest, areNamedWhenTheyAreWrong)
+{
+    EXPECT_EQ(refusalOf({"--outptu", "o", "f", "u"}), "unknown option '--outptu'");
+    EXPECT_EQ(refusalOf({"--outptu=o", "f", "u"}), "unknown option '--outptu'");
+    EXPECT_EQ(refusalOf({"-o", "f", "u"}), "unknown option '-o'");
+    EXPECT_EQ(refusalOf({"f", "u", "--output"}), "option '--output' needs a value: FILE");
+    EXPECT_EQ(refusalOf({"--quietly=1", "f", "u"}), "option '--quietly' takes no value");
+    EXPECT_EQ(refusalOf({}), "FILE is missing");
+    EXPECT_EQ(refusalOf({"f"}), "URL is missing");
+    EXPECT_EQ(support::messageOf([] { CArguments::requireOperands({"FILE"}, {"a", "b"}); }), "too many words: 'b'");
+}
+
+TEST(ExampleArgumentsTest, areNotLookedAtAnyMoreWhenSomebodyAsksForHelp)
+{
+    for (const std::string help : {"--help", "-h"})
+        EXPECT_TRUE(CArguments(program, {help, "--unknown"}).asksForHelp());
+}
+
+/// With the name of a program.
+class ExampleHelpTest : public testing::TestWithParam<std::string> {};
+
+TEST_P(ExampleHelpTest, isPrintedToStandardOutput)
+{
+    for (const std::string help : {"--help", "-h"}) {
+        const auto result = live::run({GetParam(), help});
+        EXPECT_TRUE(result.output().starts_with("Usage: " + GetParam() + " ")) << result.output();
+        EXPECT_EQ(result.errors(), "");
+        EXPECT_EQ(result.exitStatus(), 0);
+    }
+}
+
+TEST_P(ExampleHelpTest, tellsTheExitCodes)
+{
+    EXPECT_THAT(live::run({GetParam(), "--help"}).output(), HasSubstr(exitCodesHelp));
+}
+
+TEST_P(ExampleHelpTest, fitsATerminal)
+{
+    std::istringstream help(live::run({GetParam(), "--help"}).output());
+    for (std::string line; std::getline(help, line);)
+        EXPECT_LE(line.size(), 80U) << line;
+}
+
+TEST_P(ExampleHelpTest, isPointedToByWhatIsWrong)
+{
+    const auto result = live::run({GetParam(), "--outptu", "x"});
+    EXPECT_EQ(result.errors(), GetParam() + ": unknown option '--outptu'\nTry '" + GetParam() + " --help'.\n");
+    EXPECT_EQ(result.output(), "");
+    EXPECT_EQ(result.exitStatus(), 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ExampleHelpTest, testing::Values("downloads", "fetch", "ftp", "mail", "s3", "upload"),
+    [](const testing::TestParamInfo<std::string>& row) { return row.param; });
+
+TEST(HelloTest, takesNoOptionForAHost)
+{
+    const auto help = live::run({"hello", "--help"});
+    EXPECT_EQ(help.output(), "Usage: hello [URL]\n");
+    EXPECT_EQ(help.exitStatus(), 0);
+    EXPECT_EQ(live::run({"hello", "--hepl"}).exitStatus(), 2);
+}
+
+struct CWrongWordsRow {
+    const char* name;
+    std::vector<std::string> words;
+    const char* error;
+};
+
+class ExampleWrongWordsTest : public testing::TestWithParam<CWrongWordsRow> {};
+
+TEST_P(ExampleWrongWordsTest, areNamed)
+{
+    const auto result = live::run({.arguments = GetParam().words,
+        .environment = {"S3_ACCESS_KEY_ID=me", "S3_SECRET_ACCESS_KEY=secret", "FTP_PASSWORD=secret"}});
+    EXPECT_EQ(result.errors().substr(0, result.errors().find('\n')), GetParam().error);
+    EXPECT_EQ(result.exitStatus(), 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ExampleWrongWordsTest,
+    testing::ValuesIn(std::vector<CWrongWordsRow>{
+        {"fetchNothing", {"fetch"}, "fetch: URL is missing"},
+        {"fetchTwo", {"fetch", "http://a/", "http://b/"}, "fetch: too many words: 'http://b/'"},
+        {"fetchNoRange", {"fetch", "--range", "5", "http://a/"}, "fetch: no range FIRST-[LAST]: '5'"},
+        {"fetchRangeBackwards", {"fetch", "--range", "5-2", "http://a/"},
+            "fetch: the last byte of --range is no whole number from 5 to 9223372036854775806: '2'"},
+        {"fetchRangeOfLetters", {"fetch", "--range", "a-2", "http://a/"},
+            "fetch: the first byte of --range is no whole number from 0 to 9223372036854775806: 'a'"},
+        {"uploadNothing", {"upload", "file"}, "upload: URL is missing"},
+        {"downloadsNothing", {"downloads", "/tmp"}, "downloads: URL is missing"},
+        {"downloadsTwins", {"downloads", "/tmp", "http://a/x", "http://b/x"}, "downloads: two files named x"},
+        {"ftpNothing", {"ftp", "host"}, "ftp: COMMAND is missing"},
+        {"ftpUnknown", {"ftp", "host", "sing"}, "ftp: unknown command 'sing'"},
+        {"ftpTooFew", {"ftp", "host", "get", "/one"}, "ftp: FILE is missing"},
+        {"ftpTooMany", {"ftp", "host", "ls", "/", "/etc"}, "ftp: too many words: '/etc'"},
+        {"s3Nothing", {"s3"}, "s3: COMMAND is missing"},
+        {"s3Unknown", {"s3", "sing", "a", "song"}, "s3: unknown command 'sing'"},
+        {"s3TooFew", {"s3", "put", "one"}, "s3: BUCKET/KEY is missing"},
+        {"s3Page", {"s3", "--page", "0", "ls", "bucket"},
+            "s3: the value of --page is no whole number from 1 to 1000: '0'"},
+        {"mailNothing", {"mail"}, "mail: HOST:PORT is missing"},
+    }),
+    [](const testing::TestParamInfo<CWrongWordsRow>& row) { return row.param.name; });
+
+} // namespace
