@@ -26,7 +26,10 @@ public:
             throw usageError("the scheme '" + m_scheme + "' is not served, only http, https, ftp, ftps and sftp");
         const size_t start = mark + 3;
         const size_t end = std::min(bytes.find_first_of("/?#", start), bytes.size());
-        m_url = m_scheme + "://" + takeLogin(bytes.substr(start, end - start)) + escapedBytes(bytes.substr(end));
+        const kx::String host = takeLogin(bytes.substr(start, end - start));
+        if (host.isEmpty())
+            throw usageError("no host in the URL '" + shownPath(bytes) + "'");
+        m_url = m_scheme + "://" + host + escapedBytes(bytes.substr(end));
     }
 
     /// Without a login.

@@ -92,7 +92,7 @@ public:
             withLocalFile([&] { m_sink->finish(); });
         } catch (const kx::CError& failure) {
             const bool isOfFile = failure.getDomain().isEmpty() || exitCodeOf(failure) == exitLocalFile;
-            const kx::String message = failure.getMessage() + toldByServer(failure, m_request->getResponseInfo());
+            const kx::String message = failure.getMessage() + moreAbout(failure, m_request.get());
             m_error = kx::newObj<kx::CError>(m_address.url() + ": " + message, kx::String(isOfFile ? L"file" : L""));
         }
         m_hasEnded = true;

@@ -106,7 +106,7 @@ void fetchTo(kx::P<Sink> sink, norla::CNetRequest& request, const CAddress& addr
             sink = rangeSink = kx::newObj<CRangeSink>(sink.get(), range.first, range.last);
     }
     request.setReceiveDataSink(sink.get());
-    naming(address.url(), request, [&] {
+    naming(address.url(), &request, [&] {
         request.perform();
         if (rangeSink)
             rangeSink->requireEnd();

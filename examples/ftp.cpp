@@ -40,7 +40,7 @@ public:
     void list(const Words& words)
     {
         const kx::String dir = urlPath(words[0]);
-        naming(dir, *m_request, [&] {
+        naming(dir, m_request.get(), [&] {
             const auto listing = m_client->listDir(*m_request, dir);
             for (const auto& entry : listing->getEntries())
                 printEntry(*entry);
@@ -53,7 +53,7 @@ public:
         m_client->prepareDownloadRequest(*m_request, path, 0, -1);
         const auto file = kx::newObj<CTargetFile>(*m_request, words[1]);
         m_request->setReceiveDataSink(file.get());
-        naming(path, *m_request, [&] { m_request->perform(); });
+        naming(path, m_request.get(), [&] { m_request->perform(); });
         file->finish();
     }
 
@@ -64,7 +64,7 @@ public:
         m_client->prepareUploadRequest(*m_request, path, nullptr, 0, true);
         m_request->setSendDataSource(source.get());
         m_request->setSendDataSize(source->getLength());
-        naming(path, *m_request, [&] { m_request->perform(); });
+        naming(path, m_request.get(), [&] { m_request->perform(); });
     }
 
     void move(const Words& words)
@@ -72,32 +72,32 @@ public:
         const kx::String from = plainPath(words[0]);
         const kx::String to = plainPath(words[1]);
         m_client->prepareMoveFileRequest(*m_request, from, to, false);
-        naming(from + " to " + to, *m_request, [&] { m_request->perform(); });
+        naming(from + " to " + to, m_request.get(), [&] { m_request->perform(); });
     }
 
     void remove(const Words& words)
     {
         const kx::String path = plainPath(words[0]);
-        naming(path, *m_request, [&] { m_client->deleteFile(*m_request, path); });
+        naming(path, m_request.get(), [&] { m_client->deleteFile(*m_request, path); });
     }
 
     void removeTree(const Words& words)
     {
         const kx::String dir = plainPath(words[0]);
-        naming(dir, *m_request, [&] { m_client->deleteDirWithAllContents(*m_request, dir); });
+        naming(dir, m_request.get(), [&] { m_client->deleteDirWithAllContents(*m_request, dir); });
     }
 
     void makeDir(const Words& words)
     {
         const kx::String dir = plainPath(words[0]);
-        naming(dir, *m_request, [&] { m_client->createDirs(*m_request, dir); });
+        naming(dir, m_request.get(), [&] { m_client->createDirs(*m_request, dir); });
     }
 
     void stat(const Words& words)
     {
         const kx::String path = plainPath(words[0]);
         m_client->prepareGetInfoRequest(*m_request, path);
-        naming(path, *m_request, [&] {
+        naming(path, m_request.get(), [&] {
             m_request->perform();
             printEntry(*norla::CFTPGetInfoResult(*m_request->getResponseInfo()).getEntry());
         });

@@ -212,12 +212,12 @@ void send(const norla::CSMTPParams& server, const COptions& options, const kx::P
     const auto request = kx::newObj<norla::CNetRequest>();
     const auto stream = kx::newObj<CShownStream>(message);
     norla::CSMTPClient::makeSendMailRequest(*request, server, options.from, options.recipients, stream.get());
-    naming(server.host, [&] { request->perform(); });
+    naming(server.host, request.get(), [&] { request->perform(); });
 }
 
 void check(const norla::CSMTPParams& server)
 {
-    naming(server.host, [&] { norla::CSMTPClient(server).testConnection(); });
+    naming(server.host, nullptr, [&] { norla::CSMTPClient(server).testConnection(); });
     std::cerr << "the server is ready\n";
 }
 

@@ -24,40 +24,56 @@ inline kx::String statusWords(const norla::CNetStringList& lines, const kx::Stri
     return words;
 }
 
-/// What the server said about the error, each sentence behind a line feed; empty when it said nothing.
-/// @param lines the headers or replies of the server; null for none
+/// What the server said about the error.
+/// @param lines its headers or replies
 inline kx::String toldByServer(const kx::CError& error, const norla::CNetStringList* lines)
 {
     const auto* const failure = dynamic_cast<const norla::CCURLError*>(&error);
+    const kx::String reply = failure ? failure->getServerReply() : kx::String();
+    if (!reply.isEmpty())
+        return "\n" + reply;
     kx::String told;
-    if (failure && !failure->getServerReply().isEmpty())
-        told += "\n" + failure->getServerReply();
-    else if (const kx::String words = lines ? statusWords(*lines, error.getProps().get("responseCode")) : "";
-             !words.isEmpty())
+    const kx::String words = lines ? statusWords(*lines, error.getProps().get("responseCode")) : kx::String();
+    if (!words.isEmpty())
         told += "\n" + words;
     constexpr size_t mostLetters = 300; // some servers explain themselves in long pages
-    if (error.getProps().get("responseCodeDomain") == "http" && error.getProps().has("serverMessage"))
-        told += "\n" + error.getProps().get("serverMessage").trim().substr(0, mostLetters);
+    const kx::String explanation = error.getProps().get("serverMessage").trim();
+    if (error.getProps().get("responseCodeDomain") == "http" && !explanation.isEmpty() && explanation[0] != L'<')
+        told += "\n" + explanation.substr(0, mostLetters);
     return told;
 }
 
+/// What libcurl knows and does not say.
+inline kx::String knownReason(const kx::CError& error, norla::CNetRequest& request)
+{
+    if (error.getDomain() != "curl")
+        return {};
+    const int errorNumber = error.getCode() == CURLE_COULDNT_CONNECT ? request.getInfoLong(CURLINFO_OS_ERRNO) : 0;
+    if (errorNumber != 0)
+        return "\n" + kx::systemErrorText(errorNumber);
+    if (error.getCode() == CURLE_PEER_FAILED_VERIFICATION && request.getURL().startsWith("sftp:"))
+        return "\nThe file of known hosts has no such key for this server.";
+    return {};
+}
+
+/// What there is to add to an error, in lines that begin with a line feed: the reason, and what the server said.
+/// @param request that has failed; null when nobody has it
+inline kx::String moreAbout(const kx::CError& error, norla::CNetRequest* request)
+{
+    const kx::String reason = request ? knownReason(error, *request) : kx::String();
+    return reason + toldByServer(error, request ? request->getResponseInfo() : nullptr);
+}
+
 /// Does something with a file or object of a server. If that fails, the error names it, and tells what the server said.
+/// @param request what does it; null when nobody has it
 template <typename TAction>
-void naming(const kx::String& what, TAction action, const norla::CNetRequest* request = nullptr)
+void naming(const kx::String& what, norla::CNetRequest* request, TAction action)
 {
     try {
         action();
     } catch (const kx::CError& error) {
         if (exitCodeOf(error) != exitFailed)
             throw; // it names something else
-        const auto* const lines = request ? request->getResponseInfo() : nullptr;
-        throw kx::CError(what + ": " + error.getMessage() + toldByServer(error, lines));
+        throw kx::CError(what + ": " + error.getMessage() + moreAbout(error, request));
     }
-}
-
-/// The same for what the request does.
-template <typename TAction>
-void naming(const kx::String& what, const norla::CNetRequest& request, TAction action)
-{
-    naming(what, action, &request);
 }

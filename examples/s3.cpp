@@ -70,7 +70,7 @@ public:
         const CPlace place(words[1]);
         const kx::String md5 = md5Of(words[0]);
         const auto source = kx::newObj<CFileSource>(words[0]);
-        naming(place.name(), *m_request, [&] {
+        naming(place.name(), m_request.get(), [&] {
             m_client->putObject(*m_request, place.bucket, place.key, source.get(), source->getLength(), md5, "");
         });
         std::cerr << source->getLength() << " bytes stored\n";
@@ -81,14 +81,14 @@ public:
     {
         const CPlace place(words[0]);
         long long size = 0;
-        naming(place.name(), *m_request, [&] { size = getTo(words[1], place); });
+        naming(place.name(), m_request.get(), [&] { size = getTo(words[1], place); });
         std::cerr << size << " bytes fetched\n";
     }
 
     void list(const Words& words)
     {
         const CPlace place(words[0]);
-        naming(place.name(), *m_request, [&] {
+        naming(place.name(), m_request.get(), [&] {
             norla::CS3ObjectEnum objects(m_client.get(), m_request.get(), place.bucket, place.key, "", m_pageSize);
             while (objects.next()) {
                 const auto object = objects.getCurrObject();
@@ -102,21 +102,21 @@ public:
     {
         const CPlace place(words[0]);
         const kx::String newKey = textOf(words[1], "NEWKEY");
-        naming(place.name() + " to " + newKey, *m_request,
+        naming(place.name() + " to " + newKey, m_request.get(),
             [&] { m_client->copyObject(*m_request, place.bucket, place.key, newKey); });
     }
 
     void remove(const Words& words)
     {
         const CPlace place(words[0]);
-        naming(place.name(), *m_request, [&] { m_client->deleteObject(*m_request, place.bucket, place.key); });
+        naming(place.name(), m_request.get(), [&] { m_client->deleteObject(*m_request, place.bucket, place.key); });
     }
 
     void stat(const Words& words)
     {
         const CPlace place(words[0]);
         norla::CNetRequest::HeaderMap headers;
-        naming(place.name(), *m_request,
+        naming(place.name(), m_request.get(),
             [&] { headers = m_client->getObjectHeaders(*m_request, place.bucket, place.key); });
         for (const kx::String& name : kx::TArray<kx::String>{"content-length", "content-type", "last-modified", "etag"})
             print(name.toUTF8() + ": " + shownOnOutput(valueOf(headers, name)) + '\n');

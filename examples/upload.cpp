@@ -31,7 +31,7 @@ int upload(const CArguments& arguments)
     request->setSendDataSource(source.get());
     request->setSendDataSize(source->getLength());
     request->setUpload(true);
-    naming(address.url(), *request, [&] { request->perform(); });
+    naming(address.url(), request.get(), [&] { request->perform(); });
     std::fprintf(
         stderr, "%.0f bytes at %.0f bytes per second\n", request->getUploadedBytes(), request->getAvgUploadSpeed());
     return exitDone;

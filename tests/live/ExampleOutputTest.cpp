@@ -77,17 +77,19 @@ TEST_F(ExampleOutputTest, isMissedWhenNobodyReadsIt)
     support::checked(pipe2(ends, O_CLOEXEC), "pipe2");
     support::CDescriptor(ends[0]).close();
     const support::CDescriptor pipe(ends[1]);
-    support::CTemporaryFolder folder;
-    const int errors = open((folder.path() / "errors").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-    const support::CDescriptor errorFile(errors);
-    const auto settings = live::prepared({.arguments = {"fetch", server().url("/digits.txt")}});
-    support::CChildProcess process({.arguments = settings.arguments,
-        .environment = settings.environment,
-        .output = pipe.get(),
-        .errors = errorFile.get()});
-    ASSERT_TRUE(process.waitForEnd(std::chrono::seconds(10)));
-    EXPECT_EQ(folder.read("errors"), "fetch: standard output: Broken pipe\n");
-    EXPECT_EQ(process.exitStatus(), 3);
+    for (const std::vector<std::string>& words :
+        {std::vector<std::string>{"fetch", server().url("/digits.txt")}, {"fetch", "--help"}}) {
+        const support::CDescriptor errors(
+            support::checked(open(file().c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600), "open"));
+        const auto settings = live::prepared({.arguments = words});
+        support::CChildProcess process({.arguments = settings.arguments,
+            .environment = settings.environment,
+            .output = pipe.get(),
+            .errors = errors.get()});
+        ASSERT_TRUE(process.waitForEnd(std::chrono::seconds(10)));
+        EXPECT_EQ(contentOf(file()), "fetch: standard output: Broken pipe\n");
+        EXPECT_EQ(process.exitStatus(), 3);
+    }
 }
 
 TEST_F(ExampleOutputTest, isMissedWhenThereIsNone)
@@ -305,6 +307,13 @@ TEST_F(ExampleOutputTest, wantsAScheme)
     const auto result = run({"fetch", "example.org/file"});
     EXPECT_EQ(
         result.errors(), "fetch: no URL with a scheme, such as https://: 'example.org/file'\nTry 'fetch --help'.\n");
+    EXPECT_EQ(result.exitStatus(), 2);
+}
+
+TEST_F(ExampleOutputTest, wantsAHost)
+{
+    const auto result = run({"fetch", "http:///file"}); // libcurl would ask the host "file"
+    EXPECT_EQ(result.errors(), "fetch: no host in the URL 'http:///file'\nTry 'fetch --help'.\n");
     EXPECT_EQ(result.exitStatus(), 2);
 }
 

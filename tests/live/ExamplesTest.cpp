@@ -212,6 +212,7 @@ TEST_F(ExamplesTest, fetchTellsThatNobodyListens)
     EXPECT_EQ(result.exitStatus(), 1);
     EXPECT_TRUE(result.errors().starts_with(support::libcurlSays("fetch: " + url + ": Couldn't connect to server: ")))
         << result.errors();
+    EXPECT_TRUE(result.errors().ends_with("\n  Connection refused\n")) << result.errors();
 }
 
 TEST_F(ExamplesTest, fetchSpeaksHTTPS)
@@ -251,6 +252,8 @@ TEST_F(ExamplesTest, fetchBelievesNoUnknownSSHServer)
         known.string(), ssh.url((ssh.root() / "digits.txt").string())});
     EXPECT_EQ(result.exitStatus(), 1);
     EXPECT_EQ(result.output(), "");
+    EXPECT_TRUE(result.errors().ends_with("\n  The file of known hosts has no such key for this server.\n"))
+        << result.errors();
     EXPECT_EQ(ssh.log().find("Accepted publickey"), std::string::npos) << ssh.log();
 }
 
