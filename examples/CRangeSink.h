@@ -56,7 +56,7 @@ private:
             const long long total = range->getTotal(); // -1 when the server does not say
             const long long last = m_last < 0 ? total - 1 : total < 0 ? m_last : std::min(m_last, total - 1);
             const bool isWhole = range->getFirst() == m_first && (range->getLast() == last || last < 0);
-            if (range->getUnit() == "bytes" && isWhole && range->getLast() >= m_first)
+            if (range->getUnit() == "bytes" && isWhole)
                 return range->getLast() - m_first + 1;
         }
         throw kx::CError("The server was asked for the bytes " + kx::toString(m_first) + "-"

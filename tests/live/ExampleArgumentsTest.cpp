@@ -90,7 +90,7 @@ class ExampleHelpTest : public testing::TestWithParam<std::string> {};
 TEST_P(ExampleHelpTest, isPrintedToStandardOutput)
 {
     for (const std::string help : {"--help", "-h"}) {
-        const auto result = live::run({GetParam(), help});
+        const auto result = live::runLightly({GetParam(), help});
         EXPECT_TRUE(result.output().starts_with("Usage: " + GetParam() + " ")) << result.output();
         EXPECT_EQ(result.errors(), "");
         EXPECT_EQ(result.exitStatus(), 0);
@@ -99,19 +99,19 @@ TEST_P(ExampleHelpTest, isPrintedToStandardOutput)
 
 TEST_P(ExampleHelpTest, tellsTheExitCodes)
 {
-    EXPECT_THAT(live::run({GetParam(), "--help"}).output(), HasSubstr(exitCodesHelp));
+    EXPECT_THAT(live::runLightly({GetParam(), "--help"}).output(), HasSubstr(exitCodesHelp));
 }
 
 TEST_P(ExampleHelpTest, fitsATerminal)
 {
-    std::istringstream help(live::run({GetParam(), "--help"}).output());
+    std::istringstream help(live::runLightly({GetParam(), "--help"}).output());
     for (std::string line; std::getline(help, line);)
         EXPECT_LE(line.size(), 80U) << line;
 }
 
 TEST_P(ExampleHelpTest, isPointedToByWhatIsWrong)
 {
-    const auto result = live::run({GetParam(), "--outptu", "x"});
+    const auto result = live::runLightly({GetParam(), "--outptu", "x"});
     EXPECT_EQ(result.errors(), GetParam() + ": unknown option '--outptu'\nTry '" + GetParam() + " --help'.\n");
     EXPECT_EQ(result.output(), "");
     EXPECT_EQ(result.exitStatus(), 2);
@@ -122,10 +122,10 @@ INSTANTIATE_TEST_SUITE_P(All, ExampleHelpTest, testing::Values("downloads", "fet
 
 TEST(HelloTest, takesNoOptionForAHost)
 {
-    const auto help = live::run({"hello", "--help"});
+    const auto help = live::runLightly({"hello", "--help"});
     EXPECT_EQ(help.output(), "Usage: hello [URL]\n");
     EXPECT_EQ(help.exitStatus(), 0);
-    EXPECT_EQ(live::run({"hello", "--hepl"}).exitStatus(), 2);
+    EXPECT_EQ(live::runLightly({"hello", "--hepl"}).exitStatus(), 2);
 }
 
 struct CWrongWordsRow {
@@ -138,8 +138,8 @@ class ExampleWrongWordsTest : public testing::TestWithParam<CWrongWordsRow> {};
 
 TEST_P(ExampleWrongWordsTest, areNamed)
 {
-    const auto result = live::run({.arguments = GetParam().words,
-        .environment = {"S3_ACCESS_KEY_ID=me", "S3_SECRET_ACCESS_KEY=secret", "FTP_PASSWORD=secret"}});
+    const auto result = live::runLightly(
+        GetParam().words, {"S3_ACCESS_KEY_ID=me", "S3_SECRET_ACCESS_KEY=secret", "FTP_PASSWORD=secret"});
     EXPECT_EQ(result.errors().substr(0, result.errors().find('\n')), GetParam().error);
     EXPECT_EQ(result.exitStatus(), 2);
 }

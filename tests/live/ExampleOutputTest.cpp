@@ -234,7 +234,7 @@ TEST_P(CRangeSinkTest, takesWhatWasAskedForOnly)
         EXPECT_NO_THROW(take());
     else
         EXPECT_THROW(take(), kx::CError);
-    EXPECT_TRUE(GetParam().isTaken || GetParam().length != 4 || buffer->getLength() == 0);
+    EXPECT_TRUE(GetParam().isTaken || GetParam().length < 4 || buffer->getLength() == 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, CRangeSinkTest,
@@ -248,6 +248,7 @@ INSTANTIATE_TEST_SUITE_P(All, CRangeSinkTest,
         {"shorterUpToTheEnd", 3, -1, 206, "bytes 3-6/10", 4, false},
         {"longer", 3, 5, 206, "bytes 3-6/10", 4, false},
         {"other", 3, 6, 206, "bytes 2-5/10", 4, false},
+        {"fromBefore", 3, 6, 206, "bytes 2-6/10", 5, false},
         {"otherUnit", 3, 6, 206, "lines 3-6/10", 4, false},
         {"backwards", 3, -1, 206, "bytes 3-2/*", 4, false},
         {"everything", 0, 3, 200, nullptr, 4, false},
@@ -289,7 +290,7 @@ TEST_P(UnservedSchemeTest, isRefusedBeforeAnybodyIsAsked)
     const support::CTemporaryFolder folder;
     for (const std::vector<std::string>& words : {std::vector<std::string>{"fetch", url},
              {"upload", folder.write("f", ""), url}, {"downloads", folder.path(), url}}) {
-        const auto result = run(words);
+        const auto result = live::runLightly(words);
         EXPECT_EQ(result.errors(),
             words[0] + ": the scheme '" + scheme + "' is not served, only http, https, ftp, ftps and sftp\nTry '"
                 + words[0] + " --help'.\n");

@@ -68,7 +68,7 @@ class BadArgumentTest : public testing::TestWithParam<CBadArgumentRow> {};
 
 TEST_P(BadArgumentTest, isNamedAndNotShown)
 {
-    const auto result = run({.arguments = GetParam().command, .environment = GetParam().environment});
+    const auto result = live::runLightly(GetParam().command, GetParam().environment);
     EXPECT_EQ(result.errors(), GetParam().error + "\nTry '" + GetParam().command.front() + " --help'.\n");
     EXPECT_EQ(result.exitStatus(), 2);
 }

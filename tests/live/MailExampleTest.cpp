@@ -188,7 +188,8 @@ TEST_F(MailExampleTest, refusesLineEndsInWhatGoesOutAsItIs)
             EXPECT_EQ(result.exitStatus(), 2);
         }
     }
-    EXPECT_EQ(live::run({"mail", "--check", "local\nhost:25"}).errors(), refusal("HOST:PORT must not have a line end"));
+    EXPECT_EQ(live::runLightly({"mail", "--check", "local\nhost:25"}).errors(),
+        refusal("HOST:PORT must not have a line end"));
 }
 
 struct CIncompleteRow {
@@ -254,7 +255,7 @@ TEST_F(MailExampleTest, wantsAHostAndAPort)
              {"localhost:0", "PORT is no whole number from 1 to 65535: '0'"},
              {"localhost:65536", "PORT is no whole number from 1 to 65535: '65536'"},
              {"localhost:x", "PORT is no whole number from 1 to 65535: 'x'"}}) {
-        const auto result = live::run({"mail", "--check", place});
+        const auto result = live::runLightly({"mail", "--check", place});
         EXPECT_EQ(result.errors(), refusal(error));
         EXPECT_EQ(result.exitStatus(), 2);
     }
