@@ -89,7 +89,7 @@ private:
 
     static kx::String unescaped(const kx::String& text)
     {
-        const kx::String plain = norla::urlUnescape(text, false);
+        kx::String plain = norla::urlUnescape(text, false);
         if (plain.isEmpty() && !text.isEmpty())
             throw usageError("the login in a URL is not text in UTF-8");
         return plain;

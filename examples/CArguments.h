@@ -141,6 +141,6 @@ inline std::string usageOf(const CProgram& program)
     for (const auto& row : rows)
         width = std::max(width, row.first.size());
     for (const auto& [left, right] : rows)
-        text += "  " + left + std::string(width + 2 - left.size(), ' ') + right + '\n';
+        text.append("  ").append(left).append(width + 2 - left.size(), ' ').append(right).append("\n");
     return text + (program.notes.empty() ? "" : '\n' + program.notes) + '\n' + exitCodesHelp;
 }

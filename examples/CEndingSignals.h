@@ -10,7 +10,7 @@ public:
     /// @param action may do only what is safe in signal handlers (signal-safety(7))
     explicit CEndingSignals(void (*action)() noexcept)
     {
-        s_action = action;
+        g_action = action;
         struct sigaction ours {};
         ours.sa_handler = onSignal;
         for (size_t i = 0; i < numbers.size(); ++i) {
@@ -33,11 +33,11 @@ private:
 
     static void onSignal(int number)
     {
-        s_action();
+        g_action();
         signal(number, SIG_DFL);
         raise(number); // which happens when this has returned
     }
 
-    static inline void (*volatile s_action)() noexcept = nullptr;
+    static inline void (*volatile g_action)() noexcept = nullptr;
     std::array<struct sigaction, numbers.size()> m_before{};
 };

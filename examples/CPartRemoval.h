@@ -16,12 +16,12 @@ public:
     explicit CPartRemoval(const Path& path)
     {
         const std::string bytes = path.toBytes();
-        s_path[bytes.copy(s_path.data(), s_path.size() - 1)] = '\0';
+        g_path[bytes.copy(g_path.data(), g_path.size() - 1)] = '\0';
     }
 
 private:
-    static void remove() noexcept { unlink(s_path.data()); }
+    static void remove() noexcept { unlink(g_path.data()); }
 
-    static inline std::array<char, PATH_MAX> s_path{};
+    static inline std::array<char, PATH_MAX> g_path{};
     const CEndingSignals m_endings{remove};
 };

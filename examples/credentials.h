@@ -16,7 +16,7 @@ class CHiddenTyping {
 public:
     CHiddenTyping()
     {
-        termios hidden = s_before;
+        termios hidden = g_before;
         hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         hidden.c_lflag |= ECHONL; // the line ends on the screen too
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
@@ -31,10 +31,10 @@ public:
     }
 
 private:
-    static void showAgain() noexcept { tcsetattr(STDIN_FILENO, TCSANOW, &s_before); }
+    static void showAgain() noexcept { tcsetattr(STDIN_FILENO, TCSANOW, &g_before); }
 
-    static inline termios s_before{};
-    const bool m_isKept = tcgetattr(STDIN_FILENO, &s_before) == 0;
+    static inline termios g_before{};
+    const bool m_isKept = tcgetattr(STDIN_FILENO, &g_before) == 0;
     void (*const m_suspension)(int) = std::signal(SIGTSTP, SIG_IGN); // it would leave the shell without an echo
     const CEndingSignals m_endings{showAgain};                       // last: it needs the modes
 };
