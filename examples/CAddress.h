@@ -26,10 +26,10 @@ public:
             throw usageError("the scheme '" + m_scheme + "' is not served, only http, https, ftp, ftps and sftp");
         const size_t start = mark + 3;
         const size_t end = std::min(bytes.find_first_of("/?#", start), bytes.size());
-        const kx::String host = takeLogin(bytes.substr(start, end - start));
-        if (host.isEmpty())
+        m_host = takeLogin(bytes.substr(start, end - start));
+        if (m_host.isEmpty())
             throw usageError("no host in the URL '" + shownPath(bytes) + "'");
-        m_url = m_scheme + "://" + host + escapedBytes(bytes.substr(end));
+        m_url = m_scheme + "://" + m_host + escapedBytes(bytes.substr(end));
     }
 
     /// Without a login.
@@ -37,7 +37,12 @@ public:
 
     bool isHTTP() const { return m_scheme.startsWith("http"); }
 
-    void setUser(const kx::String& user) { m_user = user; }
+    /// In place of the login in the URL.
+    void setUser(const kx::String& user)
+    {
+        m_user = user;
+        m_password.reset();
+    }
     void setPassword(const kx::String& password) { m_password = password; }
 
     /// Asks for the password that belongs to a user's name without one (see credentials.h). SFTP may do without: there
@@ -47,7 +52,7 @@ public:
     {
         if (m_user.isEmpty() || m_password)
             return;
-        const kx::String question = "Password for " + m_user;
+        const kx::String question = "Password for " + m_user + " at " + m_host;
         if (m_scheme == "sftp")
             m_password = knownSecret(variable, question);
         else
@@ -96,6 +101,7 @@ private:
     }
 
     kx::String m_scheme;
+    kx::String m_host; ///< with its port
     kx::String m_url;
     kx::String m_user;
     std::optional<kx::String> m_password;

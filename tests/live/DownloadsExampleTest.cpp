@@ -125,13 +125,17 @@ protected:
     /// @return the size of what is being written, 0 before there is anything
     std::uintmax_t partSize() const
     {
+        std::error_code gone;
+        std::uintmax_t size = 0;
         for (const auto& entry : std::filesystem::directory_iterator(folder())) {
-            std::error_code gone;
             if (entry.path().extension() == ".part")
-                return entry.file_size(gone);
+                size = entry.file_size(gone);
         }
-        return 0;
+        return gone ? 0 : size;
     }
+
+private:
+    const live::CSignalDisposition m_disposition{GetParam(), SIG_DFL};
 };
 
 TEST_P(DownloadsSignalTest, leavesNoHalfFileAndKeepsTheOthers)
@@ -144,7 +148,7 @@ TEST_P(DownloadsSignalTest, leavesNoHalfFileAndKeepsTheOthers)
         std::this_thread::yield();
     }
     ASSERT_EQ(kill(process.getPid(), GetParam()), 0);
-    ASSERT_TRUE(process.waitForEnd(std::chrono::seconds(5)));
+    ASSERT_TRUE(process.waitForEnd(std::chrono::seconds(10)));
     EXPECT_EQ(process.exitStatus(), 128 + GetParam());
     EXPECT_EQ(contentOf(folder() / "digits.txt"), "0123456789");
     EXPECT_EQ(fileCount(), 1U);

@@ -100,7 +100,7 @@ TEST_F(ExampleCredentialsTest, areAskedForWhereTheyAreMissing)
 TEST_F(ExampleCredentialsTest, areTypedUnseen)
 {
     CTerminalRun fetch({"fetch", "--user", "user", "--output", m_folder.path() / "file", privateURL()});
-    fetch.waitFor("Password for user: ");
+    fetch.waitFor("Password for user at 127.0.0.1:");
     EXPECT_FALSE(fetch.hasEcho());
     fetch.type("secret\n");
     EXPECT_EQ(fetch.waitForEnd(), 0) << fetch.shown();
@@ -112,19 +112,21 @@ TEST_F(ExampleCredentialsTest, areTypedUnseen)
 TEST_F(ExampleCredentialsTest, leaveTheTerminalAsItWasWhenNobodyTypesThem)
 {
     CTerminalRun fetch({"fetch", "--user", "user", privateURL()});
-    fetch.waitFor("Password for user: ");
+    fetch.waitFor("Password for user at 127.0.0.1:");
     fetch.type("\x04"); // Ctrl-D, the end of input
     EXPECT_EQ(fetch.waitForEnd(), 3);
     EXPECT_TRUE(fetch.hasEcho());
 }
 
 /// With the number of a signal.
-class PromptSignalTest : public ExampleCredentialsTest, public testing::WithParamInterface<int> {};
+class PromptSignalTest : public ExampleCredentialsTest, public testing::WithParamInterface<int> {
+    const live::CSignalDisposition m_disposition{GetParam(), SIG_DFL};
+};
 
 TEST_P(PromptSignalTest, leavesTheTerminalAsItWas)
 {
     CTerminalRun fetch({"fetch", "--user", "user", privateURL()});
-    fetch.waitFor("Password for user: ");
+    fetch.waitFor("Password for user at 127.0.0.1:");
     ASSERT_FALSE(fetch.hasEcho());
     fetch.sendSignal(GetParam());
     EXPECT_EQ(fetch.waitForEnd(), 128 + GetParam());
@@ -140,6 +142,13 @@ TEST_F(ExampleCredentialsTest, areWarnedOfOnTheCommandLine)
     EXPECT_EQ(result.output(), "0123456789");
     EXPECT_TRUE(result.errors().starts_with("fetch: warning: all users of this machine can see a password"))
         << result.errors();
+}
+
+TEST_F(ExampleCredentialsTest, areNoMixtureOfTwo)
+{
+    const auto result = run({.arguments = {"fetch", "--user", "user", privateURL("other:wrong")},
+        .environment = {"FETCH_PASSWORD=secret"}});
+    EXPECT_EQ(result.output(), "0123456789") << result.errors();
 }
 
 TEST_F(ExampleCredentialsTest, areNotShownInErrors)

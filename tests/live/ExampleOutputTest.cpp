@@ -1,4 +1,4 @@
-// What the example programs make of what they fetch: whole files, the parts that were asked for, and an error otherwise.
+// What the example programs make of what they fetch: whole files, the parts that were asked for, or an error.
 #include "examples/CRangeSink.h"
 #include "kx/streams/CBufferStream.h"
 #include "tests/live/exampleRun.h"
@@ -146,40 +146,74 @@ TEST_F(ExampleOutputTest, namesTheCertificatesThatAreNotThere)
     }
 }
 
-/// With the number of a signal.
-class ExampleSignalTest : public ExampleOutputTest, public testing::WithParamInterface<int> {
+class ExamplePartTest : public ExampleOutputTest {
 protected:
-    /// Ends the program when a part of the file is there. @return its exit status
-    int endHalfway(const std::vector<std::string>& words)
+    /// Sends the signal when a part of the file is there. @return the exit status, -1 when the program does not end
+    int endHalfway(int number, const std::vector<std::string>& words) const
+    {
+        const auto process = start(words);
+        waitForMoreThan(0);
+        support::checked(kill(process->getPid(), number), "kill");
+        return process->waitForEnd(std::chrono::seconds(10)) ? *process->exitStatus() : -1;
+    }
+
+    static std::unique_ptr<support::CChildProcess> start(const std::vector<std::string>& words)
     {
         const auto settings
             = live::prepared({.arguments = words, .environment = {"S3_ACCESS_KEY_ID=a", "S3_SECRET_ACCESS_KEY=b"}});
-        support::CChildProcess process({.arguments = settings.arguments, .environment = settings.environment});
+        return std::make_unique<support::CChildProcess>(
+            support::CChildProcess::CSettings{.arguments = settings.arguments, .environment = settings.environment});
+    }
+
+    /// Blocks until the part of the file has more bytes than that. @return how many
+    std::uintmax_t waitForMoreThan(std::uintmax_t size) const
+    {
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (partSize() == 0) {
+        while (partSize() <= size) {
             if (std::chrono::steady_clock::now() > limit)
-                throw std::runtime_error("there is no part");
+                throw std::runtime_error("there is no part that grows");
             std::this_thread::yield();
         }
-        support::checked(kill(process.getPid(), GetParam()), "kill");
-        return process.waitForEnd(std::chrono::seconds(10)) ? *process.exitStatus() : -1;
+        return partSize();
     }
 
 private:
     std::uintmax_t partSize() const
     {
         std::error_code gone;
+        std::uintmax_t size = 0;
         for (const auto& entry : std::filesystem::directory_iterator(m_folder.path())) {
             if (entry.path().extension() == ".part")
-                return entry.file_size(gone);
+                size = entry.file_size(gone);
         }
-        return 0;
+        return gone ? 0 : size;
     }
+};
+
+TEST_F(ExamplePartTest, growsOnUnderASignalThatIsIgnored)
+{
+    const live::CSignalDisposition ignored(SIGHUP, SIG_IGN); // as nohup does
+    const std::string url = server().url("/slow.bin");
+    for (const std::vector<std::string>& words :
+        {std::vector<std::string>{"fetch", "--output", file(), url}, {"downloads", m_folder.path(), url}}) {
+        const auto process = start(words);
+        const auto size = waitForMoreThan(0);
+        support::checked(kill(process->getPid(), SIGHUP), "kill");
+        waitForMoreThan(size);
+        process->kill();
+        std::filesystem::remove_all(m_folder.path());
+        std::filesystem::create_directory(m_folder.path());
+    }
+}
+
+/// With the number of a signal.
+class ExampleSignalTest : public ExamplePartTest, public testing::WithParamInterface<int> {
+    const live::CSignalDisposition m_disposition{GetParam(), SIG_DFL};
 };
 
 TEST_P(ExampleSignalTest, leavesNoPartOfAFile)
 {
-    EXPECT_EQ(endHalfway({"fetch", "--output", file(), server().url("/slow.bin")}), 128 + GetParam());
+    EXPECT_EQ(endHalfway(GetParam(), {"fetch", "--output", file(), server().url("/slow.bin")}), 128 + GetParam());
     EXPECT_EQ(fileCount(), 0U);
 }
 
@@ -193,8 +227,9 @@ TEST_P(ExampleSignalTest, leavesNoPartOfAnObject)
         .readHead()
         .send("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nContent-Length: 1000\r\n\r\n" + std::string(500, 'a'))
         .stall();
-    EXPECT_EQ(endHalfway({"s3", "--http", "--endpoint", "127.0.0.1:" + std::to_string(store.getPort()), "get",
-                  "bucket/key", file()}),
+    EXPECT_EQ(endHalfway(GetParam(),
+                  {"s3", "--http", "--endpoint", "127.0.0.1:" + std::to_string(store.getPort()), "get", "bucket/key",
+                      file()}),
         128 + GetParam());
     EXPECT_EQ(fileCount(), 0U);
 }

@@ -3,6 +3,7 @@
 #include "tests/support/CChildProcess.h"
 #include "tests/support/CProcessRun.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -49,6 +50,24 @@ inline support::CProcessRun run(const std::vector<std::string>& arguments,
 {
     return run({.arguments = arguments, .terminal = terminal});
 }
+
+/// As long as it lives, this process and the programs that it starts do that with a signal, whatever was inherited: a
+/// shell starts what runs in the background with SIGINT ignored, and nohup does so with SIGHUP.
+class CSignalDisposition {
+public:
+    CSignalDisposition(int number, void (*handler)(int))
+        : m_number(number)
+        , m_before(std::signal(number, handler))
+    {
+    }
+    CSignalDisposition(const CSignalDisposition&) = delete;
+    CSignalDisposition& operator=(const CSignalDisposition&) = delete;
+    ~CSignalDisposition() { std::signal(m_number, m_before); }
+
+private:
+    const int m_number;
+    void (*const m_before)(int);
+};
 
 inline std::string contentOf(const std::filesystem::path& file)
 {
