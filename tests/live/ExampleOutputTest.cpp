@@ -17,7 +17,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -152,7 +151,7 @@ protected:
     int endHalfway(int number, const std::vector<std::string>& words) const
     {
         const auto process = start(words);
-        waitForMoreThan(0);
+        waitForMoreThan(0, *process);
         support::checked(kill(process->getPid(), number), "kill");
         return process->waitForEnd(std::chrono::seconds(10)) ? *process->exitStatus() : -1;
     }
@@ -166,13 +165,12 @@ protected:
     }
 
     /// Blocks until the part of the file has more bytes than that. @return how many
-    std::uintmax_t waitForMoreThan(std::uintmax_t size) const
+    std::uintmax_t waitForMoreThan(std::uintmax_t size, support::CChildProcess& process) const
     {
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (partSize() <= size) {
-            if (std::chrono::steady_clock::now() > limit)
+            if (process.waitForEnd(std::chrono::milliseconds(5)) || std::chrono::steady_clock::now() > limit)
                 throw std::runtime_error("there is no part that grows");
-            std::this_thread::yield();
         }
         return partSize();
     }
@@ -197,9 +195,9 @@ TEST_F(ExamplePartTest, growsOnUnderASignalThatIsIgnored)
     for (const std::vector<std::string>& words :
         {std::vector<std::string>{"fetch", "--output", file(), url}, {"downloads", m_folder.path(), url}}) {
         const auto process = start(words);
-        const auto size = waitForMoreThan(0);
+        const auto size = waitForMoreThan(0, *process);
         support::checked(kill(process->getPid(), SIGHUP), "kill");
-        waitForMoreThan(size);
+        waitForMoreThan(size, *process);
         process->kill();
         std::filesystem::remove_all(m_folder.path());
         std::filesystem::create_directory(m_folder.path());
