@@ -47,16 +47,6 @@ private:
     static inline std::unique_ptr<support::CNginxServer> s_server;
 };
 
-/// Runs an example by a shell, whose redirection stands behind it.
-CProcessRun runRedirected(
-    std::vector<std::string> words, const std::string& redirection, const std::vector<std::string>& environment = {})
-{
-    const auto example = live::prepared({.arguments = std::move(words), .environment = environment});
-    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$@\" " + redirection, "sh"};
-    command.insert(command.end(), example.arguments.begin(), example.arguments.end());
-    return CProcessRun({.arguments = command, .environment = example.environment});
-}
-
 TEST_F(ExampleOutputTest, isMissedWhenTheDiskIsFull)
 {
     const support::CFTPServer ftp;
@@ -64,7 +54,7 @@ TEST_F(ExampleOutputTest, isMissedWhenTheDiskIsFull)
     for (const std::vector<std::string>& words :
         {std::vector<std::string>{"hello", server().url("/digits.txt")}, {"fetch", server().url("/digits.txt")},
             {"fetch", "--help"}, {"ftp", place, "ls", "/"}, {"ftp", place, "stat", "/digits.txt"}}) {
-        const auto result = runRedirected(words, "> /dev/full", {"FTP_USER=user", "FTP_PASSWORD=secret"});
+        const auto result = live::runRedirected(words, "> /dev/full", {"FTP_USER=user", "FTP_PASSWORD=secret"});
         EXPECT_EQ(result.errors(), words[0] + ": standard output: No space left on device\n");
         EXPECT_EQ(result.exitStatus(), 3);
     }
@@ -93,7 +83,7 @@ TEST_F(ExampleOutputTest, isMissedWhenNobodyReadsIt)
 
 TEST_F(ExampleOutputTest, isMissedWhenThereIsNone)
 {
-    const auto result = runRedirected({"fetch", server().url("/digits.txt")}, ">&-");
+    const auto result = live::runRedirected({"fetch", server().url("/digits.txt")}, ">&-");
     EXPECT_EQ(result.errors(), "fetch: standard output: Bad file descriptor\n");
     EXPECT_EQ(result.exitStatus(), 3);
 }

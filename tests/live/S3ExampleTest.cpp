@@ -29,6 +29,13 @@ protected:
             .terminal = terminal});
     }
 
+    CProcessRun s3ToFullDisk(std::vector<std::string> words)
+    {
+        words.insert(words.begin(), {"s3", "--endpoint", s_store->host(), "--http"});
+        return live::runRedirected(
+            words, "> /dev/full", {"S3_ACCESS_KEY_ID=" + s_store->accessKeyId(), "S3_SECRET_ACCESS_KEY=" + m_secret});
+    }
+
     /// The most memory that a run had which succeeds, in bytes.
     static long long peakMemoryOf(const std::vector<std::string>& words)
     {
@@ -87,6 +94,26 @@ TEST_F(S3ExampleTest, showsItsProgressOnATerminal)
     const auto fetched
         = s3({"get", "bucket/shown", (m_folder.path() / "fetched").string()}, CProcessRun::Terminal::Errors);
     EXPECT_NE(fetched.errors().find("] 100 %"), std::string::npos) << fetched.errors();
+}
+
+TEST_F(S3ExampleTest, noticesThatItsOutputIsLost)
+{
+    s3({"put", m_folder.write("file", "content"), "bucket/lost"});
+    for (const std::string command : {"ls", "stat"}) {
+        const auto result = s3ToFullDisk({command, "bucket/lost"});
+        EXPECT_EQ(result.errors(), "s3: standard output: No space left on device\n");
+        EXPECT_EQ(result.exitStatus(), 3);
+    }
+    const auto file = s3({"get", "bucket/lost", "/dev/full"});
+    EXPECT_EQ(file.errors(), "s3: The file '/dev/full' cannot be written: No space left on device.\n");
+    EXPECT_EQ(file.exitStatus(), 3);
+}
+
+TEST_F(S3ExampleTest, showsNoControlCharactersOnATerminal)
+{
+    s3({"put", m_folder.write("file", "content"), "bucket/c1/\xC2\x9B"});
+    EXPECT_TRUE(s3({"ls", "bucket/c1/"}, CProcessRun::Terminal::Output).output().ends_with("\tc1/\\x9b\n"));
+    EXPECT_TRUE(s3({"ls", "bucket/c1/"}).output().ends_with("\tc1/\xC2\x9B\n"));
 }
 
 TEST_F(S3ExampleTest, explainsFailures)

@@ -45,6 +45,17 @@ inline support::CProcessRun runLightly(
     return support::CProcessRun(prepared({.arguments = arguments, .environment = environment}));
 }
 
+/// Runs an example by a shell, without valgrind.
+/// @param redirection as it stands behind a command of the shell
+inline support::CProcessRun runRedirected(const std::vector<std::string>& arguments, const std::string& redirection,
+    const std::vector<std::string>& environment = {})
+{
+    const auto example = prepared({.arguments = arguments, .environment = environment});
+    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$@\" " + redirection, "sh"};
+    command.insert(command.end(), example.arguments.begin(), example.arguments.end());
+    return support::CProcessRun({.arguments = command, .environment = example.environment});
+}
+
 inline support::CProcessRun run(const std::vector<std::string>& arguments,
     support::CProcessRun::Terminal terminal = support::CProcessRun::Terminal::None)
 {
