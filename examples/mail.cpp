@@ -132,9 +132,8 @@ std::string contentOf(const std::filesystem::path& file)
 kx::P<norla::CMimeMessage> newPart(const kx::String& contentType, const std::string& content)
 {
     const auto* const bytes = reinterpret_cast<const unsigned char*>(content.data());
-    const std::string encoded = sela::base64Encode(bytes, content.size(), true, true).toLatin1();
     const auto body = kx::newObj<Buffer>();
-    body->append(reinterpret_cast<const unsigned char*>(encoded.data()), encoded.size());
+    sela::base64Encode(bytes, content.size(), true, true, *body);
     auto part = kx::newObj<norla::CMimeMessage>(contentType);
     part->setBody(body.get(), "base64");
     return part;

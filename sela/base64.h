@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/containers/TBuffer.h"
 #include "kx/text/String.h"
 
 namespace sela {
@@ -8,5 +9,10 @@ namespace sela {
 /// @param pad whether the text is filled up with "=" to whole groups of four
 /// @param breakLines whether "\r\n" follows every 76 characters but the last (RFC 2045 section 6.8)
 KX_EXPORT kx::String base64Encode(const unsigned char* data, size_t size, bool pad, bool breakLines);
+
+/// The same as bytes, behind those that the buffer has; for what is large.
+/// @param data not within the buffer
+KX_EXPORT void base64Encode(
+    const unsigned char* data, size_t size, bool pad, bool breakLines, kx::TBuffer<unsigned char>& text);
 
 } // namespace sela

@@ -45,6 +45,17 @@ TEST(Base64Test, breaksLinesAfter76Characters)
     EXPECT_EQ(encoded(std::string(114, 'x'), true, true), line + "\r\n" + line);
 }
 
+TEST(Base64Test, isAppendedAsBytes)
+{
+    kx::TBuffer<unsigned char> text;
+    const auto* const bytes = reinterpret_cast<const unsigned char*>("foob");
+    sela::base64Encode(bytes, 4, true, false, text);
+    sela::base64Encode(bytes, 3, true, false, text);
+    sela::base64Encode(bytes, 0, true, false, text);
+    sela::base64Encode(bytes, 1, false, false, text);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(text.getData()), text.getSize()), "Zm9vYg==Zm9vZg");
+}
+
 TEST(Base64Test, breaksLinesWithoutPadding)
 {
     const kx::String line = encoded(std::string(57, 'x'));
