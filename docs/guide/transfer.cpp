@@ -2,8 +2,7 @@
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetRequest.h"
 
-// Sends a text by POST; returns the type of the answer (empty when the server does not say), or what to show to the
-// user.
+// Sends a text by POST; returns the answer's type (empty when the server does not say), or what to show to the user.
 kx::String postNote(const kx::String& url, const kx::String& note)
 {
     const auto headers = kx::newObj<norla::CNetHeaders>();

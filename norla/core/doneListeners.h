@@ -6,7 +6,8 @@
 
 namespace norla {
 
-/// Tells the end of a transfer. The listener may reset the request, and with it drop the request's reference to the listener.
+/// Tells the end of a transfer. The listener may reset the request, and with it drop the request's reference to the
+/// listener.
 /// @param listener null when nobody is to be told
 /// @param error null on success
 /// @throws what the listener throws

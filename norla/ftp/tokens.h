@@ -23,7 +23,8 @@ void forEachField(std::wstring_view text, wchar_t delimiter, TAction action)
     }
 }
 
-/// Calls action(std::basic_string_view<TCharacter>) for every part of the text between the delimiters that is not empty.
+/// Calls action(std::basic_string_view<TCharacter>) for every part of the text between the delimiters that is not
+/// empty.
 template <typename TCharacter, typename TAction>
 void forEachPart(std::basic_string_view<TCharacter> text, TCharacter delimiter, TAction action)
 {
@@ -35,7 +36,8 @@ void forEachPart(std::basic_string_view<TCharacter> text, TCharacter delimiter, 
     }
 }
 
-/// The same for every line; CR and LF end lines. One after the other: looking for both at once takes several times as long.
+/// The same for every line; CR and LF end lines. One after the other: looking for both at once takes several times as
+/// long.
 template <typename TCharacter, typename TAction>
 void forEachLine(std::basic_string_view<TCharacter> text, TAction action)
 {

@@ -133,7 +133,8 @@ void openStreams(const CPreparation& preparation)
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    signal(SIGPIPE, SIG_DFL);
+    for (const int ignoredByShells : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM})
+        signal(ignoredByShells, SIG_DFL);
     openStreams(preparation);
     close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
     for (const int descriptor : preparation.inherited) {
