@@ -1,0 +1,101 @@
+#!/usr/bin/env bash
+# What the commands beside this file share. They source it in the top folder of the tree.
+
+mistake() {
+    printf '%s: %s\nscripts/%s --help says more.\n' "${0##*/}" "$1" "${0##*/}" >&2
+    exit 2
+}
+
+# The folder for what is worth keeping but can be had again: where XDG says, or in the build folder for a user without a
+# home. Tests and the compiler cache find it by the same variable.
+choose_cache_folder() {
+    [[ ${XDG_CACHE_HOME-} != /* ]] || return 0
+    unset XDG_CACHE_HOME # a relative one does not count
+    [[ ${HOME-} == /* && -w $HOME ]] || export XDG_CACHE_HOME=$PWD/build/cache
+}
+
+# Servers' configuration files cannot name a folder with blanks or quotes, and their commands run in other folders.
+plain_temporary_folder() {
+    case ${TMPDIR:-/tmp} in
+    [!/]* | *[!A-Za-z0-9/._+-]*) echo /tmp ;;
+    *) echo "${TMPDIR:-/tmp}" ;;
+    esac
+}
+
+work=        # the folder that is removed in the end
+temporary=() # more of the kind
+supervised=  # the group of processes that is ended in the end
+
+# From here on the command leaves nothing behind, whatever ends it. What it starts keeps temporary files in $work.
+begin_work() {
+    trap leave_nothing EXIT
+    trap 'exit 129' HUP
+    trap 'exit 130' INT
+    trap 'exit 143' TERM
+    work=$(mktemp -d "$(plain_temporary_folder)/norla-${0##*/}-XXXXXX")
+    chmod 711 "$work" # servers give up their rights in there
+    export TMPDIR=$work
+}
+
+# Runs the function beside this shell, in a process group of its own: a shell that waits for a program in the foreground
+# notices no signal. To be called as the last command.
+supervise() {
+    set -m
+    "$@" < /dev/null &
+    supervised=$!
+    set +m
+    wait "$supervised"
+}
+
+leave_nothing() {
+    trap '' HUP INT TERM
+    [ -z "$supervised" ] || end_group "$supervised" 2> /dev/null
+    local folder
+    for folder in ${work:+"$work"} "${temporary[@]}"; do
+        remove "$folder"
+    done
+}
+
+# Whoever has not ended five seconds after a SIGTERM is killed. All of them stand still until each has it: nobody sees
+# that another one was ended, and complains.
+end_group() {
+    local attempt
+    kill -STOP -- "-$1" || return 0
+    kill -TERM -- "-$1"
+    kill -CONT -- "-$1"
+    for ((attempt = 0; attempt < 100; ++attempt)); do
+        group_runs "$1" || return 0
+        sleep 0.05
+    done
+    kill -KILL -- "-$1"
+}
+
+# Somebody who has ended counts as a member until he is reaped, which the first process of a container may never do.
+group_runs() {
+    local file line state group
+    kill -0 -- "-$1" || return
+    for file in /proc/[0-9]*/stat; do
+        read -r line < "$file" || continue
+        read -r state _ group _ <<< "${line##*) }"
+        [ "$group" != "$1" ] || [ "$state" = Z ] || return 0
+    done
+    return 1
+}
+
+# The servers of a program that was ended are killed by their keepers a moment later, and may write until then.
+remove() {
+    local attempt
+    for ((attempt = 0; attempt < 100; ++attempt)); do
+        ! rm -rf "$1" 2> /dev/null || return 0
+        sleep 0.05
+    done
+    rm -rf "$1"
+}
+
+# Shows what the command says only if it fails.
+quietly() { "$@" > "$work/log" 2>&1 || { cat "$work/log" >&2; return 1; }; }
+
+# What runs on loopback is asked directly, whatever way this machine takes to the rest of the world.
+forget_proxies() {
+    unset http_proxy https_proxy ftp_proxy all_proxy no_proxy HTTP_PROXY HTTPS_PROXY FTP_PROXY ALL_PROXY NO_PROXY
+}
