@@ -1,0 +1,160 @@
+#!/usr/bin/env python3
+"""scripts/test and scripts/fuzz beside stand-ins for cmake, ctest and the fuzz targets."""
+import os
+import shutil
+import signal
+import unittest
+
+import tree
+
+
+class BuildingScriptTest(tree.TreeTest):
+    def setUp(self):
+        super().setUp()
+        for program in ("cmake", "ctest"):
+            self.stand_in(program)
+        self.stand_in("dpkg-query", "echo installed")
+        for package in tree.UNPACKED:
+            (self.home / ".cache/norla-test-packages" / package).mkdir(parents=True)
+
+    def signalled(self, script, *arguments, send):
+        """Starts the script, waits until a stand-in has made the file "started", and sends the signal."""
+        process = self.start_script(script, *arguments)
+        self.assertTrue(tree.wait_until((self.folder / "started").exists), "it has not started")
+        send(process.pid)
+        output, _ = process.communicate(timeout=30)
+        (self.folder / "started").unlink()
+        self.assertEqual(self.names_in(self.temporary), [])
+        self.assertEqual(tree.processes_of(process.pid, self.folder), [])
+        return process.returncode, output
+
+    def works_until_ended(self, *more):
+        """Lines of a program that keeps files in the temporary folder, has a program of its own and does not end."""
+        return [*more, 'mkdir "$TMPDIR/mine"', 'sleep 60 &', f'touch "{self.folder}/started"', "wait"]
+
+
+class TestScriptTest(BuildingScriptTest):
+    def test_options_reach_ctest_as_they_are(self):
+        run = self.run_script("test", "-R", "a b*", "-j2", "--rerun-failed", "-E", "-x")
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertEqual(self.calls("ctest"), ["ctest --preset dev -R a b* -j2 --rerun-failed -E -x"])
+
+    def test_a_failed_run_is_a_failure(self):
+        self.stand_in("ctest", "exit 8")
+        self.assertEqual(self.run_script("test").returncode, 1)
+
+    def test_repeated_runs_are_counted_with_the_tests_that_failed(self):
+        log = self.tree / "build/dev/Testing/Temporary/LastTestsFailed.log"
+        log.parent.mkdir(parents=True)
+        log.write_text("7:an older one\n")
+        os.utime(log, (0, 0))
+        self.stand_in("ctest", "log=build/dev/Testing/Temporary/LastTestsFailed.log",
+                      'case $(grep -c ^ctest "$CALLS") in', "1) exit 8 ;;", "2) exit 0 ;;",
+                      r"3) printf '%s\n' 3:rarely 4:always > $log ;;",
+                      "4) echo 4:always > $log ;;", "esac", "exit 8")
+        run = self.run_script("test", "--repeat", "4")
+        self.assertEqual(run.returncode, 1)
+        self.assertRegex(run.stdout, r"3 of 4 runs failed\.\n +2 always\n +1 rarely\n$")
+
+    def test_the_list_for_rerun_failed_is_kept(self):
+        log = self.tree / "build/dev/Testing/Temporary/LastTestsFailed.log"
+        log.parent.mkdir(parents=True)
+        log.write_text("7:it\n")
+        self.run_script("test", "--rerun-failed")
+        self.assertEqual(log.read_text(), "7:it\n")
+
+    def test_tests_see_no_proxies(self):
+        self.environment.update(http_proxy="http://127.0.0.1:1", HTTPS_PROXY="http://127.0.0.1:1", no_proxy="*")
+        self.stand_in("ctest", "env")
+        self.assertNotRegex(self.run_script("test").stdout.lower(), "_proxy=")
+
+    def test_tests_find_what_is_unpacked_without_a_home(self):
+        del self.environment["HOME"]
+        for package in tree.UNPACKED:
+            (self.tree / "build/cache/norla-test-packages" / package).mkdir(parents=True)
+        self.stand_in("ctest", "env")
+        self.assertIn(f"XDG_CACHE_HOME={self.tree}/build/cache\n", self.run_script("test").stdout)
+
+    def test_tests_keep_their_files_where_names_are_plain(self):
+        odd = self.folder / "Ann's temporary files"
+        odd.mkdir()
+        self.environment["TMPDIR"] = str(odd)
+        self.stand_in("ctest", "env")
+        self.assertRegex(self.run_script("test").stdout, r"(?m)^TMPDIR=/tmp/norla-test-\w+$")
+
+    def test_servers_that_give_up_their_rights_reach_their_files(self):
+        self.addCleanup(os.umask, os.umask(0o077))
+        self.stand_in("ctest", 'find "$TMPDIR" -maxdepth 0 -printf "%m "', 'touch "$TMPDIR/file"',
+                      'find "$TMPDIR/file" -printf "%m"')
+        self.assertEqual(self.run_script("test").stdout, "711 644")
+
+    def test_busy_processes_end_with_the_tests(self):
+        run = self.run_script("test", "--busy")
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertEqual(tree.processes_of(-1, self.folder), [])
+
+    def test_interrupted_tests_leave_nothing(self):
+        for program in ("cmake", "ctest"):
+            with self.subTest(program=program):
+                self.stand_in(program, *self.works_until_ended())
+                status, output = self.signalled("test", "--busy", send=lambda pid: os.killpg(pid, signal.SIGINT))
+                self.assertEqual((status, output), (130, ""))
+            self.stand_in(program)
+
+    def test_terminated_tests_leave_nothing(self):
+        self.stand_in("ctest", *self.works_until_ended())
+        status, output = self.signalled("test", "--busy", send=lambda pid: os.kill(pid, signal.SIGTERM))
+        self.assertEqual((status, output), (143, ""))
+
+    def test_who_does_not_want_to_end_is_killed(self):
+        self.stand_in("ctest", *self.works_until_ended("trap '' TERM"))
+        status, _ = self.signalled("test", send=lambda pid: os.kill(pid, signal.SIGTERM))
+        self.assertEqual(status, 143)
+
+    def test_a_folder_that_somebody_still_writes_to_is_removed_a_moment_later(self):
+        self.stand_in("rm", '[ "$(grep -c ^rm "$CALLS")" -gt 3 ] || { echo "not empty" >&2; exit 1; }',
+                      f'exec {shutil.which("rm")} "$@"')
+        run = self.run_script("test")
+        self.assertEqual((run.returncode, run.stderr, self.names_in(self.temporary)), (0, "", []))
+
+
+class FuzzScriptTest(BuildingScriptTest):
+    def setUp(self):
+        super().setUp()
+        self.target()
+
+    def target(self, *lines):
+        self.stand_in("fuzz_utf8", *lines, where=self.tree / "build/fuzz/tests/fuzz")
+
+    def test_runs_the_target_so_long_from_its_corpus(self):
+        run = self.run_script("fuzz", "fuzz_utf8", "7")
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertRegex(self.calls("fuzz_utf8")[0], "-max_total_time=7 .* tests/fuzz/corpus/fuzz_utf8$")
+
+    def test_a_target_that_does_not_compile_is_shown_and_not_run(self):
+        self.stand_in("cmake", '[ "$1" != --build ] || { echo "fuzz_utf8.cpp:1: error"; exit 1; }')
+        run = self.run_script("fuzz", "fuzz_utf8", "7")
+        self.assertEqual((run.returncode, self.calls("fuzz_utf8")), (1, []))
+        self.assertEqual(run.stderr, "fuzz_utf8.cpp:1: error\nfuzz: fuzz_utf8 does not build.\n")
+
+    def test_a_built_target_is_not_built_again(self):
+        run = self.run_script("fuzz", "--built", "fuzz_utf8", "7")
+        self.assertEqual((run.returncode, self.calls("cmake"), len(self.calls("fuzz_utf8"))), (0, [], 1))
+
+    def test_what_breaks_a_target_is_a_failure(self):
+        self.target("exit 77")
+        self.assertEqual(self.run_script("fuzz", "fuzz_utf8", "7").returncode, 77)
+
+    def test_an_interrupted_target_leaves_nothing(self):
+        self.target(*self.works_until_ended())
+        status, output = self.signalled("fuzz", "fuzz_utf8", "7", send=lambda pid: os.killpg(pid, signal.SIGINT))
+        self.assertEqual((status, output), (130, ""))
+
+    def test_a_terminated_target_leaves_nothing(self):
+        self.target(*self.works_until_ended())
+        status, output = self.signalled("fuzz", "fuzz_utf8", "7", send=lambda pid: os.kill(pid, signal.SIGTERM))
+        self.assertEqual((status, output), (143, ""))
+
+
+if __name__ == "__main__":
+    unittest.main()
