@@ -1,0 +1,75 @@
+#!/usr/bin/env python3
+"""What the scripts say about themselves, and about what they do not understand."""
+import subprocess
+import unittest
+
+import tree
+
+SCRIPTS = ["check-includes", "demo", "fuzz", "install-packages", "mutate", "test"]
+
+# Script, its arguments, what the answer must name.
+MISTAKES = [
+    ("check-includes", ["--slef-test"], "--slef-test"),
+    ("demo", ["--quick"], "'--quick'"),
+    ("demo", ["s3"], "'s3'"),
+    ("fuzz", [], "fuzz_utf8"),
+    ("fuzz", ["--bilt", "fuzz_utf8", "1"], "'--bilt'"),
+    ("fuzz", ["fuzz_utf9", "1"], "'fuzz_utf9'"),
+    ("fuzz", ["fuzz_utf.", "1"], "'fuzz_utf.'"),
+    ("fuzz", ["fuzz_utf8"], "seconds"),
+    ("fuzz", ["fuzz_utf8", "20s"], "'20s'"),
+    ("fuzz", ["fuzz_utf8", "-3"], "'-3'"),
+    ("fuzz", ["fuzz_utf8", "0"], "'0'"),
+    ("fuzz", ["fuzz_utf8", "99999999999"], "'99999999999'"),
+    ("fuzz", ["fuzz_utf8", "1", "2"], "'2'"),
+    ("install-packages", [], "groups"),
+    ("install-packages", ["--all"], "'--all'"),
+    ("install-packages", ["build", "tets"], "'tets'"),
+    ("mutate", ["--conut", "3"], "--conut"),
+    ("mutate", ["--count", "-3"], "'-3'"),
+    ("mutate", ["--count", "3x"], "'3x'"),
+    ("mutate", ["--only", "kx/nothing"], "'kx/nothing'"),
+    ("test", ["--repaet", "3"], "'--repaet'"),
+    ("test", ["--repeat"], "--repeat"),
+    ("test", ["--repeat", "0"], "'0'"),
+    ("test", ["--repeat", "three"], "'three'"),
+    ("test", ["-R"], "-R"),
+    ("test", ["Proxy"], "-R 'Proxy'"),
+]
+
+
+class ScriptUsageTest(tree.TreeTest):
+    def setUp(self):
+        super().setUp()
+        for program in ("apt-get", "cmake", "ctest", "dpkg", "sudo"):
+            self.stand_in(program)
+
+    def test_help_is_printed_and_nothing_done(self):
+        for script in SCRIPTS:
+            for option in ("--help", "-h"):
+                with self.subTest(script=script, option=option):
+                    run = self.run_script(script, option)
+                    self.assertRegex(run.stdout, f"^[Uu]sage: (scripts/)?{script}")
+                    self.assertEqual((run.returncode, run.stderr, self.calls()), (0, "", []))
+
+    def test_they_find_themselves_from_any_folder(self):
+        decoy = self.folder / "elsewhere" / self.tree.name / "scripts"
+        decoy.mkdir(parents=True)
+        self.environment["CDPATH"] = str(self.folder / "elsewhere")
+        for script in SCRIPTS:
+            with self.subTest(script=script):
+                run = subprocess.run([f"{self.tree.name}/scripts/{script}", "--help"], env=self.environment,
+                                     cwd=self.folder, capture_output=True, text=True, timeout=60)
+                self.assertRegex(run.stdout, "^[Uu]sage")
+                self.assertEqual((run.returncode, run.stderr), (0, ""))
+
+    def test_what_is_not_understood_is_named_and_nothing_done(self):
+        for script, arguments, named in MISTAKES:
+            with self.subTest(script=script, arguments=arguments):
+                run = self.run_script(script, *arguments)
+                self.assertIn(named, run.stderr)
+                self.assertEqual((run.returncode, run.stdout, self.calls()), (2, "", []))
+
+
+if __name__ == "__main__":
+    unittest.main()
