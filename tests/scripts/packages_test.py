@@ -36,9 +36,20 @@ class InstallPackagesTest(tree.TreeTest):
 
     def test_root_is_not_asked_when_everything_is_installed(self):
         self.has_sudo()
-        run = self.run_script("install-packages", "build", "demo", "fuzz", "docs", "check", "mutate")
+        run = self.run_script("install-packages", "build", "demo", "mutate", "clang", "docs", "lint",
+                              "coverage", "valgrind")
         self.assertEqual((run.returncode, run.stdout, run.stderr), (0, "", ""))
         self.assertEqual(self.calls("sudo") + self.calls("apt-get"), [])
+
+    def test_a_stage_of_the_checks_asks_for_its_own_packages(self):
+        self.lacks("clang", "nginx-light", "valgrind")
+        self.stand_in("doxygen")
+        run = self.run_script("check", "docs")
+        self.assertEqual((run.returncode, self.calls("doxygen")), (0, ["doxygen docs/Doxyfile"]), run.stderr)
+        self.lacks("doxygen")
+        run = self.run_script("check", "docs")
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("  apt-get install --no-install-recommends doxygen\n", run.stderr)
 
     def test_servers_are_unpacked_without_root(self):
         run = self.run_script("install-packages", "test")

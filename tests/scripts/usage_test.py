@@ -5,10 +5,12 @@ import unittest
 
 import tree
 
-SCRIPTS = ["check-includes", "demo", "fuzz", "install-packages", "mutate", "test"]
+SCRIPTS = ["check", "check-includes", "demo", "fuzz", "install-packages", "mutate", "test"]
 
 # Script, its arguments, what the answer must name.
 MISTAKES = [
+    ("check", ["--quick"], "'--quick'"),
+    ("check", ["docs", "tody"], "'tody'"),
     ("check-includes", ["--slef-test"], "--slef-test"),
     ("demo", ["--quick"], "'--quick'"),
     ("demo", ["s3"], "'s3'"),

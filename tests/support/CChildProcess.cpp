@@ -133,8 +133,7 @@ void openStreams(const CPreparation& preparation)
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    for (const int ignoredByShells : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM})
-        signal(ignoredByShells, SIG_DFL);
+    signal(SIGPIPE, SIG_DFL);
     openStreams(preparation);
     close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
     for (const int descriptor : preparation.inherited) {
