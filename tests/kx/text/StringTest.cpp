@@ -145,6 +145,14 @@ INSTANTIATE_TEST_SUITE_P(All, BadUTF8Test,
     }),
     [](const testing::TestParamInfo<CBadUTF8Row>& row) { return row.param.name; });
 
+TEST(StringTest, doesNotReadBeyondTheEndOfItsBytes)
+{
+    const std::string_view whole = "a\xE2\x82\xAC";
+    const auto error = errorOf([whole] { String::fromUTF8(whole.substr(0, 3)); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getMessage(), "Text is not valid UTF-8 at byte 1.");
+}
+
 TEST(StringTest, hasNoUTF8FormForASurrogate)
 {
     const auto error = errorOf([] { static_cast<void>(String(std::wstring(L"ab") + wchar_t(0xD800)).toUTF8()); });

@@ -1,5 +1,5 @@
 #include "norla/http/util.h"
-#include "tests/norla/http/rows.h"
+#include "tests/support/rows.h"
 
 #include <gtest/gtest.h>
 
@@ -140,7 +140,7 @@ INSTANTIATE_TEST_SUITE_P(All, TimeZoneTest, testing::Values("EST5EDT", "XXX-5:45
 TEST(EmailUtilsTest, readsTheSameTimes)
 {
     constexpr int rowCount = 10'000;
-    const auto all = rows::fromScript("email_utils_rows.py", {std::to_string(rowCount)});
+    const auto all = rows::fromScript(NORLA_HTTP_TESTS_DIR "/email_utils_rows.py", {std::to_string(rowCount)});
     EXPECT_EQ(all.size(), static_cast<size_t>(rowCount));
     for (const auto& row : all) {
         EXPECT_EQ(microsecondsOf(kx::String::fromUTF8(row.at(1))), std::stoll(row.at(0)) * 1'000'000) << row.at(1);

@@ -1,7 +1,7 @@
 // Percent-encoding of texts, forms and queries.
 #include "kx/text/hex.h"
 #include "norla/http/util.h"
-#include "tests/norla/http/rows.h"
+#include "tests/support/rows.h"
 
 #include <gtest/gtest.h>
 
@@ -278,7 +278,8 @@ protected:
     {
         constexpr int rowCount = 10'000;
         std::vector<Fields> result;
-        for (const auto& row : rows::fromScript("urllib_rows.py", {function, std::to_string(rowCount)}))
+        for (const auto& row :
+            rows::fromScript(NORLA_HTTP_TESTS_DIR "/urllib_rows.py", {function, std::to_string(rowCount)}))
             std::transform(row.begin(), row.end(), std::back_inserter(result.emplace_back()), &decoded);
         EXPECT_EQ(result.size(), static_cast<size_t>(rowCount));
         return result;
@@ -306,13 +307,7 @@ protected:
     }
 
 private:
-    static kx::String decoded(const std::string& hex)
-    {
-        std::string bytes;
-        for (size_t i = 0; i + 1 < hex.size(); i += 2)
-            bytes += static_cast<char>(kx::hexDecodeCharLax(hex[i]) * 16 + kx::hexDecodeCharLax(hex[i + 1]));
-        return kx::String::fromUTF8(bytes);
-    }
+    static kx::String decoded(const std::string& hex) { return kx::String::fromUTF8(rows::bytesOf(hex)); }
 };
 
 TEST_F(UrllibTest, quotesAsUrlEscapeDoes)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/text/hex.h"
 #include "tests/support/CProcessRun.h"
 #include "tests/support/files.h"
 
@@ -11,11 +12,11 @@
 
 namespace rows {
 
-/// What a Python script of this folder writes: a row a line, its fields separated by tabs.
+/// What a Python script writes: a row a line, its fields separated by tabs.
 /// @throws std::runtime_error with the script's errors if it fails
 inline std::vector<std::vector<std::string>> fromScript(const std::string& script, std::vector<std::string> arguments)
 {
-    arguments.insert(arguments.begin(), {"python3", NORLA_HTTP_TESTS_DIR "/" + script});
+    arguments.insert(arguments.begin(), {"python3", script});
     const support::CProcessRun run({.arguments = std::move(arguments), .package = "python3"});
     if (run.exitStatus() != 0)
         throw std::runtime_error(script + ": " + run.errors());
@@ -29,6 +30,15 @@ inline std::vector<std::vector<std::string>> fromScript(const std::string& scrip
         }
     }
     return rows;
+}
+
+/// The bytes of a field in hexadecimal.
+inline std::string bytesOf(const std::string& hex)
+{
+    std::string bytes;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes += static_cast<char>(kx::hexDecodeCharLax(hex[i]) * 16 + kx::hexDecodeCharLax(hex[i + 1]));
+    return bytes;
 }
 
 } // namespace rows
