@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 namespace kx {
@@ -18,6 +19,12 @@ size_t grownSize(size_t size, double growth) noexcept
     constexpr double limit = 0x1p62; // beyond any memory, and well within size_t
     const double grown = static_cast<double>(size) * growth;
     return grown > 0 && grown < limit ? static_cast<size_t>(grown) : 0;
+}
+
+bool isWithin(const CBufferStream::Buffer& buffer, const unsigned char* data) noexcept
+{
+    const std::less<const unsigned char*> isBefore; // where < says nothing about pointers into different blocks
+    return !isBefore(data, buffer.getData()) && isBefore(data, buffer.getData() + buffer.getSize());
 }
 
 } // namespace
@@ -58,8 +65,10 @@ int CBufferStream::write(const unsigned char* data, int size)
     if (size <= 0)
         return 0;
     const auto count = static_cast<size_t>(size);
+    const unsigned char* const before = m_written->getData();
+    const bool isOwn = isWithin(*m_written, data);
     growTo(m_position + count);
-    std::memcpy(m_written->getData() + m_position, data, count);
+    std::memmove(m_written->getData() + m_position, isOwn ? m_written->getData() + (data - before) : data, count);
     m_position += count;
     return size;
 }

@@ -32,6 +32,7 @@ public:
 
     /// Overwrites from the position on and grows the buffer past its end. A gap left by seeking beyond the end is
     /// filled with zeros.
+    /// @param data may lie in the stream's own buffer
     int write(const unsigned char* data, int size) override;
 
     long long getLength() override;

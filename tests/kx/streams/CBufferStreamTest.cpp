@@ -149,6 +149,26 @@ TEST_F(CBufferStreamTest, borrowsNoTemporaryBuffer)
     EXPECT_FALSE((std::is_constructible_v<kx::CBufferStream, Buffer>));
 }
 
+// So much growth moves the buffer, and something else gets its old place.
+TEST_F(CBufferStreamTest, writesWhatLiesInItsOwnBuffer)
+{
+    constexpr double farGrowth = 1 << 20;
+    kx::CBufferStream stream(m_buffer, farGrowth);
+    const std::string text = "what is copied behind itself, when there is no room for it yet";
+    write(stream, text);
+    stream.write(m_buffer->getData(), static_cast<int>(text.size()));
+    EXPECT_EQ(content(), text + text);
+}
+
+TEST_F(CBufferStreamTest, writesOverAPartOfWhatItWrites)
+{
+    kx::CBufferStream stream(m_buffer);
+    write(stream, "abcdef");
+    stream.seek(2);
+    stream.write(m_buffer->getData(), 6);
+    EXPECT_EQ(content(), "ababcdef");
+}
+
 TEST_F(CBufferStreamTest, readsABorrowedBuffer)
 {
     Buffer borrowed;
