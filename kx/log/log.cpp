@@ -1,5 +1,7 @@
 #include "kx/log/log.h"
 
+#include "kx/text/utf8.h"
+
 #include <array>
 #include <cstdio>
 #include <iostream>
@@ -13,26 +15,35 @@ namespace kx {
 
 namespace {
 
-void appendControl(std::string& line, char byte)
+// What a terminal would act on, and what makes it show the rest of a line in another order.
+constexpr bool steersTerminal(wchar_t character) noexcept
 {
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    const auto value = static_cast<unsigned char>(byte);
-    line += "\\x";
-    line += digits[value >> 4];
-    line += digits[value & 0xF];
+    const bool isControl = character < 0x20 || (character >= 0x7F && character < 0xA0);
+    const bool isDirection = character == 0x061C || character == 0x200E || character == 0x200F
+        || (character >= 0x2028 && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
+    return (isControl && character != L'\t') || isDirection;
+}
+
+void appendCode(std::string& line, wchar_t character)
+{
+    const auto code = static_cast<unsigned>(isScalarValue(character) ? character : character & 0xFF); // or a byte
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), code > 0xFF ? "\\u%04X" : "\\x%02X", code);
+    line += text.data();
 }
 
 // Text from elsewhere must not look like an entry of its own.
 void appendText(std::string& line, std::string_view text)
 {
-    for (size_t i = 0; i < text.size(); ++i) {
-        const auto value = static_cast<unsigned char>(text[i]);
-        if (text[i] == '\n')
+    const std::wstring characters = decodeUTF8KeepingBytes(text);
+    for (size_t i = 0; i < characters.size(); ++i) {
+        const wchar_t character = characters[i];
+        if (character == L'\n')
             line += "\n    ";
-        else if ((value >= 0x20 && value != 0x7F) || text[i] == '\t')
-            line += text[i];
-        else if (text.substr(i, 2) != "\r\n") // a line end of the network
-            appendControl(line, text[i]);
+        else if (isScalarValue(character) && !steersTerminal(character))
+            line += encodeUTF8({&character, 1});
+        else if (characters.compare(i, 2, L"\r\n") != 0) // a line end of the network
+            appendCode(line, character);
     }
 }
 

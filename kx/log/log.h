@@ -26,8 +26,9 @@ using LogHandler = std::function<void(const CLogEntry&)>;
 /// Replaces the handler; an empty one brings back the default, which writes a line to standard error. An entry that
 /// another thread is just logging may still go to the old handler.
 ///
-/// The default handler begins further lines of a text with four blanks, and writes control characters as "\x1B": text
-/// from elsewhere can neither look like an entry of its own nor steer a terminal.
+/// The default handler begins further lines of a text with four blanks, and writes control characters as "\x1B", those
+/// that change the direction of writing as "\u202E" and bytes that are not UTF-8 as "\xFC": text from elsewhere can
+/// neither look like an entry of its own nor steer a terminal.
 KX_EXPORT void setLogHandler(LogHandler handler);
 
 KX_EXPORT void logInfo(const String& text);

@@ -10,6 +10,7 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -73,6 +74,25 @@ TEST(LogTest, writesControlCharactersAsTheirCodes)
 {
     EXPECT_EQ(writtenByDefault(kx::CError("x"), L"a\tb\x1B[2J\rc\x7F\x01 \u00FC~", ""),
         "error: a\tb\\x1B[2J\\x0Dc\\x7F\\x01 \xC3\xBC~: x\n");
+}
+
+TEST(LogTest, writesControlCharactersBeyondASCIIAsTheirCodes)
+{
+    EXPECT_EQ(writtenByDefault(kx::CError("x"), L"a\u0080\u009B2J\u009F\u00A0", ""),
+        "error: a\\x80\\x9B2J\\x9F\xC2\xA0: x\n");
+}
+
+TEST(LogTest, writesWhatChangesTheDirectionOfWritingAsItsCode)
+{
+    EXPECT_EQ(writtenByDefault(kx::CError("x"), L"\u061C\u200D\u200E\u200F\u2010", ""),
+        "error: \\u061C\xE2\x80\x8D\\u200E\\u200F\xE2\x80\x90: x\n");
+    EXPECT_EQ(writtenByDefault(kx::CError("x"), L"\u2027\u2028\u202E\u202F\u2065\u2066\u2069\u206A", ""),
+        "error: \xE2\x80\xA7\\u2028\\u202E\xE2\x80\xAF\xE2\x81\xA5\\u2066\\u2069\xE2\x81\xAA: x\n");
+}
+
+TEST(LogTest, writesBytesThatAreNoTextAsTheirCodes)
+{
+    EXPECT_EQ(writtenByDefault(std::runtime_error("gr\xFCn \x9B"), "text", ""), "error: text: gr\\xFCn \\x9B\n");
 }
 
 class CSilentException : public std::exception {
