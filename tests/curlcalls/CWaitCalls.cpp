@@ -1,9 +1,9 @@
 #include "tests/curlcalls/CWaitCalls.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <dlfcn.h>
+#include <mutex>
 #include <pthread.h>
 #include <sys/select.h>
 #include <utility>
@@ -12,7 +12,25 @@ namespace support {
 
 namespace {
 
-std::atomic<CWaitCalls*> watcher{nullptr};
+// Other threads may wait while the watcher goes: whoever uses it holds the mutex.
+std::mutex watcherMutex;
+CWaitCalls* watcher = nullptr;
+
+/// @return what the action answers; false without a watcher
+template <typename TAction>
+bool askWatcher(TAction action)
+{
+    const std::lock_guard lock(watcherMutex);
+    return watcher && action(*watcher);
+}
+
+bool addToWatcher(const std::string& wait)
+{
+    return askWatcher([&wait](CWaitCalls& calls) {
+        calls.add(wait);
+        return true;
+    });
+}
 
 // What this thread has read last from the clock by which condition variables wait.
 thread_local timespec lastReading{};
@@ -37,11 +55,13 @@ TFunction* original(TFunction*, const char* name)
 
 CWaitCalls::CWaitCalls()
 {
+    const std::lock_guard lock(watcherMutex);
     watcher = this;
 }
 
 CWaitCalls::~CWaitCalls()
 {
+    const std::lock_guard lock(watcherMutex);
     watcher = nullptr;
 }
 
@@ -76,19 +96,15 @@ extern "C" {
 int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout)
 {
     timeval atOnce{};
-    if (support::CWaitCalls* const calls = support::watcher; calls && timeout) {
-        calls->add("select " + std::to_string(timeout->tv_sec * 1000 + timeout->tv_usec / 1000));
+    if (timeout && support::addToWatcher("select " + std::to_string(timeout->tv_sec * 1000 + timeout->tv_usec / 1000)))
         timeout = &atOnce;
-    }
     return support::original(&select, "select")(count, readable, writable, exceptional, timeout);
 }
 
 int nanosleep(const timespec* time, timespec* rest)
 {
-    if (support::CWaitCalls* const calls = support::watcher) {
-        calls->add("sleep " + std::to_string(time->tv_sec * 1000 + time->tv_nsec / 1'000'000));
+    if (support::addToWatcher("sleep " + std::to_string(time->tv_sec * 1000 + time->tv_nsec / 1'000'000)))
         return 0;
-    }
     return support::original(&nanosleep, "nanosleep")(time, rest);
 }
 
@@ -103,9 +119,10 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept
 
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* end)
 {
-    support::CWaitCalls* const calls = support::watcher;
-    if (calls && clock == CLOCK_MONOTONIC && calls->notesSignalsOf(std::this_thread::get_id()))
-        calls->add("signal " + std::to_string(support::millisecondsSinceLastReading(*end)));
+    if (clock == CLOCK_MONOTONIC && support::askWatcher([](support::CWaitCalls& calls) {
+            return calls.notesSignalsOf(std::this_thread::get_id());
+        }))
+        support::addToWatcher("signal " + std::to_string(support::millisecondsSinceLastReading(*end)));
     return support::original(&pthread_cond_clockwait, "pthread_cond_clockwait")(condition, mutex, clock, end);
 }
 
