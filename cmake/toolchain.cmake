@@ -15,6 +15,10 @@ if(NORLA_SANITIZERS)
     target_link_options(norla_sanitizers INTERFACE -fsanitize=${NORLA_SANITIZERS})
 endif()
 if(NORLA_BUILD_FUZZERS)
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+        message(FATAL_ERROR "NORLA_BUILD_FUZZERS needs clang++, and the compiler is '${CMAKE_CXX_COMPILER}'. "
+            "'cmake --preset fuzz' chooses the right one.")
+    endif()
     target_compile_options(norla_sanitizers INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
