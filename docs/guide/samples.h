@@ -8,6 +8,7 @@
 #include "kx/text/String.h"
 #include "kx/time/CTime.h"
 
+#include <functional>
 #include <string>
 
 namespace norla {
@@ -19,6 +20,8 @@ class CSMTPParams;
 
 kx::String postNote(const kx::String& url, const kx::String& note);
 void download(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path);
+void downloadWithProgress(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path,
+    const std::function<bool(double received, double size)>& report);
 kx::String searchURL(const kx::String& url, const kx::String& words);
 kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long long position, long long& size);
 void useProxies(const kx::String& proxies, const kx::String& directHosts);

@@ -59,6 +59,48 @@ TEST(GuideTest, downloadsIntoAFile)
     EXPECT_EQ(folder.read("digits"), "0123456789");
 }
 
+TEST(GuideTest, showsTheProgressOfADownload)
+{
+    const support::CNginxServer server;
+    const support::CTemporaryFolder folder;
+    const auto file = norla::CNetRequest::Path::fromBytes((folder.path() / "digits").string());
+    std::vector<std::pair<double, double>> reports;
+    downloadWithProgress(text(server.url("/digits.txt")), file, [&reports](double received, double size) {
+        reports.emplace_back(received, size);
+        return true;
+    });
+    EXPECT_EQ(reports, (std::vector<std::pair<double, double>>{{10, 10}}));
+    EXPECT_EQ(folder.read("digits"), "0123456789");
+}
+
+TEST(GuideTest, cancelsADownload)
+{
+    const support::CNginxServer server;
+    const support::CTemporaryFolder folder;
+    const std::string file = folder.write("digits", "older content");
+    const auto cancel = [](double, double) { return false; };
+    try {
+        downloadWithProgress(text(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes(file), cancel);
+        ADD_FAILURE() << "was not cancelled";
+    } catch (const kx::CError& error) {
+        EXPECT_EQ(error.getMessage(), "The download was cancelled.");
+    }
+    EXPECT_EQ(folder.read("digits"), "older content");
+}
+
+TEST(GuideTest, reportsNoProgressOfAnError)
+{
+    const support::CNginxServer server;
+    const support::CTemporaryFolder folder;
+    const auto file = norla::CNetRequest::Path::fromBytes((folder.path() / "digits").string());
+    EXPECT_THROW(downloadWithProgress(text(server.url("/status/404")), file,
+                     [](double, double) {
+                         ADD_FAILURE() << "reported";
+                         return true;
+                     }),
+        norla::CCURLError);
+}
+
 TEST(GuideTest, makesTheURLOfASearch)
 {
     EXPECT_EQ(searchURL("https://host/find", u8"caf\u00e9 au lait"), "https://host/find?page=1&q=caf%c3%a9+au+lait");
