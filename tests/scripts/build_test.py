@@ -130,6 +130,9 @@ class TestScriptTest(BuildingScriptTest):
         self.assertEqual((run.returncode, run.stderr, self.names_in(self.temporary)), (0, "", []))
 
 
+BUILDING = "Building fuzz_utf8 in build/fuzz, which takes minutes the first time ...\n"
+
+
 class FuzzScriptTest(BuildingScriptTest):
     def setUp(self):
         super().setUp()
@@ -143,6 +146,9 @@ class FuzzScriptTest(BuildingScriptTest):
         self.assertEqual(run.returncode, 0, run.stderr)
         self.assertRegex(self.calls("fuzz_utf8")[0], "-max_total_time=7 .* tests/fuzz/corpus/fuzz_utf8$")
 
+    def test_tells_that_it_builds_the_target(self):
+        self.assertEqual(self.run_script("fuzz", "fuzz_utf8", "7").stdout, BUILDING)
+
     def test_a_target_that_does_not_compile_is_shown_and_not_run(self):
         self.stand_in("cmake", '[ "$1" != --build ] || { echo "fuzz_utf8.cpp:1: error"; exit 1; }')
         run = self.run_script("fuzz", "fuzz_utf8", "7")
@@ -151,7 +157,8 @@ class FuzzScriptTest(BuildingScriptTest):
 
     def test_a_built_target_is_not_built_again(self):
         run = self.run_script("fuzz", "--built", "fuzz_utf8", "7")
-        self.assertEqual((run.returncode, self.calls("cmake"), len(self.calls("fuzz_utf8"))), (0, [], 1))
+        self.assertEqual((run.returncode, run.stdout), (0, ""))
+        self.assertEqual((self.calls("cmake"), len(self.calls("fuzz_utf8"))), ([], 1))
 
     def test_what_breaks_a_target_is_a_failure(self):
         self.target("exit 77")
@@ -160,12 +167,23 @@ class FuzzScriptTest(BuildingScriptTest):
     def test_an_interrupted_target_leaves_nothing(self):
         self.target(*self.works_until_ended())
         status, output = self.signalled("fuzz", "fuzz_utf8", "7", send=lambda pid: os.killpg(pid, signal.SIGINT))
-        self.assertEqual((status, output), (130, ""))
+        self.assertEqual((status, output), (130, BUILDING))
 
     def test_a_terminated_target_leaves_nothing(self):
         self.target(*self.works_until_ended())
         status, output = self.signalled("fuzz", "fuzz_utf8", "7", send=lambda pid: os.kill(pid, signal.SIGTERM))
-        self.assertEqual((status, output), (143, ""))
+        self.assertEqual((status, output), (143, BUILDING))
+
+
+class MutateScriptTest(BuildingScriptTest):
+    def test_tells_that_it_builds_a_copy(self):
+        for name in ("cmake", "docs", "kx", "norla", "sela"):
+            (self.tree / name).mkdir(exist_ok=True)
+        (self.tree / "CMakeLists.txt").touch()
+        (self.tree / "kx/text.cpp").write_text("int size = 1;\n")
+        self.stand_in("cmake", "exit 1")
+        run = self.run_script("mutate", "--only", "kx/text.cpp", cwd=self.tree)
+        self.assertRegex(run.stdout, "\nBuilding the library and its unit tests in a copy, which takes minutes ")
 
 
 if __name__ == "__main__":
