@@ -33,7 +33,8 @@ inline void occupyStandardStreams()
 inline int runProgram(const CProgram& program, int argc, char** argv, int (*work)(const CArguments&))
 {
     occupyStandardStreams();
-    std::signal(SIGPIPE, SIG_IGN); // a reader that has gone away is an error of writing
+    for (const int number : {SIGPIPE, SIGXFSZ}) // a reader that has gone and a file that is full are errors of writing
+        std::signal(number, SIG_IGN);
     try {
         const CArguments arguments(program, {argv + 1, argv + argc});
         int code = exitDone;

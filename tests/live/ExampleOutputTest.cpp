@@ -60,6 +60,20 @@ TEST_F(ExampleOutputTest, isMissedWhenTheDiskIsFull)
     }
 }
 
+TEST_F(ExampleOutputTest, isMissedWhenFilesMayNotBeThatLarge)
+{
+    const std::string url = server().url(server().big(1 << 20));
+    for (const std::vector<std::string>& words :
+        {std::vector<std::string>{"fetch", "--output", file(), url}, {"downloads", m_folder.path(), url}}) {
+        std::vector<std::string> command = live::prepared({.arguments = words}).arguments;
+        command.insert(command.begin(), {"/bin/sh", "-c", "ulimit -f 64; exec \"$@\"", "sh"});
+        const CProcessRun result({.arguments = command, .environment = support::inheritedLibraryPath()});
+        EXPECT_THAT(result.errors(), HasSubstr("' cannot be written: File too large.\n"));
+        EXPECT_EQ(result.exitStatus(), 3);
+        EXPECT_EQ(fileCount(), 0U);
+    }
+}
+
 TEST_F(ExampleOutputTest, isMissedWhenNobodyReadsIt)
 {
     int ends[2] = {};
