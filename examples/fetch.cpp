@@ -80,6 +80,8 @@ void applyOptions(norla::CNetRequest& request, const CArguments& arguments)
     for (const kx::String& line : arguments.texts("--header")) {
         kx::String name, value;
         norla::CNetHeaders::splitEntry(line, name, value);
+        if (line.find(L'\r') != kx::String::npos || line.find(L'\n') != kx::String::npos)
+            throw usageError("the header '" + line + "' holds a line end, which would begin another one");
         headers->add(name, value);
     }
     request.setCustomHTTPHeaders(headers.get());
