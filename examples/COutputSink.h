@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <unistd.h>
 
-/// Writes the body to standard output and shows how far it is. What explains an HTTP error goes to the request's
+/// Writes the body to standard output and shows how far it is, unless both are on the terminal. What explains an HTTP error goes to the request's
 /// default receive buffer, where perform() looks for it.
 class COutputSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
 public:
@@ -27,12 +27,14 @@ public:
         if (std::fwrite(data, 1, count, stdout) != count || std::fflush(stdout) != 0)
             throw fileError("standard output", errno);
         m_received += size;
-        m_progress.show(static_cast<double>(m_received), m_request.getDownloadSize());
+        if (!m_isShown)
+            m_progress.show(static_cast<double>(m_received), m_request.getDownloadSize());
         return size;
     }
 
 private:
     norla::CNetRequest& m_request;
+    const bool m_isShown = isatty(STDOUT_FILENO) != 0;
     long long m_received = 0;
     CProgressBar m_progress;
 };

@@ -185,8 +185,7 @@ private:
 /// Blocks until all have ended, or until a signal.
 void run(const Downloads& downloads)
 {
-    const bool onTerminal = isatty(STDERR_FILENO) != 0;
-    const auto progress = onTerminal ? kx::newObj<CProgress>(downloads) : nullptr;
+    const auto progress = canGoUp(STDERR_FILENO) ? kx::newObj<CProgress>(downloads) : nullptr;
     const auto thread = kx::newObj<norla::CAsyncNetRequestThread>(progress.get());
     for (const auto& download : downloads)
         download->start(*thread);

@@ -8,6 +8,9 @@
 
 #include <string>
 
+/// Some servers explain themselves in long pages.
+inline constexpr size_t mostLetters = 300;
+
 /// The server's own words for the status with which it has refused something, such as "404 Not Found" or "550 No such
 /// file."; empty when it has none.
 inline kx::String statusWords(const norla::CNetStringList& lines, const kx::String& status)
@@ -19,7 +22,7 @@ inline kx::String statusWords(const norla::CNetStringList& lines, const kx::Stri
         if (text.startsWith("HTTP/"))
             text = text.substr(text.find(L' ')).trim();
         if (status >= "400" && text.startsWith(status))
-            words = text;
+            words = text.substr(0, mostLetters);
     }
     return words;
 }
@@ -36,7 +39,6 @@ inline kx::String toldByServer(const kx::CError& error, const norla::CNetStringL
     const kx::String words = lines ? statusWords(*lines, error.getProps().get("responseCode")) : kx::String();
     if (!words.isEmpty())
         told += "\n" + words;
-    constexpr size_t mostLetters = 300; // some servers explain themselves in long pages
     const kx::String explanation = error.getProps().get("serverMessage").trim();
     if (error.getProps().get("responseCodeDomain") == "http" && !explanation.isEmpty() && explanation[0] != L'<')
         told += "\n" + explanation.substr(0, mostLetters);

@@ -2,7 +2,9 @@
 
 #include "examples/printable.h"
 
+#include <cstdlib>
 #include <string>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -19,6 +21,13 @@ inline CTerminalSize terminalSize(int descriptor)
     if (ioctl(descriptor, TIOCGWINSZ, &told) == 0 && told.ws_col > 0 && told.ws_row > 0)
         size = {told.ws_col, told.ws_row};
     return size;
+}
+
+/// Whether it is a terminal where the cursor can go back to lines above.
+inline bool canGoUp(int descriptor)
+{
+    const char* const type = std::getenv("TERM");
+    return isatty(descriptor) != 0 && !(type && std::string_view(type) == "dumb");
 }
 
 /// As much of the text's start as fits into so many columns, in a printable form. Letters beyond U+1100, among which

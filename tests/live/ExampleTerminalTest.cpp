@@ -104,6 +104,20 @@ TEST_F(ExampleTerminalTest, hasNoBarWhereThereIsNoRoom)
     EXPECT_THAT(fetch.shown(), HasSubstr("\r100 %\r\n"));
 }
 
+TEST_F(ExampleTerminalTest, hasNoBarInWhatIsFetchedToIt)
+{
+    CTerminalRun fetch({"fetch", server().url("/digits.txt")});
+    EXPECT_EQ(fetch.waitForEnd(), 0);
+    EXPECT_TRUE(fetch.shown().starts_with("012345678910 bytes at ")) << fetch.shown();
+}
+
+TEST_F(ExampleTerminalTest, hasNoLinesOfDownloadsWhereTheCursorCannotGoUp)
+{
+    CTerminalRun downloads({"downloads", m_folder.path(), server().url("/digits.txt")}, {"TERM=dumb"});
+    EXPECT_EQ(downloads.waitForEnd(), 0);
+    EXPECT_EQ(downloads.shown(), "");
+}
+
 TEST_F(ExampleTerminalTest, hasNoMoreLinesOfDownloadsThanRows)
 {
     constexpr unsigned short rows = 10;
@@ -149,6 +163,15 @@ TEST_F(ExampleTerminalTest, takesNoWordsOfAServerForACommand)
     const auto result = run({"fetch", scripted.url("/a")});
     EXPECT_THAT(result.errors(), Not(HasSubstr("\x1b")));
     EXPECT_THAT(result.errors(), HasSubstr("\n  404 No\\x1b[2J\n  No\\x1b]0;x\n"));
+}
+
+TEST_F(ExampleTerminalTest, isNotFilledWithTheWordsOfAServer)
+{
+    support::CScriptedServer scripted;
+    scripted.onConnection().readHead().send(
+        "HTTP/1.1 404 " + std::string(20000, 'x') + "\r\nContent-Length: 0\r\n\r\n");
+    const auto result = run({"fetch", scripted.url("/a")});
+    EXPECT_THAT(result.errors(), HasSubstr("\n  404 " + std::string(296, 'x') + "\n"));
 }
 
 TEST_F(ExampleTerminalTest, takesNoNameOfAServersFileForACommand)
