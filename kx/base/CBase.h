@@ -23,8 +23,8 @@ public:
     ~CBase() override;
 
     void addRef() const noexcept override;
-    void release() const noexcept override;
-    void checkCastAllowed() const override;
+    void release() const noexcept final;
+    void checkCastAllowed() const final;
 
 protected:
     void deleteThis() const noexcept override;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/base/IBase.h"
 #include "kx/base/language.h"
 
 #include <compare>
@@ -27,7 +28,7 @@ public:
         : m_object(object)
     {
         if (m_object)
-            m_object->addRef();
+            counted(m_object).addRef();
     }
 
     P(const P& other) noexcept
@@ -57,7 +58,7 @@ public:
     ~P()
     {
         if (m_object)
-            m_object->release();
+            counted(m_object).release();
     }
 
     T* get() const noexcept { return m_object; }
@@ -66,6 +67,9 @@ public:
     explicit operator bool() const noexcept { return m_object != nullptr; }
 
 private:
+    // A class may have a release() of its own, which means something else.
+    static const IBase& counted(const T* object) noexcept { return *object; }
+
     T* m_object = nullptr;
 };
 

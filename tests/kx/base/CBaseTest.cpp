@@ -72,6 +72,28 @@ TEST_F(PTest, isEmptyByDefault)
     EXPECT_EQ(kx::P<CThing>(nullptr), none);
 }
 
+/// Calls something else by the names of the counting.
+class CLock : public CThing {
+public:
+    using CThing::addRef;
+    using CThing::CThing;
+    using CThing::release;
+
+    void addRef() { ++m_calls; }
+    void release() { ++m_calls; }
+
+    int m_calls = 0;
+};
+
+TEST_F(PTest, countsWhereAClassHasAReleaseOfItsOwn)
+{
+    {
+        const auto lock = kx::newObj<CLock>(m_alive);
+        EXPECT_EQ(lock->m_calls, 0);
+    }
+    EXPECT_EQ(m_alive, 0);
+}
+
 TEST_F(PTest, keepsItsObjectAliveAndDeletesIt)
 {
     {
