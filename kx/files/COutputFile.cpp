@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <utility>
 
@@ -119,10 +120,27 @@ void COutputFile::keepAttributes()
     const bool hasGroup
         = fchown(m_file, older.st_uid, older.st_gid) == 0 || fchown(m_file, unchanged, older.st_gid) == 0;
     mode_t permissions = older.st_mode & 0777; // to run as somebody else is not inherited
-    if (!hasGroup)                             // another group may do no more than everybody
+    if (!hasGroup || !keepAccessList())        // another group may do no more than everybody
         permissions = (permissions & 0707) | (permissions & 07) << 3;
     if (fchmod(m_file, permissions) != 0)
         fail(errno);
+}
+
+/// The access list (acl(5)), where there is one: the mode tells then what the most favoured of several users and groups
+/// may do, not what the group may.
+/// @return false if the older file has one that this file cannot have
+bool COutputFile::keepAccessList() const
+{
+    constexpr const char* attribute = "system.posix_acl_access";
+    const std::string older = m_folderName + m_targetName;
+    const ssize_t size = getxattr(older.c_str(), attribute, nullptr, 0);
+    if (size <= 0) {                     // or none can be had here
+        fremovexattr(m_file, attribute); // one that the folder gives to every new file
+        return true;
+    }
+    std::string list(static_cast<size_t>(size), '\0');
+    return getxattr(older.c_str(), attribute, list.data(), list.size()) == size
+        && fsetxattr(m_file, attribute, list.data(), list.size(), 0) == 0;
 }
 
 int COutputFile::write(const unsigned char* data, int size)

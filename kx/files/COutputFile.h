@@ -13,10 +13,10 @@ namespace kx {
 /// it, whose random name nobody else can have taken; finish() gives it the name. Until then an older file of that name
 /// is untouched, and it stays when finish() is never called: the destructor removes what was written.
 ///
-/// Links are followed: the file that they lead to is replaced. The older file's permissions are kept, and its owner and
-/// group where the process may give them; other hard links to it keep the older content. A new file gets the
-/// permissions that the process's umask leaves. What exists and is no regular file (a device, a pipe, a terminal) is
-/// never replaced: it is written to as it is, at once.
+/// Links are followed: the file that they lead to is replaced. The older file's permissions are kept, those of single
+/// users too (acl(5)), and its owner and group where the process may give them; other hard links to it keep the older
+/// content. A new file gets the permissions that the process's umask leaves. What exists and is no regular file (a
+/// device, a pipe, a terminal) is never replaced: it is written to as it is, at once.
 ///
 /// Used by one thread at a time. Errors are CError and name the path and the reason.
 class KX_EXPORT COutputFile : public CBase, public virtual IOutStream {
@@ -61,6 +61,7 @@ private:
     void openAsItIs(const std::string& name);
     void openPart(const std::string& target);
     void keepAttributes();
+    bool keepAccessList() const;
     void abandon() noexcept;
     void requireOpen() const;
     [[noreturn]] void failForGood();

@@ -5,14 +5,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <string_view>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
@@ -197,6 +201,68 @@ private:
     const bool m_wasRoot = geteuid() == 0;
     const gid_t m_group = getegid();
 };
+
+/// What one of the users and groups of a file may do, as the kernel has it in an access list (acl(5), xattr(7)).
+struct CAccess {
+    std::uint16_t whose;
+    std::uint16_t permissions;
+    std::uint32_t id;
+};
+
+class COutputFileAccessTest : public COutputFileTest {
+protected:
+    static constexpr const char* ofTheFile = "system.posix_acl_access";
+    static constexpr const char* ofNewFiles = "system.posix_acl_default";
+
+    /// One other user may read and write, and so may the owner; the group and everybody may do nothing.
+    static std::string listOfAnotherUser()
+    {
+        constexpr std::uint32_t version = 2;
+        constexpr std::uint32_t nobody = 0xffffffff;
+        constexpr std::array<CAccess, 5> entries{
+            {{0x01, 6, nobody}, {0x02, 6, 12345}, {0x04, 0, nobody}, {0x10, 6, nobody}, {0x20, 0, nobody}}};
+        std::string list(sizeof version + sizeof entries, '\0');
+        std::memcpy(list.data(), &version, sizeof version);
+        std::memcpy(list.data() + sizeof version, entries.data(), sizeof entries);
+        return list;
+    }
+
+    static void setList(const fs::path& file, const char* attribute)
+    {
+        const std::string list = listOfAnotherUser();
+        ASSERT_EQ(setxattr(file.c_str(), attribute, list.data(), list.size(), 0), 0) << std::strerror(errno);
+    }
+
+    std::string listOf(const std::string& name) const
+    {
+        std::array<char, 256> list{};
+        const ssize_t size = getxattr(path(name).c_str(), ofTheFile, list.data(), list.size());
+        return {list.data(), static_cast<size_t>(std::max<ssize_t>(size, 0))};
+    }
+};
+
+TEST_F(COutputFileAccessTest, isKeptForSingleUsers)
+{
+    setList(m_folder.write("old", "bytes"), ofTheFile);
+    writeWhole("old", "new");
+    EXPECT_EQ(listOf("old"), listOfAnotherUser());
+}
+
+TEST_F(COutputFileAccessTest, isNotGivenToThoseOfTheFolderWhereTheOlderFileHasNone)
+{
+    ASSERT_EQ(chmod(m_folder.write("old", "bytes").c_str(), 0660), 0);
+    setList(m_folder.path(), ofNewFiles);
+    writeWhole("old", "new");
+    EXPECT_EQ(listOf("old"), "");
+    EXPECT_EQ(modeOf("old"), 0660U);
+}
+
+TEST_F(COutputFileAccessTest, isWhatTheFolderGivesToANewFile)
+{
+    setList(m_folder.path(), ofNewFiles);
+    writeWhole("new", "bytes");
+    EXPECT_EQ(listOf("new"), listOfAnotherUser());
+}
 
 TEST_F(COutputFileTest, doesNotReplaceAFileThatMustNotBeWritten)
 {
