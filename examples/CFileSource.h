@@ -17,11 +17,13 @@ public:
     explicit CFileSource(const std::string& name)
         : m_name(name)
     {
+        std::error_code unknown; // opening it has better words
+        const auto status = std::filesystem::status(name, unknown);
+        if (!unknown && !std::filesystem::is_regular_file(status)) // nobody knows its size, and a pipe is waited for
+            throw kx::CError("The file '" + shownPath(name) + "' cannot be sent: it is no regular file", "file");
         m_file.open(name, std::ios::binary);
         if (!m_file)
             fail(errno);
-        if (!std::filesystem::is_regular_file(name)) // nobody knows its size
-            throw kx::CError("The file '" + shownPath(name) + "' cannot be sent: it is no regular file", "file");
         m_size = static_cast<long long>(std::filesystem::file_size(name));
     }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "examples/CProgressBar.h"
+#include "examples/explanation.h"
 #include "examples/localFiles.h"
 #include "kx/streams/IOutStream.h"
 #include "kx/text/numbers.h"
@@ -42,8 +43,8 @@ public:
     int write(
         const unsigned char* data, int size, int responseCode, const norla::CNetRequest::HeaderMap& headers) override
     {
-        if (responseCode >= 300) { // what the store says about a failure, where the client looks for it
-            m_request.getDefaultReceiveBuffer()->append(data, static_cast<size_t>(size));
+        if (isExplanation(responseCode)) {
+            keepExplanation(m_request, data, size);
             return size;
         }
         if (!m_isChecked)

@@ -68,8 +68,8 @@ public:
     void put(const Words& words)
     {
         const CPlace place(words[1]);
-        const kx::String md5 = md5Of(words[0]);
         const auto source = kx::newObj<CFileSource>(words[0]);
+        const kx::String md5 = md5Of(words[0]);
         naming(place.name(), m_request.get(), [&] {
             m_client->putObject(*m_request, place.bucket, place.key, source.get(), source->getLength(), md5, "");
         });

@@ -1,4 +1,6 @@
 // What the example programs make of what they fetch: whole files, the parts that were asked for, or an error.
+#include "examples/COutputSink.h"
+#include "examples/CPartSink.h"
 #include "examples/CRangeSink.h"
 #include "kx/streams/CBufferStream.h"
 #include "tests/live/exampleRun.h"
@@ -120,6 +122,39 @@ TEST_F(ExampleOutputTest, leavesAnOlderFileAloneUnlessAllOfItHasCome)
     EXPECT_EQ(fileCount(), 1U);
     EXPECT_EQ(run({"fetch", "--output", file(), server().url("/digits.txt")}).exitStatus(), 0);
     EXPECT_EQ(contentOf(file()), "0123456789");
+}
+
+/// A server that explains its refusal for ever, or nearly so.
+size_t keptFrom(const kx::P<norla::CNetRequest>& request, norla::CNetRequest::IDataSink& sink)
+{
+    const std::vector<unsigned char> block(60000, 'x');
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(sink.write(block.data(), static_cast<int>(block.size()), 500, {}), 60000);
+    return request->getDefaultReceiveBuffer()->getSize();
+}
+
+TEST_F(ExampleOutputTest, isNotMadeOfAllTheWordsOfARefusal)
+{
+    const auto request = kx::newObj<norla::CNetRequest>();
+    EXPECT_EQ(keptFrom(request, *kx::newObj<COutputSink>(*request)), 65536U);
+    const auto other = kx::newObj<norla::CNetRequest>();
+    const auto out = kx::newObj<kx::CBufferStream>();
+    EXPECT_EQ(keptFrom(other, *kx::newObj<CPartSink>(*other, out.get(), "", 1)), 65536U);
+}
+
+TEST_F(ExampleOutputTest, isNotWaitedForInAPipeThatIsToBeSent)
+{
+    ASSERT_EQ(mkfifo(file().c_str(), 0600), 0);
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"upload", file(), server().url("/dav/x")},
+             {"s3", "--endpoint", "localhost", "put", file(), "bucket/key"}}) {
+        const auto settings = live::prepared(
+            {.arguments = words, .environment = {"S3_ACCESS_KEY_ID=me", "S3_SECRET_ACCESS_KEY=secret"}});
+        const CProcessRun result(
+            {.arguments = settings.arguments, .environment = settings.environment, .limit = std::chrono::seconds(10)});
+        EXPECT_EQ(
+            result.errors(), words[0] + ": The file '" + file().native() + "' cannot be sent: it is no regular file\n");
+        EXPECT_EQ(result.exitStatus(), 3);
+    }
 }
 
 TEST_F(ExampleOutputTest, namesTheFolderThatIsNotThere)
