@@ -10,6 +10,7 @@
 #include "kx/time/CTimeFields.h"
 #include "norla/ftp/CFTPClient.h"
 #include "norla/ftp/CFTPGetInfoResult.h"
+#include "norla/ftp/CFTPListDirResult.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -28,6 +29,16 @@ void printEntry(const norla::CFTPDirEntry& entry)
         + shownOnOutput(entry.getName()) + '\n');
 }
 
+/// One file whose name is not UTF-8 does not hide the others.
+void requireAllRead(const norla::CFTPListDirResult& listing)
+{
+    kx::String unread;
+    for (const std::string& line : listing.getUnreadableLines())
+        unread += "\n" + shownPath(line);
+    if (!unread.isEmpty())
+        throw kx::CError("These lines of the listing cannot be read:" + unread);
+}
+
 using Words = std::vector<std::string>;
 
 class CCommands {
@@ -40,10 +51,12 @@ public:
     void list(const Words& words)
     {
         const kx::String dir = urlPath(words[0]);
+        m_client->setKeepUnreadableLines(true);
         naming(dir, m_request.get(), [&] {
             const auto listing = m_client->listDir(*m_request, dir);
             for (const auto& entry : listing->getEntries())
                 printEntry(*entry);
+            requireAllRead(*listing);
         });
     }
 

@@ -1,6 +1,7 @@
 // The example ftp, run as a person runs it.
 #include "tests/live/exampleRun.h"
 #include "tests/support/CFTPServer.h"
+#include "tests/support/CProFTPDServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
 
@@ -108,6 +109,19 @@ TEST_P(FTPExampleTest, doesNotDeleteATreeThatIsNotNamed)
     }
     EXPECT_TRUE(std::filesystem::exists(m_server.root() / "digits.txt"));
     EXPECT_EQ(m_server.log(), "");
+}
+
+TEST(FTPExampleListingTest, showsTheOthersBesideAFileWhoseNameIsNotUTF8)
+{
+    const support::CProFTPDServer server;
+    std::ofstream(server.root() / "gr\xFCn") << "";
+    std::ofstream(server.root() / "other") << "";
+    const auto list = live::run({.arguments = {"ftp", "127.0.0.1:" + std::to_string(server.getPort()), "ls", "/"},
+        .environment = {"FTP_USER=user", "FTP_PASSWORD=secret"}});
+    EXPECT_NE(list.output().find("\tother\n"), std::string::npos) << list.errors();
+    EXPECT_EQ(list.errors().find("ftp: /: These lines of the listing cannot be read:\n  "), 0U) << list.errors();
+    EXPECT_TRUE(list.errors().ends_with(" gr\\xfcn\n")) << list.errors();
+    EXPECT_EQ(list.exitStatus(), 1);
 }
 
 } // namespace
