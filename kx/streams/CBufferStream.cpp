@@ -23,7 +23,7 @@ size_t grownSize(size_t size, double growth) noexcept
 
 bool isWithin(const CBufferStream::Buffer& buffer, const unsigned char* data) noexcept
 {
-    const std::less<const unsigned char*> isBefore; // where < says nothing about pointers into different blocks
+    const std::less<> isBefore; // where < says nothing about pointers into different blocks
     return !isBefore(data, buffer.getData()) && isBefore(data, buffer.getData() + buffer.getSize());
 }
 
