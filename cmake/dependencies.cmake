@@ -13,6 +13,9 @@ function(norla_ask_wx_config result)
 endfunction()
 norla_ask_wx_config(wx_flags --unicode=yes --cxxflags base)
 norla_ask_wx_config(norla_wx_libraries --unicode=yes --libs base,xml)
+# Programs that hold the static library load wxWidgets only if they use it. One item, whose parts CMake does not reorder.
+list(JOIN norla_wx_libraries " " norla_wx_libraries)
+set(norla_wx_libraries "-Wl,--push-state,--as-needed ${norla_wx_libraries} -Wl,--pop-state")
 
 add_library(norla_wx INTERFACE)
 # Its headers count as system headers, so that our warnings stop at their border.

@@ -1,7 +1,15 @@
 include(CMakePackageConfigHelpers)
 
-install(TARGETS norla EXPORT norlaTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+if(norla_type STREQUAL SHARED)
+    # Takes the place of the link that "-lnorla" would find. Linkers look for both libraries beside it.
+    set(norla_namelink NAMELINK_SKIP)
+    set(norla_soversion ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+    file(WRITE ${PROJECT_BINARY_DIR}/installed/libnorla.so
+        "/* GNU ld script */\nINPUT(libnorla.so.${norla_soversion} AS_NEEDED(libnorla-s3.so.${norla_soversion}))\n")
+    install(FILES ${PROJECT_BINARY_DIR}/installed/libnorla.so DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
+install(TARGETS norla_whole norla norla_s3 EXPORT norlaTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ${norla_namelink}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
@@ -17,8 +25,8 @@ set(norla_pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH norla_prefix_from_pkgconfig /${norla_pkgconfig_folder} /)
 if(norla_type STREQUAL STATIC)
     # By name and not by "Requires": "pkg-config --static libcurl" names libraries that nobody has who links the shared libcurl.
-    list(JOIN norla_wx_libraries " " norla_static_libraries)
-    string(APPEND norla_static_libraries " -lexpat -lcurl -lssl -lcrypto")
+    set(norla_s3_libraries "-lnorla-s3 ${norla_wx_libraries} -lexpat")
+    set(norla_static_libraries "-lcurl -lssl -lcrypto")
 else()
     set(norla_pkgconfig_requires "libcurl >= 7.88")
 endif()
