@@ -146,6 +146,8 @@ bool COutputFile::keepAccessList() const
 int COutputFile::write(const unsigned char* data, int size)
 {
     requireOpen();
+    if (size <= 0)
+        return 0;
     for (int written = 0; written < size;) {
         const ssize_t count = ::write(m_file, data + written, static_cast<size_t>(size - written));
         if (count < 0 && errno != EINTR)

@@ -31,7 +31,8 @@ public:
     COutputFile& operator=(const COutputFile&) = delete;
     ~COutputFile() override;
 
-    /// Takes all bytes. @throws CError; the file is closed and removed then, and takes nothing any more
+    /// Takes all bytes; none when the size is below 0. @throws CError; the file is closed and removed then, and takes
+    /// nothing any more
     int write(const unsigned char* data, int size) override;
 
     /// The bytes that the file will have.

@@ -82,6 +82,15 @@ TEST_F(COutputFileTest, holdsWhatWasWritten)
     EXPECT_EQ(names(), std::vector<std::string>{"new"});
 }
 
+TEST_F(COutputFileTest, takesNothingOfASizeBelowZero)
+{
+    const auto file = open("file");
+    write(*file, "bytes");
+    const unsigned char byte = 0;
+    EXPECT_EQ(file->write(&byte, -1), 0);
+    EXPECT_EQ(file->getPosition(), 5);
+}
+
 TEST_F(COutputFileTest, canBeEmpty)
 {
     writeWhole("new", "");
