@@ -46,13 +46,23 @@ inline ExitCode exitCodeOf(const std::exception& error)
     return dynamic_cast<const std::system_error*>(&error) ? exitLocalFile : exitFailed;
 }
 
+/// Without the name of the function that refuses an argument, which says nothing to people.
+inline kx::String withoutFunctionName(const kx::String& message)
+{
+    const kx::String behindIt = "': ";
+    const size_t start = message.find(behindIt);
+    return start == kx::String::npos ? message : message.substr(start + behindIt.size());
+}
+
 /// Writes the error to standard error, what a server said in lines of its own.
 /// @return the code that the program ends with
 inline ExitCode tellError(const std::string& program, const std::exception& error)
 {
     const auto* const known = dynamic_cast<const kx::CError*>(&error);
-    const kx::String message
+    kx::String message
         = known ? known->getMessage() : kx::TPathImpl<kx::CUnixPathTraits>::fromBytes(error.what()).toString();
+    if (dynamic_cast<const kx::CInvalidArgError*>(&error))
+        message = withoutFunctionName(message);
     std::string lines;
     for (size_t start = 0; start <= message.size();) {
         const size_t end = std::min(message.find(L'\n', start), message.size());
@@ -60,7 +70,7 @@ inline ExitCode tellError(const std::string& program, const std::exception& erro
         start = end + 1;
     }
     const ExitCode code = exitCodeOf(error);
-    if (known && known->getDomain() == "usage")
+    if (code == exitWrongUsage)
         lines += "Try '" + program + " --help'.\n";
     std::cerr << lines;
     return code;

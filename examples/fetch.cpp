@@ -78,6 +78,8 @@ void applyOptions(norla::CNetRequest& request, const CArguments& arguments)
 {
     const auto headers = kx::newObj<norla::CNetHeaders>();
     for (const kx::String& line : arguments.texts("--header")) {
+        if (line.find(L':') == kx::String::npos)
+            throw usageError("no header NAME: VALUE: '" + line + "'");
         kx::String name, value;
         norla::CNetHeaders::splitEntry(line, name, value);
         if (line.find(L'\r') != kx::String::npos || line.find(L'\n') != kx::String::npos)

@@ -174,6 +174,8 @@ norla::CFTPClient::ConnectType connectTypeOf(const CArguments& arguments)
 kx::P<norla::CFTPClient> clientOf(const CArguments& arguments)
 {
     const kx::String host = textOf(arguments.operands().front(), "HOST");
+    if (host.find(L'/') != kx::String::npos)
+        throw usageError("HOST[:PORT] is no URL: '" + host + "'");
     const char* const user = std::getenv("FTP_USER");
     const kx::String name = textOf(user ? user : "anonymous", "the environment variable FTP_USER");
     const bool isAnonymous = !user && !std::getenv("FTP_PASSWORD");
