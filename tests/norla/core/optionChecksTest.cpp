@@ -6,6 +6,7 @@
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/leakCheck.h"
 
 namespace {
 
@@ -338,7 +339,8 @@ protected:
             value = "Set-Cookie: other=CAROL; domain=nowhere.test";
         else if (GetParam() == CURLOPT_COOKIEJAR)
             value = kx::String::fromUTF8((m_folder.path() / "jar").string());
-        request().setOptionString(GetParam(), value);
+        // libcurl 7.88 loses the name of a file of cookies at a reset.
+        support::withoutLeakCheck([&] { request().setOptionString(GetParam(), value); });
     }
 
     static std::string giving(const std::string& session) { return ok("x", "Set-Cookie: session=" + session + "\r\n"); }
