@@ -27,10 +27,13 @@ inline void check(CURLcode result)
     std::exit(1);
 }
 
-/// What the library gives its caller after a transfer, kept by hand: body, lines, header map.
+/// What the library gives its caller after a transfer, kept by hand: body, header map and, on demand, all lines.
 class CBareResponse {
 public:
-    CBareResponse() = default;
+    explicit CBareResponse(bool keepsLines = true)
+        : m_keepsLines(keepsLines)
+    {
+    }
     CBareResponse(const CBareResponse&) = delete;
     CBareResponse& operator=(const CBareResponse&) = delete;
     ~CBareResponse() { clear(); }
@@ -54,7 +57,8 @@ public:
 private:
     void addLine(const std::string& line)
     {
-        m_lines = curl_slist_append(m_lines, line.c_str());
+        if (m_keepsLines)
+            m_lines = curl_slist_append(m_lines, line.c_str());
         const size_t colon = line.find(':');
         if (colon == std::string::npos)
             return;
@@ -81,6 +85,7 @@ private:
         return size * count;
     }
 
+    const bool m_keepsLines;
     std::vector<char> m_body;
     curl_slist* m_lines = nullptr;
     std::map<std::string, std::string> m_headers;

@@ -5,10 +5,20 @@
 
 #include <curl/curl.h>
 
-#include <array>
-#include <string>
+#include <algorithm>
+#include <cstring>
 
 namespace norla {
+
+namespace {
+
+void requireWhole(std::string_view text)
+{
+    if (text.find('\0') != std::string_view::npos)
+        throw kx::CInvalidArgError("text contains a zero character", "CNetStringList::add");
+}
+
+} // namespace
 
 CNetStringList::~CNetStringList()
 {
@@ -17,23 +27,45 @@ CNetStringList::~CNetStringList()
 
 void CNetStringList::add(const kx::String& text)
 {
-    addUTF8(text.toUTF8());
+    const std::string bytes = text.toUTF8();
+    requireWhole(bytes);
+    appendPending();
+    append(bytes.c_str());
 }
 
+// Of most lists of response lines nobody reads a line: a text costs a copy here, and two allocations in libcurl's form.
 void CNetStringList::addUTF8(std::string_view text)
 {
-    if (text.find('\0') != std::string_view::npos)
-        throw kx::CInvalidArgError("text contains a zero character", "CNetStringList::add");
-    std::array<char, 256> ended{}; // spares the usual line an allocation
-    if (text.size() < ended.size()) {
-        text.copy(ended.data(), text.size());
-        append(ended.data());
-    } else {
-        append(std::string(text).c_str());
-    }
+    requireWhole(text);
+    constexpr size_t usualSize = 1000; // of the lines of a response, in one allocation
+    if (m_pending.empty())
+        m_pending.reserve(std::max(usualSize, text.size() + 1));
+    m_pending.append(text).push_back('\0');
 }
 
-void CNetStringList::append(const char* text)
+curl_slist* CNetStringList::getCurlList() const
+{
+    appendPending();
+    return m_first;
+}
+
+void CNetStringList::appendPending() const
+{
+    size_t start = 0;
+    try {
+        while (start < m_pending.size()) {
+            const char* const text = m_pending.c_str() + start;
+            append(text);
+            start += std::strlen(text) + 1;
+        }
+    } catch (const CCURLError&) {
+        m_pending.erase(0, start);
+        throw;
+    }
+    m_pending.clear();
+}
+
+void CNetStringList::append(const char* text) const
 {
     // Appending to the last node rather than to the list spares libcurl the walk through all of it.
     curl_slist* const appended = curl_slist_append(m_last, text);
@@ -46,7 +78,7 @@ void CNetStringList::append(const char* text)
 
 kx::P<CNetStringList::CIterator> CNetStringList::createIterator() const
 {
-    return kx::newObj<CIterator>(m_first);
+    return kx::newObj<CIterator>(getCurlList());
 }
 
 CNetStringList::CIterator::CIterator(curl_slist* first) noexcept

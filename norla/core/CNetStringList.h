@@ -4,6 +4,7 @@
 #include "kx/base/P.h"
 #include "kx/text/String.h"
 
+#include <string>
 #include <string_view>
 
 struct curl_slist; // libcurl's linked list of 8-bit strings
@@ -27,23 +28,26 @@ public:
     /// @throws CCURLError when memory runs out; the list stays as it was
     void add(const kx::String& text);
 
-    /// The same for a text that is in UTF-8 already, which is not checked.
+    /// The same for a text that is in UTF-8 already, which is not checked. It becomes a part of libcurl's list when
+    /// somebody asks for that, or for an iterator, which may throw CCURLError then.
     void addUTF8(std::string_view text);
 
-    bool isEmpty() const noexcept { return m_first == nullptr; }
+    bool isEmpty() const noexcept { return !m_first && m_pending.empty(); }
 
     /// Walks the list as it is now and grows; it starts before the first text.
     kx::P<CIterator> createIterator() const;
 
     /// libcurl's list, owned by this object; null while empty. Adding to an empty list changes it, adding to others
     /// does not.
-    curl_slist* getCurlList() const noexcept { return m_first; }
+    curl_slist* getCurlList() const;
 
 private:
-    void append(const char* text);
+    void append(const char* text) const;
+    void appendPending() const;
 
-    curl_slist* m_first = nullptr;
-    curl_slist* m_last = nullptr;
+    mutable curl_slist* m_first = nullptr;
+    mutable curl_slist* m_last = nullptr;
+    mutable std::string m_pending; // what comes behind these, each text with a zero character at its end
 };
 
 /// A place in a list; it begins before the first text.

@@ -6,6 +6,7 @@
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CTestCertificates.h"
+#include "tests/support/errorOf.h"
 #include "tests/support/libcurlWords.h"
 
 #include <algorithm>
@@ -219,19 +220,27 @@ TEST_F(CNetRequestErrorTest, logsAnErrorBufferThatIsNotUTF8)
             "data.: Text is not valid UTF-8 at byte 0."});
 }
 
-TEST_F(CNetRequestErrorTest, logsAResponseLineThatCannotBeKeptAndGoesOn)
+TEST_F(CNetRequestErrorTest, hasNoMemoryForResponseLinesOnlyWhereTheyAreRead)
 {
-    const support::CLogRecorder log;
     support::CCurlCalls calls;
     answer(ok("x"));
-    calls.fail("curl_slist_append", 1, 1); // the line after the status line
+    calls.fail("curl_slist_append");
     performPath();
     EXPECT_EQ(body(), "x");
-    EXPECT_EQ(responseLines(), (std::vector<kx::String>{"HTTP/1.1 200 OK\r\n", "\r\n"}));
-    EXPECT_EQ(log.lines(),
-        std::vector<std::string>{
-            "warning: Exception during CNetRequest header parsing (ignored).: Out of memory: a text "
-            "could not be added to a list for libcurl"});
+    EXPECT_THROW(responseLines(), norla::CCURLError);
+    calls.succeed();
+    EXPECT_EQ(responseLines(), (std::vector<kx::String>{"HTTP/1.1 200 OK\r\n", "Content-Length: 1\r\n", "\r\n"}));
+}
+
+TEST_F(CNetRequestErrorTest, explainsAMailErrorWithoutTheLinesWhenThereIsNoMemoryForThem)
+{
+    support::CCurlCalls calls;
+    answer("HTTP/1.1 500 No\r\nContent-Length: 1\r\n\r\nx");
+    EXPECT_TRUE(failureOf());
+    calls.fail("curl_slist_append");
+    const auto error = support::errorOf([this] { request().throwError(CURLE_RECV_ERROR, "smtp", 550, "lost"); });
+    ASSERT_TRUE(error);
+    EXPECT_FALSE(error->getProps().has("serverMessage"));
 }
 
 TEST_F(CNetRequestErrorTest, tellsThatTheResponseCodeCannotBeHad)

@@ -84,6 +84,51 @@ TEST(CNetStringListTest, refusesATextWithAZeroCharacter)
     EXPECT_TRUE(list->isEmpty());
 }
 
+TEST(CNetStringListTest, keepsTheOrderOfTextsInEitherForm)
+{
+    norla::CNetStringList list;
+    list.addUTF8("1");
+    EXPECT_FALSE(list.isEmpty());
+    list.add("2");
+    list.addUTF8("");
+    list.addUTF8("4");
+    const auto iterator = list.createIterator();
+    for (const char* const expected : {"1", "2", "", "4"}) {
+        ASSERT_TRUE(iterator->next());
+        EXPECT_EQ(iterator->getCurrent(), kx::String::fromLatin1(expected));
+    }
+    EXPECT_FALSE(iterator->next());
+}
+
+TEST(CNetStringListTest, asksLibcurlForMemoryWhenSomebodyReadsWhatWasAddedAsBytes)
+{
+    support::CCurlCalls calls;
+    norla::CNetStringList list;
+    list.addUTF8("1");
+    list.addUTF8("2");
+    EXPECT_EQ(calls.countOf("curl_slist_append"), 0);
+    list.getCurlList();
+    list.getCurlList();
+    EXPECT_EQ(calls.countOf("curl_slist_append"), 2);
+}
+
+TEST(CNetStringListTest, losesNothingWhenMemoryRunsOutForTheReader)
+{
+    support::CCurlCalls calls;
+    norla::CNetStringList list;
+    list.addUTF8("1");
+    list.addUTF8("2");
+    calls.fail("curl_slist_append", 1);
+    EXPECT_THROW(list.createIterator(), norla::CCURLError);
+    calls.succeed();
+    const auto iterator = list.createIterator();
+    EXPECT_TRUE(iterator->next());
+    EXPECT_EQ(iterator->getCurrent(), "1");
+    EXPECT_TRUE(iterator->next());
+    EXPECT_EQ(iterator->getCurrent(), "2");
+    EXPECT_FALSE(iterator->next());
+}
+
 TEST(CNetStringListTest, iteratorCanStartAgain)
 {
     const auto list = kx::newObj<norla::CNetStringList>();
