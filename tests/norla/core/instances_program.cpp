@@ -1,6 +1,6 @@
 // Makes all that a process has one of, on many threads at once: the library's instances, and two of an application
-// whose construction makes a request. instances_program ROTATION   the number decides which thread wants which instance
-// first
+// whose construction makes a request.
+//   instances_program ROTATION   the number decides which thread wants which instance first
 #include "kx/files/CResourceManager.h"
 #include "norla/core/CGlobalInit.h"
 #include "norla/core/CNetRequest.h"
