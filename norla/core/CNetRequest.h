@@ -11,6 +11,8 @@
 #include "kx/text/String.h"
 #include "kx/threads/CSignal.h"
 #include "kx/time/CTimeSpan.h"
+#include "norla/core/CStreamDataSink.h"
+#include "norla/core/CStreamDataSource.h"
 
 #include <curl/curl.h>
 
@@ -19,10 +21,18 @@
 
 namespace norla {
 
+class CCookieJar;
+class CFormData;
 class CNetHeaders;
 class CNetStringList;
 class COpenSockets;
 class CServerInfo;
+struct CAcceptEncoding;
+struct CDeadlines;
+struct CSSHOptions;
+struct CSafeDefaults;
+struct CTLSOptions;
+struct CTransferInfo;
 
 /// One transfer: a libcurl easy handle and everything that belongs to it. Made for many transfers, one after the other,
 /// which then share connections: set options, perform(), read the answer. Options stay until reset().
@@ -36,11 +46,11 @@ class CServerInfo;
 /// libcurl says within a transfer, may take until that transfer's low speed limit.
 class KX_EXPORT CNetRequest : public kx::CBase {
 public:
-    class IDataSink;
-    class IDataSource;
     class IDoneListener;
-    class CStreamDataSink;
-    class CStreamDataSource;
+    using IDataSink = norla::IDataSink;
+    using IDataSource = norla::IDataSource;
+    using CStreamDataSink = norla::CStreamDataSink;
+    using CStreamDataSource = norla::CStreamDataSource;
 
     using HeaderMap = kx::TMap<kx::String, kx::String>;
     using Buffer = kx::TBuffer<unsigned char>;
@@ -64,6 +74,32 @@ public:
     /// The options of a new request: errors and data come to this object, redirects are followed, 30 seconds to
     /// connect, and the end of a transfer that moves nothing for 30 seconds.
     void setDefaultOptions();
+
+    /// What a program of today wants of every transfer, beside the options of a new request: redirects that lead
+    /// nowhere else, secrets that stay with their host, TLS and SSH servers that prove who they are, and no more memory
+    /// than was meant. The value says what, and switches it off piece by piece. Stays until reset().
+    void setSafeDefaults();
+    void setSafeDefaults(const CSafeDefaults& defaults);
+
+    /// How the two sides of a TLS or SSH connection prove who they are. Replaces what was set so before.
+    void setTLSOptions(const CTLSOptions& options);
+    void setSSHOptions(const CSSHOptions& options);
+
+    /// How long may be waited for what; errors then say for what, and how long.
+    void setDeadlines(const CDeadlines& deadlines);
+
+    /// Sent to the URL's host as "Authorization: Bearer", and as SASL's OAUTHBEARER to mail servers; empty for none.
+    /// @throws kx::CInvalidArgError when it holds anything but the characters of RFC 6750, section 2.1
+    void setBearerToken(const kx::String& token);
+
+    /// Where cookies come from and go to. Null for none; a reference is kept until reset().
+    void setCookieJar(CCookieJar* jar);
+
+    /// Asks for a compressed answer and unpacks it; of one that grows beyond all measure it is an error.
+    void setAcceptEncoding(const CAcceptEncoding& options);
+
+    /// Sends a form as multipart/form-data, with POST. Null for none; a reference is kept until reset().
+    void setFormData(CFormData* form);
 
     /// Runs the transfer and blocks until its end.
     ///
@@ -248,6 +284,9 @@ public:
     double getUploadSize();
     double getAvgUploadSpeed();
 
+    /// What has happened in the last transfer, as one value; also after a failure.
+    CTransferInfo getTransferInfo() const;
+
     /// What the response code of this URL belongs to: "http", "ftp", "smtp", or empty for other schemes.
     kx::String getResponseCodeDomain() const;
 
@@ -329,71 +368,11 @@ private:
     const std::unique_ptr<CRooms> m_rooms;
 };
 
-/// Takes a response body, block by block.
-class KX_EXPORT CNetRequest::IDataSink : public virtual kx::IBase {
-public:
-    /// A transfer begins, the first one or another: for most sinks what an earlier one has written is void. Does
-    /// nothing unless a sink says otherwise. What it throws is what resetForPerform() throws.
-    virtual void begin() {}
-
-    /// Takes a block; what it returns (the bytes taken) is not looked at. Throwing a std::exception ends the transfer
-    /// with that error.
-    /// @param size 0 or more
-    /// @param responseCode HTTP status; 0 when it cannot be read, -1 for other protocols
-    /// @param responseHeaders lower-case name to value
-    virtual int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) = 0;
-};
-
-/// Gives the body to be sent, block by block. Throwing a std::exception from any operation ends the transfer with that
-/// error.
-class KX_EXPORT CNetRequest::IDataSource : public virtual kx::IBase {
-public:
-    /// Fills the buffer with at most `size` bytes.
-    /// @param responseHeaders of what the server has answered so far
-    /// @return how many; 0 at the end
-    virtual int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) = 0;
-
-    /// In bytes; -1 when unknown.
-    virtual long long getLength() = 0;
-
-    /// Goes on at that many bytes from the start: before a transfer, and when a redirect or an authentication makes
-    /// libcurl send the body again.
-    virtual void seek(long long position) = 0;
-    virtual long long getPosition() = 0;
-};
-
 /// Told when a transfer has ended.
 class KX_EXPORT CNetRequest::IDoneListener : public virtual kx::IBase {
 public:
     /// @param error null on success; valid during the call
     virtual void onNetRequestDone(CNetRequest* request, const kx::CError* error) = 0;
-};
-
-/// Writes a response body to a stream.
-class KX_EXPORT CNetRequest::CStreamDataSink : public kx::CBase, public virtual IDataSink {
-public:
-    /// @param stream not null; a reference is kept
-    explicit CStreamDataSink(kx::IOutStream* stream);
-
-    int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) override;
-
-private:
-    const kx::P<kx::IOutStream> m_stream;
-};
-
-/// Reads the body to be sent from a stream.
-class KX_EXPORT CNetRequest::CStreamDataSource : public kx::CBase, public virtual IDataSource {
-public:
-    /// @param stream not null; a reference is kept
-    explicit CStreamDataSource(kx::IInStream* stream);
-
-    int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) override;
-    long long getLength() override;
-    void seek(long long position) override;
-    long long getPosition() override;
-
-private:
-    const kx::P<kx::IInStream> m_stream;
 };
 
 } // namespace norla
