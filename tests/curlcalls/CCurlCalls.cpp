@@ -1,8 +1,9 @@
 #include "tests/curlcalls/CCurlCalls.h"
 
+#include "tests/curlcalls/TWatcher.h"
+
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
@@ -18,7 +19,7 @@ namespace support {
 
 namespace {
 
-std::atomic<CCurlCalls*> watcher{nullptr};
+TWatcher<CCurlCalls> watcher;
 
 bool isSigPipeBlocked()
 {
@@ -31,12 +32,12 @@ bool isSigPipeBlocked()
 
 CCurlCalls::CCurlCalls()
 {
-    watcher = this;
+    watcher.set(*this);
 }
 
 CCurlCalls::~CCurlCalls()
 {
-    watcher = nullptr;
+    watcher.forget();
 }
 
 std::vector<std::string> CCurlCalls::takeOptions()
@@ -209,15 +210,9 @@ size_t CCurlCalls::cleanUpMultis()
 
 namespace {
 
-CCurlCalls* currentWatcher()
-{
-    return watcher;
-}
-
 bool isToFail(const char* function)
 {
-    CCurlCalls* const calls = watcher;
-    return calls && calls->isToFail(function);
+    return watcher.ask([function](CCurlCalls& calls) { return calls.isToFail(function); });
 }
 
 template <typename TFunction>
@@ -232,13 +227,13 @@ TFunction* original(TFunction*, const char* name)
 template <typename TFunction, typename... TArguments>
 CURLMcode callMulti(TFunction* function, const char* name, TArguments... arguments)
 {
-    CCurlCalls* const calls = watcher;
-    if (!calls || !calls->isToFail(name))
-        return original(function, name)(arguments...);
-    const CURLMcode result = calls->multiResult();
-    if (result == CURLM_CALL_MULTI_PERFORM)
-        original(function, name)(arguments...);
-    return result;
+    const auto failure = watcher.ask(
+        [name](CCurlCalls& calls) { return calls.isToFail(name) ? std::optional(calls.multiResult()) : std::nullopt; });
+    if (!failure || *failure == CURLM_CALL_MULTI_PERFORM) {
+        const CURLMcode result = original(function, name)(arguments...);
+        return failure.value_or(result);
+    }
+    return *failure;
 }
 
 std::string listText(const curl_slist* list)
@@ -264,14 +259,13 @@ std::string pointerText(CURLoption option, const void* value)
 template <typename TValue>
 CURLcode setOption(CURL* handle, CURLoption option, TValue value, const std::string& valueText)
 {
-    CCurlCalls* const calls = watcher;
-    if (calls) {
+    const CURLcode failure = watcher.ask([option, &valueText](CCurlCalls& calls) {
         const curl_easyoption* const known = curl_easy_option_by_id(option);
         const std::string name = known ? known->name : std::to_string(option);
-        const CURLcode result = calls->resultFor(option, name + "=" + valueText);
-        if (result != CURLE_OK)
-            return result;
-    }
+        return calls.resultFor(option, name + "=" + valueText);
+    });
+    if (failure != CURLE_OK)
+        return failure;
     return original(&curl_easy_setopt, "curl_easy_setopt")(handle, option, value);
 }
 
@@ -300,8 +294,7 @@ CURLcode interposedSetOption(CURL* handle, unsigned int optionNumber, ...)
         result = support::setOption(handle, option, value, std::to_string(value));
     } else {
         void* const value = va_arg(arguments, void*);
-        if (support::CCurlCalls* const calls = support::currentWatcher())
-            calls->setPointer(option, value);
+        support::watcher.ask([=](support::CCurlCalls& calls) { calls.setPointer(option, value); });
         result = support::setOption(handle, option, value, support::pointerText(option, value));
     }
     va_end(arguments);
@@ -321,8 +314,7 @@ CURLcode interposedGetInfo(CURL* handle, unsigned int infoNumber, ...)
 
 CURLcode curl_global_init(long flags)
 {
-    if (support::CCurlCalls* const calls = support::currentWatcher())
-        calls->setGlobalInitFlags(flags);
+    support::watcher.ask([flags](support::CCurlCalls& calls) { calls.setGlobalInitFlags(flags); });
     if (support::isToFail("curl_global_init"))
         return CURLE_FAILED_INIT;
     return support::original(&curl_global_init, "curl_global_init")(flags);
@@ -396,16 +388,14 @@ CURLM* curl_multi_init(void)
     if (support::isToFail("curl_multi_init"))
         return nullptr;
     CURLM* const multi = support::original(&curl_multi_init, "curl_multi_init")();
-    if (support::CCurlCalls* const calls = support::currentWatcher())
-        calls->addMulti(multi);
+    support::watcher.ask([multi](support::CCurlCalls& calls) { calls.addMulti(multi); });
     return multi;
 }
 
 CURLMcode curl_multi_cleanup(CURLM* multi)
 {
     support::isToFail("curl_multi_cleanup");
-    if (support::CCurlCalls* const calls = support::currentWatcher())
-        calls->removeMulti(multi);
+    support::watcher.ask([multi](support::CCurlCalls& calls) { calls.removeMulti(multi); });
     return support::original(&curl_multi_cleanup, "curl_multi_cleanup")(multi);
 }
 
@@ -427,8 +417,7 @@ CURLMcode curl_multi_fdset(CURLM* multi, fd_set* readable, fd_set* writable, fd_
 CURLMcode curl_multi_timeout(CURLM* multi, long* timeout)
 {
     const CURLMcode result = support::callMulti(&curl_multi_timeout, "curl_multi_timeout", multi, timeout);
-    if (const support::CCurlCalls* const calls = support::currentWatcher())
-        calls->changeTimeout(*timeout);
+    support::watcher.ask([timeout](const support::CCurlCalls& calls) { calls.changeTimeout(*timeout); });
     return result;
 }
 
@@ -446,8 +435,7 @@ CURLMsg* curl_multi_info_read(CURLM* multi, int* left)
 {
     if (support::isToFail("curl_multi_info_read"))
         return nullptr;
-    support::CCurlCalls* const calls = support::currentWatcher();
-    CURLMsg* const message = calls ? calls->nextMessage() : nullptr;
+    CURLMsg* const message = support::watcher.ask([](support::CCurlCalls& calls) { return calls.nextMessage(); });
     return message ? message : support::original(&curl_multi_info_read, "curl_multi_info_read")(multi, left);
 }
 

@@ -1,5 +1,7 @@
 #include "tests/curlcalls/CLockCalls.h"
 
+#include "tests/curlcalls/TWatcher.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -13,7 +15,7 @@ namespace support {
 
 namespace {
 
-std::atomic<CLockCalls*> watcher{nullptr};
+TWatcher<CLockCalls> watcher;
 
 // Every mutex of the program comes by here: looked up once.
 using Function = int(pthread_mutex_t*);
@@ -29,10 +31,11 @@ Function* original(std::atomic<Function*>& known, const char* name)
     return known;
 }
 
-CLockCalls* watcherOf(const void* mutex) noexcept
+/// @return what the action answers; false when nobody watches the mutex
+template <typename TAction>
+bool askWatcherOf(const void* mutex, TAction action)
 {
-    CLockCalls* const calls = watcher;
-    return calls && calls->watches(mutex) ? calls : nullptr;
+    return watcher.ask([mutex, action](CLockCalls& calls) { return calls.watches(mutex) && action(calls); });
 }
 
 } // namespace
@@ -41,12 +44,12 @@ CLockCalls::CLockCalls(const void* begin, size_t size)
     : m_begin(static_cast<const std::byte*>(begin))
     , m_end(m_begin + size)
 {
-    watcher = this;
+    watcher.set(*this);
 }
 
 CLockCalls::~CLockCalls()
 {
-    watcher = nullptr;
+    watcher.forget();
 }
 
 size_t CLockCalls::heldCount() const
@@ -120,20 +123,18 @@ extern "C" {
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
 {
     static std::atomic<support::Function*> known{nullptr};
-    support::CLockCalls* const calls = support::watcherOf(mutex);
-    if (calls && calls->isToFail())
+    if (support::askWatcherOf(mutex, [](support::CLockCalls& calls) { return calls.isToFail(); }))
         return EINVAL;
     const int result = support::original(known, "pthread_mutex_lock")(mutex);
-    if (calls && result == 0)
-        calls->taken(mutex);
+    if (result == 0)
+        support::askWatcherOf(mutex, [mutex](support::CLockCalls& calls) { return calls.taken(mutex), true; });
     return result;
 }
 
 int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept
 {
     static std::atomic<support::Function*> known{nullptr};
-    if (support::CLockCalls* const calls = support::watcherOf(mutex))
-        calls->released(mutex);
+    support::askWatcherOf(mutex, [mutex](support::CLockCalls& calls) { return calls.released(mutex), true; });
     return support::original(known, "pthread_mutex_unlock")(mutex);
 }
 

@@ -1,9 +1,10 @@
 #include "tests/curlcalls/CWaitCalls.h"
 
+#include "tests/curlcalls/TWatcher.h"
+
 #include <cstdlib>
 #include <ctime>
 #include <dlfcn.h>
-#include <mutex>
 #include <pthread.h>
 #include <sys/select.h>
 #include <utility>
@@ -12,21 +13,11 @@ namespace support {
 
 namespace {
 
-// Other threads may wait while the watcher goes: whoever uses it holds the mutex.
-std::mutex watcherMutex;
-CWaitCalls* watcher = nullptr;
-
-/// @return what the action answers; false without a watcher
-template <typename TAction>
-bool askWatcher(TAction action)
-{
-    const std::lock_guard lock(watcherMutex);
-    return watcher && action(*watcher);
-}
+TWatcher<CWaitCalls> watcher;
 
 bool addToWatcher(const std::string& wait)
 {
-    return askWatcher([&wait](CWaitCalls& calls) {
+    return watcher.ask([&wait](CWaitCalls& calls) {
         calls.add(wait);
         return true;
     });
@@ -55,14 +46,12 @@ TFunction* original(TFunction*, const char* name)
 
 CWaitCalls::CWaitCalls()
 {
-    const std::lock_guard lock(watcherMutex);
-    watcher = this;
+    watcher.set(*this);
 }
 
 CWaitCalls::~CWaitCalls()
 {
-    const std::lock_guard lock(watcherMutex);
-    watcher = nullptr;
+    watcher.forget();
 }
 
 std::vector<std::string> CWaitCalls::takeWaits()
@@ -119,7 +108,7 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept
 
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* end)
 {
-    if (clock == CLOCK_MONOTONIC && support::askWatcher([](support::CWaitCalls& calls) {
+    if (clock == CLOCK_MONOTONIC && support::watcher.ask([](support::CWaitCalls& calls) {
             return calls.notesSignalsOf(std::this_thread::get_id());
         }))
         support::addToWatcher("signal " + std::to_string(support::millisecondsSinceLastReading(*end)));
