@@ -34,7 +34,7 @@ CNetRequest::CNetRequest()
 
 CNetRequest::~CNetRequest()
 {
-    m_rooms->customHeaders = nullptr;
+    m_rooms->headers.forgetOptions();
     m_rooms->ftpPreCommands = nullptr;
     m_rooms->ftpPostCommands = nullptr;
     m_rooms->sockets.stopReading();
@@ -58,7 +58,7 @@ void CNetRequest::reset()
     rooms.sockets.forgetOptions();
     rooms.demands.forgetOptions();
     rooms.sending.forgetOptions();
-    rooms.customHeaders = nullptr;
+    rooms.headers.forgetOptions();
     rooms.ftpPreCommands = nullptr;
     rooms.ftpPostCommands = nullptr;
     rooms.keptObjects.clear();
@@ -74,8 +74,7 @@ void CNetRequest::resetForPerform()
 
 void CNetRequest::beginAttempt()
 {
-    if (m_rooms->customHeaders)
-        setCustomHTTPHeaders(m_rooms->customHeaders.get());
+    m_rooms->headers.begin();
     m_rooms->callbackError.forget();
     m_rooms->sending.begin();
     m_rooms->response.begin();

@@ -61,6 +61,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     m_rooms->handle.set(option, value);
     if (option == CURLOPT_MAIL_RCPT)
         m_rooms->sending.noticeRecipients(value);
+    m_rooms->headers.noticePointer(option, value);
     m_rooms->sockets.noticePointer(option, value != nullptr);
     m_rooms->demands.noticePointer(option, value);
 }
@@ -200,13 +201,12 @@ void CNetRequest::setRange(long long start, long long length)
     setOptionString(CURLOPT_RANGE, rangeText(start, length));
 }
 
-// In the three list setters the old list is dropped last: libcurl holds on to it until it has taken the new one.
 void CNetRequest::setCustomHTTPHeaders(CNetHeaders* headers)
 {
-    m_rooms->handle.set(CURLOPT_HTTPHEADER, headers ? headers->getCurlList() : nullptr);
-    m_rooms->customHeaders = headers;
+    m_rooms->headers.setCallers(headers);
 }
 
+// In the two list setters the old list is dropped last: libcurl holds on to it until it has taken the new one.
 void CNetRequest::setFTPCustomPreCommands(CNetStringList* commands)
 {
     m_rooms->handle.set(CURLOPT_PREQUOTE, commands ? commands->getCurlList() : nullptr);
@@ -298,7 +298,7 @@ kx::String CNetRequest::getHTTPMethod() const
 
 kx::P<CNetHeaders> CNetRequest::getCustomHTTPHeaders()
 {
-    return m_rooms->customHeaders;
+    return m_rooms->headers.getCallers();
 }
 
 const CNetRequest::HeaderMap& CNetRequest::getResponseHeaderMap() const

@@ -5,13 +5,13 @@
 #include "norla/core/CConnectionDemands.h"
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CFirstError.h"
-#include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/core/CRequestURL.h"
 #include "norla/core/CResponse.h"
 #include "norla/core/CRunState.h"
 #include "norla/core/CSending.h"
+#include "norla/core/CSentHeaders.h"
 #include "norla/core/CTransferSockets.h"
 
 namespace norla {
@@ -27,9 +27,9 @@ struct CNetRequest::CRooms {
     kx::P<IDoneListener> doneListener;
     kx::TList<kx::P<kx::IBase>> keptObjects;
     // libcurl's lists, which it does not copy
-    kx::P<CNetHeaders> customHeaders;
     kx::P<CNetStringList> ftpPreCommands;
     kx::P<CNetStringList> ftpPostCommands;
+    CSentHeaders headers{handle};
     CSending sending{handle};
     CConnectionDemands demands{handle};
     CTransferSockets sockets{handle};
