@@ -31,10 +31,6 @@ void CConnectionDemands::begin(const CRequestURL& url, bool isManaged)
     const bool isFresh = needsNewSSHConnection(url, isManaged);
     if (m_isFreshBySelf || isFresh) // the first: of the last transfer
         setFresh(isFresh);
-    if (!m_tls.isMade())
-        return;
-    m_handle.set(CURLOPT_PREREQFUNCTION, &CTLSDemand::callback);
-    m_handle.set(CURLOPT_PREREQDATA, &m_tls);
 }
 
 void CConnectionDemands::beginAgain()

@@ -24,7 +24,6 @@ public:
 
     /// What is set, or about to be; other options than those that matter here are ignored.
     void noticeNumber(CURLoption option, long long value) noexcept { m_tls.noticeNumber(option, value); }
-    void noticePointer(CURLoption option, void* value) noexcept { m_tls.noticePointer(option, value); }
     void noticeText(CURLoption option, const std::string& bytes);
 
     /// The handle's options are what they were at first (curl_easy_reset()).
@@ -33,6 +32,12 @@ public:
     /// A transfer begins. Sets options only for who demands something, so that everybody else's stay what they were.
     /// @param isManaged whether it may go over connections of other requests
     void begin(const CRequestURL& url, bool isManaged);
+
+    /// Whether refusesConnection() is to be asked before each request.
+    bool wantsToBeAsked() const noexcept { return m_tls.isMade(); }
+
+    /// Whether the attempt has to end, because its connection is not encrypted.
+    bool refusesConnection() noexcept { return m_tls.refusesConnection(); }
 
     /// Whether one more attempt, on a connection of its own, may succeed where the last one was ended: nothing of the
     /// transfer was sent or received then.

@@ -57,6 +57,7 @@ void CNetRequest::reset()
     rooms.handle.reset();
     rooms.sockets.forgetOptions();
     rooms.demands.forgetOptions();
+    rooms.prerequest.forgetOptions();
     rooms.sending.forgetOptions();
     rooms.headers.forgetOptions();
     rooms.ftpPreCommands = nullptr;
@@ -107,7 +108,7 @@ void CNetRequest::perform()
     resetForPerform();
     m_rooms->handle.clearError();
     try {
-        m_rooms->demands.begin(m_rooms->url, isManaged());
+        m_rooms->begin();
         performOnce();
     } catch (const kx::CError& error) {
         tellDoneAfterFailure(*this, m_rooms->doneListener.get(), error);

@@ -10,7 +10,7 @@ void CNetRequest::setAsyncInfo(bool done, CURLcode result)
 {
     if (!done) {
         const kx::CMutexLock lock(m_rooms->outcome.getMutex());
-        m_rooms->demands.begin(m_rooms->url, isManaged());
+        m_rooms->begin();
         beginAttempt();
         m_rooms->outcome.begin(result);
         m_rooms->handle.clearError();

@@ -63,7 +63,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
         m_rooms->sending.noticeRecipients(value);
     m_rooms->headers.noticePointer(option, value);
     m_rooms->sockets.noticePointer(option, value != nullptr);
-    m_rooms->demands.noticePointer(option, value);
+    m_rooms->prerequest.noticePointer(option, value);
 }
 
 void CNetRequest::setOptionString(CURLoption option, const kx::String& value)

@@ -9,6 +9,14 @@
 
 namespace norla {
 
+// The options are set for who needs them, so that everybody else's stay what they were.
+void CNetRequest::CRooms::begin()
+{
+    demands.begin(url, run.isManaged());
+    if (demands.wantsToBeAsked())
+        prerequest.use(&CRooms::beforeRequest, this);
+}
+
 CURLcode CNetRequest::CRooms::perform()
 {
     sockets.useOwn();
@@ -83,6 +91,14 @@ int CNetRequest::CRooms::seek(void* rooms, curl_off_t offset, int origin) noexce
     bool found = false;
     self.callbackError.keepFrom([&] { found = self.sending.seek(offset, origin); });
     return found ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+}
+
+int CNetRequest::CRooms::beforeRequest(void* rooms, char* peerIP, char* localIP, int peerPort, int localPort) noexcept
+{
+    auto& self = *static_cast<CRooms*>(rooms);
+    if (self.demands.refusesConnection())
+        return CURL_PREREQFUNC_ABORT;
+    return self.prerequest.callApplications(peerIP, localIP, peerPort, localPort);
 }
 
 size_t CNetRequest::CRooms::takeHeader(char* data, size_t size, size_t count, void* rooms) noexcept

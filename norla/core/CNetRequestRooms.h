@@ -7,6 +7,7 @@
 #include "norla/core/CFirstError.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
+#include "norla/core/CPrerequest.h"
 #include "norla/core/CRequestURL.h"
 #include "norla/core/CResponse.h"
 #include "norla/core/CRunState.h"
@@ -32,8 +33,12 @@ struct CNetRequest::CRooms {
     CSentHeaders headers{handle};
     CSending sending{handle};
     CConnectionDemands demands{handle};
+    CPrerequest prerequest{handle};
     CTransferSockets sockets{handle};
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
+
+    /// A transfer begins: which connections it may go over, and who is asked about them.
+    void begin();
 
     /// Runs the transfer on this thread.
     CURLcode perform();
@@ -51,6 +56,7 @@ struct CNetRequest::CRooms {
     static size_t write(char* data, size_t size, size_t count, void* rooms) noexcept;
     static size_t read(char* buffer, size_t size, size_t count, void* rooms) noexcept;
     static int seek(void* rooms, curl_off_t offset, int origin) noexcept;
+    static int beforeRequest(void* rooms, char* peerIP, char* localIP, int peerPort, int localPort) noexcept;
     static size_t takeHeader(char* data, size_t size, size_t count, void* rooms) noexcept;
 };
 

@@ -49,21 +49,11 @@ void CTLSDemand::noticeNumber(CURLoption option, long long value) noexcept
         m_isFreshConnectSet = value != 0;
 }
 
-void CTLSDemand::noticePointer(CURLoption option, void* value) noexcept
-{
-    if (option == CURLOPT_PREREQFUNCTION)
-        m_nextCallback = reinterpret_cast<curl_prereq_callback>(value);
-    else if (option == CURLOPT_PREREQDATA)
-        m_nextData = value;
-}
-
 void CTLSDemand::forgetOptions() noexcept
 {
     m_useSSL = CURLUSESSL_NONE;
     m_clearControl = CURLFTPSSL_CCC_NONE;
     m_isFreshConnectSet = false;
-    m_nextCallback = nullptr;
-    m_nextData = nullptr;
 }
 
 bool CTLSDemand::isMade() const noexcept
@@ -86,17 +76,14 @@ bool CTLSDemand::isConnectionPlain() const noexcept
     return !m_handle.ask(CURLINFO_TLS_SSL_PTR, session) || !session || !session->internals;
 }
 
-int CTLSDemand::callback(void* demand, char* peerIP, char* localIP, int peerPort, int localPort) noexcept
+bool CTLSDemand::refusesConnection() noexcept
 {
-    auto& self = *static_cast<CTLSDemand*>(demand);
-    if (self.isMade() && self.concernsThisProtocol() && self.isConnectionPlain()) {
-        long newConnections = 0;
-        const bool isKnown = self.m_handle.ask(CURLINFO_NUM_CONNECTS, newConnections);
-        self.m_finding = isKnown && newConnections == 0 ? Finding::OldConnection : Finding::NewConnection;
-        return CURL_PREREQFUNC_ABORT;
-    }
-    return self.m_nextCallback ? self.m_nextCallback(self.m_nextData, peerIP, localIP, peerPort, localPort)
-                               : CURL_PREREQFUNC_OK;
+    if (!isMade() || !concernsThisProtocol() || !isConnectionPlain())
+        return false;
+    long newConnections = 0;
+    const bool isKnown = m_handle.ask(CURLINFO_NUM_CONNECTS, newConnections);
+    m_finding = isKnown && newConnections == 0 ? Finding::OldConnection : Finding::NewConnection;
+    return true;
 }
 
 } // namespace norla

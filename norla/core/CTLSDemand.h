@@ -10,8 +10,8 @@ class CEasyHandle;
 /// without TLS for a transfer that demands it, and then neither asks for STARTTLS nor fails (7.88 and 8.14). What is
 /// demanded is asked of every connection before the first command of the transfer itself goes out.
 ///
-/// Belongs to one easy handle, whose owner sets the options: it tells what it has set, hands over callback() with this
-/// object as its data while isMade(), and asks afterwards. Used by the thread that uses the handle.
+/// Belongs to one easy handle, whose owner sets the options: it tells what it has set, asks refusesConnection() before
+/// each request while isMade(), and what came of it afterwards. Used by the thread that uses the handle.
 ///
 /// What it cannot see: options that somebody sets on the handle itself, and that a connection through a proxy of scheme
 /// "https" is encrypted only as far as that proxy.
@@ -24,9 +24,6 @@ public:
 
     /// What the handle's owner has set. Other options than those that matter here are ignored.
     void noticeNumber(CURLoption option, long long value) noexcept;
-
-    /// The same; an application's own CURLOPT_PREREQFUNCTION is called after this one.
-    void noticePointer(CURLoption option, void* value) noexcept;
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;
@@ -46,8 +43,8 @@ public:
     /// What CURLOPT_FRESH_CONNECT was set to.
     bool isFreshConnectSet() const noexcept { return m_isFreshConnectSet; }
 
-    /// For CURLOPT_PREREQFUNCTION, with a CTLSDemand as CURLOPT_PREREQDATA.
-    static int callback(void* demand, char* peerIP, char* localIP, int peerPort, int localPort) noexcept;
+    /// Before a request goes out: whether its connection is not what is demanded, so that the attempt has to end.
+    bool refusesConnection() noexcept;
 
 private:
     enum class Finding { None, OldConnection, NewConnection };
@@ -59,8 +56,6 @@ private:
     long long m_useSSL = CURLUSESSL_NONE;
     long long m_clearControl = CURLFTPSSL_CCC_NONE;
     bool m_isFreshConnectSet = false;
-    curl_prereq_callback m_nextCallback = nullptr;
-    void* m_nextData = nullptr;
     Finding m_finding = Finding::None;
 };
 

@@ -33,12 +33,14 @@ TEST_F(CConnectionDemandsTest, setNothingForWhoDemandsNothing)
 {
     EXPECT_EQ(begin("sftp://host/"), Texts());
     EXPECT_EQ(begin("smtp://host/", true), Texts());
+    EXPECT_FALSE(m_demands.wantsToBeAsked());
 }
 
 TEST_F(CConnectionDemandsTest, watchForTLS)
 {
     m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_ALL);
-    EXPECT_EQ(begin("smtp://host/"), Texts({"PREREQFUNCTION=set", "PREREQDATA=set"}));
+    EXPECT_EQ(begin("smtp://host/"), Texts());
+    EXPECT_TRUE(m_demands.wantsToBeAsked());
     EXPECT_FALSE(m_demands.wasRefused());
     EXPECT_FALSE(m_demands.canBeginAgain());
 }
