@@ -3,6 +3,10 @@
 #include "kx/containers/TBuffer.h"
 #include "kx/text/String.h"
 
+#include <optional>
+#include <string>
+#include <string_view>
+
 namespace sela {
 
 /// Standard Base64 (RFC 4648 section 4).
@@ -14,5 +18,9 @@ KX_EXPORT kx::String base64Encode(const unsigned char* data, size_t size, bool p
 /// @param data not within the buffer
 KX_EXPORT void base64Encode(
     const unsigned char* data, size_t size, bool pad, bool breakLines, kx::TBuffer<unsigned char>& text);
+
+/// The bytes of such a text, with or without all of its "=". Nothing when it holds anything else, line ends among it, or
+/// is no text that an encoder makes.
+KX_EXPORT std::optional<std::string> base64Decode(std::string_view text);
 
 } // namespace sela

@@ -67,4 +67,20 @@ TEST(Base64Test, joinsLongTextsWithoutBreaks)
     EXPECT_EQ(encoded(std::string(300, 'x')), encoded(std::string(300, 'x'), true, true).replaceAll("\r\n", ""));
 }
 
+TEST(Base64Test, decodesWithAndWithoutPadding)
+{
+    for (const char* text : {"Zm9vYg==", "Zm9vYg"})
+        EXPECT_EQ(sela::base64Decode(text), "foob") << text;
+    EXPECT_EQ(sela::base64Decode("Zm9vYmFy"), "foobar");
+    EXPECT_EQ(sela::base64Decode("+++/"), "\xFB\xEF\xBF");
+    EXPECT_EQ(sela::base64Decode(""), "");
+}
+
+TEST(Base64Test, decodesNothingElse)
+{
+    for (const char* text : {"Zm9vYg=", "Zm9v=", "Zg===", "====", "Z", "Zm9vY", "Zm9v\n", "Zm9v YmFy", "Zm9*", "Zm-_",
+             "Zh==", "Zm9=", "Z=9v"})
+        EXPECT_EQ(sela::base64Decode(text), std::nullopt) << text;
+}
+
 } // namespace
