@@ -23,12 +23,13 @@ void CConnectionDemands::forgetOptions() noexcept
     m_tls.forgetOptions();
     m_isFreshBySelf = false;
     m_ssh.clear();
+    m_trust.clear();
 }
 
 void CConnectionDemands::begin(const CRequestURL& url, bool isManaged)
 {
     m_tls.begin();
-    const bool isFresh = needsNewSSHConnection(url, isManaged);
+    const bool isFresh = needsNewSSHConnection(url, isManaged) || needsNewTLSConnection(url, isManaged);
     if (m_isFreshBySelf || isFresh) // the first: of the last transfer
         setFresh(isFresh);
 }
@@ -43,14 +44,25 @@ void CConnectionDemands::beginAgain()
 // whatever.
 bool CConnectionDemands::needsNewSSHConnection(const CRequestURL& url, bool isManaged)
 {
-    const kx::String scheme = url.getScheme();
-    if (scheme != "sftp" && scheme != "scp")
+    if (!url.isSSH())
         return false;
     if (isManaged)
         return !m_ssh.empty();
     m_hasOtherSSHConnections = m_hasOtherSSHConnections || (m_ownSSH && *m_ownSSH != m_ssh);
     m_ownSSH = m_ssh;
     return m_hasOtherSSHConnections;
+}
+
+// libcurl compares whom two connections believe only where a connection begins with TLS, not where it is upgraded.
+bool CConnectionDemands::needsNewTLSConnection(const CRequestURL& url, bool isManaged)
+{
+    if (!m_tls.isUpgraded(url))
+        return false;
+    if (isManaged)
+        return !m_trust.empty();
+    m_hasOtherTLSConnections = m_hasOtherTLSConnections || (m_ownTrust && *m_ownTrust != m_trust);
+    m_ownTrust = m_trust;
+    return m_hasOtherTLSConnections;
 }
 
 void CConnectionDemands::setFresh(bool fresh)

@@ -26,6 +26,10 @@ public:
     void noticeNumber(CURLoption option, long long value) noexcept { m_tls.noticeNumber(option, value); }
     void noticeText(CURLoption option, const std::string& bytes);
 
+    /// @param trust all that matters of how the two sides of a TLS connection prove who they are; empty for nothing
+    /// special
+    void noticeTrust(const std::string& trust) { m_trust = trust; }
+
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;
 
@@ -49,6 +53,7 @@ public:
 
 private:
     bool needsNewSSHConnection(const CRequestURL& url, bool isManaged);
+    bool needsNewTLSConnection(const CRequestURL& url, bool isManaged);
     void setFresh(bool fresh);
 
     CEasyHandle& m_handle;
@@ -56,6 +61,9 @@ private:
     kx::TMap<CURLoption, std::string> m_ssh;                   // what the server of an SSH connection has to prove
     std::optional<kx::TMap<CURLoption, std::string>> m_ownSSH; // of the connections that the request makes by itself
     bool m_hasOtherSSHConnections = false;                     // which were made under other demands
+    std::string m_trust;                                       // whom a TLS connection believes
+    std::optional<std::string> m_ownTrust;                     // as for SSH
+    bool m_hasOtherTLSConnections = false;                     // the same
     bool m_isFreshBySelf = false;                              // CURLOPT_FRESH_CONNECT
 };
 

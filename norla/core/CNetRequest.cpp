@@ -58,6 +58,8 @@ void CNetRequest::reset()
     rooms.sockets.forgetOptions();
     rooms.demands.forgetOptions();
     rooms.prerequest.forgetOptions();
+    rooms.tls.forgetOptions();
+    rooms.keyPassword.forgetOptions();
     rooms.sending.forgetOptions();
     rooms.headers.forgetOptions();
     rooms.ftpPreCommands = nullptr;
@@ -126,7 +128,7 @@ void CNetRequest::performOnce()
     m_rooms->callbackError.throwIt();
     // Taken now, because asking for the response code clears the error buffer.
     if (result != CURLE_OK) {
-        const kx::String message = getErrorMessage();
+        const kx::String message = m_rooms->failureMessage(result);
         throwError(result, getResponseCodeDomain(), getResponseCode(), message);
     }
     if (!m_rooms->url.isHTTP())

@@ -64,6 +64,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     m_rooms->headers.noticePointer(option, value);
     m_rooms->sockets.noticePointer(option, value != nullptr);
     m_rooms->prerequest.noticePointer(option, value);
+    m_rooms->tls.noticePointer(option, value != nullptr);
 }
 
 void CNetRequest::setOptionString(CURLoption option, const kx::String& value)

@@ -12,6 +12,8 @@ namespace norla {
 // The options are set for who needs them, so that everybody else's stay what they were.
 void CNetRequest::CRooms::begin()
 {
+    tls.begin();
+    keyPassword.begin(url);
     demands.begin(url, run.isManaged());
     if (demands.wantsToBeAsked())
         prerequest.use(&CRooms::beforeRequest, this);
@@ -50,6 +52,13 @@ void CNetRequest::CRooms::noticeEnd(CURLcode result)
             CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, ""));
 }
 
+kx::String CNetRequest::CRooms::failureMessage(CURLcode result) const
+{
+    const kx::String message = handle.getErrorMessage();
+    const kx::String explanation = tls.explain(result, message);
+    return message.isEmpty() || explanation.isEmpty() ? message + explanation : message + "; " + explanation;
+}
+
 void CNetRequest::CRooms::recordOutcome(CURLcode result)
 {
     // Until it is known, so that an end which cannot be recorded is never taken for a success.
@@ -58,7 +67,7 @@ void CNetRequest::CRooms::recordOutcome(CURLcode result)
     const bool isRefused = result == CURLE_OK && url.toString().startsWith("http")
         && !isHTTPSuccess(handle.getLong(CURLINFO_RESPONSE_CODE));
     if (isRefused || result != CURLE_OK)
-        outcome.set(isRefused ? CURLE_HTTP_RETURNED_ERROR : result, handle.getErrorMessage());
+        outcome.set(isRefused ? CURLE_HTTP_RETURNED_ERROR : result, failureMessage(result));
     else if (!callbackError.isThere())
         outcome.set(CURLE_OK, kx::String());
 }

@@ -5,6 +5,7 @@
 #include "norla/core/CConnectionDemands.h"
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CFirstError.h"
+#include "norla/core/CKeyPassword.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/core/CPrerequest.h"
@@ -13,6 +14,7 @@
 #include "norla/core/CRunState.h"
 #include "norla/core/CSending.h"
 #include "norla/core/CSentHeaders.h"
+#include "norla/core/CTLSTrust.h"
 #include "norla/core/CTransferSockets.h"
 
 namespace norla {
@@ -35,9 +37,12 @@ struct CNetRequest::CRooms {
     CConnectionDemands demands{handle};
     CPrerequest prerequest{handle};
     CTransferSockets sockets{handle};
+    CTLSTrust tls{handle};
+    CKeyPassword keyPassword{handle};
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
 
-    /// A transfer begins: which connections it may go over, and who is asked about them.
+    /// A transfer begins: the options that depend on what it is, which connections it may go over, and who is asked
+    /// about them.
     void begin();
 
     /// Runs the transfer on this thread.
@@ -46,6 +51,9 @@ struct CNetRequest::CRooms {
     /// With the result, before anything is told: notices what libcurl does not say of it, or keeps for the next
     /// transfer.
     void noticeEnd(CURLcode result);
+
+    /// What libcurl says about the failure, and what is known beside.
+    kx::String failureMessage(CURLcode result) const;
 
     /// How the transfer has ended that somebody else has driven.
     void recordOutcome(CURLcode result);

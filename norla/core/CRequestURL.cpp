@@ -44,4 +44,10 @@ kx::String CRequestURL::getScheme() const
     return colon == kx::String::npos ? kx::String() : m_url.substr(0, colon).toLower();
 }
 
+bool CRequestURL::isSSH() const
+{
+    const kx::String scheme = getScheme();
+    return scheme == "sftp" || scheme == "scp";
+}
+
 } // namespace norla

@@ -22,6 +22,9 @@ public:
     bool isHTTP() const noexcept { return m_isHTTP; }
     bool isMail() const noexcept { return m_isMail; }
 
+    /// SFTP and SCP.
+    bool isSSH() const;
+
 private:
     kx::String m_url;
     kx::String m_domain;

@@ -1,6 +1,7 @@
 #include "norla/core/CTLSDemand.h"
 
 #include "norla/core/CEasyHandle.h"
+#include "norla/core/CRequestURL.h"
 
 #include <algorithm>
 #include <array>
@@ -19,7 +20,7 @@ constexpr bool isSameLetter(char one, char other) noexcept
     return lower(one) == lower(other);
 }
 
-bool isUpgraded(std::string_view scheme) noexcept
+bool isUpgradedScheme(std::string_view scheme) noexcept
 {
     return std::any_of(upgradedSchemes.begin(), upgradedSchemes.end(), [scheme](std::string_view candidate) {
         return std::equal(candidate.begin(), candidate.end(), scheme.begin(), scheme.end(), isSameLetter);
@@ -61,12 +62,17 @@ bool CTLSDemand::isMade() const noexcept
     return m_useSSL >= CURLUSESSL_CONTROL && m_clearControl == CURLFTPSSL_CCC_NONE;
 }
 
+bool CTLSDemand::isUpgraded(const CRequestURL& url) const
+{
+    return m_useSSL > CURLUSESSL_NONE && isUpgradedScheme(url.getScheme().toDisplayUTF8());
+}
+
 bool CTLSDemand::concernsThisProtocol() const noexcept
 {
     // The URL in use, after redirects. A proxy may be spoken to in another protocol than the URL's: what was to be
     // encrypted is in the clear then all the same.
     const std::string_view url = textOf(m_handle, CURLINFO_EFFECTIVE_URL);
-    return isUpgraded(url.substr(0, url.find(':'))) || isUpgraded(textOf(m_handle, CURLINFO_SCHEME));
+    return isUpgradedScheme(url.substr(0, url.find(':'))) || isUpgradedScheme(textOf(m_handle, CURLINFO_SCHEME));
 }
 
 // Of FTP's two connections this is the one for commands. libcurl secures the other one, or not, as the option says.

@@ -5,6 +5,7 @@
 namespace norla {
 
 class CEasyHandle;
+class CRequestURL;
 
 /// Whether a transfer has to be encrypted (CURLOPT_USE_SSL), and the watch that it is: libcurl takes an idle connection
 /// without TLS for a transfer that demands it, and then neither asks for STARTTLS nor fails (7.88 and 8.14). What is
@@ -30,6 +31,9 @@ public:
 
     /// CURLUSESSL_CONTROL or more, and FTP's control connection is not to become plain again (CURLOPT_FTP_SSL_CCC).
     bool isMade() const noexcept;
+
+    /// Whether the URL's protocol begins in plain text and is to be upgraded (CURLOPT_USE_SSL).
+    bool isUpgraded(const CRequestURL& url) const;
 
     /// An attempt begins.
     void begin() noexcept { m_finding = Finding::None; }

@@ -4,6 +4,7 @@
 
 #include <openssl/bio.h>
 #include <openssl/pem.h>
+#include <openssl/pkcs12.h>
 #include <openssl/rand.h>
 #include <openssl/x509v3.h>
 
@@ -54,6 +55,25 @@ void CIdentity::writeKey(const std::filesystem::path& file) const
     const BIOPointer stream = openForWriting(file);
     checkOpenSSL(
         PEM_write_bio_PrivateKey(stream.get(), m_key.get(), nullptr, nullptr, 0, nullptr, nullptr), file.c_str());
+}
+
+void CIdentity::writeKey(const std::filesystem::path& file, const std::string& password) const
+{
+    const BIOPointer stream = openForWriting(file);
+    checkOpenSSL(PEM_write_bio_PrivateKey(stream.get(), m_key.get(), EVP_aes_256_cbc(),
+                     reinterpret_cast<const unsigned char*>(password.data()), static_cast<int>(password.size()),
+                     nullptr, nullptr),
+        file.c_str());
+}
+
+void CIdentity::writePKCS12(const std::filesystem::path& file, const std::string& password) const
+{
+    const std::unique_ptr<PKCS12, decltype(&PKCS12_free)> store(
+        checkedOpenSSL(
+            PKCS12_create(password.c_str(), "identity", m_key.get(), m_certificate.get(), nullptr, 0, 0, 0, 0, 0),
+            "PKCS12_create"),
+        &PKCS12_free);
+    checkOpenSSL(i2d_PKCS12_bio(openForWriting(file).get(), store.get()), file.c_str());
 }
 
 void CIdentity::setNames(const CSettings& settings, const CIdentity& issuer)

@@ -32,6 +32,12 @@ public:
     void writeCertificate(const std::filesystem::path& file) const;
     void writeKey(const std::filesystem::path& file) const;
 
+    /// Writes the private key in PEM, encrypted.
+    void writeKey(const std::filesystem::path& file, const std::string& password) const;
+
+    /// Writes both as PKCS#12.
+    void writePKCS12(const std::filesystem::path& file, const std::string& password) const;
+
 private:
     void setNames(const CSettings& settings, const CIdentity& issuer);
     void setValidity(const CSettings& settings);

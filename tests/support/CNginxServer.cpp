@@ -38,6 +38,16 @@ std::string CNginxServer::expiredURL(std::string_view path) const
     return loopbackURL("https", m_ports[Expired], path);
 }
 
+std::string CNginxServer::mutualURL(std::string_view path) const
+{
+    return loopbackURL("https", m_ports[Mutual], path);
+}
+
+std::string CNginxServer::oldTLSURL(std::string_view path) const
+{
+    return loopbackURL("https", m_ports[OldTLS], path);
+}
+
 unsigned short CNginxServer::getPort() const
 {
     return m_ports[Plain];
@@ -97,6 +107,9 @@ void CNginxServer::writeConfiguration() const
         {"HTTPS_PORT", std::to_string(m_ports[Secure])},
         {"WRONG_HOST_PORT", std::to_string(m_ports[WrongHost])},
         {"EXPIRED_PORT", std::to_string(m_ports[Expired])},
+        {"MUTUAL_PORT", std::to_string(m_ports[Mutual])},
+        {"OLD_TLS_PORT", std::to_string(m_ports[OldTLS])},
+        {"CA_CERTIFICATE", certificates.caFile()},
         {"SERVER_CERTIFICATE", certificates.serverCertificate()},
         {"SERVER_KEY", certificates.serverKey()},
         {"WRONG_HOST_CERTIFICATE", certificates.wrongHostCertificate()},

@@ -53,6 +53,14 @@ public:
     /// As httpsURL(), with the expired certificate.
     std::string expiredURL(std::string_view path = "/") const;
 
+    /// As httpsURL(), without HTTP/2 and with TLS 1.3 too, for those alone who show a certificate of
+    /// CTestCertificates::caFile(). /client answers with the
+    /// certificate's subject, such as "CN=client".
+    std::string mutualURL(std::string_view path = "/") const;
+
+    /// As httpsURL(), with nothing newer than TLS 1.1.
+    std::string oldTLSURL(std::string_view path = "/") const;
+
     unsigned short getPort() const;
     unsigned short getHTTPSPort() const;
 
@@ -73,7 +81,7 @@ public:
     std::string lastAccess() const;
 
 private:
-    enum Listener { Plain, Secure, WrongHost, Expired, ListenerCount };
+    enum Listener { Plain, Secure, WrongHost, Expired, Mutual, OldTLS, ListenerCount };
 
     void writeFiles() const;
     void writeConfiguration() const;

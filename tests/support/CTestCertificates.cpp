@@ -27,7 +27,11 @@ CTestCertificates::CTestCertificates()
     write(CIdentity({.commonName = "localhost", .subjectAltName = localNames, .validFrom = -2 * day, .validTo = -day},
               &authority),
         "expired");
-    write(CIdentity({.commonName = "client"}, &authority), "client");
+    const CIdentity client({.commonName = "client"}, &authority);
+    write(client, "client");
+    const char* const password = "open sesame";
+    client.writeKey(encryptedClientKey(), password);
+    client.writePKCS12(clientPKCS12(), password);
 }
 
 std::filesystem::path CTestCertificates::caFile() const
@@ -78,6 +82,16 @@ std::filesystem::path CTestCertificates::clientCertificate() const
 std::filesystem::path CTestCertificates::clientKey() const
 {
     return key("client");
+}
+
+std::filesystem::path CTestCertificates::encryptedClientKey() const
+{
+    return key("client-encrypted");
+}
+
+std::filesystem::path CTestCertificates::clientPKCS12() const
+{
+    return m_folder.path() / "client.p12";
 }
 
 void CTestCertificates::write(const CIdentity& identity, const std::string& name) const

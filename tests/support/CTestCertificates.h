@@ -38,6 +38,10 @@ public:
     std::filesystem::path clientCertificate() const;
     std::filesystem::path clientKey() const;
 
+    /// The same key in PEM, encrypted, and both as PKCS#12, with the password "open sesame".
+    std::filesystem::path encryptedClientKey() const;
+    std::filesystem::path clientPKCS12() const;
+
 private:
     CTestCertificates();
 

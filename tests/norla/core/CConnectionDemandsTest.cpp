@@ -84,6 +84,37 @@ TEST_F(CConnectionDemandsTest, takeTheApplicationsFreshConnectionsNotBack)
     EXPECT_EQ(begin("http://host/", true), m_fresh);
 }
 
+TEST_F(CConnectionDemandsTest, ofTLSThatHaveChangedWantNewConnectionsWhereThoseAreUpgraded)
+{
+    m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_TRY);
+    EXPECT_EQ(begin("smtp://host/"), Texts());
+    m_demands.noticeTrust("these");
+    EXPECT_EQ(begin("smtp://host/"), m_fresh);
+    EXPECT_EQ(begin("smtps://host/"), m_any);
+    EXPECT_EQ(begin("ftp://host/"), m_fresh);
+}
+
+TEST_F(CConnectionDemandsTest, ofTLSHoldForTheRequestsOwnConnections)
+{
+    m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_TRY);
+    m_demands.noticeTrust("these");
+    EXPECT_EQ(begin("smtp://host/"), Texts());
+    m_demands.noticeTrust("these");
+    EXPECT_EQ(begin("smtp://host/"), Texts());
+}
+
+TEST_F(CConnectionDemandsTest, ofTLSWantNewConnectionsInAManagerWhereThoseAreUpgraded)
+{
+    m_demands.noticeTrust("these");
+    EXPECT_EQ(begin("smtp://host/", true), Texts()) << "in plain text";
+    m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_TRY);
+    EXPECT_EQ(begin("smtp://host/", true), m_fresh);
+    EXPECT_EQ(begin("https://host/", true), m_any);
+    m_demands.forgetOptions();
+    m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_TRY);
+    EXPECT_EQ(begin("smtp://host/", true), Texts());
+}
+
 TEST_F(CConnectionDemandsTest, doNotMindOtherTexts)
 {
     m_demands.noticeText(CURLOPT_USERNAME, "name");
