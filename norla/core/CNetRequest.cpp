@@ -77,6 +77,7 @@ void CNetRequest::resetForPerform()
 
 void CNetRequest::beginAttempt()
 {
+    m_rooms->form.begin();
     m_rooms->headers.begin();
     m_rooms->callbackError.forget();
     m_rooms->sending.begin();

@@ -5,6 +5,7 @@
 #include "norla/core/CConnectionDemands.h"
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CFirstError.h"
+#include "norla/core/CFormSending.h"
 #include "norla/core/CKeyPassword.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
@@ -34,6 +35,7 @@ struct CNetRequest::CRooms {
     kx::P<CNetStringList> ftpPostCommands;
     CSentHeaders headers{handle};
     CSending sending{handle};
+    CFormSending form{sending, headers};
     CConnectionDemands demands{handle};
     CPrerequest prerequest{handle};
     CTransferSockets sockets{handle};

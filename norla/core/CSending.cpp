@@ -155,9 +155,14 @@ void CSending::useSource(IDataSource* source)
 // In place of what there was, with its size.
 void CSending::useBody(kx::IInStream* stream, long long size)
 {
+    setSizedSource(kx::newObj<CNetRequest::CStreamDataSource>(stream).get(), size);
+}
+
+void CSending::setSizedSource(IDataSource* source, long long size)
+{
     if (m_copiedBody)
         forgetSizeOfOwnBody();
-    useSource(kx::newObj<CNetRequest::CStreamDataSource>(stream).get());
+    useSource(source);
     setSize(size);
     m_isSizeOfOwnBody = true;
 }

@@ -46,6 +46,12 @@ public:
 
     /// As in CNetRequest.
     void setSource(IDataSource* source);
+
+    /// A source whose size belongs to it: it is forgotten with the source.
+    /// @param size in bytes; -1 when unknown
+    void setSizedSource(IDataSource* source, long long size);
+    bool hasSource(const IDataSource& source) const noexcept { return m_source.get() == &source; }
+
     void setBuffer(const CNetRequest::Buffer& buffer);
     void setText(const kx::String& text);
     void setSize(long long size);
