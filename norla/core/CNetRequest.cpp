@@ -61,6 +61,8 @@ void CNetRequest::reset()
     rooms.tls.forgetOptions();
     rooms.keyPassword.forgetOptions();
     rooms.sending.forgetOptions();
+    rooms.token.forgetOptions();
+    rooms.unpacking.forgetOptions();
     rooms.headers.forgetOptions();
     rooms.ftpPreCommands = nullptr;
     rooms.ftpPostCommands = nullptr;
@@ -81,6 +83,7 @@ void CNetRequest::beginAttempt()
     m_rooms->headers.begin();
     m_rooms->callbackError.forget();
     m_rooms->sending.begin();
+    m_rooms->unpacking.begin();
     m_rooms->response.begin();
     m_rooms->response.beginBody();
     m_rooms->sending.rewind();

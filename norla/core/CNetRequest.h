@@ -91,17 +91,23 @@ public:
     /// How long may be waited for what; errors then say for what, and how long.
     void setDeadlines(const CDeadlines& deadlines);
 
-    /// Sent to the URL's host as "Authorization: Bearer", and as SASL's OAUTHBEARER to mail servers; empty for none.
+    /// Sent to the URL's host as "Authorization: Bearer", not to another one where it redirects to, and as SASL's
+    /// OAUTHBEARER to mail servers, which want setUserName() too. Goes before setHTTPAuthMethods(), whichever comes
+    /// first. Empty for none, and the methods set by that again.
     /// @throws kx::CInvalidArgError when it holds anything but the characters of RFC 6750, section 2.1
     void setBearerToken(const kx::String& token);
 
     /// Where cookies come from and go to. Null for none; a reference is kept until reset().
     void setCookieJar(CCookieJar* jar);
 
-    /// Asks for a compressed answer and unpacks it; of one that grows beyond all measure it is an error.
+    /// Asks for a compressed answer and unpacks it; of one that grows beyond all measure it is an error
+    /// (CURLE_FILESIZE_EXCEEDED). Replaces what was set before; goes with reset().
+    /// @throws kx::CInvalidArgError naming an encoding that is none or that this libcurl cannot unpack; for a negative
+    /// limit
     void setAcceptEncoding(const CAcceptEncoding& options);
 
-    /// Sends a form as multipart/form-data, with POST. Null for none; a reference is kept until reset().
+    /// Sends a form as multipart/form-data, with POST, with the parts that it has when a transfer begins. Null for none,
+    /// and the method that was set before; another body takes its place. A reference is kept until reset().
     void setFormData(CFormData* form);
 
     /// Runs the transfer and blocks until its end.

@@ -1,4 +1,4 @@
-// What a request sends of forms, and asks for of answers.
+// What a request sends and asks for beyond libcurl's options: forms, tokens, compressed answers.
 
 #include "norla/core/CNetRequestRooms.h"
 
@@ -7,6 +7,16 @@ namespace norla {
 void CNetRequest::setFormData(CFormData* form)
 {
     m_rooms->form.set(form);
+}
+
+void CNetRequest::setBearerToken(const kx::String& token)
+{
+    m_rooms->token.set(token);
+}
+
+void CNetRequest::setAcceptEncoding(const CAcceptEncoding& options)
+{
+    m_rooms->unpacking.set(options);
 }
 
 } // namespace norla

@@ -40,7 +40,11 @@ void CNetRequest::setOptionInt(CURLoption option, int value)
     requireOptionTakes(option, OptionValue::number, "CNetRequest::setOptionInt");
     if (option == CURLOPT_POSTFIELDSIZE)
         m_rooms->sending.requireWithinCopiedBody(value);
-    m_rooms->handle.set(option, static_cast<long>(value));
+    if (option == CURLOPT_HTTPAUTH)
+        m_rooms->token.setMethods(value);
+    else
+        m_rooms->handle.set(option, static_cast<long>(value));
+    m_rooms->unpacking.noticeNumber(option, value);
     m_rooms->demands.noticeNumber(option, value);
 }
 
@@ -125,8 +129,7 @@ void CNetRequest::setKeepPostOnRedirect(bool keep)
 
 void CNetRequest::setHTTPAuthMethods(unsigned int mask)
 {
-    m_rooms->handle.set(
-        CURLOPT_HTTPAUTH, static_cast<long>(mask)); // the highest bit is in use: an int would not hold it
+    m_rooms->token.setMethods(static_cast<long>(mask)); // the highest bit is in use: an int would not hold it
 }
 
 void CNetRequest::setFTPUseSSL(int useSSL)

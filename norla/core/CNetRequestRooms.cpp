@@ -77,6 +77,7 @@ size_t CNetRequest::CRooms::write(char* data, size_t size, size_t count, void* r
     auto& self = *static_cast<CRooms*>(rooms);
     const size_t total = size * count;
     const bool taken = self.callbackError.keepFrom([&self, data, total] {
+        self.unpacking.take(total);
         self.response.takeBody(
             reinterpret_cast<const unsigned char*>(data), static_cast<int>(total), self.url, self.sending.getMethod());
     });

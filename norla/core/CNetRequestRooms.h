@@ -2,6 +2,7 @@
 
 #include "kx/containers/TList.h"
 #include "norla/core/CAsyncOutcome.h"
+#include "norla/core/CBearerToken.h"
 #include "norla/core/CConnectionDemands.h"
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CFirstError.h"
@@ -17,6 +18,7 @@
 #include "norla/core/CSentHeaders.h"
 #include "norla/core/CTLSTrust.h"
 #include "norla/core/CTransferSockets.h"
+#include "norla/core/CUnpackingLimits.h"
 
 namespace norla {
 
@@ -36,6 +38,8 @@ struct CNetRequest::CRooms {
     CSentHeaders headers{handle};
     CSending sending{handle};
     CFormSending form{sending, headers};
+    CBearerToken token{handle};
+    CUnpackingLimits unpacking{handle};
     CConnectionDemands demands{handle};
     CPrerequest prerequest{handle};
     CTransferSockets sockets{handle};
