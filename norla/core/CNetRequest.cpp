@@ -84,6 +84,7 @@ void CNetRequest::beginAttempt()
     m_rooms->callbackError.forget();
     m_rooms->sending.begin();
     m_rooms->unpacking.begin();
+    m_rooms->record.forget();
     m_rooms->response.begin();
     m_rooms->response.beginBody();
     m_rooms->sending.rewind();
@@ -149,6 +150,7 @@ bool CNetRequest::beginSecondAttempt()
     return m_rooms->callbackError.keepFrom([this] {
         beginAttempt();
         m_rooms->demands.beginAgain();
+        m_rooms->record.begin();
         m_rooms->handle.clearError();
     });
 }

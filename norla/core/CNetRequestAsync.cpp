@@ -13,6 +13,7 @@ void CNetRequest::setAsyncInfo(bool done, CURLcode result)
         m_rooms->begin();
         beginAttempt();
         m_rooms->outcome.begin(result);
+        m_rooms->record.begin();
         m_rooms->handle.clearError();
         return;
     }

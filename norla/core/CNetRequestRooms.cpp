@@ -22,10 +22,12 @@ void CNetRequest::CRooms::begin()
 CURLcode CNetRequest::CRooms::perform()
 {
     sockets.useOwn();
+    record.begin();
     const CSigPipeBlock block;
     const CRunState::CPerforming performing(run);
     const CURLcode result = curl_easy_perform(handle.get());
     dropConnectionAfter(result);
+    record.end();
     return result;
 }
 
@@ -61,6 +63,7 @@ kx::String CNetRequest::CRooms::failureMessage(CURLcode result) const
 
 void CNetRequest::CRooms::recordOutcome(CURLcode result)
 {
+    record.end();
     // Until it is known, so that an end which cannot be recorded is never taken for a success.
     outcome.set(result != CURLE_OK ? result : CURLE_ABORTED_BY_CALLBACK, kx::String());
     noticeEnd(result);
@@ -115,6 +118,7 @@ size_t CNetRequest::CRooms::takeHeader(char* data, size_t size, size_t count, vo
 {
     auto& self = *static_cast<CRooms*>(rooms);
     const size_t length = size * count;
+    self.record.noticeLine({data, length}, self.url.isHTTP());
     try {
         self.response.takeLine({data, length}, self.url);
     } catch (const std::exception& error) {

@@ -17,6 +17,7 @@
 #include "norla/core/CSending.h"
 #include "norla/core/CSentHeaders.h"
 #include "norla/core/CTLSTrust.h"
+#include "norla/core/CTransferRecord.h"
 #include "norla/core/CTransferSockets.h"
 #include "norla/core/CUnpackingLimits.h"
 
@@ -45,6 +46,7 @@ struct CNetRequest::CRooms {
     CTransferSockets sockets{handle};
     CTLSTrust tls{handle};
     CKeyPassword keyPassword{handle};
+    CTransferRecord record{handle};
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
 
     /// A transfer begins: the options that depend on what it is, which connections it may go over, and who is asked

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "norla/core/CTransferInfo.h"
+#include "sela/CTLSSession.h"
+
+#include <curl/curl.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace norla {
+
+class CEasyHandle;
+
+/// What is to be known of a transfer behind its end: libcurl's figures, which stay with its handle, and beside them
+/// what has to be asked while the connection lives. Sets no option and leaves libcurl's error text alone. Used by the
+/// thread of the transfer, and after its end by whoever asks.
+class CTransferRecord {
+public:
+    /// @param handle outlives this object
+    explicit CTransferRecord(const CEasyHandle& handle) noexcept;
+    CTransferRecord(const CTransferRecord&) = delete;
+    CTransferRecord& operator=(const CTransferRecord&) = delete;
+
+    /// There is no transfer to tell of.
+    void forget() noexcept;
+
+    /// libcurl is about to start the transfer.
+    void begin() noexcept;
+
+    /// A header or reply line, as it came.
+    /// @param isHTTP whether the transfer is one of HTTP: its header fields are of no interest here
+    void noticeLine(std::string_view line, bool isHTTP) noexcept;
+
+    /// The transfer has ended, with whatever result.
+    void end() noexcept;
+
+    CTransferInfo getInfo() const;
+
+    /// How far the transfer has come, or had come at its end.
+    TransferPhase getPhase() const;
+
+    /// Since the last hop has begun, redirects and rounds of a login left out; and since the transfer has.
+    long long getHopMicroseconds() const noexcept;
+    long long getTotalMicroseconds() const noexcept;
+
+    /// The address that was or is fetched, as libcurl has it: with a login, if it has one. Empty before a transfer.
+    std::string getURL() const;
+
+private:
+    enum class State { None, Running, Ended };
+
+    // libcurl adds up what the hops of a transfer take: how far the last one is, the difference to those before tells.
+    struct CMoments {
+        curl_off_t hop = 0; // when it began, 0: the first one
+        curl_off_t lookup = 0;
+        curl_off_t encryption = 0;
+        curl_off_t request = 0;
+        long connections = 0;
+    };
+
+    // Of FTP and mail, where libcurl counts the connection for commands again with each other one.
+    struct CReplies {
+        bool areThere = false;
+        long connections = 0; // that were made before the first of them
+        curl_off_t connect = 0;
+        curl_off_t encryption = 0;
+        int greetings = 0;
+        int agreements = 0;
+        bool areAfterLogin = false;
+        bool startTLS = false;
+    };
+
+    CMoments askMoments() const noexcept;
+    void noticeStatusLine(std::string_view line) noexcept;
+    void noticeReplyLine(std::string_view line) noexcept;
+    void noticeStatus(std::string_view status, bool isLastLine) noexcept;
+    void noticeTLS() noexcept;
+    TransferPhase phaseBeforeRequest(const CMoments& now) const;
+    TransferPhase phaseAfterRequest() const;
+    CTransferInfo::CTimes getTimes() const;
+    std::optional<CTransferInfo::CTLS> getTLS() const;
+    std::string getScheme() const;
+    kx::String getProtocol() const;
+    int getRedirects() const noexcept;
+    bool isConnectionReused() const noexcept;
+
+    const CEasyHandle& m_handle;
+    State m_state = State::None;
+    CMoments m_answered;      // when the last answer of HTTP began
+    bool m_hasAnswer = false; // whether there was one
+    bool m_isRedirect = false;
+    int m_redirects = 0; // that were followed and answered
+    CReplies m_replies;
+    sela::CTLSSession m_tls;
+    std::string m_url; // at the end
+};
+
+} // namespace norla
