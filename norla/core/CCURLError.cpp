@@ -43,10 +43,17 @@ CCURLError::CCURLError(CURLcode code, const kx::String& message, const kx::Strin
 
 CCURLError::CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
     const kx::String& serverMessage, const kx::String& serverReply)
+    : CCURLError(code, message, responseCodeDomain, responseCode, serverMessage, serverReply, CFailureDetails())
+{
+}
+
+CCURLError::CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
+    const kx::String& serverMessage, const kx::String& serverReply, const CFailureDetails& details)
     : CError(composed(orText(curl_easy_strerror(code), "invalid CURL easy error code"), message, responseCodeDomain,
                  responseCode),
         "curl", code, propsOf(responseCodeDomain, responseCode, serverMessage))
     , m_serverReply(serverReply)
+    , m_details(details)
 {
 }
 

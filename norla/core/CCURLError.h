@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kx/base/CError.h"
+#include "norla/core/CFailureDetails.h"
 
 #include <curl/curl.h>
 
@@ -23,6 +24,10 @@ public:
     CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
         const kx::String& serverMessage, const kx::String& serverReply);
 
+    /// The same with what getDetails() answers.
+    CCURLError(CURLcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
+        const kx::String& serverMessage, const kx::String& serverReply, const CFailureDetails& details);
+
     /// The same for the multi interface.
     CCURLError(CURLMcode code, const kx::String& message, const kx::String& responseCodeDomain, int responseCode,
         const kx::String& serverMessage);
@@ -36,11 +41,15 @@ public:
     /// before a TLS failure ("220 Ready to start TLS").
     const kx::String& getServerReply() const noexcept { return m_serverReply; }
 
+    /// Where the transfer was. Nothing is known of an error that is none of a transfer, such as a refused option.
+    const CFailureDetails& getDetails() const noexcept { return m_details; }
+
     kx::P<kx::CError> clone() const override;
     [[noreturn]] void throwClone() const override;
 
 private:
     kx::String m_serverReply;
+    CFailureDetails m_details;
 };
 
 } // namespace norla

@@ -15,12 +15,12 @@ namespace {
 
 // For what is said beside a failure, which itself must be told whatever happens.
 template <typename TRead>
-kx::String emptyIfItFails(TRead read) noexcept
+auto emptyIfItFails(TRead read) noexcept
 {
     try {
         return read();
     } catch (const std::exception&) {
-        return kx::String();
+        return decltype(read())();
     }
 }
 
@@ -60,6 +60,7 @@ void CNetRequest::reset()
     rooms.prerequest.forgetOptions();
     rooms.tls.forgetOptions();
     rooms.keyPassword.forgetOptions();
+    rooms.limits.forgetOptions();
     rooms.sending.forgetOptions();
     rooms.token.forgetOptions();
     rooms.unpacking.forgetOptions();
@@ -133,7 +134,7 @@ void CNetRequest::performOnce()
     m_rooms->callbackError.throwIt();
     // Taken now, because asking for the response code clears the error buffer.
     if (result != CURLE_OK) {
-        const kx::String message = m_rooms->failureMessage(result);
+        const kx::String message = m_rooms->failureText(result);
         throwError(result, getResponseCodeDomain(), getResponseCode(), message);
     }
     if (!m_rooms->url.isHTTP())
@@ -166,7 +167,8 @@ void CNetRequest::throwError(
     const CResponse& response = m_rooms->response;
     throw CCURLError(code, message.isEmpty() ? getErrorMessage() : message, responseCodeDomain, responseCode,
         emptyIfItFails([&] { return response.getServerMessage(responseCodeDomain, responseCode); }),
-        emptyIfItFails([&] { return response.getRefusal(); }));
+        emptyIfItFails([&] { return response.getRefusal(); }),
+        emptyIfItFails([&] { return m_rooms->failureDetails(code); }));
 }
 
 kx::String CNetRequest::getServerErrorMessageFromResponseData(

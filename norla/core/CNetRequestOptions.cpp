@@ -46,6 +46,7 @@ void CNetRequest::setOptionInt(CURLoption option, int value)
         m_rooms->handle.set(option, static_cast<long>(value));
     m_rooms->unpacking.noticeNumber(option, value);
     m_rooms->demands.noticeNumber(option, value);
+    m_rooms->limits.noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionInt64(CURLoption option, long long value)
@@ -55,6 +56,7 @@ void CNetRequest::setOptionInt64(CURLoption option, long long value)
         m_rooms->sending.requireWithinCopiedBody(value);
     m_rooms->handle.set(option, static_cast<curl_off_t>(value));
     m_rooms->demands.noticeNumber(option, value);
+    m_rooms->limits.noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionPtr(CURLoption option, void* value)

@@ -45,20 +45,13 @@ void CNetRequest::CRooms::noticeEnd(CURLcode result)
 {
     if (demands.wasRefused())
         callbackError.keep(CCURLError(CURLE_USE_SSL_FAILED, "the connection is not encrypted although TLS is demanded",
-            url.getResponseCodeDomain(), 0, ""));
+            url.getResponseCodeDomain(), 0, "", "", failureDetails(CURLE_USE_SSL_FAILED)));
     if (result == CURLE_SEND_FAIL_REWIND)
         sending.noticeFailedRewind();
     // Without recipients libcurl says HELP in place of sending the mail, and is content when the server answers.
     if (result == CURLE_OK && url.isMail() && sending.isUnsentMail())
-        callbackError.keep(
-            CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, ""));
-}
-
-kx::String CNetRequest::CRooms::failureMessage(CURLcode result) const
-{
-    const kx::String message = handle.getErrorMessage();
-    const kx::String explanation = tls.explain(result, message);
-    return message.isEmpty() || explanation.isEmpty() ? message + explanation : message + "; " + explanation;
+        callbackError.keep(CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, "",
+            "", failureDetails(CURLE_SEND_ERROR)));
 }
 
 void CNetRequest::CRooms::recordOutcome(CURLcode result)
@@ -70,7 +63,7 @@ void CNetRequest::CRooms::recordOutcome(CURLcode result)
     const bool isRefused = result == CURLE_OK && url.toString().startsWith("http")
         && !isHTTPSuccess(handle.getLong(CURLINFO_RESPONSE_CODE));
     if (isRefused || result != CURLE_OK)
-        outcome.set(isRefused ? CURLE_HTTP_RETURNED_ERROR : result, failureMessage(result));
+        outcome.set(isRefused ? CURLE_HTTP_RETURNED_ERROR : result, failureText(result));
     else if (!callbackError.isThere())
         outcome.set(CURLE_OK, kx::String());
 }

@@ -17,6 +17,7 @@
 #include "norla/core/CSending.h"
 #include "norla/core/CSentHeaders.h"
 #include "norla/core/CTLSTrust.h"
+#include "norla/core/CTransferLimits.h"
 #include "norla/core/CTransferRecord.h"
 #include "norla/core/CTransferSockets.h"
 #include "norla/core/CUnpackingLimits.h"
@@ -47,6 +48,7 @@ struct CNetRequest::CRooms {
     CTLSTrust tls{handle};
     CKeyPassword keyPassword{handle};
     CTransferRecord record{handle};
+    CTransferLimits limits;
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
 
     /// A transfer begins: the options that depend on what it is, which connections it may go over, and who is asked
@@ -60,13 +62,15 @@ struct CNetRequest::CRooms {
     /// transfer.
     void noticeEnd(CURLcode result);
 
-    /// What libcurl says about the failure, and what is known beside.
-    kx::String failureMessage(CURLcode result) const;
-
     /// How the transfer has ended that somebody else has driven.
     void recordOutcome(CURLcode result);
 
     void dropConnectionAfter(CURLcode result) noexcept;
+
+    /// What libcurl says about a failure and what is known beside, or what the request says of its deadlines.
+    kx::String failureText(CURLcode result) const;
+
+    CFailureDetails failureDetails(CURLcode result) const;
 
     // libcurl's, each with the rooms as its data
     static size_t write(char* data, size_t size, size_t count, void* rooms) noexcept;

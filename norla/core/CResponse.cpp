@@ -112,6 +112,11 @@ kx::String CResponse::getRefusal() const
     return m_replies ? lastRefusal(*m_replies) : kx::String();
 }
 
+kx::String CResponse::getFTPRefusal() const
+{
+    return lastRefusal(*m_lines);
+}
+
 kx::String CResponse::getLastLine() const
 {
     kx::String last;

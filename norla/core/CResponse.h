@@ -54,6 +54,9 @@ public:
     /// The last refusal of a mail server; empty when there was none.
     kx::String getRefusal() const;
 
+    /// The same of an FTP server.
+    kx::String getFTPRefusal() const;
+
     /// Null discards the body; a reference is kept.
     void setSink(IDataSink* sink) { m_sink = sink; }
     void setDefaultSink() { m_sink = m_defaultSink; }

@@ -135,22 +135,26 @@ void CTransferRecord::noticeReplyLine(std::string_view line) noexcept
         m_replies.areAfterLogin = m_replies.connections == 0; // the connection was open before
         m_tls = sela::CTLSSession();
     }
+    m_replies.last = Clock::now();
     noticeTLS();
     if (m_tls.isThere() && m_replies.encryption == 0)
         m_replies.encryption = sizeOf(m_handle, CURLINFO_APPCONNECT_TIME_T);
     noticeStatus(line.substr(0, statusSize), line.size() > statusSize && line[statusSize] == ' ');
 }
 
-// What tells how far the login is (RFC 959 section 5.4, RFC 4954 section 6): to send a mail, two are enough that agree
-// to the greeting and to the sender, and the greeting is said again behind STARTTLS.
+// What tells how far a login is (RFC 959 section 5.4, RFC 4954 section 6). A mail server that needs none agrees to each
+// hello, which is said again behind STARTTLS, and then to the sender.
 void CTransferRecord::noticeStatus(std::string_view status, bool isLastLine) noexcept
 {
     CReplies& replies = m_replies;
     replies.startTLS = status == "234" || (status == "220" && replies.greetings > 0);
     replies.greetings += status == "220" && isLastLine ? 1 : 0;
     replies.agreements += status == "250" && isLastLine ? 1 : 0;
-    if (status == "230" || status == "232" || status == "235" || replies.agreements > std::max(replies.greetings, 1))
+    if (status == "230" || status == "235" || replies.agreements > replies.greetings)
         replies.areAfterLogin = true;
+    replies.hasDataBegun = replies.hasDataBegun || status == "354";
+    if (status.starts_with('4') || status.starts_with('5'))
+        replies.isRecipientRefused = replies.agreements > replies.greetings && !replies.hasDataBegun;
 }
 
 void CTransferRecord::noticeTLS() noexcept
@@ -171,6 +175,7 @@ void CTransferRecord::noticeTLS() noexcept
 void CTransferRecord::end() noexcept
 {
     m_state = State::Ended;
+    m_end = Clock::now();
     try {
         m_url = textOf(m_handle, CURLINFO_EFFECTIVE_URL); // which the next option changes
     } catch (const std::exception&) {
@@ -197,6 +202,24 @@ long long CTransferRecord::getHopMicroseconds() const noexcept
     return getTotalMicroseconds() - sizeOf(m_handle, CURLINFO_REDIRECT_TIME_T);
 }
 
+long long CTransferRecord::getSilentMicroseconds() const noexcept
+{
+    if (!m_replies.areThere)
+        return 0;
+    const Clock::time_point now = m_state == State::Ended ? m_end : Clock::now();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now - m_replies.last).count();
+}
+
+kx::String CTransferRecord::getRemoteAddress() const
+{
+    const std::string_view address = textOf(m_handle, CURLINFO_PRIMARY_IP);
+    if (m_state == State::None || address.empty())
+        return {};
+    const std::string port = std::to_string(numberOf(m_handle, CURLINFO_PRIMARY_PORT));
+    const bool isIPv6 = address.find(':') != std::string_view::npos;
+    return readable((isIPv6 ? "[" + std::string(address) + "]" : std::string(address)) + ":" + port);
+}
+
 std::string CTransferRecord::getURL() const
 {
     if (m_state == State::None)
@@ -217,6 +240,12 @@ TransferPhase CTransferRecord::getPhase() const
     if (m_hasAnswer && now.hop == m_answered.hop)
         return TransferPhase::Receiving;
     return now.request > m_answered.request ? phaseAfterRequest() : phaseBeforeRequest(now);
+}
+
+bool CTransferRecord::hasRequestBegun() const noexcept
+{
+    const CMoments now = askMoments();
+    return (m_hasAnswer && now.hop == m_answered.hop) || now.request > m_answered.request;
 }
 
 TransferPhase CTransferRecord::phaseBeforeRequest(const CMoments& now) const

@@ -5,6 +5,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,14 +42,27 @@ public:
     /// How far the transfer has come, or had come at its end.
     TransferPhase getPhase() const;
 
+    /// Whether the server of the last hop is connected and ready, and the request (of FTP and mail the body) was begun.
+    bool hasRequestBegun() const noexcept;
+
     /// Since the last hop has begun, redirects and rounds of a login left out; and since the transfer has.
     long long getHopMicroseconds() const noexcept;
     long long getTotalMicroseconds() const noexcept;
+
+    /// Since the last reply of an FTP or mail server; 0 before the first.
+    long long getSilentMicroseconds() const noexcept;
+
+    /// Whether the last refusal of a mail server came behind its consent to the sender and before the message.
+    bool isRecipientRefused() const noexcept { return m_replies.isRecipientRefused; }
+
+    /// "address:port" of the last connection's other end; empty when unknown.
+    kx::String getRemoteAddress() const;
 
     /// The address that was or is fetched, as libcurl has it: with a login, if it has one. Empty before a transfer.
     std::string getURL() const;
 
 private:
+    using Clock = std::chrono::steady_clock;
     enum class State { None, Running, Ended };
 
     // libcurl adds up what the hops of a transfer take: how far the last one is, the difference to those before tells.
@@ -70,6 +84,9 @@ private:
         int agreements = 0;
         bool areAfterLogin = false;
         bool startTLS = false;
+        bool hasDataBegun = false; // of a mail
+        bool isRecipientRefused = false;
+        Clock::time_point last;
     };
 
     CMoments askMoments() const noexcept;
@@ -95,6 +112,7 @@ private:
     CReplies m_replies;
     sela::CTLSSession m_tls;
     std::string m_url; // at the end
+    Clock::time_point m_end;
 };
 
 } // namespace norla

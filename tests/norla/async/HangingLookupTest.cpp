@@ -1,7 +1,9 @@
 // A name lookup that does not come back: what waits for it, and what does not.
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CCURLError.h"
+#include "norla/core/CDeadlines.h"
 #include "tests/norla/async/CAsyncFixture.h"
+#include "tests/support/errorOf.h"
 
 #include <condition_variable>
 #include <cstring>
@@ -130,6 +132,39 @@ TEST_F(HangingLookupTest, connectTimeoutOfPerformCounts)
         EXPECT_EQ(error.getCode(), CURLE_OPERATION_TIMEDOUT) << error.what();
     }
     EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+}
+
+TEST_F(HangingLookupTest, deadlineNamesTheLookup)
+{
+    const auto request = hangingRequest();
+    request->setDeadlines({.connect = kx::CTimeSpan::fromMilliseconds(100)});
+    EXPECT_EQ(support::messageOf([&] { request->perform(); }),
+        "Timeout was reached: The name lookup for hanging.test was not done within 0.1 seconds.");
+    request->setDeadlines({.total = kx::CTimeSpan::fromMilliseconds(100)});
+    EXPECT_EQ(support::messageOf([&] { request->perform(); }),
+        "Timeout was reached: The transfer with hanging.test was not done within 0.1 seconds: the name was still being "
+        "looked up.");
+}
+
+TEST_F(HangingLookupTest, deadlineInTheBackgroundNamesTheLookup)
+{
+    m_thread->start();
+    const auto request = hangingRequest();
+    request->setDeadlines({.connect = kx::CTimeSpan::fromMilliseconds(100)});
+    m_thread->addRequest(request.get());
+    EXPECT_TRUE(request->waitAsyncDone(20'000));
+    EXPECT_EQ(support::messageOf([&] { request->checkAsyncResult(); }),
+        "Timeout was reached: The name lookup for hanging.test was not done within 0.1 seconds.");
+}
+
+TEST_F(HangingLookupTest, deadlineNamesALookupBehindARedirect)
+{
+    answer("HTTP/1.1 302 Found\r\nLocation: http://hanging.test/\r\nContent-Length: 0\r\n\r\n");
+    const auto request = newRequest();
+    request->setDeadlines({.connect = kx::CTimeSpan::fromMilliseconds(100)});
+    EXPECT_EQ(support::messageOf([&] { request->perform(); }),
+        "Timeout was reached: The name lookup for hanging.test was not done within 0.1 seconds. (response code: http "
+        "302)");
 }
 
 TEST_F(HangingLookupTest, fullTimeoutOfPerformCountsAlsoAfterAReset)

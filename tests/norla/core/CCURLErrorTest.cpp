@@ -44,6 +44,18 @@ TEST(CCURLErrorTest, tellsAMailServersRefusal)
     EXPECT_EQ(norla::CCURLError(CURLE_SEND_ERROR, "m", "smtp", 550, "m").getServerReply(), "");
 }
 
+TEST(CCURLErrorTest, tellsWhereTheTransferWasInItsDetailsAlone)
+{
+    const norla::CCURLError error(CURLE_COULDNT_CONNECT, "m", "", 0, "", "",
+        {.phase = norla::TransferPhase::Connect, .host = "h", .path = "/p", .address = "a"});
+    EXPECT_EQ(error.getMessage().toUTF8(), support::libcurlSays("Couldn't connect to server: m"));
+    EXPECT_EQ(error.getProps().getMap(), Map());
+    EXPECT_EQ(error.getDetails().phase, norla::TransferPhase::Connect);
+    EXPECT_EQ(error.getDetails().host, "h");
+    EXPECT_EQ(dynamic_cast<const norla::CCURLError&>(*error.clone()).getDetails().path, "/p");
+    EXPECT_EQ(norla::CCURLError(CURLE_COULDNT_CONNECT, "m", "", 0, "").getDetails().host, "");
+}
+
 TEST(CCURLErrorTest, leavesOutAResponseCodeOfZero)
 {
     const norla::CCURLError error(CURLE_OPERATION_TIMEDOUT, "m", "http", 0, "");

@@ -2,6 +2,7 @@
 #include "norla/async/CAsyncNetRequestManager.h"
 #include "norla/core/CTransferInfo.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/errorOf.h"
 
 namespace {
 
@@ -11,6 +12,14 @@ using norla::TransferPhase;
 class CNetRequestInfoTest : public CRequestFixture {
 protected:
     CTransferInfo info() { return request().getTransferInfo(); }
+
+    static norla::CFailureDetails detailsOf(const kx::P<kx::CError>& error)
+    {
+        const auto* const failure = dynamic_cast<const norla::CCURLError*>(error.get());
+        return failure ? failure->getDetails() : norla::CFailureDetails();
+    }
+
+    std::string hostText() { return "127.0.0.1:" + std::to_string(server().getPort()); }
 
     void performInBackground()
     {
@@ -86,6 +95,71 @@ TEST_F(CNetRequestInfoTest, startsAnewWithEachTransfer)
     EXPECT_EQ(info().bytesDown, 0);
     EXPECT_TRUE(info().isConnectionReused);
     EXPECT_EQ(info().url.toUTF8(), server().url("/b"));
+}
+
+TEST_F(CNetRequestInfoTest, failureNamesHostPathAndAddressWithoutSecrets)
+{
+    answer("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf");
+    request().setURL(kx::String::fromUTF8("http://bob:secret@" + hostText() + "/a/b?token#c"));
+    const auto details = detailsOf(failure());
+    EXPECT_EQ(details.phase, TransferPhase::Receiving);
+    EXPECT_EQ(details.host.toUTF8(), hostText());
+    EXPECT_EQ(details.path, "/a/b");
+    EXPECT_EQ(details.address.toUTF8(), hostText());
+    EXPECT_EQ(details.limit, norla::TransferLimit::None);
+}
+
+TEST_F(CNetRequestInfoTest, failureNamesTheHostBehindARedirect)
+{
+    answer("HTTP/1.1 302 Found\r\nLocation: http://127.0.0.1:1/b\r\nContent-Length: 0\r\n\r\n");
+    const auto details = detailsOf(failureOf("/a"));
+    EXPECT_EQ(details.host, "127.0.0.1:1");
+    EXPECT_EQ(details.path, "/b");
+    EXPECT_EQ(details.phase, TransferPhase::Connect);
+}
+
+TEST_F(CNetRequestInfoTest, statusThatIsAFailureHasDetailsToo)
+{
+    answer("HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ(detailsOf(failureOf("/a")).path, "/a");
+}
+
+TEST_F(CNetRequestInfoTest, failureInTheBackgroundHasDetails)
+{
+    answer("HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n");
+    performInBackground();
+    request().setURL("http://elsewhere.test/");
+    const auto details = detailsOf(support::errorOf([this] { request().checkAsyncResult(); }));
+    EXPECT_EQ(details.host.toUTF8(), hostText());
+    EXPECT_EQ(details.address.toUTF8(), hostText());
+}
+
+TEST_F(CNetRequestInfoTest, urlThatNobodyCanReadIsNotTakenApart)
+{
+    request().setURL("http://bob:se/cret@host/");
+    const auto details = detailsOf(failure());
+    EXPECT_EQ(details.host, "");
+    EXPECT_EQ(details.path, "");
+}
+
+TEST_F(CNetRequestInfoTest, demandThatIsNotMetHasDetails)
+{
+    server().onConnection().send("220 here\r\n").readUntil("\r\n").send("500 what?\r\n").readToEnd();
+    request().setURL(kx::String::fromUTF8(server().url("/a", "ftp")));
+    request().setFTPUseSSL(CURLUSESSL_ALL);
+    const auto details = detailsOf(failure());
+    EXPECT_EQ(details.phase, TransferPhase::Encryption);
+    EXPECT_EQ(details.ftpReply, "500 what?");
+}
+
+TEST_F(CNetRequestInfoTest, proxyThatRefusesATunnelTellsItsStatus)
+{
+    answer("HTTP/1.1 403 No\r\nContent-Length: 0\r\n\r\n");
+    request().setProxy(kx::String::fromUTF8(server().url()));
+    request().setURL("https://host.test/");
+    const auto details = detailsOf(failure());
+    EXPECT_EQ(details.proxyStatus, 403);
+    EXPECT_EQ(details.host, "host.test");
 }
 
 } // namespace

@@ -2,10 +2,13 @@
 
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CSigPipeBlock.h"
+#include "tests/support/CBusyPort.h"
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CTestCertificates.h"
 
 #include <gtest/gtest.h>
+
+#include <memory>
 
 namespace {
 
@@ -54,6 +57,28 @@ protected:
         EXPECT_EQ(perform(path, scheme), CURLE_OPERATION_TIMEDOUT);
         return m_record.getPhase();
     }
+
+    CURLcode performMail()
+    {
+        const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> recipients(
+            curl_slist_append(nullptr, "<them@example.org>"), &curl_slist_free_all);
+        m_handle.set(CURLOPT_MAIL_RCPT, recipients.get());
+        m_handle.setText(CURLOPT_MAIL_FROM, "<me@example.org>");
+        m_handle.setNumber(CURLOPT_UPLOAD, 1);
+        m_handle.set(CURLOPT_READFUNCTION, &noBody);
+        const CURLcode result = perform("/", "smtp");
+        m_handle.setNull(CURLOPT_MAIL_RCPT);
+        return result;
+    }
+
+    TransferPhase phaseOfMail()
+    {
+        m_handle.setNumber(CURLOPT_TIMEOUT_MS, 300);
+        EXPECT_EQ(performMail(), CURLE_OPERATION_TIMEDOUT);
+        return m_record.getPhase();
+    }
+
+    static size_t noBody(char* /*buffer*/, size_t /*size*/, size_t /*count*/, void* /*test*/) noexcept { return 0; }
 
     support::CScript& startTLS()
     {
@@ -282,6 +307,162 @@ TEST_F(CTransferRecordTest, mailServerThatRefusesTheHelloIsAskedToLogIn)
 {
     m_server.onConnection().send("220 here\r\n").readUntil("\r\n").stall();
     EXPECT_EQ(phaseOfShort("/", "smtp"), TransferPhase::Login);
+}
+
+TEST_F(CTransferRecordTest, mailIsSentOnceTheServerAgreesToItsSender)
+{
+    m_server.onConnection()
+        .send("220 here\r\n")
+        .readUntil("\r\n")
+        .send("250-me\r\n250 fine\r\n")
+        .readUntil("\r\n")
+        .send("250 you\r\n")
+        .stall();
+    EXPECT_EQ(phaseOfMail(), TransferPhase::Sending);
+}
+
+TEST_F(CTransferRecordTest, mailServerThatIsSilentBehindItsHelloIsAskedToLogIn)
+{
+    m_server.onConnection().send("220 here\r\n").readUntil("\r\n").send("250-me\r\n250 fine\r\n").stall();
+    EXPECT_EQ(phaseOfMail(), TransferPhase::Login);
+}
+
+TEST_F(CTransferRecordTest, recipientIsRefusedBehindTheSenderAndBeforeTheMessage)
+{
+    const std::string hello = "250 fine\r\n";
+    m_server.onConnection()
+        .send("220 here\r\n")
+        .readUntil("\r\n")
+        .send(hello)
+        .readUntil("\r\n")
+        .send("550 not you\r\n")
+        .readUntil("\r\n")
+        .send("221 bye\r\n");
+    EXPECT_EQ(performMail(), CURLE_SEND_ERROR);
+    EXPECT_FALSE(m_record.isRecipientRefused());
+    m_server.onConnection()
+        .send("220 here\r\n")
+        .readUntil("\r\n")
+        .send(hello)
+        .readUntil("\r\n")
+        .send("250 you\r\n")
+        .readUntil("\r\n")
+        .send("550 not them\r\n")
+        .readUntil("\r\n")
+        .send("221 bye\r\n");
+    EXPECT_EQ(performMail(), CURLE_SEND_ERROR);
+    EXPECT_TRUE(m_record.isRecipientRefused());
+    m_server.onConnection()
+        .send("220 here\r\n")
+        .readUntil("\r\n")
+        .send(hello)
+        .readUntil("\r\n")
+        .send("250 you\r\n")
+        .readUntil("\r\n")
+        .send("250 them\r\n")
+        .readUntil("\r\n")
+        .send("354 go\r\n")
+        .readUntil(".\r\n")
+        .send("554 not this\r\n")
+        .readUntil("\r\n")
+        .send("221 bye\r\n");
+    EXPECT_EQ(performMail(), CURLE_WEIRD_SERVER_REPLY);
+    EXPECT_FALSE(m_record.isRecipientRefused());
+}
+
+TEST_F(CTransferRecordTest, nextMailOnAConnectionNeedsNoLogin)
+{
+    m_server.onConnection()
+        .send("220 here\r\n")
+        .readUntil("\r\n")
+        .send("250 fine\r\n")
+        .readUntil("\r\n")
+        .send("250 you\r\n")
+        .readUntil("\r\n")
+        .send("250 them\r\n")
+        .readUntil("\r\n")
+        .send("354 go\r\n")
+        .readUntil(".\r\n")
+        .send("250 taken\r\n")
+        .readUntil("\r\n")
+        .send("250 you\r\n")
+        .stall();
+    EXPECT_EQ(performMail(), CURLE_OK);
+    EXPECT_EQ(phaseOfMail(), TransferPhase::Sending);
+    EXPECT_TRUE(m_record.getInfo().isConnectionReused);
+}
+
+TEST_F(CTransferRecordTest, firstCommandOnAnOpenConnectionIsWaitedFor)
+{
+    m_server.onConnection()
+        .send("220 here\r\n")
+        .readUntil("\r\n")
+        .send("331 and?\r\n")
+        .readUntil("\r\n")
+        .send("230 fine\r\n")
+        .readUntil("\r\n")
+        .send("257 \"/\"\r\n")
+        .readUntil("\r\n")
+        .send("200 noop\r\n")
+        .stall();
+    m_handle.setNumber(CURLOPT_NOBODY, 1);
+    curl_slist* const commands = curl_slist_append(nullptr, "NOOP");
+    m_handle.set(CURLOPT_QUOTE, commands);
+    EXPECT_EQ(perform("/", "ftp"), CURLE_OK);
+    EXPECT_EQ(phaseOfShort("/", "ftp"), TransferPhase::Waiting);
+    m_handle.setNull(CURLOPT_QUOTE);
+    curl_slist_free_all(commands);
+}
+
+TEST_F(CTransferRecordTest, loginOnAConnectionBesidesAnotherIsStillALogin)
+{
+    m_server.onConnection().readHead().send(redirectTo(m_server.url("/b", "ftp")));
+    m_server.onConnection().stall();
+    m_handle.setText(CURLOPT_REDIR_PROTOCOLS_STR, "http,ftp");
+    EXPECT_EQ(phaseOfShort(), TransferPhase::Login);
+}
+
+TEST_F(CTransferRecordTest, secondHandshakeThatStallsIsEncryption)
+{
+    support::CScriptedServer other;
+    startTLS().readHead().send(redirectTo(other.url("/", "https")));
+    other.onConnection().stall();
+    EXPECT_EQ(phaseOfShort("/", "https"), TransferPhase::Encryption);
+}
+
+TEST_F(CTransferRecordTest, secondConnectionIsNotTakenForTheFirst)
+{
+    const support::CBusyPort busy;
+    m_server.onConnection().readHead().send(redirectTo(busy.url()));
+    EXPECT_EQ(phaseOfShort(), TransferPhase::Connect);
+}
+
+TEST_F(CTransferRecordTest, interimAnswerIsNone)
+{
+    m_server.onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").stall();
+    const std::string large(32 << 20, 'x');
+    m_handle.setNumber(CURLOPT_POST, 1);
+    m_handle.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(large.size()));
+    m_handle.set(CURLOPT_POSTFIELDS, large.data());
+    EXPECT_EQ(phaseOfShort(), TransferPhase::Sending);
+}
+
+TEST_F(CTransferRecordTest, silenceCountsFromTheLastReply)
+{
+    m_server.onConnection().stall();
+    phaseOfShort("/", "ftp");
+    EXPECT_EQ(m_record.getSilentMicroseconds(), 0);
+    m_server.onConnection().send("220 here\r\n").stall();
+    phaseOfShort("/", "ftp");
+    EXPECT_GT(m_record.getSilentMicroseconds(), 100'000);
+}
+
+TEST_F(CTransferRecordTest, addressHasItsPort)
+{
+    EXPECT_EQ(m_record.getRemoteAddress(), "");
+    m_server.onConnection().readHead().send(ok(""));
+    perform();
+    EXPECT_EQ(m_record.getRemoteAddress().toUTF8(), "127.0.0.1:" + std::to_string(m_server.getPort()));
 }
 
 TEST_F(CTransferRecordTest, handshakeThatStallsIsEncryption)

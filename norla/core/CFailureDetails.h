@@ -1,0 +1,30 @@
+#pragma once
+
+#include "kx/text/String.h"
+#include "norla/core/TransferPhase.h"
+
+namespace norla {
+
+/// Which limit of time has ended a transfer.
+enum class TransferLimit {
+    None,
+    Connect,    ///< until the server is connected, agrees on encryption and lets log in
+    Inactivity, ///< while nothing moves
+    Total,      ///< from the start to the end
+};
+
+/// Where a transfer was when it failed: CCURLError::getDetails(). What is not known is empty. There is never a user, a
+/// password or a query in it.
+struct CFailureDetails {
+    TransferPhase phase = TransferPhase::Unknown;
+    TransferLimit limit = TransferLimit::None;
+    kx::String limitText = {}; ///< a sentence about that limit: what was waited for, and how long
+    kx::String host = {};      ///< of the URL, after redirects, with the port that stands there: "localhost:8080"
+    kx::String path = {};      ///< of the same URL, as it stands there
+    kx::String address = {};   ///< of the connection's other end, which may be a proxy's: "127.0.0.1:8080"
+    kx::String ftpReply = {};  ///< what an FTP server refused with, as CCURLError::getServerReply() does for mails
+    int proxyStatus = 0;       ///< of the proxy that was asked for a tunnel (HTTP); 0: none
+    bool isRecipientRefused = false; ///< a mail server has taken the sender and none of the data yet
+};
+
+} // namespace norla

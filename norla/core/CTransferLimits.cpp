@@ -1,0 +1,142 @@
+#include "norla/core/CTransferLimits.h"
+
+#include "kx/text/numbers.h"
+#include "norla/core/CTransferRecord.h"
+
+namespace norla {
+
+namespace {
+
+constexpr long long millisecond = 1000; // in microseconds
+constexpr long long second = 1000;      // in milliseconds
+
+/// Such as "1 second", "30 seconds" and "1.25 seconds".
+kx::String durationText(long long milliseconds)
+{
+    if (milliseconds == second)
+        return "1 second";
+    kx::String text = kx::toString(milliseconds / second);
+    if (milliseconds % second != 0) {
+        kx::String fraction = kx::toString(second + milliseconds % second).substr(1);
+        while (fraction.endsWith("0"))
+            fraction = fraction.substr(0, fraction.size() - 1);
+        text += "." + fraction;
+    }
+    return text + " seconds";
+}
+
+kx::String connectText(TransferPhase phase, const kx::String& host, const kx::String& time)
+{
+    switch (phase) {
+    case TransferPhase::NameLookup:
+        return "The name lookup for " + host + " was not done within " + time + ".";
+    case TransferPhase::Encryption:
+        return "The server " + host + " accepted a connection, but agreed on no encryption within " + time + ".";
+    case TransferPhase::Connect:
+        return "The server " + host + " did not accept a connection within " + time + ".";
+    default: // FTP asks for the folder behind the login
+        return "The server " + host + " accepted a connection, but was not done with greeting and login within " + time
+            + ".";
+    }
+}
+
+kx::String inactivityText(TransferPhase phase, const kx::String& host, const kx::String& time)
+{
+    switch (phase) {
+    case TransferPhase::Receiving:
+        return "The server " + host + " has sent nothing more for " + time + ".";
+    case TransferPhase::Sending:
+        return "Nothing could be sent to the server " + host + " for " + time + ", and it has not answered.";
+    default:
+        return "The server " + host + " has not answered for " + time + ".";
+    }
+}
+
+kx::String totalText(TransferPhase phase, const kx::String& host, const kx::String& time)
+{
+    const auto doing = [phase]() -> kx::String {
+        switch (phase) {
+        case TransferPhase::NameLookup:
+            return "the name was still being looked up";
+        case TransferPhase::Encryption:
+            return "the server accepted a connection, but agreed on no encryption";
+        case TransferPhase::Login:
+            return "the server was not done with greeting and login";
+        case TransferPhase::Sending:
+            return "it was still being sent";
+        case TransferPhase::Waiting:
+            return "the server had not answered";
+        case TransferPhase::Receiving:
+            return "the answer was still coming";
+        default:
+            return "the server did not accept a connection";
+        }
+    };
+    return "The transfer with " + host + " was not done within " + time + ": " + doing() + ".";
+}
+
+/// Whether so many microseconds are the limit: libcurl counts in milliseconds, rounded either way.
+bool isReached(long long microseconds, long long limit) noexcept
+{
+    constexpr long long rounding = 2;
+    return limit > 0 && microseconds / millisecond + rounding >= limit;
+}
+
+bool isConnecting(TransferPhase phase) noexcept
+{
+    return phase == TransferPhase::NameLookup || phase == TransferPhase::Connect || phase == TransferPhase::Encryption;
+}
+
+} // namespace
+
+void CTransferLimits::noticeNumber(CURLoption option, long long value) noexcept
+{
+    switch (option) {
+    case CURLOPT_CONNECTTIMEOUT:
+        m_connect = value * second;
+        break;
+    case CURLOPT_CONNECTTIMEOUT_MS:
+        m_connect = value;
+        break;
+    case CURLOPT_LOW_SPEED_TIME:
+        m_inactivity = value * second;
+        break;
+    case CURLOPT_TIMEOUT:
+        m_total = value * second;
+        break;
+    case CURLOPT_TIMEOUT_MS:
+        m_total = value;
+        break;
+    default:
+        break;
+    }
+}
+
+TransferLimit CTransferLimits::findReached(const CTransferRecord& record, TransferPhase phase) const noexcept
+{
+    const bool isBefore = !record.hasRequestBegun();
+    // First, because libcurl then says goodbye, and waits once more, which it does for no other limit.
+    if (isBefore && isReached(record.getSilentMicroseconds(), m_inactivity))
+        return TransferLimit::Inactivity;
+    if (isReached(record.getTotalMicroseconds(), m_total))
+        return TransferLimit::Total;
+    if (isBefore && isReached(record.getHopMicroseconds(), m_connect))
+        return TransferLimit::Connect;
+    return m_inactivity > 0 && !isConnecting(phase) ? TransferLimit::Inactivity : TransferLimit::None;
+}
+
+kx::String CTransferLimits::describe(TransferLimit limit, TransferPhase phase, const kx::String& host) const
+{
+    switch (limit) {
+    case TransferLimit::Connect:
+        return connectText(phase, host, durationText(m_connect));
+    case TransferLimit::Inactivity:
+        return inactivityText(phase, host, durationText(m_inactivity));
+    case TransferLimit::Total:
+        return totalText(phase, host, durationText(m_total));
+    default:
+        return kx::String();
+    }
+}
+
+} // namespace norla

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "kx/time/CTimeSpan.h"
+#include "norla/core/CFailureDetails.h"
+
+#include <curl/curl.h>
+
+namespace norla {
+
+class CTransferRecord;
+
+/// Which limits of time a request has set, and which of them has ended a transfer: libcurl says it in words alone. Used
+/// by the thread of the transfer.
+class CTransferLimits {
+public:
+    /// What was set; other options than those of time limits are ignored.
+    void noticeNumber(CURLoption option, long long value) noexcept;
+
+    /// The handle's options are what they were at first (curl_easy_reset()).
+    void forgetOptions() noexcept { *this = CTransferLimits(); }
+
+    /// Errors are to say which limit it was, in words of their own.
+    void speak() noexcept { m_speaks = true; }
+    bool doesSpeak() const noexcept { return m_speaks; }
+
+    /// Of a transfer that was ended by a time limit, and of whose server nothing says that it was the one to end it.
+    /// @param phase not of a transfer that has not begun
+    TransferLimit findReached(const CTransferRecord& record, TransferPhase phase) const noexcept;
+
+    /// A whole sentence. Empty for None.
+    /// @param host as a person knows it
+    kx::String describe(TransferLimit limit, TransferPhase phase, const kx::String& host) const;
+
+private:
+    long long m_connect = 0; // each in milliseconds, 0 for none
+    long long m_inactivity = 0;
+    long long m_total = 0;
+    bool m_speaks = false;
+};
+
+} // namespace norla

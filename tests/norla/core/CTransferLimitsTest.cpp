@@ -1,0 +1,92 @@
+#include "norla/core/CTransferLimits.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using norla::CTransferLimits;
+using norla::TransferLimit;
+using norla::TransferPhase;
+
+class CTransferLimitsTest : public testing::Test {
+protected:
+    CTransferLimitsTest()
+    {
+        m_limits.noticeNumber(CURLOPT_CONNECTTIMEOUT_MS, 1500);
+        m_limits.noticeNumber(CURLOPT_LOW_SPEED_TIME, 1);
+        m_limits.noticeNumber(CURLOPT_TIMEOUT_MS, 60'000);
+    }
+
+    std::string text(TransferLimit limit, TransferPhase phase) const
+    {
+        return m_limits.describe(limit, phase, "host:80").toUTF8();
+    }
+
+    CTransferLimits m_limits;
+};
+
+TEST_F(CTransferLimitsTest, saysHowFarTheConnectionCame)
+{
+    using enum TransferPhase;
+    constexpr auto connect = TransferLimit::Connect;
+    EXPECT_EQ(text(connect, NameLookup), "The name lookup for host:80 was not done within 1.5 seconds.");
+    EXPECT_EQ(text(connect, Connect), "The server host:80 did not accept a connection within 1.5 seconds.");
+    EXPECT_EQ(text(connect, Encryption),
+        "The server host:80 accepted a connection, but agreed on no encryption within 1.5 seconds.");
+    EXPECT_EQ(text(connect, Login),
+        "The server host:80 accepted a connection, but was not done with greeting and login within 1.5 seconds.");
+}
+
+TEST_F(CTransferLimitsTest, saysWhoWasSilent)
+{
+    constexpr auto inactivity = TransferLimit::Inactivity;
+    EXPECT_EQ(text(inactivity, TransferPhase::Waiting), "The server host:80 has not answered for 1 second.");
+    EXPECT_EQ(text(inactivity, TransferPhase::Receiving), "The server host:80 has sent nothing more for 1 second.");
+    EXPECT_EQ(text(inactivity, TransferPhase::Sending),
+        "Nothing could be sent to the server host:80 for 1 second, and it has not answered.");
+}
+
+TEST_F(CTransferLimitsTest, saysWhatTookTooLong)
+{
+    using enum TransferPhase;
+    const std::string start = "The transfer with host:80 was not done within 60 seconds: ";
+    constexpr auto total = TransferLimit::Total;
+    EXPECT_EQ(text(total, NameLookup), start + "the name was still being looked up.");
+    EXPECT_EQ(text(total, Connect), start + "the server did not accept a connection.");
+    EXPECT_EQ(text(total, Encryption), start + "the server accepted a connection, but agreed on no encryption.");
+    EXPECT_EQ(text(total, Login), start + "the server was not done with greeting and login.");
+    EXPECT_EQ(text(total, Sending), start + "it was still being sent.");
+    EXPECT_EQ(text(total, Waiting), start + "the server had not answered.");
+    EXPECT_EQ(text(total, Receiving), start + "the answer was still coming.");
+}
+
+TEST_F(CTransferLimitsTest, saysNothingOfNoLimit)
+{
+    EXPECT_EQ(text(TransferLimit::None, TransferPhase::Waiting), "");
+}
+
+TEST_F(CTransferLimitsTest, timeIsReadable)
+{
+    const auto timeOf = [this](CURLoption option, long long value) {
+        m_limits.noticeNumber(option, value);
+        const std::string sentence = text(TransferLimit::Total, TransferPhase::Waiting);
+        const size_t start = sentence.find("within ") + 7;
+        return sentence.substr(start, sentence.find(':', start) - start);
+    };
+    EXPECT_EQ(timeOf(CURLOPT_TIMEOUT, 1), "1 second");
+    EXPECT_EQ(timeOf(CURLOPT_TIMEOUT, 90), "90 seconds");
+    EXPECT_EQ(timeOf(CURLOPT_TIMEOUT_MS, 250), "0.25 seconds");
+    EXPECT_EQ(timeOf(CURLOPT_TIMEOUT_MS, 1001), "1.001 seconds");
+}
+
+TEST_F(CTransferLimitsTest, forgetsWithTheOptions)
+{
+    m_limits.speak();
+    EXPECT_TRUE(m_limits.doesSpeak());
+    m_limits.forgetOptions();
+    EXPECT_FALSE(m_limits.doesSpeak());
+    EXPECT_EQ(text(TransferLimit::Connect, TransferPhase::Connect),
+        "The server host:80 did not accept a connection within 0 seconds.");
+}
+
+} // namespace
