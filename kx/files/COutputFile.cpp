@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -20,6 +21,8 @@
 namespace kx {
 
 namespace {
+
+constexpr mode_t ownerOnly = 0600;
 
 /// Where the links lead, also when nothing is there yet. The kernel has the last word on circles.
 std::string followLinks(std::string path)
@@ -53,7 +56,13 @@ std::string partNameFor(const std::string& name)
 } // namespace
 
 COutputFile::COutputFile(const Path& path)
+    : COutputFile(path, COptions())
+{
+}
+
+COutputFile::COutputFile(const Path& path, const COptions& options)
     : m_path(path)
+    , m_options(options)
 {
     const std::string name = path.toBytes();
     if (name.find('\0') != std::string::npos)
@@ -89,16 +98,18 @@ void COutputFile::openPart(const std::string& target)
     m_folder = open(m_folderName.empty() ? "." : m_folderName.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (m_folder < 0)
         fail(errno);
-    constexpr mode_t everybody = 0666; // less the umask
+    const mode_t permissions = m_options.readers == Readers::Owner ? ownerOnly : 0666; // less the umask
     do {
         m_partName = partNameFor(m_targetName);
         m_file = openat(
-            m_folder, m_partName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, everybody);
+            m_folder, m_partName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, permissions);
     } while (m_file < 0 && errno == EEXIST);
     if (m_file < 0)
         fail(errno);
     try {
         keepAttributes();
+        if (m_options.start == Start::OlderContent)
+            copyOlder();
     } catch (const CError&) {
         abandon();
         throw;
@@ -120,7 +131,9 @@ void COutputFile::keepAttributes()
     const bool hasGroup
         = fchown(m_file, older.st_uid, older.st_gid) == 0 || fchown(m_file, unchanged, older.st_gid) == 0;
     mode_t permissions = older.st_mode & 0777; // to run as somebody else is not inherited
-    if (!hasGroup || !keepAccessList())        // another group may do no more than everybody
+    if (m_options.readers == Readers::Owner)
+        permissions = ownerOnly;
+    else if (!hasGroup || !keepAccessList()) // another group may do no more than everybody
         permissions = (permissions & 0707) | (permissions & 07) << 3;
     if (fchmod(m_file, permissions) != 0)
         fail(errno);
@@ -141,6 +154,26 @@ bool COutputFile::keepAccessList() const
     std::string list(static_cast<size_t>(size), '\0');
     return getxattr(older.c_str(), attribute, list.data(), list.size()) == size
         && fsetxattr(m_file, attribute, list.data(), list.size(), 0) == 0;
+}
+
+void COutputFile::copyOlder()
+{
+    const int older = openat(m_folder, m_targetName.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY);
+    if (older < 0) {
+        if (errno != ENOENT)
+            fail(errno);
+        return;
+    }
+    constexpr size_t blockSize = 1 << 20;
+    ssize_t count = 0;
+    while ((count = sendfile(m_file, older, nullptr, blockSize)) > 0)
+        m_start += count;
+    const int errorNumber = errno;
+    close(older);
+    if (count < 0)
+        fail(errorNumber);
+    m_position = m_start;
+    m_length = m_start;
 }
 
 int COutputFile::write(const unsigned char* data, int size)
@@ -164,7 +197,7 @@ void COutputFile::seek(long long position)
     requireOpen();
     if (position == m_position)
         return;
-    if (position < 0 || position > m_length)
+    if (position < m_start || position > m_length)
         throw CError("There is no position " + toString(position) + " in the file '" + m_path.toString() + "'.");
     if (lseek(m_file, position, SEEK_SET) < 0)
         failForGood();
@@ -174,12 +207,12 @@ void COutputFile::seek(long long position)
 void COutputFile::restart()
 {
     requireOpen();
-    if (m_length == 0)
+    if (m_length == m_start)
         return;
-    if (ftruncate(m_file, 0) != 0 || lseek(m_file, 0, SEEK_SET) < 0)
+    if (ftruncate(m_file, m_start) != 0 || lseek(m_file, m_start, SEEK_SET) < 0)
         failForGood();
-    m_position = 0;
-    m_length = 0;
+    m_position = m_start;
+    m_length = m_start;
 }
 
 void COutputFile::finish()

@@ -23,10 +23,22 @@ class KX_EXPORT COutputFile : public CBase, public virtual IOutStream {
 public:
     using Path = TPathImpl<CUnixPathTraits>;
 
+    /// What a new file begins with, and who may read it.
+    enum class Start { Empty, OlderContent };
+    enum class Readers { Everybody, Owner };
+    struct COptions {
+        /// OlderContent: the file goes on behind what an older one of its name holds, which is copied.
+        Start start = Start::Empty;
+        /// Everybody: whom the umask and an older file allow. Owner: nobody else, also where an older file was open to
+        /// others.
+        Readers readers = Readers::Everybody;
+    };
+
     /// Makes the file beside, or opens what is no regular file, which for a pipe waits for somebody who reads.
     /// @throws CError when that is not possible: a directory, an older file that must not be written, a folder that is
     /// not there or takes no file
     explicit COutputFile(const Path& path);
+    COutputFile(const Path& path, const COptions& options);
     COutputFile(const COutputFile&) = delete;
     COutputFile& operator=(const COutputFile&) = delete;
     ~COutputFile() override;
@@ -38,12 +50,12 @@ public:
     /// The bytes that the file will have.
     long long getLength() override { return m_length; }
 
-    /// @param position 0 to getLength()
+    /// @param position getLength() at most, at least that of the older content with which the file began
     /// @throws CError on another position, and when the file cannot seek, which closes it
     void seek(long long position) override;
     long long getPosition() override { return m_position; }
 
-    /// Forgets what was written, and begins anew. @throws CError when the file cannot seek and bytes have gone out,
+    /// Forgets what was written, and begins anew, with what the file began with. @throws CError when the file cannot seek and bytes have gone out,
     /// which closes it
     void restart();
 
@@ -62,6 +74,7 @@ private:
     void openAsItIs(const std::string& name);
     void openPart(const std::string& target);
     void keepAttributes();
+    void copyOlder();
     bool keepAccessList() const;
     void abandon() noexcept;
     void requireOpen() const;
@@ -69,6 +82,8 @@ private:
     [[noreturn]] void fail(int errorNumber) const;
 
     const Path m_path;
+    const COptions m_options;
+    long long m_start = 0; // of the older content
     long long m_length = 0;
     long long m_position = 0;
     int m_file = -1;

@@ -33,10 +33,25 @@ CEasyHandle::CEasyHandle()
 void CEasyHandle::reset()
 {
     clearError();
+    shareCookies(nullptr); // before all cookies are dropped
     if (m_hasCookies)
         set(CURLOPT_COOKIELIST, "ALL"); // which libcurl would keep
     curl_easy_reset(m_handle.get());
     m_proxyLogins.clear();
+}
+
+// Sharing alone uses no cookies; the file without a name does, and without it libcurl forgets them without dropping them.
+void CEasyHandle::shareCookies(CURLSH* share)
+{
+    if (m_sharesCookies) {
+        setNull(CURLOPT_COOKIEFILE);
+        setNull(CURLOPT_SHARE);
+    }
+    m_sharesCookies = share != nullptr;
+    if (!share)
+        return;
+    set(CURLOPT_SHARE, share);
+    set(CURLOPT_COOKIEFILE, "");
 }
 
 void CEasyHandle::setText(CURLoption option, const std::string& bytes)

@@ -23,8 +23,12 @@ public:
 
     CURL* get() const noexcept { return m_handle.get(); }
 
-    /// The options of a new handle: connections and caches stay, cookies go. useErrorBuffer() has to be called again.
+    /// The options of a new handle: connections and caches stay, cookies go, but for those of a share.
+    /// useErrorBuffer() has to be called again.
     void reset();
+
+    /// Uses the cookies of a share in place of own ones; null for none. It outlives their use here.
+    void shareCookies(CURLSH* share);
 
     /// Errors of libcurl are kept here.
     void useErrorBuffer() { set(CURLOPT_ERRORBUFFER, m_errorBuffer.getData()); }
@@ -86,6 +90,7 @@ private:
     std::unique_ptr<CURL, CCleanup> m_handle;       // goes before the buffer to which its errors come
     kx::TMap<CURLoption, kx::String> m_proxyLogins; // "user:password@" of each proxy's text
     bool m_hasCookies = false;                      // libcurl keeps some, and goes on with it
+    bool m_sharesCookies = false;
 };
 
 } // namespace norla

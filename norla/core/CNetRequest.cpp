@@ -55,6 +55,7 @@ void CNetRequest::reset()
     }
     rooms.url = CRequestURL();
     rooms.handle.reset();
+    rooms.cookieJar = nullptr;
     rooms.sockets.forgetOptions();
     rooms.demands.forgetOptions();
     rooms.prerequest.forgetOptions();

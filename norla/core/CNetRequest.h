@@ -97,7 +97,8 @@ public:
     /// @throws kx::CInvalidArgError when it holds anything but the characters of RFC 6750, section 2.1
     void setBearerToken(const kx::String& token);
 
-    /// Where cookies come from and go to. Null for none; a reference is kept until reset().
+    /// Where cookies come from and go to, in place of those that the request has by itself. Null for none; a reference is
+    /// kept until reset(), which leaves the jar as it is.
     void setCookieJar(CCookieJar* jar);
 
     /// Asks for a compressed answer and unpacks it; of one that grows beyond all measure it is an error

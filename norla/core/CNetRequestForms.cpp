@@ -1,5 +1,6 @@
-// What a request sends and asks for beyond libcurl's options: forms, tokens, compressed answers.
+// What a request sends and asks for beyond libcurl's options: forms, tokens, cookies, compressed answers.
 
+#include "norla/core/CCookieJar.h"
 #include "norla/core/CNetRequestRooms.h"
 
 namespace norla {
@@ -12,6 +13,13 @@ void CNetRequest::setFormData(CFormData* form)
 void CNetRequest::setBearerToken(const kx::String& token)
 {
     m_rooms->token.set(token);
+}
+
+// The old jar is dropped last: libcurl holds on to it until then.
+void CNetRequest::setCookieJar(CCookieJar* jar)
+{
+    m_rooms->handle.shareCookies(jar ? jar->getShare() : nullptr);
+    m_rooms->cookieJar = jar;
 }
 
 void CNetRequest::setAcceptEncoding(const CAcceptEncoding& options)

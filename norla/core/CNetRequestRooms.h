@@ -4,6 +4,7 @@
 #include "norla/core/CAsyncOutcome.h"
 #include "norla/core/CBearerToken.h"
 #include "norla/core/CConnectionDemands.h"
+#include "norla/core/CCookieJar.h"
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CFirstError.h"
 #include "norla/core/CFormSending.h"
@@ -37,6 +38,7 @@ struct CNetRequest::CRooms {
     // libcurl's lists, which it does not copy
     kx::P<CNetStringList> ftpPreCommands;
     kx::P<CNetStringList> ftpPostCommands;
+    kx::P<CCookieJar> cookieJar;
     CSentHeaders headers{handle};
     CSending sending{handle};
     CFormSending form{sending, headers};

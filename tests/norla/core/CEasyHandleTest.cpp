@@ -117,6 +117,18 @@ TEST_F(CEasyHandleTest, aResetDropsCookies)
     EXPECT_EQ(m_calls.takeOptions(), Texts({"COOKIELIST=ALL"}));
 }
 
+TEST_F(CEasyHandleTest, aResetLetsAShareGoBeforeItDropsCookies)
+{
+    const std::unique_ptr<CURLSH, decltype(&curl_share_cleanup)> share(curl_share_init(), curl_share_cleanup);
+    m_handle.shareCookies(share.get());
+    m_handle.setText(CURLOPT_COOKIELIST, "Set-Cookie: a=b; domain=x.invalid");
+    m_calls.takeOptions();
+    m_handle.reset();
+    EXPECT_EQ(m_calls.takeOptions(), Texts({"COOKIEFILE=null", "SHARE=null", "COOKIELIST=ALL"}));
+    m_handle.reset();
+    EXPECT_EQ(m_calls.takeOptions(), Texts({"COOKIELIST=ALL"}));
+}
+
 TEST_F(CEasyHandleTest, aResetOfAHandleWithoutCookiesSetsNothing)
 {
     m_handle.setText(CURLOPT_URL, "http://host/");
