@@ -28,7 +28,10 @@ public:
 
     /// @param trust all that matters of how the two sides of a TLS connection prove who they are; empty for nothing
     /// special
-    void noticeTrust(const std::string& trust) { m_trust = trust; }
+    void noticeTLSTrust(const std::string& trust) { m_trust = trust; }
+
+    /// The same for SSH; replaces what else was set.
+    void noticeSSHTrust(const std::string& trust) { m_ssh = {{CURLOPT_SSH_HOSTKEYFUNCTION, trust}}; }
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;

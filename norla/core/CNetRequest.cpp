@@ -60,6 +60,7 @@ void CNetRequest::reset()
     rooms.demands.forgetOptions();
     rooms.prerequest.forgetOptions();
     rooms.tls.forgetOptions();
+    rooms.ssh.forgetOptions();
     rooms.keyPassword.forgetOptions();
     rooms.limits.forgetOptions();
     rooms.sending.forgetOptions();

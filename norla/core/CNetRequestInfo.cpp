@@ -89,7 +89,7 @@ kx::String CNetRequest::CRooms::failureText(CURLcode result) const
             return text;
     }
     const kx::String message = handle.getErrorMessage();
-    const kx::String explanation = tls.explain(result, message);
+    const kx::String explanation = url.isSSH() ? ssh.explain(result, message) : tls.explain(result, message);
     return message.isEmpty() || explanation.isEmpty() ? message + explanation : message + "; " + explanation;
 }
 

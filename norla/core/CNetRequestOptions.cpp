@@ -47,6 +47,7 @@ void CNetRequest::setOptionInt(CURLoption option, int value)
     m_rooms->unpacking.noticeNumber(option, value);
     m_rooms->demands.noticeNumber(option, value);
     m_rooms->limits.noticeNumber(option, value);
+    m_rooms->ssh.noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionInt64(CURLoption option, long long value)
@@ -57,6 +58,7 @@ void CNetRequest::setOptionInt64(CURLoption option, long long value)
     m_rooms->handle.set(option, static_cast<curl_off_t>(value));
     m_rooms->demands.noticeNumber(option, value);
     m_rooms->limits.noticeNumber(option, value);
+    m_rooms->ssh.noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionPtr(CURLoption option, void* value)
@@ -86,6 +88,7 @@ void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
     requireOptionTakes(option, OptionValue::text, "CNetRequest::setOptionString");
     requireOptionText(option, bytes, "CNetRequest::setOptionString");
     m_rooms->demands.noticeText(option, bytes);
+    m_rooms->ssh.noticeText(option, bytes);
     if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
         m_rooms->sending.setCopiedBody(bytes);
     else

@@ -13,6 +13,7 @@ namespace norla {
 void CNetRequest::CRooms::begin()
 {
     tls.begin();
+    ssh.begin(url);
     keyPassword.begin(url);
     demands.begin(url, run.isManaged());
     if (demands.wantsToBeAsked())

@@ -15,6 +15,7 @@
 #include "norla/core/CRequestURL.h"
 #include "norla/core/CResponse.h"
 #include "norla/core/CRunState.h"
+#include "norla/core/CSSHTrust.h"
 #include "norla/core/CSending.h"
 #include "norla/core/CSentHeaders.h"
 #include "norla/core/CTLSTrust.h"
@@ -48,6 +49,7 @@ struct CNetRequest::CRooms {
     CPrerequest prerequest{handle};
     CTransferSockets sockets{handle};
     CTLSTrust tls{handle};
+    CSSHTrust ssh{handle, callbackError};
     CKeyPassword keyPassword{handle};
     CTransferRecord record{handle};
     CTransferLimits limits;

@@ -287,6 +287,8 @@ TEST_F(TLSOptionsTest, areGoneAfterAReset)
     EXPECT_EQ(messageOf(*request), "success");
     request->setURL(kx::String::fromUTF8(server().expiredURL("/digits.txt")));
     EXPECT_THAT(messageOf(*request), Not(HasSubstr("; the certificate is")));
+    request->setURL(kx::String::fromUTF8(server().oldTLSURL("/digits.txt")));
+    EXPECT_THAT(messageOf(*request), Not(HasSubstr("is demanded")));
 }
 
 TEST_F(TLSOptionsTest, leaveTheRequestUsableWhenTheyAreRefused)

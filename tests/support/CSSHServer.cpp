@@ -2,6 +2,7 @@
 
 #include "tests/support/CProcessRun.h"
 #include "tests/support/configuration.h"
+#include "tests/support/files.h"
 #include "tests/support/loopback.h"
 
 #include <map>
@@ -13,9 +14,9 @@ namespace support {
 
 namespace {
 
-void makeKey(const std::filesystem::path& file)
+void makeKey(const std::filesystem::path& file, const std::string& type)
 {
-    const CProcessRun run({.arguments = {"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "test", "-f", file},
+    const CProcessRun run({.arguments = {"ssh-keygen", "-q", "-t", type, "-N", "", "-C", "test", "-f", file},
         .package = "openssh-client"});
     if (run.exitStatus() != 0)
         throw std::runtime_error("ssh-keygen fails: " + run.errors());
@@ -30,8 +31,8 @@ void makeSystemFolder()
 
 } // namespace
 
-CSSHServer::CSSHServer()
-    : m_process(start())
+CSSHServer::CSSHServer(const std::vector<std::string>& hostKeyTypes)
+    : m_process(start(hostKeyTypes))
 {
 }
 
@@ -63,10 +64,24 @@ std::filesystem::path CSSHServer::publicKeyFile() const
     return m_folder.path() / "user-key.pub";
 }
 
-std::string CSSHServer::knownHostsLine() const
+std::string CSSHServer::knownHostsLine(const std::string& hostKeyType) const
 {
-    const std::string key = m_folder.read("host-key.pub");
+    const std::string key = readFile(hostKeyFile(hostKeyType).string() + ".pub");
     return "[127.0.0.1]:" + std::to_string(m_port) + " " + key.substr(0, key.find('\n'));
+}
+
+std::string CSSHServer::fingerprint(const std::string& hostKeyType) const
+{
+    const CProcessRun run({.arguments = {"ssh-keygen", "-lf", hostKeyFile(hostKeyType)}, .package = "openssh-client"});
+    const size_t start = run.output().find("SHA256:");
+    if (run.exitStatus() != 0 || start == std::string::npos)
+        throw std::runtime_error("ssh-keygen fails: " + run.errors());
+    return run.output().substr(start, run.output().find(' ', start) - start);
+}
+
+std::filesystem::path CSSHServer::hostKeyFile(const std::string& hostKeyType) const
+{
+    return m_folder.path() / ("host-key-" + hostKeyType);
 }
 
 std::filesystem::path CSSHServer::root() const
@@ -79,14 +94,19 @@ std::string CSSHServer::log() const
     return m_process->log();
 }
 
-std::unique_ptr<CServerProcess> CSSHServer::start()
+std::unique_ptr<CServerProcess> CSSHServer::start(const std::vector<std::string>& hostKeyTypes)
 {
     makeSystemFolder();
-    makeKey(m_folder.path() / "host-key");
-    makeKey(privateKeyFile());
+    std::string hostKeys;
+    for (const std::string& type : hostKeyTypes) {
+        makeKey(hostKeyFile(type), type);
+        hostKeys += "HostKey " + hostKeyFile(type).string() + "\n";
+    }
+    makeKey(privateKeyFile(), "ed25519");
     m_folder.write("root/digits.txt", "0123456789");
-    const auto settingsFor = [this](unsigned short port) {
-        const std::map<std::string, std::string> values{{"FOLDER", m_folder.path()}, {"PORT", std::to_string(port)}};
+    const auto settingsFor = [this, &hostKeys](unsigned short port) {
+        const std::map<std::string, std::string> values{
+            {"FOLDER", m_folder.path()}, {"PORT", std::to_string(port)}, {"HOST_KEYS", hostKeys}};
         const std::filesystem::path configuration
             = m_folder.write("sshd.conf", expandConfiguration("sshd.conf", values));
         return CServerProcess::CSettings{.arguments = {"/usr/sbin/sshd", "-D", "-e", "-f", configuration},

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace support {
 
@@ -15,8 +16,9 @@ namespace support {
 class CSSHServer {
 public:
     /// Blocks until the server listens.
+    /// @param hostKeyTypes which keys it has, as ssh-keygen calls them
     /// @throws std::runtime_error if it cannot be started
-    CSSHServer();
+    explicit CSSHServer(const std::vector<std::string>& hostKeyTypes = {"ed25519"});
 
     unsigned short getPort() const;
 
@@ -32,7 +34,10 @@ public:
     std::filesystem::path publicKeyFile() const;
 
     /// @return the line "127.0.0.1 ssh-ed25519 KEY" of a known-hosts file ("[127.0.0.1]:port" stands before the key)
-    std::string knownHostsLine() const;
+    std::string knownHostsLine(const std::string& hostKeyType = "ed25519") const;
+
+    /// @return "SHA256:..." as ssh-keygen tells it
+    std::string fingerprint(const std::string& hostKeyType = "ed25519") const;
 
     /// @return a folder with a file digits.txt with "0123456789"
     std::filesystem::path root() const;
@@ -41,7 +46,8 @@ public:
     std::string log() const;
 
 private:
-    std::unique_ptr<CServerProcess> start();
+    std::filesystem::path hostKeyFile(const std::string& hostKeyType) const;
+    std::unique_ptr<CServerProcess> start(const std::vector<std::string>& hostKeyTypes);
 
     CTemporaryFolder m_folder;
     unsigned short m_port = 0;

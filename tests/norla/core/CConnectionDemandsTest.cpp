@@ -88,7 +88,7 @@ TEST_F(CConnectionDemandsTest, ofTLSThatHaveChangedWantNewConnectionsWhereThoseA
 {
     m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_TRY);
     EXPECT_EQ(begin("smtp://host/"), Texts());
-    m_demands.noticeTrust("these");
+    m_demands.noticeTLSTrust("these");
     EXPECT_EQ(begin("smtp://host/"), m_fresh);
     EXPECT_EQ(begin("smtps://host/"), m_any);
     EXPECT_EQ(begin("ftp://host/"), m_fresh);
@@ -97,15 +97,15 @@ TEST_F(CConnectionDemandsTest, ofTLSThatHaveChangedWantNewConnectionsWhereThoseA
 TEST_F(CConnectionDemandsTest, ofTLSHoldForTheRequestsOwnConnections)
 {
     m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_TRY);
-    m_demands.noticeTrust("these");
+    m_demands.noticeTLSTrust("these");
     EXPECT_EQ(begin("smtp://host/"), Texts());
-    m_demands.noticeTrust("these");
+    m_demands.noticeTLSTrust("these");
     EXPECT_EQ(begin("smtp://host/"), Texts());
 }
 
 TEST_F(CConnectionDemandsTest, ofTLSWantNewConnectionsInAManagerWhereThoseAreUpgraded)
 {
-    m_demands.noticeTrust("these");
+    m_demands.noticeTLSTrust("these");
     EXPECT_EQ(begin("smtp://host/", true), Texts()) << "in plain text";
     m_demands.noticeNumber(CURLOPT_USE_SSL, CURLUSESSL_TRY);
     EXPECT_EQ(begin("smtp://host/", true), m_fresh);

@@ -2,6 +2,7 @@
 
 #include "norla/core/CEasyHandle.h"
 #include "tests/curlcalls/CCurlCalls.h"
+#include "tests/support/CScriptedServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
@@ -129,7 +130,7 @@ TEST_F(CTLSTrustTest, refusesPinsThatAreNone)
     const kx::String end = "' is not \"sha256//\" and a SHA-256 digest in Base64.";
     for (const kx::String& text : {kx::String(), kx::String("key.pem"), pin.substr(8), pin.substr(0, pin.size() - 1),
              pin + ";" + pin, kx::String("sha256//") + pin.substr(8).replaceAll("+", "-"), kx::String("sha256//AAAA"),
-             kx::String("SHA256:") + pin.substr(8)})
+             kx::String("SHA256:") + pin.substr(8), kx::String("sha512//") + pin.substr(8)})
         EXPECT_EQ(messageFor({.pinnedKeys = {pin, text}}),
             "Invalid argument passed to 'CNetRequest::setTLSOptions': the pinned key '" + text + end);
 }
@@ -219,11 +220,29 @@ TEST_F(CTLSTrustTest, isDescribedByAllThatMatters)
     EXPECT_EQ(m_trust.getDescription(), "");
 }
 
+TEST_F(CTLSTrustTest, forgetsTheCertificateOfTheTransferBefore)
+{
+    support::CScriptedServer server;
+    server.onConnection()
+        .startTLS(m_certificates.serverCertificate(), m_certificates.serverKey())
+        .readHead()
+        .send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    set({.rootsFile = pathOf(m_certificates.caFile())});
+    m_handle.setText(CURLOPT_URL, "https://127.0.0.1:" + std::to_string(server.getPort()) + "/");
+    ASSERT_EQ(curl_easy_perform(m_handle.get()), CURLE_OK);
+    EXPECT_NE(m_trust.explain(CURLE_PEER_FAILED_VERIFICATION, ""), "");
+    m_trust.begin();
+    EXPECT_EQ(m_trust.explain(CURLE_PEER_FAILED_VERIFICATION, ""), "");
+}
+
 TEST_F(CTLSTrustTest, explainsNothingWhereNothingWasTold)
 {
     EXPECT_EQ(m_trust.explain(CURLE_SSL_CONNECT_ERROR, "unsupported protocol"), "");
     set({});
     EXPECT_EQ(m_trust.explain(CURLE_SSL_CONNECT_ERROR, "unsupported protocol"), "TLS 1.2 or later is demanded");
+    m_trust.forgetOptions();
+    EXPECT_EQ(m_trust.explain(CURLE_SSL_CONNECT_ERROR, "unsupported protocol"), "");
+    set({});
     EXPECT_EQ(m_trust.explain(CURLE_SSL_CONNECT_ERROR, "reset"), "");
     EXPECT_EQ(m_trust.explain(CURLE_PEER_FAILED_VERIFICATION, ""), "") << "without a certificate";
 }

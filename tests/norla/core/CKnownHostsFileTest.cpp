@@ -1,0 +1,166 @@
+#include "norla/core/CKnownHostsFile.h"
+
+#include "tests/support/CTemporaryFolder.h"
+#include "tests/support/errorOf.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using norla::CKnownHosts;
+using norla::CKnownHostsFile;
+using Verdict = CKnownHosts::Verdict;
+
+const std::string key{"\0\0\0\4type-one", 12};
+const std::string otherKey{"\0\0\0\4type-two", 12};
+const std::string line = "host type AAAABHR5cGUtb25l\n";
+
+class CKnownHostsFileTest : public testing::Test {
+protected:
+    CKnownHostsFile file(const std::string& name = "known_hosts") const
+    {
+        return CKnownHostsFile(CKnownHostsFile::Path::fromBytes((m_folder.path() / name).string()));
+    }
+
+    static kx::String reasonOf(const CKnownHostsFile& file)
+    {
+        const kx::String message = support::messageOf([&file] { static_cast<void>(file.add({.name = "host"}, key)); });
+        const kx::String start = "The file '" + file.getPath().toString() + "' of known SSH hosts cannot be written: ";
+        return message.startsWith(start) ? message.substr(start.size()) : message;
+    }
+
+    unsigned int modeOf(const std::string& name) const
+    {
+        struct stat status {};
+        EXPECT_EQ(stat((m_folder.path() / name).c_str(), &status), 0);
+        return status.st_mode & 07777U;
+    }
+
+    const support::CTemporaryFolder m_folder;
+};
+
+TEST_F(CKnownHostsFileTest, knowsNobodyWhenItIsMissing)
+{
+    EXPECT_EQ(file("no/such/file").read().judge({.name = "host"}, key), Verdict::Unknown);
+}
+
+TEST_F(CKnownHostsFileTest, isMadeForOneselfAlone)
+{
+    EXPECT_EQ(file("ssh/known_hosts").add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(m_folder.read("ssh/known_hosts"), line);
+    EXPECT_EQ(modeOf("ssh"), 0700U);
+    EXPECT_EQ(modeOf("ssh/known_hosts"), 0600U);
+}
+
+TEST_F(CKnownHostsFileTest, keepsWhatOthersHaveWritten)
+{
+    const std::string before = "# comment\n\n@revoked * ssh-rsa AAAA gone\n|1|a|b ssh-rsa\ngarbage \xFF\n";
+    m_folder.write("known_hosts", before);
+    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(m_folder.read("known_hosts"), before + line);
+}
+
+TEST_F(CKnownHostsFileTest, keepsItsMode)
+{
+    chmod(m_folder.write("known_hosts", "").c_str(), 0640);
+    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(modeOf("known_hosts"), 0640U);
+}
+
+TEST_F(CKnownHostsFileTest, endsALineThatHasNoEnd)
+{
+    m_folder.write("known_hosts", "other");
+    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(m_folder.read("known_hosts"), "other\n" + line);
+}
+
+TEST_F(CKnownHostsFileTest, isWrittenWhereALinkLeads)
+{
+    std::filesystem::create_symlink(m_folder.write("elsewhere", ""), m_folder.path() / "known_hosts");
+    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(m_folder.read("elsewhere"), line);
+}
+
+TEST_F(CKnownHostsFileTest, hasAHostOnceHoweverManyAddIt)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([this] { EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known); });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(m_folder.read("known_hosts"), line);
+}
+
+TEST_F(CKnownHostsFileTest, isNotChangedForAHostThatOthersHaveAddedWithAnotherKey)
+{
+    EXPECT_EQ(file().add({.name = "host"}, otherKey), Verdict::Known);
+    const std::string before = m_folder.read("known_hosts");
+    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Changed);
+    EXPECT_EQ(m_folder.read("known_hosts"), before);
+}
+
+TEST_F(CKnownHostsFileTest, refusesAHostThatCannotStandInIt)
+{
+    const kx::String message = support::messageOf([this] { static_cast<void>(file().add({.name = "a,b"}, key)); });
+    EXPECT_TRUE(message.startsWith("The host 'a,b' cannot be remembered in the file '")) << message;
+    EXPECT_FALSE(std::filesystem::exists(m_folder.path() / "known_hosts"));
+}
+
+TEST_F(CKnownHostsFileTest, tellsWhyItCannotBeWritten)
+{
+    EXPECT_EQ(reasonOf(file("no/such/file")), "No such file or directory.");
+    EXPECT_EQ(reasonOf(file(".")), "Is a directory.");
+    m_folder.write("file", "");
+    EXPECT_EQ(reasonOf(file("file/known_hosts")), "Not a directory.");
+}
+
+TEST_F(CKnownHostsFileTest, waitsForNoPipe)
+{
+    ASSERT_EQ(mkfifo((m_folder.path() / "known_hosts").c_str(), 0600), 0);
+    EXPECT_EQ(reasonOf(file()), "Invalid argument.");
+}
+
+/// As a disk that is full in the middle of the line.
+TEST_F(CKnownHostsFileTest, takesHalfALineBack)
+{
+    const std::string before = "# comment\n";
+    m_folder.write("known_hosts", before);
+    rlimit usual{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &usual), 0);
+    rlimit small = usual;
+    small.rlim_cur = before.size() + 5;
+    const auto usualAction = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const kx::String reason = reasonOf(file());
+    setrlimit(RLIMIT_FSIZE, &usual);
+    std::signal(SIGXFSZ, usualAction);
+    EXPECT_EQ(reason, "No space left on device.");
+    EXPECT_EQ(m_folder.read("known_hosts"), before);
+}
+
+TEST_F(CKnownHostsFileTest, isThatOfTheUser)
+{
+    const char* const before = std::getenv("HOME");
+    const std::string home = before ? before : "";
+    setenv("HOME", "/somewhere", 1);
+    EXPECT_EQ(CKnownHostsFile::usualPath().toString(), "/somewhere/.ssh/known_hosts");
+    for (const char* useless : {"", "relative"}) {
+        setenv("HOME", useless, 1);
+        const kx::String path = CKnownHostsFile::usualPath().toString();
+        EXPECT_TRUE(path.startsWith("/") && path.endsWith("/.ssh/known_hosts")) << path;
+        EXPECT_EQ(path.find("relative"), kx::String::npos);
+    }
+    if (before)
+        setenv("HOME", home.c_str(), 1);
+    else
+        unsetenv("HOME");
+}
+
+} // namespace
