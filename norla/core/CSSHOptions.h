@@ -46,7 +46,8 @@ struct KX_EXPORT CSSHOptions {
     UnknownSSHHost unknownHost = UnknownSSHHost::Refuse;
 
     /// Asked with UnknownSSHHost::Ask, on the thread that drives the transfer, before anything of the login is sent;
-    /// what else that thread does waits meanwhile. What it throws is the error of the transfer.
+    /// what else that thread does waits meanwhile, and the time counts for the connect timeout (30 seconds at first).
+    /// What it throws is the error of the transfer.
     std::function<SSHHostAnswer(const CSSHHostKey&)> ask = {};
 
     /// The private key to log in with, in PEM or OpenSSH's format; the public key, which is only needed where it cannot

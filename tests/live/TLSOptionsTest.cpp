@@ -18,6 +18,7 @@ using live::failureOf;
 using live::messageOf;
 using norla::CTLSOptions;
 using support::CTestCertificates;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -288,7 +289,8 @@ TEST_F(TLSOptionsTest, areGoneAfterAReset)
     request->setURL(kx::String::fromUTF8(server().expiredURL("/digits.txt")));
     EXPECT_THAT(messageOf(*request), Not(HasSubstr("; the certificate is")));
     request->setURL(kx::String::fromUTF8(server().oldTLSURL("/digits.txt")));
-    EXPECT_THAT(messageOf(*request), Not(HasSubstr("is demanded")));
+    request->setOptionInt(CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
+    EXPECT_THAT(messageOf(*request), AllOf(HasSubstr("protocol"), Not(HasSubstr("is demanded"))));
 }
 
 TEST_F(TLSOptionsTest, leaveTheRequestUsableWhenTheyAreRefused)
