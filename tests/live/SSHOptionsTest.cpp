@@ -348,7 +348,7 @@ TEST_F(SSHOptionsTest, useAConnectionAgainThatBelievedTheSame)
 
 TEST_F(SSHOptionsTest, areGoneAfterAReset)
 {
-    const auto request = requestFor(knowing(""));
+    const auto request = requestFor(knowing(changedLine() + "\n"));
     EXPECT_NE(messageOf(*request), "success");
     request->reset();
     request->setURL(kx::String::fromUTF8(server().url((server().root() / "digits.txt").string())));
