@@ -182,6 +182,18 @@ TEST_F(SSHOptionsTest, believeAServerByAPattern)
     EXPECT_EQ(outcomeOf(knowing("[127.0.0.*]:*" + line.substr(line.find(' ')))), "success");
 }
 
+TEST_F(SSHOptionsTest, believeAServerOnAPortThatIsSetApart)
+{
+    const auto request = requestFor(knowing(server().knownHostsLine() + "\n"));
+    request->setURL(kx::String::fromUTF8("sftp://127.0.0.1" + (server().root() / "digits.txt").string()));
+    request->setOptionInt(CURLOPT_PORT, server().getPort());
+    EXPECT_EQ(messageOf(*request), "success");
+    request->setOptionInt(CURLOPT_PORT, 0);
+    request->setOptionInt(CURLOPT_FRESH_CONNECT, 1);
+    request->setOptionInt64(CURLOPT_PORT, server().getPort());
+    EXPECT_EQ(messageOf(*request), "success");
+}
+
 TEST_F(SSHOptionsTest, believeNoUnknownServer)
 {
     const std::string reason = reasonOf(knowing(""));
