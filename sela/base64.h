@@ -19,8 +19,8 @@ KX_EXPORT kx::String base64Encode(const unsigned char* data, size_t size, bool p
 KX_EXPORT void base64Encode(
     const unsigned char* data, size_t size, bool pad, bool breakLines, kx::TBuffer<unsigned char>& text);
 
-/// The bytes of such a text, with or without all of its "=". Nothing when it holds anything else, line ends among it, or
-/// is no text that an encoder makes.
+/// The bytes of such a text, with or without all of its "=". Nothing when it holds anything else, line ends among it,
+/// or is no text that an encoder makes.
 KX_EXPORT std::optional<std::string> base64Decode(std::string_view text);
 
 } // namespace sela

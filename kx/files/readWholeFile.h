@@ -9,8 +9,8 @@
 
 namespace kx {
 
-/// All bytes of a file that a person keeps: settings, keys, lists. Waits for nothing: what is no file (a folder, a pipe,
-/// a device) is refused, links are followed.
+/// All bytes of a file that a person keeps: settings, keys, lists. Waits for nothing: what is no file (a folder, a
+/// pipe, a device) is refused, links are followed.
 /// @param most how many bytes it may have
 /// @throws CError naming the file and the reason
 KX_EXPORT std::string readWholeFile(const TPathImpl<CUnixPathTraits>& path, size_t most);

@@ -8,8 +8,8 @@ namespace norla {
 class CEasyHandle;
 class CRequestURL;
 
-/// The password of a private key, for which libcurl has one option that stands for two: the key of a TLS certificate and
-/// that of an SSH login. Used by the thread of the transfer.
+/// The password of a private key, for which libcurl has one option that stands for two: the key of a TLS certificate
+/// and that of an SSH login. Used by the thread of the transfer.
 class CKeyPassword {
 public:
     /// @param handle outlives this object

@@ -7,7 +7,8 @@
 namespace norla {
 
 /// The bytes of a file of known SSH hosts (sshd(8), "SSH_KNOWN_HOSTS FILE FORMAT"): names, patterns, hashed names,
-/// keys, "@revoked". Lines that make no sense, and certificate authorities, which libcurl cannot use, know nobody. A value.
+/// keys, "@revoked". Lines that make no sense, and certificate authorities, which libcurl cannot use, know nobody. A
+/// value.
 class CKnownHosts {
 public:
     static constexpr int usualPort = 22;

@@ -83,8 +83,8 @@ public:
 
     /// How the two sides of a TLS or SSH connection prove who they are. Replaces what was set so before: what the value
     /// leaves out is as in a new value. When it throws, nothing has changed, unless it was libcurl that refused.
-    /// @throws kx::CError naming the file that cannot be used, and why; kx::CInvalidArgError naming what is of the wrong
-    /// form; never naming a password
+    /// @throws kx::CError naming the file that cannot be used, and why; kx::CInvalidArgError naming what is of the
+    /// wrong form; never naming a password
     void setTLSOptions(const CTLSOptions& options);
     void setSSHOptions(const CSSHOptions& options);
 

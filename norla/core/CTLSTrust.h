@@ -15,8 +15,8 @@ namespace norla {
 
 class CEasyHandle;
 
-/// Who is believed in a TLS connection, and as whom one shows up oneself, when it was told by CTLSOptions; and what there
-/// is to say when it was not believed. Used by the thread of the transfer.
+/// Who is believed in a TLS connection, and as whom one shows up oneself, when it was told by CTLSOptions; and what
+/// there is to say when it was not believed. Used by the thread of the transfer.
 class CTLSTrust {
 public:
     /// @param handle outlives this object
