@@ -32,6 +32,8 @@ public:
 
     /// The same for SSH; replaces what else was set.
     void noticeSSHTrust(const std::string& trust) { m_ssh = {{CURLOPT_SSH_HOSTKEYFUNCTION, trust}}; }
+    /// Whether a server of SSH has to prove anything.
+    bool wantsSSHHosts() const noexcept { return !m_ssh.empty(); }
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;

@@ -55,20 +55,7 @@ void CNetRequest::reset()
     }
     rooms.url = CRequestURL();
     rooms.handle.reset();
-    rooms.cookieJar = nullptr;
-    rooms.sockets.forgetOptions();
-    rooms.demands.forgetOptions();
-    rooms.prerequest.forgetOptions();
-    rooms.tls.forgetOptions();
-    rooms.ssh.forgetOptions();
-    rooms.keyPassword.forgetOptions();
-    rooms.limits.forgetOptions();
-    rooms.sending.forgetOptions();
-    rooms.token.forgetOptions();
-    rooms.unpacking.forgetOptions();
-    rooms.headers.forgetOptions();
-    rooms.ftpPreCommands = nullptr;
-    rooms.ftpPostCommands = nullptr;
+    rooms.forgetOptions();
     rooms.keptObjects.clear();
     resetForPerform();
     setDefaultOptions();
@@ -82,15 +69,7 @@ void CNetRequest::resetForPerform()
 
 void CNetRequest::beginAttempt()
 {
-    m_rooms->form.begin();
-    m_rooms->headers.begin();
-    m_rooms->callbackError.forget();
-    m_rooms->sending.begin();
-    m_rooms->unpacking.begin();
-    m_rooms->record.forget();
-    m_rooms->response.begin();
-    m_rooms->response.beginBody();
-    m_rooms->sending.rewind();
+    m_rooms->beginAttempt();
 }
 
 void CNetRequest::setDefaultOptions()

@@ -78,12 +78,12 @@ void CNetRequest::setDeadlines(const CDeadlines& deadlines)
     setOptionInt(CURLOPT_LOW_SPEED_TIME, inactivity);
     setOptionInt(CURLOPT_SERVER_RESPONSE_TIMEOUT, inactivity);
     setOptionInt(CURLOPT_TIMEOUT_MS, total);
-    m_rooms->limits.speak();
+    m_rooms->deadlines.speak();
 }
 
 kx::String CNetRequest::CRooms::failureText(CURLcode result) const
 {
-    if (limits.doesSpeak() && result == CURLE_OPERATION_TIMEDOUT) {
+    if (deadlines.doesSpeak() && result == CURLE_OPERATION_TIMEDOUT) {
         const kx::String text = failureDetails(result).limitText;
         if (!text.isEmpty())
             return text;
@@ -112,8 +112,8 @@ CFailureDetails CNetRequest::CRooms::failureDetails(CURLcode result) const
         details.ftpReply = response.getFTPRefusal();
     const bool isServersEnd = isFTP && handle.ask(CURLINFO_RESPONSE_CODE, status) && status == ftpServiceNotAvailable;
     if (result == CURLE_OPERATION_TIMEDOUT && !isServersEnd)
-        details.limit = limits.findReached(record, details.phase);
-    details.limitText = limits.describe(details.limit, details.phase, details.host);
+        details.limit = deadlines.findReached(record, details.phase);
+    details.limitText = deadlines.describe(details.limit, details.phase, details.host);
     return details;
 }
 

@@ -1,4 +1,4 @@
-// What a request passes on to libcurl and asks it for.
+// What a request passes on to libcurl.
 
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/CStringFormat.h"
@@ -46,8 +46,9 @@ void CNetRequest::setOptionInt(CURLoption option, int value)
         m_rooms->handle.set(option, static_cast<long>(value));
     m_rooms->unpacking.noticeNumber(option, value);
     m_rooms->demands.noticeNumber(option, value);
-    m_rooms->limits.noticeNumber(option, value);
+    m_rooms->deadlines.noticeNumber(option, value);
     m_rooms->ssh.noticeNumber(option, value);
+    m_rooms->redirects.noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionInt64(CURLoption option, long long value)
@@ -57,8 +58,9 @@ void CNetRequest::setOptionInt64(CURLoption option, long long value)
         m_rooms->sending.requireWithinCopiedBody(value);
     m_rooms->handle.set(option, static_cast<curl_off_t>(value));
     m_rooms->demands.noticeNumber(option, value);
-    m_rooms->limits.noticeNumber(option, value);
+    m_rooms->deadlines.noticeNumber(option, value);
     m_rooms->ssh.noticeNumber(option, value);
+    m_rooms->redirects.noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionPtr(CURLoption option, void* value)
@@ -73,6 +75,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     m_rooms->sockets.noticePointer(option, value != nullptr);
     m_rooms->prerequest.noticePointer(option, value);
     m_rooms->tls.noticePointer(option, value != nullptr);
+    m_rooms->redirects.noticePointer(option, value);
 }
 
 void CNetRequest::setOptionString(CURLoption option, const kx::String& value)
@@ -93,6 +96,7 @@ void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
         m_rooms->sending.setCopiedBody(bytes);
     else
         m_rooms->handle.setText(option, bytes);
+    m_rooms->redirects.noticeText(option, bytes);
 }
 
 void CNetRequest::setURL(const kx::String& url)
@@ -292,108 +296,6 @@ void CNetRequest::setSendDataAsUTF8(const kx::String& text)
 void CNetRequest::setSendDataSize(long long size)
 {
     m_rooms->sending.setSize(size);
-}
-
-kx::String CNetRequest::getURL() const
-{
-    return m_rooms->url.toString();
-}
-
-kx::String CNetRequest::getHTTPMethod() const
-{
-    const kx::String& method = m_rooms->sending.getMethod();
-    return method.isEmpty() ? "GET" : method;
-}
-
-kx::P<CNetHeaders> CNetRequest::getCustomHTTPHeaders()
-{
-    return m_rooms->headers.getCallers();
-}
-
-const CNetRequest::HeaderMap& CNetRequest::getResponseHeaderMap() const
-{
-    return m_rooms->response.getHeaderMap();
-}
-
-CNetStringList* CNetRequest::getResponseInfo() const
-{
-    return m_rooms->response.getLines();
-}
-
-kx::P<CNetRequest::Buffer> CNetRequest::getDefaultReceiveBuffer() const
-{
-    return m_rooms->response.getDefaultBuffer();
-}
-
-bool CNetRequest::usesDefaultReceiveBuffer() const
-{
-    return m_rooms->response.hasDefaultSink();
-}
-
-int CNetRequest::getInfoLong(CURLINFO info)
-{
-    return m_rooms->handle.getLong(info);
-}
-
-double CNetRequest::getInfoDouble(CURLINFO info)
-{
-    return m_rooms->handle.getDouble(info);
-}
-
-kx::String CNetRequest::getInfoString(CURLINFO info)
-{
-    return m_rooms->handle.getString(info);
-}
-
-int CNetRequest::getResponseCode()
-{
-    return getInfoLong(CURLINFO_RESPONSE_CODE);
-}
-
-// libcurl marks these values as deprecated; their replacements are of another type.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-
-double CNetRequest::getDownloadedBytes()
-{
-    return getInfoDouble(CURLINFO_SIZE_DOWNLOAD);
-}
-
-double CNetRequest::getDownloadSize()
-{
-    return getInfoDouble(CURLINFO_CONTENT_LENGTH_DOWNLOAD);
-}
-
-double CNetRequest::getAvgDownloadSpeed()
-{
-    return getInfoDouble(CURLINFO_SPEED_DOWNLOAD);
-}
-
-double CNetRequest::getUploadedBytes()
-{
-    return getInfoDouble(CURLINFO_SIZE_UPLOAD);
-}
-
-double CNetRequest::getUploadSize()
-{
-    return getInfoDouble(CURLINFO_CONTENT_LENGTH_UPLOAD);
-}
-
-double CNetRequest::getAvgUploadSpeed()
-{
-    return getInfoDouble(CURLINFO_SPEED_UPLOAD);
-}
-
-#pragma GCC diagnostic pop
-
-kx::String CNetRequest::getResponseCodeDomain() const
-{
-    return m_rooms->url.getResponseCodeDomain();
-}
-
-kx::String CNetRequest::urlEscape(const kx::String& text)
-{
-    return m_rooms->handle.urlEscape(text);
 }
 
 } // namespace norla

@@ -12,12 +12,55 @@ namespace norla {
 // The options are set for who needs them, so that everybody else's stay what they were.
 void CNetRequest::CRooms::begin()
 {
+    if (judgesByProtocol())
+        url = CRequestURL(url.toString()); // what was spoken last says nothing of this transfer
     tls.begin();
     ssh.begin(url);
     keyPassword.begin(url);
     demands.begin(url, run.isManaged());
-    if (demands.wantsToBeAsked())
+    if (demands.wantsToBeAsked() || redirects.wantsToBeAsked() || judgesByProtocol())
         prerequest.use(&CRooms::beforeRequest, this);
+}
+
+void CNetRequest::CRooms::beginAttempt()
+{
+    receiveLimits.begin();
+    redirects.begin(url);
+    if (safety && sending.isSmallerThan(safety->expectFrom))
+        headers.setLine("Expect", "");
+    else if (safety)
+        headers.removeLine("Expect");
+    form.begin();
+    headers.begin();
+    callbackError.forget();
+    sending.begin();
+    unpacking.begin();
+    record.forget();
+    response.begin();
+    response.beginBody();
+    sending.rewind();
+}
+
+void CNetRequest::CRooms::forgetOptions()
+{
+    cookieJar = nullptr;
+    sockets.forgetOptions();
+    demands.forgetOptions();
+    prerequest.forgetOptions();
+    tls.forgetOptions();
+    ssh.forgetOptions();
+    keyPassword.forgetOptions();
+    deadlines.forgetOptions();
+    redirects.forgetOptions();
+    receiveLimits.set(0, 0);
+    safety.reset();
+    response.takeBareLineFeeds(false);
+    sending.forgetOptions();
+    token.forgetOptions();
+    unpacking.forgetOptions();
+    headers.forgetOptions();
+    ftpPreCommands = nullptr;
+    ftpPostCommands = nullptr;
 }
 
 CURLcode CNetRequest::CRooms::perform()
@@ -47,6 +90,7 @@ void CNetRequest::CRooms::noticeEnd(CURLcode result)
     if (demands.wasRefused())
         callbackError.keep(CCURLError(CURLE_USE_SSL_FAILED, "the connection is not encrypted although TLS is demanded",
             url.getResponseCodeDomain(), 0, "", "", failureDetails(CURLE_USE_SSL_FAILED)));
+    noticeRefusedRedirect(result);
     if (result == CURLE_SEND_FAIL_REWIND)
         sending.noticeFailedRewind();
     // Without recipients libcurl says HELP in place of sending the mail, and is content when the server answers.
@@ -61,12 +105,50 @@ void CNetRequest::CRooms::recordOutcome(CURLcode result)
     // Until it is known, so that an end which cannot be recorded is never taken for a success.
     outcome.set(result != CURLE_OK ? result : CURLE_ABORTED_BY_CALLBACK, kx::String());
     noticeEnd(result);
-    const bool isRefused = result == CURLE_OK && url.toString().startsWith("http")
-        && !isHTTPSuccess(handle.getLong(CURLINFO_RESPONSE_CODE));
+    const bool isHTTP = judgesByProtocol() ? url.isHTTP() : url.toString().startsWith("http");
+    const bool isRefused = result == CURLE_OK && isHTTP && !isHTTPSuccess(handle.getLong(CURLINFO_RESPONSE_CODE));
     if (isRefused || result != CURLE_OK)
         outcome.set(isRefused ? CURLE_HTTP_RETURNED_ERROR : result, failureText(result));
     else if (!callbackError.isThere())
         outcome.set(CURLE_OK, kx::String());
+}
+
+void CNetRequest::CRooms::noticeRefusedRedirect(CURLcode result)
+{
+    if (result == CURLE_OK || !redirects.wantsToBeAsked())
+        return;
+    const auto location = response.getHeaderMap().find("location");
+    const kx::String refusal
+        = redirects.getRefusal(result, location == response.getHeaderMap().end() ? kx::String() : location->second);
+    if (refusal.isEmpty())
+        return;
+    long status = 0;
+    handle.ask(CURLINFO_RESPONSE_CODE, status); // which leaves libcurl's own words in the buffer
+    callbackError.keep(CCURLError(result, refusal, "http", static_cast<int>(status), ""));
+}
+
+void CNetRequest::CRooms::noticeProtocol()
+{
+    const char* scheme = nullptr;
+    if (judgesByProtocol() && handle.ask(CURLINFO_SCHEME, scheme) && scheme)
+        url.setSpoken(kx::String::fromLatin1(scheme));
+}
+
+void CNetRequest::CRooms::requireNoExcess(const kx::String& excess) const
+{
+    if (excess.isEmpty())
+        return;
+    long status = 0;
+    handle.ask(CURLINFO_RESPONSE_CODE, status);
+    throw CCURLError(CURLE_FILESIZE_EXCEEDED, excess, url.getResponseCodeDomain(), static_cast<int>(status), "");
+}
+
+void CNetRequest::CRooms::requireRoomFor(size_t size) const
+{
+    curl_off_t announced = -1;
+    if (receiveLimits.isBodyLimited() && response.hasDefaultSink()
+        && handle.ask(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, announced))
+        requireNoExcess(receiveLimits.excessOfBody(response.getDefaultBuffer()->getSize(), size, announced));
 }
 
 size_t CNetRequest::CRooms::write(char* data, size_t size, size_t count, void* rooms) noexcept
@@ -75,6 +157,7 @@ size_t CNetRequest::CRooms::write(char* data, size_t size, size_t count, void* r
     const size_t total = size * count;
     const bool taken = self.callbackError.keepFrom([&self, data, total] {
         self.unpacking.take(total);
+        self.requireRoomFor(total);
         self.response.takeBody(
             reinterpret_cast<const unsigned char*>(data), static_cast<int>(total), self.url, self.sending.getMethod());
     });
@@ -105,6 +188,13 @@ int CNetRequest::CRooms::beforeRequest(void* rooms, char* peerIP, char* localIP,
     auto& self = *static_cast<CRooms*>(rooms);
     if (self.demands.refusesConnection())
         return CURL_PREREQFUNC_ABORT;
+    const bool isAllowed = self.callbackError.keepFrom([&self] {
+        if (self.redirects.wantsToBeAsked())
+            self.redirects.beforeRequest();
+        self.noticeProtocol();
+    });
+    if (!isAllowed)
+        return CURL_PREREQFUNC_ABORT;
     return self.prerequest.callApplications(peerIP, localIP, peerPort, localPort);
 }
 
@@ -113,6 +203,9 @@ size_t CNetRequest::CRooms::takeHeader(char* data, size_t size, size_t count, vo
     auto& self = *static_cast<CRooms*>(rooms);
     const size_t length = size * count;
     self.record.noticeLine({data, length}, self.url.isHTTP());
+    if (!self.callbackError.keepFrom(
+            [&self, length] { self.requireNoExcess(self.receiveLimits.excessOfLine(length)); }))
+        return 0;
     try {
         self.response.takeLine({data, length}, self.url);
     } catch (const std::exception& error) {

@@ -12,10 +12,13 @@
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/core/CPrerequest.h"
+#include "norla/core/CReceiveLimits.h"
+#include "norla/core/CRedirects.h"
 #include "norla/core/CRequestURL.h"
 #include "norla/core/CResponse.h"
 #include "norla/core/CRunState.h"
 #include "norla/core/CSSHTrust.h"
+#include "norla/core/CSafeDefaults.h"
 #include "norla/core/CSending.h"
 #include "norla/core/CSentHeaders.h"
 #include "norla/core/CTLSTrust.h"
@@ -23,6 +26,8 @@
 #include "norla/core/CTransferRecord.h"
 #include "norla/core/CTransferSockets.h"
 #include "norla/core/CUnpackingLimits.h"
+
+#include <optional>
 
 namespace norla {
 
@@ -47,17 +52,26 @@ struct CNetRequest::CRooms {
     CUnpackingLimits unpacking{handle};
     CConnectionDemands demands{handle};
     CPrerequest prerequest{handle};
+    CRedirects redirects{handle, headers};
+    CReceiveLimits receiveLimits;
+    std::optional<CSafeDefaults> safety; // as set, with what its lines are asked for here
     CTransferSockets sockets{handle};
     CTLSTrust tls{handle};
     CSSHTrust ssh{handle, callbackError};
     CKeyPassword keyPassword{handle};
     CTransferRecord record{handle};
-    CTransferLimits limits;
+    CTransferLimits deadlines;
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
 
     /// A transfer begins: the options that depend on what it is, which connections it may go over, and who is asked
     /// about them.
     void begin();
+
+    /// An attempt begins: what goes out, and what may be received.
+    void beginAttempt();
+
+    /// The options are those of a new request.
+    void forgetOptions();
 
     /// Runs the transfer on this thread.
     CURLcode perform();
@@ -75,6 +89,13 @@ struct CNetRequest::CRooms {
     kx::String failureText(CURLcode result) const;
 
     CFailureDetails failureDetails(CURLcode result) const;
+    bool judgesByProtocol() const noexcept { return safety && safety->judgeByProtocol; }
+
+    /// Does nothing for an empty text. @throws CCURLError CURLE_FILESIZE_EXCEEDED with it
+    void requireNoExcess(const kx::String& excess) const;
+    void requireRoomFor(size_t size) const;
+    void noticeRefusedRedirect(CURLcode result);
+    void noticeProtocol();
 
     // libcurl's, each with the rooms as its data
     static size_t write(char* data, size_t size, size_t count, void* rooms) noexcept;

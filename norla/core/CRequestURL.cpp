@@ -32,10 +32,15 @@ kx::String domainOf(const kx::String& scheme)
 
 CRequestURL::CRequestURL(const kx::String& url)
     : m_url(url)
-    , m_domain(domainOf(getScheme()))
-    , m_isHTTP(m_domain == "http")
-    , m_isMail(m_domain == "smtp")
 {
+    setSpoken(getScheme());
+}
+
+void CRequestURL::setSpoken(const kx::String& scheme)
+{
+    m_domain = domainOf(scheme.toLower());
+    m_isHTTP = m_domain == "http";
+    m_isMail = m_domain == "smtp";
 }
 
 kx::String CRequestURL::getScheme() const

@@ -5,7 +5,7 @@
 namespace norla {
 
 /// The URL of a transfer as its owner has set it, and what the text tells of the protocol. Whether redirects have led
-/// to another one is not seen.
+/// to another one is not seen, unless somebody tells.
 class CRequestURL {
 public:
     CRequestURL() = default; ///< none
@@ -15,6 +15,9 @@ public:
 
     /// In lower case; empty without one.
     kx::String getScheme() const;
+
+    /// What counts from now on, whatever the text says. @param scheme in letters of either case
+    void setSpoken(const kx::String& scheme);
 
     /// What its response codes belong to: "http", "ftp", "smtp", or empty for other schemes.
     const kx::String& getResponseCodeDomain() const noexcept { return m_domain; }

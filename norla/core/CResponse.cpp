@@ -53,7 +53,8 @@ void CResponse::takeLine(std::string_view bytes, const CRequestURL& url)
             m_headerAssembler.reset();
         m_statusLine = line.trim();
     } else if (url.isHTTP()) {
-        m_headerAssembler.handleHeaderLine(line);
+        // The assembler takes a line of white space for a continuation.
+        m_headerAssembler.handleHeaderLine(m_takesBareLineFeeds && bytes == "\n" ? kx::String("\r\n") : line);
     }
     m_lines->addUTF8(bytes);
 }

@@ -35,6 +35,9 @@ public:
     /// Null for none; a reference is kept.
     void setServerInfoToUpdate(CServerInfo* serverInfo) { m_headerAssembler.setServerInfoToUpdate(serverInfo); }
 
+    /// Whether a header line may end in a line feed alone, also the empty one; not at first.
+    void takeBareLineFeeds(bool take) noexcept { m_takesBareLineFeeds = take; }
+
     /// A line with its end, as it came.
     /// @throws kx::CError when it is not UTF-8, or makes no sense; it is left out then
     void takeLine(std::string_view bytes, const CRequestURL& url);
@@ -75,6 +78,7 @@ private:
     CHeaderAssembler m_headerAssembler;
     kx::String m_statusLine;
     int m_status = unread;
+    bool m_takesBareLineFeeds = false;
     kx::P<CNetStringList> m_lines;
     kx::P<CNetStringList> m_replies; // of a mail server, for people; null: none yet
     static constexpr int unread = -1;

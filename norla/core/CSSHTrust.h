@@ -35,6 +35,8 @@ public:
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;
 
+    bool isSet() const noexcept { return m_isSet; }
+
     /// All that matters of a connection, to compare it with others; empty when nothing was told.
     const std::string& getDescription() const noexcept { return m_description; }
 

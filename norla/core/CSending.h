@@ -56,6 +56,9 @@ public:
     void setText(const kx::String& text);
     void setSize(long long size);
 
+    /// Whether the size is known, and less than this many bytes.
+    bool isSmallerThan(long long size) const noexcept { return m_size >= 0 && m_size < size; }
+
     /// A body that libcurl copies and sends by itself.
     void setCopiedBody(const std::string& bytes);
 
