@@ -260,7 +260,10 @@ void COutputFile::failForGood()
 
 void COutputFile::fail(int errorNumber) const
 {
-    throw CError("The file '" + m_path.toString() + "' cannot be written: " + systemErrorText(errorNumber) + ".");
+    CProps props;
+    props.set("systemError", toString(errorNumber));
+    throw CError("The file '" + m_path.toString() + "' cannot be written: " + systemErrorText(errorNumber) + ".",
+        String(), -1, props);
 }
 
 } // namespace kx

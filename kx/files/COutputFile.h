@@ -18,7 +18,8 @@ namespace kx {
 /// content. A new file gets the permissions that the process's umask leaves. What exists and is no regular file (a
 /// device, a pipe, a terminal) is never replaced: it is written to as it is, at once.
 ///
-/// Used by one thread at a time. Errors are CError and name the path and the reason.
+/// Used by one thread at a time. Errors are CError and name the path and the reason; of those that the system tells,
+/// the property "systemError" is its number (errno) in decimal.
 class KX_EXPORT COutputFile : public CBase, public virtual IOutStream {
 public:
     using Path = TPathImpl<CUnixPathTraits>;

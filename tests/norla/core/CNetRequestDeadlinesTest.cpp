@@ -182,7 +182,7 @@ TEST_F(CNetRequestDeadlinesTest, answerThatDoesNotComeIsInactivity)
 TEST_F(CNetRequestDeadlinesTest, bodyThatStallsIsInactivity)
 {
     server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n").stall();
-    request().setDeadlines({.inactivity = seconds(1)});
+    request().setDeadlines({.connect = ms(200), .inactivity = seconds(1)});
     setURL("/", "http");
     const std::string message = messageOf(failure());
     EXPECT_TRUE(message.starts_with("The server " + hostText() + " has sent nothing more for 1 second.")) << message;
@@ -246,6 +246,28 @@ TEST_F(CNetRequestDeadlinesTest, totalCountsWhileTheCommandsOfFTPAreSilent)
     setURL("/a", "ftp");
     EXPECT_EQ(messageOf(failure()),
         "The transfer with " + hostText() + " was not done within 0.5 seconds: the server had not answered.");
+}
+
+TEST_F(CNetRequestDeadlinesTest, ftpServerOwesNoReplyWhileItsFileComes)
+{
+    support::CScriptedServer data;
+    data.onConnection().send(std::string(100'000, 'x')).stall();
+    logIn()
+        .readUntil("\r\n")
+        .send("257 \"/\"\r\n")
+        .readUntil("\r\n")
+        .send("229 here (|||" + std::to_string(data.getPort()) + "|)\r\n")
+        .readUntil("\r\n")
+        .send("200 binary\r\n")
+        .readUntil("\r\n")
+        .send("213 200000\r\n")
+        .readUntil("\r\n")
+        .send("150 it comes\r\n")
+        .stall();
+    request().setDeadlines({.inactivity = seconds(1), .total = ms(1200)});
+    setURL("/a", "ftp");
+    EXPECT_EQ(messageOf(failure()),
+        "The transfer with " + hostText() + " was not done within 1.2 seconds: the answer was still coming.");
 }
 
 TEST_F(CNetRequestDeadlinesTest, totalGoesBeforeConnect)

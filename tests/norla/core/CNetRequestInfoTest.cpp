@@ -97,6 +97,16 @@ TEST_F(CNetRequestInfoTest, startsAnewWithEachTransfer)
     EXPECT_EQ(info().url.toUTF8(), server().url("/b"));
 }
 
+TEST_F(CNetRequestInfoTest, startsAnewInTheBackground)
+{
+    answer("HTTP/1.1 302 Found\r\nLocation: /b\r\nContent-Length: 0\r\n\r\n").readHead().send(ok("")).close();
+    performPath("/a");
+    EXPECT_EQ(info().redirects, 1);
+    answer(ok(""));
+    performInBackground();
+    EXPECT_EQ(info().redirects, 0);
+}
+
 TEST_F(CNetRequestInfoTest, failureNamesHostPathAndAddressWithoutSecrets)
 {
     answer("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf");
@@ -144,7 +154,14 @@ TEST_F(CNetRequestInfoTest, urlThatNobodyCanReadIsNotTakenApart)
 
 TEST_F(CNetRequestInfoTest, demandThatIsNotMetHasDetails)
 {
-    server().onConnection().send("220 here\r\n").readUntil("\r\n").send("500 what?\r\n").readToEnd();
+    server()
+        .onConnection()
+        .send("220 here\r\n")
+        .readUntil("\r\n")
+        .send("500 what?\r\n")
+        .readUntil("\r\n")
+        .send("500 what?\r\n")
+        .readToEnd();
     request().setURL(kx::String::fromUTF8(server().url("/a", "ftp")));
     request().setFTPUseSSL(CURLUSESSL_ALL);
     const auto details = detailsOf(failure());

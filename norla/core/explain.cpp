@@ -1,0 +1,219 @@
+#include "norla/core/explain.h"
+
+#include "norla/core/CCURLError.h"
+#include "norla/core/errorKind.h"
+
+#include <algorithm>
+#include <string>
+
+namespace norla {
+
+namespace {
+
+/// Control characters, and those that turn the direction of the text around them.
+bool isInvisible(wchar_t c) noexcept
+{
+    return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x200E || c == 0x200F || (c >= 0x2028 && c <= 0x202E)
+        || (c >= 0x2066 && c <= 0x2069);
+}
+
+/// On one line, at most so many characters long.
+kx::String cleaned(const kx::String& text, size_t most)
+{
+    std::wstring line;
+    for (const wchar_t c : text.toWide()) {
+        if (!isInvisible(c) && c != L' ')
+            line += c;
+        else if (!line.empty() && line.back() != L' ')
+            line += L' ';
+        if (line.size() > most)
+            break;
+    }
+    const bool isCut = line.size() > most;
+    line.resize(std::min(line.size(), most));
+    return kx::String(line).trim() + kx::String::fromLatin1(isCut ? "..." : "");
+}
+
+/// What a sentence speaks of.
+struct CPlace {
+    kx::String server; // or the proxy on the way there
+    bool isProxy = false;
+    kx::String name; // of the file, quoted; empty when there is none worth naming
+
+    kx::String with(const char* word) const
+    {
+        return name.isEmpty() ? kx::String() : " " + kx::String::fromLatin1(word) + " " + name;
+    }
+    kx::String nameOr(const char* other) const { return name.isEmpty() ? kx::String::fromLatin1(other) : name; }
+};
+
+kx::String quoted(const kx::String& path)
+{
+    constexpr size_t longestName = 300;
+    return path.isEmpty() || path == "/" ? kx::String() : "'" + cleaned(path, longestName) + "'";
+}
+
+kx::String invalidSentence(long long code)
+{
+    switch (code) {
+    case CURLE_URL_MALFORMAT:
+        return "The address cannot be read";
+    case CURLE_UNSUPPORTED_PROTOCOL:
+        return "Addresses of this kind are not supported";
+    default:
+        return "The transfer was asked for in a way that is not supported";
+    }
+}
+
+kx::String certificateSentence(long long code, const CPlace& place)
+{
+    if (code == CURLE_SSL_CERTPROBLEM || code == CURLE_SSL_CLIENTCERT)
+        return "The certificate that " + place.server + " asks for cannot be used";
+    if (code == CURLE_SSL_CACERT_BADFILE || code == CURLE_SSL_CRL_BADFILE)
+        return "The list of trusted certificates, which " + place.server + " is checked against, cannot be used";
+    return "It is not certain that " + place.server + " is the server that was meant";
+}
+
+/// Without the full stop.
+kx::String sentenceOf(ErrorKind kind, long long code, const CPlace& place)
+{
+    switch (kind) {
+    case ErrorKind::InvalidArgument:
+        return invalidSentence(code);
+    case ErrorKind::OutOfMemory:
+        return "There is not enough memory";
+    case ErrorKind::Cancelled:
+        return "The transfer" + place.with("of") + " with " + place.server + " was cancelled";
+    case ErrorKind::NotFound:
+        return "There is no " + place.nameOr("such file") + " on " + place.server;
+    case ErrorKind::Denied:
+        return "The use of " + place.nameOr("this") + " is not allowed on " + place.server;
+    case ErrorKind::Login:
+        return "The login is refused by " + place.server + place.with("for");
+    case ErrorKind::Certificate:
+        return certificateSentence(code, place);
+    case ErrorKind::Encryption:
+        return "No encrypted connection to " + place.server + " is possible";
+    case ErrorKind::NameLookup:
+        return "The name of " + place.server + " is not known";
+    case ErrorKind::Unreachable:
+        return kx::String::fromLatin1(place.isProxy ? "No connection is made by " : "It is not possible to connect to ")
+            + place.server + place.with("for");
+    case ErrorKind::ConnectTimeout:
+    case ErrorKind::TotalTimeout:
+    case ErrorKind::InactivityTimeout:
+        return "It takes too long to wait for " + place.server + place.with("and");
+    case ErrorKind::ConnectionLost:
+        return "The connection to " + place.server + " was lost" + place.with("during");
+    case ErrorKind::RecipientRefused:
+        return "A recipient of the mail is refused by " + place.server;
+    case ErrorKind::Full:
+        return "There is no space left" + place.with("for") + " on " + place.server;
+    case ErrorKind::TooLarge:
+        return "The size of " + place.nameOr("the transfer") + " is beyond what is allowed with " + place.server;
+    case ErrorKind::Temporary:
+        return "It is not possible at the moment, but maybe later, to use " + place.server + place.with("for");
+    case ErrorKind::Protocol:
+        return "The answer of " + place.server + place.with("about") + " makes no sense";
+    case ErrorKind::Refused:
+        return "The request" + place.with("for") + " was refused by " + place.server;
+    case ErrorKind::Unknown:
+        break;
+    }
+    return "The transfer" + place.with("of") + " with " + place.server + " has failed";
+}
+
+/// Whether it is the server that has decided, so that its words say why.
+bool isServersWord(ErrorKind kind) noexcept
+{
+    switch (kind) {
+    case ErrorKind::NotFound:
+    case ErrorKind::Denied:
+    case ErrorKind::Login:
+    case ErrorKind::Encryption:
+    case ErrorKind::RecipientRefused:
+    case ErrorKind::Full:
+    case ErrorKind::TooLarge:
+    case ErrorKind::Temporary:
+    case ErrorKind::Refused:
+        return true;
+    default:
+        return false;
+    }
+}
+
+kx::String withWords(const kx::String& sentence, const char* who, const kx::String& words)
+{
+    constexpr size_t mostWords = 200;
+    const kx::String said = cleaned(words, mostWords);
+    return said.isEmpty() ? sentence + "."
+                          : sentence + "; the " + kx::String::fromLatin1(who) + " says: \"" + said + "\".";
+}
+
+kx::String wordsOf(const CCURLError& error)
+{
+    if (!error.getServerReply().isEmpty())
+        return error.getServerReply();
+    if (!error.getDetails().ftpReply.isEmpty())
+        return error.getDetails().ftpReply;
+    const bool isHTTP = error.getProps().get("responseCodeDomain") == "http";
+    return isHTTP ? error.getProps().get("serverMessage") : kx::String();
+}
+
+bool isOfProxy(const CCURLError& error)
+{
+    constexpr const char* loginDemandedByProxy = "407"; // RFC 9110 section 15.5.8
+    return error.getCode() == CURLE_COULDNT_RESOLVE_PROXY || error.getCode() == CURLE_PROXY
+        || error.getDetails().proxyStatus >= 300
+        || error.getProps().get("responseCode") == kx::String::fromLatin1(loginDemandedByProxy);
+}
+
+CPlace placeOf(const CCURLError& error)
+{
+    constexpr size_t longestHost = 300;
+    const kx::String host = cleaned(error.getDetails().host, longestHost);
+    const kx::String server = host.isEmpty() ? "the server" : "the server " + host;
+    const bool isProxy = isOfProxy(error);
+    return {.server = isProxy ? "the proxy on the way to " + server : server,
+        .isProxy = isProxy,
+        .name = quoted(error.getDetails().path)};
+}
+
+kx::String explainTransfer(const CCURLError& error)
+{
+    const CFailureDetails& details = error.getDetails();
+    if (!details.limitText.isEmpty())
+        return details.limitText;
+    const ErrorKind kind = getErrorKind(error);
+    const CPlace place = placeOf(error);
+    return withWords(sentenceOf(kind, error.getCode(), place), place.isProxy ? "proxy" : "server",
+        isServersWord(kind) ? wordsOf(error) : kx::String());
+}
+
+/// What the store says stands in the message with its code behind it.
+kx::String explainStore(const kx::CError& error, ErrorKind kind)
+{
+    const kx::String code = error.getProps().get("s3-code");
+    const kx::String start = "Amazon S3 error: ";
+    const kx::String end = "(" + code + ")";
+    kx::String words = error.getMessage();
+    if (words.startsWith(start) && words.endsWith(end))
+        words = words.substr(start.size(), words.size() - start.size() - end.size());
+    const CPlace place{.server = "the store", .isProxy = false, .name = quoted(error.getProps().get("s3-resource"))};
+    return withWords(sentenceOf(kind, 0, place), "store", words.isEmpty() ? code : words);
+}
+
+} // namespace
+
+kx::String explain(const kx::CError& error)
+{
+    constexpr size_t longestMessage = 1000;
+    if (const auto* const transfer = dynamic_cast<const CCURLError*>(&error))
+        return explainTransfer(*transfer);
+    const ErrorKind kind = getErrorKind(error);
+    if (error.getProps().has("s3-code"))
+        return explainStore(error, kind);
+    return kind == ErrorKind::OutOfMemory ? "There is not enough memory." : cleaned(error.getMessage(), longestMessage);
+}
+
+} // namespace norla

@@ -1,0 +1,118 @@
+#include "norla/core/explain.h"
+
+#include "kx/base/CStdExceptionError.h"
+#include "norla/core/CCURLError.h"
+#include "norla/s3/CS3Error.h"
+#include "norla/s3/CS3ErrorResponse.h"
+
+#include <gtest/gtest.h>
+
+#include <new>
+
+namespace {
+
+using norla::CCURLError;
+using norla::CFailureDetails;
+
+std::string explained(const kx::CError& error)
+{
+    return norla::explain(error).toUTF8();
+}
+
+std::string ofHTTP(int status, const kx::String& words, const kx::String& path = "/a")
+{
+    return explained(CCURLError(
+        CURLE_HTTP_RETURNED_ERROR, "", "http", status, words, "", CFailureDetails{.host = "host:80", .path = path}));
+}
+
+TEST(ExplainTest, namesHostAndPath)
+{
+    EXPECT_EQ(ofHTTP(404, ""), "There is no '/a' on the server host:80.");
+    EXPECT_EQ(ofHTTP(404, "", "/"), "There is no such file on the server host:80.");
+    EXPECT_EQ(
+        ofHTTP(503, ""), "It is not possible at the moment, but maybe later, to use the server host:80 for '/a'.");
+}
+
+TEST(ExplainTest, quotesTheServer)
+{
+    EXPECT_EQ(
+        ofHTTP(403, "Go away"), "The use of '/a' is not allowed on the server host:80; the server says: \"Go away\".");
+}
+
+TEST(ExplainTest, quotesFTPAndMailServers)
+{
+    EXPECT_EQ(explained(CCURLError(CURLE_REMOTE_FILE_NOT_FOUND, "RETR response: 550", "ftp", 550, "", "",
+                  CFailureDetails{.host = "host", .path = "/a", .ftpReply = "550 Nothing here"})),
+        "There is no '/a' on the server host; the server says: \"550 Nothing here\".");
+    EXPECT_EQ(explained(CCURLError(CURLE_SEND_ERROR, "RCPT failed: 550", "smtp", 221, "221 Bye", "550 no such user",
+                  CFailureDetails{.host = "host", .path = "/", .isRecipientRefused = true})),
+        "A recipient of the mail is refused by the server host; the server says: \"550 no such user\".");
+}
+
+TEST(ExplainTest, quotesOnOneLineWithoutControlCharacters)
+{
+    EXPECT_EQ(ofHTTP(403, u8" a\r\n\tb\u001b[31mc\u202Ed \u0085"),
+        "The use of '/a' is not allowed on the server host:80; the server says: \"a b [31mc d\".");
+    EXPECT_EQ(ofHTTP(404, "",
+                  "/a\x1b"
+                  "b"),
+        "There is no '/a b' on the server host:80.");
+}
+
+TEST(ExplainTest, quotesNoMoreThanTwoHundredCharacters)
+{
+    const std::string start = "The use of '/a' is not allowed on the server host:80; the server says: \"";
+    EXPECT_EQ(ofHTTP(403, kx::String::fromUTF8(std::string(200, 'x'))), start + std::string(200, 'x') + "\".");
+    EXPECT_EQ(ofHTTP(403, kx::String::fromUTF8(std::string(201, 'x'))), start + std::string(200, 'x') + "...\".");
+}
+
+TEST(ExplainTest, doesNotQuoteAServerThatHasDecidedNothing)
+{
+    EXPECT_EQ(explained(CCURLError(CURLE_PARTIAL_FILE, "", "http", 200, "half a page", "",
+                  CFailureDetails{.host = "host", .path = "/a"})),
+        "The connection to the server host was lost during '/a'.");
+}
+
+TEST(ExplainTest, saysWhichLimitOfTimeItWas)
+{
+    EXPECT_EQ(explained(CCURLError(CURLE_OPERATION_TIMEDOUT, "SSL connection timeout", "", 0, "", "",
+                  CFailureDetails{.limit = norla::TransferLimit::Connect, .limitText = "It took 3 seconds."})),
+        "It took 3 seconds.");
+}
+
+TEST(ExplainTest, saysThatItIsTheProxy)
+{
+    const std::string proxy = "the proxy on the way to the server host";
+    const auto of = [](CURLcode code, int proxyStatus) {
+        return explained(
+            CCURLError(code, "", "", 0, "", "", CFailureDetails{.host = "host", .proxyStatus = proxyStatus}));
+    };
+    EXPECT_EQ(of(CURLE_COULDNT_RESOLVE_PROXY, 0), "The name of " + proxy + " is not known.");
+    EXPECT_EQ(of(CURLE_RECV_ERROR, 407), "The login is refused by " + proxy + ".");
+    EXPECT_EQ(of(CURLE_PROXY, 0), "No connection is made by " + proxy + ".");
+    EXPECT_EQ(ofHTTP(407, ""), "The login is refused by the proxy on the way to the server host:80 for '/a'.");
+}
+
+TEST(ExplainTest, doesWithoutAHost)
+{
+    EXPECT_EQ(
+        explained(CCURLError(CURLE_COULDNT_CONNECT, "", "", 0, "")), "It is not possible to connect to the server.");
+    EXPECT_EQ(explained(CCURLError(CURLE_URL_MALFORMAT, "", "", 0, "")), "The address cannot be read.");
+}
+
+TEST(ExplainTest, quotesTheStore)
+{
+    EXPECT_EQ(explained(norla::CS3Error(norla::CS3ErrorResponse("NoSuchKey", "Not here", "/b/k", "id"), 404)),
+        "There is no '/b/k' on the store; the store says: \"Not here\".");
+    EXPECT_EQ(explained(norla::CS3Error(norla::CS3ErrorResponse("AccessDenied", "", "", ""), 403)),
+        "The use of this is not allowed on the store; the store says: \"AccessDenied\".");
+}
+
+TEST(ExplainTest, leavesOtherErrorsTheirMessage)
+{
+    EXPECT_EQ(explained(kx::CError("The file 'a' cannot be written: No space left on device.")),
+        "The file 'a' cannot be written: No space left on device.");
+    EXPECT_EQ(explained(kx::CStdExceptionError(std::bad_alloc())), "There is not enough memory.");
+}
+
+} // namespace
