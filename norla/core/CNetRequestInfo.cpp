@@ -49,9 +49,6 @@ TransferPhase phaseOf(CURLcode result, TransferPhase reached) noexcept
     case CURLE_SSL_CLIENTCERT:
     case CURLE_USE_SSL_FAILED:
         return TransferPhase::Encryption;
-    case CURLE_LOGIN_DENIED:
-    case CURLE_AUTH_ERROR:
-        return TransferPhase::Login;
     default:
         return reached;
     }

@@ -101,9 +101,9 @@ void CNetRequest::CRooms::noticeEnd(CURLcode result)
 
 void CNetRequest::CRooms::recordOutcome(CURLcode result)
 {
-    record.end();
     // Until it is known, so that an end which cannot be recorded is never taken for a success.
     outcome.set(result != CURLE_OK ? result : CURLE_ABORTED_BY_CALLBACK, kx::String());
+    record.end();
     noticeEnd(result);
     const bool isHTTP = judgesByProtocol() ? url.isHTTP() : url.toString().startsWith("http");
     const bool isRefused = result == CURLE_OK && isHTTP && !isHTTPSuccess(handle.getLong(CURLINFO_RESPONSE_CODE));

@@ -172,15 +172,12 @@ void CTransferRecord::noticeTLS() noexcept
     }
 }
 
-void CTransferRecord::end() noexcept
+void CTransferRecord::end()
 {
     m_state = State::Ended;
     m_end = Clock::now();
-    try {
-        m_url = textOf(m_handle, CURLINFO_EFFECTIVE_URL); // which the next option changes
-    } catch (const std::exception&) {
-        m_url.clear();
-    }
+    m_url.clear();
+    m_url = textOf(m_handle, CURLINFO_EFFECTIVE_URL); // which the next option changes
 }
 
 CTransferRecord::CMoments CTransferRecord::askMoments() const noexcept

@@ -34,8 +34,8 @@ public:
     /// @param isHTTP whether the transfer is one of HTTP: its header fields are of no interest here
     void noticeLine(std::string_view line, bool isHTTP) noexcept;
 
-    /// The transfer has ended, with whatever result.
-    void end() noexcept;
+    /// The transfer has ended, with whatever result. @throws std::bad_alloc
+    void end();
 
     CTransferInfo getInfo() const;
 

@@ -345,8 +345,10 @@ ErrorKind getErrorKind(const std::exception& error) noexcept
     try {
         if (const auto* const known = dynamic_cast<const kx::CError*>(&error))
             return kindOf(*known);
-        if (const auto* const system = dynamic_cast<const std::system_error*>(&error))
-            return kindOfSystem(system->code().default_error_condition().value());
+        if (const auto* const system = dynamic_cast<const std::system_error*>(&error)) {
+            const std::error_condition condition = system->code().default_error_condition();
+            return condition.category() == std::generic_category() ? kindOfSystem(condition.value()) : Unknown;
+        }
         return dynamic_cast<const std::bad_alloc*>(&error) ? OutOfMemory : Unknown;
     } catch (const std::exception&) {
         return Unknown;

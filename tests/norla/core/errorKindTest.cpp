@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <ios>
 #include <new>
 #include <system_error>
 
@@ -148,6 +149,7 @@ TEST(ErrorKindTest, isToldByTheStore)
     EXPECT_EQ(ofStore("SlowDown", 503), Temporary);
     EXPECT_EQ(ofStore("InternalError", 0), Temporary);
     EXPECT_EQ(ofStore("Strange", 409), Refused);
+    EXPECT_EQ(ofStore("Strange", 507), Full);
 }
 
 TEST(ErrorKindTest, isToldByTheSystem)
@@ -155,6 +157,7 @@ TEST(ErrorKindTest, isToldByTheSystem)
     EXPECT_EQ(getErrorKind(std::system_error(ENOSPC, std::generic_category())), Full);
     EXPECT_EQ(getErrorKind(std::system_error(EACCES, std::system_category())), Denied);
     EXPECT_EQ(getErrorKind(std::system_error(EXDEV, std::generic_category())), Unknown);
+    EXPECT_EQ(getErrorKind(std::ios_base::failure("stream")), Unknown);
 }
 
 TEST(ErrorKindTest, isToldByTheFileThatCannotBeWritten)

@@ -51,7 +51,7 @@ TEST(ExplainTest, quotesFTPAndMailServers)
 
 TEST(ExplainTest, quotesOnOneLineWithoutControlCharacters)
 {
-    EXPECT_EQ(ofHTTP(403, u8" a\r\n\tb\u001b[31mc\u202Ed \u0085"),
+    EXPECT_EQ(ofHTTP(403, u8" a  \r\n\tb\u001b[31mc\u202Ed \u0085"),
         "The use of '/a' is not allowed on the server host:80; the server says: \"a b [31mc d\".");
     EXPECT_EQ(ofHTTP(404, "",
                   "/a\x1b"
