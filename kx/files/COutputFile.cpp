@@ -63,6 +63,7 @@ COutputFile::COutputFile(const Path& path)
 COutputFile::COutputFile(const Path& path, const COptions& options)
     : m_path(path)
     , m_options(options)
+    , m_startsWith(options.start)
 {
     const std::string name = path.toBytes();
     if (name.find('\0') != std::string::npos)
@@ -156,6 +157,7 @@ bool COutputFile::keepAccessList() const
         && fsetxattr(m_file, attribute, list.data(), list.size(), 0) == 0;
 }
 
+/// Begins the empty part with what the older file holds.
 void COutputFile::copyOlder()
 {
     const int older = openat(m_folder, m_targetName.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY);
@@ -166,8 +168,8 @@ void COutputFile::copyOlder()
     }
     constexpr size_t blockSize = 1 << 20;
     ssize_t count = 0;
-    while ((count = sendfile(m_file, older, nullptr, blockSize)) > 0)
-        m_start += count;
+    while ((count = sendfile(m_file, older, nullptr, blockSize)) > 0 || (count < 0 && errno == EINTR))
+        m_start += std::max<ssize_t>(count, 0);
     const int errorNumber = errno;
     close(older);
     if (count < 0)
@@ -206,13 +208,24 @@ void COutputFile::seek(long long position)
 
 void COutputFile::restart()
 {
+    restart(m_options.start);
+}
+
+void COutputFile::restart(Start start)
+{
     requireOpen();
-    if (m_length == m_start)
-        return;
-    if (ftruncate(m_file, m_start) != 0 || lseek(m_file, m_start, SEEK_SET) < 0)
+    const bool hasNewStart = !m_partName.empty() && start != m_startsWith;
+    const long long kept = hasNewStart ? 0 : m_start;
+    if (m_length != kept && (ftruncate(m_file, kept) != 0 || lseek(m_file, kept, SEEK_SET) < 0))
         failForGood();
-    m_position = m_start;
-    m_length = m_start;
+    m_start = kept;
+    m_position = kept;
+    m_length = kept;
+    if (!hasNewStart)
+        return;
+    m_startsWith = start;
+    if (start == Start::OlderContent)
+        copyOlder();
 }
 
 void COutputFile::finish()

@@ -56,9 +56,10 @@ public:
     void seek(long long position) override;
     long long getPosition() override { return m_position; }
 
-    /// Forgets what was written, and begins anew, with what the file began with. @throws CError when the file cannot seek and bytes have gone out,
-    /// which closes it
+    /// Forgets what was written, and begins anew: as at first, or with another start. @throws CError when the file
+    /// cannot seek and bytes have gone out, which closes it; when the older content cannot be copied
     void restart();
+    void restart(Start start);
 
     /// Sees that all bytes are on the disk, and gives the file its name. What is no regular file is closed.
     /// @throws CError when that fails, or was done before; what was written is removed then, and the older file stays
@@ -84,7 +85,8 @@ private:
 
     const Path m_path;
     const COptions m_options;
-    long long m_start = 0; // of the older content
+    Start m_startsWith;
+    long long m_start = 0; // how much older content there is
     long long m_length = 0;
     long long m_position = 0;
     int m_file = -1;

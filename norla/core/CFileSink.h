@@ -17,17 +17,37 @@ namespace norla {
 /// 300 and above) is not the file: it goes to the request's default receive buffer, up to 64 KiB of it, where the
 /// transfer's error finds the server's words.
 ///
+/// The rest of a file of which the beginning is there:
+///
+///     const auto sink = kx::newObj<CFileSink>(*request, path, CFileSink::Older::Resume);
+///     request->setRange(sink->getFile().getLength(), -1);
+///
 /// Used by one thread at a time: after a transfer in the background, once that has ended.
 class KX_EXPORT CFileSink : public kx::CBase, public virtual CNetRequest::IDataSink {
 public:
+    /// What becomes of an older file of that name, at the end of all. Its content is copied where it stays.
+    enum class Older {
+        /// The body takes its place.
+        Replace,
+
+        /// The body comes behind what it holds, whatever it is.
+        Append,
+
+        /// Where the server has sent the part behind it (status 206), that comes behind what it holds; another part is an
+        /// error. A body that is the whole resource takes its place. Other protocols than HTTP tell neither: there it is
+        /// as Append. That the resource is still the same is for the caller to see to (a header line "If-Range").
+        Resume
+    };
+
     /// @param request whose body it is; no reference is kept
-    /// @throws kx::CError which names path and reason when the file cannot be made
-    CFileSink(CNetRequest& request, const CNetRequest::Path& path);
+    /// @throws kx::CError which names path and reason when the file cannot be made, or the older one not copied
+    CFileSink(CNetRequest& request, const CNetRequest::Path& path, Older older = Older::Replace);
     ~CFileSink() override;
 
     void begin() override;
 
-    /// @throws kx::CError which names path and reason when the file takes no more; the transfer ends with it
+    /// @throws kx::CError which names path and reason when the file takes no more, or the server has sent another part
+    /// than the one that is missing; the transfer ends with it
     int write(
         const unsigned char* data, int size, int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
 
@@ -39,8 +59,13 @@ public:
     kx::COutputFile& getFile() const noexcept { return *m_file; }
 
 private:
+    void goOn(int responseCode, const CNetRequest::HeaderMap& responseHeaders);
+    void requireRest(const CNetRequest::HeaderMap& responseHeaders) const;
+
+    const Older m_older;
     const kx::P<kx::COutputFile> m_file;
     const kx::P<CNetRequest::Buffer> m_explanation;
+    bool m_hasBegun = false; // to take the body
 };
 
 } // namespace norla

@@ -512,4 +512,98 @@ TEST_F(COutputFileTest, canHaveANameOutsideUTF8)
     EXPECT_EQ(m_folder.read("Gr\xFC\xDF"), "bytes");
 }
 
+class COutputFileStartTest : public COutputFileTest {
+protected:
+    kx::P<COutputFile> openBehind(const std::string& name) const
+    {
+        return kx::newObj<COutputFile>(COutputFile::Path::fromBytes(path(name).native()),
+            COutputFile::COptions{.start = COutputFile::Start::OlderContent});
+    }
+};
+
+TEST_F(COutputFileStartTest, goesOnBehindAnOlderFile)
+{
+    const std::string older(3 << 20, 'o');
+    m_folder.write("old", older);
+    const auto file = openBehind("old");
+    EXPECT_EQ(file->getLength(), 3 << 20);
+    EXPECT_EQ(file->getPosition(), 3 << 20);
+    write(*file, "bytes");
+    EXPECT_EQ(m_folder.read("old"), older);
+    file->finish();
+    EXPECT_EQ(m_folder.read("old"), older + "bytes");
+}
+
+TEST_F(COutputFileStartTest, beginsAtTheStartWhereThereIsNoOlderFile)
+{
+    const auto file = openBehind("new");
+    EXPECT_EQ(file->getLength(), 0);
+    write(*file, "bytes");
+    file->finish();
+    EXPECT_EQ(m_folder.read("new"), "bytes");
+}
+
+TEST_F(COutputFileStartTest, leavesTheOlderFileAsItWasWithoutAnEnd)
+{
+    m_folder.write("old", "older content");
+    write(*openBehind("old"), "bytes");
+    EXPECT_EQ(m_folder.read("old"), "older content");
+    EXPECT_EQ(names(), std::vector<std::string>{"old"});
+}
+
+TEST_F(COutputFileStartTest, beginsAnewBehindTheOlderContent)
+{
+    m_folder.write("old", "older ");
+    const auto file = openBehind("old");
+    write(*file, "a first attempt");
+    file->restart();
+    EXPECT_EQ(file->getPosition(), 6);
+    write(*file, "bytes");
+    file->finish();
+    EXPECT_EQ(m_folder.read("old"), "older bytes");
+}
+
+TEST_F(COutputFileStartTest, beginsAnewWithAnotherStart)
+{
+    m_folder.write("old", "older ");
+    const auto file = openBehind("old");
+    write(*file, "attempt");
+    file->restart(COutputFile::Start::Empty);
+    EXPECT_EQ(file->getLength(), 0);
+    write(*file, "another attempt");
+    file->restart();
+    EXPECT_EQ(file->getLength(), 6);
+    write(*file, "bytes");
+    file->restart(COutputFile::Start::Empty);
+    write(*file, "new");
+    file->finish();
+    EXPECT_EQ(m_folder.read("old"), "new");
+}
+
+TEST_F(COutputFileStartTest, hasNoPositionInTheOlderContent)
+{
+    m_folder.write("old", "older");
+    const auto file = openBehind("old");
+    write(*file, "bytes");
+    file->seek(5);
+    EXPECT_EQ(support::messageOf([&] { file->seek(4); }),
+        "There is no position 4 in the file '" + kx::String::fromUTF8(path("old").native()) + "'.");
+}
+
+TEST_F(COutputFileTest, isForItsOwnerAloneOnDemand)
+{
+    m_folder.write("old", "older content");
+    fs::permissions(path("old"), fs::perms::all);
+    for (const char* name : {"old", "new"}) {
+        const mode_t mask = umask(0);
+        const auto file = kx::newObj<COutputFile>(COutputFile::Path::fromBytes(path(name).native()),
+            COutputFile::COptions{.readers = COutputFile::Readers::Owner});
+        umask(mask);
+        EXPECT_EQ(
+            fs::status(file->getPartPath().toBytes()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+        file->finish();
+        EXPECT_EQ(modeOf(name), 0600U);
+    }
+}
+
 } // namespace

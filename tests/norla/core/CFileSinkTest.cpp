@@ -5,7 +5,9 @@
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
 
+#include <csignal>
 #include <filesystem>
+#include <sys/resource.h>
 
 namespace {
 
@@ -125,6 +127,125 @@ TEST_F(CFileSinkTest, namesTheFileThatCannotBeMade)
 {
     EXPECT_EQ(support::messageOf([this] { kx::newObj<CFileSink>(request(), "/nowhere/file"); }),
         "The file '/nowhere/file' cannot be written: No such file or directory.");
+}
+
+class CFileSinkOlderTest : public CFileSinkTest {
+protected:
+    CFileSinkOlderTest() { m_folder.write("file", "older "); }
+
+    kx::P<CFileSink> setSink(CFileSink::Older older)
+    {
+        auto sink = kx::newObj<CFileSink>(
+            request(), norla::CNetRequest::Path::fromBytes((m_folder.path() / "file").native()), older);
+        request().setReceiveDataSink(sink.get());
+        return sink;
+    }
+
+    /// What the file holds after this answer.
+    std::string contentAfter(const std::string& bytes, CFileSink::Older older)
+    {
+        answer(bytes);
+        const auto sink = setSink(older);
+        performPath();
+        sink->finish();
+        return m_folder.read("file");
+    }
+
+    static std::string part(const std::string& body, const std::string& range)
+    {
+        return "HTTP/1.1 206 Partial Content\r\nContent-Length: " + std::to_string(body.size())
+            + "\r\nContent-Range: " + range + "\r\n\r\n" + body;
+    }
+
+    /// The error that a resumed transfer ends with.
+    kx::String resumeError(const std::string& bytes)
+    {
+        answer(bytes);
+        setSink(CFileSink::Older::Resume);
+        const auto error = failureOf();
+        request().setDefaultReceiveDataStream(); // lets the sink go
+        EXPECT_EQ(m_folder.read("file"), "older ");
+        return error ? error->getMessage() : "(no error)";
+    }
+};
+
+TEST_F(CFileSinkOlderTest, putsAnyBodyBehindAnOlderFile)
+{
+    EXPECT_EQ(contentAfter(ok("body"), CFileSink::Older::Append), "older body");
+}
+
+TEST_F(CFileSinkOlderTest, putsTheRestBehindTheBeginning)
+{
+    answer(part("rest", "bytes 6-9/10"));
+    const auto sink = setSink(CFileSink::Older::Resume);
+    request().setRange(sink->getFile().getLength(), -1);
+    performPath();
+    sink->finish();
+    EXPECT_EQ(m_folder.read("file"), "older rest");
+    EXPECT_NE(received().find("\r\nRange: bytes=6-\r\n"), std::string::npos);
+}
+
+TEST_F(CFileSinkOlderTest, putsTheWholeInPlaceOfTheBeginning)
+{
+    EXPECT_EQ(contentAfter(ok("whole"), CFileSink::Older::Resume), "whole");
+}
+
+TEST_F(CFileSinkOlderTest, takesNoOtherPartForTheRest)
+{
+    const kx::String name = kx::String::fromUTF8((m_folder.path() / "file").native());
+    EXPECT_EQ(resumeError(part("part", "bytes 5-8/10")),
+        "The file '" + name + "' cannot go on behind its 6 bytes: the server has sent the part 'bytes 5-8/10'.");
+    expectGoodTransfer();
+}
+
+TEST_F(CFileSinkOlderTest, takesNoPartInAnotherUnit)
+{
+    EXPECT_TRUE(resumeError(part("part", "lines 6-9/10")).endsWith("the server has sent the part 'lines 6-9/10'."));
+}
+
+TEST_F(CFileSinkOlderTest, takesNoPartThatDoesNotSayWhichItIs)
+{
+    EXPECT_TRUE(resumeError("HTTP/1.1 206 Partial Content\r\nContent-Length: 4\r\n\r\npart")
+                    .endsWith("the server has sent the part ''."));
+}
+
+TEST_F(CFileSinkOlderTest, leavesTheBeginningAsItWasWhenTheRestFails)
+{
+    answer("HTTP/1.1 206 Partial Content\r\nContent-Length: 4\r\nContent-Range: bytes 6-9/10\r\n\r\nre").close();
+    setSink(CFileSink::Older::Resume);
+    EXPECT_TRUE(failureOf());
+    request().setDefaultReceiveDataStream(); // lets the sink go
+    EXPECT_EQ(m_folder.read("file"), "older ");
+}
+
+TEST_F(CFileSinkOlderTest, goesOnBehindTheBeginningAfterAnAttemptWithTheWhole)
+{
+    answer("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\na long half").close();
+    answer(part("rest", "bytes 6-9/10"));
+    const auto sink = setSink(CFileSink::Older::Resume);
+    EXPECT_TRUE(failureOf());
+    performPath();
+    sink->finish();
+    EXPECT_EQ(m_folder.read("file"), "older rest");
+}
+
+TEST_F(CFileSinkTest, namesTheFileThatTakesNoMore)
+{
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit previous{};
+    getrlimit(RLIMIT_FSIZE, &previous);
+    const rlimit limit{100'000, previous.rlim_max};
+    answer(ok(std::string(1 << 20, 'x')));
+    setSink();
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const auto error = failureOf();
+    setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getMessage(),
+        "The file '" + kx::String::fromUTF8((m_folder.path() / "file").native())
+            + "' cannot be written: File too large.");
+    EXPECT_TRUE(isEmptyFolder());
 }
 
 } // namespace
