@@ -1,5 +1,5 @@
 // Works on the files of an FTP server.
-#include "examples/CFileSource.h"
+#include "examples/CSentFile.h"
 #include "examples/CTargetFile.h"
 #include "examples/TCommand.h"
 #include "examples/credentials.h"
@@ -72,7 +72,7 @@ public:
 
     void put(const Words& words)
     {
-        const auto source = kx::newObj<CFileSource>(words[0]);
+        const auto source = kx::newObj<CSentFile>(words[0]);
         const kx::String path = urlPath(words[1]);
         m_client->prepareUploadRequest(*m_request, path, nullptr, 0, true);
         m_request->setSendDataSource(source.get());

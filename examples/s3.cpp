@@ -1,13 +1,14 @@
 // Works on the objects of an S3 store.
-#include "examples/CFileSource.h"
 #include "examples/CPartRemoval.h"
 #include "examples/CPartSink.h"
+#include "examples/CSentFile.h"
 #include "examples/TCommand.h"
 #include "examples/credentials.h"
 #include "examples/localFiles.h"
 #include "examples/naming.h"
 #include "examples/runProgram.h"
 #include "examples/terminal.h"
+#include "kx/files/CInputFile.h"
 #include "kx/files/COutputFile.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3ObjectEnum.h"
@@ -15,8 +16,6 @@
 #include "sela/base64.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <utility>
@@ -41,14 +40,12 @@ struct CPlace {
 /// The Base64 form of the file's MD5. The file is read block by block.
 kx::String md5Of(const std::string& file)
 {
-    constexpr size_t blockSize = 64 << 10;
-    std::ifstream in(file, std::ios::binary);
-    std::vector<char> block(blockSize);
+    constexpr int blockSize = 64 << 10;
+    kx::CInputFile in(Path::fromBytes(file));
+    std::vector<unsigned char> block(blockSize);
     const auto digest = sela::CDigestType_MD5::createDigest();
-    while (in.read(block.data(), blockSize) || in.gcount() > 0)
-        digest->update(block.data(), static_cast<size_t>(in.gcount()));
-    if (!in.eof())
-        throw fileError("The file '" + shownPath(file) + "' cannot be read", errno);
+    while (const int count = in.read(block.data(), blockSize))
+        digest->update(block.data(), static_cast<size_t>(count));
     digest->finish();
     return sela::base64Encode(digest->getBytes(), digest->getLength(), true, false);
 }
@@ -68,8 +65,8 @@ public:
     void put(const Words& words)
     {
         const CPlace place(words[1]);
-        const auto source = kx::newObj<CFileSource>(words[0]);
-        const kx::String md5 = md5Of(words[0]);
+        const auto source = kx::newObj<CSentFile>(words[0]);
+        const kx::String md5 = withLocalFile([&] { return md5Of(words[0]); });
         naming(place.name(), m_request.get(), [&] {
             m_client->putObject(*m_request, place.bucket, place.key, source.get(), source->getLength(), md5, "");
         });

@@ -123,7 +123,7 @@ TEST_F(ExamplesTest, uploadSendsAFileWhoseNameIsNotUTF8)
 TEST_F(ExamplesTest, uploadNamesAFileThatIsNotThereWhateverItsName)
 {
     const auto result = run({"upload", "/nowhere/gr\xFCn.txt", server().url("/dav/green.txt")});
-    EXPECT_EQ(result.errors(), "upload: The file '/nowhere/gr\\xfcn.txt' cannot be read: No such file or directory\n");
+    EXPECT_EQ(result.errors(), "upload: The file '/nowhere/gr\\xfcn.txt' cannot be read: No such file or directory.\n");
     EXPECT_EQ(result.exitStatus(), 3);
 }
 
@@ -279,7 +279,7 @@ TEST_F(ExamplesTest, uploadTellsThatTheFileIsMissing)
 {
     const auto result = run({"upload", "/nowhere/text.txt", server().url("/dav/uploaded.txt")});
     EXPECT_EQ(result.exitStatus(), 3);
-    EXPECT_EQ(result.errors(), "upload: The file '/nowhere/text.txt' cannot be read: No such file or directory\n");
+    EXPECT_EQ(result.errors(), "upload: The file '/nowhere/text.txt' cannot be read: No such file or directory.\n");
 }
 
 } // namespace

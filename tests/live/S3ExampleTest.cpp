@@ -125,7 +125,7 @@ TEST_F(S3ExampleTest, explainsFailures)
     EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
 
     const auto unread = s3({"put", "/nowhere/file", "bucket/k"});
-    EXPECT_EQ(unread.errors(), "s3: The file '/nowhere/file' cannot be read: No such file or directory\n");
+    EXPECT_EQ(unread.errors(), "s3: The file '/nowhere/file' cannot be read: No such file or directory.\n");
     EXPECT_EQ(unread.exitStatus(), 3);
 
     m_secret = "wrong/secret";

@@ -218,6 +218,17 @@ TEST_F(CFileSinkOlderTest, leavesTheBeginningAsItWasWhenTheRestFails)
     EXPECT_EQ(m_folder.read("file"), "older ");
 }
 
+TEST_F(CFileSinkOlderTest, putsTheWholeInPlaceOfTheBeginningAfterAnAttemptWithTheRest)
+{
+    answer("HTTP/1.1 206 Partial Content\r\nContent-Length: 4\r\nContent-Range: bytes 6-9/10\r\n\r\nre").close();
+    answer(ok("whole"));
+    const auto sink = setSink(CFileSink::Older::Resume);
+    EXPECT_TRUE(failureOf());
+    performPath();
+    sink->finish();
+    EXPECT_EQ(m_folder.read("file"), "whole");
+}
+
 TEST_F(CFileSinkOlderTest, goesOnBehindTheBeginningAfterAnAttemptWithTheWhole)
 {
     answer("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\na long half").close();
