@@ -1,4 +1,5 @@
 // HTTP and HTTPS against nginx; digest authentication against Apache.
+#include "norla/core/CAcceptEncoding.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/http/CServerInfo.h"
 #include "tests/live/liveRequest.h"
@@ -238,6 +239,15 @@ TEST_F(NginxTest, compressedAnswerIsReadWhenAskedFor)
     EXPECT_EQ(bodyOf(*request).size(), 10'000u);
     EXPECT_EQ(request->getResponseHeaderMap().at("content-encoding"), "gzip");
     EXPECT_LT(request->getDownloadedBytes(), 10'000);
+}
+
+TEST_F(NginxTest, anyCompressedAnswerIsAskedForAndRead)
+{
+    const auto request = requestFor(server().url("/gzip/text.txt"));
+    request->setAcceptEncoding({.maxSize = 10'000});
+    request->perform();
+    EXPECT_EQ(bodyOf(*request), std::string(10'000, 'g'));
+    EXPECT_EQ(request->getResponseHeaderMap().at("content-encoding"), "gzip");
 }
 
 TEST_F(NginxTest, repeatedHeadersAreJoined)
