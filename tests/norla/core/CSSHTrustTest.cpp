@@ -56,16 +56,16 @@ protected:
         return message.startsWith(start) ? message.substr(start.size()) : message;
     }
 
-    /// What libcurl is told to know when a transfer begins; empty for nothing.
+    /// What libcurl is told to know when a transfer begins; empty for nothing, "-" when it is told nothing.
     std::string hintFor(const std::string& url)
     {
         m_calls.takeOptions();
         m_trust.begin(norla::CRequestURL(kx::String::fromUTF8(url)));
         const Texts options = m_calls.takeOptions();
         const std::string start = "SSH_KNOWNHOSTS=";
-        return options.empty() || options.back() == start + "null"
-            ? std::string()
-            : support::readFile(options.back().substr(start.size()));
+        if (options.empty())
+            return "-";
+        return options.back() == start + "null" ? "" : support::readFile(options.back().substr(start.size()));
     }
 
     std::string descriptionOf(const CSSHOptions& options)
@@ -197,7 +197,7 @@ TEST_F(CSSHTrustTest, asksForAKindOfKeyByWhichTheServerIsKnown)
     EXPECT_THAT(hintFor("sftp://host/"), StartsWith("host ecdsa-sha2-nistp256 "));
     EXPECT_THAT(hintFor("scp://user@OTHER:2222/path"), StartsWith("[OTHER]:2222 ssh-ed25519 "));
     EXPECT_EQ(hintFor("sftp://unknown/"), "");
-    EXPECT_EQ(hintFor("https://host/"), "");
+    EXPECT_EQ(hintFor("https://host/"), "-");
 }
 
 TEST_F(CSSHTrustTest, asksForTheBestOfSeveralKindsOfKeys)
