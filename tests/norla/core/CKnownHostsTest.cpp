@@ -81,8 +81,9 @@ TEST(CKnownHostsTest, readListsOfNames)
 
 TEST(CKnownHostsTest, readPatterns)
 {
-    const std::string file = "*.example,a?c,x*y*z " + keyText;
-    for (const char* host : {"www.example", ".example", "a.b.example", "abc", "xyz", "x-yy-z", "xyyzz"})
+    const std::string file = "*.example,a?c,x*y*z,end* " + keyText;
+    for (const char* host :
+        {"www.example", ".example", "a.b.example", "abc", "xyz", "x-yy-z", "xyyzz", "end", "ending"})
         EXPECT_EQ(judge(file, host), Verdict::Known) << host;
     for (const char* host : {"example", "www.example.org", "ac", "abbc", "xz", "xy", "xyza"})
         EXPECT_EQ(judge(file, host), Verdict::Unknown) << host;
@@ -155,6 +156,8 @@ TEST(CKnownHostsTest, skipWhatIsNoHost)
         EXPECT_EQ(judge(bad + "\n", "host"), Verdict::Unknown) << bad;
         EXPECT_EQ(judge(bad + "\n" + line, "host"), Verdict::Known) << bad;
     }
+    for (const std::string bad : {"|1|", "|1||", "|1|AAAA", "|1|AAAA|*", "|1|*|AAAA", "|1|AAAA|AAAA", "|2|AAAA|AAAA"})
+        EXPECT_EQ(judge(bad + " " + keyText, "host"), Verdict::Unknown) << bad;
     EXPECT_EQ(judge("host ssh-rsa " + base64Of(key), "host"), Verdict::Unknown) << "of another type than it says";
     EXPECT_EQ(judge("# " + line, "host"), Verdict::Unknown);
     EXPECT_EQ(judge("#" + line, "#host"), Verdict::Unknown);
