@@ -24,7 +24,8 @@ namespace {
 
 constexpr mode_t ownerOnly = 0600;
 
-/// Where the links lead, also when nothing is there yet. The kernel has the last word on circles.
+/// Where the links lead, also when nothing is there yet. There are no circles and no more links than the kernel follows,
+/// unless somebody makes them at this moment.
 std::string followLinks(std::string path)
 {
     constexpr int mostLinks = 40; // as many as the kernel follows
@@ -70,6 +71,8 @@ COutputFile::COutputFile(const Path& path, const COptions& options)
         fail(EINVAL);
     struct stat status {};
     const bool exists = stat(name.c_str(), &status) == 0;
+    if (!exists && errno == ELOOP)
+        fail(ELOOP); // rather than put a file in the place of a link
     const std::string target = followLinks(name);
     if (exists && (!S_ISREG(status.st_mode) || !isSameFile(status, target))) // or open, but without a name any more
         openAsItIs(name);

@@ -1,5 +1,6 @@
 #include "kx/files/COutputFile.h"
 
+#include "tests/support/CDescriptor.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
 
@@ -282,6 +283,16 @@ TEST_F(COutputFileTest, doesNotReplaceAFileThatMustNotBeWritten)
     EXPECT_EQ(names(), std::vector<std::string>{"old"});
 }
 
+TEST_F(COutputFileTest, saysAtOnceThatItsFolderTakesNoFile)
+{
+    fs::permissions(m_folder.path(), fs::perms(0555));
+    {
+        const CAsOrdinaryUser user;
+        EXPECT_EQ(openError("new"), cannotBeWritten("new", "Permission denied"));
+    }
+    fs::permissions(m_folder.path(), fs::perms(0755));
+}
+
 TEST_F(COutputFileTest, givesAnotherGroupNoMoreThanEverybody)
 {
     fs::permissions(m_folder.write("old", "older content"), fs::perms(0662)); // root's, in the continuous integration
@@ -322,6 +333,36 @@ TEST_F(COutputFileTest, refusesLinksInACircle)
     EXPECT_TRUE(fs::is_symlink(path("a")));
 }
 
+class COutputFileChainTest : public COutputFileTest {
+protected:
+    /// The first of that many links, one behind the other, to the file "real".
+    std::string chain(int count) const
+    {
+        m_folder.write("real", "older content");
+        std::string last = "real";
+        for (int i = 0; i < count; ++i) {
+            const std::string link = "link" + std::to_string(i);
+            fs::create_symlink(last, path(link));
+            last = link;
+        }
+        return last;
+    }
+
+    static constexpr int mostLinks = 40; // that the kernel follows
+};
+
+TEST_F(COutputFileChainTest, isFollowedAsFarAsTheKernelDoes)
+{
+    writeWhole(chain(mostLinks), "new");
+    EXPECT_EQ(m_folder.read("real"), "new");
+}
+
+TEST_F(COutputFileChainTest, isRefusedWhereItIsLongerThanTheKernelFollows)
+{
+    const std::string tooLong = chain(mostLinks + 1);
+    EXPECT_EQ(openError(tooLong), cannotBeWritten(tooLong, "Too many levels of symbolic links"));
+}
+
 TEST_F(COutputFileTest, findsItsFolderWhenThatIsMoved)
 {
     fs::create_directory(path("before"));
@@ -340,6 +381,22 @@ TEST_F(COutputFileTest, isFoundFromTheWorkingFolder)
     file->finish();
     EXPECT_TRUE(fs::exists(path("new")));
 }
+
+/// The process has no standard input while one of these lives: the next file that is opened gets its descriptor, 0.
+class CWithoutStandardInput {
+public:
+    CWithoutStandardInput() { close(STDIN_FILENO); }
+    ~CWithoutStandardInput()
+    {
+        if (m_kept && dup2(m_kept.get(), STDIN_FILENO) != STDIN_FILENO)
+            ADD_FAILURE() << "the process has no standard input any more";
+    }
+    CWithoutStandardInput(const CWithoutStandardInput&) = delete;
+    CWithoutStandardInput& operator=(const CWithoutStandardInput&) = delete;
+
+private:
+    const support::CDescriptor m_kept{fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)};
+};
 
 /// A device that is nobody else's.
 TEST_F(COutputFileTest, writesStraightToADevice)
@@ -366,6 +423,39 @@ TEST_F(COutputFileTest, writesStraightToAPipe)
     EXPECT_EQ(read(reader, bytes.data(), bytes.size()), 5);
     close(reader);
     EXPECT_TRUE(fs::is_fifo(path("pipe")));
+}
+
+TEST_F(COutputFileTest, writesStraightToAPipeInAProgramWithoutStandardInput)
+{
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    const support::CDescriptor reader(::open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const CWithoutStandardInput closed;
+    writeWhole("pipe", "bytes");
+    std::array<char, 16> bytes{};
+    EXPECT_EQ(read(reader.get(), bytes.data(), bytes.size()), 5);
+}
+
+TEST_F(COutputFileTest, closesTheFolderInAProgramWithoutStandardInput)
+{
+    const CWithoutStandardInput closed;
+    writeWhole("new", "bytes");
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+}
+
+TEST_F(COutputFileTest, closesAPipeThatIsNotFinishedInAProgramWithoutStandardInput)
+{
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    const support::CDescriptor reader(::open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const CWithoutStandardInput closed;
+    write(*open("pipe"), "bytes");
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+}
+
+TEST_F(COutputFileTest, appearsInAProgramWithoutStandardInput)
+{
+    const CWithoutStandardInput closed;
+    writeWhole("new", "bytes");
+    EXPECT_EQ(m_folder.read("new"), "bytes");
 }
 
 TEST_F(COutputFileTest, writesStraightToAFileThatHasNoNameAnyMore)
