@@ -153,6 +153,12 @@ TEST(StringTest, doesNotReadBeyondTheEndOfItsBytes)
     EXPECT_EQ(error->getMessage(), "Text is not valid UTF-8 at byte 1.");
 }
 
+TEST(StringTest, endsInAZeroCharacterWhereItsBytesGoOn)
+{
+    const std::string_view whole = "abcdef";
+    EXPECT_STREQ(String::fromUTF8(whole.substr(0, 3)).toWide().c_str(), L"abc");
+}
+
 TEST(StringTest, hasNoUTF8FormForASurrogate)
 {
     const auto error = errorOf([] { static_cast<void>(String(std::wstring(L"ab") + wchar_t(0xD800)).toUTF8()); });

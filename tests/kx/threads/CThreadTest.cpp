@@ -155,6 +155,18 @@ TEST(CThreadTest, canBeStartedAgain)
     EXPECT_EQ(runs, 2);
 }
 
+TEST(CThreadTest, canBeStartedAgainWhenItHasEndedByItself)
+{
+    std::atomic<int> runs{0};
+    CLambdaThread thread([&runs](CLambdaThread&) { ++runs; });
+    thread.start();
+    while (thread.isAlive())
+        kx::threadYield(true);
+    thread.start();
+    thread.stop(true);
+    EXPECT_EQ(runs, 2);
+}
+
 TEST(CThreadTest, goesOnAfterAnotherStart)
 {
     std::atomic<bool> mayGoOn{false};

@@ -239,6 +239,18 @@ TEST_F(CLocalTimeTest, hasTheZoneOfTheTimeOfDayThatIsSet)
     EXPECT_EQ(fields.getZone(), 120);
 }
 
+// Neither an hour that is there twice nor one that is not there lies between: the clock is put forward by 20 seconds.
+TEST_F(CLocalTimeTest, hasTheZoneOfTheSecondThatIsSet)
+{
+    setZone("LMT-0:00:50NEW-0:01:10,M3.5.0/2:00:10,M10.5.0/3");
+    kx::CTimeFields fields(kx::CTimeFields::TypeLocal);
+    fields.setDate(2024, 3, 31);
+    fields.setTime(2, 0, 9);
+    EXPECT_EQ(fields.getZone(), 0);
+    fields.setTime(2, 0, 30);
+    EXPECT_EQ(fields.getZone(), 1);
+}
+
 TEST_F(CLocalTimeTest, isFollowedFromATimeOn)
 {
     setZone("CET-1CEST,M3.5.0,M10.5.0/3");
