@@ -43,6 +43,12 @@ year_month_day dateOf(long long y, long long m, long long d)
     return year_month_day(year(static_cast<int>(y)), month(static_cast<unsigned>(m)), day(static_cast<unsigned>(d)));
 }
 
+long long lastDayOf(long long y, long long m)
+{
+    const year_month_day_last date(year(static_cast<int>(y)), month_day_last(month(static_cast<unsigned>(m))));
+    return static_cast<unsigned>(date.day());
+}
+
 } // namespace
 
 CTimeFields::CTimeFields(Type type)
@@ -108,8 +114,7 @@ void CTimeFields::followLocalZone()
 
 bool CTimeFields::isDate() const
 {
-    return isWithin(m_year, 0, 9999) && isWithin(m_month, 1, 12) && isWithin(m_day, 1, 31)
-        && dateOf(m_year, m_month, m_day).ok();
+    return isWithin(m_year, 0, 9999) && isWithin(m_month, 1, 12) && isWithin(m_day, 1, lastDayOf(m_year, m_month));
 }
 
 bool CTimeFields::isDateAndTime() const
