@@ -45,8 +45,7 @@ public:
 };
 
 CAsyncNetRequestThread::CAsyncNetRequestThread(IProgressHandler* progressHandler)
-    : CThread(nullptr, true)
-    , m_progressHandler(progressHandler)
+    : m_progressHandler(progressHandler)
 {
     setName("norla.asyncNetRequest");
 }
