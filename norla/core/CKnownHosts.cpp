@@ -71,13 +71,13 @@ bool isHashOf(std::string_view field, const std::string& name)
 {
     field.remove_prefix(std::string_view("|1|").size());
     const std::optional<std::string> salt = sela::base64Decode(takeUpTo(field, "|"));
-    const std::optional<std::string> expected = sela::base64Decode(field);
-    if (!salt || !expected)
+    if (!salt)
         return false;
+    const std::string expected = sela::base64Decode(field).value_or(std::string());
     kx::TBuffer<unsigned char> hash;
     sela::calcHMAC_SHA1(hash, bytesOf(name), name.size(), bytesOf(*salt), salt->size());
     return std::equal(
-        hash.getData(), hash.getData() + hash.getSize(), bytesOf(*expected), bytesOf(*expected) + expected->size());
+        hash.getData(), hash.getData() + hash.getSize(), bytesOf(expected), bytesOf(expected) + expected.size());
 }
 
 /// @param name in lower case

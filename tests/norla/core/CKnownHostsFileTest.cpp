@@ -1,15 +1,21 @@
 #include "norla/core/CKnownHostsFile.h"
 
+#include "tests/support/CDescriptor.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/sleepingThread.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
+#include <future>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -95,6 +101,22 @@ TEST_F(CKnownHostsFileTest, hasAHostOnceHoweverManyAddIt)
         threads.emplace_back([this] { EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known); });
     for (std::thread& thread : threads)
         thread.join();
+    EXPECT_EQ(m_folder.read("known_hosts"), line);
+}
+
+TEST_F(CKnownHostsFileTest, waitsForOthersWhoAreWritingIt)
+{
+    const support::CDescriptor other(open(m_folder.write("known_hosts", "").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+    std::promise<pid_t> number;
+    std::jthread adding([this, &number] {
+        number.set_value(gettid());
+        EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    });
+    support::waitUntilAsleep(number.get_future().get());
+    EXPECT_EQ(write(other.get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    EXPECT_EQ(flock(other.get(), LOCK_UN), 0);
+    adding.join();
     EXPECT_EQ(m_folder.read("known_hosts"), line);
 }
 
