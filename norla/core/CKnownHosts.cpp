@@ -130,7 +130,7 @@ void CKnownHosts::readLine(std::string_view line)
     const bool isRevoked = field == "@revoked";
     if (isRevoked)
         field = takeField(line);
-    if (field.empty() || field.starts_with('#') || field.starts_with('@'))
+    if (field.empty() || field.starts_with('#'))
         return;
     const std::string_view type = takeField(line);
     std::optional<std::string> key = sela::base64Decode(takeField(line));

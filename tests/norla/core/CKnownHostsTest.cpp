@@ -69,6 +69,7 @@ TEST(CKnownHostsTest, takeAKeyOfAnotherKindForAChangedOne)
 TEST(CKnownHostsTest, ignoreTheCaseOfNames)
 {
     EXPECT_EQ(judge("Host.Example " + keyText, "hOST.eXAMPLE"), Verdict::Known);
+    EXPECT_EQ(judge("Host.Example " + keyText, "hOST.eXAMPLE", otherKey), Verdict::Changed);
 }
 
 TEST(CKnownHostsTest, readListsOfNames)
@@ -165,6 +166,7 @@ TEST(CKnownHostsTest, skipWhatIsNoHost)
 
 TEST(CKnownHostsTest, readBlanksTabsCommentsAndLineEnds)
 {
+    EXPECT_EQ(judge("host " + keyText + "\r\n", "host"), Verdict::Known);
     EXPECT_EQ(judge(" \t host \t " + type + "\t" + base64Of(key) + " a comment\r\n", "host"), Verdict::Known);
 }
 
