@@ -92,7 +92,8 @@ std::optional<CCookie> parseCookieLine(std::string_view line)
     const auto hasSubdomains = parseFlag(fields.texts[CFields::Subdomains]);
     const auto isSecure = parseFlag(fields.texts[CFields::Secure]);
     const auto expiry = parseExpiry(fields.texts[CFields::Expiry]);
-    if (domain.empty() || !fields.texts[CFields::FieldPath].starts_with('/') || !hasSubdomains || !isSecure || !expiry)
+    const bool isHost = !domain.empty() && !domain.starts_with('.') && domain.find(' ') == std::string_view::npos;
+    if (!isHost || !fields.texts[CFields::FieldPath].starts_with('/') || !hasSubdomains || !isSecure || !expiry)
         return std::nullopt;
     cookie.domain = shown(domain);
     cookie.hasSubdomains = *hasSubdomains;
@@ -106,8 +107,8 @@ std::optional<CCookie> parseCookieLine(std::string_view line)
 
 bool isCookieComment(std::string_view line)
 {
-    const size_t first = line.find_first_not_of(" \t");
-    return first == std::string_view::npos || (line[first] == '#' && !line.starts_with(httpOnlyMark));
+    const bool isBlank = line.find_first_not_of(" \t") == std::string_view::npos;
+    return isBlank || (line.starts_with('#') && !line.starts_with(httpOnlyMark));
 }
 
 } // namespace norla

@@ -61,6 +61,8 @@ TEST(CookieLineTest, isNoCookieWithOtherFields)
     EXPECT_FALSE(isCookie("a.b\tFALSE\t/\tFALSE\t0\tname\tvalue\t"));
     EXPECT_FALSE(isCookie("\tFALSE\t/\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie(".\tFALSE\t/\tFALSE\t0\tname\tvalue"));
+    EXPECT_FALSE(isCookie("..a.b\tTRUE\t/\tFALSE\t0\tname\tvalue"));
+    EXPECT_FALSE(isCookie("a b\tFALSE\t/\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie("a.b\tmaybe\t/\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie("a.b\tFALSE\tpath\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie("a.b\tFALSE\t/\t1\t0\tname\tvalue"));
@@ -91,6 +93,7 @@ TEST(CookieLineTest, isACommentOrNot)
     EXPECT_TRUE(isCookieComment(" \t"));
     EXPECT_FALSE(isCookieComment("#HttpOnly_garbage"));
     EXPECT_FALSE(isCookieComment("garbage"));
+    EXPECT_FALSE(isCookieComment(" # is no comment to libcurl"));
     EXPECT_FALSE(isCookie("#a.b\tFALSE\t/\tFALSE\t0\tname\tvalue"));
 }
 
