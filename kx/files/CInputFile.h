@@ -10,8 +10,8 @@
 namespace kx {
 
 /// A file that is read. It stays open, and what was opened is read to its end even if its name is removed or given to
-/// another file meanwhile. A regular file gives the bytes that it had when it was opened: no more of one that grows, and
-/// one that becomes shorter is an error, never an early end.
+/// another file meanwhile. A regular file gives the bytes that it had when it was opened: no more of one that grows,
+/// and one that becomes shorter is an error, never an early end.
 ///
 /// What is no regular file (a pipe, a device) has no known length and gives what comes until its end, once.
 ///

@@ -19,8 +19,8 @@ namespace norla {
 ///     request->perform();
 ///     jar->save(path);
 ///
-/// Which cookie goes where is what RFC 6265 says: to the server that has set it, or the subdomains of the domain that it
-/// has named, which is never a whole registry ("co.uk") as far as libcurl was built with a list of these.
+/// Which cookie goes where is what RFC 6265 says: to the server that has set it, or the subdomains of the domain that
+/// it has named, which is never a whole registry ("co.uk") as far as libcurl was built with a list of these.
 ///
 /// Any thread, also while requests with this jar run on others. A request keeps a reference.
 class KX_EXPORT CCookieJar : public kx::CBase {
@@ -40,8 +40,8 @@ public:
     /// expired are left out. The file has a cookie a line, in the form that save() and libcurl's tool write. Lines that
     /// are no cookies, or longer than 8 KiB, are skipped.
     /// @return how many lines were skipped, comments aside
-    /// @throws kx::CError which names the file: when it cannot be read or is no regular file, holds more than 16 MiB or 10,000 cookies, or
-    /// lines but not one cookie; nothing was added then
+    /// @throws kx::CError which names the file: when it cannot be read or is no regular file, holds more than 16 MiB or
+    /// 10,000 cookies, or lines but not one cookie; nothing was added then
     size_t load(const Path& path);
 
     /// Writes the cookies to a file that nobody else may read, whole or not at all (kx::COutputFile).

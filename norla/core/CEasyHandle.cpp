@@ -40,7 +40,8 @@ void CEasyHandle::reset()
     m_proxyLogins.clear();
 }
 
-// Sharing alone uses no cookies; the file without a name does, and without it libcurl forgets them without dropping them.
+// Sharing alone uses no cookies; the file without a name does, and without it libcurl forgets them without dropping
+// them.
 void CEasyHandle::shareCookies(CURLSH* share)
 {
     if (m_sharesCookies) {

@@ -33,9 +33,9 @@ public:
         /// The body comes behind what it holds, whatever it is.
         Append,
 
-        /// Where the server has sent the part behind it (status 206), that comes behind what it holds; another part is an
-        /// error. A body that is the whole resource takes its place. Other protocols than HTTP tell neither: there it is
-        /// as Append. That the resource is still the same is for the caller to see to (a header line "If-Range").
+        /// Where the server has sent the part behind it (status 206), that comes behind what it holds; another part is
+        /// an error. A body that is the whole resource takes its place. Other protocols than HTTP tell neither: there
+        /// it is as Append. That the resource is still the same is for the caller to see to (a header line "If-Range").
         Resume
     };
 

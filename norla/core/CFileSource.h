@@ -12,8 +12,8 @@ namespace norla {
 ///     request->setSendDataSize(source->getLength());
 ///
 /// A file is what it was when this object was made (kx::CInputFile says how): what it grows by later is not sent, and
-/// when it becomes shorter the transfer ends with an error that names it. Removing it or putting another one in its place
-/// changes nothing. A pipe has no known length (HTTP sends it in chunks) and is sent once.
+/// when it becomes shorter the transfer ends with an error that names it. Removing it or putting another one in its
+/// place changes nothing. A pipe has no known length (HTTP sends it in chunks) and is sent once.
 ///
 /// Used by one thread at a time: after a transfer in the background, once that has ended.
 class KX_EXPORT CFileSource : public kx::CBase, public virtual CNetRequest::IDataSource {

@@ -97,8 +97,8 @@ public:
     /// @throws kx::CInvalidArgError when it holds anything but the characters of RFC 6750, section 2.1
     void setBearerToken(const kx::String& token);
 
-    /// Where cookies come from and go to, in place of those that the request has by itself. Null for none; a reference is
-    /// kept until reset(), which leaves the jar as it is.
+    /// Where cookies come from and go to, in place of those that the request has by itself. Null for none; a reference
+    /// is kept until reset(), which leaves the jar as it is.
     void setCookieJar(CCookieJar* jar);
 
     /// Asks for a compressed answer and unpacks it; of one that grows beyond all measure it is an error
@@ -107,8 +107,8 @@ public:
     /// limit
     void setAcceptEncoding(const CAcceptEncoding& options);
 
-    /// Sends a form as multipart/form-data, with POST, with the parts that it has when a transfer begins. Null for none,
-    /// and the method that was set before; another body takes its place. A reference is kept until reset().
+    /// Sends a form as multipart/form-data, with POST, with the parts that it has when a transfer begins. Null for
+    /// none, and the method that was set before; another body takes its place. A reference is kept until reset().
     void setFormData(CFormData* form);
 
     /// Runs the transfer and blocks until its end.

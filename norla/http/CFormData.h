@@ -32,11 +32,11 @@ struct CFormPart {
 ///
 /// Parts are sent in the order in which they were added, several may have one name, and a form may be empty. What they
 /// hold is read while it is sent, block by block, and again where a redirect or a login asks for it. A body is never
-/// less or other than what was announced: a stream that ends before its length, or a file that is gone, has another size
-/// than when it was added or is written to while it is sent, ends the transfer with an error that names it.
+/// less or other than what was announced: a stream that ends before its length, or a file that is gone, has another
+/// size than when it was added or is written to while it is sent, ends the transfer with an error that names it.
 ///
-/// Names and file names are sent in UTF-8, with quotes and line ends escaped as browsers do (%22, %0D, %0A). The boundary
-/// is random: 128 bits from the system, which nobody can have put into a part.
+/// Names and file names are sent in UTF-8, with quotes and line ends escaped as browsers do (%22, %0D, %0A). The
+/// boundary is random: 128 bits from the system, which nobody can have put into a part.
 ///
 /// Used by one thread and one transfer at a time; it can be sent any number of times.
 class KX_EXPORT CFormData : public kx::CBase, public virtual IDataSource {
@@ -49,8 +49,9 @@ public:
     CFormData& operator=(const CFormData&) = delete;
     ~CFormData() override;
 
-    // All of these throw kx::CInvalidArgError for a name, file name or content type that cannot be sent: one with a zero
-    // character, a content type with anything but visible ASCII and blanks; kx::CError for text without UTF-8 form.
+    // All of these throw kx::CInvalidArgError for a name, file name or content type that cannot be sent: one with a
+    // zero character, a content type with anything but visible ASCII and blanks; kx::CError for text without UTF-8
+    // form.
 
     /// A text in UTF-8, with the line ends that it has.
     void addText(const kx::String& name, const kx::String& text, const CFormPart& part = {});
@@ -62,16 +63,16 @@ public:
     /// @param stream not null; a reference is kept
     void addStream(const kx::String& name, kx::IInStream* stream, const CFormPart& part = {});
 
-    /// A file, under the name that it has in its folder unless another one is given. It is opened when its turn comes. A
-    /// pipe is sent in chunks, and once.
+    /// A file, under the name that it has in its folder unless another one is given. It is opened when its turn comes.
+    /// A pipe is sent in chunks, and once.
     /// @throws kx::CError which names path and reason when it cannot be read, and for a directory
     void addFile(const kx::String& name, const Path& path, const CFormPart& part = {});
 
     /// "multipart/form-data; boundary=...".
     kx::String getContentType() const;
 
-    /// The next bytes of the form. @throws kx::CError which names the part or file that is not what was announced; what a
-    /// stream throws
+    /// The next bytes of the form. @throws kx::CError which names the part or file that is not what was announced; what
+    /// a stream throws
     int read(unsigned char* buffer, int size, const HeaderMap& responseHeaders) override;
 
     /// Of the form as it is sent; -1 when that of a part is unknown.
