@@ -53,6 +53,15 @@ TEST_F(CConnectionDemandsTest, areForgottenAtAReset)
     EXPECT_EQ(begin("sftp://host/", true), Texts());
 }
 
+TEST_F(CConnectionDemandsTest, leaveNothingToTakeBackBehindAReset)
+{
+    m_demands.noticeText(CURLOPT_SSH_KNOWNHOSTS, "file");
+    EXPECT_EQ(begin("sftp://host/", true), m_fresh);
+    m_handle.reset();
+    m_demands.forgetOptions();
+    EXPECT_EQ(begin("sftp://host/", true), Texts());
+}
+
 TEST_F(CConnectionDemandsTest, ofSSHHoldForTheRequestsOwnConnections)
 {
     m_demands.noticeText(CURLOPT_SSH_KNOWNHOSTS, "file");

@@ -447,7 +447,7 @@ INSTANTIATE_TEST_SUITE_P(, CParameterTest,
         CParameterCase{"carriageReturn", "a\r\nb", "*=utf-8''a%0D%0Ab"},
         CParameterCase{"tab", "a\tb", "*=utf-8''a%09b"},
         CParameterCase{"zero", kx::String(std::wstring(L"a\0b", 3)), "*=utf-8''a%00b"},
-        CParameterCase{"del", "a\x7F", "*=utf-8''a%7F"},
+        CParameterCase{"unitSeparator", "a\x1F", "*=utf-8''a%1F"}, CParameterCase{"del", "a\x7F", "*=utf-8''a%7F"},
         CParameterCase{"encodedWord", "=?utf-8?q?x?=", "*=utf-8''%3D%3Futf-8%3Fq%3Fx%3F%3D"}),
     [](const auto& value) { return value.param.name; });
 

@@ -326,7 +326,7 @@ TEST_F(CS3ClientRequestTest, signsAListingOverItsPathAlone)
 TEST_F(CS3ClientRequestTest, letsLibcurlLeaveDotsAloneWhereANameHasThem)
 {
     for (const kx::String& url : kx::TArray<kx::String>{"http://host/b/..", "http://host/./k", "http://host/../k",
-             "http://host/.", "http://host/b/..?acl", "http://host/../"})
+             "http://host/.", "http://host/b/..?acl", "http://host/../", "http://host/b//../k"})
         EXPECT_TRUE(isSetFor(url, "PATH_AS_IS=1")) << url;
     for (const kx::String& url :
         kx::TArray<kx::String>{"http://host/b/k", "http://host", "http://host/b/...", "http://host/b/.k",
