@@ -81,7 +81,7 @@ void CNetRequest::setDeadlines(const CDeadlines& deadlines)
 kx::String CNetRequest::CRooms::failureText(CURLcode result) const
 {
     if (deadlines.doesSpeak() && result == CURLE_OPERATION_TIMEDOUT) {
-        const kx::String text = failureDetails(result).limitText;
+        kx::String text = failureDetails(result).limitText;
         if (!text.isEmpty())
             return text;
     }
