@@ -133,7 +133,7 @@ TEST_F(CTransferRecordTest, momentsFollowEachOther)
 TEST_F(CTransferRecordTest, countsBytesAndAnnouncedSizes)
 {
     m_server.onConnection().readHead().readBytes(3).send(ok("hello"));
-    m_handle.setText(CURLOPT_POSTFIELDS, "abc");
+    m_handle.setText(CURLOPT_COPYPOSTFIELDS, "abc");
     EXPECT_EQ(perform(), CURLE_OK);
     const CTransferInfo info = m_record.getInfo();
     EXPECT_EQ(info.bytesDown, 5);
