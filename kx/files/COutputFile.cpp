@@ -24,8 +24,8 @@ namespace {
 
 constexpr mode_t ownerOnly = 0600;
 
-/// Where the links lead, also when nothing is there yet. There are no circles and no more links than the kernel follows,
-/// unless somebody makes them at this moment.
+/// Where the links lead, also when nothing is there yet. There are no circles and no more links than the kernel
+/// follows, unless somebody makes them at this moment.
 std::string followLinks(std::string path)
 {
     constexpr int mostLinks = 40; // as many as the kernel follows

@@ -29,6 +29,8 @@ namespace support {
 /// | /slow.bin | 200 KB at 20 KB a second |
 /// | /noranges/digits.txt | ignores ranges |
 /// | /private/digits.txt | 401 without basic authentication as "user" with "secret", realm "private" |
+/// | /token | 401 without the bearer token "abc.def" |
+/// | /cookies | the cookies that came; sets the cookie "visit" to "yes", for the session |
 /// | /gzip/text.txt | compressed if asked for, 10000 letters |
 /// | /headers | X-Repeated: one and X-Repeated: two, X-Header-1 to X-Header-10: value 1 to value 10, body "headers\n" |
 /// | /status/404 | 404 text/html "<html><body><h1>Not here</h1></body></html>" |

@@ -24,7 +24,7 @@ public:
         std::vector<std::string> environment = {};
         Terminal terminal = Terminal::None;
         /// How long the run may take.
-        std::chrono::milliseconds limit = std::chrono::seconds(60);
+        std::chrono::milliseconds limit = std::chrono::minutes(3);
     };
 
     /// Blocks until the program has ended and has closed its output.

@@ -1,0 +1,319 @@
+// The recipes of docs/cookbook.md against real servers.
+#include "docs/cookbook/recipes.h"
+#include "norla/async/CAsyncNetRequestThread.h"
+#include "norla/core/CCURLError.h"
+#include "norla/core/CTLSOptions.h"
+#include "norla/mail/CSMTPParams.h"
+#include "tests/live/liveRequest.h"
+#include "tests/norla/http/formJudge.h"
+#include "tests/support/CApacheServer.h"
+#include "tests/support/CNginxServer.h"
+#include "tests/support/CProcessRun.h"
+#include "tests/support/CSMTPServer.h"
+#include "tests/support/CSSHServer.h"
+#include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CTestCertificates.h"
+#include "tests/support/CTinyproxyServer.h"
+#include "tests/support/errorOf.h"
+#include "tests/support/files.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+using live::bodyOf;
+using live::requestFor;
+using support::CTestCertificates;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+kx::String text(const std::string& utf8)
+{
+    return kx::String::fromUTF8(utf8);
+}
+
+Path pathOf(const std::filesystem::path& file)
+{
+    return Path::fromBytes(file.string());
+}
+
+class CookbookTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() { s_server = std::make_unique<support::CNginxServer>(); }
+    static void TearDownTestSuite() { s_server.reset(); }
+
+    static kx::String url(const std::string& path) { return text(s_server->url(path)); }
+    static std::string stored(const std::string& name) { return support::readFile(s_server->root() / "store" / name); }
+    Path file(const std::string& name) const { return pathOf(m_folder.path() / name); }
+
+    static inline std::unique_ptr<support::CNginxServer> s_server;
+    const support::CTemporaryFolder m_folder;
+};
+
+TEST_F(CookbookTest, getsAText)
+{
+    EXPECT_EQ(getText(url("/digits.txt")), "0123456789");
+}
+
+TEST_F(CookbookTest, downloadsAFile)
+{
+    downloadFile(url("/digits.txt"), file("digits"));
+    EXPECT_EQ(m_folder.read("digits"), "0123456789");
+}
+
+TEST_F(CookbookTest, keepsAnOlderFileWhenADownloadFails)
+{
+    m_folder.write("digits", "older content");
+    EXPECT_THROW(downloadFile(url("/status/404"), file("digits")), norla::CCURLError);
+    EXPECT_EQ(m_folder.read("digits"), "older content");
+}
+
+TEST_F(CookbookTest, showsProgress)
+{
+    std::vector<std::pair<long long, long long>> reports;
+    downloadAndShow(url("/digits.txt"), file("digits"),
+        [&reports](long long received, long long size) { reports.emplace_back(received, size); });
+    EXPECT_EQ(reports, (std::vector<std::pair<long long, long long>>{{10, 10}}));
+    EXPECT_EQ(m_folder.read("digits"), "0123456789");
+}
+
+TEST_F(CookbookTest, resumesADownload)
+{
+    const auto first = requestFor(s_server->url("/digits.txt"));
+    first->perform();
+    m_folder.write("digits", "0123");
+    resumeDownload(url("/digits.txt"), file("digits"), first->getResponseHeaderMap().at("etag"));
+    EXPECT_EQ(m_folder.read("digits"), "0123456789");
+    EXPECT_THAT(s_server->lastAccess(), HasSubstr(" 206 range=bytes=4- "));
+}
+
+TEST_F(CookbookTest, fetchesAllOfAFileThatIsAnotherOneNow)
+{
+    m_folder.write("digits", "abcd");
+    resumeDownload(url("/digits.txt"), file("digits"), "\"another\"");
+    EXPECT_EQ(m_folder.read("digits"), "0123456789");
+}
+
+TEST_F(CookbookTest, downloadsManyAndTellsWhatWentWrong)
+{
+    const auto problems = downloadMany(
+        {{url("/digits.txt"), file("one")}, {url("/chain/3"), file("two")}, {url("/status/404"), file("three")}});
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems.begin()->first, url("/status/404"));
+    EXPECT_EQ(m_folder.read("one"), "0123456789");
+    EXPECT_EQ(m_folder.read("two"), "0123456789");
+}
+
+TEST_F(CookbookTest, cancelsATransfer)
+{
+    const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
+    thread->start();
+    support::writeFile(s_server->root() / "slow.bin", std::string(200'000, '.'));
+    EXPECT_FALSE(performUnlessCancelled(*thread, *requestFor(s_server->url("/slow.bin")), [] { return true; }));
+}
+
+TEST_F(CookbookTest, runsATransferThatNobodyCancels)
+{
+    const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
+    thread->start();
+    const auto request = requestFor(s_server->url("/digits.txt"));
+    EXPECT_TRUE(performUnlessCancelled(*thread, *request, [] { return false; }));
+    EXPECT_EQ(bodyOf(*request), "0123456789");
+}
+
+TEST_F(CookbookTest, asksForASize)
+{
+    EXPECT_EQ(askSize(url("/digits.txt")), 10);
+    EXPECT_EQ(s_server->lastAccess(), "HEAD /digits.txt HTTP/1.1 200 range=- length=- auth=-");
+}
+
+TEST_F(CookbookTest, uploadsAFile)
+{
+    m_folder.write("note", "to be kept");
+    uploadFile(url("/store/uploaded"), file("note"));
+    EXPECT_EQ(stored("uploaded"), "to be kept");
+}
+
+TEST_F(CookbookTest, postsAForm)
+{
+    m_folder.write("cat.jpg", "a picture");
+    postForm(url("/store/form"), u8"Größe \"1\"", file("cat.jpg"));
+    const std::string body = stored("form");
+    const std::string boundary = body.substr(2, body.find('\r') - 2);
+    EXPECT_EQ(judgeForm("multipart/form-data; boundary=" + boundary, body),
+        (std::vector<std::string>{expectedPart({.name = "title", .body = "Gr\u00f6\u00dfe \"1\""}),
+            expectedPart(
+                {.name = "picture", .body = "a picture", .fileName = "cat.jpg", .contentType = "image/jpeg"})}));
+}
+
+TEST_F(CookbookTest, postsFields)
+{
+    postFields(url("/store/fields"), {{"name", u8"Zoë"}, {"age", "30"}});
+    EXPECT_EQ(stored("fields"), "age=30&name=Zo%c3%ab");
+}
+
+TEST_F(CookbookTest, postsJSON)
+{
+    EXPECT_EQ(postJSON(url("/post"), "{\"a\": 1}"), "POST 8\n");
+}
+
+TEST_F(CookbookTest, logsInWithAToken)
+{
+    const auto request = requestFor(s_server->url("/token"));
+    performWithToken(*request, "abc.def");
+    EXPECT_EQ(bodyOf(*request), "known\n");
+    EXPECT_THROW(performWithToken(*request, "another"), norla::CCURLError);
+}
+
+TEST_F(CookbookTest, logsInWithNameAndPassword)
+{
+    const auto request = requestFor(s_server->url("/private/digits.txt"));
+    performWithLogin(*request, "user", "secret");
+    EXPECT_EQ(bodyOf(*request), "0123456789");
+    EXPECT_THAT(s_server->lastAccess(), HasSubstr(" auth=user"));
+}
+
+TEST_F(CookbookTest, logsInByDigestWhereTheServerKnowsIt)
+{
+    const support::CApacheServer apache;
+    const auto request = requestFor(apache.url("/digest/digits.txt"));
+    performWithLogin(*request, "user", "secret");
+    EXPECT_EQ(bodyOf(*request), "0123456789");
+}
+
+TEST_F(CookbookTest, keepsCookies)
+{
+    performWithCookies(*requestFor(s_server->url("/cookies")), file("jar"));
+    const auto later = requestFor(s_server->url("/cookies"));
+    performWithCookies(*later, file("jar"));
+    EXPECT_EQ(bodyOf(*later), "visit=yes\n");
+}
+
+TEST_F(CookbookTest, unpacksACompressedAnswer)
+{
+    const auto request = requestFor(s_server->url("/gzip/text.txt"));
+    EXPECT_LT(performCompressed(*request), 1000);
+    EXPECT_EQ(bodyOf(*request).size(), 10000u);
+}
+
+TEST_F(CookbookTest, goesThroughAProxy)
+{
+    const support::CTinyproxyServer proxy;
+    const auto request = requestFor(s_server->url("/digits.txt"));
+    performThroughProxy(*request, text("http://" + proxy.host()));
+    EXPECT_EQ(bodyOf(*request), "0123456789");
+    proxy.waitUntilLogged("GET " + s_server->url("/digits.txt"));
+}
+
+TEST_F(CookbookTest, showsACertificate)
+{
+    const auto& certificates = CTestCertificates::get();
+    const auto request = requestFor(s_server->mutualURL("/digits.txt"));
+    performWithCertificate(*request, pathOf(certificates.clientCertificate()),
+        pathOf(certificates.encryptedClientKey()), "open sesame", pathOf(certificates.caFile()));
+    EXPECT_EQ(bodyOf(*request), "0123456789");
+}
+
+TEST_F(CookbookTest, trustsOneKeyAlone)
+{
+    const auto& certificates = CTestCertificates::get();
+    // The command that the recipe shows.
+    const support::CProcessRun pin({.arguments = {"sh", "-c",
+                                        "openssl x509 -in \"$1\" -pubkey -noout | openssl pkey -pubin -outform der"
+                                        " | openssl dgst -sha256 -binary | base64",
+                                        "sh", certificates.serverCertificate()},
+        .package = "openssl"});
+    const std::string digest = pin.output().substr(0, pin.output().find('\n'));
+    const auto request = requestFor(s_server->httpsURL("/digits.txt"));
+    performWithPin(*request, text("sha256//" + digest), pathOf(certificates.caFile()));
+    EXPECT_EQ(bodyOf(*request), "0123456789");
+}
+
+TEST_F(CookbookTest, trustsNoOtherKey)
+{
+    const auto error = support::errorOf([] {
+        performWithPin(*requestFor(s_server->httpsURL("/digits.txt")), text("sha256//" + std::string(43, 'A') + "="),
+            pathOf(CTestCertificates::get().caFile()));
+    });
+    EXPECT_EQ(error->getCode(), CURLE_SSL_PINNEDPUBKEYNOTMATCH);
+}
+
+TEST_F(CookbookTest, performsInTime)
+{
+    const auto request = requestFor(s_server->url("/digits.txt"));
+    performInTime(*request);
+    EXPECT_EQ(bodyOf(*request), "0123456789");
+}
+
+TEST_F(CookbookTest, limitsTheSpeed)
+{
+    constexpr long long size = 8 << 20; // libcurl looks at the limit after a megabyte or two
+    const kx::String big = url(s_server->big(size));
+    const auto begin = std::chrono::steady_clock::now();
+    downloadSlowly(big, file("big"), size);
+    EXPECT_GT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+    EXPECT_EQ(std::filesystem::file_size(m_folder.path() / "big"), static_cast<std::uintmax_t>(size));
+}
+
+TEST_F(CookbookTest, storesAFileBySFTP)
+{
+    const support::CSSHServer server;
+    m_folder.write("note", "to be kept");
+    std::string asked;
+    const auto isRight = [&asked, &server](const kx::String& host, const kx::String& fingerprint) {
+        asked += host.toUTF8() + "\n";
+        return fingerprint == text(server.fingerprint());
+    };
+    for (int i = 0; i < 2; ++i)
+        storeBySFTP(text(server.url((server.root() / "stored").string())), text(server.userName()),
+            pathOf(server.privateKeyFile()), file("note"), file("known_hosts"), isRight);
+    EXPECT_EQ(support::readFile(server.root() / "stored"), "to be kept");
+    EXPECT_EQ(asked, "127.0.0.1\n"); // once
+}
+
+TEST_F(CookbookTest, sendsAnAttachment)
+{
+    const support::CSMTPServer server({.authentication = support::CSMTPServer::Authentication::Offered});
+    norla::CSMTPParams params;
+    params.host = "127.0.0.1";
+    params.port = server.getPort();
+    m_folder.write("r\u00e9sum\u00e9.txt", "0123456789");
+    sendAttachment(params, "zoe@example.org", "to@example.invalid", "Here it is.\r\n", file("r\u00e9sum\u00e9.txt"));
+    const auto messages = server.messages();
+    ASSERT_EQ(messages.size(), 1u);
+    const support::CProcessRun judge({.arguments = {"python3", "-c",
+                                          "import email, email.policy, sys\n"
+                                          "mail = email.message_from_binary_file(sys.stdin.buffer,"
+                                          " policy=email.policy.default)\n"
+                                          "for part in mail.iter_attachments():\n"
+                                          "    print(ascii(part.get_filename()), part.get_content())\n"},
+        .package = "python3",
+        .input = messages[0].body});
+    EXPECT_EQ(judge.output() + judge.errors(), "'r\\xe9sum\\xe9.txt' b'0123456789'\n");
+}
+
+TEST_F(CookbookTest, writesDownWhatHappened)
+{
+    const auto request = requestFor(s_server->httpsURL("/digits.txt"));
+    request->setRootCertBundlePath(pathOf(CTestCertificates::get().caFile()));
+    request->perform();
+    std::ostringstream log;
+    writeDown(*request, log);
+    EXPECT_THAT(log.str(),
+        MatchesRegex("h2 from 127\\.0\\.0\\.1, TLSv1\\.[23], connected after [0-9]+ ms, answered after [0-9]+ ms,"
+                     " done after [0-9]+ ms"));
+}
+
+TEST_F(CookbookTest, tellsAPersonWhatWentWrong)
+{
+    EXPECT_EQ(performAndTell(*requestFor(s_server->url("/digits.txt"))), "");
+    EXPECT_THAT(
+        performAndTell(*requestFor(s_server->url("/token"))).toUTF8(), HasSubstr("\nPlease check name and password."));
+    EXPECT_THAT(performAndTell(*requestFor(s_server->url("/status/404"))).toUTF8(), HasSubstr("Not here"));
+}
+
+} // namespace
