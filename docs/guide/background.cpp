@@ -9,6 +9,7 @@ int fetchAll(const kx::TArray<kx::String>& urls)
     kx::TArray<kx::P<norla::CNetRequest>> requests;
     for (const kx::String& url : urls) {
         requests.push_back(kx::newObj<norla::CNetRequest>());
+        requests.back()->setSafeDefaults();
         requests.back()->setURL(url);
         thread->addRequest(requests.back().get()); // not touched any more until it is done
     }

@@ -4,6 +4,7 @@
 void download(const kx::String& url, const norla::CNetRequest::Path& path)
 {
     const auto request = kx::newObj<norla::CNetRequest>();
+    request->setSafeDefaults();
     request->setURL(url);
     const auto sink = kx::newObj<norla::CFileSink>(*request, path);
     request->setReceiveDataSink(sink.get());

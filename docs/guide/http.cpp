@@ -13,6 +13,7 @@ kx::String searchURL(const kx::String& url, const kx::String& words)
 kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long long position, long long& size)
 {
     request.reset();
+    request.setSafeDefaults();
     request.setURL(url);
     request.setRange(position, -1);
     request.perform();

@@ -41,6 +41,7 @@ void downloadWithProgress(const kx::String& url, const norla::CNetRequest::Path&
     const std::function<bool(double received, double size)>& report)
 {
     const auto request = kx::newObj<norla::CNetRequest>();
+    request->setSafeDefaults();
     request->setURL(url);
     const auto file = kx::newObj<norla::CFileSink>(*request, path);
     request->setReceiveDataSink(kx::newObj<CProgressSink>(*request, file.get(), report).get());

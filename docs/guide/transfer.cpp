@@ -8,6 +8,7 @@ kx::String postNote(const kx::String& url, const kx::String& note)
     const auto headers = kx::newObj<norla::CNetHeaders>();
     headers->add("Content-Type", "text/plain; charset=utf-8");
     const auto request = kx::newObj<norla::CNetRequest>();
+    request->setSafeDefaults(); // first: what is set afterwards counts in its place
     request->setURL(url);
     request->setCustomHTTPHeaders(headers.get());
     request->setSendDataAsUTF8(note);

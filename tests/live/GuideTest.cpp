@@ -13,6 +13,7 @@
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CSquidServer.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CTestCertificates.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>
@@ -57,6 +58,21 @@ TEST(GuideTest, downloadsIntoAFile)
     EXPECT_EQ(folder.read("digits"), "older content");
     download(text(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes(file));
     EXPECT_EQ(folder.read("digits"), "0123456789");
+}
+
+TEST(GuideTest, downloadsSafely)
+{
+    const support::CNginxServer server;
+    const support::CTemporaryFolder folder;
+    const auto& certificates = support::CTestCertificates::get();
+    const auto pathOf
+        = [](const std::filesystem::path& file) { return norla::CNetRequest::Path::fromBytes(file.string()); };
+    const auto file = pathOf(folder.path() / "digits");
+    EXPECT_EQ(downloadSafely(text(server.httpsURL("/digits.txt")), file, pathOf(certificates.caFile())), "");
+    EXPECT_EQ(folder.read("digits"), "0123456789");
+    const std::string refused
+        = downloadSafely(text(server.httpsURL("/digits.txt")), file, pathOf(certificates.otherCAFile())).toUTF8();
+    EXPECT_TRUE(refused.ends_with(" Please ask your administrator.")) << refused;
 }
 
 TEST(GuideTest, showsTheProgressOfADownload)
