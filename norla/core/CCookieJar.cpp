@@ -19,10 +19,6 @@ namespace norla {
 
 namespace {
 
-struct CShareCleanup {
-    void operator()(CURLSH* share) const noexcept { curl_share_cleanup(share); }
-};
-
 struct CListCleanup {
     void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
 };
@@ -48,10 +44,12 @@ void setShareOption(CURLSH* share, CURLSHoption option, TValue value)
         throw kx::CError("Error creating cookie jar: " + kx::String::fromLatin1(curl_share_strerror(result)) + ".");
 }
 
-std::unique_ptr<CURLSH, CShareCleanup> newShare(Mutexes& mutexes)
+using CShareHandle = std::unique_ptr<CURLSH, CURLSHcode (*)(CURLSH*)>;
+
+CShareHandle newShare(Mutexes& mutexes)
 {
     CGlobalInit::get();
-    std::unique_ptr<CURLSH, CShareCleanup> share(curl_share_init());
+    CShareHandle share(curl_share_init(), &curl_share_cleanup);
     if (!share)
         throw kx::CError("Error creating cookie jar.");
     setShareOption(share.get(), CURLSHOPT_LOCKFUNC, &lockShare);
@@ -114,7 +112,7 @@ struct CCookieJar::CShare {
 
     Mutexes mutexes;  // for libcurl
     std::mutex mutex; // for the handle
-    const std::unique_ptr<CURLSH, CShareCleanup> share = newShare(mutexes);
+    const CShareHandle share = newShare(mutexes);
     CEasyHandle handle; // goes before the share, which is not freed while somebody uses it
 };
 

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace norla {
@@ -67,6 +68,13 @@ public:
     bool ask(CURLINFO info, TValue& value) const noexcept
     {
         return curl_easy_getinfo(m_handle.get(), info, &value) == CURLE_OK;
+    }
+
+    /// Empty when there is none; valid until libcurl is asked or told something else.
+    std::string_view askText(CURLINFO info) const noexcept
+    {
+        const char* text = nullptr;
+        return ask(info, text) && text ? text : std::string_view();
     }
 
     void clearError() noexcept { m_errorBuffer.getData()[0] = 0; }

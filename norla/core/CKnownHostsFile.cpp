@@ -20,7 +20,7 @@ namespace {
 
 using Path = CKnownHostsFile::Path;
 
-constexpr size_t mostBytes = 64 << 20;
+constexpr size_t mostFileBytes = 64 << 20;
 
 std::string homeOfUser()
 {
@@ -101,7 +101,7 @@ Path CKnownHostsFile::usualPath()
 
 CKnownHosts CKnownHostsFile::read() const
 {
-    return CKnownHosts(kx::readWholeFileIfThere(m_path, mostBytes).value_or(std::string()));
+    return CKnownHosts(kx::readWholeFileIfThere(m_path, mostFileBytes).value_or(std::string()));
 }
 
 CKnownHosts::Verdict CKnownHostsFile::add(const CKnownHosts::CHost& host, std::string_view key) const
@@ -113,7 +113,7 @@ CKnownHosts::Verdict CKnownHostsFile::add(const CKnownHosts::CHost& host, std::s
     CLockedFile file(open());
     if (!file.lock())
         fail(errno);
-    const std::string bytes = kx::readWholeFile(m_path, mostBytes);
+    const std::string bytes = kx::readWholeFile(m_path, mostFileBytes);
     const CKnownHosts::Verdict verdict = CKnownHosts(bytes).judge(host, key);
     if (verdict != CKnownHosts::Verdict::Unknown)
         return verdict;

@@ -11,8 +11,9 @@ namespace {
 CNetRequest::Path usersKnownHosts()
 {
     const char* const home = std::getenv("HOME");
-    using Path = CNetRequest::Path;
-    return home ? Path::fromBytes(home) / Path(".ssh/known_hosts") : Path("/dev/null"); // which knows none
+    if (!home)
+        return "/dev/null"; // which knows none
+    return CNetRequest::Path::fromBytes(home) / CNetRequest::Path(".ssh/known_hosts");
 }
 
 void verifyTLS(CNetRequest& request)

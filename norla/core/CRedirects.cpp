@@ -14,12 +14,6 @@ constexpr bool mayBeSecret(CURLoption option) noexcept
     return option == CURLOPT_COOKIE || option == CURLOPT_REFERER;
 }
 
-std::string textOf(const CEasyHandle& handle, CURLINFO info)
-{
-    const char* text = nullptr;
-    return handle.ask(info, text) && text ? text : "";
-}
-
 bool isRedirect(const CEasyHandle& handle)
 {
     long status = 0;
@@ -112,7 +106,7 @@ void CRedirects::begin(const CRequestURL& url)
 
 void CRedirects::beforeRequest()
 {
-    const std::string url = textOf(m_handle, CURLINFO_EFFECTIVE_URL);
+    const std::string url(m_handle.askText(CURLINFO_EFFECTIVE_URL));
     if (url == m_lastURL && !isRedirect(m_handle))
         return; // the same once more: after a question for the password, or on a new connection
     std::optional<COrigin> origin = COrigin::of(url.c_str());
@@ -161,13 +155,13 @@ kx::String CRedirects::getRefusal(CURLcode result, const kx::String& location) c
         long count = 0;
         m_handle.ask(CURLINFO_REDIRECT_COUNT, count);
         return "the redirect from " + shown(from) + " to "
-            + shown(COrigin::of(textOf(m_handle, CURLINFO_REDIRECT_URL).c_str())) + " is one more than the "
-            + kx::toString(count) + " that are followed";
+            + shown(COrigin::of(std::string(m_handle.askText(CURLINFO_REDIRECT_URL)).c_str()))
+            + " is one more than the " + kx::toString(count) + " that are followed";
     }
     if (result != CURLE_UNSUPPORTED_PROTOCOL || !m_staySafe)
         return kx::String();
     // Of a scheme that it does not know libcurl does not take the URL over.
-    const std::string url = textOf(m_handle, CURLINFO_EFFECTIVE_URL);
+    const std::string url(m_handle.askText(CURLINFO_EFFECTIVE_URL));
     const auto target = COrigin::of(url == m_lastURL ? location.toUTF8().c_str() : url.c_str());
     return "the redirect from " + shown(from) + " to " + shown(target) + " is not followed: "
         + (m_isWithinHTTPS ? kx::String("only https is, after https") : kx::String("only http and https are"));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kx/base/language.h"
+
 namespace norla {
 
 /// What CNetRequest::setSafeDefaults() asks for, line by line. Each can be switched off or given another number:

@@ -27,12 +27,6 @@ bool isUpgradedScheme(std::string_view scheme) noexcept
     });
 }
 
-std::string_view textOf(const CEasyHandle& handle, CURLINFO info) noexcept
-{
-    const char* text = nullptr;
-    return handle.ask(info, text) && text ? text : std::string_view();
-}
-
 } // namespace
 
 CTLSDemand::CTLSDemand(const CEasyHandle& handle) noexcept
@@ -71,8 +65,8 @@ bool CTLSDemand::concernsThisProtocol() const noexcept
 {
     // The URL in use, after redirects. A proxy may be spoken to in another protocol than the URL's: what was to be
     // encrypted is in the clear then all the same.
-    const std::string_view url = textOf(m_handle, CURLINFO_EFFECTIVE_URL);
-    return isUpgradedScheme(url.substr(0, url.find(':'))) || isUpgradedScheme(textOf(m_handle, CURLINFO_SCHEME));
+    const std::string_view url = m_handle.askText(CURLINFO_EFFECTIVE_URL);
+    return isUpgradedScheme(url.substr(0, url.find(':'))) || isUpgradedScheme(m_handle.askText(CURLINFO_SCHEME));
 }
 
 // Of FTP's two connections this is the one for commands. libcurl secures the other one, or not, as the option says.

@@ -7,17 +7,17 @@ namespace norla {
 
 namespace {
 
-constexpr long long millisecond = 1000; // in microseconds
-constexpr long long second = 1000;      // in milliseconds
+constexpr long long microsecondsOfAMillisecond = 1000; // in microseconds
+constexpr long long millisecondsOfASecond = 1000;      // in milliseconds
 
 /// Such as "1 second", "30 seconds" and "1.25 seconds".
 kx::String durationText(long long milliseconds)
 {
-    if (milliseconds == second)
+    if (milliseconds == millisecondsOfASecond)
         return "1 second";
-    kx::String text = kx::toString(milliseconds / second);
-    if (milliseconds % second != 0) {
-        kx::String fraction = kx::toString(second + milliseconds % second).substr(1);
+    kx::String text = kx::toString(milliseconds / millisecondsOfASecond);
+    if (milliseconds % millisecondsOfASecond != 0) {
+        kx::String fraction = kx::toString(millisecondsOfASecond + milliseconds % millisecondsOfASecond).substr(1);
         while (fraction.endsWith("0"))
             fraction = fraction.substr(0, fraction.size() - 1);
         text += "." + fraction;
@@ -79,7 +79,7 @@ kx::String totalText(TransferPhase phase, const kx::String& host, const kx::Stri
 bool isReached(long long microseconds, long long limit) noexcept
 {
     constexpr long long rounding = 2;
-    return limit > 0 && microseconds / millisecond + rounding >= limit;
+    return limit > 0 && microseconds / microsecondsOfAMillisecond + rounding >= limit;
 }
 
 bool isConnecting(TransferPhase phase) noexcept
@@ -93,16 +93,16 @@ void CTransferLimits::noticeNumber(CURLoption option, long long value) noexcept
 {
     switch (option) {
     case CURLOPT_CONNECTTIMEOUT:
-        m_connect = value * second;
+        m_connect = value * millisecondsOfASecond;
         break;
     case CURLOPT_CONNECTTIMEOUT_MS:
         m_connect = value;
         break;
     case CURLOPT_LOW_SPEED_TIME:
-        m_inactivity = value * second;
+        m_inactivity = value * millisecondsOfASecond;
         break;
     case CURLOPT_TIMEOUT:
-        m_total = value * second;
+        m_total = value * millisecondsOfASecond;
         break;
     case CURLOPT_TIMEOUT_MS:
         m_total = value;

@@ -23,12 +23,6 @@ long numberOf(const CEasyHandle& handle, CURLINFO info) noexcept
     return handle.ask(info, value) ? value : 0;
 }
 
-std::string_view textOf(const CEasyHandle& handle, CURLINFO info) noexcept
-{
-    const char* text = nullptr;
-    return handle.ask(info, text) && text ? text : std::string_view();
-}
-
 /// libcurl's zero is a moment that was not reached.
 std::optional<kx::CTimeSpan> momentOf(curl_off_t microseconds) noexcept
 {
@@ -66,13 +60,13 @@ bool beginsWithTLS(std::string_view scheme) noexcept
     return scheme == "https" || scheme == "ftps" || scheme == "smtps";
 }
 
-constexpr size_t statusSize = 3;
+constexpr size_t replyCodeSize = 3;
 
 /// Of "HTTP/1.1 404 Not Found"; empty where there is none.
 std::string_view statusOf(std::string_view statusLine) noexcept
 {
     const size_t blank = std::min(statusLine.find(' '), statusLine.size());
-    return statusLine.substr(blank).substr(statusLine.size() > blank ? 1 : 0).substr(0, statusSize);
+    return statusLine.substr(blank).substr(statusLine.size() > blank ? 1 : 0).substr(0, replyCodeSize);
 }
 
 bool isFollowed(std::string_view status) noexcept
@@ -139,7 +133,7 @@ void CTransferRecord::noticeReplyLine(std::string_view line) noexcept
     noticeTLS();
     if (m_tls.isThere() && m_replies.encryption == 0)
         m_replies.encryption = sizeOf(m_handle, CURLINFO_APPCONNECT_TIME_T);
-    noticeStatus(line.substr(0, statusSize), line.size() > statusSize && line[statusSize] == ' ');
+    noticeStatus(line.substr(0, replyCodeSize), line.size() > replyCodeSize && line[replyCodeSize] == ' ');
 }
 
 // What tells how far a login is (RFC 959 section 5.4, RFC 4954 section 6). A mail server that needs none agrees to each
@@ -177,7 +171,7 @@ void CTransferRecord::end()
     m_state = State::Ended;
     m_end = Clock::now();
     m_url.clear();
-    m_url = textOf(m_handle, CURLINFO_EFFECTIVE_URL); // which the next option changes
+    m_url = m_handle.askText(CURLINFO_EFFECTIVE_URL); // which the next option changes
 }
 
 CTransferRecord::CMoments CTransferRecord::askMoments() const noexcept
@@ -209,7 +203,7 @@ long long CTransferRecord::getSilentMicroseconds() const noexcept
 
 kx::String CTransferRecord::getRemoteAddress() const
 {
-    const std::string_view address = textOf(m_handle, CURLINFO_PRIMARY_IP);
+    const std::string_view address = m_handle.askText(CURLINFO_PRIMARY_IP);
     if (m_state == State::None || address.empty())
         return {};
     const std::string port = std::to_string(numberOf(m_handle, CURLINFO_PRIMARY_PORT));
@@ -221,7 +215,7 @@ std::string CTransferRecord::getURL() const
 {
     if (m_state == State::None)
         return {};
-    return m_state == State::Ended ? m_url : std::string(textOf(m_handle, CURLINFO_EFFECTIVE_URL));
+    return m_state == State::Ended ? m_url : std::string(m_handle.askText(CURLINFO_EFFECTIVE_URL));
 }
 
 std::string CTransferRecord::getScheme() const
@@ -253,7 +247,7 @@ TransferPhase CTransferRecord::phaseBeforeRequest(const CMoments& now) const
     if (m_replies.areThere)
         return m_replies.startTLS && !m_tls.isThere() ? TransferPhase::Encryption : TransferPhase::Login;
     const bool isNew = now.connections > m_answered.connections;
-    if (!isNew && !textOf(m_handle, CURLINFO_PRIMARY_IP).empty() && m_answered.hop == now.hop)
+    if (!isNew && !m_handle.askText(CURLINFO_PRIMARY_IP).empty() && m_answered.hop == now.hop)
         return TransferPhase::Waiting; // over a connection that was open
     if (!isNew)
         return now.lookup > m_answered.lookup ? TransferPhase::Connect : TransferPhase::NameLookup;
@@ -337,7 +331,7 @@ CTransferInfo CTransferRecord::getInfo() const
         return info;
     info.phase = getPhase();
     info.times = getTimes();
-    info.remoteAddress = readable(textOf(m_handle, CURLINFO_PRIMARY_IP));
+    info.remoteAddress = readable(m_handle.askText(CURLINFO_PRIMARY_IP));
     info.remotePort = static_cast<int>(std::max(0L, numberOf(m_handle, CURLINFO_PRIMARY_PORT)));
     info.scheme = readable(getScheme());
     info.protocol = getProtocol();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kx/base/language.h"
+
 namespace norla {
 
 /// How far a transfer has come, or had come when it failed. Of several addresses, redirects or rounds of a login it is

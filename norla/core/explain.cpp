@@ -47,7 +47,7 @@ struct CPlace {
     kx::String nameOr(const char* other) const { return name.isEmpty() ? kx::String::fromLatin1(other) : name; }
 };
 
-kx::String quoted(const kx::String& path)
+kx::String quotedPath(const kx::String& path)
 {
     constexpr size_t longestName = 300;
     return path.isEmpty() || path == "/" ? kx::String() : "'" + cleaned(path, longestName) + "'";
@@ -176,7 +176,7 @@ CPlace placeOf(const CCURLError& error)
     const bool isProxy = isOfProxy(error);
     return {.server = isProxy ? "the proxy on the way to " + server : server,
         .isProxy = isProxy,
-        .name = quoted(error.getDetails().path)};
+        .name = quotedPath(error.getDetails().path)};
 }
 
 kx::String explainTransfer(const CCURLError& error)
@@ -199,7 +199,8 @@ kx::String explainStore(const kx::CError& error, ErrorKind kind)
     kx::String words = error.getMessage();
     if (words.startsWith(start) && words.endsWith(end))
         words = words.substr(start.size(), words.size() - start.size() - end.size());
-    const CPlace place{.server = "the store", .isProxy = false, .name = quoted(error.getProps().get("s3-resource"))};
+    const CPlace place{
+        .server = "the store", .isProxy = false, .name = quotedPath(error.getProps().get("s3-resource"))};
     return withWords(sentenceOf(kind, 0, place), "store", words.isEmpty() ? code : words);
 }
 

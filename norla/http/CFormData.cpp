@@ -15,7 +15,7 @@ namespace norla {
 
 namespace {
 
-kx::String makeBoundary()
+kx::String newBoundary()
 {
     std::random_device random;
     const auto next = [&random] { return static_cast<unsigned>(random()); };
@@ -74,7 +74,7 @@ struct CFormData::CSegment {
 };
 
 CFormData::CFormData()
-    : m_boundary(makeBoundary())
+    : m_boundary(newBoundary())
 {
     addBytes("--" + m_boundary.toLatin1() + "--\r\n");
 }
