@@ -26,11 +26,11 @@ void CNetRequest::CRooms::beginAttempt()
 {
     receiveLimits.begin();
     redirects.begin(url);
+    form.begin();
     if (safety && sending.isSmallerThan(safety->expectFrom))
         headers.setLine("Expect", "");
     else if (safety)
         headers.removeLine("Expect");
-    form.begin();
     headers.begin();
     callbackError.forget();
     sending.begin();
@@ -124,7 +124,7 @@ void CNetRequest::CRooms::noticeRefusedRedirect(CURLcode result)
         return;
     long status = 0;
     handle.ask(CURLINFO_RESPONSE_CODE, status); // which leaves libcurl's own words in the buffer
-    callbackError.keep(CCURLError(result, refusal, "http", static_cast<int>(status), ""));
+    callbackError.keep(CCURLError(result, refusal, "http", static_cast<int>(status), "", "", failureDetails(result)));
 }
 
 void CNetRequest::CRooms::noticeProtocol()
@@ -140,7 +140,8 @@ void CNetRequest::CRooms::requireNoExcess(const kx::String& excess) const
         return;
     long status = 0;
     handle.ask(CURLINFO_RESPONSE_CODE, status);
-    throw CCURLError(CURLE_FILESIZE_EXCEEDED, excess, url.getResponseCodeDomain(), static_cast<int>(status), "");
+    throw CCURLError(CURLE_FILESIZE_EXCEEDED, excess, url.getResponseCodeDomain(), static_cast<int>(status), "", "",
+        failureDetails(CURLE_FILESIZE_EXCEEDED));
 }
 
 void CNetRequest::CRooms::requireRoomFor(size_t size) const

@@ -89,6 +89,7 @@ struct CNetRequest::CRooms {
     kx::String failureText(CURLcode result) const;
 
     CFailureDetails failureDetails(CURLcode result) const;
+
     bool judgesByProtocol() const noexcept { return safety && safety->judgeByProtocol; }
 
     /// Does nothing for an empty text. @throws CCURLError CURLE_FILESIZE_EXCEEDED with it

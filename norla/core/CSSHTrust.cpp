@@ -91,6 +91,16 @@ CKnownHostsFile fileOf(const CSSHOptions& options)
     return CKnownHostsFile(options.knownHostsFile.isEmpty() ? CKnownHostsFile::usualPath() : options.knownHostsFile);
 }
 
+// Whoever has no home knows nobody, which matters to those alone who speak SSH.
+CKnownHostsFile usualFileOrNone()
+{
+    try {
+        return CKnownHostsFile(CKnownHostsFile::usualPath());
+    } catch (const kx::CError&) {
+        return CKnownHostsFile("/dev/null");
+    }
+}
+
 std::string descriptionOf(const CSSHOptions& options, const CKnownHostsFile& file, unsigned long count)
 {
     std::string all = kx::toString(static_cast<int>(options.unknownHost)).toUTF8();
@@ -158,12 +168,7 @@ void CSSHTrust::set(const CSSHOptions& options)
     m_options = options;
     m_file = file;
     m_description = descriptionOf(options, file, ++m_setCount);
-    m_handle.set(CURLOPT_SSH_HOSTKEYFUNCTION, &CSSHTrust::hostKeyCallback);
-    m_handle.set(CURLOPT_SSH_HOSTKEYDATA, static_cast<void*>(this));
-    // With one of these libcurl would not ask.
-    for (const CURLoption option :
-        {CURLOPT_SSH_HOST_PUBLIC_KEY_MD5, CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, CURLOPT_SSH_KNOWNHOSTS})
-        m_handle.setNull(option);
+    setJudge();
     const auto setPath = [this](CURLoption option, const CSSHOptions::Path& path) {
         if (path.isEmpty())
             m_handle.setNull(option);
@@ -176,6 +181,25 @@ void CSSHTrust::set(const CSSHOptions& options)
     m_handle.setNumber(CURLOPT_SSH_AUTH_TYPES,
         CURLSSH_AUTH_PASSWORD | CURLSSH_AUTH_KEYBOARD | (options.privateKeyFile.isEmpty() ? 0 : CURLSSH_AUTH_PUBLICKEY)
             | (options.useAgent ? CURLSSH_AUTH_AGENT : 0));
+}
+
+void CSSHTrust::demandProof()
+{
+    m_isSet = true;
+    m_options = CSSHOptions();
+    m_file = usualFileOrNone();
+    m_description = descriptionOf(m_options, m_file, m_setCount);
+    setJudge();
+}
+
+void CSSHTrust::setJudge()
+{
+    m_handle.set(CURLOPT_SSH_HOSTKEYFUNCTION, &CSSHTrust::hostKeyCallback);
+    m_handle.set(CURLOPT_SSH_HOSTKEYDATA, static_cast<void*>(this));
+    // With one of these libcurl would not ask.
+    for (const CURLoption option :
+        {CURLOPT_SSH_HOST_PUBLIC_KEY_MD5, CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, CURLOPT_SSH_KNOWNHOSTS})
+        m_handle.setNull(option);
 }
 
 void CSSHTrust::noticeNumber(CURLoption option, long long value) noexcept

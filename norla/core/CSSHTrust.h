@@ -28,14 +28,16 @@ public:
     /// Looks at all of it before anything is set. @throws as CNetRequest::setSSHOptions()
     void set(const CSSHOptions& options);
 
+    /// The least that is to be demanded: the server is in the user's usual file of known hosts. How to log in stays as
+    /// it is. @throws CCURLError if libcurl refuses
+    void demandProof();
+
     /// What was set by the application; other options than those that matter here are ignored.
     void noticeNumber(CURLoption option, long long value) noexcept;
     void noticeText(CURLoption option, const std::string& bytes);
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;
-
-    bool isSet() const noexcept { return m_isSet; }
 
     /// All that matters of a connection, to compare it with others; empty when nothing was told.
     const std::string& getDescription() const noexcept { return m_description; }
@@ -48,6 +50,7 @@ public:
     kx::String explain(CURLcode result, const kx::String& message) const;
 
 private:
+    void setJudge();
     CKnownHosts::CHost hostOf(const std::string& url) const;
     std::string wantedKeyType(const CKnownHosts::CHost& host) const;
     void askForKeyType(const CKnownHosts::CHost& host);

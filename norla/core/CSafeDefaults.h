@@ -23,17 +23,18 @@ struct CSafeDefaults {
     /// Once a redirect has led to another host, port or scheme, the transfer sends no more cookie texts
     /// (CURLOPT_COOKIE), referrers (CURLOPT_REFERER) and custom headers, but those that tell no secret: Accept,
     /// Accept-..., Content-..., Cache-Control, Connection, Date, Digest, DNT, Expect, If-..., Pragma, Prefer, Priority,
-    /// Range, TE, Trailer, Transfer-Encoding, Upgrade-Insecure-Requests and User-Agent. Names, passwords and tokens
-    /// that are set as options stay with their host in any case (but see CURLOPT_UNRESTRICTED_AUTH). A body goes where
-    /// 307 and 308 send it.
+    /// Range, TE, Trailer, Transfer-Encoding, Upgrade-Insecure-Requests and User-Agent. Names, passwords and tokens that
+    /// are set as options stay with their host in any case (but see CURLOPT_UNRESTRICTED_AUTH). A body goes where 307
+    /// and 308 send it, and whoever asks for a client certificate gets it.
     bool secretsStayWithTheirHost = true;
 
-    /// TLS 1.2 or newer, and a certificate of a known issuer, for that host, unless setTLSOptions() has said otherwise
-    /// before.
+    /// TLS 1.2 or newer, and a certificate of a known issuer, for that host; of proxies of scheme "https" too. Who is
+    /// known, what is shown to the server and a newer version that is demanded stay as set
+    /// (CNetRequest::setTLSOptions()).
     bool verifyTLS = true;
 
-    /// SSH servers are known or refused: those of the user's ~/.ssh/known_hosts, unless another file, a fingerprint
-    /// or setSSHOptions() was set before.
+    /// SSH servers are known or refused: those of the user's .ssh/known_hosts, unless something else was set
+    /// (CNetRequest::setSSHOptions(), setSSHKnownHostsPath()). How to log in stays as set.
     bool verifySSH = true;
 
     /// Bodies of known size below that, in bytes, are sent without asking first whether they are welcome ("Expect:

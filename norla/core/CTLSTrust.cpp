@@ -8,6 +8,7 @@
 #include "sela/base64.h"
 #include "sela/certificateFiles.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <sys/stat.h>
@@ -129,9 +130,7 @@ void CTLSTrust::set(const CTLSOptions& options)
     m_isSet = true; // also of what libcurl takes before it refuses the rest
     m_options = options;
     m_description = descriptionOf(options);
-    m_handle.setNumber(CURLOPT_SSLVERSION, rowOf(options.leastVersion).option);
-    m_handle.setNumber(CURLOPT_SSL_VERIFYPEER, options.verifyCertificate ? 1 : 0);
-    m_handle.setNumber(CURLOPT_SSL_VERIFYHOST, options.verifyHostName ? 2 : 0);
+    setDemands();
     setRoots(options);
     setIdentity(options);
     if (options.pinnedKeys.empty())
@@ -139,6 +138,24 @@ void CTLSTrust::set(const CTLSOptions& options)
     else
         m_handle.setText(CURLOPT_PINNEDPUBLICKEY, joined(options.pinnedKeys, ";").toUTF8());
     setWatch();
+}
+
+void CTLSTrust::demandProof()
+{
+    m_isSet = true;
+    m_options.leastVersion = std::max(m_options.leastVersion, TLSVersion::TLS1_2);
+    m_options.verifyCertificate = true;
+    m_options.verifyHostName = true;
+    m_description = descriptionOf(m_options);
+    setDemands();
+    setWatch();
+}
+
+void CTLSTrust::setDemands()
+{
+    m_handle.setNumber(CURLOPT_SSLVERSION, rowOf(m_options.leastVersion).option);
+    m_handle.setNumber(CURLOPT_SSL_VERIFYPEER, m_options.verifyCertificate ? 1 : 0);
+    m_handle.setNumber(CURLOPT_SSL_VERIFYHOST, m_options.verifyHostName ? 2 : 0);
 }
 
 void CTLSTrust::setRoots(const CTLSOptions& options)

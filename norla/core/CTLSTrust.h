@@ -28,6 +28,11 @@ public:
     /// Looks at all of it before anything is set. @throws as CNetRequest::setTLSOptions()
     void set(const CTLSOptions& options);
 
+    /// The least that is to be demanded: TLS 1.2 or newer, a certificate of a known issuer, for the right host. Who is
+    /// known, and what is shown to the server, stays as it is, whoever has set it.
+    /// @throws CCURLError if libcurl refuses
+    void demandProof();
+
     /// An option that takes a pointer was set by the application; others than CURLOPT_SSL_CTX_FUNCTION are ignored.
     void noticePointer(CURLoption option, bool isSet) noexcept;
 
@@ -46,6 +51,7 @@ public:
     kx::String explain(CURLcode result, const kx::String& message) const;
 
 private:
+    void setDemands();
     void setRoots(const CTLSOptions& options);
     void setIdentity(const CTLSOptions& options);
     void setWatch();

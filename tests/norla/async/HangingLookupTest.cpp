@@ -2,6 +2,7 @@
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CDeadlines.h"
+#include "norla/core/CSafeDefaults.h"
 #include "tests/norla/async/CAsyncFixture.h"
 #include "tests/support/errorOf.h"
 
@@ -131,6 +132,20 @@ TEST_F(HangingLookupTest, connectTimeoutOfPerformCounts)
     } catch (const norla::CCURLError& error) {
         EXPECT_EQ(error.getCode(), CURLE_OPERATION_TIMEDOUT) << error.what();
     }
+    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+}
+
+TEST_F(HangingLookupTest, connectTimeoutCountsWithTheSafeDefaultsToo)
+{
+    m_thread->start();
+    const auto request = hangingRequest();
+    request->setSafeDefaults();
+    request->setConnectTimeout(kx::CTimeSpan::fromMilliseconds(100));
+    const auto error = support::errorOf([&] { request->perform(); });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT) << error->what();
+    m_thread->addRequest(request.get());
+    EXPECT_TRUE(request->waitAsyncDone(20'000));
     EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
 }
 

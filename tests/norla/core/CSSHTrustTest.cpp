@@ -91,6 +91,16 @@ TEST_F(CSSHTrustTest, judgesTheServerItself)
     EXPECT_THAT(options, Contains("SSH_HOST_PUBLIC_KEY_SHA256=null"));
 }
 
+TEST_F(CSSHTrustTest, demandsProofAndLeavesTheLogin)
+{
+    m_calls.takeOptions();
+    m_trust.demandProof();
+    EXPECT_EQ(m_calls.takeOptions(),
+        Texts({"SSH_HOSTKEYFUNCTION=set", "SSH_HOSTKEYDATA=set", "SSH_HOST_PUBLIC_KEY_MD5=null",
+            "SSH_HOST_PUBLIC_KEY_SHA256=null", "SSH_KNOWNHOSTS=null"}));
+    EXPECT_FALSE(m_trust.getDescription().empty());
+}
+
 TEST_F(CSSHTrustTest, logsInByWhatItIsTold)
 {
     const long always = CURLSSH_AUTH_PASSWORD | CURLSSH_AUTH_KEYBOARD;

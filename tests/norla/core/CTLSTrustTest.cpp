@@ -247,4 +247,30 @@ TEST_F(CTLSTrustTest, explainsNothingWhereNothingWasTold)
     EXPECT_EQ(m_trust.explain(CURLE_PEER_FAILED_VERIFICATION, ""), "") << "without a certificate";
 }
 
+TEST_F(CTLSTrustTest, demandsProofOfThoseWhoAreKnownAlready)
+{
+    set({.leastVersion = norla::TLSVersion::TLS1_0,
+        .rootsFile = pathOf(m_certificates.caFile()),
+        .verifyCertificate = false,
+        .verifyHostName = false});
+    m_calls.takeOptions();
+    const std::string before = m_trust.getDescription();
+    m_trust.demandProof();
+    const Texts options = m_calls.takeOptions();
+    EXPECT_THAT(options, Contains("SSLVERSION=" + std::to_string(CURL_SSLVERSION_TLSv1_2)));
+    EXPECT_THAT(options, Contains("SSL_VERIFYPEER=1"));
+    EXPECT_THAT(options, Contains("SSL_VERIFYHOST=2"));
+    EXPECT_THAT(options, Not(Contains(StartsWith("CAINFO"))));
+    EXPECT_NE(m_trust.getDescription(), before);
+}
+
+TEST_F(CTLSTrustTest, demandsNoOlderVersionForThat)
+{
+    set({.leastVersion = norla::TLSVersion::TLS1_3});
+    m_calls.takeOptions();
+    m_trust.demandProof();
+    EXPECT_THAT(m_calls.takeOptions(), Contains("SSLVERSION=" + std::to_string(CURL_SSLVERSION_TLSv1_3)));
+    EXPECT_TRUE(m_trust.isSet());
+}
+
 } // namespace
