@@ -4,11 +4,13 @@
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
+#include "norla/core/CTLSOptions.h"
 #include "norla/proxy/CProxySettings.h"
 #include "tests/curlcalls/CCurlCalls.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 
@@ -453,6 +455,16 @@ INSTANTIATE_TEST_SUITE_P(All, CResponseCodeDomainTest,
         {"empty", "", ""},
     }),
     [](const testing::TestParamInfo<CDomainRow>& row) { return row.param.name; });
+
+TEST_F(CNetRequestOptionsTest, theApplicationsContextFunctionStaysForTLSOptions)
+{
+    const auto function = +[](CURL*, void*, void*) { return CURLE_OK; };
+    request().setOptionPtr(CURLOPT_SSL_CTX_FUNCTION, reinterpret_cast<void*>(function));
+    options();
+    request().setTLSOptions({});
+    const Options set = options();
+    EXPECT_EQ(std::find(set.begin(), set.end(), "SSL_CTX_FUNCTION=set"), set.end());
+}
 
 TEST_F(CNetRequestOptionsTest, informationThatLibcurlRefusesIsAnError)
 {
