@@ -184,7 +184,8 @@ TEST_F(CNetRequestErrorTest, prefersTheMessageItIsGiven)
     EXPECT_EQ(thrown(CURLE_SEND_ERROR, "", -1, "given")->getMessage(), "Failed sending data to the peer: given");
 }
 
-// The system's allocator rounds up, to 16 bytes, and leaves no rest that is too small to be used; those of the sanitizers tell the size as it was asked for.
+// The system's allocator rounds up, to 16 bytes, and leaves no rest that is too small to be used; those of the
+// sanitizers tell the size as it was asked for.
 TEST_F(CNetRequestErrorTest, hasAnErrorBufferOf10011Bytes)
 {
     const size_t size = malloc_usable_size(errorBuffer());

@@ -11,7 +11,8 @@ namespace {
 
 constexpr size_t limit = 4096;
 
-/// What is left of a body whose limit lies `taken` bytes behind the beginning of the character, behind which it goes on.
+/// What is left of a body whose limit lies `taken` bytes behind the beginning of the character, behind which it goes
+/// on.
 kx::String textBefore(const std::string& character, size_t taken)
 {
     const std::string before(limit - taken, 'x');
