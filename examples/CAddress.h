@@ -1,7 +1,6 @@
 #pragma once
 
 #include "examples/credentials.h"
-#include "examples/knownHosts.h"
 #include "examples/text.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/http/util.h"
@@ -59,13 +58,12 @@ public:
             m_password = secretOf(variable, question);
     }
 
-    /// Sets URL, login and known hosts. Redirects lead to http and https only, whatever libcurl can do.
+    /// Sets safe defaults, URL and login.
     void applyTo(norla::CNetRequest& request) const
     {
+        request.setSafeDefaults();
         request.setURL(m_url);
         request.setOptionString(CURLOPT_PROTOCOLS_STR, "http,https,ftp,ftps,sftp");
-        request.setOptionString(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-        request.setSSHKnownHostsPath(usersKnownHosts());
         if (!m_user.isEmpty())
             request.setUserName(m_user);
         if (m_password)

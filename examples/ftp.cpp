@@ -64,6 +64,7 @@ public:
     {
         const kx::String path = urlPath(words[0]);
         m_client->prepareDownloadRequest(*m_request, path, 0, -1);
+        m_request->setSafeDefaults();
         const auto file = kx::newObj<CTargetFile>(*m_request, words[1]);
         m_request->setReceiveDataSink(file.get());
         naming(path, m_request.get(), [&] { m_request->perform(); });
@@ -75,6 +76,7 @@ public:
         const auto source = kx::newObj<CSentFile>(words[0]);
         const kx::String path = urlPath(words[1]);
         m_client->prepareUploadRequest(*m_request, path, nullptr, 0, true);
+        m_request->setSafeDefaults();
         m_request->setSendDataSource(source.get());
         m_request->setSendDataSize(source->getLength());
         naming(path, m_request.get(), [&] { m_request->perform(); });
@@ -85,6 +87,7 @@ public:
         const kx::String from = plainPath(words[0]);
         const kx::String to = plainPath(words[1]);
         m_client->prepareMoveFileRequest(*m_request, from, to, false);
+        m_request->setSafeDefaults();
         naming(from + " to " + to, m_request.get(), [&] { m_request->perform(); });
     }
 
@@ -110,6 +113,7 @@ public:
     {
         const kx::String path = plainPath(words[0]);
         m_client->prepareGetInfoRequest(*m_request, path);
+        m_request->setSafeDefaults();
         naming(path, m_request.get(), [&] {
             m_request->perform();
             printEntry(*norla::CFTPGetInfoResult(*m_request->getResponseInfo()).getEntry());

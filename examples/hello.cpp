@@ -13,6 +13,7 @@ int main(int argc, char** argv)
     }
     try {
         const auto request = kx::newObj<norla::CNetRequest>();
+        request->setSafeDefaults();
         request->setURL(kx::String::fromUTF8(url));
         request->perform();
         const auto body = request->getDefaultReceiveBuffer();

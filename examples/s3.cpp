@@ -141,6 +141,7 @@ private:
         while (sink->getPosition() < size) {
             const long long length = std::min(pieceSize, size - sink->getPosition());
             m_client->prepareGetObjectRequest(*m_request, place.bucket, place.key, sink->getPosition(), length);
+            m_request->setSafeDefaults();
             sink->expectUpTo(sink->getPosition() + length);
             m_request->setReceiveDataSink(sink.get());
             m_client->performRequest(*m_request);

@@ -4,6 +4,7 @@
 #include "tests/support/CEximServer.h"
 #include "tests/support/CSMTPServer.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CTestCertificates.h"
 
 #include <gtest/gtest.h>
 
@@ -52,7 +53,7 @@ protected:
     CProcessRun mail(unsigned short port, std::vector<std::string> words,
         CProcessRun::Terminal terminal = CProcessRun::Terminal::None)
     {
-        words.insert(words.begin(), "mail");
+        words.insert(words.begin(), {"mail", "--ca", support::CTestCertificates::get().caFile()});
         words.push_back("127.0.0.1:" + std::to_string(port));
         return live::run(
             {.arguments = std::move(words), .environment = {"MAIL_PASSWORD=" + m_password}, .terminal = terminal});
@@ -123,6 +124,20 @@ TEST_F(MailExampleTest, speaksImplicitTLS)
         server.getPort(), {"--security", "ssl", "--user", "user", "--from", "a@x.example", "--to", "b@x.example"});
     EXPECT_EQ(result.exitStatus(), 0) << result.errors();
     EXPECT_EQ(server.messages().at(0).user, "user");
+}
+
+TEST_F(MailExampleTest, tellsNoPasswordToAServerThatNobodyKnows)
+{
+    const CSMTPServer server(
+        {.security = CSMTPServer::Security::StartTLS, .authentication = CSMTPServer::Authentication::Demanded});
+    const std::string place = "127.0.0.1:" + std::to_string(server.getPort());
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"mail", "--check", "--user", "user", place},
+             {"mail", "--user", "user", "--from", "a@x.example", "--to", "b@x.example", place}}) {
+        const auto result = live::run({.arguments = words, .environment = {"MAIL_PASSWORD=secret"}});
+        EXPECT_EQ(result.exitStatus(), 1);
+        EXPECT_NE(result.errors().find("certificate"), std::string::npos) << result.errors();
+    }
+    EXPECT_TRUE(server.messages().empty());
 }
 
 TEST_F(MailExampleTest, showsItsProgressOnATerminal)
