@@ -1,6 +1,7 @@
 #include "kx/files/CInputFile.h"
 
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CWithoutStandardInput.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/files.h"
 
@@ -182,6 +183,21 @@ TEST_F(CInputFileTest, knowsThatAnEmptyFileIsEmpty)
 {
     m_folder.write("empty", "");
     EXPECT_EQ(open("empty")->getLength(), 0);
+}
+
+TEST_F(CInputFileTest, isReadInAProgramWithoutStandardInput)
+{
+    m_folder.write("digits", "0123456789");
+    const support::CWithoutStandardInput closed;
+    EXPECT_EQ(readAll(*open("digits")), "0123456789");
+}
+
+TEST_F(CInputFileTest, isClosedInAProgramWithoutStandardInput)
+{
+    m_folder.write("digits", "0123456789");
+    const support::CWithoutStandardInput closed;
+    open("digits");
+    EXPECT_TRUE(closed.isFree());
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CWithoutStandardInput.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
@@ -90,6 +91,12 @@ TEST_F(COutputFileTest, takesNothingOfASizeBelowZero)
     const unsigned char byte = 0;
     EXPECT_EQ(file->write(&byte, -1), 0);
     EXPECT_EQ(file->getPosition(), 5);
+}
+
+TEST_F(COutputFileTest, takesASingleByte)
+{
+    writeWhole("new", "x");
+    EXPECT_EQ(m_folder.read("new"), "x");
 }
 
 TEST_F(COutputFileTest, canBeEmpty)
@@ -382,22 +389,6 @@ TEST_F(COutputFileTest, isFoundFromTheWorkingFolder)
     EXPECT_TRUE(fs::exists(path("new")));
 }
 
-/// The process has no standard input while one of these lives: the next file that is opened gets its descriptor, 0.
-class CWithoutStandardInput {
-public:
-    CWithoutStandardInput() { close(STDIN_FILENO); }
-    ~CWithoutStandardInput()
-    {
-        if (m_kept && dup2(m_kept.get(), STDIN_FILENO) != STDIN_FILENO)
-            ADD_FAILURE() << "the process has no standard input any more";
-    }
-    CWithoutStandardInput(const CWithoutStandardInput&) = delete;
-    CWithoutStandardInput& operator=(const CWithoutStandardInput&) = delete;
-
-private:
-    const support::CDescriptor m_kept{fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)};
-};
-
 /// A device that is nobody else's.
 TEST_F(COutputFileTest, writesStraightToADevice)
 {
@@ -429,7 +420,7 @@ TEST_F(COutputFileTest, writesStraightToAPipeInAProgramWithoutStandardInput)
 {
     ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
     const support::CDescriptor reader(::open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    const CWithoutStandardInput closed;
+    const support::CWithoutStandardInput closed;
     writeWhole("pipe", "bytes");
     std::array<char, 16> bytes{};
     EXPECT_EQ(read(reader.get(), bytes.data(), bytes.size()), 5);
@@ -437,23 +428,23 @@ TEST_F(COutputFileTest, writesStraightToAPipeInAProgramWithoutStandardInput)
 
 TEST_F(COutputFileTest, closesTheFolderInAProgramWithoutStandardInput)
 {
-    const CWithoutStandardInput closed;
+    const support::CWithoutStandardInput closed;
     writeWhole("new", "bytes");
-    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    EXPECT_TRUE(closed.isFree());
 }
 
 TEST_F(COutputFileTest, closesAPipeThatIsNotFinishedInAProgramWithoutStandardInput)
 {
     ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
     const support::CDescriptor reader(::open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    const CWithoutStandardInput closed;
+    const support::CWithoutStandardInput closed;
     write(*open("pipe"), "bytes");
-    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    EXPECT_TRUE(closed.isFree());
 }
 
 TEST_F(COutputFileTest, appearsInAProgramWithoutStandardInput)
 {
-    const CWithoutStandardInput closed;
+    const support::CWithoutStandardInput closed;
     writeWhole("new", "bytes");
     EXPECT_EQ(m_folder.read("new"), "bytes");
 }

@@ -1,6 +1,7 @@
 #include "kx/files/readWholeFile.h"
 
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CWithoutStandardInput.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
@@ -80,6 +81,14 @@ TEST_F(ReadWholeFileTest, refusesAZeroCharacter)
 {
     const Path path(kx::String(std::wstring(L"a\0b", 3)));
     EXPECT_NE(support::errorOf([&] { kx::readWholeFileIfThere(path, most); }), nullptr);
+}
+
+TEST_F(ReadWholeFileTest, readsAndClosesInAProgramWithoutStandardInput)
+{
+    m_folder.write("file", "text");
+    const support::CWithoutStandardInput closed;
+    EXPECT_EQ(kx::readWholeFile(pathOf("file"), most), "text");
+    EXPECT_TRUE(closed.isFree());
 }
 
 } // namespace
