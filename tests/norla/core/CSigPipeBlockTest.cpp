@@ -2,6 +2,7 @@
 
 #include "tests/norla/core/CRequestFixture.h"
 
+#include <array>
 #include <csignal>
 #include <optional>
 
@@ -29,6 +30,24 @@ TEST(CSigPipeBlockTest, blocksTheSignalWhileItLives)
         EXPECT_TRUE(isBlocked());
     }
     EXPECT_FALSE(isBlocked());
+}
+
+/// Leaves bits behind in the memory that the next function called has for its variables.
+[[gnu::noinline]] void fillTheStack()
+{
+    std::array<unsigned char, 4096> bytes;
+    bytes.fill(0xFF);
+    asm volatile("" : : "m"(bytes)); // somebody may look at them
+}
+
+TEST(CSigPipeBlockTest, blocksNoOtherSignal)
+{
+    fillTheStack();
+    const norla::CSigPipeBlock block;
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    for (const int signal : {SIGINT, SIGTERM, SIGCHLD, SIGUSR1})
+        EXPECT_EQ(sigismember(&mask, signal), 0) << signal;
 }
 
 TEST(CSigPipeBlockTest, takesAwayASignalThatCame)
