@@ -90,9 +90,6 @@ private:
 struct CAsyncNetRequestManager::CDescriptorSets {
     explicit CDescriptorSets(CURLM* multi)
     {
-        FD_ZERO(&readable);
-        FD_ZERO(&writable);
-        FD_ZERO(&exceptional);
         check(curl_multi_fdset(multi, &readable, &writable, &exceptional, &highest));
     }
 
@@ -117,9 +114,9 @@ struct CAsyncNetRequestManager::CDescriptorSets {
         }
     }
 
-    fd_set readable;
-    fd_set writable;
-    fd_set exceptional;
+    fd_set readable{};
+    fd_set writable{};
+    fd_set exceptional{};
     int highest = 0;
 };
 

@@ -221,7 +221,7 @@ kx::CTime parseTimestamp(const kx::String& text)
 bool isValidEmailAddress(const kx::String& text)
 {
     size_t atSigns = 0;
-    size_t dots = 0; // behind the at-sign
+    bool hasDot = false; // behind the at-sign
     for (size_t i = 0; i < text.size(); ++i) {
         const wchar_t character = text[i];
         if (character <= L' ' || character == L'"' || character == L'<' || character == L'>')
@@ -232,9 +232,9 @@ bool isValidEmailAddress(const kx::String& text)
             ++atSigns;
         }
         if (character == L'.' && atSigns > 0)
-            ++dots;
+            hasDot = true;
     }
-    return atSigns == 1 && dots > 0;
+    return atSigns == 1 && hasDot;
 }
 
 bool isNetworkOrServiceDownError(const std::exception& error)

@@ -28,9 +28,9 @@ bool isASCII(const kx::String& text)
     return std::all_of(text.begin(), text.end(), [](wchar_t c) { return static_cast<char32_t>(c) < 0x80; });
 }
 
-constexpr bool isLetterOrDigit(char byte) noexcept
+constexpr bool isLetterOrDigit(wchar_t c) noexcept
 {
-    return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || (byte >= '0' && byte <= '9');
+    return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z') || (c >= L'0' && c <= L'9');
 }
 
 constexpr bool isContinuationByte(char byte) noexcept
@@ -42,12 +42,12 @@ constexpr bool isContinuationByte(char byte) noexcept
 bool isAttributeCharacter(wchar_t c)
 {
     constexpr std::wstring_view others = L"!#$&+-.^_`{|}~";
-    return c > 0x20 && c < 0x7F && (isLetterOrDigit(static_cast<char>(c)) || others.find(c) != others.npos);
+    return isLetterOrDigit(c) || others.find(c) != others.npos;
 }
 
 void appendQEncoded(std::string& chunk, char byte)
 {
-    if (isLetterOrDigit(byte)) {
+    if (isLetterOrDigit(static_cast<unsigned char>(byte))) {
         chunk += byte;
         return;
     }
