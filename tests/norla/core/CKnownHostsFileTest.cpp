@@ -2,6 +2,7 @@
 
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CWithoutStandardInput.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/sleepingThread.h"
 
@@ -183,6 +184,22 @@ TEST_F(CKnownHostsFileTest, isThatOfTheUser)
         setenv("HOME", home.c_str(), 1);
     else
         unsetenv("HOME");
+}
+
+TEST_F(CKnownHostsFileTest, isWrittenAndClosedInAProgramWithoutStandardInput)
+{
+    const support::CWithoutStandardInput closed;
+    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(m_folder.read("known_hosts"), line);
+    EXPECT_TRUE(closed.isFree());
+}
+
+TEST_F(CKnownHostsFileTest, isClosedUnchangedInAProgramWithoutStandardInput)
+{
+    m_folder.write("known_hosts", line);
+    const support::CWithoutStandardInput closed;
+    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    EXPECT_TRUE(closed.isFree());
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
+#include "tests/support/CWithoutStandardInput.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/files.h"
 
@@ -294,6 +295,15 @@ TEST_F(CSSHTrustTest, explainsFailuresOfTheLogin)
         "the server takes no such key, or the passphrase is wrong: '" + key.toString() + "'");
     m_trust.forgetOptions();
     EXPECT_EQ(m_trust.explain(CURLE_LOGIN_DENIED, ""), "");
+}
+
+TEST_F(CSSHTrustTest, asksForAKindOfKeyInAProgramWithoutStandardInput)
+{
+    set(knowing("host " + ed25519 + "\n"));
+    const support::CWithoutStandardInput closed;
+    EXPECT_THAT(hintFor("sftp://host/"), StartsWith("host ssh-ed25519 "));
+    m_trust.forgetOptions();
+    EXPECT_TRUE(closed.isFree());
 }
 
 } // namespace
