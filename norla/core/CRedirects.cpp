@@ -93,15 +93,23 @@ void CRedirects::begin(const CRequestURL& url)
     m_first.reset();
     m_lastURL.clear();
     m_hasLeft = false;
-    if (m_areTextsHidden) {
-        for (const auto& [option, text] : m_texts)
-            m_handle.setText(option, text);
-        m_areTextsHidden = false;
-    }
+    showTexts();
     if (!m_staySafe)
         return;
     m_isWithinHTTPS = url.getScheme() == "https";
     m_handle.setText(CURLOPT_REDIR_PROTOCOLS_STR, m_isWithinHTTPS ? "https" : "http,https");
+}
+
+void CRedirects::showTexts()
+{
+    if (m_keepSecrets && m_sendsReferrers && !m_texts.contains(CURLOPT_REFERER))
+        m_handle.setNull(CURLOPT_REFERER); // libcurl would begin with that of the last redirect
+    const bool areTextsLost = m_areTextsHidden || (m_keepSecrets && m_sendsReferrers);
+    m_areTextsHidden = false;
+    if (!areTextsLost)
+        return;
+    for (const auto& [option, text] : m_texts)
+        m_handle.setText(option, text);
 }
 
 void CRedirects::beforeRequest()
@@ -118,6 +126,8 @@ void CRedirects::beforeRequest()
         m_first = std::move(origin);
     } else if (m_keepSecrets && leadsElsewhere(origin)) {
         leaveSecretsBehind();
+    } else if (m_hasLeft && m_sendsReferrers) {
+        m_handle.setNull(CURLOPT_REFERER); // which every redirect sets
     }
     m_lastURL = url;
 }

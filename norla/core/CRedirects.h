@@ -50,6 +50,7 @@ public:
     kx::String getRefusal(CURLcode result, const kx::String& location) const;
 
 private:
+    void showTexts();
     void stayWithinHTTPS();
     bool leadsElsewhere(const std::optional<COrigin>& origin) const;
     void leaveSecretsBehind();

@@ -21,7 +21,7 @@ struct CSafeDefaults {
     int maxRedirects = 10;
 
     /// Once a redirect has led to another host, port or scheme, the transfer sends no more cookie texts
-    /// (CURLOPT_COOKIE), referrers (CURLOPT_REFERER) and custom headers, but those that tell no secret: Accept,
+    /// (CURLOPT_COOKIE), referrers (CURLOPT_REFERER, CURLOPT_AUTOREFERER) and custom headers, but those that tell no secret: Accept,
     /// Accept-..., Content-..., Cache-Control, Connection, Date, Digest, DNT, Expect, If-..., Pragma, Prefer, Priority,
     /// Range, TE, Trailer, Transfer-Encoding, Upgrade-Insecure-Requests and User-Agent. Names, passwords and tokens
     /// that are set as options stay with their host in any case (but see CURLOPT_UNRESTRICTED_AUTH). A body goes where

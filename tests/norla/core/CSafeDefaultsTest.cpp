@@ -274,6 +274,41 @@ TEST_P(CSafeDefaultsTest, leaveTheAddressBehindThatIsReferredTo)
     EXPECT_EQ(m_other.received(0).find("secret"), std::string::npos);
 }
 
+TEST_P(CSafeDefaultsTest, leaveTheAddressesOfOtherHostsBehindToo)
+{
+    request().setOptionInt(CURLOPT_AUTOREFERER, 1);
+    CScriptedServer third;
+    redirectTo(m_other.url("/?token=secret"));
+    m_other.onConnection().readHead().send(redirection(third.url()));
+    third.onConnection().readHead().send(ok("good"));
+    EXPECT_EQ(messageOf(), "(no error)");
+    third.join();
+    EXPECT_EQ(third.received(0).find("secret"), std::string::npos);
+}
+
+TEST_P(CSafeDefaultsTest, beginWithNoAddressOfTheTransferBefore)
+{
+    request().setOptionInt(CURLOPT_AUTOREFERER, 1);
+    redirectTo("/next").readHead().send(ok(""));
+    EXPECT_EQ(messageOf(server().url("/?token=secret")), "(no error)");
+    m_other.onConnection().readHead().send(ok("good"));
+    EXPECT_EQ(messageOf(m_other.url()), "(no error)");
+    m_other.join();
+    EXPECT_EQ(m_other.received(0).find("secret"), std::string::npos);
+}
+
+TEST_P(CSafeDefaultsTest, beginWithTheReferrerThatIsSet)
+{
+    request().setOptionInt(CURLOPT_AUTOREFERER, 1);
+    request().setOptionString(CURLOPT_REFERER, "http://before/");
+    redirectTo("/next").readHead().send(ok(""));
+    EXPECT_EQ(messageOf(), "(no error)");
+    m_other.onConnection().readHead().send(ok("good"));
+    EXPECT_EQ(messageOf(m_other.url()), "(no error)");
+    m_other.join();
+    EXPECT_NE(m_other.received(0).find("\r\nReferer: http://before/\r\n"), std::string::npos);
+}
+
 TEST_P(CSafeDefaultsTest, sendNoSecretsAgainOnceTheyWereLeft)
 {
     const auto headers = kx::newObj<norla::CNetHeaders>();
