@@ -13,6 +13,14 @@ namespace {
 
 constexpr std::string_view httpOnlyMark = "#HttpOnly_";
 
+/// What begins so libcurl takes for a header line, and the cookie in it for one of every host.
+bool isHeaderLine(std::string_view line)
+{
+    constexpr std::string_view name = "set-cookie:";
+    return std::equal(name.begin(), name.end(), line.begin(), line.begin() + std::min(name.size(), line.size()),
+        [](char one, char other) { return one == (other >= 'A' && other <= 'Z' ? other - 'A' + 'a' : other); });
+}
+
 kx::String shown(std::string_view bytes)
 {
     try {
@@ -84,7 +92,7 @@ std::optional<CCookie> parseCookieLine(std::string_view line)
     if (cookie.isHTTPOnly)
         line.remove_prefix(httpOnlyMark.size());
     const CFields fields(line);
-    if (line.starts_with('#') || !fields.areThere())
+    if (line.starts_with('#') || isHeaderLine(line) || !fields.areThere())
         return std::nullopt;
     std::string_view domain = fields.texts[CFields::Domain];
     if (domain.starts_with('.'))

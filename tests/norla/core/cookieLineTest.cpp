@@ -54,6 +54,12 @@ TEST(CookieLineTest, mayLastForEver)
         kx::CTime(std::numeric_limits<long long>::max() / 1'000'000 * 1'000'000));
 }
 
+TEST(CookieLineTest, isNoCookieAsAHeaderLine)
+{
+    EXPECT_FALSE(isCookie("Set-Cookie:name=value;\tFALSE\t/\tFALSE\t0\tname\tvalue"));
+    EXPECT_FALSE(isCookie("set-cookie:name\tFALSE\t/\tFALSE\t0\tname\tvalue"));
+}
+
 TEST(CookieLineTest, isNoCookieWithOtherFields)
 {
     EXPECT_FALSE(isCookie("a.b\tFALSE\t/\tFALSE\t0"));
