@@ -44,11 +44,7 @@ void CNetRequest::setOptionInt(CURLoption option, int value)
         m_rooms->token.setMethods(value);
     else
         m_rooms->handle.set(option, static_cast<long>(value));
-    m_rooms->unpacking.noticeNumber(option, value);
-    m_rooms->demands.noticeNumber(option, value);
-    m_rooms->deadlines.noticeNumber(option, value);
-    m_rooms->ssh.noticeNumber(option, value);
-    m_rooms->redirects.noticeNumber(option, value);
+    m_rooms->noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionInt64(CURLoption option, long long value)
@@ -56,11 +52,20 @@ void CNetRequest::setOptionInt64(CURLoption option, long long value)
     requireOptionTakes(option, OptionValue::number, "CNetRequest::setOptionInt64");
     if (option == CURLOPT_POSTFIELDSIZE_LARGE)
         m_rooms->sending.requireWithinCopiedBody(value);
-    m_rooms->handle.set(option, static_cast<curl_off_t>(value));
-    m_rooms->demands.noticeNumber(option, value);
-    m_rooms->deadlines.noticeNumber(option, value);
-    m_rooms->ssh.noticeNumber(option, value);
-    m_rooms->redirects.noticeNumber(option, value);
+    if (option == CURLOPT_HTTPAUTH)
+        m_rooms->token.setMethods(static_cast<long>(value));
+    else
+        m_rooms->handle.set(option, static_cast<curl_off_t>(value));
+    m_rooms->noticeNumber(option, value);
+}
+
+void CNetRequest::CRooms::noticeNumber(CURLoption option, long long value) noexcept
+{
+    unpacking.noticeNumber(option, value);
+    demands.noticeNumber(option, value);
+    deadlines.noticeNumber(option, value);
+    ssh.noticeNumber(option, value);
+    redirects.noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionPtr(CURLoption option, void* value)

@@ -73,6 +73,9 @@ struct CNetRequest::CRooms {
     /// The options are those of a new request.
     void forgetOptions();
 
+    /// An option was set.
+    void noticeNumber(CURLoption option, long long value) noexcept;
+
     /// Runs the transfer on this thread.
     CURLcode perform();
 

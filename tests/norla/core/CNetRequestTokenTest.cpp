@@ -63,6 +63,17 @@ TEST_F(CNetRequestTokenTest, goesBeforeMethodsThatAreSetAsANumber)
     EXPECT_EQ(authorizations(), Texts({"Bearer one"}));
 }
 
+TEST_F(CNetRequestTokenTest, goesBeforeMethodsThatAreSetAsALongNumber)
+{
+    answer(ok(""));
+    request().setUserName("user");
+    request().setUserPassword("secret");
+    request().setBearerToken("one");
+    request().setOptionInt64(CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
+    performPath();
+    EXPECT_EQ(authorizations(), Texts({"Bearer one"}));
+}
+
 TEST_F(CNetRequestTokenTest, isForgottenByAReset)
 {
     answer(ok(""));
