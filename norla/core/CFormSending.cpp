@@ -36,6 +36,15 @@ void CFormSending::forgetForm()
     m_headers.removeLine("Content-Type");
 }
 
+void CFormSending::giveWay()
+{
+    begin();
+    if (!m_form)
+        return;
+    m_sending.setSource(nullptr);
+    begin();
+}
+
 void CFormSending::begin()
 {
     if (!m_form)

@@ -25,6 +25,9 @@ public:
     /// object forget the form.
     void begin();
 
+    /// Another body is about to be set past this object.
+    void giveWay();
+
 private:
     void forgetForm();
 

@@ -20,6 +20,12 @@ int clampedToInt(long long value) noexcept
         std::clamp<long long>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
+/// Whether libcurl sends what the option is set to. @param option which takes a text or an address
+constexpr bool isBody(CURLoption option) noexcept
+{
+    return option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS || option == CURLOPT_MIMEPOST;
+}
+
 // The range as libcurl and HTTP write it: both ends inclusive, the second left out for "up to the end".
 kx::String rangeText(long long start, long long length)
 {
@@ -71,6 +77,8 @@ void CNetRequest::CRooms::noticeNumber(CURLoption option, long long value) noexc
 void CNetRequest::setOptionPtr(CURLoption option, void* value)
 {
     requireOptionTakes(option, OptionValue::pointer, "CNetRequest::setOptionPtr");
+    if (isBody(option) && value)
+        m_rooms->form.giveWay();
     if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
         m_rooms->sending.forgetSizeOfOwnBody(); // before libcurl copies as much
     m_rooms->handle.set(option, value);
@@ -97,6 +105,8 @@ void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
     requireOptionText(option, bytes, "CNetRequest::setOptionString");
     m_rooms->demands.noticeText(option, bytes);
     m_rooms->ssh.noticeText(option, bytes);
+    if (isBody(option))
+        m_rooms->form.giveWay();
     if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
         m_rooms->sending.setCopiedBody(bytes);
     else

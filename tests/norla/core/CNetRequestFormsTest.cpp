@@ -63,6 +63,29 @@ protected:
     const kx::P<CFormData> m_form = kx::newObj<CFormData>();
 };
 
+TEST_F(CNetRequestFormsTest, givesWayToATextThatIsSetAsABody)
+{
+    m_form->addText("name", "text");
+    server().onConnection().readHead().readBytes(5).send(ok(""));
+    request().setFormData(m_form.get());
+    request().setOptionString(CURLOPT_POSTFIELDS, "other");
+    performPath();
+    EXPECT_TRUE(received().ends_with("\r\n\r\nother"));
+    EXPECT_EQ(received().find("multipart"), std::string::npos);
+}
+
+TEST_F(CNetRequestFormsTest, givesWayToAnAddressThatIsSetAsABody)
+{
+    m_form->addText("name", "text");
+    server().onConnection().readHead().readBytes(5).send(ok(""));
+    request().setFormData(m_form.get());
+    std::string body = std::string("other") + '\0' + std::string(1000, 'x');
+    request().setOptionPtr(CURLOPT_POSTFIELDS, body.data());
+    performPath();
+    EXPECT_TRUE(received().ends_with("\r\n\r\nother"));
+    EXPECT_EQ(received().find("multipart"), std::string::npos);
+}
+
 TEST_F(CNetRequestFormsTest, postsAFormWithItsLengthAndType)
 {
     m_form->addText("name", "text");
