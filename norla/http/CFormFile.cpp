@@ -31,6 +31,9 @@ kx::CInputFile& CFormFile::file()
 {
     if (m_file)
         return *m_file;
+    if (m_length != -1 && isPipeOrDevice(m_path.toBytes())) // which to open may last for ever
+        throw kx::CError(
+            "The file '" + m_path.toString() + "' has changed since it was added to the form: it is no file any more.");
     const auto file = kx::newObj<kx::CInputFile>(m_path);
     if (file->getLength() != m_length)
         throw kx::CError("The file '" + m_path.toString() + "' has changed since it was added to the form: it had "

@@ -3,12 +3,14 @@
 #include "kx/base/CInvalidArgError.h"
 #include "kx/streams/CBufferStream.h"
 #include "tests/norla/http/formJudge.h"
+#include "tests/support/CDescriptor.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sys/resource.h>
@@ -210,6 +212,16 @@ TEST_F(CFormDataTest, namesTheFileThatHasAnotherSizeWhenItsTurnComes)
     write("file", "012");
     EXPECT_EQ(readError(),
         "The file '" + nameOf("file") + "' has changed since it was added to the form: it had 10 bytes and has 3.");
+}
+
+TEST_F(CFormDataTest, namesTheFileThatIsAPipeWhenItsTurnComes)
+{
+    m_form->addFile("file", write("file", "0123456789"));
+    fs::remove(path("file"));
+    ASSERT_EQ(mkfifo(path("file").c_str(), 0600), 0);
+    const support::CDescriptor writer(open(path("file").c_str(), O_RDWR)); // so that to open it waits for nobody
+    EXPECT_EQ(readError(),
+        "The file '" + nameOf("file") + "' has changed since it was added to the form: it is no file any more.");
 }
 
 class CFormDataFileTest : public CFormDataTest {
