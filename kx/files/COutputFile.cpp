@@ -74,6 +74,8 @@ COutputFile::COutputFile(const Path& path, const COptions& options)
     if (!exists && errno == ELOOP)
         fail(ELOOP); // rather than put a file in the place of a link
     const std::string target = followLinks(name);
+    if (m_options.readers == Readers::Owner && exists && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+        throw CError("The file '" + path.toString() + "' cannot be written: it is no regular file.");
     if (exists && (!S_ISREG(status.st_mode) || !isSameFile(status, target))) // or open, but without a name any more
         openAsItIs(name);
     else
@@ -131,13 +133,13 @@ void COutputFile::keepAttributes()
     }
     if (faccessat(m_folder, m_targetName.c_str(), W_OK, AT_EACCESS) != 0)
         fail(errno);
+    if (m_options.readers == Readers::Owner) // who is the one that writes, and not whom the older file belonged to
+        return;
     constexpr auto unchanged = static_cast<uid_t>(-1);
     const bool hasGroup
         = fchown(m_file, older.st_uid, older.st_gid) == 0 || fchown(m_file, unchanged, older.st_gid) == 0;
     mode_t permissions = older.st_mode & 0777; // to run as somebody else is not inherited
-    if (m_options.readers == Readers::Owner)
-        permissions = ownerOnly;
-    else if (!hasGroup || !keepAccessList()) // another group may do no more than everybody
+    if (!hasGroup || !keepAccessList())        // another group may do no more than everybody
         permissions = (permissions & 0707) | (permissions & 07) << 3;
     if (fchmod(m_file, permissions) != 0)
         fail(errno);

@@ -30,8 +30,8 @@ public:
     struct COptions {
         /// OlderContent: the file goes on behind what an older one of its name holds, which is copied.
         Start start = Start::Empty;
-        /// Everybody: whom the umask and an older file allow. Owner: nobody else, also where an older file was open to
-        /// others.
+        /// Everybody: whom the umask and an older file allow. Owner: nobody but the user who
+        /// writes, also where an older file was open to others or was theirs; what is no regular file is refused.
         Readers readers = Readers::Everybody;
     };
 

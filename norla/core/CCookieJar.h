@@ -45,7 +45,7 @@ public:
     size_t load(const Path& path);
 
     /// Writes the cookies to a file that nobody else may read, whole or not at all (kx::COutputFile).
-    /// @throws kx::CError which names path and reason; an older file stays then
+    /// @throws kx::CError which names path and reason, also for a pipe or device; an older file stays then
     void save(const Path& path, SessionCookies sessionCookies = SessionCookies::Drop) const;
 
     /// Those that have not expired, in no order.

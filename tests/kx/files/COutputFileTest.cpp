@@ -196,6 +196,30 @@ TEST_F(COutputFileTest, keepsTheOwnerWhereTheProcessMayGiveFilesAway)
     EXPECT_EQ(status.st_gid, group);
 }
 
+TEST_F(COutputFileTest, belongsToWhoWritesItOnDemandWhoeverOwnedTheOlderFile)
+{
+    const fs::path old = m_folder.write("old", "bytes");
+    ASSERT_EQ(chown(old.c_str(), geteuid() == 0 ? 1 : geteuid(), getegid()), 0);
+    const auto file = kx::newObj<COutputFile>(
+        COutputFile::Path::fromBytes(old.native()), COutputFile::COptions{.readers = COutputFile::Readers::Owner});
+    file->finish();
+    struct stat status {};
+    ASSERT_EQ(stat(old.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, geteuid());
+}
+
+TEST_F(COutputFileTest, isNoPipeWhenOnlyItsOwnerMayReadIt)
+{
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    const support::CDescriptor reader(
+        ::open(path("pipe").c_str(), O_RDWR | O_CLOEXEC)); // so that to open it waits for nobody
+    EXPECT_EQ(support::messageOf([this] {
+        kx::newObj<COutputFile>(COutputFile::Path::fromBytes(path("pipe").native()),
+            COutputFile::COptions{.readers = COutputFile::Readers::Owner});
+    }),
+        "The file '" + kx::String::fromUTF8(path("pipe").native()) + "' cannot be written: it is no regular file.");
+}
+
 /// The process has no more rights than an ordinary user while one of these lives.
 class CAsOrdinaryUser {
 public:
