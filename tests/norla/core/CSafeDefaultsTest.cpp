@@ -4,6 +4,7 @@
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetHeaders.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/CRefusedPort.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/libcurlWords.h"
 
@@ -33,6 +34,11 @@ protected:
     kx::P<kx::CError> endOf(const std::string& url)
     {
         request().setURL(kx::String::fromUTF8(url));
+        return end();
+    }
+
+    kx::P<kx::CError> end()
+    {
         try {
             if (GetParam() == Way::Foreground)
                 request().perform();
@@ -51,6 +57,13 @@ protected:
     }
 
     std::string messageOf() { return messageOf(server().url()); }
+
+    /// Of the same transfer once more.
+    std::string messageAgain()
+    {
+        const auto error = end();
+        return error ? error->getMessage().toUTF8() : "(no error)";
+    }
 
     /// Nothing but an answer that leads elsewhere.
     support::CScript& redirectTo(const std::string& url, const char* status = "302")
@@ -385,6 +398,17 @@ TEST_P(CSafeDefaultsTest, sendSecretsInTheNextTransferAgain)
     EXPECT_NE(next.received(0).find("Cookie: session=secret"), std::string::npos);
 }
 
+TEST_P(CSafeDefaultsTest, leaveSecretsBehindInEachTransfer)
+{
+    request().setOptionString(CURLOPT_COOKIE, "session=secret");
+    for (size_t count = 0; count < 2; ++count) {
+        server().onConnection().readHead().sendAndClose(redirection(m_other.url()));
+        m_other.onConnection().readHead().send("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+        EXPECT_EQ(messageOf(), "(no error)");
+        EXPECT_EQ(m_other.received(count).find("Cookie"), std::string::npos);
+    }
+}
+
 int applicationsCallback(void* calls, char* /*peerIP*/, char* /*localIP*/, int /*peerPort*/, int /*localPort*/)
 {
     ++*static_cast<int*>(calls);
@@ -525,6 +549,15 @@ TEST_P(CSafeDefaultsTest, countTheHeadersOfRedirects)
     EXPECT_EQ(error->getCode(), CURLE_FILESIZE_EXCEEDED) << error->what();
 }
 
+TEST_P(CSafeDefaultsTest, countTheHeadersOfEachTransferAnew)
+{
+    request().setSafeDefaults({.maxHeaders = 1000});
+    answer(ok("1", "A: " + std::string(600, 'x') + "\r\nConnection: close\r\n"));
+    answer(ok("2", "A: " + std::string(600, 'x') + "\r\nConnection: close\r\n"));
+    EXPECT_EQ(messageOf(), "(no error)");
+    EXPECT_EQ(messageOf(), "(no error)");
+}
+
 TEST_P(CSafeDefaultsTest, endRepliesOfOtherProtocolsThatAreTooMany)
 {
     request().setSafeDefaults({.maxHeaders = 1000});
@@ -590,6 +623,17 @@ TEST_P(CSafeDefaultsTest, judgeEachTransferAnew)
     EXPECT_EQ(error->getProps().get("responseCodeDomain"), "ftp");
 }
 
+TEST_P(CSafeDefaultsTest, doNotJudgeByWhatWasSpokenInAnEarlierTransfer)
+{
+    const support::CRefusedPort refused;
+    const std::string url = "127.0.0.1:" + port(server()) + "/";
+    answer(ok("good", "Connection: close\r\n"));
+    EXPECT_EQ(messageOf(url), "(no error)");
+    request().setProxy(kx::String::fromUTF8("127.0.0.1:" + std::to_string(refused.getPort())));
+    EXPECT_NE(messageAgain(), "(no error)");
+    EXPECT_EQ(request().getResponseCodeDomain(), "");
+}
+
 TEST_P(CSafeDefaultsTest, understandLinesThatEndInALineFeedAlone)
 {
     answer("HTTP/1.1 200 OK\nTransfer-Encoding: chunked\nX-Last: value\n\n3\r\nabc\r\n0\r\nX-Trailer: 1\r\n\r\n");
@@ -620,6 +664,27 @@ TEST_P(CSafeDefaultsTest, endAtAReset)
     EXPECT_EQ(header("a"), "1 ");
     m_other.join();
     EXPECT_NE(m_other.received(0).find("Cookie: session=secret"), std::string::npos);
+}
+
+TEST_P(CSafeDefaultsTest, judgeNothingAfterAReset)
+{
+    request().reset();
+    answer("HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ(messageOf("127.0.0.1:" + port(server()) + "/"), "(no error)");
+}
+
+TEST_P(CSafeDefaultsTest, holdForTheSecondAttemptOfATransferThatDemandsTLS)
+{
+    request().setProxy(kx::String::fromUTF8(server().url("")));
+    answer(ok("1")).readToEnd();
+    server().onConnection().readToEnd();
+    EXPECT_EQ(messageOf("ftp://somewhere.invalid/file"), "(no error)");
+    request().setFTPUseSSL(CURLUSESSL_ALL);
+    request().setOptionString(CURLOPT_COOKIE, "session=secret");
+    const auto error = end();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->getCode(), CURLE_USE_SSL_FAILED) << error->what();
+    EXPECT_EQ(received(1), "");
 }
 
 TEST_P(CSafeDefaultsTest, mayBeSetLast)
