@@ -21,11 +21,12 @@ struct CSafeDefaults {
     int maxRedirects = 10;
 
     /// Once a redirect has led to another host, port or scheme, the transfer sends no more cookie texts
-    /// (CURLOPT_COOKIE), referrers (CURLOPT_REFERER, CURLOPT_AUTOREFERER) and custom headers, but those that tell no secret: Accept,
-    /// Accept-..., Content-..., Cache-Control, Connection, Date, Digest, DNT, Expect, If-..., Pragma, Prefer, Priority,
-    /// Range, TE, Trailer, Transfer-Encoding, Upgrade-Insecure-Requests and User-Agent. Names, passwords and tokens
-    /// that are set as options stay with their host in any case (but see CURLOPT_UNRESTRICTED_AUTH). A body goes where
-    /// 307 and 308 send it, and whoever asks for a client certificate gets it.
+    /// (CURLOPT_COOKIE), referrers (CURLOPT_REFERER, CURLOPT_AUTOREFERER) and custom headers, but those that tell no
+    /// secret: Accept, Accept-..., Content-..., Cache-Control, Connection, Date, Digest, DNT, Expect, If-..., Pragma,
+    /// Prefer, Priority, Range, TE, Trailer, Transfer-Encoding, Upgrade-Insecure-Requests and User-Agent. Names,
+    /// passwords and tokens that are set as options stay with their host in any case (but see
+    /// CURLOPT_UNRESTRICTED_AUTH). A body goes where 307 and 308 send it, and whoever asks for a client certificate
+    /// gets it.
     bool secretsStayWithTheirHost = true;
 
     /// TLS 1.2 or newer, and a certificate of a known issuer, for that host; of proxies of scheme "https" too. Who is
