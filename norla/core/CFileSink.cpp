@@ -10,6 +10,8 @@ namespace norla {
 
 namespace {
 
+constexpr int firstExplained = 300; // status whose body is not the file
+
 kx::COutputFile::COptions optionsFor(CFileSink::Older older)
 {
     using Start = kx::COutputFile::Start;
@@ -46,7 +48,6 @@ void CFileSink::begin()
 int CFileSink::write(
     const unsigned char* data, int size, int responseCode, const CNetRequest::HeaderMap& responseHeaders)
 {
-    constexpr int firstExplained = 300;
     if (responseCode < firstExplained) {
         if (!std::exchange(m_hasBegun, true) && m_older == Older::Resume)
             goOn(responseCode, responseHeaders);
@@ -56,6 +57,17 @@ int CFileSink::write(
     const size_t room = mostExplanation - std::min(m_explanation->getSize(), mostExplanation);
     m_explanation->append(data, std::min(static_cast<size_t>(size), room));
     return size;
+}
+
+// A resource that is empty by now comes without a block.
+void CFileSink::end(int responseCode, const CNetRequest::HeaderMap& responseHeaders)
+{
+    constexpr int noContent = 204; // which says nothing of the resource
+    const auto length = responseHeaders.find("content-length");
+    const bool isEmpty = length == responseHeaders.end() || length->second == "0";
+    if (m_older == Older::Resume && !m_hasBegun && isEmpty && responseCode < firstExplained
+        && responseCode != noContent)
+        goOn(responseCode, responseHeaders);
 }
 
 void CFileSink::goOn(int responseCode, const CNetRequest::HeaderMap& responseHeaders)

@@ -34,7 +34,7 @@ public:
         Append,
 
         /// Where the server has sent the part behind it (status 206), that comes behind what it holds; another part is
-        /// an error. A body that is the whole resource takes its place. Other protocols than HTTP tell neither: there
+        /// an error. A body that is the whole resource takes its place, an empty one too. Other protocols than HTTP tell neither: there
         /// it is as Append. That the resource is still the same is for the caller to see to (a header line "If-Range").
         Resume
     };
@@ -50,6 +50,8 @@ public:
     /// than the one that is missing; the transfer ends with it
     int write(
         const unsigned char* data, int size, int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
+
+    void end(int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
 
     /// Gives the file its name, on success of the transfer, once.
     /// @throws kx::CError which names path and reason

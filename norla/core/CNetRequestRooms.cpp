@@ -97,6 +97,18 @@ void CNetRequest::CRooms::noticeEnd(CURLcode result)
     if (result == CURLE_OK && url.isMail() && sending.isUnsentMail())
         callbackError.keep(CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, "",
             "", failureDetails(CURLE_SEND_ERROR)));
+    if (result == CURLE_OK && !callbackError.isThere())
+        callbackError.keepFrom([this] { endBody(); });
+}
+
+void CNetRequest::CRooms::endBody()
+{
+    constexpr int otherProtocol = -1;
+    long status = otherProtocol;
+    if (url.isHTTP() && (!handle.ask(CURLINFO_RESPONSE_CODE, status) || !isHTTPSuccess(static_cast<int>(status))))
+        return;
+    if (sending.getMethod() != "HEAD")
+        response.endBody(static_cast<int>(status));
 }
 
 void CNetRequest::CRooms::recordOutcome(CURLcode result)

@@ -99,6 +99,7 @@ struct CNetRequest::CRooms {
     void requireNoExcess(const kx::String& excess) const;
     void requireRoomFor(size_t size) const;
     void noticeRefusedRedirect(CURLcode result);
+    void endBody();
     void noticeProtocol();
 
     // libcurl's, each with the rooms as its data

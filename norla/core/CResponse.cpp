@@ -84,6 +84,12 @@ void CResponse::takeBody(const unsigned char* data, int size, const CRequestURL&
     sink->write(data, size, m_status, getHeaderMap());
 }
 
+void CResponse::endBody(int responseCode)
+{
+    if (const kx::P<IDataSink> sink = m_sink) // which may put another one in its place
+        sink->end(responseCode, getHeaderMap());
+}
+
 void CResponse::readStatus(const CRequestURL& url, const kx::String& method)
 {
     try {

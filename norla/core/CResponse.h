@@ -47,6 +47,10 @@ public:
     /// @param method empty for GET
     void takeBody(const unsigned char* data, int size, const CRequestURL& url, const kx::String& method);
 
+    /// The transfer has succeeded: tells the sink. @throws what the sink throws
+    /// @param responseCode as for IDataSink::end()
+    void endBody(int responseCode);
+
     CNetStringList* getLines() const noexcept { return m_lines.get(); }
     const HeaderMap& getHeaderMap() const { return m_headerAssembler.getHeaderMap(); }
 

@@ -21,6 +21,10 @@ public:
     /// @param responseCode HTTP status; 0 when it cannot be read, -1 for other protocols
     /// @param responseHeaders lower-case name to value
     virtual int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) = 0;
+
+    /// The transfer has succeeded, with all blocks that there are, which may be none. Does nothing unless a sink says
+    /// otherwise. What it throws is the error of the transfer. @param responseCode and responseHeaders as for write()
+    virtual void end(int /*responseCode*/, const HeaderMap& /*responseHeaders*/) {}
 };
 
 } // namespace norla

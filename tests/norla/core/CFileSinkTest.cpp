@@ -1,6 +1,7 @@
 #include "norla/core/CFileSink.h"
 
 #include "norla/async/CAsyncNetRequestManager.h"
+#include "norla/async/CAsyncNetRequestThread.h"
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
@@ -188,6 +189,48 @@ TEST_F(CFileSinkOlderTest, putsTheRestBehindTheBeginning)
 TEST_F(CFileSinkOlderTest, putsTheWholeInPlaceOfTheBeginning)
 {
     EXPECT_EQ(contentAfter(ok("whole"), CFileSink::Older::Resume), "whole");
+}
+
+TEST_F(CFileSinkOlderTest, isEmptyWhenTheWholeIsByNow)
+{
+    EXPECT_EQ(contentAfter(ok(""), CFileSink::Older::Resume), "");
+}
+
+TEST_F(CFileSinkOlderTest, staysAsItIsWhenThereIsNoContentToSend)
+{
+    EXPECT_EQ(contentAfter("HTTP/1.1 204 No Content\r\n\r\n", CFileSink::Older::Resume), "older ");
+}
+
+TEST_F(CFileSinkOlderTest, staysAsItIsWhenOnlyTheHeadersAreAskedFor)
+{
+    request().setHTTPMethod("HEAD");
+    EXPECT_EQ(contentAfter("HTTP/1.1 200 OK\r\n\r\n", CFileSink::Older::Resume), "older ");
+}
+
+TEST_F(CFileSinkOlderTest, staysAsItIsWhenAnEmptyBodyIsAppended)
+{
+    EXPECT_EQ(contentAfter(ok(""), CFileSink::Older::Append), "older ");
+}
+
+TEST_F(CFileSinkOlderTest, takesNoEmptyPartForTheRest)
+{
+    EXPECT_TRUE(resumeError(part("", "bytes 0-0/10")).endsWith("the server has sent the part 'bytes 0-0/10'."));
+}
+
+TEST_F(CFileSinkOlderTest, isEmptyAfterATransferInTheBackgroundOfAnEmptyWhole)
+{
+    answer(ok(""));
+    const auto sink = setSink(CFileSink::Older::Resume);
+    request().setURL(kx::String::fromUTF8(server().url()));
+    const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
+    thread->start();
+    request().getAsyncDoneSignal()->reset();
+    thread->addRequest(&request());
+    ASSERT_TRUE(request().waitAsyncDone(20'000));
+    thread->stop(true);
+    request().checkAsyncResult();
+    sink->finish();
+    EXPECT_EQ(m_folder.read("file"), "");
 }
 
 TEST_F(CFileSinkOlderTest, takesNoOtherPartForTheRest)
