@@ -3,6 +3,7 @@
 
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetHeaders.h"
+#include "norla/core/explain.h"
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CTestCertificates.h"
@@ -285,6 +286,26 @@ TEST_P(CSafeDefaultsTest, leaveTheAddressBehindThatIsReferredTo)
     EXPECT_EQ(messageOf(server().url("/?token=secret")), "(no error)");
     m_other.join();
     EXPECT_EQ(m_other.received(0).find("secret"), std::string::npos);
+}
+
+TEST_P(CSafeDefaultsTest, tellAPersonWhichServerHasSentTooMuch)
+{
+    request().setSafeDefaults({.maxReceiveBuffer = 3});
+    answer(ok("four"));
+    const auto error = endOf(server().url("/file"));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::explain(*error).toUTF8(),
+        "The size of '/file' is beyond what is allowed with the server 127.0.0.1:" + port(server()) + ".");
+}
+
+TEST_P(CSafeDefaultsTest, tellAPersonWhichServerHasRedirectedTooOften)
+{
+    request().setSafeDefaults({.maxRedirects = 0});
+    redirectTo("/next");
+    const auto error = endOf(server().url("/file"));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::explain(*error).toUTF8(),
+        "The answer of the server 127.0.0.1:" + port(server()) + " about '/file' makes no sense.");
 }
 
 TEST_P(CSafeDefaultsTest, leaveTheAddressesOfOtherHostsBehindToo)
