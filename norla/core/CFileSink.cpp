@@ -41,6 +41,7 @@ CFileSink::~CFileSink() = default;
 
 void CFileSink::begin()
 {
+    m_isUsed = true;
     m_file->restart();
     m_hasBegun = false;
 }
@@ -48,6 +49,7 @@ void CFileSink::begin()
 int CFileSink::write(
     const unsigned char* data, int size, int responseCode, const CNetRequest::HeaderMap& responseHeaders)
 {
+    m_isUsed = true; // also by a sink that passes on nothing but this
     if (responseCode < firstExplained) {
         if (!std::exchange(m_hasBegun, true) && m_older == Older::Resume)
             goOn(responseCode, responseHeaders);
@@ -68,6 +70,14 @@ void CFileSink::end(int responseCode, const CNetRequest::HeaderMap& responseHead
     if (m_older == Older::Resume && !m_hasBegun && isEmpty && responseCode < firstExplained
         && responseCode != noContent)
         goOn(responseCode, responseHeaders);
+}
+
+void CFileSink::finish()
+{
+    if (!m_isUsed)
+        throw kx::CError("The file '" + m_file->getPath().toString()
+            + "' is not written: no transfer has had it for its sink (CNetRequest::setReceiveDataSink()).");
+    m_file->finish();
 }
 
 void CFileSink::goOn(int responseCode, const CNetRequest::HeaderMap& responseHeaders)

@@ -53,9 +53,10 @@ public:
 
     void end(int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
 
-    /// Gives the file its name, on success of the transfer, once.
-    /// @throws kx::CError which names path and reason
-    void finish() { m_file->finish(); }
+    /// Gives the file its name, on success of the transfer, once. After a failure that keeps what has come so far.
+    /// @throws kx::CError which names path and reason; also when no transfer has used this sink
+    /// (CNetRequest::setReceiveDataSink() was forgotten), and an older file stays then
+    void finish();
 
     /// How many bytes it has, and what to remove when the program ends by a signal (kx::COutputFile::getPartPath()).
     kx::COutputFile& getFile() const noexcept { return *m_file; }
@@ -67,6 +68,7 @@ private:
     const Older m_older;
     const kx::P<kx::COutputFile> m_file;
     const kx::P<CNetRequest::Buffer> m_explanation;
+    bool m_isUsed = false;   // by a transfer
     bool m_hasBegun = false; // to take the body
 };
 

@@ -124,6 +124,36 @@ TEST_F(CFileSinkTest, endsTheTransferWhenTheFileTakesNoMore)
     expectGoodTransfer();
 }
 
+TEST_F(CFileSinkTest, makesNoFileWhenItWasNotSet)
+{
+    answer(ok("the body"));
+    const auto sink = setSink();
+    request().setDefaultReceiveDataStream();
+    performPath();
+    EXPECT_EQ(support::messageOf([&sink] { sink->finish(); }),
+        "The file '" + kx::String::fromUTF8((m_folder.path() / "file").native())
+            + "' is not written: no transfer has had it for its sink (CNetRequest::setReceiveDataSink()).");
+    EXPECT_FALSE(fs::exists(m_folder.path() / "file"));
+}
+
+TEST_F(CFileSinkTest, makesAnEmptyFileOfAnEmptyBody)
+{
+    answer(ok(""));
+    const auto sink = setSink();
+    performPath();
+    sink->finish();
+    EXPECT_EQ(m_folder.read("file"), "");
+}
+
+TEST_F(CFileSinkTest, keepsWhatHasComeWhenItIsFinishedAfterAFailure)
+{
+    answer("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf").close();
+    const auto sink = setSink();
+    EXPECT_TRUE(failureOf());
+    sink->finish();
+    EXPECT_EQ(m_folder.read("file"), "half");
+}
+
 TEST_F(CFileSinkTest, namesTheFileThatCannotBeMade)
 {
     EXPECT_EQ(support::messageOf([this] { kx::newObj<CFileSink>(request(), "/nowhere/file"); }),
