@@ -18,7 +18,8 @@ enum class TransferLimit {
 struct CFailureDetails {
     TransferPhase phase = TransferPhase::Unknown;
     TransferLimit limit = TransferLimit::None;
-    kx::String limitText = {}; ///< a sentence about that limit: what was waited for, and how long
+    kx::String limitText = {}; ///< a sentence about the limit that was reached: what was waited for, and how long; what
+                               ///< was too large; which redirect is not followed
     kx::String host = {};      ///< of the URL, after redirects, with the port that stands there: "localhost:8080"
     kx::String path = {};      ///< of the same URL, as it stands there
     kx::String address = {};   ///< of the connection's other end, which may be a proxy's: "127.0.0.1:8080"

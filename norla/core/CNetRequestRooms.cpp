@@ -136,7 +136,9 @@ void CNetRequest::CRooms::noticeRefusedRedirect(CURLcode result)
         return;
     long status = 0;
     handle.ask(CURLINFO_RESPONSE_CODE, status); // which leaves libcurl's own words in the buffer
-    callbackError.keep(CCURLError(result, refusal, "http", static_cast<int>(status), "", "", failureDetails(result)));
+    CFailureDetails details = failureDetails(result);
+    details.limitText = "T" + refusal.substr(1) + "."; // "the redirect from ..."
+    callbackError.keep(CCURLError(result, refusal, "http", static_cast<int>(status), "", "", details));
 }
 
 void CNetRequest::CRooms::noticeProtocol()
@@ -152,8 +154,10 @@ void CNetRequest::CRooms::requireNoExcess(const kx::String& excess) const
         return;
     long status = 0;
     handle.ask(CURLINFO_RESPONSE_CODE, status);
-    throw CCURLError(CURLE_FILESIZE_EXCEEDED, excess, url.getResponseCodeDomain(), static_cast<int>(status), "", "",
-        failureDetails(CURLE_FILESIZE_EXCEEDED));
+    CFailureDetails details = failureDetails(CURLE_FILESIZE_EXCEEDED);
+    details.limitText = "The answer of the server " + details.host + " is too large: " + excess + ".";
+    throw CCURLError(
+        CURLE_FILESIZE_EXCEEDED, excess, url.getResponseCodeDomain(), static_cast<int>(status), "", "", details);
 }
 
 void CNetRequest::CRooms::requireRoomFor(size_t size) const
@@ -169,7 +173,7 @@ size_t CNetRequest::CRooms::write(char* data, size_t size, size_t count, void* r
     auto& self = *static_cast<CRooms*>(rooms);
     const size_t total = size * count;
     const bool taken = self.callbackError.keepFrom([&self, data, total] {
-        self.unpacking.take(total);
+        self.requireNoExcess(self.unpacking.take(total));
         self.requireRoomFor(total);
         self.response.takeBody(
             reinterpret_cast<const unsigned char*>(data), static_cast<int>(total), self.url, self.sending.getMethod());

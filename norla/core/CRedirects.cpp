@@ -27,7 +27,7 @@ bool isHTTPS(const std::optional<COrigin>& origin)
 
 kx::String shown(const std::optional<COrigin>& origin)
 {
-    return origin ? origin->toString() : kx::String("what is no URL");
+    return origin ? origin->toString() : kx::String("an address without a server");
 }
 
 } // namespace

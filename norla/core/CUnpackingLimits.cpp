@@ -2,7 +2,6 @@
 
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/numbers.h"
-#include "norla/core/CCURLError.h"
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/contentEncodings.h"
 
@@ -34,18 +33,17 @@ void CUnpackingLimits::noticeNumber(CURLoption option, long long value) noexcept
         m_bufferSize = std::clamp<long long>(value, firstBufferSize, CURL_MAX_READ_SIZE);
 }
 
-void CUnpackingLimits::take(size_t size)
+kx::String CUnpackingLimits::take(size_t size)
 {
     if (!m_options)
-        return;
+        return kx::String();
     m_unpacked += static_cast<long long>(size);
     if (m_options->maxSize > 0 && m_unpacked > m_options->maxSize)
-        throw CCURLError(CURLE_FILESIZE_EXCEEDED,
-            "the unpacked body has more than " + kx::toString(m_options->maxSize) + " bytes", "", 0, "");
+        return "the unpacked body has more than " + kx::toString(m_options->maxSize) + " bytes";
     if (m_options->maxRatio > 0 && m_unpacked > CAcceptEncoding::ratioFrom && isBeyondRatio())
-        throw CCURLError(CURLE_FILESIZE_EXCEEDED,
-            "the unpacked body has more than " + kx::toString(m_options->maxRatio) + " times the bytes that have come",
-            "", 0, "");
+        return "the unpacked body has more than " + kx::toString(m_options->maxRatio)
+            + " times the bytes that have come";
+    return kx::String();
 }
 
 // libcurl counts a block that has come only once it is unpacked.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/text/String.h"
 #include "norla/core/CAcceptEncoding.h"
 
 #include <curl/curl.h>
@@ -30,8 +31,8 @@ public:
     void begin() noexcept { m_unpacked = 0; }
 
     /// So many bytes of the body are there, before anybody gets them.
-    /// @throws CCURLError CURLE_FILESIZE_EXCEEDED naming the limit
-    void take(size_t size);
+    /// @return why that is too much, naming the limit; empty when it is not
+    kx::String take(size_t size);
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;

@@ -288,6 +288,13 @@ std::optional<ErrorKind> kindOfProxy(const CFailureDetails& details)
     return kind == Login || kind == Denied ? kind : Unreachable;
 }
 
+/// The URL of the call was well, until the server led elsewhere.
+bool isRedirect(const CCURLError& error)
+{
+    const int status = statusOf(error.getProps().get("responseCode"));
+    return error.getProps().get("responseCodeDomain") == "http" && status >= 300 && status <= 399;
+}
+
 ErrorKind kindOfTransfer(const CCURLError& error)
 {
     const int code = static_cast<int>(error.getCode());
@@ -296,6 +303,8 @@ ErrorKind kindOfTransfer(const CCURLError& error)
         return error.getDetails().limit == TransferLimit::None && status == Temporary
             ? Temporary
             : kindOfTimeout(error.getDetails());
+    if (code == CURLE_UNSUPPORTED_PROTOCOL && isRedirect(error))
+        return Protocol;
     if (const auto kind = lookUp(results, code))
         return *kind;
     if (const auto proxy = kindOfProxy(error.getDetails()))

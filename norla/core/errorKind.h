@@ -27,7 +27,7 @@ enum class ErrorKind {
     Full,              ///< a disk, here or there, a mailbox or a quota
     TooLarge,          ///< for the server, or for a limit of the program
     Temporary,         ///< the server is busy, overloaded or out of order, and asks to come again
-    Protocol,          ///< the server has said something that makes no sense, or led in circles
+    Protocol,          ///< the server has said something that makes no sense, or led in circles or astray
     Refused,           ///< the server does not want it, for another reason
 };
 

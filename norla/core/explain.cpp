@@ -74,6 +74,15 @@ kx::String certificateSentence(long long code, const CPlace& place)
     return "It is not certain that " + place.server + " is the server that was meant";
 }
 
+kx::String protocolSentence(long long code, const CPlace& place)
+{
+    if (code == CURLE_TOO_MANY_REDIRECTS)
+        return "Too many redirects come from " + place.server + place.with("for");
+    if (code == CURLE_UNSUPPORTED_PROTOCOL)
+        return "A redirect leads to an address of a kind that is not supported";
+    return "The answer of " + place.server + place.with("about") + " makes no sense";
+}
+
 /// Without the full stop.
 kx::String sentenceOf(ErrorKind kind, long long code, const CPlace& place)
 {
@@ -114,7 +123,7 @@ kx::String sentenceOf(ErrorKind kind, long long code, const CPlace& place)
     case ErrorKind::Temporary:
         return "It is not possible at the moment, but maybe later, to use " + place.server + place.with("for");
     case ErrorKind::Protocol:
-        return "The answer of " + place.server + place.with("about") + " makes no sense";
+        return protocolSentence(code, place);
     case ErrorKind::Refused:
         return "The request" + place.with("for") + " was refused by " + place.server;
     case ErrorKind::Unknown:

@@ -95,7 +95,7 @@ TEST(ErrorKindLiveTest, nginx)
         "server says: \"503 Service Temporarily Unavailab~");
     const auto circle = live::requestFor(server.url("/loop"));
     circle->setOptionInt(CURLOPT_MAXREDIRS, 2);
-    EXPECT_EQ(toldOf(*circle), "Protocol: The answer of the server HOST about '/loop' makes no sense.");
+    EXPECT_EQ(toldOf(*circle), "Protocol: Too many redirects come from the server HOST for '/loop'.");
     EXPECT_EQ(
         toldOf(server.url("/drop")), "ConnectionLost: The connection to the server HOST was lost during '/drop'.");
     EXPECT_EQ(toldOf(server.url("/private/digits.txt")),

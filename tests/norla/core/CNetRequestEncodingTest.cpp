@@ -109,7 +109,8 @@ TEST_F(CNetRequestEncodingTest, endsABodyThatUnpacksBeyondAllMeasure)
     EXPECT_EQ(error->getDomain(), "curl");
     EXPECT_EQ(error->getCode(), CURLE_FILESIZE_EXCEEDED);
     EXPECT_EQ(error->getMessage(),
-        "Maximum file size exceeded: the unpacked body has more than 250 times the bytes that have come");
+        "Maximum file size exceeded: the unpacked body has more than 250 times the bytes that have come (response "
+        "code: http 200)");
     EXPECT_LT(m_sink->m_size, 20 * mebibyte);
     expectGoodTransfer();
 }
@@ -162,7 +163,8 @@ TEST_F(CNetRequestEncodingTest, endsABodyThatIsLargerThanItMayBe)
 {
     answer(ok(packed("some text ", 1000, {"gzip"}), "Content-Encoding: gzip\r\n"));
     request().setAcceptEncoding({.maxSize = 9999});
-    EXPECT_EQ(failureMessage(), "Maximum file size exceeded: the unpacked body has more than 9999 bytes");
+    EXPECT_EQ(failureMessage(),
+        "Maximum file size exceeded: the unpacked body has more than 9999 bytes (response code: http 200)");
 }
 
 TEST_F(CNetRequestEncodingTest, takesABodyThatIsAsLargeAsItMayBe)

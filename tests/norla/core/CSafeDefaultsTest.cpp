@@ -3,6 +3,7 @@
 
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetHeaders.h"
+#include "norla/core/errorKind.h"
 #include "norla/core/explain.h"
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CRefusedPort.h"
@@ -148,6 +149,32 @@ TEST_P(CSafeDefaultsTest, followARedirectOutOfHTTPWithoutThatLine)
     m_other.onConnection().send("421 go away\r\n");
     EXPECT_NE(messageOf(), "(no error)");
     EXPECT_EQ(m_other.connectionCount(), 1U);
+}
+
+TEST_P(CSafeDefaultsTest, explainWhichRedirectIsNotFollowed)
+{
+    redirectTo("ftp://127.0.0.1:" + port(m_other) + "/path");
+    const auto error = endOf(server().url());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(norla::explain(*error).toUTF8(),
+        "The redirect from " + server().url("") + " to ftp://127.0.0.1:" + port(m_other)
+            + " is not followed: only http and https are.");
+}
+
+TEST_P(CSafeDefaultsTest, takeARedirectThatIsNotFollowedForTheServersFault)
+{
+    redirectTo("ftp://127.0.0.1:" + port(m_other) + "/path");
+    const auto error = endOf(server().url());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::Protocol);
+}
+
+TEST_P(CSafeDefaultsTest, nameARedirectToAFileOfTheMachine)
+{
+    redirectTo("file:///etc/passwd");
+    EXPECT_EQ(messageOf(),
+        "Unsupported protocol: the redirect from " + server().url("")
+            + " to an address without a server is not followed: only http and https are (response code: http 302)");
 }
 
 TEST_P(CSafeDefaultsTest, nameTheTargetThatLibcurlDoesNotKnow)
@@ -514,6 +541,17 @@ TEST_P(CSafeDefaultsTest, endABodyThatIsAnnouncedAsTooLarge)
     EXPECT_EQ(messageOf(),
         "Maximum file size exceeded: the body has 67108865 bytes or more, and the default receive buffer takes "
         "67108864 (response code: http 200)");
+}
+
+TEST_P(CSafeDefaultsTest, explainWhatIsTooLarge)
+{
+    request().setSafeDefaults({.maxReceiveBuffer = 10});
+    answer(ok("12345678901"));
+    const auto error = endOf(server().url());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(norla::explain(*error).toUTF8(),
+        "The answer of the server 127.0.0.1:" + port(server())
+            + " is too large: the body has 11 bytes or more, and the default receive buffer takes 10.");
 }
 
 TEST_P(CSafeDefaultsTest, letABodyGrowWithoutThatLine)

@@ -100,6 +100,15 @@ TEST(ExplainTest, doesWithoutAHost)
     EXPECT_EQ(explained(CCURLError(CURLE_URL_MALFORMAT, "", "", 0, "")), "The address cannot be read.");
 }
 
+TEST(ExplainTest, saysThatARedirectIsToBlame)
+{
+    const auto of = [](CURLcode code) {
+        return explained(CCURLError(code, "", "http", 302, "", "", CFailureDetails{.host = "host", .path = "/a"}));
+    };
+    EXPECT_EQ(of(CURLE_TOO_MANY_REDIRECTS), "Too many redirects come from the server host for '/a'.");
+    EXPECT_EQ(of(CURLE_UNSUPPORTED_PROTOCOL), "A redirect leads to an address of a kind that is not supported.");
+}
+
 TEST(ExplainTest, quotesTheStore)
 {
     EXPECT_EQ(explained(norla::CS3Error(norla::CS3ErrorResponse("NoSuchKey", "Not here", "/b/k", "id"), 404)),
