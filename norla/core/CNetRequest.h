@@ -78,6 +78,9 @@ public:
     /// What a program of today wants of every transfer, beside the options of a new request: redirects that lead
     /// nowhere else, secrets that stay with their host, TLS and SSH servers that prove who they are, and no more memory
     /// than was meant. The value says what, and switches it off piece by piece. Stays until reset().
+    ///
+    /// What is set by a value, here and below, needs the value's own header: "norla/core/CSafeDefaults.h" and so on.
+    /// Fields are named in the order in which they stand there.
     void setSafeDefaults();
     void setSafeDefaults(const CSafeDefaults& defaults);
 
@@ -92,8 +95,8 @@ public:
     void setDeadlines(const CDeadlines& deadlines);
 
     /// Sent to the URL's host as "Authorization: Bearer", not to another one where it redirects to, and as SASL's
-    /// OAUTHBEARER to mail servers, which want setUserName() too. Goes before setHTTPAuthMethods(), whichever comes
-    /// first. Empty for none, and the methods set by that again.
+    /// OAUTHBEARER to mail servers, which want setUserName() too: the token alone, without "Bearer". Goes before
+    /// setHTTPAuthMethods(), whichever comes first. Empty for none, and the methods set by that again.
     /// @throws kx::CInvalidArgError when it holds anything but the characters of RFC 6750, section 2.1
     void setBearerToken(const kx::String& token);
 
@@ -141,7 +144,9 @@ public:
 
     /// The HTTP method. "GET", "HEAD", "PUT" and "POST" are libcurl's own (case matters); others, such as "DELETE", are
     /// sent as they are, without a body. Empty: nothing special, a GET. For "POST" set the body first: its size is
-    /// passed on here.
+    /// passed on here; where there is no body, setSendDataSize(0), or else an empty one is sent in chunks. A body
+    /// alone makes no request send it: that takes "POST", "PUT" or setUpload(). For "PATCH" with a body set "POST", and
+    /// setOptionString(CURLOPT_CUSTOMREQUEST, "PATCH") behind it.
     void setHTTPMethod(const kx::String& method);
 
     /// Sends a body: CURLOPT_UPLOAD (HTTP PUT, FTP STOR, a mail). A mail that cannot be sent because it has no
