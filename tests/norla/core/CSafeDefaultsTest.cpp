@@ -315,26 +315,6 @@ TEST_P(CSafeDefaultsTest, leaveTheAddressBehindThatIsReferredTo)
     EXPECT_EQ(m_other.received(0).find("secret"), std::string::npos);
 }
 
-TEST_P(CSafeDefaultsTest, tellAPersonWhichServerHasSentTooMuch)
-{
-    request().setSafeDefaults({.maxReceiveBuffer = 3});
-    answer(ok("four"));
-    const auto error = endOf(server().url("/file"));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(norla::explain(*error).toUTF8(),
-        "The size of '/file' is beyond what is allowed with the server 127.0.0.1:" + port(server()) + ".");
-}
-
-TEST_P(CSafeDefaultsTest, tellAPersonWhichServerHasRedirectedTooOften)
-{
-    request().setSafeDefaults({.maxRedirects = 0});
-    redirectTo("/next");
-    const auto error = endOf(server().url("/file"));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(norla::explain(*error).toUTF8(),
-        "The answer of the server 127.0.0.1:" + port(server()) + " about '/file' makes no sense.");
-}
-
 TEST_P(CSafeDefaultsTest, leaveTheAddressesOfOtherHostsBehindToo)
 {
     request().setOptionInt(CURLOPT_AUTOREFERER, 1);

@@ -89,7 +89,7 @@ TEST(CookieLineTest, holdsNoControlCharacters)
 {
     EXPECT_FALSE(isCookie("a.b\tFALSE\t/\tFALSE\t0\tname\tval\rue"));
     EXPECT_FALSE(isCookie("a.b\tFALSE\t/\tFALSE\t0\tname\tval\x7fue"));
-    EXPECT_FALSE(isCookie(std::string_view("a.b\tFALSE\t/\tFALSE\t0\tname\tval\0ue", 35)));
+    EXPECT_FALSE(isCookie(std::string_view("a.b\tFALSE\t/\tFALSE\t0\tname\tval\0ue", 31)));
 }
 
 TEST(CookieLineTest, isACommentOrNot)
