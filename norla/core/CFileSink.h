@@ -34,8 +34,9 @@ public:
         Append,
 
         /// Where the server has sent the part behind it (status 206), that comes behind what it holds; another part is
-        /// an error. A body that is the whole resource takes its place, an empty one too. Other protocols than HTTP tell neither: there
-        /// it is as Append. That the resource is still the same is for the caller to see to (a header line "If-Range").
+        /// an error. A body that is the whole resource takes its place, an empty one too. Other protocols than HTTP
+        /// tell neither: there it is as Append. That the resource is still the same is for the caller to see to (a
+        /// header line "If-Range").
         Resume
     };
 
