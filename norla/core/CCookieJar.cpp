@@ -92,11 +92,11 @@ struct CCookieJar::CShare {
     template <typename TAction>
     void forEach(TAction action)
     {
-        const kx::CTime now = kx::CTime::now();
+        const long long now = kx::CTime::now().getMicroseconds();
         const CList list = lines();
         for (const curl_slist* line = list.get(); line; line = line->next) {
             const auto cookie = parseCookieLine(line->data);
-            if (cookie && (!cookie->expiry.isSet() || cookie->expiry > now))
+            if (cookie && (!cookie->expiry.isSet() || cookie->expiry.getMicroseconds() > now))
                 action(line->data, *cookie);
         }
     }
