@@ -221,6 +221,12 @@ TEST_F(CFileSinkOlderTest, putsTheWholeInPlaceOfTheBeginning)
     EXPECT_EQ(contentAfter(ok("whole"), CFileSink::Older::Resume), "whole");
 }
 
+TEST_F(CFileSinkOlderTest, putsAWholeOfManyBlocksInPlaceOfTheBeginning)
+{
+    const std::string whole(1 << 20, 'x');
+    EXPECT_EQ(contentAfter(ok(whole), CFileSink::Older::Resume), whole);
+}
+
 TEST_F(CFileSinkOlderTest, isEmptyWhenTheWholeIsByNow)
 {
     EXPECT_EQ(contentAfter(ok(""), CFileSink::Older::Resume), "");

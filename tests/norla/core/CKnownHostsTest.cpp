@@ -201,6 +201,8 @@ TEST(CKnownHostsTest, readTheTypeOfAKey)
     EXPECT_EQ(CKnownHosts::typeOf(key), type);
     EXPECT_EQ(CKnownHosts::typeOf(""), "");
     EXPECT_EQ(CKnownHosts::typeOf(std::string(3, '\0')), "");
+    const std::string longType(0x102, 'a');
+    EXPECT_EQ(CKnownHosts::typeOf(std::string("\0\0\1\2", 4) + longType), longType);
     EXPECT_EQ(CKnownHosts::typeOf(std::string("\0\0\0\5abcd", 8)), "");
     EXPECT_EQ(CKnownHosts::typeOf(std::string("\xFF\xFF\xFF\xFF", 4) + "abcd"), "");
 }

@@ -2,6 +2,7 @@
 
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CSigPipeBlock.h"
+#include "tests/curlcalls/CCurlCalls.h"
 #include "tests/support/CBusyPort.h"
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CTestCertificates.h"
@@ -149,6 +150,20 @@ TEST_F(CTransferRecordTest, sizeThatNobodyHasToldIsEmpty)
     EXPECT_EQ(m_record.getInfo().bytesDown, 5);
     EXPECT_EQ(m_record.getInfo().announcedDown, std::nullopt);
     EXPECT_EQ(m_record.getInfo().protocol, "http/1.0");
+}
+
+TEST_F(CTransferRecordTest, whatLibcurlDoesNotTellIsZero)
+{
+    m_server.onConnection().readHead().readBytes(3).send(ok("hello"));
+    m_handle.setText(CURLOPT_COPYPOSTFIELDS, "abc");
+    EXPECT_EQ(perform(), CURLE_OK);
+    support::CCurlCalls calls;
+    calls.fail("curl_easy_getinfo");
+    const CTransferInfo info = m_record.getInfo();
+    EXPECT_EQ(info.bytesDown, 0);
+    EXPECT_EQ(info.bytesUp, 0);
+    EXPECT_EQ(info.remotePort, 0);
+    EXPECT_EQ(info.times.nameLookup, std::nullopt);
 }
 
 TEST_F(CTransferRecordTest, namesServerAndProtocol)

@@ -3,6 +3,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "kx/base/CStdExceptionError.h"
 #include "kx/files/COutputFile.h"
+#include "kx/text/numbers.h"
 #include "norla/core/CCURLError.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3ErrorResponse.h"
@@ -12,7 +13,9 @@
 
 #include <cerrno>
 #include <ios>
+#include <map>
 #include <new>
+#include <set>
 #include <system_error>
 
 namespace {
@@ -56,6 +59,19 @@ norla::ErrorKind ofStore(const kx::String& code, int status)
     return getErrorKind(norla::CS3Error(norla::CS3ErrorResponse(code, "", "", ""), status));
 }
 
+using Kinds = std::map<int, norla::ErrorKind>;
+
+/// What these tell, and for all others of them what the test says.
+template <typename TUsual>
+norla::ErrorKind expectedOf(const Kinds& kinds, int status, TUsual usual)
+{
+    const auto found = kinds.find(status);
+    return found == kinds.end() ? usual(status) : found->second;
+}
+
+constexpr int firstStatus = 100;
+constexpr int lastStatus = 599;
+
 TEST(ErrorKindTest, isToldByTheResult)
 {
     EXPECT_EQ(ofCode(CURLE_COULDNT_RESOLVE_HOST), NameLookup);
@@ -80,6 +96,56 @@ TEST(ErrorKindTest, isToldByTheStatusOfHTTP)
     EXPECT_EQ(ofHTTP(302), Refused);
     EXPECT_EQ(ofHTTP(418), Refused);
     EXPECT_EQ(ofHTTP(101), Protocol);
+}
+
+TEST(ErrorKindTest, isToldByEveryStatusOfHTTP)
+{
+    const Kinds kinds{{401, Login}, {403, Denied}, {404, NotFound}, {407, Login}, {408, Temporary}, {410, NotFound},
+        {413, TooLarge}, {414, TooLarge}, {425, Temporary}, {429, Temporary}, {431, TooLarge}, {451, Denied},
+        {500, Temporary}, {502, Temporary}, {503, Temporary}, {504, Temporary}, {507, Full}};
+    for (int status = firstStatus; status <= lastStatus; ++status)
+        EXPECT_EQ(ofHTTP(status), expectedOf(kinds, status, [](int other) { return other < 300 ? Protocol : Refused; }))
+            << status;
+}
+
+TEST(ErrorKindTest, isToldByEveryStatusOfFTP)
+{
+    const Kinds kinds{{430, Login}, {452, Full}, {522, Encryption}, {530, Login}, {532, Login}, {533, Encryption},
+        {534, Encryption}, {536, Encryption}, {550, NotFound}, {552, Full}, {553, Denied}};
+    const auto usual = [](int other) { return other < 400 ? Denied : other < 500 ? Temporary : Refused; };
+    for (int status = firstStatus; status <= lastStatus; ++status)
+        EXPECT_EQ(ofFTP(CURLE_REMOTE_ACCESS_DENIED, kx::toString(status)), expectedOf(kinds, status, usual)) << status;
+}
+
+TEST(ErrorKindTest, isToldByEveryStatusOfAMailServer)
+{
+    const Kinds kinds{
+        {452, Full}, {523, TooLarge}, {530, Login}, {534, Login}, {535, Login}, {538, Encryption}, {552, TooLarge}};
+    for (int status = firstStatus; status <= lastStatus; ++status)
+        EXPECT_EQ(ofMail(kx::toString(status)), expectedOf(kinds, status, [](int other) {
+            return other < 500 ? Temporary : Refused;
+        })) << status;
+}
+
+TEST(ErrorKindTest, isToldByWhatAMailServerSaysBesidesItsStatus)
+{
+    EXPECT_EQ(ofMail("550 5.2.2"), Full);
+    EXPECT_EQ(ofMail("550 5.2.3"), TooLarge);
+    EXPECT_EQ(ofMail("450 4.3.1"), Full);
+    EXPECT_EQ(ofMail("550 5.3.4"), TooLarge);
+    EXPECT_EQ(ofMail("550 5.1.1 2.2.2"), Refused);
+}
+
+TEST(ErrorKindTest, isAMistakeOfTheServerWhereItRedirectsToAnUnknownProtocol)
+{
+    const auto of = [](const char* domain, int status) {
+        return getErrorKind(CCURLError(CURLE_UNSUPPORTED_PROTOCOL, "", kx::String::fromLatin1(domain), status, ""));
+    };
+    EXPECT_EQ(of("http", 299), InvalidArgument);
+    EXPECT_EQ(of("http", 300), Protocol);
+    EXPECT_EQ(of("http", 399), Protocol);
+    EXPECT_EQ(of("http", 400), InvalidArgument);
+    EXPECT_EQ(of("ftp", 350), InvalidArgument);
 }
 
 TEST(ErrorKindTest, statusBesideABrokenTransferDoesNotCount)
@@ -130,6 +196,23 @@ TEST(ErrorKindTest, isToldByTheLimitOfTime)
     EXPECT_EQ(ofTimeout({.phase = TransferPhase::Receiving}), InactivityTimeout);
 }
 
+TEST(ErrorKindTest, isToldByThePhaseWithoutALimitOfTime)
+{
+    const std::set connecting{
+        TransferPhase::NameLookup, TransferPhase::Connect, TransferPhase::Encryption, TransferPhase::Login};
+    for (const TransferPhase phase :
+        {TransferPhase::Unknown, TransferPhase::NameLookup, TransferPhase::Connect, TransferPhase::Encryption,
+            TransferPhase::Login, TransferPhase::Sending, TransferPhase::Waiting, TransferPhase::Receiving})
+        EXPECT_EQ(ofTimeout({.phase = phase}), connecting.contains(phase) ? ConnectTimeout : InactivityTimeout)
+            << static_cast<int>(phase);
+}
+
+TEST(ErrorKindTest, isToldByTheLimitOfTimeWhateverTheServerSays)
+{
+    const CFailureDetails details{.limit = TransferLimit::Total, .ftpReply = "421 Too many users"};
+    EXPECT_EQ(getErrorKind(CCURLError(CURLE_OPERATION_TIMEDOUT, "", "ftp", 421, "", "", details)), TotalTimeout);
+}
+
 TEST(ErrorKindTest, isToldByTheProxyThatRefusesATunnel)
 {
     const auto of = [](int status) {
@@ -138,6 +221,8 @@ TEST(ErrorKindTest, isToldByTheProxyThatRefusesATunnel)
     EXPECT_EQ(of(407), Login);
     EXPECT_EQ(of(403), Denied);
     EXPECT_EQ(of(502), Unreachable);
+    EXPECT_EQ(of(300), Unreachable);
+    EXPECT_EQ(of(299), ConnectionLost);
     EXPECT_EQ(of(200), ConnectionLost);
 }
 
