@@ -287,6 +287,13 @@ TEST_F(CLocalTimeTest, staysAsItIsForADateThatIsNone)
     EXPECT_THROW(fields.toTime(), kx::CError);
 }
 
+TEST_F(CLocalTimeTest, beginsWithTheLocalYear0)
+{
+    const kx::CTime first((-62167219200 - 5 * 3600 - 1800) * second);
+    EXPECT_EQ(kx::CTimeFields(first, kx::CTimeFields::TypeLocal).getYear(), 0);
+    EXPECT_THROW(kx::CTimeFields(kx::CTime(first.getMicroseconds() - 1), kx::CTimeFields::TypeLocal), kx::CError);
+}
+
 TEST_F(CLocalTimeTest, endsWithTheLocalYear9999)
 {
     const kx::CTime last((253402300799 - 5 * 3600 - 1800) * second);
