@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <string>
 
 namespace {
 
@@ -57,6 +58,19 @@ TEST(ExplainTest, quotesOnOneLineWithoutControlCharacters)
                   "/a\x1b"
                   "b"),
         "There is no '/a b' on the server host:80.");
+}
+
+TEST(ExplainTest, putsABlankInPlaceOfACharacterThatNobodySees)
+{
+    for (const wchar_t c : std::wstring_view(L"\x01\x1F\x7F\x80\x9F\u200E\u200F\u2028\u202E\u2066\u2069"))
+        EXPECT_TRUE(ofHTTP(403, kx::String(L"a" + std::wstring(1, c) + L"b")).ends_with("\"a b\"."))
+            << static_cast<int>(c);
+}
+
+TEST(ExplainTest, quotesAllOtherCharacters)
+{
+    const kx::String text = L"!~\u00A0\u200D\u2010\u2027\u202F\u2065\u206A";
+    EXPECT_TRUE(ofHTTP(403, text).ends_with("\"" + text.toUTF8() + "\"."));
 }
 
 TEST(ExplainTest, quotesNoMoreThanTwoHundredCharacters)
