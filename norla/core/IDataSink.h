@@ -23,7 +23,7 @@ public:
     virtual int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) = 0;
 
     /// The transfer has succeeded, with all blocks that there are, which may be none. Does nothing unless a sink says
-    /// otherwise. What it throws is the error of the transfer. @param responseCode and responseHeaders as for write()
+    /// otherwise. What it throws is the error of the transfer. The code and the headers are those of write().
     virtual void end(int /*responseCode*/, const HeaderMap& /*responseHeaders*/) {}
 };
 
