@@ -93,7 +93,11 @@ remove() {
 }
 
 # Shows what the command says only if it fails.
-quietly() { "$@" > "$work/log" 2>&1 || { cat "$work/log" >&2; return 1; }; }
+quietly() {
+    local log
+    log=$(mktemp "$work/log-XXXXXX")
+    "$@" > "$log" 2>&1 || { cat "$log" >&2; return 1; }
+}
 
 # What runs on loopback is asked directly, whatever way this machine takes to the rest of the world.
 forget_proxies() {
