@@ -155,7 +155,9 @@ void CNetRequest::CRooms::requireNoExcess(const kx::String& excess) const
     long status = 0;
     handle.ask(CURLINFO_RESPONSE_CODE, status);
     CFailureDetails details = failureDetails(CURLE_FILESIZE_EXCEEDED);
-    details.limitText = "The answer of the server " + details.host + " is too large: " + excess + ".";
+    const bool hasName = !details.path.isEmpty() && details.path != "/";
+    details.limitText = "The answer of the server " + details.host
+        + (hasName ? " about '" + details.path + "'" : kx::String()) + " is too large: " + excess + ".";
     throw CCURLError(
         CURLE_FILESIZE_EXCEEDED, excess, url.getResponseCodeDomain(), static_cast<int>(status), "", "", details);
 }

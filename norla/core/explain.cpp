@@ -10,6 +10,8 @@ namespace norla {
 
 namespace {
 
+constexpr size_t longestMessage = 1000;
+
 /// Control characters, and those that turn the direction of the text around them.
 bool isInvisible(wchar_t c) noexcept
 {
@@ -192,7 +194,7 @@ kx::String explainTransfer(const CCURLError& error)
 {
     const CFailureDetails& details = error.getDetails();
     if (!details.limitText.isEmpty())
-        return details.limitText;
+        return cleaned(details.limitText, longestMessage);
     const ErrorKind kind = getErrorKind(error);
     const CPlace place = placeOf(error);
     return withWords(sentenceOf(kind, error.getCode(), place), place.isProxy ? "proxy" : "server",
@@ -217,7 +219,6 @@ kx::String explainStore(const kx::CError& error, ErrorKind kind)
 
 kx::String explain(const kx::CError& error)
 {
-    constexpr size_t longestMessage = 1000;
     if (const auto* const transfer = dynamic_cast<const CCURLError*>(&error))
         return explainTransfer(*transfer);
     const ErrorKind kind = getErrorKind(error);

@@ -1,5 +1,6 @@
 #include "kx/base/CInvalidArgError.h"
 #include "norla/core/CAcceptEncoding.h"
+#include "norla/core/explain.h"
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/support/CProcessRun.h"
 #include "tests/support/errorOf.h"
@@ -165,6 +166,21 @@ TEST_F(CNetRequestEncodingTest, endsABodyThatIsLargerThanItMayBe)
     request().setAcceptEncoding({.maxSize = 9999});
     EXPECT_EQ(failureMessage(),
         "Maximum file size exceeded: the unpacked body has more than 9999 bytes (response code: http 200)");
+}
+
+TEST_F(CNetRequestEncodingTest, saysWhoseBodyUnpacksToTooMuch)
+{
+    answer(ok(packed("some text ", 1000, {"gzip"}), "Content-Encoding: gzip\r\n"));
+    request().setAcceptEncoding({.maxSize = 9999});
+    const auto error = failureOf("/a?secret");
+    ASSERT_TRUE(error);
+    const auto& details = dynamic_cast<const norla::CCURLError&>(*error).getDetails();
+    const std::string host = server().url("").substr(std::string("http://").size());
+    EXPECT_EQ(details.host.toUTF8(), host);
+    EXPECT_EQ(details.path, "/a");
+    EXPECT_EQ(details.phase, norla::TransferPhase::Receiving);
+    EXPECT_EQ(norla::explain(*error).toUTF8(),
+        "The answer of the server " + host + " about '/a' is too large: the unpacked body has more than 9999 bytes.");
 }
 
 TEST_F(CNetRequestEncodingTest, takesABodyThatIsAsLargeAsItMayBe)

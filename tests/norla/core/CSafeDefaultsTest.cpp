@@ -527,11 +527,11 @@ TEST_P(CSafeDefaultsTest, explainWhatIsTooLarge)
 {
     request().setSafeDefaults({.maxReceiveBuffer = 10});
     answer(ok("12345678901"));
-    const auto error = endOf(server().url());
+    const auto error = endOf(server().url("/a?secret"));
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(norla::explain(*error).toUTF8(),
         "The answer of the server 127.0.0.1:" + port(server())
-            + " is too large: the body has 11 bytes or more, and the default receive buffer takes 10.");
+            + " about '/a' is too large: the body has 11 bytes or more, and the default receive buffer takes 10.");
 }
 
 TEST_P(CSafeDefaultsTest, letABodyGrowWithoutThatLine)

@@ -94,6 +94,13 @@ TEST(ExplainTest, saysWhichLimitOfTimeItWas)
         "It took 3 seconds.");
 }
 
+TEST(ExplainTest, saysWhatALimitIsAboutWithoutControlCharacters)
+{
+    EXPECT_EQ(explained(CCURLError(CURLE_FILESIZE_EXCEEDED, "", "", 0, "", "",
+                  CFailureDetails{.limitText = kx::String("The body of\x1b[31m 'a'\r\nis too large.")})),
+        "The body of [31m 'a' is too large.");
+}
+
 TEST(ExplainTest, saysThatItIsTheProxy)
 {
     const std::string proxy = "the proxy on the way to the server host";
