@@ -23,6 +23,7 @@ struct CFailureDetails {
     kx::String host = {};      ///< of the URL, after redirects, with the port that stands there: "localhost:8080"
     kx::String path = {};      ///< of the same URL, as it stands there
     kx::String address = {};   ///< of the connection's other end, which may be a proxy's: "127.0.0.1:8080"
+    kx::String proxy = {};     ///< that the transfer goes over, with its port; empty also when that is not certain
     kx::String ftpReply = {};  ///< what an FTP server refused with, as CCURLError::getServerReply() does for mails
     int proxyStatus = 0;       ///< of the proxy that was asked for a tunnel (HTTP); 0: none
     bool isRecipientRefused = false; ///< a mail server has taken the sender and none of the data yet

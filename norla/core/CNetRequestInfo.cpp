@@ -3,6 +3,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "norla/core/CDeadlines.h"
 #include "norla/core/CNetRequestRooms.h"
+#include "norla/core/httpSuccess.h"
 #include "norla/core/plainURL.h"
 
 #include <algorithm>
@@ -90,6 +91,14 @@ kx::String CNetRequest::CRooms::failureText(CURLcode result) const
     return message.isEmpty() || explanation.isEmpty() ? message + explanation : message + "; " + explanation;
 }
 
+// What looks like a handshake or a login with the server may be what is said to the proxy before.
+bool CNetRequest::CRooms::isAtProxy(int proxyStatus) const
+{
+    const TransferPhase reached = record.getPhase();
+    const bool mayBe = reached == TransferPhase::Encryption || reached == TransferPhase::Login;
+    return mayBe && !record.hasReplies() && !isHTTPSuccess(proxyStatus);
+}
+
 CFailureDetails CNetRequest::CRooms::failureDetails(CURLcode result) const
 {
     CFailureDetails details;
@@ -105,12 +114,15 @@ CFailureDetails CNetRequest::CRooms::failureDetails(CURLcode result) const
     long status = 0;
     if (handle.ask(CURLINFO_HTTP_CONNECTCODE, status))
         details.proxyStatus = static_cast<int>(status);
+    details.proxy = proxy.find(current, record.getRemotePort());
     if (isFTP)
         details.ftpReply = response.getFTPRefusal();
     const bool isServersEnd = isFTP && handle.ask(CURLINFO_RESPONSE_CODE, status) && status == ftpServiceNotAvailable;
     if (result == CURLE_OPERATION_TIMEDOUT && !isServersEnd)
         details.limit = deadlines.findReached(record, details.phase);
-    details.limitText = deadlines.describe(details.limit, details.phase, details.host);
+    if (!details.proxy.isEmpty() && isAtProxy(details.proxyStatus))
+        details.phase = phaseOf(result, TransferPhase::Connect);
+    details.limitText = deadlines.describe(details);
     return details;
 }
 

@@ -70,6 +70,7 @@ void CNetRequest::CRooms::noticeNumber(CURLoption option, long long value) noexc
     unpacking.noticeNumber(option, value);
     demands.noticeNumber(option, value);
     deadlines.noticeNumber(option, value);
+    proxy.noticeNumber(option, value);
     ssh.noticeNumber(option, value);
     redirects.noticeNumber(option, value);
 }
@@ -112,6 +113,7 @@ void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
     else
         m_rooms->handle.setText(option, bytes);
     m_rooms->redirects.noticeText(option, bytes);
+    m_rooms->proxy.noticeText(option, bytes);
 }
 
 void CNetRequest::setURL(const kx::String& url)

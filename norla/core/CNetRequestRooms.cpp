@@ -51,6 +51,7 @@ void CNetRequest::CRooms::forgetOptions()
     ssh.forgetOptions();
     keyPassword.forgetOptions();
     deadlines.forgetOptions();
+    proxy.forgetOptions();
     redirects.forgetOptions();
     receiveLimits.set(0, 0);
     safety.reset();

@@ -12,6 +12,7 @@
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/core/CPrerequest.h"
+#include "norla/core/CProxyRoute.h"
 #include "norla/core/CReceiveLimits.h"
 #include "norla/core/CRedirects.h"
 #include "norla/core/CRequestURL.h"
@@ -61,6 +62,7 @@ struct CNetRequest::CRooms {
     CKeyPassword keyPassword{handle};
     CTransferRecord record{handle};
     CTransferLimits deadlines;
+    CProxyRoute proxy;
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
 
     /// A transfer begins: the options that depend on what it is, which connections it may go over, and who is asked
@@ -92,6 +94,10 @@ struct CNetRequest::CRooms {
     kx::String failureText(CURLcode result) const;
 
     CFailureDetails failureDetails(CURLcode result) const;
+
+    /// Whether a transfer over a proxy has not come further, as far as one can tell.
+    /// @param proxyStatus as CFailureDetails has it
+    bool isAtProxy(int proxyStatus) const;
 
     bool judgesByProtocol() const noexcept { return safety && safety->judgeByProtocol; }
 

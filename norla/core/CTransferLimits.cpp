@@ -25,54 +25,65 @@ kx::String durationText(long long milliseconds)
     return text + " seconds";
 }
 
-kx::String connectText(TransferPhase phase, const kx::String& host, const kx::String& time)
+/// " through the proxy host:port", or nothing.
+kx::String wayOf(const CFailureDetails& details)
 {
-    switch (phase) {
+    return details.proxy.isEmpty() ? kx::String() : " through the proxy " + details.proxy;
+}
+
+kx::String connectText(const CFailureDetails& details, const kx::String& time)
+{
+    const kx::String accepted = "The server " + details.host + " accepted a connection" + wayOf(details) + ", but ";
+    switch (details.phase) {
     case TransferPhase::NameLookup:
-        return "The name lookup for " + host + " was not done within " + time + ".";
+        return "The name lookup for " + details.host + " was not done within " + time + ".";
     case TransferPhase::Encryption:
-        return "The server " + host + " accepted a connection, but agreed on no encryption within " + time + ".";
+        return accepted + "agreed on no encryption within " + time + ".";
     case TransferPhase::Connect:
-        return "The server " + host + " did not accept a connection within " + time + ".";
+        if (!details.proxy.isEmpty())
+            return "No connection to the server " + details.host + " was made" + wayOf(details) + " within " + time
+                + ".";
+        return "The server " + details.host + " did not accept a connection within " + time + ".";
     default: // FTP asks for the folder behind the login
-        return "The server " + host + " accepted a connection, but was not done with greeting and login within " + time
-            + ".";
+        return accepted + "was not done with greeting and login within " + time + ".";
     }
 }
 
-kx::String inactivityText(TransferPhase phase, const kx::String& host, const kx::String& time)
+kx::String inactivityText(const CFailureDetails& details, const kx::String& time)
 {
-    switch (phase) {
+    switch (details.phase) {
     case TransferPhase::Receiving:
-        return "The server " + host + " has sent nothing more for " + time + ".";
+        return "The server " + details.host + " has sent nothing more for " + time + ".";
     case TransferPhase::Sending:
-        return "Nothing could be sent to the server " + host + " for " + time + ", and it has not answered.";
+        return "Nothing could be sent to the server " + details.host + wayOf(details) + " for " + time
+            + ", and it has not answered.";
     default:
-        return "The server " + host + " has not answered for " + time + ".";
+        return "The server " + details.host + " has not answered" + wayOf(details) + " for " + time + ".";
     }
 }
 
-kx::String totalText(TransferPhase phase, const kx::String& host, const kx::String& time)
+kx::String totalText(const CFailureDetails& details, const kx::String& time)
 {
-    const auto doing = [phase]() -> kx::String {
-        switch (phase) {
+    const auto doing = [&details]() -> kx::String {
+        switch (details.phase) {
         case TransferPhase::NameLookup:
             return "the name was still being looked up";
         case TransferPhase::Encryption:
-            return "the server accepted a connection, but agreed on no encryption";
+            return "the server accepted a connection" + wayOf(details) + ", but agreed on no encryption";
         case TransferPhase::Login:
             return "the server was not done with greeting and login";
         case TransferPhase::Sending:
-            return "it was still being sent";
+            return "it was still being sent" + wayOf(details);
         case TransferPhase::Waiting:
-            return "the server had not answered";
+            return "the server had not answered" + wayOf(details);
         case TransferPhase::Receiving:
             return "the answer was still coming";
         default:
-            return "the server did not accept a connection";
+            return details.proxy.isEmpty() ? "the server did not accept a connection"
+                                           : "no connection was made" + wayOf(details);
         }
     };
-    return "The transfer with " + host + " was not done within " + time + ": " + doing() + ".";
+    return "The transfer with " + details.host + " was not done within " + time + ": " + doing() + ".";
 }
 
 /// Whether so many microseconds are the limit: libcurl counts in milliseconds, rounded either way.
@@ -125,15 +136,15 @@ TransferLimit CTransferLimits::findReached(const CTransferRecord& record, Transf
     return m_inactivity > 0 && !isConnecting(phase) ? TransferLimit::Inactivity : TransferLimit::None;
 }
 
-kx::String CTransferLimits::describe(TransferLimit limit, TransferPhase phase, const kx::String& host) const
+kx::String CTransferLimits::describe(const CFailureDetails& details) const
 {
-    switch (limit) {
+    switch (details.limit) {
     case TransferLimit::Connect:
-        return connectText(phase, host, durationText(m_connect));
+        return connectText(details, durationText(m_connect));
     case TransferLimit::Inactivity:
-        return inactivityText(phase, host, durationText(m_inactivity));
+        return inactivityText(details, durationText(m_inactivity));
     case TransferLimit::Total:
-        return totalText(phase, host, durationText(m_total));
+        return totalText(details, durationText(m_total));
     default:
         return kx::String();
     }

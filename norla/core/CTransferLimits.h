@@ -27,9 +27,9 @@ public:
     /// @param phase not of a transfer that has not begun
     TransferLimit findReached(const CTransferRecord& record, TransferPhase phase) const noexcept;
 
-    /// A whole sentence. Empty for None.
-    /// @param host as a person knows it
-    kx::String describe(TransferLimit limit, TransferPhase phase, const kx::String& host) const;
+    /// A whole sentence about the details' limit. Empty for None.
+    /// @param details with limit, phase, host and proxy
+    kx::String describe(const CFailureDetails& details) const;
 
 private:
     long long m_connect = 0; // each in milliseconds, 0 for none

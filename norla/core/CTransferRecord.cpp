@@ -206,9 +206,14 @@ kx::String CTransferRecord::getRemoteAddress() const
     const std::string_view address = m_handle.askText(CURLINFO_PRIMARY_IP);
     if (m_state == State::None || address.empty())
         return {};
-    const std::string port = std::to_string(numberOf(m_handle, CURLINFO_PRIMARY_PORT));
+    const std::string port = std::to_string(getRemotePort());
     const bool isIPv6 = address.find(':') != std::string_view::npos;
     return readable((isIPv6 ? "[" + std::string(address) + "]" : std::string(address)) + ":" + port);
+}
+
+long CTransferRecord::getRemotePort() const noexcept
+{
+    return std::max(0L, numberOf(m_handle, CURLINFO_PRIMARY_PORT));
 }
 
 std::string CTransferRecord::getURL() const
@@ -332,7 +337,7 @@ CTransferInfo CTransferRecord::getInfo() const
     info.phase = getPhase();
     info.times = getTimes();
     info.remoteAddress = readable(m_handle.askText(CURLINFO_PRIMARY_IP));
-    info.remotePort = static_cast<int>(std::max(0L, numberOf(m_handle, CURLINFO_PRIMARY_PORT)));
+    info.remotePort = static_cast<int>(getRemotePort());
     info.scheme = readable(getScheme());
     info.protocol = getProtocol();
     info.url = readable(withoutLogin(getURL()));

@@ -45,6 +45,9 @@ public:
     /// Whether the server of the last hop is connected and ready, and the request (of FTP and mail the body) was begun.
     bool hasRequestBegun() const noexcept;
 
+    /// Whether an FTP or mail server has said anything.
+    bool hasReplies() const noexcept { return m_replies.areThere; }
+
     /// Since the last hop has begun, redirects and rounds of a login left out; and since the transfer has.
     long long getHopMicroseconds() const noexcept;
     long long getTotalMicroseconds() const noexcept;
@@ -57,6 +60,9 @@ public:
 
     /// "address:port" of the last connection's other end; empty when unknown.
     kx::String getRemoteAddress() const;
+
+    /// The port of it; 0 when unknown.
+    long getRemotePort() const noexcept;
 
     /// The address that was or is fetched, as libcurl has it: with a login, if it has one. Empty before a transfer.
     std::string getURL() const;

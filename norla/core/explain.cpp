@@ -108,7 +108,9 @@ kx::String sentenceOf(ErrorKind kind, long long code, const CPlace& place)
     case ErrorKind::NameLookup:
         return "The name of " + place.server + " is not known";
     case ErrorKind::Unreachable:
-        return kx::String::fromLatin1(place.isProxy ? "No connection is made by " : "It is not possible to connect to ")
+        return kx::String::fromLatin1(place.isProxy && code != CURLE_COULDNT_CONNECT
+                       ? "No connection is made by "
+                       : "It is not possible to connect to ")
             + place.server + place.with("for");
     case ErrorKind::ConnectTimeout:
     case ErrorKind::TotalTimeout:
@@ -176,6 +178,7 @@ bool isOfProxy(const CCURLError& error)
     constexpr const char* loginDemandedByProxy = "407"; // RFC 9110 section 15.5.8
     return error.getCode() == CURLE_COULDNT_RESOLVE_PROXY || error.getCode() == CURLE_PROXY
         || error.getDetails().proxyStatus >= 300
+        || (!error.getDetails().proxy.isEmpty() && error.getDetails().phase == TransferPhase::Connect)
         || error.getProps().get("responseCode") == kx::String::fromLatin1(loginDemandedByProxy);
 }
 
@@ -185,7 +188,9 @@ CPlace placeOf(const CCURLError& error)
     const kx::String host = cleaned(error.getDetails().host, longestHost);
     const kx::String server = host.isEmpty() ? "the server" : "the server " + host;
     const bool isProxy = isOfProxy(error);
-    return {.server = isProxy ? "the proxy on the way to " + server : server,
+    const kx::String proxy = cleaned(error.getDetails().proxy, longestHost);
+    const kx::String named = proxy.isEmpty() ? "the proxy" : "the proxy " + proxy;
+    return {.server = isProxy ? named + " on the way to " + server : server,
         .isProxy = isProxy,
         .name = quotedPath(error.getDetails().path)};
 }

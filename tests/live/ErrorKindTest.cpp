@@ -82,7 +82,10 @@ TEST(ErrorKindLiveTest, unknownName)
         "is not known.");
     const auto request = live::requestFor("http://127.0.0.1/a");
     request->setProxy(kx::String::fromUTF8(std::string(64, 'x') + ".invalid"));
-    EXPECT_EQ(toldOf(*request), "NameLookup: The name of the proxy on the way to the server HOST is not known.");
+    EXPECT_EQ(toldOf(*request),
+        "NameLookup: The name of the proxy "
+        "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx.invalid:1080 "
+        "on the way to the server HOST is not known.");
 }
 
 TEST(ErrorKindLiveTest, nginx)
@@ -323,24 +326,26 @@ TEST(ErrorKindLiveTest, proxies)
     const support::CTinyproxyServer guarded(login);
     const support::CMicrosocksServer microsocks;
     EXPECT_EQ(toldThrough(squid.host(), server.url("/a")),
-        "Login: The login is refused by the proxy on the way to the server HOST for '/a'; the proxy says: \"ERROR: "
+        "Login: The login is refused by the proxy HOST on the way to the server HOST for '/a'; the proxy says: "
+        "\"ERROR: "
         "Cache Access Denied ERROR ~");
     EXPECT_EQ(toldThrough(squid.host(), server.httpsURL("/a")),
-        "Login: The login is refused by the proxy on the way to the server HOST for '/a'.");
+        "Login: The login is refused by the proxy HOST on the way to the server HOST for '/a'.");
     EXPECT_EQ(toldThrough("user:secret@" + squid.host(), server.url("/a")),
         "NotFound: There is no '/a' on the server HOST; the server says: \"404 Not Found 404 Not Found nginx~");
     EXPECT_EQ(toldThrough(guarded.host(), server.url("/a")),
-        "Login: The login is refused by the proxy on the way to the server HOST for '/a'; the proxy says: \"407 Proxy "
+        "Login: The login is refused by the proxy HOST on the way to the server HOST for '/a'; the proxy says: \"407 "
+        "Proxy "
         "Authentication Required~");
     EXPECT_EQ(toldThrough(tinyproxy.host(), nobody.url("/a")),
         "Temporary: It is not possible at the moment, but maybe later, to use the server HOST for '/a'; the server "
         "says: \"500 Unable to connect Unable to c~");
     EXPECT_EQ(toldThrough(tinyproxy.host(), nobody.url("/a", "https")),
-        "Unreachable: No connection is made by the proxy on the way to the server HOST for '/a'.");
+        "Unreachable: No connection is made by the proxy HOST on the way to the server HOST for '/a'.");
     EXPECT_EQ(toldThrough("socks5h://" + microsocks.host(), nobody.url("/a")),
-        "Unreachable: No connection is made by the proxy on the way to the server HOST for '/a'.");
+        "Unreachable: No connection is made by the proxy HOST on the way to the server HOST for '/a'.");
     EXPECT_EQ(toldThrough(nobody.url(), server.url("/a")),
-        "Unreachable: It is not possible to connect to the server HOST for '/a'.");
+        "Unreachable: It is not possible to connect to the proxy HOST on the way to the server HOST for '/a'.");
 }
 
 TEST(ErrorKindLiveTest, silentServerAndDeadline)

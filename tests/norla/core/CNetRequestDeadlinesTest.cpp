@@ -147,6 +147,48 @@ TEST_F(CNetRequestDeadlinesTest, handshakeThatStallsIsNamed)
         "The server " + hostText() + " accepted a connection, but agreed on no encryption within 0.2 seconds.");
 }
 
+TEST_F(CNetRequestDeadlinesTest, proxyThatMakesNoTunnelIsNamed)
+{
+    server().onConnection().readHead().stall();
+    request().setDeadlines({.connect = ms(200)});
+    request().setProxy(kx::String::fromUTF8(hostText()));
+    request().setURL("https://host.invalid/");
+    EXPECT_EQ(messageOf(failure()),
+        "No connection to the server host.invalid was made through the proxy " + hostText() + " within 0.2 seconds.");
+}
+
+TEST_F(CNetRequestDeadlinesTest, silentSOCKSProxyIsNamed)
+{
+    server().onConnection().stall();
+    request().setDeadlines({.connect = ms(200)});
+    request().setProxy(kx::String::fromUTF8("socks5h://user:secret@" + hostText()));
+    request().setURL("ftp://host.invalid/");
+    EXPECT_EQ(messageOf(failure()),
+        "No connection to the server host.invalid was made through the proxy " + hostText() + " within 0.2 seconds.");
+}
+
+TEST_F(CNetRequestDeadlinesTest, serverThatIsSilentBehindATunnelIsNamed)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\n\r\n").stall();
+    request().setDeadlines({.connect = ms(200)});
+    request().setProxy(kx::String::fromUTF8(hostText()));
+    request().setURL("https://host.invalid/");
+    EXPECT_EQ(messageOf(failure()),
+        "The server host.invalid accepted a connection through the proxy " + hostText()
+            + ", but agreed on no encryption within 0.2 seconds.");
+}
+
+TEST_F(CNetRequestDeadlinesTest, proxyOfAnAnswerThatDoesNotComeIsNamed)
+{
+    server().onConnection().readHead().stall();
+    request().setDeadlines({.total = ms(200)});
+    request().setProxy(kx::String::fromUTF8(hostText()));
+    request().setURL("http://host.invalid/");
+    EXPECT_EQ(messageOf(failure()),
+        "The transfer with host.invalid was not done within 0.2 seconds: the server had not answered through the proxy "
+            + hostText() + ".");
+}
+
 TEST_F(CNetRequestDeadlinesTest, greetingThatDoesNotComeIsNamed)
 {
     const std::string text = "The server " + hostText()

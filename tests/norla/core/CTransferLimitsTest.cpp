@@ -17,9 +17,9 @@ protected:
         m_limits.noticeNumber(CURLOPT_TIMEOUT_MS, 60'000);
     }
 
-    std::string text(TransferLimit limit, TransferPhase phase) const
+    std::string text(TransferLimit limit, TransferPhase phase, const kx::String& proxy = "") const
     {
-        return m_limits.describe(limit, phase, "host:80").toUTF8();
+        return m_limits.describe({.phase = phase, .limit = limit, .host = "host:80", .proxy = proxy}).toUTF8();
     }
 
     CTransferLimits m_limits;
@@ -58,6 +58,28 @@ TEST_F(CTransferLimitsTest, saysWhatTookTooLong)
     EXPECT_EQ(text(total, Sending), start + "it was still being sent.");
     EXPECT_EQ(text(total, Waiting), start + "the server had not answered.");
     EXPECT_EQ(text(total, Receiving), start + "the answer was still coming.");
+}
+
+TEST_F(CTransferLimitsTest, namesTheProxyUntilTheServerHasAnswered)
+{
+    using enum TransferPhase;
+    const auto proxied = [this](TransferLimit limit, TransferPhase phase) { return text(limit, phase, "p:8080"); };
+    const std::string way = " through the proxy p:8080";
+    EXPECT_EQ(proxied(TransferLimit::Connect, Connect),
+        "No connection to the server host:80 was made" + way + " within 1.5 seconds.");
+    EXPECT_EQ(proxied(TransferLimit::Connect, Encryption),
+        "The server host:80 accepted a connection" + way + ", but agreed on no encryption within 1.5 seconds.");
+    EXPECT_EQ(
+        proxied(TransferLimit::Inactivity, Waiting), "The server host:80 has not answered" + way + " for 1 second.");
+    EXPECT_EQ(proxied(TransferLimit::Inactivity, Sending),
+        "Nothing could be sent to the server host:80" + way + " for 1 second, and it has not answered.");
+    EXPECT_EQ(proxied(TransferLimit::Inactivity, Receiving), "The server host:80 has sent nothing more for 1 second.");
+    const std::string start = "The transfer with host:80 was not done within 60 seconds: ";
+    EXPECT_EQ(proxied(TransferLimit::Total, Connect), start + "no connection was made" + way + ".");
+    EXPECT_EQ(proxied(TransferLimit::Total, Encryption),
+        start + "the server accepted a connection" + way + ", but agreed on no encryption.");
+    EXPECT_EQ(proxied(TransferLimit::Total, Sending), start + "it was still being sent" + way + ".");
+    EXPECT_EQ(proxied(TransferLimit::Total, Waiting), start + "the server had not answered" + way + ".");
 }
 
 TEST_F(CTransferLimitsTest, saysNothingOfNoLimit)

@@ -114,6 +114,19 @@ TEST(ExplainTest, saysThatItIsTheProxy)
     EXPECT_EQ(ofHTTP(407, ""), "The login is refused by the proxy on the way to the server host:80 for '/a'.");
 }
 
+TEST(ExplainTest, namesAProxyThatHasMadeNoConnection)
+{
+    const auto of = [](CURLcode code, norla::TransferPhase phase) {
+        return explained(
+            CCURLError(code, "", "", 0, "", "", CFailureDetails{.phase = phase, .host = "host", .proxy = "p:1"}));
+    };
+    const std::string proxy = "the proxy p:1 on the way to the server host";
+    EXPECT_EQ(of(CURLE_RECV_ERROR, norla::TransferPhase::Connect), "The connection to " + proxy + " was lost.");
+    EXPECT_EQ(
+        of(CURLE_COULDNT_CONNECT, norla::TransferPhase::Connect), "It is not possible to connect to " + proxy + ".");
+    EXPECT_EQ(of(CURLE_RECV_ERROR, norla::TransferPhase::Waiting), "The connection to the server host was lost.");
+}
+
 TEST(ExplainTest, doesWithoutAHost)
 {
     EXPECT_EQ(
