@@ -4,6 +4,7 @@
 #include "examples/localFiles.h"
 #include "examples/naming.h"
 #include "examples/runProgram.h"
+#include "kx/files/CInputFile.h"
 #include "kx/streams/CBufferStream.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/mail/CMultiPartMimeMessage.h"
@@ -11,10 +12,7 @@
 #include "sela/base64.h"
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <limits>
 #include <string>
@@ -118,16 +116,19 @@ COptions optionsOf(const CArguments& arguments)
     return options;
 }
 
+/// All of it at one time, or nothing.
 std::string contentOf(const std::filesystem::path& file)
 {
-    std::ifstream in(file, std::ios::binary);
-    std::string content;
-    std::array<char, 65536> block{};
-    while (in.read(block.data(), block.size()) || in.gcount() > 0)
-        content.append(block.data(), static_cast<size_t>(in.gcount()));
-    if (!in.eof())
-        throw fileError("The file '" + shownPath(file.native()) + "' cannot be read", errno);
-    return content;
+    constexpr int blockSize = 64 << 10;
+    return withLocalFile([&file] {
+        kx::CInputFile in(Path::fromBytes(file.native()));
+        std::string content;
+        std::vector<unsigned char> block(blockSize);
+        while (const int count = in.read(block.data(), blockSize))
+            content.append(block.begin(), block.begin() + count);
+        in.requireUnchanged();
+        return content;
+    });
 }
 
 /// In Base64, which survives every mail server.

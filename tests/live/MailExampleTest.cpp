@@ -244,7 +244,7 @@ TEST_F(MailExampleTest, sendsNothingWhenAnAttachmentCannotBeRead)
              {"/nowhere/file", "No such file or directory"}}) {
         const auto result = mail(server.getPort(),
             {"--security", "unencrypted", "--from", "a@x.example", "--to", "b@x.example", "--attach", file});
-        EXPECT_EQ(result.errors(), "mail: The file '" + file + "' cannot be read: " + reason + "\n");
+        EXPECT_EQ(result.errors(), "mail: The file '" + file + "' cannot be read: " + reason + ".\n");
         EXPECT_EQ(result.exitStatus(), 3);
     }
     EXPECT_TRUE(server.messages().empty());
