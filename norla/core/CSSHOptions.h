@@ -47,7 +47,8 @@ struct KX_EXPORT CSSHOptions {
 
     /// Asked with UnknownSSHHost::Ask, on the thread that drives the transfer, before anything of the login is sent;
     /// what else that thread does waits meanwhile, and the time counts for the connect timeout (30 seconds at first).
-    /// What it throws is the error of the transfer.
+    /// What it throws is the error of the transfer. Given with another rule it is an error, because nobody would be
+    /// asked.
     std::function<SSHHostAnswer(const CSSHHostKey&)> ask = {};
 
     /// The private key to log in with, in PEM or OpenSSH's format; the public key, which is only needed where it cannot

@@ -82,6 +82,9 @@ void requireUsable(const CSSHOptions& options, const CKnownHostsFile& file)
         requireKeyType(options.hostKeyType);
     if (options.unknownHost == UnknownSSHHost::Ask && !options.ask)
         refuseOptions("unknown hosts are to be asked about, and nobody is there to ask");
+    if (options.unknownHost != UnknownSSHHost::Ask && options.ask)
+        refuseOptions(
+            "somebody is there to ask (ask), and nobody is to be asked about unknown hosts (unknownHost is not Ask)");
     static_cast<void>(file.read());
     requireLogin(options);
 }

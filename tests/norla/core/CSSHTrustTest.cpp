@@ -148,6 +148,15 @@ TEST_F(CSSHTrustTest, refusesToAskNobody)
         "unknown hosts are to be asked about, and nobody is there to ask.");
 }
 
+TEST_F(CSSHTrustTest, refusesSomebodyToAskWhoWouldNotBeAsked)
+{
+    const auto ask = [](const norla::CSSHHostKey&) { return norla::SSHHostAnswer::AcceptOnce; };
+    for (const norla::UnknownSSHHost rule : {norla::UnknownSSHHost::Refuse, norla::UnknownSSHHost::Remember})
+        EXPECT_EQ(refusalOf({.unknownHost = rule, .ask = ask}),
+            "somebody is there to ask (ask), and nobody is to be asked about unknown hosts (unknownHost is not Ask).");
+    EXPECT_EQ(messageFor({.unknownHost = norla::UnknownSSHHost::Ask, .ask = ask}), "(no error)");
+}
+
 TEST_F(CSSHTrustTest, refusesAFileOfKnownHostsThatCannotBeRead)
 {
     EXPECT_EQ(messageFor({.knownHostsFile = pathOf(m_folder.path())}),
