@@ -64,11 +64,14 @@ struct CCookieLines {
     size_t skipped = 0;
 };
 
+constexpr size_t mostCookies = 10'000;
+
+/// What comes behind one cookie too many is not looked at.
 CCookieLines linesOf(std::string_view content)
 {
     constexpr size_t longestLine = 8 << 10;
     CCookieLines lines;
-    while (!content.empty()) {
+    while (!content.empty() && lines.cookies.size() <= mostCookies) {
         const size_t end = std::min(content.find('\n'), content.size());
         std::string_view line = content.substr(0, end);
         content.remove_prefix(std::min(end + 1, content.size()));
@@ -126,13 +129,12 @@ CCookieJar::~CCookieJar() = default;
 size_t CCookieJar::load(const Path& path)
 {
     constexpr size_t mostBytes = 16 << 20;
-    constexpr long long mostCookies = 10'000;
     const CCookieLines lines = linesOf(kx::readWholeFile(path, mostBytes));
     if (lines.cookies.empty() && lines.skipped > 0)
         throw kx::CError("The file '" + path.toString() + "' is no cookie file: none of its lines is a cookie.");
-    if (static_cast<long long>(lines.cookies.size()) > mostCookies)
-        throw kx::CError(
-            "The file '" + path.toString() + "' holds more than " + kx::toString(mostCookies) + " cookies.");
+    if (lines.cookies.size() > mostCookies)
+        throw kx::CError("The file '" + path.toString() + "' holds more than "
+            + kx::toString(static_cast<long long>(mostCookies)) + " cookies.");
     const std::lock_guard lock(m_share->mutex);
     for (const std::string& line : lines.cookies)
         m_share->handle.setText(CURLOPT_COOKIELIST, line);

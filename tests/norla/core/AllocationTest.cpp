@@ -1,6 +1,8 @@
 // Counts what the library allocates while a body passes through it, and lets an allocation fail. A program of its own,
 // because it replaces operator new.
+#include "norla/core/CCookieJar.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/CTemporaryFolder.h"
 
 #include <cstdlib>
 #include <new>
@@ -104,6 +106,23 @@ TEST_F(AllocationTest, isNoneForABlockThatIsSent)
     performPath();
     ASSERT_GE(source->m_notes.size(), 10u);
     EXPECT_EQ(source->m_notes.front(), source->m_notes.back());
+}
+
+TEST_F(AllocationTest, isNoneForCookiesBeyondTheirLimit)
+{
+    const support::CTemporaryFolder folder;
+    const auto jar = kx::newObj<norla::CCookieJar>();
+    std::string lines;
+    for (int i = 0; i <= 10'000; ++i)
+        lines += "a.test\tFALSE\t/\tFALSE\t0\tn" + std::to_string(i) + "\tx\n";
+    const auto allocationsFor = [&](const std::string& content) {
+        const auto path = norla::CCookieJar::Path::fromBytes(folder.write("cookies", content).native());
+        const long before = allocations;
+        EXPECT_THROW(jar->load(path), kx::CError);
+        return allocations - before;
+    };
+    const long once = allocationsFor(lines);
+    EXPECT_LT(allocationsFor(lines + lines + lines + lines), once + 1000);
 }
 
 TEST_F(AllocationTest, failsAndTheListenerIsToldThatTheEndCannotBeRecorded)
