@@ -44,6 +44,47 @@ public:
     bool m_removed = false; // written before the signal is set, read after
 };
 
+/// While one of these lives, its request is known to wait for a start that will come.
+class CAsyncNetRequestThread::CPlaceInQueue : public kx::CBase {
+public:
+    explicit CPlaceInQueue(CNetRequest* request)
+        : m_request(request)
+    {
+        m_request->enterQueue();
+    }
+    CPlaceInQueue(const CPlaceInQueue&) = delete;
+    CPlaceInQueue& operator=(const CPlaceInQueue&) = delete;
+    ~CPlaceInQueue() override { m_request->leaveQueue(); }
+
+private:
+    const kx::P<CNetRequest> m_request;
+};
+
+/// The thread runs: what was added before has a place in the queue from now on, and none behind the thread's end.
+class CAsyncNetRequestThread::CTakingUp {
+public:
+    explicit CTakingUp(CAsyncNetRequestThread& thread)
+        : m_thread(thread)
+    {
+        const kx::CMutexLock lock(m_thread.m_addMutex);
+        m_thread.m_takesUp = true;
+        for (CAddition& addition : m_thread.m_pendingAdditions)
+            addition.place = kx::newObj<CPlaceInQueue>(addition.request.get());
+    }
+    CTakingUp(const CTakingUp&) = delete;
+    CTakingUp& operator=(const CTakingUp&) = delete;
+    ~CTakingUp()
+    {
+        const kx::CMutexLock lock(m_thread.m_addMutex);
+        m_thread.m_takesUp = false;
+        for (CAddition& addition : m_thread.m_pendingAdditions)
+            addition.place = nullptr;
+    }
+
+private:
+    CAsyncNetRequestThread& m_thread;
+};
+
 CAsyncNetRequestThread::CAsyncNetRequestThread(IProgressHandler* progressHandler)
     : m_progressHandler(progressHandler)
 {
@@ -66,7 +107,7 @@ void CAsyncNetRequestThread::addRequest(CNetRequest* request)
     if (isPending(*request))
         throw kx::CInvalidArgError("request was added already", "CAsyncNetRequestThread::addRequest");
     const kx::CMutexLock lock(m_addMutex);
-    m_pendingAdditions.push_back({request, ++m_order});
+    m_pendingAdditions.push_back({request, ++m_order, m_takesUp ? kx::newObj<CPlaceInQueue>(request) : nullptr});
 }
 
 // Waiting for its start, with no removal asked for meanwhile.
@@ -110,6 +151,7 @@ bool CAsyncNetRequestThread::removeAllRequests()
 // The manager lives and dies here: its multi handle knows no other thread.
 void CAsyncNetRequestThread::runImpl()
 {
+    const CTakingUp takingUp(*this);
     const auto manager = kx::newObj<CAsyncNetRequestManager>();
     while (checkContinue()) {
         startPendingRequests(*manager);

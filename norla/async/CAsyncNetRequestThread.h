@@ -40,8 +40,8 @@ public:
     /// Hands the request to the thread and returns at once. Any thread. The transfer starts within about 100 ms; of
     /// requests added together the last one is the first. Until then a request that has run before still shows its last
     /// result: look at CNetRequest::isAsyncDone() only after resetting it. One that runs already goes on, and the log
-    /// says that it was added twice. The thread calls the sources of requests while it takes these up, with the same
-    /// lock held that this takes: hold none that a source takes.
+    /// says that it was added twice. One that waits for its start is not performed. The thread calls the sources of
+    /// requests while it takes these up, with the same lock held that this takes: hold none that a source takes.
     /// @throws kx::CInvalidArgError when the request is null, or waits for its start already
     void addRequest(CNetRequest* request) override;
 
@@ -74,9 +74,12 @@ protected:
 
 private:
     class CRemoveRequest;
+    class CPlaceInQueue;
+    class CTakingUp;
     struct CAddition {
         kx::P<CNetRequest> request;
         unsigned long long order;
+        kx::P<CPlaceInQueue> place; // null while the thread takes up nothing
     };
     using RemovalArray = kx::TArray<kx::P<CRemoveRequest>>;
 
@@ -91,6 +94,7 @@ private:
 
     kx::CMutex m_addMutex; // guards the pending additions; never held together with the other one
     kx::TArray<CAddition> m_pendingAdditions;
+    bool m_takesUp = false;   // guarded by the same
     kx::CMutex m_removeMutex; // guards the pending removals
     RemovalArray m_pendingRemovals;
     kx::CMutex m_askedMutex;      // guards the next one, for moments: nothing of others is called meanwhile

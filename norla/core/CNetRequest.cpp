@@ -94,6 +94,7 @@ void CNetRequest::setDefaultOptions()
 void CNetRequest::perform()
 {
     m_rooms->run.requireIdle("CNetRequest::perform");
+    m_rooms->run.requireNotQueued("CNetRequest::perform");
     resetForPerform();
     m_rooms->handle.clearError();
     try {

@@ -122,7 +122,7 @@ public:
     /// @throws CCURLError when it fails or an HTTP response has a status outside 200 to 299; CURLE_USE_SSL_FAILED when
     /// TLS is demanded and the connection is not encrypted
     /// @throws kx::CError the error of a sink or source, when one threw, or of a log handler: it goes before libcurl's
-    /// own; as reset()
+    /// own; as reset(); while it waits for its start in the background (CAsyncNetRequestThread)
     void perform();
 
     /// Passes one option to libcurl, for those that have no setter here. All setters throw CCURLError if libcurl
@@ -345,6 +345,11 @@ public:
     bool beginSecondAttempt();
 
     CURL* getEasyHandle() const noexcept; ///< owned by this object
+
+    /// When the request begins to wait for its start in the background, and when it does so no longer. Until then it is
+    /// not performed. Any thread.
+    void enterQueue() noexcept;
+    void leaveQueue() noexcept;
 
     /// Before anything else, so that of several who want the request one gets it. Until leaveManager() it is neither
     /// performed nor reset. Any thread.

@@ -80,6 +80,16 @@ bool CNetRequest::claim() noexcept
     return m_rooms->run.claim();
 }
 
+void CNetRequest::enterQueue() noexcept
+{
+    m_rooms->run.enterQueue();
+}
+
+void CNetRequest::leaveQueue() noexcept
+{
+    m_rooms->run.leaveQueue();
+}
+
 void CNetRequest::enterManager(COpenSockets& sockets)
 {
     m_rooms->sockets.use(sockets);

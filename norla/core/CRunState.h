@@ -7,7 +7,7 @@
 
 namespace norla {
 
-/// Whether a request's transfer is running, by itself or in a manager. Any thread.
+/// Whether a request's transfer is running, by itself or in a manager, or waits for its start. Any thread.
 class CRunState {
 public:
     /// The transfer performs by itself while one of these lives.
@@ -32,6 +32,20 @@ public:
     [[nodiscard]] bool claim() noexcept { return !m_isPerforming && !m_isManaged.exchange(true); }
     void leaveManager() noexcept { m_isManaged = false; }
 
+    /// For a queue of a manager's thread, in turns: the request waits for its start there, and does so no longer.
+    void enterQueue() noexcept { ++m_queues; }
+    void leaveQueue() noexcept { --m_queues; }
+
+    /// A request that performs by itself is no longer one that its queue can start, and whoever waits for it would wait
+    /// for ever.
+    /// @param functionName for the error
+    void requireNotQueued(const char* functionName) const
+    {
+        if (m_queues > 0)
+            throw kx::CError(kx::String::fromLatin1(functionName)
+                + " was called while the request waits for its start in the background.");
+    }
+
     /// A transfer that is reset while it runs would end as a success with half an answer.
     /// @param functionName for the error
     void requireIdle(const char* functionName) const
@@ -44,6 +58,7 @@ public:
 private:
     std::atomic<bool> m_isPerforming{false};
     std::atomic<bool> m_isManaged{false};
+    std::atomic<int> m_queues{0};
 };
 
 } // namespace norla

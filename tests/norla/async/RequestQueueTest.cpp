@@ -223,6 +223,58 @@ TEST_F(RequestQueueTest, threadRefusesARequestThatWaitsForItsStart)
     EXPECT_TRUE(request->waitAsyncDone(20'000));
 }
 
+const kx::String refusal = "CNetRequest::perform was called while the request waits for its start in the background.";
+
+TEST_F(RequestQueueTest, requestThatWaitsForItsStartIsNotPerformed)
+{
+    const auto waiting = badRequest();
+    kx::String message;
+    const auto first = badRequest();
+    first->setDoneListener(kx::newObj<CActionListener>([&](CNetRequest*, const kx::CError*) {
+        thread().addRequest(waiting.get());
+        message = support::messageOf([&] { waiting->perform(); });
+    }).get());
+    thread().start();
+    thread().addRequest(first.get());
+    EXPECT_TRUE(waiting->waitAsyncDone(20'000));
+    EXPECT_EQ(message, refusal);
+    thread().stop(true);
+    EXPECT_NE(support::messageOf([&] { waiting->perform(); }), refusal);
+}
+
+TEST_F(RequestQueueTest, requestThatWaitsSinceBeforeTheStartIsNotPerformed)
+{
+    const auto waiting = badRequest();
+    thread().addRequest(waiting.get());
+    kx::String message;
+    const auto source = kx::newObj<CActionSource>([&] { message = support::messageOf([&] { waiting->perform(); }); });
+    const auto newest = badRequest();
+    newest->setSendDataSource(source.get());
+    thread().addRequest(newest.get());
+    thread().start();
+    EXPECT_TRUE(waiting->waitAsyncDone(20'000));
+    EXPECT_EQ(message, refusal);
+}
+
+TEST_F(RequestQueueTest, requestIsPerformedThatNoRunningThreadWillStart)
+{
+    const auto request = badRequest();
+    thread().addRequest(request.get());
+    EXPECT_NE(support::messageOf([&] { request->perform(); }), refusal) << "before the start";
+    const auto late = badRequest();
+    const auto last = badRequest();
+    last->setDoneListener(kx::newObj<CActionListener>([&](CNetRequest*, const kx::CError*) {
+        thread().addRequest(late.get());
+        thread().signalStop();
+    }).get());
+    thread().addRequest(last.get());
+    thread().start();
+    EXPECT_TRUE(last->waitAsyncDone(20'000));
+    thread().stop(true);
+    EXPECT_NE(support::messageOf([&] { late->perform(); }), refusal) << "behind the end";
+    EXPECT_FALSE(late->isAsyncDone());
+}
+
 TEST_F(RequestQueueTest, threadLeavesARunningRequestAloneThatIsAddedAgainAndGoesOn)
 {
     thread().start();

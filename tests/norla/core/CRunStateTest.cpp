@@ -30,6 +30,19 @@ TEST(CRunStateTest, namesWhoCallsWhileItPerforms)
     EXPECT_NO_THROW(state.requireIdle("f"));
 }
 
+TEST(CRunStateTest, namesWhoCallsWhileItWaitsForItsStart)
+{
+    CRunState state;
+    EXPECT_NO_THROW(state.requireNotQueued("f"));
+    state.enterQueue();
+    state.enterQueue();
+    state.leaveQueue();
+    EXPECT_EQ(support::messageOf([&] { state.requireNotQueued("CNetRequest::perform"); }),
+        "CNetRequest::perform was called while the request waits for its start in the background.");
+    state.leaveQueue();
+    EXPECT_NO_THROW(state.requireNotQueued("f"));
+}
+
 TEST(CRunStateTest, isClaimedOnce)
 {
     CRunState state;
