@@ -22,6 +22,7 @@ struct CFailureDetails {
                                ///< was too large; which redirect is not followed
     kx::String host = {};      ///< of the URL, after redirects, with the port that stands there: "localhost:8080"
     kx::String path = {};      ///< of the same URL, as it stands there
+    kx::String url = {};       ///< as it was set, without login and query, when it is none that can be used
     kx::String address = {};   ///< of the connection's other end, which may be a proxy's: "127.0.0.1:8080"
     kx::String proxy = {};     ///< that the transfer goes over, with its port; empty also when that is not certain
     kx::String ftpReply = {};  ///< what an FTP server refused with, as CCURLError::getServerReply() does for mails

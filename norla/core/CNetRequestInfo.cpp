@@ -91,6 +91,13 @@ kx::String CNetRequest::CRooms::failureText(CURLcode result) const
     return message.isEmpty() || explanation.isEmpty() ? message + explanation : message + "; " + explanation;
 }
 
+// Then the URL is that of the redirect, and not the one that it leads to.
+bool CNetRequest::CRooms::isRedirect() const
+{
+    long status = 0;
+    return url.isHTTP() && handle.ask(CURLINFO_RESPONSE_CODE, status) && status >= 300 && status <= 399;
+}
+
 // What looks like a handshake or a login with the server may be what is said to the proxy before.
 bool CNetRequest::CRooms::isAtProxy(int proxyStatus) const
 {
@@ -104,7 +111,10 @@ CFailureDetails CNetRequest::CRooms::failureDetails(CURLcode result) const
     CFailureDetails details;
     details.phase = phaseOf(result, record.getPhase());
     const std::string current = record.getURL();
-    if (current.empty() || result == CURLE_URL_MALFORMAT) // of which nobody knows where its login is
+    const bool isUnreadable = result == CURLE_URL_MALFORMAT && !isRedirect();
+    if (isUnreadable || (result == CURLE_UNSUPPORTED_PROTOCOL && !isRedirect()))
+        details.url = readable(withoutSecrets(current, !isUnreadable));
+    if (current.empty() || isUnreadable) // of which nobody knows where its host is
         return details;
     const bool isFTP = schemeOf(current).starts_with("ftp");
     details.host = readable(hostOf(current));

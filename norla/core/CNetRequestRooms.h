@@ -95,6 +95,9 @@ struct CNetRequest::CRooms {
 
     CFailureDetails failureDetails(CURLcode result) const;
 
+    /// Whether the last answer was one.
+    bool isRedirect() const;
+
     /// Whether a transfer over a proxy has not come further, as far as one can tell.
     /// @param proxyStatus as CFailureDetails has it
     bool isAtProxy(int proxyStatus) const;

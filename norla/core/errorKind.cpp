@@ -303,7 +303,7 @@ ErrorKind kindOfTransfer(const CCURLError& error)
         return error.getDetails().limit == TransferLimit::None && status == Temporary
             ? Temporary
             : kindOfTimeout(error.getDetails());
-    if (code == CURLE_UNSUPPORTED_PROTOCOL && isRedirect(error))
+    if ((code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_URL_MALFORMAT) && isRedirect(error))
         return Protocol;
     if (const auto kind = lookUp(results, code))
         return *kind;

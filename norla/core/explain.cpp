@@ -41,6 +41,8 @@ struct CPlace {
     kx::String server; // or the proxy on the way there
     bool isProxy = false;
     kx::String name; // of the file, quoted; empty when there is none worth naming
+    kx::String url;  // that cannot be used
+    bool isWithoutURL = false;
 
     kx::String with(const char* word) const
     {
@@ -55,13 +57,14 @@ kx::String quotedPath(const kx::String& path)
     return path.isEmpty() || path == "/" ? kx::String() : "'" + cleaned(path, longestName) + "'";
 }
 
-kx::String invalidSentence(long long code)
+kx::String invalidSentence(long long code, const CPlace& place)
 {
+    const kx::String address = place.url.isEmpty() ? "The address" : "The address '" + place.url + "'";
     switch (code) {
     case CURLE_URL_MALFORMAT:
-        return "The address cannot be read";
+        return place.isWithoutURL ? "There is no address to go to" : address + " cannot be read";
     case CURLE_UNSUPPORTED_PROTOCOL:
-        return "Addresses of this kind are not supported";
+        return address + " is of a kind that is not supported";
     default:
         return "The transfer was asked for in a way that is not supported";
     }
@@ -81,7 +84,10 @@ kx::String protocolSentence(long long code, const CPlace& place)
     if (code == CURLE_TOO_MANY_REDIRECTS)
         return "Too many redirects come from " + place.server + place.with("for");
     if (code == CURLE_UNSUPPORTED_PROTOCOL)
-        return "A redirect leads to an address of a kind that is not supported";
+        return "A redirect from " + place.server + place.with("for")
+            + " leads to an address of a kind that is not supported";
+    if (code == CURLE_URL_MALFORMAT)
+        return "A redirect from " + place.server + place.with("for") + " leads to an address that cannot be read";
     return "The answer of " + place.server + place.with("about") + " makes no sense";
 }
 
@@ -90,7 +96,7 @@ kx::String sentenceOf(ErrorKind kind, long long code, const CPlace& place)
 {
     switch (kind) {
     case ErrorKind::InvalidArgument:
-        return invalidSentence(code);
+        return invalidSentence(code, place);
     case ErrorKind::OutOfMemory:
         return "There is not enough memory";
     case ErrorKind::Cancelled:
@@ -185,6 +191,7 @@ bool isOfProxy(const CCURLError& error)
 CPlace placeOf(const CCURLError& error)
 {
     constexpr size_t longestHost = 300;
+    constexpr size_t longestURL = 500;
     const kx::String host = cleaned(error.getDetails().host, longestHost);
     const kx::String server = host.isEmpty() ? "the server" : "the server " + host;
     const bool isProxy = isOfProxy(error);
@@ -192,7 +199,9 @@ CPlace placeOf(const CCURLError& error)
     const kx::String named = proxy.isEmpty() ? "the proxy" : "the proxy " + proxy;
     return {.server = isProxy ? named + " on the way to " + server : server,
         .isProxy = isProxy,
-        .name = quotedPath(error.getDetails().path)};
+        .name = quotedPath(error.getDetails().path),
+        .url = cleaned(error.getDetails().url, longestURL),
+        .isWithoutURL = error.getDetails().url.isEmpty() && error.getDetails().phase != TransferPhase::Unknown};
 }
 
 kx::String explainTransfer(const CCURLError& error)
@@ -216,7 +225,7 @@ kx::String explainStore(const kx::CError& error, ErrorKind kind)
     if (words.startsWith(start) && words.endsWith(end))
         words = words.substr(start.size(), words.size() - start.size() - end.size());
     const CPlace place{
-        .server = "the store", .isProxy = false, .name = quotedPath(error.getProps().get("s3-resource"))};
+        .server = "the store", .isProxy = false, .name = quotedPath(error.getProps().get("s3-resource")), .url = {}};
     return withWords(sentenceOf(kind, 0, place), "store", words.isEmpty() ? code : words);
 }
 

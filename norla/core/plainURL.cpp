@@ -62,6 +62,16 @@ std::string withoutLogin(std::string_view url)
     return std::string(parts.before).append(parts.host).append(parts.after);
 }
 
+std::string withoutSecrets(std::string_view url, bool canBeRead)
+{
+    const CParts parts = split(url);
+    std::string_view rest = canBeRead ? parts.after : url.substr(parts.before.size());
+    if (!canBeRead)                              // of a password with a slash or a question mark, too
+        rest = rest.substr(rest.rfind('@') + 1); // none: npos + 1 is the start
+    rest = rest.substr(0, rest.find_first_of("?#"));
+    return std::string(parts.before).append(canBeRead ? parts.host : std::string_view()).append(rest);
+}
+
 std::string hostOf(std::string_view url)
 {
     return std::string(split(url).host);

@@ -15,6 +15,10 @@ std::string schemeOf(std::string_view url);
 /// The URL without user and password. Of a URL that nobody can read, rather too much goes than a part of these.
 std::string withoutLogin(std::string_view url);
 
+/// The URL without login, query and fragment. Of one that can be read, or otherwise of any text at all: rather too much
+/// goes than a part of a login.
+std::string withoutSecrets(std::string_view url, bool canBeRead);
+
 /// "host:port", or "host" without a port; an IPv6 address stays in its brackets. Empty when there is none.
 std::string hostOf(std::string_view url);
 

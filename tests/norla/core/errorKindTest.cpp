@@ -136,6 +136,12 @@ TEST(ErrorKindTest, isToldByWhatAMailServerSaysBesidesItsStatus)
     EXPECT_EQ(ofMail("550 5.1.1 2.2.2"), Refused);
 }
 
+TEST(ErrorKindTest, isAMistakeOfTheServerWhereItRedirectsToAnAddressThatIsNone)
+{
+    EXPECT_EQ(getErrorKind(CCURLError(CURLE_URL_MALFORMAT, "", "http", 302, "")), Protocol);
+    EXPECT_EQ(getErrorKind(CCURLError(CURLE_URL_MALFORMAT, "", "http", 200, "")), InvalidArgument);
+}
+
 TEST(ErrorKindTest, isAMistakeOfTheServerWhereItRedirectsToAnUnknownProtocol)
 {
     const auto of = [](const char* domain, int status) {
