@@ -22,7 +22,9 @@ namespace norla {
 /// Which cookie goes where is what RFC 6265 says: to the server that has set it, or the subdomains of the domain that
 /// it has named, which is never a whole registry ("co.uk") as far as libcurl was built with a list of these.
 ///
-/// Any thread, also while requests with this jar run on others. A request keeps a reference.
+/// Any thread, also while requests with this jar run on others. A request keeps a reference
+/// until another jar takes its place, reset() or its own end: a jar is made with kx::newObj() and never stands on the
+/// stack.
 class KX_EXPORT CCookieJar : public kx::CBase {
 public:
     using Path = kx::TPathImpl<kx::CUnixPathTraits>;

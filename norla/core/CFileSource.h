@@ -15,7 +15,9 @@ namespace norla {
 /// when it becomes shorter the transfer ends with an error that names it. Removing it or putting another one in its
 /// place changes nothing. A pipe has no known length (HTTP sends it in chunks) and is sent once.
 ///
-/// Used by one thread at a time: after a transfer in the background, once that has ended.
+/// Used by one thread at a time: after a transfer in the background, once that has ended. A request keeps a reference
+/// until another body takes its place, reset() or its own end: a source is made with kx::newObj() and never stands on
+/// the stack.
 class KX_EXPORT CFileSource : public kx::CBase, public virtual CNetRequest::IDataSource {
 public:
     /// Waits for somebody who writes when it is a pipe.

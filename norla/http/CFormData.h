@@ -38,7 +38,9 @@ struct CFormPart {
 /// Names and file names are sent in UTF-8, with quotes and line ends escaped as browsers do (%22, %0D, %0A). The
 /// boundary is random: 128 bits from the system, which nobody can have put into a part.
 ///
-/// Used by one thread and one transfer at a time; it can be sent any number of times.
+/// Used by one thread and one transfer at a time; it can be sent any number of times. A request keeps a reference until
+/// another body takes its place, reset() or its own end: a form is made with kx::newObj() and never stands on the
+/// stack.
 class KX_EXPORT CFormData : public kx::CBase, public virtual IDataSource {
 public:
     using Buffer = kx::TBuffer<unsigned char>;
