@@ -1,5 +1,6 @@
 // HTTP and HTTPS against nginx; digest authentication against Apache.
 #include "norla/core/CAcceptEncoding.h"
+#include "norla/core/CCookieJar.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/http/CServerInfo.h"
 #include "tests/live/liveRequest.h"
@@ -10,8 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fstream>
 #include <sstream>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -44,6 +48,30 @@ TEST_F(NginxTest, getAnswersTheFile)
     EXPECT_EQ(request->getResponseCode(), 200);
     EXPECT_EQ(request->getDownloadSize(), 10);
     EXPECT_EQ(server().lastAccess(), "GET /digits.txt HTTP/1.1 200 range=- length=- auth=-");
+}
+
+TEST_F(NginxTest, cookieJarIsUsedByManyThreads)
+{
+    constexpr int threadCount = 4;
+    constexpr int transfers = 20;
+    const auto jar = kx::newObj<norla::CCookieJar>();
+    std::atomic<int> sent{0};
+    const auto transferOften = [&] {
+        const auto request = requestFor(server().url("/cookies"));
+        request->setCookieJar(jar.get());
+        for (int i = 0; i < transfers; ++i) {
+            request->perform();
+            sent += bodyOf(*request) == "visit=yes\n" ? 1 : 0;
+            jar->getCookies();
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < threadCount; ++i)
+        threads.emplace_back(transferOften);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(jar->getCookies().size(), 1U);
+    EXPECT_GE(sent, threadCount * (transfers - 1)) << "all but the first of each thread";
 }
 
 TEST_F(NginxTest, rangeRequestAnswersOnlyThatRange)
