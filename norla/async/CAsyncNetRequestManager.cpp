@@ -4,9 +4,7 @@
 #include "kx/base/onExceptionInDestructorIgnored.h"
 #include "kx/threads/CPosixSelect.h"
 #include "kx/threads/CThread.h"
-#include "norla/core/CCURLError.h"
-#include "norla/core/CGlobalInit.h"
-#include "norla/core/COpenSockets.h"
+#include "norla/core/CMultiHandle.h"
 #include "norla/core/CSigPipeBlock.h"
 
 #include <algorithm>
@@ -22,24 +20,6 @@ namespace {
 constexpr long longestWait = 1000;    // milliseconds
 constexpr int longestBlindWait = 100; // without a descriptor to watch
 constexpr long mostIdleConnections = 256;
-
-void check(CURLMcode result)
-{
-    if (result != CURLM_OK)
-        throw CCURLError(result, "", "", -1, "");
-}
-
-CURLM* newMulti()
-{
-    CGlobalInit::get();
-    CURLM* const multi = curl_multi_init();
-    if (!multi)
-        throw kx::CError("Error creating curl multi handle.");
-    // Beyond its limit libcurl closes an idle connection and waits for the server's answer to its goodbye, with every
-    // transfer waiting too. It cannot fail for a number.
-    curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, mostIdleConnections);
-    return multi;
-}
 
 /// The caller can only shorten what libcurl wants.
 int waitTime(int callerLimit, long libcurlLimit) noexcept
@@ -90,7 +70,7 @@ private:
 struct CAsyncNetRequestManager::CDescriptorSets {
     explicit CDescriptorSets(CURLM* multi)
     {
-        check(curl_multi_fdset(multi, &readable, &writable, &exceptional, &highest));
+        CMultiHandle::check(curl_multi_fdset(multi, &readable, &writable, &exceptional, &highest));
     }
 
     bool isEmpty() const noexcept { return highest == -1; }
@@ -121,8 +101,7 @@ struct CAsyncNetRequestManager::CDescriptorSets {
 };
 
 CAsyncNetRequestManager::CAsyncNetRequestManager()
-    : m_sockets(std::make_unique<COpenSockets>())
-    , m_multi(newMulti())
+    : m_multi(std::make_unique<CMultiHandle>(mostIdleConnections))
 {
 }
 
@@ -130,12 +109,8 @@ CAsyncNetRequestManager::~CAsyncNetRequestManager()
 {
     try {
         removeAllRequests();
-        const CSigPipeBlock block; // the connections say goodbye here
-        m_sockets->stopReading();
-        curl_multi_cleanup(m_multi);
     } catch (const std::exception& error) {
-        // The multi handle stays, and its sockets: it still has requests, which outlive it then.
-        COpenSockets::keepForEver(std::move(m_sockets));
+        m_multi->keepForEver();
         kx::onExceptionInDestructorIgnored("norla::CAsyncNetRequestManager", error, true);
     }
 }
@@ -145,20 +120,20 @@ void CAsyncNetRequestManager::addRequest(CNetRequest* request)
     if (!request)
         throw kx::CInvalidArgError("request is null", "CAsyncNetRequestManager::addRequest");
     if (!request->claim())
-        check(CURLM_ADDED_ALREADY); // as libcurl says, but before the running transfer is touched
+        CMultiHandle::check(CURLM_ADDED_ALREADY); // as libcurl says, but before the running transfer is touched
     CClaim claim(*request);
     request->setAsyncInfo(false, CURLE_OK);
     if (m_requests.size() == m_requests.capacity()) // now, so that what runs is always in the array
         m_requests.reserve(std::max<size_t>(8, 2 * m_requests.size()));
-    request->enterManager(*m_sockets);
+    request->enterManager(m_multi->getSockets());
     CURLMcode result = CURLM_OK;
     {
         std::optional<CSigPipeBlock> block;
         if (request->hasOwnConnections())
             block.emplace(); // they are closed here
-        result = curl_multi_add_handle(m_multi, request->getEasyHandle());
+        result = curl_multi_add_handle(m_multi->get(), request->getEasyHandle());
     }
-    check(result);
+    CMultiHandle::check(result);
     m_requests.emplace_back(request);
     claim.keep();
 }
@@ -179,7 +154,7 @@ void CAsyncNetRequestManager::removeRequest(int index)
         const CSigPipeBlock block; // the connection of a running transfer is closed here
         CNetRequest& request = *m_requests[static_cast<size_t>(index)];
         request.beginWithdrawal();
-        const CURLMcode result = curl_multi_remove_handle(m_multi, request.getEasyHandle());
+        const CURLMcode result = curl_multi_remove_handle(m_multi->get(), request.getEasyHandle());
         request.endWithdrawal();
         removed = takeOut(m_requests.begin() + index, result);
     }
@@ -189,7 +164,7 @@ void CAsyncNetRequestManager::removeRequest(int index)
 // manager.
 kx::P<CNetRequest> CAsyncNetRequestManager::takeOut(RequestArray::iterator position, CURLMcode removed)
 {
-    check(removed);
+    CMultiHandle::check(removed);
     kx::P<CNetRequest> request = std::move(*position);
     m_requests.erase(position);
     request->leaveManager();
@@ -208,15 +183,15 @@ void CAsyncNetRequestManager::waitForEvents(int timeoutMs)
         return;
     if (!mayAskForDescriptorSets()) {
         const int limit = waitTime(timeoutMs, timeLibcurlWants());
-        check(curl_multi_poll(
-            m_multi, nullptr, 0, m_requests.empty() ? std::min(limit, longestBlindWait) : limit, nullptr));
+        CMultiHandle::check(curl_multi_poll(
+            m_multi->get(), nullptr, 0, m_requests.empty() ? std::min(limit, longestBlindWait) : limit, nullptr));
         return;
     }
-    CDescriptorSets sets(m_multi);
+    CDescriptorSets sets(m_multi->get());
     const int time = waitTime(timeoutMs, timeLibcurlWants());
     const int blindTime = sets.isEmpty() ? std::min(time, longestBlindWait) : time;
     if (mayMissDescriptors(sets))
-        check(curl_multi_poll(m_multi, nullptr, 0, blindTime, nullptr));
+        CMultiHandle::check(curl_multi_poll(m_multi->get(), nullptr, 0, blindTime, nullptr));
     else if (sets.isEmpty())
         kx::CThread::sleep(blindTime);
     else
@@ -226,7 +201,7 @@ void CAsyncNetRequestManager::waitForEvents(int timeoutMs)
 long CAsyncNetRequestManager::timeLibcurlWants() const
 {
     long time = 0;
-    check(curl_multi_timeout(m_multi, &time));
+    CMultiHandle::check(curl_multi_timeout(m_multi->get(), &time));
     return time;
 }
 
@@ -243,12 +218,12 @@ int CAsyncNetRequestManager::handleEvents(RequestArray* finished)
     CURLMcode result = CURLM_OK;
     {
         const CSigPipeBlock block;
-        result = curl_multi_perform(m_multi, &running);
+        result = curl_multi_perform(m_multi->get(), &running);
     }
     if (result == CURLM_CALL_MULTI_PERFORM) {
         m_performAgain = true;
     } else {
-        check(result);
+        CMultiHandle::check(result);
         m_performAgain = false;
     }
     if (running == static_cast<int>(m_requests.size()))
@@ -259,8 +234,8 @@ int CAsyncNetRequestManager::handleEvents(RequestArray* finished)
 // The request stays in the array: for everybody else its transfer has not ended.
 bool CAsyncNetRequestManager::startAgain(CNetRequest& request)
 {
-    return curl_multi_remove_handle(m_multi, request.getEasyHandle()) == CURLM_OK
-        && curl_multi_add_handle(m_multi, request.getEasyHandle()) == CURLM_OK;
+    return curl_multi_remove_handle(m_multi->get(), request.getEasyHandle()) == CURLM_OK
+        && curl_multi_add_handle(m_multi->get(), request.getEasyHandle()) == CURLM_OK;
 }
 
 CAsyncNetRequestManager::RequestArray::iterator CAsyncNetRequestManager::find(const CURL* handle)
@@ -273,7 +248,7 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
 {
     int count = 0;
     int left = 0;
-    while (const CURLMsg* const message = curl_multi_info_read(m_multi, &left)) {
+    while (const CURLMsg* const message = curl_multi_info_read(m_multi->get(), &left)) {
         if (message->msg != CURLMSG_DONE)
             continue;
         auto found = find(message->easy_handle);
@@ -292,7 +267,7 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
             result = CURLE_USE_SSL_FAILED; // of the first attempt
         }
         request->dropConnectionAfter(result);
-        takeOut(found, curl_multi_remove_handle(m_multi, handle));
+        takeOut(found, curl_multi_remove_handle(m_multi->get(), handle));
         ++count;
         request->setAsyncInfo(true, result);
         if (finished)

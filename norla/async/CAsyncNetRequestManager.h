@@ -12,7 +12,7 @@
 
 namespace norla {
 
-class COpenSockets;
+class CMultiHandle;
 
 /// Many transfers at once on one thread, over one libcurl multi handle. Its owner adds requests and calls
 /// waitForEvents() and handleEvents() in turns; CAsyncNetRequestThread does so on a thread of its own. Meant for tens
@@ -83,8 +83,7 @@ private:
     bool mayMissDescriptors(const CDescriptorSets& sets) const;
     long timeLibcurlWants() const;
 
-    std::unique_ptr<COpenSockets> m_sockets; // of the multi handle's connections
-    CURLM* const m_multi;
+    const std::unique_ptr<CMultiHandle> m_multi;
     RequestArray m_requests; // those whose easy handles are in the multi handle
     bool m_performAgain = false;
 };
