@@ -53,6 +53,7 @@ public:
         const unsigned char* data, int size, int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
 
     void end(int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
+    bool canBeginAgain() const override { return true; }
 
     /// Gives the file its name, on success of the transfer, once. After a failure that keeps what has come so far.
     /// @throws kx::CError which names path and reason; also when no transfer has used this sink

@@ -36,6 +36,12 @@ void CFormSending::forgetForm()
     m_headers.removeLine("Content-Type");
 }
 
+void CFormSending::rewind()
+{
+    if (m_form && m_sending.hasSource(*m_form))
+        m_form->rewindParts();
+}
+
 void CFormSending::giveWay()
 {
     begin();

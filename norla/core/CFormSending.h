@@ -25,6 +25,9 @@ public:
     /// object forget the form.
     void begin();
 
+    /// The parts begin at their start, if the form is sent. @throws what a part throws that cannot
+    void rewind();
+
     /// Another body is about to be set past this object.
     void giveWay();
 

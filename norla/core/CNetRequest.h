@@ -29,6 +29,7 @@ class COpenSockets;
 class CServerInfo;
 struct CAcceptEncoding;
 struct CDeadlines;
+struct CRepeatability;
 struct CSSHOptions;
 struct CSafeDefaults;
 struct CTLSOptions;
@@ -369,6 +370,10 @@ public:
     /// sending as if it were whole, and wait for the server's answer.
     void beginWithdrawal();
     void endWithdrawal();
+
+    CRepeatability getRepeatability() const; ///< of the transfer that has failed
+    [[nodiscard]] bool rewind() noexcept;    ///< false when the body cannot be sent anew, or the answer not taken
+    void limitNextTransfer(const kx::CTimeSpan& left); ///< beside what is set; at least a millisecond; infinite: none
 
     bool isManaged() const noexcept; ///< any thread
 

@@ -73,6 +73,7 @@ void CNetRequest::CRooms::noticeNumber(CURLoption option, long long value) noexc
     proxy.noticeNumber(option, value);
     ssh.noticeNumber(option, value);
     redirects.noticeNumber(option, value);
+    sideEffects.noticeNumber(option, value);
 }
 
 void CNetRequest::setOptionPtr(CURLoption option, void* value)
@@ -90,6 +91,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     m_rooms->prerequest.noticePointer(option, value);
     m_rooms->tls.noticePointer(option, value != nullptr);
     m_rooms->redirects.noticePointer(option, value);
+    m_rooms->sideEffects.noticePointer(option, value != nullptr);
 }
 
 void CNetRequest::setOptionString(CURLoption option, const kx::String& value)
@@ -241,12 +243,14 @@ void CNetRequest::setFTPCustomPreCommands(CNetStringList* commands)
 {
     m_rooms->handle.set(CURLOPT_PREQUOTE, commands ? commands->getCurlList() : nullptr);
     m_rooms->ftpPreCommands = commands;
+    m_rooms->sideEffects.noticePointer(CURLOPT_PREQUOTE, commands && !commands->isEmpty());
 }
 
 void CNetRequest::setFTPCustomPostCommands(CNetStringList* commands)
 {
     m_rooms->handle.set(CURLOPT_POSTQUOTE, commands ? commands->getCurlList() : nullptr);
     m_rooms->ftpPostCommands = commands;
+    m_rooms->sideEffects.noticePointer(CURLOPT_POSTQUOTE, commands && !commands->isEmpty());
 }
 
 void CNetRequest::setFTPListOverrideCommand(const kx::String& command)

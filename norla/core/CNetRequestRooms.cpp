@@ -14,6 +14,8 @@ void CNetRequest::CRooms::begin()
 {
     if (judgesByProtocol())
         url = CRequestURL(url.toString()); // what was spoken last says nothing of this transfer
+    if (const auto limit = deadlines.begin())
+        handle.setNumber(CURLOPT_TIMEOUT_MS, static_cast<long>(*limit));
     tls.begin();
     ssh.begin(url);
     keyPassword.begin(url);
@@ -53,6 +55,7 @@ void CNetRequest::CRooms::forgetOptions()
     deadlines.forgetOptions();
     proxy.forgetOptions();
     redirects.forgetOptions();
+    sideEffects.forgetOptions();
     receiveLimits.set(0, 0);
     safety.reset();
     response.takeBareLineFeeds(false);

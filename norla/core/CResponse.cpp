@@ -30,6 +30,7 @@ void CResponse::begin()
     m_headerAssembler.reset();
     m_statusLine = kx::String();
     m_status = unread;
+    m_isBodyGiven = false;
     m_lines = kx::newObj<CNetStringList>();
     m_replies = nullptr;
     m_defaultStream->seek(0);
@@ -81,6 +82,7 @@ void CResponse::takeBody(const unsigned char* data, int size, const CRequestURL&
         return;
     if (m_status == unread && url.isHTTP())
         readStatus(url, method);
+    m_isBodyGiven = m_isBodyGiven || sink != m_defaultSink;
     sink->write(data, size, m_status, getHeaderMap());
 }
 
@@ -88,6 +90,11 @@ void CResponse::endBody(int responseCode)
 {
     if (const kx::P<IDataSink> sink = m_sink) // which may put another one in its place
         sink->end(responseCode, getHeaderMap());
+}
+
+bool CResponse::canBeginAgain() const
+{
+    return !m_isBodyGiven || !m_sink || m_sink->canBeginAgain();
 }
 
 void CResponse::readStatus(const CRequestURL& url, const kx::String& method)

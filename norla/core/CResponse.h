@@ -51,6 +51,9 @@ public:
     /// @param responseCode as for IDataSink::end()
     void endBody(int responseCode);
 
+    /// Whether a transfer that begins now makes what has come void, wherever it went.
+    bool canBeginAgain() const;
+
     CNetStringList* getLines() const noexcept { return m_lines.get(); }
     const HeaderMap& getHeaderMap() const { return m_headerAssembler.getHeaderMap(); }
 
@@ -83,6 +86,7 @@ private:
     kx::String m_statusLine;
     int m_status = unread;
     bool m_takesBareLineFeeds = false;
+    bool m_isBodyGiven = false; // some of it, to a sink of the caller's
     kx::P<CNetStringList> m_lines;
     kx::P<CNetStringList> m_replies; // of a mail server, for people; null: none yet
     static constexpr int unread = -1;

@@ -36,6 +36,9 @@ public:
     /// The source begins at its start. @throws what it throws
     void rewind();
 
+    /// Whether it does, after that. @throws what it throws
+    bool isAtStart() const { return !m_source || m_source->getPosition() == 0; }
+
     /// As CNetRequest::setHTTPMethod(). The text was checked.
     void setMethod(const kx::String& method);
 

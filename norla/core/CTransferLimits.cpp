@@ -3,6 +3,9 @@
 #include "kx/text/numbers.h"
 #include "norla/core/CTransferRecord.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace norla {
 
 namespace {
@@ -113,14 +116,26 @@ void CTransferLimits::noticeNumber(CURLoption option, long long value) noexcept
         m_inactivity = value * millisecondsOfASecond;
         break;
     case CURLOPT_TIMEOUT:
-        m_total = value * millisecondsOfASecond;
+        m_total = m_told = value * millisecondsOfASecond;
         break;
     case CURLOPT_TIMEOUT_MS:
-        m_total = value;
+        m_total = m_told = value;
         break;
     default:
         break;
     }
+}
+
+std::optional<long long> CTransferLimits::begin() noexcept
+{
+    m_left = std::exchange(m_next, 0);
+    const long long total = getTotal();
+    return std::exchange(m_told, total) == total ? std::nullopt : std::optional(total);
+}
+
+long long CTransferLimits::getTotal() const noexcept
+{
+    return m_total == 0 || m_left == 0 ? std::max(m_total, m_left) : std::min(m_total, m_left);
 }
 
 TransferLimit CTransferLimits::findReached(const CTransferRecord& record, TransferPhase phase) const noexcept
@@ -129,7 +144,7 @@ TransferLimit CTransferLimits::findReached(const CTransferRecord& record, Transf
     // First, because libcurl then says goodbye, and waits once more, which it does for no other limit.
     if (isBefore && isReached(record.getSilentMicroseconds(), m_inactivity))
         return TransferLimit::Inactivity;
-    if (isReached(record.getTotalMicroseconds(), m_total))
+    if (isReached(record.getTotalMicroseconds(), getTotal()))
         return TransferLimit::Total;
     if (isBefore && isReached(record.getHopMicroseconds(), m_connect))
         return TransferLimit::Connect;
@@ -144,7 +159,7 @@ kx::String CTransferLimits::describe(const CFailureDetails& details) const
     case TransferLimit::Inactivity:
         return inactivityText(details, durationText(m_inactivity));
     case TransferLimit::Total:
-        return totalText(details, durationText(m_total));
+        return totalText(details, durationText(getTotal()));
     default:
         return kx::String();
     }

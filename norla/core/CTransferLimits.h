@@ -5,6 +5,8 @@
 
 #include <curl/curl.h>
 
+#include <optional>
+
 namespace norla {
 
 class CTransferRecord;
@@ -15,6 +17,13 @@ class CTransferLimits {
 public:
     /// What was set; other options than those of time limits are ignored.
     void noticeNumber(CURLoption option, long long value) noexcept;
+
+    /// Limits the next transfer as a whole, beside what was set. @param milliseconds 0: not
+    void limitNext(long long milliseconds) noexcept { m_next = milliseconds; }
+
+    /// A transfer begins.
+    /// @return which limit of the whole transfer libcurl is to be told, in milliseconds, 0 for none; empty when it knows
+    std::optional<long long> begin() noexcept;
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept { *this = CTransferLimits(); }
@@ -32,9 +41,14 @@ public:
     kx::String describe(const CFailureDetails& details) const;
 
 private:
+    long long getTotal() const noexcept;
+
     long long m_connect = 0; // each in milliseconds, 0 for none
     long long m_inactivity = 0;
     long long m_total = 0;
+    long long m_next = 0; // beside it, for the transfer that comes
+    long long m_left = 0; // the same for the current one
+    long long m_told = 0; // what libcurl has
     bool m_speaks = false;
 };
 

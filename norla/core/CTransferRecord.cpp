@@ -96,6 +96,7 @@ void CTransferRecord::begin() noexcept
     m_isRedirect = false;
     m_redirects = 0;
     m_replies = CReplies();
+    m_method.clear();
 }
 
 void CTransferRecord::noticeLine(std::string_view line, bool isHTTP) noexcept
@@ -113,11 +114,30 @@ void CTransferRecord::noticeStatusLine(std::string_view line) noexcept
     // A proxy that makes a tunnel answers before the request is sent, and "100 Continue" comes while it is.
     if (now.request == m_answered.request || status.starts_with('1'))
         return;
+    if (!m_hasAnswer)
+        noticeMethod();
     m_redirects += m_isRedirect ? 1 : 0;
     m_isRedirect = isFollowed(status);
     m_answered = now;
     m_hasAnswer = true;
     noticeTLS();
+}
+
+// Before libcurl follows a redirect, which may make a GET of it. Where there is no memory for it, it is none that may be
+// sent again.
+void CTransferRecord::noticeMethod() noexcept
+{
+    try {
+        m_method = m_handle.askText(CURLINFO_EFFECTIVE_METHOD);
+    } catch (const std::exception&) {
+        m_method.clear();
+    }
+}
+
+bool CTransferRecord::hasIdempotentMethod() const noexcept
+{
+    constexpr std::array<std::string_view, 6> methods = {"GET", "HEAD", "PUT", "DELETE", "OPTIONS", "TRACE"};
+    return std::find(methods.begin(), methods.end(), m_method) != methods.end();
 }
 
 void CTransferRecord::noticeReplyLine(std::string_view line) noexcept
@@ -170,6 +190,8 @@ void CTransferRecord::end()
 {
     m_state = State::Ended;
     m_end = Clock::now();
+    if (!m_hasAnswer)
+        noticeMethod();
     m_url.clear();
     m_url = m_handle.askText(CURLINFO_EFFECTIVE_URL); // which the next option changes
 }

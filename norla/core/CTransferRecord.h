@@ -58,6 +58,26 @@ public:
     /// Whether the last refusal of a mail server came behind its consent to the sender and before the message.
     bool isRecipientRefused() const noexcept { return m_replies.isRecipientRefused; }
 
+    /// Whether a mail server has agreed to take the message.
+    bool hasMailDataBegun() const noexcept { return m_replies.hasDataBegun; }
+
+    /// Whether a server has answered by HTTP, be it with a redirect.
+    bool hasHTTPAnswer() const noexcept { return m_hasAnswer; }
+
+    /// Whether the last hop went over a connection that was open before.
+    bool isConnectionReused() const noexcept;
+
+    /// In lower case, of the last hop; empty before a transfer.
+    std::string getScheme() const;
+
+    /// What was sent first, which redirects may have changed: of HTTP the method, also where the options alone tell it,
+    /// of others what libcurl compares with it, or a command that was set in place of it. Empty before a transfer has
+    /// ended.
+    const std::string& getFirstMethod() const noexcept { return m_method; }
+
+    /// Whether it is one that may be sent again (RFC 9110 section 9.2.2).
+    bool hasIdempotentMethod() const noexcept;
+
     /// "address:port" of the last connection's other end; empty when unknown.
     kx::String getRemoteAddress() const;
 
@@ -104,10 +124,9 @@ private:
     TransferPhase phaseAfterRequest() const;
     CTransferInfo::CTimes getTimes() const;
     std::optional<CTransferInfo::CTLS> getTLS() const;
-    std::string getScheme() const;
     kx::String getProtocol() const;
     int getRedirects() const noexcept;
-    bool isConnectionReused() const noexcept;
+    void noticeMethod() noexcept;
 
     const CEasyHandle& m_handle;
     State m_state = State::None;
@@ -118,6 +137,7 @@ private:
     CReplies m_replies;
     sela::CTLSSession m_tls;
     std::string m_url; // at the end
+    std::string m_method;
     Clock::time_point m_end;
 };
 

@@ -25,6 +25,10 @@ public:
     /// The transfer has succeeded, with all blocks that there are, which may be none. Does nothing unless a sink says
     /// otherwise. What it throws is the error of the transfer. The code and the headers are those of write().
     virtual void end(int /*responseCode*/, const HeaderMap& /*responseHeaders*/) {}
+
+    /// Whether begin() makes void what was written before. A transfer of which something came is tried again only with
+    /// such a sink (CRetryPolicy). False unless a sink says otherwise: then what came first would stay.
+    virtual bool canBeginAgain() const { return false; }
 };
 
 } // namespace norla

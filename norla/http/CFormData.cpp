@@ -198,6 +198,15 @@ void CFormData::seek(long long position)
     m_position = position;
 }
 
+void CFormData::rewindParts()
+{
+    for (CSegment& segment : m_segments) {
+        if (segment.stream->getPosition() != 0)
+            segment.stream->seek(0);
+    }
+    seek(0);
+}
+
 void CFormData::goTo(size_t segment, long long offset)
 {
     m_current = segment;

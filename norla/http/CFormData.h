@@ -85,6 +85,10 @@ public:
     void seek(long long position) override;
     long long getPosition() override { return m_position; }
 
+    /// Takes each part back to its start, which is otherwise done when its turn comes: for who has to know before
+    /// whether the form can be sent again. @throws what a stream throws that cannot
+    void rewindParts();
+
 private:
     struct CSegment;
 

@@ -1,0 +1,45 @@
+// What a request tells whoever may run its transfer once more, and what is to be done before.
+
+#include "norla/core/CNetRequestRooms.h"
+#include "norla/core/CRepeatability.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace norla {
+
+CRepeatability CNetRequest::getRepeatability() const
+{
+    const CRooms& rooms = *m_rooms;
+    const CTransferRecord& record = rooms.record;
+    const bool isUnanswered = !record.hasHTTPAnswer() && rooms.response.getLines()->isEmpty()
+        && record.getInfo().bytesDown == 0 && record.isConnectionReused();
+    return {.isOwnError = rooms.callbackError.isThere(),
+        .isHarmless = rooms.sideEffects.areHarmless(record),
+        .isUnanswered = isUnanswered};
+}
+
+// The next transfer rewinds too. Where it cannot, it would end with an error that says nothing of why this one has failed.
+bool CNetRequest::rewind() noexcept
+{
+    CRooms& rooms = *m_rooms;
+    try {
+        if (rooms.sideEffects.hasBodyOfLibcurls() || !rooms.response.canBeginAgain())
+            return false;
+        rooms.form.rewind();
+        rooms.sending.rewind();
+        return rooms.sending.isAtStart();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+void CNetRequest::limitNextTransfer(const kx::CTimeSpan& left)
+{
+    constexpr long long microsecondsOfAMillisecond = 1000;
+    constexpr long long longest = std::numeric_limits<int>::max(); // that libcurl takes
+    const long long milliseconds = left.getMicroseconds() / microsecondsOfAMillisecond;
+    m_rooms->deadlines.limitNext(left.isInfinite() ? 0 : std::clamp(milliseconds, 1LL, longest)); // 0: no limit
+}
+
+} // namespace norla
