@@ -382,6 +382,7 @@ public:
     bool hasOwnConnections() const noexcept;
 
 private:
+    friend class CManagedRequest;
     struct CRooms;
 
     void setOptionBytes(CURLoption option, const std::string& bytes);

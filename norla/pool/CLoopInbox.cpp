@@ -1,0 +1,59 @@
+#include "norla/pool/CLoopInbox.h"
+
+#include "norla/pool/CTransferWork.h"
+
+#include <utility>
+
+namespace norla {
+
+void CLoopInbox::ask(CTransferWork& work, Asked what) noexcept
+{
+    const std::lock_guard lock(m_mutex);
+    CSlip& slip = work.slip;
+    const bool waits = slip.asked != 0;
+    slip.asked |= what;
+    if (waits)
+        return;
+    slip.transfer = &work.getTransfer();
+    slip.next = nullptr;
+    (m_first ? m_last->slip.next : m_first) = &work;
+    m_last = &work;
+    if (std::this_thread::get_id() != m_owner)
+        signal();
+}
+
+void CLoopInbox::signal() noexcept
+{
+    if (!std::exchange(m_isSignalled, true))
+        m_event.signal();
+}
+
+void CLoopInbox::askToStop() noexcept
+{
+    const std::lock_guard lock(m_mutex);
+    m_isStopAsked = true;
+    signal();
+}
+
+kx::P<CTransfer> CLoopInbox::take(unsigned int& asked) noexcept
+{
+    const std::lock_guard lock(m_mutex);
+    asked = 0;
+    if (!m_first) {
+        if (std::exchange(m_isSignalled, false))
+            m_event.clear();
+        return nullptr;
+    }
+    CSlip& slip = m_first->slip;
+    m_first = slip.next;
+    asked = std::exchange(slip.asked, 0U);
+    return std::exchange(slip.transfer, nullptr);
+}
+
+bool CLoopInbox::isStopAsked() const noexcept
+{
+    const std::lock_guard lock(m_mutex);
+    return m_isStopAsked;
+}
+
+} // namespace norla

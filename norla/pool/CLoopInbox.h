@@ -1,0 +1,65 @@
+#pragma once
+
+#include "kx/base/P.h"
+#include "norla/pool/CEventDescriptor.h"
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+namespace norla {
+
+class CTransfer;
+class CTransferWork;
+
+/// What others ask of a pool's thread. Asking takes no memory and never fails: each transfer brings its own slip of
+/// paper. Any thread, also when the pool's thread has gone.
+class CLoopInbox {
+public:
+    /// What may be asked for one transfer, several at once.
+    enum Asked : unsigned int {
+        ToStart = 1,
+        ToCancel = 2,
+        ToWithdraw = 4, ///< to cancel it without telling the request's owner
+        ToFail = 8,     ///< with what a callback has thrown
+        ToLook = 16,    ///< how far it is
+    };
+
+    /// Guarded by the inbox.
+    struct CSlip {
+        unsigned int asked = 0; // 0: not in the inbox
+        kx::P<CTransfer> transfer;
+        CTransferWork* next = nullptr;
+    };
+
+    CLoopInbox() = default;
+    CLoopInbox(const CLoopInbox&) = delete;
+    CLoopInbox& operator=(const CLoopInbox&) = delete;
+
+    /// The thread that takes everything out before it waits again: what it asks itself needs no signal.
+    void setOwner(std::thread::id owner) noexcept { m_owner = owner; }
+
+    void ask(CTransferWork& work, Asked what) noexcept;
+    void askToStop() noexcept;
+
+    /// Takes out who has waited longest. @return null when nobody waits, with nothing asked
+    kx::P<CTransfer> take(unsigned int& asked) noexcept;
+
+    bool isStopAsked() const noexcept;
+
+    /// Readable while something waits.
+    int getDescriptor() const noexcept { return m_event.get(); }
+
+private:
+    void signal() noexcept;
+
+    CEventDescriptor m_event;
+    mutable std::mutex m_mutex; // guards what follows, and the slips
+    CTransferWork* m_first = nullptr;
+    CTransferWork* m_last = nullptr;
+    bool m_isStopAsked = false;
+    bool m_isSignalled = false;
+    std::atomic<std::thread::id> m_owner;
+};
+
+} // namespace norla

@@ -1,0 +1,407 @@
+#include "norla/pool/CTransferLoop.h"
+
+#include "kx/log/log.h"
+#include "norla/core/CManagedRequest.h"
+#include "norla/pool/CSocketEvents.h"
+#include "norla/pool/CTransferSchedule.h"
+#include "norla/pool/hostOf.h"
+
+#include <algorithm>
+#include <limits>
+#include <string>
+#include <utility>
+
+namespace norla {
+
+namespace {
+
+constexpr auto progressInterval = std::chrono::milliseconds(100);
+
+std::optional<CTransferWork::CMoment> momentAfter(CTransferWork::CMoment start, const kx::CTimeSpan& span)
+{
+    if (span.isInfinite() || span == kx::CTimeSpan())
+        return {};
+    return start + std::chrono::microseconds(span.getMicroseconds());
+}
+
+/// "2 seconds" or "1500 milliseconds".
+kx::String describe(const kx::CTimeSpan& span)
+{
+    const long long milliseconds = span.getMicroseconds() / 1000;
+    const bool isWhole = milliseconds % 1000 == 0;
+    const long long count = isWhole ? milliseconds / 1000 : milliseconds;
+    return kx::String::fromLatin1(
+        std::to_string(count) + (isWhole ? " second" : " millisecond") + (count == 1 ? "" : "s"));
+}
+
+} // namespace
+
+CTransferLoop::CTransferLoop(std::shared_ptr<CTransferSchedule> schedule, long idleConnections)
+    : m_schedule(std::move(schedule))
+    , m_events(std::make_unique<CSocketEvents>())
+    , m_multi(idleConnections)
+{
+    m_events->watch(m_inbox->getDescriptor());
+    curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETFUNCTION, &CTransferLoop::onSocket);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERFUNCTION, &CTransferLoop::onTimer);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERDATA, this);
+}
+
+// libcurl tells of the sockets that it closes.
+CTransferLoop::~CTransferLoop()
+{
+    if (m_hasStuck)
+        m_multi.keepForEver();
+}
+
+void CTransferLoop::forget() noexcept
+{
+    m_multi.keepForEver();
+}
+
+int CTransferLoop::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* known) noexcept
+{
+    auto& loop = *static_cast<CTransferLoop*>(self);
+    const bool isTaken = loop.m_events->set(socket, what, known != nullptr);
+    if (what != CURL_POLL_REMOVE && !known)
+        curl_multi_assign(loop.m_multi.get(), socket, self); // whatever is not null
+    return isTaken ? 0 : -1;
+}
+
+int CTransferLoop::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexcept
+{
+    auto& timer = static_cast<CTransferLoop*>(self)->m_libcurlTimer;
+    timer.reset();
+    if (milliseconds >= 0)
+        timer = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    return 0;
+}
+
+void CTransferLoop::run() noexcept
+{
+    m_inbox->setOwner(std::this_thread::get_id());
+    for (;;) {
+        takeFromInbox();
+        if (m_inbox->isStopAsked())
+            return;
+        m_events->wait(getWaitMilliseconds());
+        turn();
+    }
+}
+
+void CTransferLoop::turn()
+{
+    int descriptor = -1;
+    int events = 0;
+    int running = 0;
+    CURLMcode result = CURLM_OK;
+    while (m_events->take(descriptor, events)) {
+        if (descriptor != m_inbox->getDescriptor() && result == CURLM_OK)
+            result = curl_multi_socket_action(m_multi.get(), descriptor, events, &running);
+    }
+    if (m_libcurlTimer && *m_libcurlTimer <= std::chrono::steady_clock::now() && result == CURLM_OK) {
+        m_libcurlTimer.reset();
+        result = curl_multi_socket_action(m_multi.get(), CURL_SOCKET_TIMEOUT, 0, &running);
+    }
+    if (result != CURLM_OK)
+        failAll(result);
+    readEnds();
+    actOnTime();
+}
+
+int CTransferLoop::getWaitMilliseconds() const noexcept
+{
+    std::optional<CMoment> first = m_timers.getFirst();
+    if (m_libcurlTimer && (!first || *m_libcurlTimer < *first))
+        first = m_libcurlTimer;
+    if (!first)
+        return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*first - std::chrono::steady_clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
+}
+
+void CTransferLoop::takeFromInbox()
+{
+    unsigned int asked = 0;
+    while (const kx::P<CTransfer> transfer = m_inbox->take(asked))
+        answer(CTransferWork::of(*transfer), asked);
+}
+
+void CTransferLoop::answer(CTransferWork& work, unsigned int asked)
+{
+    if (work.isDone())
+        return;
+    work.isWithdrawn = work.isWithdrawn || (asked & CLoopInbox::ToWithdraw);
+    if (asked & (CLoopInbox::ToCancel | CLoopInbox::ToWithdraw)) {
+        endBy(work, TransferState::Cancelled);
+        return;
+    }
+    if (asked & CLoopInbox::ToFail) {
+        endBy(work, TransferState::Failed);
+        return;
+    }
+    if (asked & CLoopInbox::ToStart)
+        start(work);
+    if ((asked & CLoopInbox::ToLook) && work.isInMulti)
+        look(work, std::chrono::steady_clock::now());
+}
+
+void CTransferLoop::start(CTransferWork& work)
+{
+    CNetRequest& request = *work.request;
+    const CMoment now = std::chrono::steady_clock::now();
+    work.setState(TransferState::Running);
+    try {
+        if (!work.hasBegun) {
+            work.hasBegun = true;
+            work.end = momentAfter(now, work.getOptions().deadline);
+            work.retries.start();
+        }
+        work.attemptEnd = momentAfter(now, work.getOptions().attemptDeadline);
+        if (work.wantsProgress())
+            work.nextProgress = now + progressInterval;
+        m_running.emplace(request.getEasyHandle(), &work);
+        request.setAsyncInfo(false, CURLE_OK);
+        request.enterManager(m_multi.getSockets());
+        CMultiHandle::check(curl_multi_add_handle(m_multi.get(), request.getEasyHandle()));
+        work.isInMulti = true;
+        setTimer(work);
+    } catch (const std::exception& error) {
+        takeOut(work);
+        CManagedRequest(request).fail(error);
+        endAttempt(work, CURLE_ABORTED_BY_CALLBACK);
+    }
+}
+
+void CTransferLoop::readEnds()
+{
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left)) {
+        const auto found = m_running.find(message->easy_handle);
+        if (message->msg != CURLMSG_DONE || found == m_running.end())
+            continue;
+        CURLcode result = message->data.result; // the message goes with the request
+        CTransferWork& work = *found->second;
+        if (work.request->beginSecondAttempt()) {
+            if (startAgain(work))
+                continue;
+            result = CURLE_USE_SSL_FAILED; // of the first attempt
+        }
+        work.request->dropConnectionAfter(result);
+        takeOut(work);
+        endAttempt(work, result);
+    }
+}
+
+bool CTransferLoop::startAgain(CTransferWork& work)
+{
+    CURL* const handle = work.request->getEasyHandle();
+    return curl_multi_remove_handle(m_multi.get(), handle) == CURLM_OK
+        && curl_multi_add_handle(m_multi.get(), handle) == CURLM_OK;
+}
+
+// libcurl would end a mail that it is sending as if it were whole; to a server that has gone it cannot.
+void CTransferLoop::takeOut(CTransferWork& work) noexcept
+{
+    CNetRequest& request = *work.request;
+    m_running.erase(request.getEasyHandle());
+    if (!std::exchange(work.isInMulti, false))
+        return;
+    try {
+        request.beginWithdrawal();
+    } catch (const std::exception&) {
+        request.dropConnectionAfter(CURLE_OPERATION_TIMEDOUT);
+    }
+    const CURLMcode result = curl_multi_remove_handle(m_multi.get(), request.getEasyHandle());
+    try {
+        request.endWithdrawal();
+    } catch (const std::exception& error) {
+        CManagedRequest(request).fail(error);
+    }
+    if (result == CURLM_OK)
+        return;
+    m_hasStuck = true;
+    request.addRef(); // for ever: libcurl keeps its handle
+}
+
+void CTransferLoop::failAll(CURLMcode reason) noexcept
+{
+    while (!m_running.empty()) {
+        CTransferWork& work = *m_running.begin()->second;
+        takeOut(work);
+        try {
+            CMultiHandle::check(reason);
+        } catch (const std::exception& error) {
+            CManagedRequest(*work.request).fail(error);
+        }
+        endAttempt(work, CURLE_ABORTED_BY_CALLBACK);
+    }
+}
+
+void CTransferLoop::actOnTime()
+{
+    const CMoment now = std::chrono::steady_clock::now();
+    while (CTransferWork* const work = m_timers.getDue(now))
+        onTime(*work, now);
+}
+
+void CTransferLoop::onTime(CTransferWork& work, CMoment now)
+{
+    const CTransfer::Options& options = work.getOptions();
+    if (work.end && *work.end <= now)
+        expire(work, options.deadline, "all its attempts");
+    else if (work.attemptEnd && *work.attemptEnd <= now)
+        expire(work, options.attemptDeadline, "one attempt");
+    else if (work.nextAttempt && *work.nextAttempt <= now)
+        goOn(work);
+    else
+        look(work, now);
+}
+
+void CTransferLoop::look(CTransferWork& work, CMoment now)
+{
+    work.nextProgress = now + progressInterval;
+    setTimer(work); // has a timer already, or else an ask of somebody who may ask again
+    work.setProgress(CManagedRequest(*work.request).getProgress());
+    try {
+        work.tellProgress();
+    } catch (const std::exception& error) {
+        kx::logErrorQuietly(error, "A transfer's progress could not be told.");
+    }
+}
+
+// Of all attempts, one that waits for its turn again ends with what the one before it has ended with.
+void CTransferLoop::expire(CTransferWork& work, const kx::CTimeSpan& limit, const char* what)
+{
+    if (!work.isInMulti) {
+        end(work, TransferState::Failed, work.retries.getAttempts().back().error);
+        return;
+    }
+    takeOut(work);
+    CManagedRequest(*work.request)
+        .fail(TransferLimit::Total,
+            "The time for " + kx::String::fromLatin1(what) + ", " + describe(limit) + ", is over.");
+    endAttempt(work, CURLE_OPERATION_TIMEDOUT);
+}
+
+void CTransferLoop::endBy(CTransferWork& work, TransferState state) noexcept
+{
+    CManagedRequest request(*work.request);
+    const bool hasRun = work.isInMulti;
+    if (!hasRun)
+        request.expect(); // what the attempt before has ended with says nothing of this end
+    takeOut(work);
+    if (state == TransferState::Cancelled)
+        request.fail(TransferLimit::None, "the transfer was cancelled");
+    else
+        request.fail(*work.getCallbackError());
+    const kx::P<kx::CError> error = record(work, CURLE_ABORTED_BY_CALLBACK);
+    if (hasRun)
+        recordFailure(work, *error);
+    end(work, state, error);
+}
+
+kx::P<kx::CError> CTransferLoop::record(CTransferWork& work, CURLcode result) noexcept
+{
+    try {
+        CManagedRequest request(*work.request);
+        kx::P<kx::CError> error = request.endAttempt(result);
+        if (work.wantsProgress())
+            work.setProgress(request.getProgress());
+        return error;
+    } catch (const std::exception&) {
+        return m_outOfMemory;
+    }
+}
+
+void CTransferLoop::endAttempt(CTransferWork& work, CURLcode result) noexcept
+{
+    const kx::P<kx::CError> error = record(work, result);
+    if (!error)
+        succeed(work);
+    else if (!pause(work, *error))
+        end(work, TransferState::Failed, error);
+}
+
+void CTransferLoop::succeed(CTransferWork& work) noexcept
+{
+    try {
+        work.retries.afterSuccess(*work.request);
+        work.setAttempts();
+    } catch (const std::exception& error) {
+        kx::logErrorQuietly(error, "A transfer's attempt could not be recorded.");
+    }
+    end(work, TransferState::Succeeded, nullptr);
+}
+
+/// @return how long to wait before another attempt; empty: there is to be none
+std::optional<kx::CTimeSpan> CTransferLoop::recordFailure(CTransferWork& work, const kx::CError& error) noexcept
+{
+    try {
+        const std::optional<kx::CTimeSpan> pause = work.retries.afterFailure(*work.request, error);
+        work.setAttempts();
+        return pause;
+    } catch (const std::exception& other) {
+        kx::logErrorQuietly(other, "A transfer's attempt could not be recorded, and is the last one.");
+        return {};
+    }
+}
+
+bool CTransferLoop::pause(CTransferWork& work, const kx::CError& error) noexcept
+{
+    const std::optional<kx::CTimeSpan> pause = recordFailure(work, error);
+    if (!pause)
+        return false;
+    work.nextAttempt = std::chrono::steady_clock::now() + std::chrono::microseconds(pause->getMicroseconds());
+    if (work.end && *work.nextAttempt >= *work.end)
+        return false;
+    work.attemptEnd.reset();
+    work.nextProgress.reset();
+    try {
+        setTimer(work);
+    } catch (const std::exception&) {
+        return false;
+    }
+    work.setState(TransferState::Pausing);
+    m_schedule->pause(work);
+    m_schedule->startNext();
+    return true;
+}
+
+void CTransferLoop::goOn(CTransferWork& work)
+{
+    work.nextAttempt.reset();
+    setTimer(work);
+    work.setState(TransferState::Queued);
+    try {
+        m_schedule->addAgain(work, hostOf(*work.request));
+    } catch (const std::exception&) {
+        end(work, TransferState::Failed, m_outOfMemory);
+    }
+    m_schedule->startNext();
+}
+
+// The request's owner is told first: who waits for the transfer may start the request again.
+void CTransferLoop::end(CTransferWork& work, TransferState state, kx::P<kx::CError> error) noexcept
+{
+    m_timers.clear(&work, work.timer);
+    const kx::P<CTransfer> transfer = m_schedule->remove(work);
+    m_schedule->startNext();
+    work.request->leaveManager();
+    if (!work.isWithdrawn)
+        CManagedRequest(*work.request).tellEnd(error.get());
+    work.setEnd(state, std::move(error));
+    work.tellEnd();
+}
+
+void CTransferLoop::setTimer(CTransferWork& work)
+{
+    const std::optional<CMoment> next = work.getNextMoment();
+    if (next)
+        m_timers.set(&work, work.timer, *next);
+    else
+        m_timers.clear(&work, work.timer);
+}
+
+} // namespace norla

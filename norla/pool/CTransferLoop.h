@@ -1,0 +1,75 @@
+#pragma once
+
+#include "norla/core/CMultiHandle.h"
+#include "norla/pool/CTransferWork.h"
+
+#include <memory>
+#include <unordered_map>
+
+namespace norla {
+
+class CSocketEvents;
+class CTransferSchedule;
+
+/// Does the transfers that come into its inbox, on the thread that runs it: waits for what happens to sockets, for time,
+/// and for what others ask, and for nothing else.
+class CTransferLoop {
+public:
+    /// @throws kx::CError when the system has no descriptor to give; as CGlobalInit::get()
+    CTransferLoop(std::shared_ptr<CTransferSchedule> schedule, long idleConnections);
+    CTransferLoop(const CTransferLoop&) = delete;
+    CTransferLoop& operator=(const CTransferLoop&) = delete;
+    ~CTransferLoop();
+
+    const std::shared_ptr<CLoopInbox>& getInbox() const noexcept { return m_inbox; }
+
+    /// Until the inbox is asked to stop, and all that it was asked before is done. All transfers are asked to end
+    /// before.
+    void run() noexcept;
+
+    /// In a child process: what it shares with its parent stays untouched when it goes.
+    void forget() noexcept;
+
+private:
+    using CMoment = CTransferWork::CMoment;
+
+    // libcurl's, with this object as their data
+    static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* known) noexcept;
+    static int onTimer(CURLM* handle, long milliseconds, void* self) noexcept;
+
+    void turn();
+    int getWaitMilliseconds() const noexcept;
+    void takeFromInbox();
+    void actOnTime();
+    void readEnds();
+    void failAll(CURLMcode reason) noexcept;
+
+    void answer(CTransferWork& work, unsigned int asked);
+    void start(CTransferWork& work);
+    bool startAgain(CTransferWork& work);
+    void takeOut(CTransferWork& work) noexcept;
+    void onTime(CTransferWork& work, CMoment now);
+    void look(CTransferWork& work, CMoment now);
+    void expire(CTransferWork& work, const kx::CTimeSpan& limit, const char* what);
+    void goOn(CTransferWork& work);
+    void endBy(CTransferWork& work, TransferState state) noexcept;
+    void endAttempt(CTransferWork& work, CURLcode result) noexcept;
+    void succeed(CTransferWork& work) noexcept;
+    static std::optional<kx::CTimeSpan> recordFailure(CTransferWork& work, const kx::CError& error) noexcept;
+    bool pause(CTransferWork& work, const kx::CError& error) noexcept;
+    kx::P<kx::CError> record(CTransferWork& work, CURLcode result) noexcept;
+    void end(CTransferWork& work, TransferState state, kx::P<kx::CError> error) noexcept;
+    void setTimer(CTransferWork& work);
+
+    const std::shared_ptr<CTransferSchedule> m_schedule;
+    const std::shared_ptr<CLoopInbox> m_inbox = std::make_shared<CLoopInbox>();
+    const kx::P<kx::CError> m_outOfMemory = kx::newObj<kx::CError>("Out of memory."); // when there is none for another
+    std::unique_ptr<CSocketEvents> m_events;
+    CMultiHandle m_multi;
+    std::unordered_map<const CURL*, CTransferWork*> m_running; // those in the multi handle
+    TTimerQueue<CTransferWork> m_timers;
+    std::optional<CMoment> m_libcurlTimer;
+    bool m_hasStuck = false; // libcurl has kept one that it was told to let go
+};
+
+} // namespace norla

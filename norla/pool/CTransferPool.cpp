@@ -1,0 +1,167 @@
+#include "norla/pool/CTransferPool.h"
+
+#include "kx/base/CInvalidArgError.h"
+#include "norla/core/CMultiHandle.h"
+#include "norla/core/CNetRequest.h"
+#include "norla/pool/CTransferSchedule.h"
+#include "norla/pool/CTransferThread.h"
+#include "norla/pool/CTransferWork.h"
+#include "norla/pool/hostOf.h"
+
+#include <algorithm>
+#include <functional>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <vector>
+
+namespace norla {
+
+namespace {
+
+constexpr int usualAtOnce = 256;
+constexpr int usualIdleConnections = 256;
+constexpr rlim_t keptDescriptors = 128; // for everything else in the process
+
+/// Each transfer may have two connections (FTP).
+int mostAtOnce() noexcept
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+        return usualAtOnce;
+    const rlim_t left = limit.rlim_cur > keptDescriptors ? limit.rlim_cur - keptDescriptors : 0;
+    return static_cast<int>(std::clamp<rlim_t>(left / 3, 1, usualAtOnce));
+}
+
+void requireNotNegative(int value, const char* name)
+{
+    if (value < 0)
+        throw kx::CInvalidArgError(
+            "the option '" + kx::String::fromLatin1(name) + "' is negative", "norla::CTransferPool");
+}
+
+void requireNotNegative(const kx::CTimeSpan& span, const char* name)
+{
+    if (!span.isInfinite() && span.getMicroseconds() < 0)
+        throw kx::CInvalidArgError(
+            "the option '" + kx::String::fromLatin1(name) + "' is negative", "norla::CTransferPool::start");
+}
+
+CTransferPool::Options checked(CTransferPool::Options options)
+{
+    requireNotNegative(options.atOnce, "atOnce");
+    requireNotNegative(options.perHost, "perHost");
+    requireNotNegative(options.idleConnections, "idleConnections");
+    if (options.threads < 1)
+        throw kx::CInvalidArgError("the option 'threads' is less than 1", "norla::CTransferPool");
+    if (options.atOnce == 0)
+        options.atOnce = mostAtOnce();
+    if (options.idleConnections == 0)
+        options.idleConnections = std::min(usualIdleConnections, mostAtOnce());
+    return options;
+}
+
+} // namespace
+
+class CTransferPool::CImpl {
+public:
+    explicit CImpl(const Options& options)
+        : m_executor(options.executor)
+        , m_schedule(std::make_shared<CTransferSchedule>(options.atOnce, options.perHost))
+    {
+        for (int count = 0; count < options.threads; ++count)
+            m_threads.push_back(std::make_unique<CTransferThread>(m_schedule, options.idleConnections));
+    }
+    CImpl(const CImpl&) = delete;
+    CImpl& operator=(const CImpl&) = delete;
+    ~CImpl() { stop(); }
+
+    kx::P<CTransfer> start(CNetRequest& request, const CTransfer::Options& options)
+    {
+        const std::string host = hostOf(request);
+        const auto thread = std::hash<std::string>()(host) % m_threads.size();
+        const kx::P<CTransfer> transfer = CTransferWork::make(
+            request, options, options.executor ? options.executor : m_executor, m_threads[thread]->getInbox());
+        if (!request.claim())
+            CMultiHandle::check(CURLM_ADDED_ALREADY); // as libcurl says, but before the running transfer is touched
+        try {
+            m_schedule->add(*transfer, host);
+        } catch (...) {
+            request.leaveManager();
+            throw;
+        }
+        m_schedule->startNext();
+        return transfer;
+    }
+
+    CTransferSchedule& getSchedule() noexcept { return *m_schedule; }
+
+    void stop() noexcept
+    {
+        m_schedule->close();
+        m_schedule->cancelAll();
+        for (const auto& thread : m_threads)
+            thread->stop();
+    }
+
+    bool isOwnThread() const noexcept
+    {
+        return std::any_of(m_threads.begin(), m_threads.end(), [](const auto& thread) { return thread->isCurrent(); });
+    }
+
+private:
+    const kx::P<IExecutor> m_executor;
+    const std::shared_ptr<CTransferSchedule> m_schedule;
+    std::vector<std::unique_ptr<CTransferThread>> m_threads;
+};
+
+CTransferPool::CTransferPool()
+    : CTransferPool(Options())
+{
+}
+
+CTransferPool::CTransferPool(const Options& options)
+    : m_impl(std::make_unique<CImpl>(checked(options)))
+{
+}
+
+CTransferPool::~CTransferPool() = default;
+
+kx::P<CTransfer> CTransferPool::start(CNetRequest* request, const CTransfer::Options& options)
+{
+    if (!request)
+        throw kx::CInvalidArgError("request is null", "norla::CTransferPool::start");
+    requireNotNegative(options.attemptDeadline, "attemptDeadline");
+    requireNotNegative(options.deadline, "deadline");
+    return m_impl->start(*request, options);
+}
+
+void CTransferPool::addRequest(CNetRequest* request)
+{
+    start(request);
+}
+
+// A transfer that ends just now is waited for as well: its owner is told then, or never.
+bool CTransferPool::removeRequest(CNetRequest* request)
+{
+    const kx::P<CTransfer> transfer = request ? m_impl->getSchedule().find(*request) : nullptr;
+    if (!transfer)
+        return false;
+    CTransferWork& work = CTransferWork::of(*transfer);
+    work.inbox->ask(work, CLoopInbox::ToWithdraw);
+    if (m_impl->isOwnThread())
+        return true;
+    transfer->wait();
+    return transfer->getState() == TransferState::Cancelled;
+}
+
+void CTransferPool::cancelAll()
+{
+    m_impl->getSchedule().cancelAll();
+}
+
+void CTransferPool::stop()
+{
+    m_impl->stop();
+}
+
+} // namespace norla

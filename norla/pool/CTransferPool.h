@@ -1,0 +1,82 @@
+#pragma once
+
+#include "kx/base/CBase.h"
+#include "kx/base/P.h"
+#include "norla/async/IAsyncNetRequestManager.h"
+#include "norla/pool/CTransfer.h"
+
+#include <memory>
+
+namespace norla {
+
+/// Runs transfers in the background, thousands of them if need be, on a thread of its own (or several), over libcurl's
+/// event interface. An idle pool sleeps; a start is noticed at once; what a transfer costs does not grow with their
+/// number. Any thread may use any operation, also within callbacks.
+///
+/// Sinks, sources and done listeners of the requests are called on the pool's thread, where everything that takes long
+/// holds up others; the callbacks of the options go to an executor.
+///
+/// A request belongs to the pool from its start to its end, and is left alone meanwhile. Every start gets exactly one
+/// end.
+///
+/// A child process (fork(2)) uses neither the pool nor its transfers: it may only let them go, which leaves the parent's
+/// connections alone.
+class KX_EXPORT CTransferPool : public kx::CBase, public virtual IAsyncNetRequestManager {
+public:
+    struct Options {
+        /// Each with connections of its own; transfers to one host stay together. More than one is of use where a
+        /// single processor cannot keep up, with TLS at gigabits. At least 1.
+        int threads = 1;
+
+        /// Transfers at once, in all threads together; the others wait. 0: 256, or fewer where the process may not have
+        /// as many descriptors.
+        int atOnce = 0;
+
+        /// The same for each host (scheme, name and port of the URL). 0: no limit of its own.
+        int perHost = 0;
+
+        /// Connections that stay open when nobody uses them, in each thread. 0: 256.
+        int idleConnections = 0;
+
+        /// Where the callbacks of the transfers are called, unless their own options say; null: on the pool's thread.
+        kx::P<IExecutor> executor = {};
+    };
+
+    /// @throws kx::CInvalidArgError naming the option that makes no sense; kx::CError when the system has no thread or
+    /// descriptor to give; as CGlobalInit::get()
+    CTransferPool();
+    explicit CTransferPool(const Options& options);
+    CTransferPool(const CTransferPool&) = delete;
+    CTransferPool& operator=(const CTransferPool&) = delete;
+
+    /// As stop(). The last reference may go on the pool's own thread, in a callback: that waits for nothing.
+    ~CTransferPool() override;
+
+    /// Hands a request over; returns at once. The attempt begins when there is room.
+    /// @param request not null, and not running here or elsewhere; a reference is kept until the end
+    /// @throws kx::CInvalidArgError for a request or an option that makes no sense; CCURLError "curlm"
+    /// CURLM_ADDED_ALREADY when the request runs already; kx::CError after stop(). Nothing was started then, and
+    /// nobody is told
+    kx::P<CTransfer> start(CNetRequest* request, const CTransfer::Options& options = {});
+
+    /// start() with nothing to be told: its done signal and its done listener tell the end.
+    void addRequest(CNetRequest* request) override;
+
+    /// Cancels it: unlike other managers this one tells its end.
+    /// @return whether it was there
+    bool removeRequest(CNetRequest* request) override;
+
+    /// Cancels all that is there; all that are started later are not concerned. Returns at once.
+    void cancelAll();
+
+    /// Cancels all, tells their ends, and waits for the threads' end: a quarter of a second at most, beside what
+    /// callbacks take. Afterwards nothing of the pool calls anybody; what waits in an executor is that one's matter.
+    /// In a callback on a thread of the pool it returns at once.
+    void stop();
+
+private:
+    class CImpl;
+    const std::shared_ptr<CImpl> m_impl;
+};
+
+} // namespace norla

@@ -1,0 +1,81 @@
+#include "norla/pool/CTransferThread.h"
+
+#include "kx/base/CError.h"
+#include "norla/pool/CTransferSchedule.h"
+
+#include <csignal>
+#include <pthread.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace norla {
+
+namespace {
+
+/// The application's signals are handled on its own threads; SIGPIPE is of no use here.
+class CAllSignalsBlock {
+public:
+    CAllSignalsBlock() noexcept
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &m_previousMask);
+    }
+    CAllSignalsBlock(const CAllSignalsBlock&) = delete;
+    CAllSignalsBlock& operator=(const CAllSignalsBlock&) = delete;
+    ~CAllSignalsBlock() { pthread_sigmask(SIG_SETMASK, &m_previousMask, nullptr); }
+
+private:
+    sigset_t m_previousMask{};
+};
+
+} // namespace
+
+CTransferThread::CTransferThread(std::shared_ptr<CTransferSchedule> schedule, long idleConnections)
+    : m_process(getpid())
+    , m_loop(std::make_shared<CTransferLoop>(std::move(schedule), idleConnections))
+    , m_thread(run(m_loop))
+    , m_id(m_thread.get_id())
+{
+}
+
+std::thread CTransferThread::run(std::shared_ptr<CTransferLoop> loop)
+{
+    const CAllSignalsBlock block; // inherited
+    try {
+        std::thread thread([loop = std::move(loop)]() mutable {
+            pthread_setname_np(pthread_self(), "norla.pool");
+            loop->run();
+            loop.reset();
+        });
+        return thread;
+    } catch (const std::system_error& error) {
+        throw kx::CError("The pool's thread cannot be started: " + kx::String::fromLatin1(error.what()) + ".");
+    }
+}
+
+CTransferThread::~CTransferThread()
+{
+    stop();
+    if (m_thread.joinable())
+        m_thread.detach(); // the own one, whose last turn needs nobody, or one that does not exist in this process
+    if (getpid() == m_process)
+        return;
+    m_loop->forget();
+    static_cast<void>(new std::shared_ptr<CTransferLoop>(std::move(m_loop)));
+}
+
+void CTransferThread::stop() noexcept
+{
+    if (getpid() != m_process)
+        return;
+    getInbox()->askToStop();
+    if (isCurrent())
+        return;
+    const std::lock_guard lock(m_mutex);
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+} // namespace norla

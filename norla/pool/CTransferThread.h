@@ -1,0 +1,39 @@
+#pragma once
+
+#include "norla/pool/CTransferLoop.h"
+
+#include <mutex>
+#include <sys/types.h>
+#include <thread>
+
+namespace norla {
+
+/// A loop with the thread that runs it. Any thread may stop it, the own one as well.
+class CTransferThread {
+public:
+    /// @throws kx::CError when the system has no thread to give; as CTransferLoop
+    CTransferThread(std::shared_ptr<CTransferSchedule> schedule, long idleConnections);
+    CTransferThread(const CTransferThread&) = delete;
+    CTransferThread& operator=(const CTransferThread&) = delete;
+
+    /// In a child process all is left as it is.
+    ~CTransferThread();
+
+    const std::shared_ptr<CLoopInbox>& getInbox() const noexcept { return m_loop->getInbox(); }
+
+    /// Waits for the end of what it was asked for, on another thread than its own.
+    void stop() noexcept;
+
+    bool isCurrent() const noexcept { return m_id == std::this_thread::get_id(); }
+
+private:
+    static std::thread run(std::shared_ptr<CTransferLoop> loop);
+
+    const pid_t m_process;
+    std::shared_ptr<CTransferLoop> m_loop; // the thread has a reference of its own
+    std::mutex m_mutex;                    // guards the thread's end
+    std::thread m_thread;
+    const std::thread::id m_id;
+};
+
+} // namespace norla

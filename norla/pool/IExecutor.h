@@ -1,0 +1,19 @@
+#pragma once
+
+#include "kx/base/IBase.h"
+
+#include <functional>
+
+namespace norla {
+
+/// Runs what others hand to it, where and when is its own matter: on the thread of a window's main loop, on a pool of
+/// threads, at once. A program's own main loop is one in a few lines.
+class KX_EXPORT IExecutor : public virtual kx::IBase {
+public:
+    /// Takes a task and returns without waiting for it. Any thread. Tasks of one caller are run in the order in which
+    /// they come, never two at once.
+    /// @param task throws nothing when it is of this library; run once, or destroyed without having run
+    virtual void execute(std::function<void()> task) = 0;
+};
+
+} // namespace norla
