@@ -2,12 +2,9 @@
 
 #include "kx/log/log.h"
 #include "norla/core/CManagedRequest.h"
-#include "norla/pool/CSocketEvents.h"
 #include "norla/pool/CTransferSchedule.h"
 #include "norla/pool/hostOf.h"
 
-#include <algorithm>
-#include <limits>
 #include <string>
 #include <utility>
 
@@ -38,44 +35,8 @@ kx::String describe(const kx::CTimeSpan& span)
 
 CTransferLoop::CTransferLoop(std::shared_ptr<CTransferSchedule> schedule, long idleConnections)
     : m_schedule(std::move(schedule))
-    , m_events(std::make_unique<CSocketEvents>())
-    , m_multi(idleConnections)
+    , m_multi(m_inbox->getDescriptor(), idleConnections)
 {
-    m_events->watch(m_inbox->getDescriptor());
-    curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETFUNCTION, &CTransferLoop::onSocket);
-    curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETDATA, this);
-    curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERFUNCTION, &CTransferLoop::onTimer);
-    curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERDATA, this);
-}
-
-// libcurl tells of the sockets that it closes.
-CTransferLoop::~CTransferLoop()
-{
-    if (m_hasStuck)
-        m_multi.keepForEver();
-}
-
-void CTransferLoop::forget() noexcept
-{
-    m_multi.keepForEver();
-}
-
-int CTransferLoop::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* known) noexcept
-{
-    auto& loop = *static_cast<CTransferLoop*>(self);
-    const bool isTaken = loop.m_events->set(socket, what, known != nullptr);
-    if (what != CURL_POLL_REMOVE && !known)
-        curl_multi_assign(loop.m_multi.get(), socket, self); // whatever is not null
-    return isTaken ? 0 : -1;
-}
-
-int CTransferLoop::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexcept
-{
-    auto& timer = static_cast<CTransferLoop*>(self)->m_libcurlTimer;
-    timer.reset();
-    if (milliseconds >= 0)
-        timer = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    return 0;
 }
 
 void CTransferLoop::run() noexcept
@@ -85,40 +46,13 @@ void CTransferLoop::run() noexcept
         takeFromInbox();
         if (m_inbox->isStopAsked())
             return;
-        m_events->wait(getWaitMilliseconds());
-        turn();
+        m_multi.wait(m_timers.getFirst());
+        const CURLMcode result = m_multi.act();
+        if (result != CURLM_OK)
+            failAll(result);
+        readEnds();
+        actOnTime();
     }
-}
-
-void CTransferLoop::turn()
-{
-    int descriptor = -1;
-    int events = 0;
-    int running = 0;
-    CURLMcode result = CURLM_OK;
-    while (m_events->take(descriptor, events)) {
-        if (descriptor != m_inbox->getDescriptor() && result == CURLM_OK)
-            result = curl_multi_socket_action(m_multi.get(), descriptor, events, &running);
-    }
-    if (m_libcurlTimer && *m_libcurlTimer <= std::chrono::steady_clock::now() && result == CURLM_OK) {
-        m_libcurlTimer.reset();
-        result = curl_multi_socket_action(m_multi.get(), CURL_SOCKET_TIMEOUT, 0, &running);
-    }
-    if (result != CURLM_OK)
-        failAll(result);
-    readEnds();
-    actOnTime();
-}
-
-int CTransferLoop::getWaitMilliseconds() const noexcept
-{
-    std::optional<CMoment> first = m_timers.getFirst();
-    if (m_libcurlTimer && (!first || *m_libcurlTimer < *first))
-        first = m_libcurlTimer;
-    if (!first)
-        return -1;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*first - std::chrono::steady_clock::now()).count();
-    return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
 }
 
 void CTransferLoop::takeFromInbox()
@@ -163,12 +97,11 @@ void CTransferLoop::start(CTransferWork& work)
             work.nextProgress = now + progressInterval;
         m_running.emplace(request.getEasyHandle(), &work);
         request.setAsyncInfo(false, CURLE_OK);
-        request.enterManager(m_multi.getSockets());
-        CMultiHandle::check(curl_multi_add_handle(m_multi.get(), request.getEasyHandle()));
+        m_multi.add(request);
         work.isInMulti = true;
         setTimer(work);
     } catch (const std::exception& error) {
-        takeOut(work);
+        withdraw(work);
         CManagedRequest(request).fail(error);
         endAttempt(work, CURLE_ABORTED_BY_CALLBACK);
     }
@@ -176,60 +109,38 @@ void CTransferLoop::start(CTransferWork& work)
 
 void CTransferLoop::readEnds()
 {
-    int left = 0;
-    while (const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left)) {
-        const auto found = m_running.find(message->easy_handle);
-        if (message->msg != CURLMSG_DONE || found == m_running.end())
+    const CURL* handle = nullptr;
+    CURLcode result = CURLE_OK;
+    while (m_multi.takeEnd(handle, result)) {
+        const auto found = m_running.find(handle);
+        if (found == m_running.end())
             continue;
-        CURLcode result = message->data.result; // the message goes with the request
         CTransferWork& work = *found->second;
         if (work.request->beginSecondAttempt()) {
-            if (startAgain(work))
+            if (m_multi.addAgain(*work.request))
                 continue;
             result = CURLE_USE_SSL_FAILED; // of the first attempt
         }
         work.request->dropConnectionAfter(result);
-        takeOut(work);
+        m_multi.remove(*work.request);
+        work.isInMulti = false;
+        m_running.erase(found);
         endAttempt(work, result);
     }
 }
 
-bool CTransferLoop::startAgain(CTransferWork& work)
+void CTransferLoop::withdraw(CTransferWork& work) noexcept
 {
-    CURL* const handle = work.request->getEasyHandle();
-    return curl_multi_remove_handle(m_multi.get(), handle) == CURLM_OK
-        && curl_multi_add_handle(m_multi.get(), handle) == CURLM_OK;
-}
-
-// libcurl would end a mail that it is sending as if it were whole; to a server that has gone it cannot.
-void CTransferLoop::takeOut(CTransferWork& work) noexcept
-{
-    CNetRequest& request = *work.request;
-    m_running.erase(request.getEasyHandle());
-    if (!std::exchange(work.isInMulti, false))
-        return;
-    try {
-        request.beginWithdrawal();
-    } catch (const std::exception&) {
-        request.dropConnectionAfter(CURLE_OPERATION_TIMEDOUT);
-    }
-    const CURLMcode result = curl_multi_remove_handle(m_multi.get(), request.getEasyHandle());
-    try {
-        request.endWithdrawal();
-    } catch (const std::exception& error) {
-        CManagedRequest(request).fail(error);
-    }
-    if (result == CURLM_OK)
-        return;
-    m_hasStuck = true;
-    request.addRef(); // for ever: libcurl keeps its handle
+    m_running.erase(work.request->getEasyHandle());
+    if (std::exchange(work.isInMulti, false))
+        m_multi.withdraw(*work.request);
 }
 
 void CTransferLoop::failAll(CURLMcode reason) noexcept
 {
     while (!m_running.empty()) {
         CTransferWork& work = *m_running.begin()->second;
-        takeOut(work);
+        withdraw(work);
         try {
             CMultiHandle::check(reason);
         } catch (const std::exception& error) {
@@ -278,7 +189,7 @@ void CTransferLoop::expire(CTransferWork& work, const kx::CTimeSpan& limit, cons
         end(work, TransferState::Failed, work.retries.getAttempts().back().error);
         return;
     }
-    takeOut(work);
+    withdraw(work);
     CManagedRequest(*work.request)
         .fail(TransferLimit::Total,
             "The time for " + kx::String::fromLatin1(what) + ", " + describe(limit) + ", is over.");
@@ -291,7 +202,7 @@ void CTransferLoop::endBy(CTransferWork& work, TransferState state) noexcept
     const bool hasRun = work.isInMulti;
     if (!hasRun)
         request.expect(); // what the attempt before has ended with says nothing of this end
-    takeOut(work);
+    withdraw(work);
     if (state == TransferState::Cancelled)
         request.fail(TransferLimit::None, "the transfer was cancelled");
     else

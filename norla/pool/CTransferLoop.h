@@ -1,6 +1,6 @@
 #pragma once
 
-#include "norla/core/CMultiHandle.h"
+#include "norla/pool/CEventMulti.h"
 #include "norla/pool/CTransferWork.h"
 
 #include <memory>
@@ -8,7 +8,6 @@
 
 namespace norla {
 
-class CSocketEvents;
 class CTransferSchedule;
 
 /// Does the transfers that come into its inbox, on the thread that runs it: waits for what happens to sockets, for time,
@@ -19,7 +18,6 @@ public:
     CTransferLoop(std::shared_ptr<CTransferSchedule> schedule, long idleConnections);
     CTransferLoop(const CTransferLoop&) = delete;
     CTransferLoop& operator=(const CTransferLoop&) = delete;
-    ~CTransferLoop();
 
     const std::shared_ptr<CLoopInbox>& getInbox() const noexcept { return m_inbox; }
 
@@ -28,17 +26,11 @@ public:
     void run() noexcept;
 
     /// In a child process: what it shares with its parent stays untouched when it goes.
-    void forget() noexcept;
+    void forget() noexcept { m_multi.forget(); }
 
 private:
     using CMoment = CTransferWork::CMoment;
 
-    // libcurl's, with this object as their data
-    static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* known) noexcept;
-    static int onTimer(CURLM* handle, long milliseconds, void* self) noexcept;
-
-    void turn();
-    int getWaitMilliseconds() const noexcept;
     void takeFromInbox();
     void actOnTime();
     void readEnds();
@@ -46,8 +38,7 @@ private:
 
     void answer(CTransferWork& work, unsigned int asked);
     void start(CTransferWork& work);
-    bool startAgain(CTransferWork& work);
-    void takeOut(CTransferWork& work) noexcept;
+    void withdraw(CTransferWork& work) noexcept;
     void onTime(CTransferWork& work, CMoment now);
     void look(CTransferWork& work, CMoment now);
     void expire(CTransferWork& work, const kx::CTimeSpan& limit, const char* what);
@@ -64,12 +55,9 @@ private:
     const std::shared_ptr<CTransferSchedule> m_schedule;
     const std::shared_ptr<CLoopInbox> m_inbox = std::make_shared<CLoopInbox>();
     const kx::P<kx::CError> m_outOfMemory = kx::newObj<kx::CError>("Out of memory."); // when there is none for another
-    std::unique_ptr<CSocketEvents> m_events;
-    CMultiHandle m_multi;
+    CEventMulti m_multi;
     std::unordered_map<const CURL*, CTransferWork*> m_running; // those in the multi handle
     TTimerQueue<CTransferWork> m_timers;
-    std::optional<CMoment> m_libcurlTimer;
-    bool m_hasStuck = false; // libcurl has kept one that it was told to let go
 };
 
 } // namespace norla

@@ -1,0 +1,124 @@
+#include "norla/pool/CEventMulti.h"
+
+#include "norla/core/CManagedRequest.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace norla {
+
+CEventMulti::CEventMulti(int wakeDescriptor, long idleConnections)
+    : m_wakeDescriptor(wakeDescriptor)
+    , m_multi(idleConnections)
+{
+    m_events.watch(wakeDescriptor);
+    // None of these can fail.
+    curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETFUNCTION, &CEventMulti::onSocket);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERFUNCTION, &CEventMulti::onTimer);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERDATA, this);
+}
+
+CEventMulti::~CEventMulti()
+{
+    if (m_hasStuck)
+        m_multi.keepForEver();
+}
+
+int CEventMulti::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* known) noexcept
+{
+    auto& multi = *static_cast<CEventMulti*>(self);
+    const bool isTaken = multi.m_events.set(socket, what, known != nullptr);
+    if (what != CURL_POLL_REMOVE && !known)
+        curl_multi_assign(multi.m_multi.get(), socket, self); // whatever is not null
+    return isTaken ? 0 : -1;
+}
+
+int CEventMulti::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexcept
+{
+    auto& timer = static_cast<CEventMulti*>(self)->m_timer;
+    timer.reset();
+    if (milliseconds >= 0)
+        timer = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    return 0;
+}
+
+void CEventMulti::add(CNetRequest& request)
+{
+    request.enterManager(m_multi.getSockets());
+    CMultiHandle::check(curl_multi_add_handle(m_multi.get(), request.getEasyHandle()));
+}
+
+void CEventMulti::remove(CNetRequest& request) noexcept
+{
+    if (curl_multi_remove_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK)
+        return;
+    m_hasStuck = true;
+    request.addRef(); // for ever: libcurl keeps its handle
+}
+
+// libcurl would end a mail that it is sending as if it were whole; to a server that has gone it cannot.
+void CEventMulti::withdraw(CNetRequest& request) noexcept
+{
+    try {
+        request.beginWithdrawal();
+    } catch (const std::exception&) {
+        request.dropConnectionAfter(CURLE_OPERATION_TIMEDOUT);
+    }
+    remove(request);
+    try {
+        request.endWithdrawal();
+    } catch (const std::exception& error) {
+        CManagedRequest(request).fail(error);
+    }
+}
+
+bool CEventMulti::addAgain(CNetRequest& request) noexcept
+{
+    return curl_multi_remove_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK
+        && curl_multi_add_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK;
+}
+
+void CEventMulti::wait(std::optional<CMoment> moment) noexcept
+{
+    if (m_timer && (!moment || *m_timer < *moment))
+        moment = m_timer;
+    int milliseconds = -1;
+    if (moment) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*moment - std::chrono::steady_clock::now());
+        milliseconds = static_cast<int>(std::clamp<long long>(left.count(), 0, std::numeric_limits<int>::max()));
+    }
+    m_events.wait(milliseconds);
+}
+
+CURLMcode CEventMulti::act() noexcept
+{
+    int socket = -1;
+    int events = 0;
+    int running = 0;
+    CURLMcode result = CURLM_OK;
+    while (m_events.take(socket, events)) {
+        if (socket != m_wakeDescriptor && result == CURLM_OK)
+            result = curl_multi_socket_action(m_multi.get(), socket, events, &running);
+    }
+    if (m_timer && *m_timer <= std::chrono::steady_clock::now() && result == CURLM_OK) {
+        m_timer.reset();
+        result = curl_multi_socket_action(m_multi.get(), CURL_SOCKET_TIMEOUT, 0, &running);
+    }
+    return result;
+}
+
+bool CEventMulti::takeEnd(const CURL*& handle, CURLcode& result) noexcept
+{
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left)) {
+        if (message->msg != CURLMSG_DONE)
+            continue;
+        handle = message->easy_handle;
+        result = message->data.result;
+        return true;
+    }
+    return false;
+}
+
+} // namespace norla
