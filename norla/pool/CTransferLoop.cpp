@@ -14,11 +14,26 @@ namespace {
 
 constexpr auto progressInterval = std::chrono::milliseconds(100);
 
+bool isLimit(const kx::CTimeSpan& span) noexcept
+{
+    return !span.isInfinite() && span.getMicroseconds() > 0;
+}
+
 std::optional<CTransferWork::CMoment> momentAfter(CTransferWork::CMoment start, const kx::CTimeSpan& span)
 {
-    if (span.isInfinite() || span == kx::CTimeSpan())
+    if (!isLimit(span))
         return {};
     return start + std::chrono::microseconds(span.getMicroseconds());
+}
+
+/// Of all attempts together.
+kx::CTimeSpan limitOfAll(const CTransferWork& work) noexcept
+{
+    const kx::CTimeSpan& deadline = work.getOptions().deadline;
+    const kx::CTimeSpan& budget = work.getOptions().retries.budget;
+    if (!isLimit(budget) || (isLimit(deadline) && deadline.getMicroseconds() < budget.getMicroseconds()))
+        return deadline;
+    return budget;
 }
 
 /// "2 seconds" or "1500 milliseconds".
@@ -89,7 +104,7 @@ void CTransferLoop::start(CTransferWork& work)
     try {
         if (!work.hasBegun) {
             work.hasBegun = true;
-            work.end = momentAfter(now, work.getOptions().deadline);
+            work.end = momentAfter(now, limitOfAll(work));
             work.retries.start();
         }
         work.attemptEnd = momentAfter(now, work.getOptions().attemptDeadline);
@@ -161,7 +176,7 @@ void CTransferLoop::onTime(CTransferWork& work, CMoment now)
 {
     const CTransfer::Options& options = work.getOptions();
     if (work.end && *work.end <= now)
-        expire(work, options.deadline, "all its attempts");
+        expire(work, limitOfAll(work), "all its attempts");
     else if (work.attemptEnd && *work.attemptEnd <= now)
         expire(work, options.attemptDeadline, "one attempt");
     else if (work.nextAttempt && *work.nextAttempt <= now)
@@ -172,10 +187,10 @@ void CTransferLoop::onTime(CTransferWork& work, CMoment now)
 
 void CTransferLoop::look(CTransferWork& work, CMoment now)
 {
-    work.nextProgress = now + progressInterval;
-    setTimer(work); // has a timer already, or else an ask of somebody who may ask again
     work.setProgress(CManagedRequest(*work.request).getProgress());
+    work.nextProgress = now + progressInterval;
     try {
+        setTimer(work);
         work.tellProgress();
     } catch (const std::exception& error) {
         kx::logErrorQuietly(error, "A transfer's progress could not be told.");
@@ -190,9 +205,13 @@ void CTransferLoop::expire(CTransferWork& work, const kx::CTimeSpan& limit, cons
         return;
     }
     withdraw(work);
-    CManagedRequest(*work.request)
-        .fail(TransferLimit::Total,
+    CManagedRequest request(*work.request);
+    try {
+        request.fail(TransferLimit::Total,
             "The time for " + kx::String::fromLatin1(what) + ", " + describe(limit) + ", is over.");
+    } catch (const std::exception& error) {
+        request.fail(error);
+    }
     endAttempt(work, CURLE_OPERATION_TIMEDOUT);
 }
 
