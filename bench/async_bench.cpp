@@ -1,6 +1,6 @@
 // Many transfers at once beside a loop over bare libcurl's multi interface.
 #include "bench/CLoopbackServer.h"
-#include "bench/bareCurl.h"
+#include "bench/bareMulti.h"
 #include "bench/compare.h"
 #include "bench/cores.h"
 #include "norla/async/CAsyncNetRequestManager.h"
@@ -9,54 +9,19 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 namespace {
 
-using bench::check;
-using bench::Easy;
+using bench::CBareMulti;
+using bench::CBareTransfer;
 
 constexpr int getCount = 2'000;
 constexpr int rounds = 51;
 constexpr int atOnce = 64;
 constexpr int latencyCount = 100;
-
-void check(CURLMcode result)
-{
-    if (result == CURLM_OK)
-        return;
-    std::fprintf(stderr, "libcurl: %s\n", curl_multi_strerror(result));
-    std::exit(1);
-}
-
-/// A transfer by hand that keeps its answer.
-class CBareTransfer {
-public:
-    explicit CBareTransfer(const std::string& url)
-    {
-        check(curl_easy_setopt(handle(), CURLOPT_URL, url.c_str()));
-        check(curl_easy_setopt(handle(), CURLOPT_NOSIGNAL, 1L));
-        check(curl_easy_setopt(handle(), CURLOPT_PRIVATE, this));
-        m_response.receiveFrom(handle());
-    }
-    CURL* handle() const { return m_easy.get(); }
-    void start() { m_response.clear(); }
-    void end(CURLcode result)
-    {
-        check(result);
-        long status = 0;
-        check(curl_easy_getinfo(handle(), CURLINFO_RESPONSE_CODE, &status));
-        if (status != 200)
-            std::exit(1);
-    }
-
-private:
-    const Easy m_easy{curl_easy_init()};
-    bench::CBareResponse m_response;
-};
 
 /// A request without the manager.
 class CRequestTransfer {
@@ -76,69 +41,6 @@ public:
 
 private:
     const kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
-};
-
-/// A loop over libcurl's multi interface by hand: so many transfers of a URL, some of them at once.
-template <typename TTransfer>
-class CBareMulti {
-public:
-    CBareMulti(const std::string& url, int count)
-    {
-        for (int i = 0; i < count; ++i)
-            m_transfers.push_back(std::make_unique<TTransfer>(url));
-    }
-    CBareMulti(const CBareMulti&) = delete;
-    CBareMulti& operator=(const CBareMulti&) = delete;
-    ~CBareMulti()
-    {
-        m_transfers.clear();
-        curl_multi_cleanup(m_multi);
-    }
-
-    void run(int transfers)
-    {
-        m_left = transfers;
-        for (const auto& transfer : m_transfers)
-            start(*transfer);
-        while (m_running > 0) {
-            int running = 0;
-            check(curl_multi_perform(m_multi, &running));
-            if (running < m_running)
-                takeEnds();
-            if (m_running > 0)
-                check(curl_multi_poll(m_multi, nullptr, 0, 100, nullptr));
-        }
-    }
-
-private:
-    void start(TTransfer& transfer)
-    {
-        if (m_left == 0)
-            return;
-        --m_left;
-        ++m_running;
-        transfer.start();
-        check(curl_multi_add_handle(m_multi, transfer.handle()));
-    }
-
-    void takeEnds()
-    {
-        int rest = 0;
-        while (const CURLMsg* const message = curl_multi_info_read(m_multi, &rest)) {
-            const CURLcode result = message->data.result;
-            TTransfer* transfer = nullptr;
-            check(curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer));
-            check(curl_multi_remove_handle(m_multi, message->easy_handle));
-            --m_running;
-            transfer->end(result);
-            start(*transfer);
-        }
-    }
-
-    CURLM* const m_multi = curl_multi_init();
-    std::vector<std::unique_ptr<TTransfer>> m_transfers;
-    int m_left = 0;
-    int m_running = 0;
 };
 
 class CManagedRequests {

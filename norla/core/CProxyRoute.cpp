@@ -10,13 +10,13 @@ namespace norla {
 
 namespace {
 
-struct CPlace {
+struct CEndpoint {
     std::string host;
     long port = 0;
 };
 
 /// As libcurl reads it. Without a host where it cannot be read.
-CPlace placeOf(const std::string& text, long usualPort, unsigned int portFlags)
+CEndpoint endpointOf(const std::string& text, long usualPort, unsigned int portFlags)
 {
     const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
     const auto part = [&parsed](CURLUPart which, unsigned int flags) {
@@ -96,9 +96,9 @@ kx::String CProxyRoute::find(const std::string& url, long remotePort) const
     const std::string text = textFor(url);
     if (text.empty())
         return {};
-    const CPlace proxy
-        = placeOf(text, m_port > 0 ? m_port : usualPort, schemeOf(text) == "https" ? CURLU_DEFAULT_PORT : 0);
-    const bool mayBeTheServer = remotePort == 0 || remotePort == placeOf(url, 0, CURLU_DEFAULT_PORT).port;
+    const CEndpoint proxy
+        = endpointOf(text, m_port > 0 ? m_port : usualPort, schemeOf(text) == "https" ? CURLU_DEFAULT_PORT : 0);
+    const bool mayBeTheServer = remotePort == 0 || remotePort == endpointOf(url, 0, CURLU_DEFAULT_PORT).port;
     const bool isUsed = mayBeTheServer ? isForEveryHost() : remotePort == proxy.port;
     if (proxy.host.empty() || !isUsed)
         return {};

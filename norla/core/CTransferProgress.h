@@ -10,8 +10,6 @@ struct CTransferProgress {
     std::optional<long long> toReceive; ///< all in all, as far as the server has said
     long long sent = 0;
     std::optional<long long> toSend; ///< all in all, as far as the request says
-
-    friend bool operator==(const CTransferProgress&, const CTransferProgress&) = default;
 };
 
 } // namespace norla

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -124,9 +125,11 @@ private:
         m_ready.insert(std::move(host.node));
     }
 
+    // A few are kept: who has had one transfer often has another.
     void forgetIfUnused(CHost& host)
     {
-        if (host.waiting.empty() && host.running == 0)
+        constexpr size_t keptHosts = 64;
+        if (host.waiting.empty() && host.running == 0 && m_hosts.size() > keptHosts)
             m_hosts.erase(m_hosts.find(*host.name));
     }
 
