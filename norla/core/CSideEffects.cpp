@@ -48,8 +48,6 @@ void CSideEffects::noticePointer(CURLoption option, bool isThere) noexcept
 bool CSideEffects::areHarmless(const CTransferRecord& record) const
 {
     const std::string scheme = record.getScheme();
-    if (record.hasHTTPAnswer() && !record.hasIdempotentMethod()) // before it was led to another protocol
-        return false;
     if (isOneOf(scheme, {"http", "https"}))
         return record.hasIdempotentMethod();
     if (isOneOf(scheme, {"smtp", "smtps"}))
@@ -58,7 +56,7 @@ bool CSideEffects::areHarmless(const CTransferRecord& record) const
 }
 
 // For libcurl to store a file is a PUT, and to go on with one that is there is to append. A listing may have a command
-// of its own, with arguments behind it.
+// of its own, with arguments behind it. A POST that was redirected here remains one.
 bool CSideEffects::areHarmlessForFiles(const CTransferRecord& record) const
 {
     if (m_hasCommands || m_hasPreCommands || m_hasPostCommands)

@@ -21,20 +21,14 @@ bool contains(const TValues& values, const TValue& value)
     return std::find(values.begin(), values.end(), value) != values.end();
 }
 
-/// "4yz", in which the server asks to come again (RFC 959 section 4.2, RFC 5321 section 4.2.1).
-bool isTransientStatus(const kx::String& reply)
-{
-    constexpr size_t statusSize = 3;
-    return reply.size() >= statusSize && reply.startsWith("4");
-}
-
-/// A disk that is full, a mail that is too large for now, encryption that is not to be had at the moment.
+/// A disk that is full, a mail that is too large for now, encryption that is not to be had at the moment: with "4yz" the
+/// server asks to come again (RFC 959 section 4.2, RFC 5321 section 4.2.1).
 bool isTransientReply(const CCURLError& error)
 {
     const kx::String domain = error.getProps().get("responseCodeDomain");
     if (domain == "smtp")
-        return isTransientStatus(error.getServerReply());
-    return domain == "ftp" && isTransientStatus(error.getProps().get("responseCode"));
+        return error.getServerReply().startsWith("4");
+    return domain == "ftp" && error.getProps().get("responseCode").startsWith("4");
 }
 
 // Of a handshake that broke off libcurl has no words of OpenSSL's to tell, or only these.

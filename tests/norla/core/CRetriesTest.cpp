@@ -2,7 +2,7 @@
 
 #include "kx/streams/CBufferStream.h"
 #include "norla/core/CFileSink.h"
-#include "norla/core/CRepeatability.h"
+#include "norla/core/CTransferInfo.h"
 #include "norla/core/IDataSource.h"
 #include "norla/http/CFormData.h"
 #include "tests/norla/core/CRequestFixture.h"
@@ -376,6 +376,17 @@ TEST_F(CRetriesTest, postThatARedirectHasMadeAGetOfIsNotRepeated)
         .send(status(500));
     EXPECT_FALSE(isRepeated());
     EXPECT_NE(received().find("GET /other"), std::string::npos);
+}
+
+TEST_F(CRetriesTest, postThatARedirectHasLedToAnotherProtocolIsNotRepeated)
+{
+    const support::CRefusedPort port;
+    request().setOptionString(CURLOPT_POSTFIELDS, "abc");
+    request().setOptionString(CURLOPT_REDIR_PROTOCOLS_STR, "ftp");
+    server().onConnection().readHead().readBytes(3).send(
+        "HTTP/1.1 302 Found\r\nLocation: " + port.url("/a", "ftp") + "\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_FALSE(isRepeated());
+    EXPECT_EQ(request().getTransferInfo().scheme, "ftp");
 }
 
 TEST_F(CRetriesTest, postIsNotRepeatedAlsoWhereNothingWasAnswered)

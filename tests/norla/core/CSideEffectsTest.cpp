@@ -141,7 +141,7 @@ TEST_F(CSideEffectsTest, mailIsHarmlessUntilTheServerTakesItsData)
         support::CScript& script = server.onConnection().send("220 hi\r\n").readUntil("\r\n").send("250 hi\r\n");
         script.readUntil("\r\n").send("250 ok\r\n").readUntil("\r\n");
         if (isTaken)
-            script.send("250 ok\r\n").readUntil("DATA\r\n").send("354 go\r\n").readUntil("\r\n.\r\n");
+            script.send("250 ok\r\n").readUntil("DATA\r\n").send("354 go\r\n").readUntil(".\r\n");
         script.send("451 later\r\n");
         perform(server.url("/", "smtp"));
         EXPECT_EQ(m_effects.areHarmless(m_record), !isTaken);

@@ -67,7 +67,6 @@ TEST(IsTransientTest, aMailServerMaySayMoreThanItsStatus)
     EXPECT_TRUE(ofMail(CURLE_LOGIN_DENIED, "454 4.7.0 later"));
     EXPECT_FALSE(ofMail(CURLE_LOGIN_DENIED, "535 5.7.8 no"));
     EXPECT_FALSE(ofMail(CURLE_SEND_ERROR, "552 5.2.2 mailbox full"));
-    EXPECT_FALSE(ofMail(CURLE_SEND_ERROR, "4"));
 }
 
 TEST(IsTransientTest, encryptionThatIsRefusedForNowMayBeThereLater)

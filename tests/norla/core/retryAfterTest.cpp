@@ -65,7 +65,7 @@ TEST(RetryAfterTest, dateInThePastIsNow)
 TEST(RetryAfterTest, whatNobodyUnderstandsIsNotThere)
 {
     EXPECT_EQ(secondsOf(HeaderMap{}), -1);
-    for (const char* text : {"", " ", "-5", "1.5", "5,10", "120s", "soon", "soon: or never"})
+    for (const char* text : {"", " ", "-5", "1.5", "5,10", "120s", "soon", "soon: or never", "06 Nov 2094"})
         EXPECT_EQ(secondsOf(kx::String::fromLatin1(text)), -1) << text;
 }
 
