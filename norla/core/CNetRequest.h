@@ -373,7 +373,7 @@ public:
 
     CRepeatability getRepeatability() const; ///< of the transfer that has failed
     [[nodiscard]] bool rewind() noexcept;    ///< false when the body cannot be sent anew, or the answer not taken
-    void limitNextTransfer(const kx::CTimeSpan& left); ///< beside what is set; at least a millisecond; infinite: none
+    void limitNextTransfer(const kx::CTimeSpan& left) noexcept; ///< beside what is set; a millisecond at least
 
     bool isManaged() const noexcept; ///< any thread
 

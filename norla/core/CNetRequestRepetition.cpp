@@ -34,7 +34,7 @@ bool CNetRequest::rewind() noexcept
     }
 }
 
-void CNetRequest::limitNextTransfer(const kx::CTimeSpan& left)
+void CNetRequest::limitNextTransfer(const kx::CTimeSpan& left) noexcept
 {
     constexpr long long microsecondsOfAMillisecond = 1000;
     constexpr long long longest = std::numeric_limits<int>::max(); // that libcurl takes

@@ -31,12 +31,14 @@ bool isTransientReply(const CCURLError& error)
     return domain == "ftp" && error.getProps().get("responseCode").startsWith("4");
 }
 
-// Of a handshake that broke off libcurl has no words of OpenSSL's to tell, or only these.
+// libcurl has one result for handshakes that broke off and for those that have failed: the first have words of the
+// socket's or of libcurl's own behind them, and none of OpenSSL's but these.
 bool isBrokenHandshake(const CCURLError& error)
 {
-    const kx::String& message = error.getMessage();
-    return message.find("SSL_connect: ") != kx::String::npos
-        || message.find("unexpected eof while reading") != kx::String::npos;
+    constexpr std::array signs = {"SSL_connect: ", "unexpected eof while reading", "Recv failure: ", "Send failure: "};
+    return std::any_of(signs.begin(), signs.end(), [&error](const char* sign) {
+        return error.getMessage().find(kx::String::fromLatin1(sign)) != kx::String::npos;
+    });
 }
 
 bool isTransientTransfer(const CCURLError& error, ErrorKind kind)

@@ -20,6 +20,9 @@ protected:
     norla::CNetRequest& request() { return *m_request; }
     support::CScriptedServer& server() { return m_server; }
 
+    /// Without open connections.
+    void useNewRequest() { m_request = kx::newObj<norla::CNetRequest>(); }
+
     /// Answers the next connection's first request with these bytes.
     support::CScript& answer(const std::string& bytes) { return m_server.onConnection().readHead().send(bytes); }
 

@@ -498,6 +498,98 @@ TEST_F(CRetriesTest, whatACallbackThrowsIsTheEndWhateverItIs)
     EXPECT_TRUE(isRepeated({.isTransient = [](const kx::CError&) { return true; }}));
 }
 
+/// A transfer over an open connection of which nobody has answered anything; libcurl itself has not begun anew.
+class CSwallowedTest : public CRetriesTest {
+protected:
+    void swallow(const std::string& answered = "")
+    {
+        answer(ok("")).readHead().send(answered).stall();
+        performPath();
+        request().setOptionInt(CURLOPT_TIMEOUT_MS, 50);
+        EXPECT_TRUE(failureOf());
+    }
+
+    /// Whether the next attempt counts as none.
+    bool isReplaced(CRetries& retries, const kx::CError& error)
+    {
+        const size_t attempts = retries.getAttempts().size();
+        const auto pause = retries.afterFailure(request(), error);
+        return pause == CTimeSpan() && retries.getAttempts().size() == attempts;
+    }
+
+    bool isReplaced(const kx::CError& error)
+    {
+        CRetries retries(CRetryPolicy::none());
+        retries.start();
+        return isReplaced(retries, error);
+    }
+};
+
+TEST_F(CSwallowedTest, isNoAttempt)
+{
+    swallow();
+    for (const CURLcode code : {CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR})
+        EXPECT_TRUE(isReplaced(CCURLError(code, "", "", 0, ""))) << code;
+    for (const CURLcode code : {CURLE_OPERATION_TIMEDOUT, CURLE_PARTIAL_FILE, CURLE_HTTP2})
+        EXPECT_FALSE(isReplaced(CCURLError(code, "", "", 0, ""))) << code;
+    EXPECT_FALSE(isReplaced(kx::CError("m", "other", CURLE_RECV_ERROR)));
+}
+
+TEST_F(CSwallowedTest, isReplacedOncePerAttempt)
+{
+    swallow();
+    CRetries retries({.attempts = 2});
+    retries.start();
+    EXPECT_TRUE(isReplaced(retries, lost));
+    EXPECT_FALSE(isReplaced(retries, lost));
+    EXPECT_TRUE(isReplaced(retries, lost));
+    EXPECT_EQ(retries.afterFailure(request(), lost), std::nullopt);
+    EXPECT_EQ(retries.getAttempts().size(), 2U);
+}
+
+TEST_F(CSwallowedTest, isReplacedAnewInAnotherTransfer)
+{
+    swallow();
+    CRetries retries({});
+    retries.start();
+    EXPECT_TRUE(isReplaced(retries, lost));
+    retries.start();
+    EXPECT_TRUE(isReplaced(retries, lost));
+    retries.afterSuccess(request());
+    EXPECT_TRUE(isReplaced(retries, lost));
+}
+
+TEST_F(CSwallowedTest, isAnAttemptOnceAnythingWasAnswered)
+{
+    swallow("HTTP/1.1 100 Continue\r\n\r\n");
+    EXPECT_FALSE(isReplaced(lost));
+}
+
+TEST_F(CSwallowedTest, isAnAttemptOverANewConnection)
+{
+    server().onConnection().readHead().stall();
+    request().setOptionInt(CURLOPT_TIMEOUT_MS, 50);
+    EXPECT_TRUE(failureOf());
+    EXPECT_FALSE(isReplaced(lost));
+}
+
+TEST_F(CSwallowedTest, isAnAttemptWhereItMayHaveDoneItsWork)
+{
+    request().setOptionString(CURLOPT_CUSTOMREQUEST, "POST");
+    swallow();
+    EXPECT_FALSE(isReplaced(lost));
+}
+
+TEST_F(CSwallowedTest, isAnAttemptBehindTheBudget)
+{
+    swallow();
+    CRetries retries({.budget = CTimeSpan::fromMicroseconds(1)});
+    retries.start();
+    while (retries.getTimeLeft() != CTimeSpan())
+        continue;
+    EXPECT_FALSE(isReplaced(retries, lost));
+}
+
 TEST_F(CRetriesTest, requestThatWasNeverSentIsNotRepeated)
 {
     CRetries retries({});

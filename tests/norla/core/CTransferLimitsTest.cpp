@@ -87,6 +87,44 @@ TEST_F(CTransferLimitsTest, saysNothingOfNoLimit)
     EXPECT_EQ(text(TransferLimit::None, TransferPhase::Waiting), "");
 }
 
+TEST_F(CTransferLimitsTest, shorterLimitOfTheNextTransferCountsForThatAlone)
+{
+    m_limits.limitNext(300);
+    EXPECT_EQ(m_limits.begin(), 300);
+    EXPECT_NE(text(TransferLimit::Total, TransferPhase::Waiting).find("within 0.3 seconds"), std::string::npos);
+    EXPECT_EQ(m_limits.begin(), 60'000);
+    EXPECT_EQ(m_limits.begin(), std::nullopt);
+}
+
+TEST_F(CTransferLimitsTest, longerLimitOfTheNextTransferChangesNothing)
+{
+    m_limits.limitNext(60'001);
+    EXPECT_EQ(m_limits.begin(), std::nullopt);
+}
+
+TEST_F(CTransferLimitsTest, limitOfTheNextTransferCountsWhereNoneIsSet)
+{
+    m_limits.noticeNumber(CURLOPT_TIMEOUT, 0);
+    m_limits.limitNext(300);
+    EXPECT_EQ(m_limits.begin(), 300);
+    EXPECT_EQ(m_limits.begin(), 0);
+}
+
+TEST_F(CTransferLimitsTest, limitOfTheNextTransferMayBeTakenBack)
+{
+    m_limits.limitNext(300);
+    m_limits.limitNext(0);
+    EXPECT_EQ(m_limits.begin(), std::nullopt);
+}
+
+TEST_F(CTransferLimitsTest, limitThatIsSetBehindAShorterOneIsTold)
+{
+    m_limits.limitNext(300);
+    EXPECT_EQ(m_limits.begin(), 300);
+    m_limits.noticeNumber(CURLOPT_TIMEOUT_MS, 500); // as libcurl was
+    EXPECT_EQ(m_limits.begin(), std::nullopt);
+}
+
 TEST_F(CTransferLimitsTest, timeIsReadable)
 {
     const auto timeOf = [this](CURLoption option, long long value) {

@@ -90,6 +90,8 @@ TEST(IsTransientTest, handshakeThatBrokeOffIsToldFromOneThatFailed)
         return isTransient(CCURLError(CURLE_SSL_CONNECT_ERROR, message, "", 0, ""));
     };
     EXPECT_TRUE(of("OpenSSL SSL_connect: Connection reset by peer in connection to localhost:1 "));
+    EXPECT_TRUE(of("Recv failure: Connection reset by peer"));
+    EXPECT_TRUE(of("Send failure: Broken pipe"));
     EXPECT_TRUE(of("error:0A000126:SSL routines::unexpected eof while reading"));
     EXPECT_FALSE(of("error:0A000410:SSL routines::sslv3 alert handshake failure"));
 }
