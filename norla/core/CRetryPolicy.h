@@ -34,7 +34,7 @@ struct CRetryPolicy {
 
     /// For all attempts and pauses together, from the start of the first attempt. Where a pause would not end within
     /// it, the last error is the end at once; an attempt that would go on beyond it ends with a time-out. Zero and the
-    /// infinite span: no such limit.
+    /// infinite span: no such limit; negative: nothing is left from the start.
     kx::CTimeSpan budget = {};
 
     /// A server that answers 429 or 503 may say how long it wants to be left alone ("Retry-After"): no pause is shorter

@@ -498,6 +498,38 @@ TEST_F(CRetriesTest, whatACallbackThrowsIsTheEndWhateverItIs)
     EXPECT_TRUE(isRepeated({.isTransient = [](const kx::CError&) { return true; }}));
 }
 
+TEST_F(CRetriesTest, fileTransferWithCommandsIsNotRepeatedUntilTheyAreGone)
+{
+    const support::CRefusedPort port;
+    const auto isFTPRepeated = [&] {
+        request().setURL(kx::String::fromUTF8(port.url("/a", "ftp")));
+        CRetries retries({});
+        retries.start();
+        const auto error = failure();
+        return error && retries.afterFailure(request(), *error);
+    };
+    const auto commands = kx::newObj<norla::CNetStringList>();
+    request().setFTPCustomPreCommands(commands.get());
+    EXPECT_TRUE(isFTPRepeated()); // there are none in the list
+    commands->add("DELE a");
+    request().setFTPCustomPreCommands(commands.get());
+    EXPECT_FALSE(isFTPRepeated());
+    request().setFTPCustomPreCommands(nullptr);
+    request().setFTPCustomPostCommands(commands.get());
+    EXPECT_FALSE(isFTPRepeated());
+    request().setFTPCustomPostCommands(nullptr);
+    request().setOptionPtr(CURLOPT_QUOTE, commands->getCurlList());
+    EXPECT_FALSE(isFTPRepeated());
+    request().reset();
+    request().setUpload(true);
+    EXPECT_TRUE(isFTPRepeated());
+    request().setOptionInt(CURLOPT_APPEND, 1);
+    EXPECT_FALSE(isFTPRepeated());
+    request().setOptionInt(CURLOPT_APPEND, 0);
+    request().setOptionInt64(CURLOPT_RESUME_FROM_LARGE, -1);
+    EXPECT_FALSE(isFTPRepeated());
+}
+
 /// A transfer over an open connection of which nobody has answered anything; libcurl itself has not begun anew.
 class CSwallowedTest : public CRetriesTest {
 protected:

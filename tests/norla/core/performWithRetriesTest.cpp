@@ -11,6 +11,7 @@
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
+#include "tests/support/errorOf.h"
 
 #include <algorithm>
 #include <chrono>
@@ -463,13 +464,13 @@ TEST_F(PerformWithinBudgetTest, attemptThatIsNotAnsweredEndsWithTheBudget)
 
 TEST_F(PerformWithinBudgetTest, attemptThatTakesTooLongIsTheErrorThatIsTold)
 {
-    server().onConnection().stall();
-    request().setURL(kx::String::fromUTF8(server().url()));
-    try {
-        norla::performWithRetries(request(), {.budget = ms(100)});
-        FAIL() << "There is nobody who answers.";
-    } catch (const norla::CCURLError& error) {
-        EXPECT_EQ(norla::getErrorKind(error), norla::ErrorKind::TotalTimeout);
+    for (const CTimeSpan& budget : {ms(100), CTimeSpan::fromMicroseconds(1), ms(-1)}) {
+        useNewRequest();
+        server().onConnection().stall();
+        request().setURL(kx::String::fromUTF8(server().url()));
+        const auto error = support::errorOf([&] { norla::performWithRetries(request(), {.budget = budget}); });
+        ASSERT_TRUE(error);
+        EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::TotalTimeout) << budget.getMicroseconds();
     }
 }
 
