@@ -9,6 +9,8 @@
 
 namespace norla {
 
+class CTransferAwaiter;
+
 /// Runs transfers in the background, thousands of them if need be, on a thread of its own (or several), over libcurl's
 /// event interface. An idle pool sleeps; a start is noticed at once; what a transfer costs does not grow with their
 /// number. Any thread may use any operation, also within callbacks.
@@ -19,8 +21,8 @@ namespace norla {
 /// A request belongs to the pool from its start to its end, and is left alone meanwhile. Every start gets exactly one
 /// end.
 ///
-/// A child process (fork(2)) uses neither the pool nor its transfers: it may only let them go, which leaves the parent's
-/// connections alone.
+/// A child process (fork(2)) uses neither the pool nor its transfers: it may only let them go, which leaves the
+/// parent's connections alone.
 class KX_EXPORT CTransferPool : public kx::CBase, public virtual IAsyncNetRequestManager {
 public:
     struct Options {
@@ -58,6 +60,13 @@ public:
     /// CURLM_ADDED_ALREADY when the request runs already; kx::CError after stop(). Nothing was started then, and
     /// nobody is told
     kx::P<CTransfer> start(CNetRequest* request, const CTransfer::Options& options = {});
+
+    /// `co_await pool->run(request)` in a coroutine: starts it, and goes on with the transfer after its success, or
+    /// with the error. Needs "norla/pool/await.h", which says more. Options stand in a variable of their own: what is
+    /// made in braces inside a co_await g++ 12 destroys twice.
+    [[nodiscard]] CTransferAwaiter run(CNetRequest* request);
+    [[nodiscard]] CTransferAwaiter run(CNetRequest* request, const CTransfer::Options& options);
+    CTransferAwaiter run(CNetRequest* request, CTransfer::Options&& options) = delete;
 
     /// start() with nothing to be told: its done signal and its done listener tell the end.
     void addRequest(CNetRequest* request) override;
