@@ -4,6 +4,7 @@
 #include "kx/base/onExceptionInDestructorIgnored.h"
 #include "kx/threads/CPosixSelect.h"
 #include "kx/threads/CThread.h"
+#include "norla/core/CManagedRequest.h"
 #include "norla/core/CMultiHandle.h"
 #include "norla/core/CSigPipeBlock.h"
 
@@ -125,7 +126,7 @@ void CAsyncNetRequestManager::addRequest(CNetRequest* request)
     request->setAsyncInfo(false, CURLE_OK);
     if (m_requests.size() == m_requests.capacity()) // now, so that what runs is always in the array
         m_requests.reserve(std::max<size_t>(8, 2 * m_requests.size()));
-    request->enterManager(m_multi->getSockets());
+    CManagedRequest(*request).enter(m_multi->getSockets());
     CURLMcode result = CURLM_OK;
     {
         std::optional<CSigPipeBlock> block;
@@ -153,9 +154,9 @@ void CAsyncNetRequestManager::removeRequest(int index)
     {
         const CSigPipeBlock block; // the connection of a running transfer is closed here
         CNetRequest& request = *m_requests[static_cast<size_t>(index)];
-        request.beginWithdrawal();
+        CManagedRequest(request).beginWithdrawal();
         const CURLMcode result = curl_multi_remove_handle(m_multi->get(), request.getEasyHandle());
-        request.endWithdrawal();
+        CManagedRequest(request).endWithdrawal();
         removed = takeOut(m_requests.begin() + index, result);
     }
 }
@@ -257,7 +258,7 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
         CURL* const handle = message->easy_handle;
         CURLcode result = message->data.result; // the message goes with the request
         const kx::P<CNetRequest> request = *found;
-        const bool isToBeTriedAgain = request->beginSecondAttempt();
+        const bool isToBeTriedAgain = CManagedRequest(*request).beginSecondAttempt();
         found = find(handle); // a second attempt rewinds the source, which may have added others, or withdrawn this one
         if (found == m_requests.end())
             continue;
@@ -266,7 +267,7 @@ int CAsyncNetRequestManager::handleFinishedRequests(RequestArray* finished)
                 continue;
             result = CURLE_USE_SSL_FAILED; // of the first attempt
         }
-        request->dropConnectionAfter(result);
+        CManagedRequest(*request).dropConnectionAfter(result);
         takeOut(found, curl_multi_remove_handle(m_multi->get(), handle));
         ++count;
         request->setAsyncInfo(true, result);

@@ -7,6 +7,7 @@
 #include "kx/threads/CSignal.h"
 #include "norla/async/CAsyncNetRequestManager.h"
 #include "norla/core/CCURLError.h"
+#include "norla/core/CManagedRequest.h"
 
 #include <algorithm>
 #include <iterator>
@@ -50,11 +51,11 @@ public:
     explicit CPlaceInQueue(CNetRequest* request)
         : m_request(request)
     {
-        m_request->enterQueue();
+        CManagedRequest(*m_request).enterQueue();
     }
     CPlaceInQueue(const CPlaceInQueue&) = delete;
     CPlaceInQueue& operator=(const CPlaceInQueue&) = delete;
-    ~CPlaceInQueue() override { m_request->leaveQueue(); }
+    ~CPlaceInQueue() override { CManagedRequest(*m_request).leaveQueue(); }
 
 private:
     const kx::P<CNetRequest> m_request;

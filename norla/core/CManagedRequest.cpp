@@ -8,6 +8,41 @@
 
 namespace norla {
 
+void CManagedRequest::enterQueue() noexcept
+{
+    m_request.m_rooms->run.enterQueue();
+}
+
+void CManagedRequest::leaveQueue() noexcept
+{
+    m_request.m_rooms->run.leaveQueue();
+}
+
+void CManagedRequest::enter(COpenSockets& sockets)
+{
+    m_request.m_rooms->sockets.use(sockets);
+}
+
+void CManagedRequest::dropConnectionAfter(CURLcode result) noexcept
+{
+    m_request.m_rooms->dropConnectionAfter(result);
+}
+
+void CManagedRequest::beginWithdrawal()
+{
+    m_request.m_rooms->sending.hideRecipients();
+}
+
+void CManagedRequest::endWithdrawal()
+{
+    m_request.m_rooms->sending.showRecipients();
+}
+
+bool CManagedRequest::beginSecondAttempt()
+{
+    return m_request.beginSecondAttempt();
+}
+
 void CManagedRequest::expect()
 {
     CNetRequest::CRooms& rooms = *m_request.m_rooms;

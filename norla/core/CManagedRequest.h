@@ -6,14 +6,48 @@
 
 namespace norla {
 
-/// A request as somebody sees it who lets its transfer wait, tries it again, and may cancel it, before its one end is
-/// told. Made for a moment; the request is claimed (CNetRequest::claim()).
+class COpenSockets;
+struct CRepeatability;
+
+/// A request as those see it who drive its transfer, with libcurl's multi interface or more than once. Made for a
+/// moment. What is not said otherwise is for who has claimed the request (CNetRequest::claim()).
 class CManagedRequest {
 public:
     explicit CManagedRequest(CNetRequest& request) noexcept
         : m_request(request)
     {
     }
+
+    /// When the request begins to wait for its start in the background, and when it does so no longer. Until then it is
+    /// not performed. Any thread.
+    void enterQueue() noexcept;
+    void leaveQueue() noexcept;
+
+    /// When libcurl is about to take the request. @param sockets of the multi handle
+    /// @throws CCURLError if libcurl refuses
+    void enter(COpenSockets& sockets);
+
+    /// With the result, before libcurl lets go of a request whose transfer has ended.
+    void dropConnectionAfter(CURLcode result) noexcept;
+
+    /// Before and after libcurl lets go of a request whose transfer has not ended. It would end the mail that it is
+    /// sending as if it were whole, and wait for the server's answer.
+    void beginWithdrawal();
+    void endWithdrawal();
+
+    /// When libcurl has ended the transfer, before setAsyncInfo(true, result). When this answers true, the transfer was
+    /// ended before anything of it was sent, because TLS is demanded and the connection, an old one, has none: the
+    /// request is prepared for one more attempt on a new connection, which is to be started.
+    bool beginSecondAttempt();
+
+    /// Of the transfer that has failed.
+    CRepeatability getRepeatability() const;
+
+    /// @return false when the body cannot be sent anew, or the answer not taken
+    [[nodiscard]] bool rewind() noexcept;
+
+    /// Of the next transfer, beside what is set. @param left a millisecond at least; infinite: no limit
+    void limitNextTransfer(const kx::CTimeSpan& left) noexcept;
 
     /// A transfer is to come: the request is not done until tellEnd().
     void expect();

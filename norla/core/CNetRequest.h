@@ -25,11 +25,9 @@ class CCookieJar;
 class CFormData;
 class CNetHeaders;
 class CNetStringList;
-class COpenSockets;
 class CServerInfo;
 struct CAcceptEncoding;
 struct CDeadlines;
-struct CRepeatability;
 struct CSSHOptions;
 struct CSafeDefaults;
 struct CTLSOptions;
@@ -340,41 +338,14 @@ public:
     /// throws one
     void setAsyncInfo(bool done, CURLcode result);
 
-    /// When libcurl has ended the transfer, before setAsyncInfo(true, result). When this answers true, the transfer was
-    /// ended before anything of it was sent, because TLS is demanded and the connection, an old one, has none: the
-    /// request is prepared for one more attempt on a new connection, which the manager then starts.
-    bool beginSecondAttempt();
-
     CURL* getEasyHandle() const noexcept; ///< owned by this object
-
-    /// When the request begins to wait for its start in the background, and when it does so no longer. Until then it is
-    /// not performed. Any thread.
-    void enterQueue() noexcept;
-    void leaveQueue() noexcept;
 
     /// Before anything else, so that of several who want the request one gets it. Until leaveManager() it is neither
     /// performed nor reset. Any thread.
     /// @return false when it is running already
     [[nodiscard]] bool claim() noexcept;
 
-    /// When libcurl is about to take the request, and when it has let it go or does not take it.
-    /// @param sockets of the multi handle
-    /// @throws CCURLError if libcurl refuses
-    void enterManager(COpenSockets& sockets);
     void leaveManager() noexcept;
-
-    /// With the result, before libcurl lets go of a request whose transfer has ended.
-    void dropConnectionAfter(CURLcode result) noexcept;
-
-    /// Before and after libcurl lets go of a request whose transfer has not ended. It would end the mail that it is
-    /// sending as if it were whole, and wait for the server's answer.
-    void beginWithdrawal();
-    void endWithdrawal();
-
-    CRepeatability getRepeatability() const; ///< of the transfer that has failed
-    [[nodiscard]] bool rewind() noexcept;    ///< false when the body cannot be sent anew, or the answer not taken
-    void limitNextTransfer(const kx::CTimeSpan& left) noexcept; ///< beside what is set; a millisecond at least
-
     bool isManaged() const noexcept; ///< any thread
 
     /// Whether connections of earlier perform() calls may be open. Newer libcurls close them when a multi handle takes
@@ -389,6 +360,7 @@ private:
     void setTimeout(CURLoption option, const kx::CTimeSpan& limit);
     void beginAttempt();
     void performOnce();
+    bool beginSecondAttempt();
     kx::P<kx::CError> asyncFailure();
 
     const std::unique_ptr<CRooms> m_rooms;

@@ -80,39 +80,9 @@ bool CNetRequest::claim() noexcept
     return m_rooms->run.claim();
 }
 
-void CNetRequest::enterQueue() noexcept
-{
-    m_rooms->run.enterQueue();
-}
-
-void CNetRequest::leaveQueue() noexcept
-{
-    m_rooms->run.leaveQueue();
-}
-
-void CNetRequest::enterManager(COpenSockets& sockets)
-{
-    m_rooms->sockets.use(sockets);
-}
-
 void CNetRequest::leaveManager() noexcept
 {
     m_rooms->run.leaveManager();
-}
-
-void CNetRequest::dropConnectionAfter(CURLcode result) noexcept
-{
-    m_rooms->dropConnectionAfter(result);
-}
-
-void CNetRequest::beginWithdrawal()
-{
-    m_rooms->sending.hideRecipients();
-}
-
-void CNetRequest::endWithdrawal()
-{
-    m_rooms->sending.showRecipients();
 }
 
 bool CNetRequest::isManaged() const noexcept

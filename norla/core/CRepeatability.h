@@ -4,7 +4,7 @@
 
 namespace norla {
 
-/// What a failed transfer tells whoever may run it once more: CNetRequest::getRepeatability(). A value.
+/// What a failed transfer tells whoever may run it once more: CManagedRequest::getRepeatability(). A value.
 struct CRepeatability {
     /// A sink, source or other callback has thrown the error, or the request itself refuses to go on: it would again.
     bool isOwnError = false;

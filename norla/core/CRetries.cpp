@@ -1,6 +1,7 @@
 #include "norla/core/CRetries.h"
 
 #include "norla/core/CCURLError.h"
+#include "norla/core/CManagedRequest.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CRepeatability.h"
 #include "norla/core/isTransient.h"
@@ -83,8 +84,9 @@ void CRetries::start()
 
 std::optional<kx::CTimeSpan> CRetries::afterFailure(CNetRequest& request, const kx::CError& error)
 {
-    const CRepeatability repeatability = request.getRepeatability();
-    if (!std::exchange(m_isReplaced, false) && wasSwallowed(repeatability, error) && request.rewind()) {
+    const CRepeatability repeatability = CManagedRequest(request).getRepeatability();
+    if (!std::exchange(m_isReplaced, false) && wasSwallowed(repeatability, error)
+        && CManagedRequest(request).rewind()) {
         m_isReplaced = true;
         return kx::CTimeSpan();
     }
@@ -132,7 +134,7 @@ std::optional<kx::CTimeSpan> CRetries::pauseAfter(
         return std::nullopt;
     const kx::CTimeSpan pause
         = kx::CTimeSpan::fromMicroseconds(std::max(nextPause().getMicroseconds(), least.getMicroseconds()));
-    return isWithinBudget(pause) && request.rewind() ? std::optional(pause) : std::nullopt;
+    return isWithinBudget(pause) && CManagedRequest(request).rewind() ? std::optional(pause) : std::nullopt;
 }
 
 kx::CTimeSpan CRetries::nextPause()

@@ -1,6 +1,7 @@
 #include "norla/core/performWithRetries.h"
 
 #include "kx/threads/CThread.h"
+#include "norla/core/CManagedRequest.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CRetries.h"
 
@@ -24,7 +25,7 @@ public:
     CLimit& operator=(const CLimit&) = delete;
     ~CLimit() { set(kx::CTimeSpan::infinite()); }
 
-    void set(const kx::CTimeSpan& left) noexcept { m_request.limitNextTransfer(left); }
+    void set(const kx::CTimeSpan& left) noexcept { CManagedRequest(m_request).limitNextTransfer(left); }
 
 private:
     CNetRequest& m_request;

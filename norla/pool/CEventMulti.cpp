@@ -45,7 +45,7 @@ int CEventMulti::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexc
 
 void CEventMulti::add(CNetRequest& request)
 {
-    request.enterManager(m_multi.getSockets());
+    CManagedRequest(request).enter(m_multi.getSockets());
     CMultiHandle::check(curl_multi_add_handle(m_multi.get(), request.getEasyHandle()));
 }
 
@@ -61,13 +61,13 @@ void CEventMulti::remove(CNetRequest& request) noexcept
 void CEventMulti::withdraw(CNetRequest& request) noexcept
 {
     try {
-        request.beginWithdrawal();
+        CManagedRequest(request).beginWithdrawal();
     } catch (const std::exception&) {
-        request.dropConnectionAfter(CURLE_OPERATION_TIMEDOUT);
+        CManagedRequest(request).dropConnectionAfter(CURLE_OPERATION_TIMEDOUT);
     }
     remove(request);
     try {
-        request.endWithdrawal();
+        CManagedRequest(request).endWithdrawal();
     } catch (const std::exception& error) {
         CManagedRequest(request).fail(error);
     }

@@ -131,12 +131,12 @@ void CTransferLoop::readEnds()
         if (found == m_running.end())
             continue;
         CTransferWork& work = *found->second;
-        if (work.request->beginSecondAttempt()) {
+        if (CManagedRequest(*work.request).beginSecondAttempt()) {
             if (m_multi.addAgain(*work.request))
                 continue;
             result = CURLE_USE_SSL_FAILED; // of the first attempt
         }
-        work.request->dropConnectionAfter(result);
+        CManagedRequest(*work.request).dropConnectionAfter(result);
         m_multi.remove(*work.request);
         work.isInMulti = false;
         m_running.erase(found);

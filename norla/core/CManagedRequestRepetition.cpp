@@ -1,5 +1,6 @@
 // What a request tells whoever may run its transfer once more, and what is to be done before.
 
+#include "norla/core/CManagedRequest.h"
 #include "norla/core/CNetRequestRooms.h"
 #include "norla/core/CRepeatability.h"
 
@@ -8,9 +9,9 @@
 
 namespace norla {
 
-CRepeatability CNetRequest::getRepeatability() const
+CRepeatability CManagedRequest::getRepeatability() const
 {
-    const CRooms& rooms = *m_rooms;
+    const CNetRequest::CRooms& rooms = *m_request.m_rooms;
     const CTransferRecord& record = rooms.record;
     const bool isUnanswered = !record.hasHTTPAnswer() && rooms.response.getLines()->isEmpty()
         && record.getInfo().bytesDown == 0 && record.isConnectionReused();
@@ -20,9 +21,9 @@ CRepeatability CNetRequest::getRepeatability() const
 }
 
 // The next transfer rewinds too. Where it cannot, it would end with an error that says nothing of why this one has failed.
-bool CNetRequest::rewind() noexcept
+bool CManagedRequest::rewind() noexcept
 {
-    CRooms& rooms = *m_rooms;
+    CNetRequest::CRooms& rooms = *m_request.m_rooms;
     try {
         if (rooms.sideEffects.hasBodyOfLibcurls() || !rooms.response.canBeginAgain())
             return false;
@@ -34,12 +35,13 @@ bool CNetRequest::rewind() noexcept
     }
 }
 
-void CNetRequest::limitNextTransfer(const kx::CTimeSpan& left) noexcept
+void CManagedRequest::limitNextTransfer(const kx::CTimeSpan& left) noexcept
 {
     constexpr long long microsecondsOfAMillisecond = 1000;
     constexpr long long longest = std::numeric_limits<int>::max(); // that libcurl takes
     const long long milliseconds = left.getMicroseconds() / microsecondsOfAMillisecond;
-    m_rooms->deadlines.limitNext(left.isInfinite() ? 0 : std::clamp(milliseconds, 1LL, longest)); // 0: no limit
+    m_request.m_rooms->deadlines.limitNext(
+        left.isInfinite() ? 0 : std::clamp(milliseconds, 1LL, longest)); // 0: no limit
 }
 
 } // namespace norla
