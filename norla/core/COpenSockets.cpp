@@ -36,7 +36,10 @@ curl_socket_t COpenSockets::onOpen(void* sockets, curlsocktype /*purpose*/, curl
 
 int COpenSockets::onClose(void* sockets, curl_socket_t socket) noexcept
 {
-    static_cast<COpenSockets*>(sockets)->m_sockets.erase(socket);
+    auto& self = *static_cast<COpenSockets*>(sockets);
+    self.m_sockets.erase(socket);
+    if (self.m_onClosing)
+        self.m_onClosing(socket);
     return close(socket);
 }
 

@@ -2,9 +2,11 @@
 
 #include <curl/curl.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <sys/types.h>
+#include <utility>
 
 namespace norla {
 
@@ -18,6 +20,9 @@ public:
     COpenSockets() = default;
     COpenSockets(const COpenSockets&) = delete;
     COpenSockets& operator=(const COpenSockets&) = delete;
+
+    /// Tells somebody each socket that is about to be closed. @param listener lives as long as the cache
+    void tellClosings(std::function<void(curl_socket_t)> listener) { m_onClosing = std::move(listener); }
 
     /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once. For the
     /// moment before libcurl closes all of the cache's connections.
@@ -42,7 +47,8 @@ private:
     void note(curl_socket_t socket) noexcept;
 
     std::map<curl_socket_t, CIdentity> m_sockets;
-    const COpenSockets* m_keptBefore = nullptr; // so that all that are kept can be found
+    std::function<void(curl_socket_t)> m_onClosing; // may be empty
+    const COpenSockets* m_keptBefore = nullptr;     // so that all that are kept can be found
 };
 
 } // namespace norla

@@ -12,6 +12,7 @@ CEventMulti::CEventMulti(int wakeDescriptor, long idleConnections)
     , m_multi(idleConnections)
 {
     m_events.watch(wakeDescriptor);
+    m_multi.getSockets().tellClosings([this](curl_socket_t socket) noexcept { m_events.forget(socket); });
     // None of these can fail.
     curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETFUNCTION, &CEventMulti::onSocket);
     curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETDATA, this);
@@ -25,13 +26,9 @@ CEventMulti::~CEventMulti()
         m_multi.keepForEver();
 }
 
-int CEventMulti::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* known) noexcept
+int CEventMulti::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* /*known*/) noexcept
 {
-    auto& multi = *static_cast<CEventMulti*>(self);
-    const bool isTaken = multi.m_events.set(socket, what, known != nullptr);
-    if (what != CURL_POLL_REMOVE && !known)
-        curl_multi_assign(multi.m_multi.get(), socket, self); // whatever is not null
-    return isTaken ? 0 : -1;
+    return static_cast<CEventMulti*>(self)->m_events.set(socket, what) ? 0 : -1;
 }
 
 int CEventMulti::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexcept

@@ -19,15 +19,18 @@ int newEpollDescriptor()
     return descriptor;
 }
 
-epoll_event wanted(curl_socket_t socket, int what) noexcept
+std::uint32_t bitsFor(int what) noexcept
 {
-    epoll_event event{};
-    event.data.fd = socket;
-    if (what == CURL_POLL_IN || what == CURL_POLL_INOUT)
-        event.events |= EPOLLIN;
-    if (what == CURL_POLL_OUT || what == CURL_POLL_INOUT)
-        event.events |= EPOLLOUT;
-    return event;
+    switch (what) {
+    case CURL_POLL_IN:
+        return EPOLLIN;
+    case CURL_POLL_OUT:
+        return EPOLLOUT;
+    case CURL_POLL_INOUT:
+        return EPOLLIN | EPOLLOUT;
+    default:
+        return 0;
+    }
 }
 
 // An error and an end are found by reading, and by writing, with words of their own.
@@ -55,21 +58,42 @@ CSocketEvents::~CSocketEvents()
 
 void CSocketEvents::watch(int descriptor)
 {
-    if (!set(descriptor, CURL_POLL_IN, false))
+    if (!set(descriptor, CURL_POLL_IN))
         throw kx::CError("Error watching a descriptor: " + kx::systemErrorText(errno) + ".");
 }
 
 // A socket that was closed without a word is one that the system has forgotten; its number may be another's by now.
-bool CSocketEvents::set(curl_socket_t socket, int what, bool isKnown) noexcept
+bool CSocketEvents::set(curl_socket_t socket, int what) noexcept
 {
-    epoll_event event = wanted(socket, what);
-    if (what == CURL_POLL_REMOVE)
-        return epoll_ctl(m_descriptor, EPOLL_CTL_DEL, socket, &event) == 0 || errno == ENOENT || errno == EBADF;
-    const int first = isKnown ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
-    const int second = isKnown ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
-    if (epoll_ctl(m_descriptor, first, socket, &event) == 0)
+    const auto number = static_cast<size_t>(socket);
+    try {
+        if (number >= m_watches.size())
+            m_watches.resize(number + 1);
+    } catch (const std::exception&) {
+        return false;
+    }
+    CWatch& watch = m_watches[number];
+    watch.wanted = bitsFor(what);
+    if (watch.wanted == 0 || watch.wanted == watch.watched)
         return true;
-    return (errno == ENOENT || errno == EEXIST) && epoll_ctl(m_descriptor, second, socket, &event) == 0;
+    epoll_event event{};
+    event.data.fd = socket;
+    event.events = watch.wanted;
+    const bool isTaken = (watch.watched != 0 && epoll_ctl(m_descriptor, EPOLL_CTL_MOD, socket, &event) == 0)
+        || epoll_ctl(m_descriptor, EPOLL_CTL_ADD, socket, &event) == 0
+        || (errno == EEXIST && epoll_ctl(m_descriptor, EPOLL_CTL_MOD, socket, &event) == 0);
+    watch.watched = isTaken ? watch.wanted : 0;
+    return isTaken;
+}
+
+void CSocketEvents::forget(curl_socket_t socket) noexcept
+{
+    const auto number = static_cast<size_t>(socket);
+    if (number >= m_watches.size() || m_watches[number].watched == 0)
+        return;
+    m_watches[number] = CWatch();
+    epoll_event event{};
+    epoll_ctl(m_descriptor, EPOLL_CTL_DEL, socket, &event);
 }
 
 void CSocketEvents::wait(int milliseconds) noexcept
@@ -78,14 +102,18 @@ void CSocketEvents::wait(int milliseconds) noexcept
     m_count = std::max(0, epoll_wait(m_descriptor, m_found.data(), static_cast<int>(m_found.size()), milliseconds));
 }
 
+// What happens to an open connection that nobody uses, its end as a rule, is found when it is to be used again.
 bool CSocketEvents::take(int& descriptor, int& events) noexcept
 {
-    if (m_next >= m_count)
-        return false;
-    const epoll_event& event = m_found[static_cast<size_t>(m_next++)];
-    descriptor = event.data.fd;
-    events = bitsOf(event);
-    return true;
+    while (m_next < m_count) {
+        const epoll_event& event = m_found[static_cast<size_t>(m_next++)];
+        descriptor = event.data.fd;
+        events = bitsOf(event);
+        if (m_watches[static_cast<size_t>(descriptor)].wanted != 0)
+            return true;
+        forget(descriptor);
+    }
+    return false;
 }
 
 } // namespace norla

@@ -3,12 +3,15 @@
 #include <curl/curl.h>
 
 #include <array>
+#include <cstdint>
 #include <sys/epoll.h>
+#include <vector>
 
 namespace norla {
 
 /// The sockets of libcurl's transfers and what is waited for at each (epoll(7)). Their number, and how large theirs are,
-/// costs nothing. Used by one thread.
+/// costs nothing; nor does a connection that one transfer leaves and the next one takes: its socket stays watched in
+/// between. Used by one thread.
 class CSocketEvents {
 public:
     /// @throws kx::CError when the system has no descriptor to give
@@ -21,9 +24,11 @@ public:
     void watch(int descriptor);
 
     /// As libcurl wants it. @param what CURL_POLL_ of the multi interface's socket function
-    /// @param isKnown whether this socket is set already
     /// @return whether the system has taken it
-    bool set(curl_socket_t socket, int what, bool isKnown) noexcept;
+    bool set(curl_socket_t socket, int what) noexcept;
+
+    /// The socket is about to be closed.
+    void forget(curl_socket_t socket) noexcept;
 
     /// Blocks until something happens. @param milliseconds at most; negative: no limit
     void wait(int milliseconds) noexcept;
@@ -33,7 +38,14 @@ public:
     bool take(int& descriptor, int& events) noexcept;
 
 private:
+    /// What a socket is watched for, and what of it libcurl wants: EPOLL bits, 0 for nothing.
+    struct CWatch {
+        std::uint32_t watched = 0;
+        std::uint32_t wanted = 0;
+    };
+
     const int m_descriptor;
+    std::vector<CWatch> m_watches; // by the socket's number
     std::array<epoll_event, 256> m_found{};
     int m_count = 0;
     int m_next = 0;

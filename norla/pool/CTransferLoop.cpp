@@ -257,8 +257,10 @@ void CTransferLoop::endAttempt(CTransferWork& work, CURLcode result) noexcept
 void CTransferLoop::succeed(CTransferWork& work) noexcept
 {
     try {
-        work.retries.afterSuccess(*work.request);
-        work.setAttempts();
+        if (work.hasRetries()) {
+            work.retries.afterSuccess(*work.request);
+            work.setAttempts();
+        }
     } catch (const std::exception& error) {
         kx::logErrorQuietly(error, "A transfer's attempt could not be recorded.");
     }

@@ -71,6 +71,8 @@ void CTransferWork::setProgress(const CTransferProgress& progress)
 
 void CTransferWork::setAttempts()
 {
+    if (!hasRetries())
+        return;
     const kx::TArray<CAttempt>& attempts = retries.getAttempts();
     const std::lock_guard lock(m_mutex);
     m_attempts.insert(

@@ -37,6 +37,7 @@ public:
 
     CTransfer& getTransfer() const noexcept { return *m_transfer; }
     const CTransfer::Options& getOptions() const noexcept { return m_options; } ///< the callbacks go with the end
+    bool hasRetries() const noexcept { return m_options.retries.attempts > 1; }
     TransferState getState() const noexcept { return m_state; }
     bool isDone() const noexcept { return m_done.isSet(); }
     bool wait(int timeoutMs) const { return m_done.wait(timeoutMs); }

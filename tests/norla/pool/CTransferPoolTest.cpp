@@ -92,7 +92,9 @@ TEST_F(CTransferPoolTest, tellsTheRequestsListenerAndSignalTheEnd)
         [&](norla::CNetRequest*, const kx::CError* error) { isSuccess = error == nullptr; });
     request->setDoneListener(listener.get());
     pool().addRequest(request.get());
-    EXPECT_TRUE(waitUntil([&] { return listener->m_calls == 1; }));
+    EXPECT_TRUE(request->waitAsyncDone(longest));
+    pool().stop(); // behind the listener
+    EXPECT_EQ(listener->m_calls, 1);
     EXPECT_TRUE(isSuccess);
     EXPECT_EQ(resultOf(request), "success");
 }
