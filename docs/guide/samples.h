@@ -22,6 +22,7 @@ kx::String postNote(const kx::String& url, const kx::String& note);
 void download(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path);
 kx::String downloadSafely(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path,
     const kx::TPathImpl<kx::CUnixPathTraits>& authority);
+void downloadPatiently(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path);
 void downloadWithProgress(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path,
     const std::function<bool(double received, double size)>& report);
 kx::String searchURL(const kx::String& url, const kx::String& words);

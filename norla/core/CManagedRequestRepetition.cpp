@@ -20,7 +20,8 @@ CRepeatability CManagedRequest::getRepeatability() const
         .isUnanswered = isUnanswered};
 }
 
-// The next transfer rewinds too. Where it cannot, it would end with an error that says nothing of why this one has failed.
+// The next transfer rewinds too. Where it cannot, it would end with an error that says nothing of why this one has
+// failed.
 bool CManagedRequest::rewind() noexcept
 {
     CNetRequest::CRooms& rooms = *m_request.m_rooms;

@@ -21,7 +21,7 @@ struct CRetryPolicy {
     /// nothing. There is one such for each attempt at most; most of these libcurl makes by itself.
     int attempts = 3;
 
-    /// Before the second attempt, and the pause that no later one exceeds. Negative: none; longestPause may be infinite.
+    /// Before the second attempt, and the pause that no later one exceeds. Negative: none. The longest may be infinite.
     kx::CTimeSpan firstPause = kx::CTimeSpan::fromMilliseconds(500);
     kx::CTimeSpan longestPause = kx::CTimeSpan::fromSeconds(30);
 

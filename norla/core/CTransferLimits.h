@@ -22,7 +22,8 @@ public:
     void limitNext(long long milliseconds) noexcept { m_next = milliseconds; }
 
     /// A transfer begins.
-    /// @return which limit of the whole transfer libcurl is to be told, in milliseconds, 0 for none; empty when it knows
+    /// @return the limit of the whole transfer that libcurl is to be told, in milliseconds, 0 for none; empty when it
+    /// knows
     std::optional<long long> begin() noexcept;
 
     /// The handle's options are what they were at first (curl_easy_reset()).

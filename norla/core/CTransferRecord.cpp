@@ -123,8 +123,8 @@ void CTransferRecord::noticeStatusLine(std::string_view line) noexcept
     noticeTLS();
 }
 
-// Before libcurl follows a redirect, which may make a GET of it. Where there is no memory for it, it is none that may be
-// sent again.
+// Before libcurl follows a redirect, which may make a GET of it. Where there is no memory for it, it is none that may
+// be sent again.
 void CTransferRecord::noticeMethod() noexcept
 {
     try {

@@ -21,8 +21,8 @@ bool contains(const TValues& values, const TValue& value)
     return std::find(values.begin(), values.end(), value) != values.end();
 }
 
-/// A disk that is full, a mail that is too large for now, encryption that is not to be had at the moment: with "4yz" the
-/// server asks to come again (RFC 959 section 4.2, RFC 5321 section 4.2.1).
+/// A disk that is full, a mail that is too large for now, encryption that is not to be had at the moment: with "4yz"
+/// the server asks to come again (RFC 959 section 4.2, RFC 5321 section 4.2.1).
 bool isTransientReply(const CCURLError& error)
 {
     const kx::String domain = error.getProps().get("responseCodeDomain");

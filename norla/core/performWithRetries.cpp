@@ -43,7 +43,8 @@ void sleep(const kx::CTimeSpan& pause)
     }
 }
 
-/// @return how long to wait before the next attempt; empty after a success. @throws the error behind which there is none
+/// @return how long to wait before the next attempt; empty after a success
+/// @throws the error behind which there is none
 std::optional<kx::CTimeSpan> attempt(CNetRequest& request, CRetries& retries, CLimit& limit)
 {
     try {

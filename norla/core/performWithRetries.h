@@ -11,8 +11,8 @@ class CNetRequest;
 /// Runs the transfer as CNetRequest::perform() does, again and again until it succeeds or the policy says that there is
 /// no use in it. Blocks until then, in pauses too.
 ///
-/// Each attempt is a transfer of its own: it starts with an empty default receive buffer, lets the sink begin, sends the
-/// body from its start, has the request's limits of time for itself (CRetryPolicy::budget is beside them), and its end
+/// Each attempt is a transfer of its own: it starts with an empty default receive buffer, lets the sink begin, sends
+/// the body from its start, has the request's limits of time for itself (CRetryPolicy::budget is beside them), and its end
 /// is told to the done listener. What the request answers afterwards (status, header lines, getTransferInfo()) is the
 /// last one's. Used by one thread at a time, as the request is.
 /// @return the attempts, the last of which is the one that succeeded

@@ -9,6 +9,7 @@
 #include "tests/live/liveRequest.h"
 #include "tests/support/CCephServer.h"
 #include "tests/support/CFTPServer.h"
+#include "tests/support/CLogRecorder.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CSquidServer.h"
@@ -73,6 +74,20 @@ TEST(GuideTest, downloadsSafely)
     const std::string refused
         = downloadSafely(text(server.httpsURL("/digits.txt")), file, pathOf(certificates.otherCAFile())).toUTF8();
     EXPECT_TRUE(refused.ends_with(" Please ask your administrator.")) << refused;
+}
+
+TEST(GuideTest, triesADownloadAgain)
+{
+    support::CScriptedServer server;
+    server.onConnection().readHead().send("HTTP/1.1 503 Busy\r\nContent-Length: 4\r\n\r\nbusy");
+    server.onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n01234").close();
+    server.onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123456789");
+    const support::CTemporaryFolder folder;
+    const support::CLogRecorder log;
+    downloadPatiently(
+        text(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes((folder.path() / "digits").string()));
+    EXPECT_EQ(folder.read("digits"), "0123456789");
+    EXPECT_EQ(log.lines().size(), 2U);
 }
 
 TEST(GuideTest, showsTheProgressOfADownload)
