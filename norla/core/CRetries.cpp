@@ -30,11 +30,6 @@ long long lengthOf(const kx::CTimeSpan& span) noexcept
     return span.isInfinite() ? forever : std::max(0LL, span.getMicroseconds());
 }
 
-std::unique_ptr<kx::CMTRand> randomOf(const CRetryPolicy& policy)
-{
-    return policy.seed ? std::make_unique<kx::CMTRand>(*policy.seed) : nullptr;
-}
-
 /// @param pauses that came before
 long long pauseWithoutJitter(const CRetryPolicy& policy, size_t pauses) noexcept
 {
@@ -70,9 +65,10 @@ kx::CTimeSpan leastPauseAfter(const CNetRequest& request, const kx::CError& erro
 
 CRetries::CRetries(const CRetryPolicy& policy)
     : m_policy(policy)
-    , m_random(randomOf(policy))
     , m_start(Clock::now())
 {
+    if (policy.seed)
+        m_random = std::make_unique<kx::CMTRand>(*policy.seed);
 }
 
 void CRetries::start()

@@ -54,7 +54,7 @@ private:
     void record(CNetRequest& request, kx::P<kx::CError> error);
 
     const CRetryPolicy m_policy;
-    const std::unique_ptr<kx::CMTRand> m_random; // null: the process's own
+    std::unique_ptr<kx::CMTRand> m_random; // null: the process's own
     Clock::time_point m_start;
     kx::TArray<CAttempt> m_attempts;
     bool m_isReplaced = false; // the attempt that is running was made in place of another

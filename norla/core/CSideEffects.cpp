@@ -61,7 +61,7 @@ bool CSideEffects::areHarmlessForFiles(const CTransferRecord& record) const
 {
     if (m_hasCommands || m_hasPreCommands || m_hasPostCommands)
         return false;
-    const std::string method = record.getFirstMethod();
+    const std::string& method = record.getFirstMethod();
     if (method == "PUT")
         return !m_appends && !m_resumes;
     return isOneOf(std::string_view(method).substr(0, method.find(' ')), {"GET", "HEAD", "LIST", "NLST", "MLSD"});

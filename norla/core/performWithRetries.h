@@ -12,9 +12,9 @@ class CNetRequest;
 /// no use in it. Blocks until then, in pauses too.
 ///
 /// Each attempt is a transfer of its own: it starts with an empty default receive buffer, lets the sink begin, sends
-/// the body from its start, has the request's limits of time for itself (CRetryPolicy::budget is beside them), and its end
-/// is told to the done listener. What the request answers afterwards (status, header lines, getTransferInfo()) is the
-/// last one's. Used by one thread at a time, as the request is.
+/// the body from its start, has the request's limits of time for itself (CRetryPolicy::budget is beside them), and its
+/// end is told to the done listener. What the request answers afterwards (status, header lines, getTransferInfo()) is
+/// the last one's. Used by one thread at a time, as the request is.
 /// @return the attempts, the last of which is the one that succeeded
 /// @throws what perform() has thrown in the last attempt: kx::CError; as perform() what is no kx::CError, at once; what
 /// CRetryPolicy::isTransient throws

@@ -263,8 +263,8 @@ TEST_F(CRetriesTest, recordsEachAttempt)
     EXPECT_EQ(attempts[1].info.url.toUTF8(), server().url("/second"));
     constexpr long long grain = 2000; // in microseconds, of libcurl's clock beside the system's
     EXPECT_GE(attempts[0].began.getMicroseconds(), before.getMicroseconds() - grain);
-    EXPECT_GE(attempts[1].began, attempts[0].began);
-    EXPECT_LE(attempts[1].began, after);
+    EXPECT_GE(attempts[1].began.getMicroseconds(), attempts[0].began.getMicroseconds());
+    EXPECT_LE(attempts[1].began.getMicroseconds(), after.getMicroseconds());
 }
 
 TEST_F(CRetriesTest, recordsTheLastAttemptToo)
@@ -488,7 +488,7 @@ TEST_F(CRetriesTest, whatACallbackThrowsIsTheEndWhateverItIs)
 {
     class CLosingSink : public kx::CBase, public virtual norla::IDataSink {
     public:
-        int write(const unsigned char*, int, int, const HeaderMap&) override { throw lost; }
+        int write(const unsigned char*, int, int, const HeaderMap&) override { throw CCURLError(lost); }
         bool canBeginAgain() const override { return true; }
     };
     request().setReceiveDataSink(kx::newObj<CLosingSink>().get());
