@@ -11,8 +11,8 @@ namespace norla {
 /// A libcurl multi handle with the sockets of its connections. Used by one thread at a time.
 class CMultiHandle {
 public:
-    /// @param idleConnections how many stay open when no transfer uses them. Beyond that libcurl closes one and waits for
-    /// the server's answer to its goodbye, with every transfer waiting too
+    /// @param idleConnections how many stay open when no transfer uses them. Beyond that libcurl closes one and waits
+    /// for the server's answer to its goodbye, with every transfer waiting too
     /// @throws kx::CError "Error creating curl multi handle."; as CGlobalInit::get()
     explicit CMultiHandle(long idleConnections);
     CMultiHandle(const CMultiHandle&) = delete;

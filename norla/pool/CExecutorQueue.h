@@ -7,8 +7,8 @@
 
 namespace norla {
 
-/// Tasks that wait until somebody runs them: the owner of a main loop watches the descriptor (poll, epoll, GLib, Qt) and
-/// calls runPending() when it is readable, so that callbacks come on the thread of that loop.
+/// Tasks that wait until somebody runs them: the owner of a main loop watches the descriptor (poll, epoll, GLib, Qt)
+/// and calls runPending() when it is readable, so that callbacks come on the thread of that loop.
 class KX_EXPORT CExecutorQueue : public kx::CBase, public virtual IExecutor {
 public:
     /// @throws kx::CError when the system has no descriptor to give

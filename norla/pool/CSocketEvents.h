@@ -9,9 +9,9 @@
 
 namespace norla {
 
-/// The sockets of libcurl's transfers and what is waited for at each (epoll(7)). Their number, and how large theirs are,
-/// costs nothing; nor does a connection that one transfer leaves and the next one takes: its socket stays watched in
-/// between. Used by one thread.
+/// The sockets of libcurl's transfers and what is waited for at each (epoll(7)). Their number, and how large theirs
+/// are, costs nothing; nor does a connection that one transfer leaves and the next one takes: its socket stays watched
+/// in between. Used by one thread.
 class CSocketEvents {
 public:
     /// @throws kx::CError when the system has no descriptor to give
@@ -20,7 +20,8 @@ public:
     CSocketEvents& operator=(const CSocketEvents&) = delete;
     ~CSocketEvents();
 
-    /// Watches one descriptor that is no socket of libcurl's, for reading. @throws kx::CError naming what the system says
+    /// Watches one descriptor that is no socket of libcurl's, for reading. @throws kx::CError naming what the system
+    /// says
     void watch(int descriptor);
 
     /// As libcurl wants it. @param what CURL_POLL_ of the multi interface's socket function

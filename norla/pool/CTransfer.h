@@ -60,8 +60,8 @@ public:
     /// of the attempt's beginning.
     CTransferProgress getProgress() const;
 
-    /// Those that have ended, the first one first. Recorded where Options::retries allows more than one; of a single one
-    /// the request tells (CNetRequest::getTransferInfo()).
+    /// Those that have ended, the first one first. Recorded where Options::retries allows more than one; of a single
+    /// one the request tells (CNetRequest::getTransferInfo()).
     kx::TArray<CAttempt> getAttempts() const;
 
     /// What was given to start(): not to be touched before the end.

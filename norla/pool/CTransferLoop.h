@@ -10,8 +10,8 @@ namespace norla {
 
 class CTransferSchedule;
 
-/// Does the transfers that come into its inbox, on the thread that runs it: waits for what happens to sockets, for time,
-/// and for what others ask, and for nothing else.
+/// Does the transfers that come into its inbox, on the thread that runs it: waits for what happens to sockets, for
+/// time, and for what others ask, and for nothing else.
 class CTransferLoop {
 public:
     /// @throws kx::CError when the system has no descriptor to give; as CGlobalInit::get()

@@ -79,7 +79,7 @@ public:
     {
         const std::string host = hostOf(request);
         const auto thread = std::hash<std::string>()(host) % m_threads.size();
-        const kx::P<CTransfer> transfer = CTransferWork::make(
+        kx::P<CTransfer> transfer = CTransferWork::make(
             request, options, options.executor ? options.executor : m_executor, m_threads[thread]->getInbox());
         if (!request.claim())
             CMultiHandle::check(CURLM_ADDED_ALREADY); // as libcurl says, but before the running transfer is touched

@@ -60,10 +60,8 @@ CTransferThread::~CTransferThread()
     stop();
     if (m_thread.joinable())
         m_thread.detach(); // the own one, whose last turn needs nobody, or one that does not exist in this process
-    if (getpid() == m_process)
-        return;
-    m_loop->forget();
-    static_cast<void>(new std::shared_ptr<CTransferLoop>(std::move(m_loop)));
+    if (getpid() != m_process)
+        m_loop->forget();
 }
 
 void CTransferThread::stop() noexcept
