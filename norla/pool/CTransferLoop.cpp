@@ -219,13 +219,17 @@ void CTransferLoop::endBy(CTransferWork& work, TransferState state) noexcept
 {
     CManagedRequest request(*work.request);
     const bool hasRun = work.isInMulti;
-    if (!hasRun)
-        request.expect(); // what the attempt before has ended with says nothing of this end
     withdraw(work);
-    if (state == TransferState::Cancelled)
-        request.fail(TransferLimit::None, "the transfer was cancelled");
-    else
-        request.fail(*work.getCallbackError());
+    try {
+        if (!hasRun)
+            request.expect(); // what the attempt before has ended with says nothing of this end
+        if (state == TransferState::Cancelled)
+            request.fail(TransferLimit::None, "the transfer was cancelled");
+        else
+            request.fail(*work.getCallbackError());
+    } catch (const std::exception& error) {
+        request.fail(error);
+    }
     const kx::P<kx::CError> error = record(work, CURLE_ABORTED_BY_CALLBACK);
     if (hasRun)
         recordFailure(work, *error);

@@ -431,6 +431,16 @@ CURLMcode curl_multi_perform(CURLM* multi, int* running)
     return support::callMulti(&curl_multi_perform, "curl_multi_perform", multi, running);
 }
 
+CURLMcode curl_multi_socket_action(CURLM* multi, curl_socket_t socket, int events, int* running)
+{
+    return support::callMulti(&curl_multi_socket_action, "curl_multi_socket_action", multi, socket, events, running);
+}
+
+CURLMcode curl_multi_assign(CURLM* multi, curl_socket_t socket, void* value)
+{
+    return support::callMulti(&curl_multi_assign, "curl_multi_assign", multi, socket, value);
+}
+
 CURLMsg* curl_multi_info_read(CURLM* multi, int* left)
 {
     if (support::isToFail("curl_multi_info_read"))

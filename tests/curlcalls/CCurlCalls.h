@@ -39,7 +39,8 @@ public:
     /// Makes a function fail: OPENSSL_init_ssl, curl_global_init, curl_global_cleanup (which throws then),
     /// curl_easy_init, curl_easy_getinfo, curl_easy_escape, curl_slist_append, curl_easy_strerror, curl_multi_strerror,
     /// and of the multi interface curl_multi_init, curl_multi_info_read (both answer null then), curl_multi_add_handle,
-    /// curl_multi_remove_handle, curl_multi_fdset, curl_multi_timeout, curl_multi_poll and curl_multi_perform.
+    /// curl_multi_remove_handle, curl_multi_fdset, curl_multi_timeout, curl_multi_poll, curl_multi_perform,
+    /// curl_multi_socket_action and curl_multi_assign.
     /// @param skip how many calls still succeed before
     /// @param count how many fail then; -1 for all
     void fail(const std::string& function, int skip = 0, int count = -1);

@@ -13,6 +13,17 @@
 
 namespace support {
 
+namespace {
+
+/// @return whether there was something to send, and all of it has gone
+bool sendAll(int descriptor, const std::string& bytes) noexcept
+{
+    return !bytes.empty()
+        && send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+} // namespace
+
 CPathServer::CPathServer(Answers answers, size_t ports)
     : m_answers(std::move(answers))
     , m_stop(checked(eventfd(0, EFD_CLOEXEC), "eventfd"))
@@ -106,7 +117,7 @@ void CPathServer::read(int descriptor)
 }
 
 /// @return false when the connection is to be closed
-bool CPathServer::answerHeads(int descriptor, std::string& received) const
+bool CPathServer::answerHeads(int descriptor, std::string& received)
 {
     constexpr std::string_view terminator = "\r\n\r\n";
     for (size_t end = 0; (end = received.find(terminator)) != std::string::npos;) {
@@ -114,11 +125,9 @@ bool CPathServer::answerHeads(int descriptor, std::string& received) const
         const std::string path = received.substr(begin, received.find(' ', begin) - begin);
         received.erase(0, end + terminator.size());
         const auto found = m_answers.find(path);
-        if (found == m_answers.end())
-            continue;
-        const std::string& bytes = found->second;
-        if (bytes.empty()
-            || send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size()))
+        const bool isAnswered = found == m_answers.end() || sendAll(descriptor, found->second);
+        ++m_requests;
+        if (!isAnswered)
             return false;
     }
     return true;

@@ -2,6 +2,7 @@
 
 #include "tests/support/CDescriptor.h"
 
+#include <atomic>
 #include <map>
 #include <string>
 #include <string_view>
@@ -35,6 +36,9 @@ public:
     /// @param index of the port
     std::string url(std::string_view path, size_t index = 0) const;
 
+    /// How many requests have come so far. Any thread.
+    int requestCount() const noexcept { return m_requests; }
+
     /// @return the answer of this status ("404 Not Found") with that body
     static std::string answer(std::string_view status, std::string_view body);
 
@@ -44,7 +48,7 @@ private:
     bool isListener(int descriptor) const noexcept;
     void accept(int listener);
     void read(int descriptor);
-    bool answerHeads(int descriptor, std::string& received) const;
+    bool answerHeads(int descriptor, std::string& received);
 
     const Answers m_answers;
     std::vector<CDescriptor> m_listeners;
@@ -52,6 +56,7 @@ private:
     CDescriptor m_stop;
     CDescriptor m_events;
     std::map<int, std::pair<CDescriptor, std::string>> m_connections; // with what has come and is not answered
+    std::atomic<int> m_requests{0};
     std::thread m_thread;
 };
 
