@@ -6,6 +6,7 @@
 #include <ctime>
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/epoll.h>
 #include <sys/select.h>
 #include <utility>
 
@@ -88,6 +89,14 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, t
     if (timeout && support::addToWatcher("select " + std::to_string(timeout->tv_sec * 1000 + timeout->tv_usec / 1000)))
         timeout = &atOnce;
     return support::original(&select, "select")(count, readable, writable, exceptional, timeout);
+}
+
+int epoll_wait(int descriptor, epoll_event* found, int count, int milliseconds)
+{
+    char thread[16] = ""; // as long as a name may be
+    pthread_getname_np(pthread_self(), thread, sizeof thread);
+    support::addToWatcher("epoll " + std::to_string(milliseconds) + " " + thread);
+    return support::original(&epoll_wait, "epoll_wait")(descriptor, found, count, milliseconds);
 }
 
 int nanosleep(const timespec* time, timespec* rest)

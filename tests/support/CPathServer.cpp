@@ -37,9 +37,10 @@ CPathServer::CPathServer(Answers answers, size_t ports)
 
 CPathServer::~CPathServer()
 {
+    if (!m_thread.joinable())
+        return; // it may serve in another process
     eventfd_write(m_stop.get(), 1);
-    if (m_thread.joinable())
-        m_thread.join();
+    m_thread.join();
 }
 
 void CPathServer::start()

@@ -300,7 +300,7 @@ protected:
             GetParam().act({*pool, witnesses, m_server, requestsBefore});
             disarm();
             if (std::all_of(witnesses.begin(), witnesses.end(), [](const Witness& its) { return its->isOver(); }))
-                checkIsUsable(*pool);
+                witnesses.push_back(useOnceMore(*pool));
             arm();
             inLibrary([&] { pool->stop(); });
             inLibrary([&] { pool = nullptr; });
@@ -344,14 +344,13 @@ private:
         return pool;
     }
 
-    void checkIsUsable(CTransferPool& pool)
+    Witness useOnceMore(CTransferPool& pool)
     {
-        const auto witness = newWitness("/ok");
-        ASSERT_TRUE(witness->start(pool));
+        auto witness = newWitness("/ok");
+        EXPECT_TRUE(witness->start(pool));
         witness->wait();
         EXPECT_EQ(witness->transfer->getState(), TransferState::Succeeded) << "unusable afterwards";
-        witness->request->setDoneListener(nullptr);
-        witness->options = {};
+        return witness;
     }
 
     support::CPathServer m_server;

@@ -1,0 +1,78 @@
+// How often a pool's thread wakes up when it has nothing to do.
+#include "tests/curlcalls/CWaitCalls.h"
+#include "tests/norla/pool/CPoolFixture.h"
+#include "tests/support/sleepingThread.h"
+
+#include <algorithm>
+#include <chrono>
+#include <future>
+
+namespace {
+
+class PoolIdleTest : public CPoolFixture {
+protected:
+    /// Lets nothing happen for a while. @return how often pools have begun to wait meanwhile
+    static size_t waitsWhileNothingHappens()
+    {
+        support::CWaitCalls calls;
+        std::promise<void> never;
+        never.get_future().wait_for(std::chrono::milliseconds(300)); // the time is what is measured
+        const auto waits = calls.takeWaits();
+        return static_cast<size_t>(std::count_if(waits.begin(), waits.end(),
+            [](const std::string& wait) { return wait.starts_with("epoll ") && wait.ends_with(" norla.pool"); }));
+    }
+
+    /// Waits until the pool's thread waits. @return for how long at most, "-1" without limit
+    static std::string lastWait(support::CWaitCalls& calls)
+    {
+        std::string last;
+        EXPECT_TRUE(waitUntil([&] {
+            for (const std::string& wait : calls.takeWaits())
+                if (wait.ends_with(" norla.pool"))
+                    last = wait;
+            return !last.empty();
+        }));
+        return last;
+    }
+};
+
+TEST_F(PoolIdleTest, sleepsWithoutEndWhenItIsNew)
+{
+    support::CWaitCalls calls;
+    replacePool({});
+    EXPECT_EQ(lastWait(calls), "epoll -1 norla.pool");
+}
+
+TEST_F(PoolIdleTest, doesNotWakeUpWhenItHasNothingToDo)
+{
+    answer(ok("hello"));
+    ASSERT_TRUE(pool().start(newRequest().get())->wait(longest));
+    pool().start(badRequest().get())->wait(longest);
+    ASSERT_TRUE(waitUntil([] { return waitsWhileNothingHappens() == 0; }));
+    EXPECT_EQ(waitsWhileNothingHappens(), 0U);
+}
+
+TEST_F(PoolIdleTest, hardlyWakesUpForATransferOfWhichNothingComes)
+{
+    const auto transfer = startStalled();
+    EXPECT_LE(waitsWhileNothingHappens(), 3U); // libcurl looks once a second how fast it is
+    EXPECT_FALSE(transfer->isDone());
+}
+
+TEST_F(PoolIdleTest, hardlyWakesUpForManyTransfersOfWhichNothingComes)
+{
+    for (int count = 0; count < 50; ++count)
+        startStalled();
+    EXPECT_LE(waitsWhileNothingHappens(), 100U);
+}
+
+TEST_F(PoolIdleTest, doesNotWakeUpForTransfersThatWaitForRoom)
+{
+    replacePool({.atOnce = 1});
+    startStalled();
+    for (int count = 0; count < 50; ++count)
+        pool().start(newRequest().get());
+    EXPECT_LE(waitsWhileNothingHappens(), 3U);
+}
+
+} // namespace
