@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
@@ -22,14 +23,15 @@ constexpr int usualAtOnce = 256;
 constexpr int usualIdleConnections = 256;
 constexpr rlim_t keptDescriptors = 128; // for everything else in the process
 
-/// Each transfer may have two connections (FTP).
-int mostAtOnce() noexcept
+/// A third of the descriptors: each transfer may have two connections (FTP), and as many as there are transfers may stay
+/// open beside them.
+int thirdOfDescriptors() noexcept
 {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
-        return usualAtOnce;
+        return std::numeric_limits<int>::max();
     const rlim_t left = limit.rlim_cur > keptDescriptors ? limit.rlim_cur - keptDescriptors : 0;
-    return static_cast<int>(std::clamp<rlim_t>(left / 3, 1, usualAtOnce));
+    return static_cast<int>(std::clamp<rlim_t>(left / 3, 1, std::numeric_limits<int>::max()));
 }
 
 void requireNotNegative(int value, const char* name)
@@ -54,9 +56,9 @@ CTransferPool::Options checked(CTransferPool::Options options)
     if (options.threads < 1)
         throw kx::CInvalidArgError("the option 'threads' is less than 1", "norla::CTransferPool");
     if (options.atOnce == 0)
-        options.atOnce = mostAtOnce();
+        options.atOnce = std::min(usualAtOnce, thirdOfDescriptors());
     if (options.idleConnections == 0)
-        options.idleConnections = std::min(usualIdleConnections, mostAtOnce());
+        options.idleConnections = std::clamp(thirdOfDescriptors() / options.threads, 1, usualIdleConnections);
     return options;
 }
 

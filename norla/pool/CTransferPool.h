@@ -37,7 +37,8 @@ public:
         /// The same for each host (scheme, name and port of the URL). 0: no limit of its own.
         int perHost = 0;
 
-        /// Connections that stay open when nobody uses them, in each thread. 0: 256.
+        /// Connections that stay open when nobody uses them, in each thread. 0: 256, or fewer where the process may not
+        /// have as many descriptors.
         int idleConnections = 0;
 
         /// Where the callbacks of the transfers are called, unless their own options say; null: on the pool's thread.

@@ -73,13 +73,7 @@ private:
 
 class PoolLimitsTest : public testing::Test {
 protected:
-    PoolLimitsTest()
-    {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        rlimit few = m_before;
-        few.rlim_cur = 1024;
-        setrlimit(RLIMIT_NOFILE, &few);
-    }
+    PoolLimitsTest() { getrlimit(RLIMIT_NOFILE, &m_before); }
     ~PoolLimitsTest() override { setrlimit(RLIMIT_NOFILE, &m_before); }
 
     /// How ten thousand transfers, all started at once, have ended: how often each message came.
@@ -87,6 +81,9 @@ protected:
     {
         constexpr int count = 10'000;
         const CForeignServer server(ports);
+        rlimit few = m_before;
+        few.rlim_cur = 1024;
+        setrlimit(RLIMIT_NOFILE, &few);
         const auto pool = kx::newObj<CTransferPool>(options);
         CTransfer::Options each;
         each.onDone = [this](CTransfer& transfer) { note(transfer); };
@@ -126,12 +123,12 @@ TEST_F(PoolLimitsTest, tenThousandTransfersToOneHostSucceedWithAThousandDescript
 
 TEST_F(PoolLimitsTest, tenThousandTransfersToManyHostsSucceedWithAThousandDescriptors)
 {
-    EXPECT_EQ(runTransfers({}, 400), allSucceeded);
+    EXPECT_EQ(runTransfers({}, 2000), allSucceeded);
 }
 
 TEST_F(PoolLimitsTest, tenThousandTransfersOnSeveralThreadsSucceedWithAThousandDescriptors)
 {
-    EXPECT_EQ(runTransfers({.threads = 8}, 400), allSucceeded);
+    EXPECT_EQ(runTransfers({.threads = 8}, 2000), allSucceeded);
 }
 
 } // namespace
