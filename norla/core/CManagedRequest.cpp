@@ -69,7 +69,8 @@ void CManagedRequest::fail(TransferLimit limit, const kx::String& text) noexcept
     rooms.callbackError.keepFrom([&] {
         CFailureDetails details = rooms.failureDetails(result);
         details.limit = limit;
-        details.limitText = text;
+        if (limit != TransferLimit::None)
+            details.limitText = text;
         throw CCURLError(result, text, "", 0, "", "", details);
     });
 }

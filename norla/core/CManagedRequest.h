@@ -57,7 +57,7 @@ public:
 
     /// The same with one that says what the transfer was about.
     /// @param limit which one was reached; None: the program has cancelled it
-    /// @param text a whole sentence
+    /// @param text for the error's message; of a limit a whole sentence, which is all that there is to explain
     void fail(TransferLimit limit, const kx::String& text) noexcept;
 
     /// Of the current attempt, or the last one.

@@ -3,6 +3,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/errorKind.h"
+#include "norla/core/explain.h"
 #include "norla/pool/CExecutorQueue.h"
 #include "tests/norla/pool/CPoolFixture.h"
 #include "tests/support/CLogRecorder.h"
@@ -171,6 +172,16 @@ TEST_F(CTransferPoolTest, cancelsATransferThatRuns)
     EXPECT_EQ(norla::getErrorKind(*transfer->getError()), ErrorKind::Cancelled);
     pool().stop();
     EXPECT_EQ(m_ends, 1);
+}
+
+TEST_F(CTransferPoolTest, explainsInASentenceThatATransferWasCancelled)
+{
+    const auto transfer = startStalled();
+    transfer->cancel();
+    ASSERT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(norla::explain(*transfer->getError()),
+        kx::String::fromUTF8(
+            "The transfer with the server 127.0.0.1:" + std::to_string(server().getPort()) + " was cancelled."));
 }
 
 TEST_F(CTransferPoolTest, cancelsATransferThatWaitsForRoom)
