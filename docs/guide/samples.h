@@ -2,6 +2,7 @@
 
 // What the samples of docs/guide.md define, for the test that runs them.
 
+#include "kx/base/P.h"
 #include "kx/containers/TArray.h"
 #include "kx/files/CUnixPathTraits.h"
 #include "kx/files/TPathImpl.h"
@@ -16,6 +17,7 @@ class CFTPClient;
 class CNetRequest;
 class CS3Client;
 class CSMTPParams;
+class CTransferPool;
 } // namespace norla
 
 kx::String postNote(const kx::String& url, const kx::String& note);
@@ -33,5 +35,12 @@ kx::TArray<kx::String> storeNote(norla::CS3Client& client, const kx::String& buc
 kx::String problemWith(norla::CS3Client& client, const kx::String& bucket, const kx::String& name);
 kx::TArray<kx::String> storeReport(norla::CFTPClient& client, const std::string& report);
 void sendText(const norla::CSMTPParams& params, const kx::String& recipient, const std::string& text);
+kx::TArray<kx::String> fetchPages(const kx::TArray<kx::String>& urls);
+kx::P<norla::CTransferPool> makeWindowPool();
+std::function<void()> showDownload(
+    norla::CTransferPool& pool, const kx::String& url, const std::function<void(const kx::String& line)>& show);
+kx::String fetchUnlessKey(const kx::String& url, int keyboard);
+void followAddress(
+    norla::CTransferPool& pool, const kx::String& url, const std::function<void(const kx::String& text)>& tell);
 int fetchAll(const kx::TArray<kx::String>& urls);
 void logToFile(const std::string& name);
