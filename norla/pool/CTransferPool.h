@@ -72,8 +72,10 @@ public:
     /// start() with nothing to be told: its done signal and its done listener tell the end.
     void addRequest(CNetRequest* request) override;
 
-    /// Cancels it: unlike other managers this one tells its end.
-    /// @return whether it was there
+    /// Cancels it without an end for the request: neither its done signal nor its done listener tells anything. The end
+    /// of the transfer that start() has given is told, as every one. Blocks until then; on the pool's own thread, in a
+    /// callback, it does not.
+    /// @return whether it was there; false also when it has just ended by itself
     bool removeRequest(CNetRequest* request) override;
 
     /// Cancels all that is there; all that are started later are not concerned. Returns at once.
