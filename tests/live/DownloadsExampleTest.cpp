@@ -1,6 +1,7 @@
 // The example downloads, run as a person runs it.
 #include "tests/live/exampleRun.h"
 #include "tests/support/CChildProcess.h"
+#include "tests/support/CDescriptor.h"
 #include "tests/support/CFTPServer.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CTemporaryFolder.h"
@@ -10,6 +11,8 @@
 
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
+#include <optional>
 
 namespace {
 
@@ -121,6 +124,25 @@ TEST_F(DownloadsExampleTest, tellsThatItCannotWrite)
 /// With the number of a signal, by which the program is ended while it downloads.
 class DownloadsSignalTest : public DownloadsExampleTest, public testing::WithParamInterface<int> {
 protected:
+    /// Starts a download that comes at once and a slow one, and the signal when both have begun.
+    /// @param errors where the program's standard error goes; -1: nowhere
+    /// @return the exit status; nothing when it goes on
+    std::optional<int> interrupt(int errors = -1)
+    {
+        support::CChildProcess process({.arguments = {NORLA_EXAMPLES_DIR "/downloads", folder().string(),
+                                            server().url("/digits.txt"), server().url("/slow.bin")},
+            .errors = errors});
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (partSize() == 0 || contentOf(folder() / "digits.txt").empty()) { // named as soon as it has come
+            if (process.waitForEnd(std::chrono::milliseconds(5)) || std::chrono::steady_clock::now() > limit)
+                return {};
+        }
+        EXPECT_EQ(kill(process.getPid(), GetParam()), 0);
+        process.waitForEnd(std::chrono::seconds(10));
+        return process.exitStatus();
+    }
+
+private:
     /// @return the size of what is being written, 0 before there is anything
     std::uintmax_t partSize() const
     {
@@ -133,24 +155,23 @@ protected:
         return gone ? 0 : size;
     }
 
-private:
     const live::CSignalDisposition m_disposition{GetParam(), SIG_DFL};
 };
 
 TEST_P(DownloadsSignalTest, leavesNoHalfFileAndKeepsTheOthers)
 {
-    support::CChildProcess process({.arguments = {NORLA_EXAMPLES_DIR "/downloads", folder().string(),
-                                        server().url("/digits.txt"), server().url("/slow.bin")}});
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (partSize() == 0 || contentOf(folder() / "digits.txt").empty()) { // named as soon as it has come
-        ASSERT_FALSE(process.waitForEnd(std::chrono::milliseconds(5)));
-        ASSERT_LT(std::chrono::steady_clock::now(), limit);
-    }
-    ASSERT_EQ(kill(process.getPid(), GetParam()), 0);
-    ASSERT_TRUE(process.waitForEnd(std::chrono::seconds(10)));
-    EXPECT_EQ(process.exitStatus(), 128 + GetParam());
+    EXPECT_EQ(interrupt(), 128 + GetParam());
     EXPECT_EQ(contentOf(folder() / "digits.txt"), "0123456789");
     EXPECT_EQ(fileCount(), 1U);
+}
+
+TEST_P(DownloadsSignalTest, tellsWhatIsWithdrawn)
+{
+    const support::CTemporaryFolder told;
+    const std::string file = told.write("errors", "");
+    const support::CDescriptor errors(open(file.c_str(), O_WRONLY | O_CLOEXEC));
+    interrupt(errors.get());
+    EXPECT_EQ(contentOf(file), "downloads: " + server().url("/slow.bin") + ": withdrawn\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(All, DownloadsSignalTest, testing::Values(SIGINT, SIGTERM, SIGHUP),
