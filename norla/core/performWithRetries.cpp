@@ -12,7 +12,7 @@ namespace norla {
 
 namespace {
 
-constexpr long long microsecondsOfAMillisecond = 1000;
+constexpr long long microsecondsInAMillisecond = 1000;
 
 /// Of the transfers of a request, as long as the object lives; behind that there is none.
 class CLimit {
@@ -34,8 +34,8 @@ private:
 void sleep(const kx::CTimeSpan& pause)
 {
     const long long microseconds = pause.getMicroseconds();
-    long long left = microseconds / microsecondsOfAMillisecond
-        + (microseconds % microsecondsOfAMillisecond > 0 ? 1 : 0); // never less than a server has asked for
+    long long left = microseconds / microsecondsInAMillisecond
+        + (microseconds % microsecondsInAMillisecond > 0 ? 1 : 0); // never less than a server has asked for
     while (left > 0) {
         const auto part = static_cast<int>(std::min<long long>(left, std::numeric_limits<int>::max()));
         kx::CThread::sleep(part);

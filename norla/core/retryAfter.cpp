@@ -11,7 +11,7 @@ namespace {
 
 constexpr long long longest = 100LL * 365 * 24 * 3600; // in seconds; nobody waits for it
 
-bool isDigit(wchar_t c)
+bool isDecimalDigit(wchar_t c)
 {
     return c >= L'0' && c <= L'9';
 }
@@ -44,7 +44,7 @@ std::optional<kx::CTimeSpan> getRetryAfter(const CNetRequest::HeaderMap& headers
     if (found == headers.end())
         return std::nullopt;
     const kx::String text = found->second.trim();
-    if (!text.isEmpty() && std::all_of(text.begin(), text.end(), isDigit))
+    if (!text.isEmpty() && std::all_of(text.begin(), text.end(), isDecimalDigit))
         return secondsOf(text);
     const kx::CTime moment = timeOf(headers, "retry-after");
     if (!moment.isSet())
