@@ -9,8 +9,8 @@
 #include <iosfwd>
 
 namespace norla {
-class CAsyncNetRequestThread;
 class CSMTPParams;
+class CTransferPool;
 } // namespace norla
 
 using Path = norla::CNetRequest::Path;
@@ -22,7 +22,7 @@ void downloadAndShow(
 void resumeDownload(const kx::String& url, const Path& path, const kx::String& etag);
 kx::TMap<kx::String, kx::String> downloadMany(const kx::TMap<kx::String, Path>& paths);
 bool performUnlessCancelled(
-    norla::CAsyncNetRequestThread& thread, norla::CNetRequest& request, const std::function<bool()>& isCancelled);
+    norla::CTransferPool& pool, norla::CNetRequest& request, const std::function<bool()>& isCancelled);
 long long askSize(const kx::String& url);
 void uploadFile(const kx::String& url, const Path& path);
 void postForm(const kx::String& url, const kx::String& title, const Path& picture);

@@ -1,9 +1,9 @@
 // The recipes of docs/cookbook.md against real servers.
 #include "docs/cookbook/recipes.h"
-#include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CTLSOptions.h"
 #include "norla/mail/CSMTPParams.h"
+#include "norla/pool/CTransferPool.h"
 #include "tests/live/liveRequest.h"
 #include "tests/norla/http/formJudge.h"
 #include "tests/support/CApacheServer.h"
@@ -110,19 +110,24 @@ TEST_F(CookbookTest, downloadsManyAndTellsWhatWentWrong)
 
 TEST_F(CookbookTest, cancelsATransfer)
 {
-    const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
-    thread->start();
+    const auto pool = kx::newObj<norla::CTransferPool>();
     support::writeFile(s_server->root() / "slow.bin", std::string(200'000, '.'));
-    EXPECT_FALSE(performUnlessCancelled(*thread, *requestFor(s_server->url("/slow.bin")), [] { return true; }));
+    EXPECT_FALSE(performUnlessCancelled(*pool, *requestFor(s_server->url("/slow.bin")), [] { return true; }));
 }
 
 TEST_F(CookbookTest, runsATransferThatNobodyCancels)
 {
-    const auto thread = kx::newObj<norla::CAsyncNetRequestThread>();
-    thread->start();
+    const auto pool = kx::newObj<norla::CTransferPool>();
     const auto request = requestFor(s_server->url("/digits.txt"));
-    EXPECT_TRUE(performUnlessCancelled(*thread, *request, [] { return false; }));
+    EXPECT_TRUE(performUnlessCancelled(*pool, *request, [] { return false; }));
     EXPECT_EQ(bodyOf(*request), "0123456789");
+}
+
+TEST_F(CookbookTest, throwsWhatATransferFailsWithThatNobodyCancels)
+{
+    const auto pool = kx::newObj<norla::CTransferPool>();
+    const auto request = requestFor(s_server->url("/status/404"));
+    EXPECT_THROW(performUnlessCancelled(*pool, *request, [] { return false; }), norla::CCURLError);
 }
 
 TEST_F(CookbookTest, asksForASize)
