@@ -4,84 +4,8 @@
 #include "norla/core/CDeadlines.h"
 #include "norla/core/CSafeDefaults.h"
 #include "tests/norla/async/CAsyncFixture.h"
+#include "tests/norla/async/CLookupGate.h"
 #include "tests/support/errorOf.h"
-
-#include <condition_variable>
-#include <cstring>
-#include <dlfcn.h>
-#include <mutex>
-#include <netdb.h>
-
-namespace {
-
-/// Holds the lookups of "hanging.test" up until it is opened.
-class CGate {
-public:
-    /// @return whether the gate was shut when it came
-    void pass()
-    {
-        std::unique_lock lock(m_mutex);
-        ++m_waiting;
-        m_changed.notify_all();
-        m_changed.wait_for(lock, std::chrono::seconds(30), [this] { return m_isOpen; });
-        --m_waiting;
-        m_changed.notify_all();
-    }
-
-    void shut()
-    {
-        const std::lock_guard lock(m_mutex);
-        m_isOpen = false;
-    }
-
-    /// @return whether a lookup waits or comes to wait within 20 seconds
-    bool waitForLookup()
-    {
-        std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, std::chrono::seconds(20), [this] { return m_waiting > 0; });
-    }
-
-    bool isHolding()
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_waiting > 0;
-    }
-
-    /// Lets all go, and waits until they are gone.
-    void open()
-    {
-        std::unique_lock lock(m_mutex);
-        m_isOpen = true;
-        m_changed.notify_all();
-        m_changed.wait_for(lock, std::chrono::seconds(20), [this] { return m_waiting == 0; });
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_isOpen = true;
-    int m_waiting = 0;
-};
-
-CGate& gate()
-{
-    static auto* const instance = new CGate; // threads of libcurl's may outlive main()
-    return *instance;
-}
-
-} // namespace
-
-// Stands before the C library's function, in libcurl too.
-extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** result)
-{
-    if (node && std::strcmp(node, "hanging.test") == 0) {
-        gate().pass();
-        return EAI_NONAME;
-    }
-    using Function = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
-    static const auto original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
-    return original(node, service, hints, result);
-}
 
 namespace {
 
@@ -93,10 +17,10 @@ constexpr auto limit = std::chrono::milliseconds(200);
 
 class HangingLookupTest : public CAsyncFixture {
 protected:
-    HangingLookupTest() { gate().shut(); }
+    HangingLookupTest() { CLookupGate::get().shut(); }
 
     // What was to be shown is that nobody had to wait for this.
-    ~HangingLookupTest() override { gate().open(); }
+    ~HangingLookupTest() override { CLookupGate::get().open(); }
 
     static Request hangingRequest() { return requestTo("http://hanging.test/"); }
 
@@ -107,7 +31,7 @@ protected:
         const auto start = steady_clock::now();
         action();
         const auto time = steady_clock::now() - start;
-        EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+        EXPECT_TRUE(CLookupGate::get().isHolding()) << "it has waited for the lookup";
         EXPECT_LE(std::chrono::duration_cast<std::chrono::milliseconds>(time).count(), limit.count());
     }
 
@@ -115,7 +39,7 @@ protected:
     {
         auto request = hangingRequest();
         m_thread->addRequest(request.get());
-        EXPECT_TRUE(gate().waitForLookup());
+        EXPECT_TRUE(CLookupGate::get().waitForLookup());
         return request;
     }
 
@@ -132,7 +56,7 @@ TEST_F(HangingLookupTest, connectTimeoutOfPerformCounts)
     } catch (const norla::CCURLError& error) {
         EXPECT_EQ(error.getCode(), CURLE_OPERATION_TIMEDOUT) << error.what();
     }
-    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+    EXPECT_TRUE(CLookupGate::get().isHolding()) << "it has waited for the lookup";
 }
 
 TEST_F(HangingLookupTest, connectTimeoutCountsWithTheSafeDefaultsToo)
@@ -146,7 +70,7 @@ TEST_F(HangingLookupTest, connectTimeoutCountsWithTheSafeDefaultsToo)
     EXPECT_EQ(error->getCode(), CURLE_OPERATION_TIMEDOUT) << error->what();
     m_thread->addRequest(request.get());
     EXPECT_TRUE(request->waitAsyncDone(20'000));
-    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+    EXPECT_TRUE(CLookupGate::get().isHolding()) << "it has waited for the lookup";
 }
 
 TEST_F(HangingLookupTest, deadlineNamesTheLookup)
@@ -189,7 +113,7 @@ TEST_F(HangingLookupTest, fullTimeoutOfPerformCountsAlsoAfterAReset)
     request->setURL("http://hanging.test/");
     request->setFullRequestTimeout(kx::CTimeSpan::fromMilliseconds(100));
     EXPECT_THROW(request->perform(), norla::CCURLError);
-    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+    EXPECT_TRUE(CLookupGate::get().isHolding()) << "it has waited for the lookup";
 }
 
 TEST_F(HangingLookupTest, timeoutCountsInTheNextTransferAfterAReset)
@@ -201,7 +125,7 @@ TEST_F(HangingLookupTest, timeoutCountsInTheNextTransferAfterAReset)
     request->setURL("http://hanging.test/");
     request->setFullRequestTimeout(kx::CTimeSpan::fromMilliseconds(100));
     EXPECT_THROW(request->perform(), norla::CCURLError);
-    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+    EXPECT_TRUE(CLookupGate::get().isHolding()) << "it has waited for the lookup";
 }
 
 TEST_F(HangingLookupTest, requestGoesAtOnceAfterATimeout)
@@ -226,7 +150,7 @@ TEST_F(HangingLookupTest, connectTimeoutInTheBackgroundCounts)
     request->setConnectTimeout(kx::CTimeSpan::fromMilliseconds(100));
     m_thread->addRequest(request.get());
     EXPECT_TRUE(request->waitAsyncDone(20'000));
-    EXPECT_TRUE(gate().isHolding()) << "it has waited for the lookup";
+    EXPECT_TRUE(CLookupGate::get().isHolding()) << "it has waited for the lookup";
     EXPECT_NE(resultOf(request).find("imeout was reached"), std::string::npos) << resultOf(request);
 }
 
@@ -240,7 +164,7 @@ TEST_F(HangingLookupTest, othersGoOnWhileOneIsRemoved)
     m_thread->addRequest(other.get());
     EXPECT_TRUE(other->waitAsyncDone(20'000));
     EXPECT_EQ(bodyOf(other), "hello");
-    EXPECT_TRUE(gate().isHolding()) << "they have waited for the lookup";
+    EXPECT_TRUE(CLookupGate::get().isHolding()) << "they have waited for the lookup";
 }
 
 TEST_F(HangingLookupTest, stopDoesNotWait)
@@ -264,7 +188,7 @@ TEST_F(HangingLookupTest, managerDoesNotWaitForItsRemovalOrItsEnd)
     const auto kept = hangingRequest();
     manager->addRequest(removed.get());
     manager->addRequest(kept.get());
-    while (!gate().isHolding())
+    while (!CLookupGate::get().isHolding())
         manager->handleEvents(nullptr);
     expectQuick([&] {
         manager->removeRequest(removed.get());

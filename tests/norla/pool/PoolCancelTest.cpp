@@ -1,0 +1,175 @@
+// A transfer is cancelled, and its pool stopped and destroyed, wherever the transfer is.
+#include "norla/core/errorKind.h"
+#include "tests/norla/async/CLookupGate.h"
+#include "tests/norla/pool/CPoolFixture.h"
+#include "tests/support/CBusyPort.h"
+
+#include <chrono>
+#include <iostream>
+
+namespace {
+
+using norla::CTransfer;
+using norla::TransferState;
+
+enum class Place { Queued, Resolving, Connecting, InTLS, InHeaders, InTheBody, InThePause };
+
+struct CPlaceRow {
+    Place place;
+    const char* name;
+};
+
+constexpr CPlaceRow places[] = {{Place::Queued, "Queued"}, {Place::Resolving, "Resolving"},
+    {Place::Connecting, "Connecting"}, {Place::InTLS, "InTLS"}, {Place::InHeaders, "InHeaders"},
+    {Place::InTheBody, "InTheBody"}, {Place::InThePause, "InThePause"}};
+
+void PrintTo(const CPlaceRow& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+class PoolCancelTest : public CPoolFixture, public testing::WithParamInterface<CPlaceRow> {
+protected:
+    PoolCancelTest() { CLookupGate::get().shut(); }
+    ~PoolCancelTest() override { CLookupGate::get().open(); }
+
+    /// A transfer that is there, and goes no further.
+    Transfer startTo(Place place)
+    {
+        switch (place) {
+        case Place::Queued:
+            replacePool({.atOnce = 1});
+            startStalled();
+            return start(newRequest());
+        case Place::Resolving:
+            return startResolving();
+        case Place::Connecting:
+            return startConnecting();
+        case Place::InTLS:
+            server().onConnection().readBytes(1).stall();
+            return startUntil(requestTo(server().url("/", "https")), [this] { return !server().received(0).empty(); });
+        case Place::InHeaders:
+            server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nA: ").stall();
+            return startUntil(newRequest(), [this] { return !server().received(0).empty(); });
+        case Place::InTheBody:
+            return startBody();
+        case Place::InThePause:
+            return startPause();
+        }
+        return nullptr;
+    }
+
+    /// Does something that ends the transfer, which is to be told soon.
+    template <typename TAction>
+    void expectCancelledBy(TAction action)
+    {
+        const Transfer transfer = startTo(GetParam().place);
+        ASSERT_FALSE(transfer->isDone());
+        const auto begin = std::chrono::steady_clock::now();
+        action(*transfer);
+        EXPECT_TRUE(transfer->wait(longest));
+        const auto time = std::chrono::steady_clock::now() - begin;
+        std::cout << std::chrono::duration_cast<std::chrono::microseconds>(time).count() << " microseconds\n";
+        EXPECT_LT(time, std::chrono::seconds(2));
+        EXPECT_EQ(transfer->getState(), TransferState::Cancelled);
+        EXPECT_EQ(norla::getErrorKind(*transfer->getError()), norla::ErrorKind::Cancelled);
+        destroyPool();
+        EXPECT_EQ(m_ends, 1);
+        EXPECT_EQ(CLookupGate::get().isHolding(), GetParam().place == Place::Resolving)
+            << "it has waited for the lookup";
+    }
+
+private:
+    Transfer start(const Request& request, CTransfer::Options options = {})
+    {
+        options.onDone = [this](CTransfer&) { ++m_ends; };
+        return pool().start(request.get(), options);
+    }
+
+    Transfer startUntil(const Request& request, const std::function<bool()>& isThere)
+    {
+        auto transfer = start(request);
+        EXPECT_TRUE(waitUntil(isThere));
+        return transfer;
+    }
+
+    Transfer startResolving()
+    {
+        auto transfer = start(requestTo("http://hanging.test/"));
+        EXPECT_TRUE(CLookupGate::get().waitForLookup());
+        return transfer;
+    }
+
+    Transfer startConnecting()
+    {
+        auto transfer = start(requestTo(m_busy.url()));
+        EXPECT_TRUE(waitUntil([&] { return transfer->getState() == TransferState::Running; }));
+        return transfer;
+    }
+
+    Transfer startBody()
+    {
+        server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").stall();
+        auto transfer = start(newRequest());
+        EXPECT_TRUE(waitUntil([&] { return transfer->getProgress().received == 3; }));
+        return transfer;
+    }
+
+    Transfer startPause()
+    {
+        answer("HTTP/1.1 503 Busy\r\nContent-Length: 0\r\n\r\n");
+        CTransfer::Options options;
+        options.retries = {.attempts = 2, .firstPause = kx::CTimeSpan::fromSeconds(30), .jitter = false};
+        auto transfer = start(newRequest(), options);
+        EXPECT_TRUE(waitUntil([&] { return transfer->getState() == TransferState::Pausing; }));
+        return transfer;
+    }
+
+    const support::CBusyPort m_busy;
+    std::atomic<int> m_ends{0};
+};
+
+TEST_P(PoolCancelTest, isToldAtOnce)
+{
+    expectCancelledBy([](CTransfer& transfer) { transfer.cancel(); });
+}
+
+TEST_P(PoolCancelTest, comesWithTheStopOfThePoolAtOnce)
+{
+    expectCancelledBy([this](CTransfer&) { pool().stop(); });
+}
+
+TEST_P(PoolCancelTest, comesWithTheEndOfThePoolAtOnce)
+{
+    expectCancelledBy([this](CTransfer&) { destroyPool(); });
+}
+
+/// What ends the transfer is called by the transfer itself.
+class PoolCallbackTest : public CPoolFixture {
+protected:
+    void expectCancelledInTheSinkBy(const std::function<void()>& action)
+    {
+        server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").stall();
+        const auto request = newRequest();
+        const auto sink = kx::newObj<CActionSink>(action);
+        request->setReceiveDataSink(sink.get());
+        const auto transfer = pool().start(request.get());
+        EXPECT_TRUE(transfer->wait(longest));
+        EXPECT_EQ(transfer->getState(), TransferState::Cancelled);
+    }
+};
+
+TEST_F(PoolCallbackTest, stopsThePool)
+{
+    expectCancelledInTheSinkBy([this] { pool().stop(); });
+}
+
+TEST_F(PoolCallbackTest, endsThePool)
+{
+    expectCancelledInTheSinkBy([this] { destroyPool(); });
+}
+
+INSTANTIATE_TEST_SUITE_P(Places, PoolCancelTest, testing::ValuesIn(places),
+    [](const testing::TestParamInfo<CPlaceRow>& row) { return row.param.name; });
+
+} // namespace
