@@ -64,7 +64,6 @@ public:
     {
         const kx::String path = urlPath(words[0]);
         m_client->prepareDownloadRequest(*m_request, path, 0, -1);
-        m_request->setSafeDefaults();
         const auto file = kx::newObj<CTargetFile>(*m_request, words[1]);
         m_request->setReceiveDataSink(file.get());
         naming(path, m_request.get(), [&] { m_request->perform(); });
@@ -76,7 +75,6 @@ public:
         const auto source = kx::newObj<CSentFile>(words[0]);
         const kx::String path = urlPath(words[1]);
         m_client->prepareUploadRequest(*m_request, path, nullptr, 0, true);
-        m_request->setSafeDefaults();
         m_request->setSendDataSource(source.get());
         m_request->setSendDataSize(source->getLength());
         naming(path, m_request.get(), [&] { m_request->perform(); });
@@ -87,7 +85,6 @@ public:
         const kx::String from = plainPath(words[0]);
         const kx::String to = plainPath(words[1]);
         m_client->prepareMoveFileRequest(*m_request, from, to, false);
-        m_request->setSafeDefaults();
         naming(from + " to " + to, m_request.get(), [&] { m_request->perform(); });
     }
 
@@ -113,7 +110,6 @@ public:
     {
         const kx::String path = plainPath(words[0]);
         m_client->prepareGetInfoRequest(*m_request, path);
-        m_request->setSafeDefaults();
         naming(path, m_request.get(), [&] {
             m_request->perform();
             printEntry(*norla::CFTPGetInfoResult(*m_request->getResponseInfo()).getEntry());
@@ -185,6 +181,7 @@ kx::P<norla::CFTPClient> clientOf(const CArguments& arguments)
     const bool isAnonymous = !user && !std::getenv("FTP_PASSWORD");
     const kx::String password = isAnonymous ? "anonymous@" : secretOf("FTP_PASSWORD", "Password for " + name);
     auto client = kx::newObj<norla::CFTPClient>(host, name, password, connectTypeOf(arguments));
+    client->setSafeDefaults();
     if (arguments.has("--ca"))
         client->setRootCertBundlePath(readablePath(arguments.value("--ca")));
     return client;

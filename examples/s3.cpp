@@ -141,7 +141,6 @@ private:
         while (sink->getPosition() < size) {
             const long long length = std::min(pieceSize, size - sink->getPosition());
             m_client->prepareGetObjectRequest(*m_request, place.bucket, place.key, sink->getPosition(), length);
-            m_request->setSafeDefaults();
             sink->expectUpTo(sink->getPosition() + length);
             m_request->setReceiveDataSink(sink.get());
             m_client->performRequest(*m_request);
@@ -185,6 +184,7 @@ kx::P<norla::CS3Client> clientOf(const CArguments& arguments)
     const kx::String secret = secretOf("S3_SECRET_ACCESS_KEY", "Secret access key");
     const kx::String endpoint = arguments.has("--endpoint") ? arguments.text("--endpoint") : "s3.amazonaws.com";
     auto client = kx::newObj<norla::CS3Client>(accessKeyId, secret, !arguments.has("--http"), endpoint);
+    client->setSafeDefaults();
     client->setMaxRetries(5);
     return client;
 }

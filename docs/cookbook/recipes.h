@@ -40,7 +40,7 @@ void performInTime(norla::CNetRequest& request);
 void downloadSlowly(const kx::String& url, const Path& path, long long bytesPerSecond);
 void storeBySFTP(const kx::String& url, const kx::String& user, const Path& privateKey, const Path& path,
     const Path& knownHosts, const std::function<bool(const kx::String& host, const kx::String& fingerprint)>& isRight);
-void sendAttachment(const norla::CSMTPParams& params, const kx::String& sender, const kx::String& recipient,
+void sendAttachment(norla::CSMTPParams params, const kx::String& sender, const kx::String& recipient,
     const kx::String& text, const Path& path);
 void writeDown(const norla::CNetRequest& request, std::ostream& log);
 kx::String performAndTell(norla::CNetRequest& request);

@@ -37,7 +37,7 @@ kx::P<norla::CMimeMessage> attachment(const kx::CInputFile::Path& path)
 
 } // namespace
 
-void sendAttachment(const norla::CSMTPParams& params, const kx::String& sender, const kx::String& recipient,
+void sendAttachment(norla::CSMTPParams params, const kx::String& sender, const kx::String& recipient,
     const kx::String& text, const kx::CInputFile::Path& path)
 {
     const auto message = kx::newObj<norla::CMultiPartMimeMessage>("mixed");
@@ -49,5 +49,6 @@ void sendAttachment(const norla::CSMTPParams& params, const kx::String& sender, 
     message->addPart(attachment(path).get());
     const auto stored = kx::newObj<Buffer>();
     message->store(*kx::newObj<kx::CBufferStream>(stored));
+    params.safeDefaults.emplace(); // the server proves who it is before it is told the password
     kx::newObj<norla::CSMTPClient>(params)->sendMail(sender, {recipient}, *stored);
 }

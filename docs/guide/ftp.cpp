@@ -4,6 +4,7 @@
 // kx::newObj<norla::CFTPClient>("host:port", user, password, norla::CFTPClient::ConnectExplicitTLS).
 kx::TArray<kx::String> storeReport(norla::CFTPClient& client, const std::string& report)
 {
+    client.setSafeDefaults();
     const auto request = kx::newObj<norla::CNetRequest>(); // stays logged in from one operation to the next
     const int size = static_cast<int>(report.size());
     client.prepareUploadRequest(*request, "/2026/may/report.txt", report.data(), size, true);

@@ -4,7 +4,7 @@
 #include "norla/mail/CSMTPParams.h"
 
 // Sends a text from Zoë. The parameters: host, port, ConnectStartTLS as a rule, user name and password.
-void sendText(const norla::CSMTPParams& params, const kx::String& recipient, const std::string& text)
+void sendText(norla::CSMTPParams params, const kx::String& recipient, const std::string& text)
 {
     const auto body = kx::newObj<norla::CMimeMessage::Buffer>();
     body->append(reinterpret_cast<const unsigned char*>(text.data()), text.size());
@@ -16,5 +16,6 @@ void sendText(const norla::CSMTPParams& params, const kx::String& recipient, con
     message->setBody(body.get(), "8bit"); // lines end with "\r\n"
     const auto stored = kx::newObj<norla::CMimeMessage::Buffer>();
     message->store(*kx::newObj<kx::CBufferStream>(stored));
+    params.safeDefaults.emplace(); // the server proves who it is before it is told the password
     kx::newObj<norla::CSMTPClient>(params)->sendMail("zoe@example.org", {recipient}, *stored);
 }

@@ -5,6 +5,7 @@
 // Stores a note; returns the names of all notes. The client: kx::newObj<norla::CS3Client>(keyId, secret, true).
 kx::TArray<kx::String> storeNote(norla::CS3Client& client, const kx::String& bucket, const std::string& note)
 {
+    client.setSafeDefaults(); // for all that follows
     const auto request = kx::newObj<norla::CNetRequest>();
     client.putObject(*request, bucket, "notes/today.txt", note.data(), static_cast<int>(note.size()), "text/plain");
     kx::TArray<kx::String> names;

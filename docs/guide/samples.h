@@ -34,7 +34,7 @@ void performAsTheUserWants(norla::CNetRequest& request);
 kx::TArray<kx::String> storeNote(norla::CS3Client& client, const kx::String& bucket, const std::string& note);
 kx::String problemWith(norla::CS3Client& client, const kx::String& bucket, const kx::String& name);
 kx::TArray<kx::String> storeReport(norla::CFTPClient& client, const std::string& report);
-void sendText(const norla::CSMTPParams& params, const kx::String& recipient, const std::string& text);
+void sendText(norla::CSMTPParams params, const kx::String& recipient, const std::string& text);
 kx::TArray<kx::String> fetchPages(const kx::TArray<kx::String>& urls);
 kx::P<norla::CTransferPool> makeWindowPool();
 std::function<void()> showDownload(

@@ -54,6 +54,8 @@ CFTPClient::~CFTPClient() = default;
 void CFTPClient::beginPrepareRequest(CNetRequest& request, const kx::String& path, bool createMissingDirs)
 {
     request.reset();
+    if (m_safeDefaults)
+        request.setSafeDefaults(*m_safeDefaults);
     request.setURL(kx::String::fromLatin1(m_connectType == ConnectImplicitTLS ? "ftps://" : "ftp://") + m_host + path);
     request.setUserName(m_userName);
     request.setUserPassword(m_password);

@@ -4,7 +4,10 @@
 #include "kx/base/P.h"
 #include "kx/text/String.h"
 #include "norla/core/CNetRequest.h"
+#include "norla/core/CSafeDefaults.h"
 #include "norla/ftp/CFTPListDirResult.h"
+
+#include <optional>
 
 namespace norla {
 
@@ -49,6 +52,10 @@ public:
     /// The certificates that the server is verified against, for requests prepared afterwards, as
     /// CNetRequest::setRootCertBundlePath(). Empty, as at first, for libcurl's own.
     void setRootCertBundlePath(const CNetRequest::Path& path) { m_rootCertBundlePath = path; }
+
+    /// What every request that is prepared afterwards begins with, behind its reset, as CNetRequest::setSafeDefaults();
+    /// those of operations that perform at once, too. Without that call nothing is set.
+    void setSafeDefaults(const CSafeDefaults& defaults = {}) { m_safeDefaults = defaults; }
 
     /// Whether listings made by this client keep the lines that cannot be read apart
     /// (CFTPListDirResult::getUnreadableLines()); not at first, and then one such line is an error.
@@ -149,6 +156,7 @@ private:
     const ConnectType m_connectType;
     CWDType m_overrideCWDType = CWDInvalid;
     CNetRequest::Path m_rootCertBundlePath;
+    std::optional<CSafeDefaults> m_safeDefaults;
     bool m_keepUnreadableLines = false;
 };
 

@@ -48,6 +48,14 @@ void setTimeouts(CNetRequest& request, const CSMTPParams& params)
         request.setFullRequestTimeout(atLeastAMillisecond(params.fullTimeout));
 }
 
+void setSafety(CNetRequest& request, const CSMTPParams& params)
+{
+    if (params.safeDefaults)
+        request.setSafeDefaults(*params.safeDefaults);
+    if (params.tlsOptions)
+        request.setTLSOptions(*params.tlsOptions);
+}
+
 } // namespace
 
 CSMTPClient::CSMTPClient(const CSMTPParams& params)
@@ -100,6 +108,7 @@ void CSMTPClient::doInitialRequestInit(CNetRequest& request, const CSMTPParams& 
         request.setOptionInt(CURLOPT_USE_SSL, CURLUSESSL_ALL);
     // Deliberately: mail servers of the users' own often have certificates that nobody has signed.
     request.setOptionInt(CURLOPT_SSL_VERIFYPEER, 0);
+    setSafety(request, params);
     setTimeouts(request, params);
 }
 

@@ -20,7 +20,8 @@ class CNetRequest;
 /// The static operations prepare any request in the same way, for callers that run it themselves, such as with a
 /// manager. They touch nothing else.
 ///
-/// The server's certificate is not verified, which is deliberate; the name in it still has to be the host's.
+/// The server's certificate is not verified, which is deliberate, unless CSMTPParams::safeDefaults or tlsOptions ask for
+/// it; the name in it has to be the host's in any case.
 ///
 /// Addresses of the envelope are passed on unchanged, with or without angle brackets, and nothing in them is checked
 /// but that no recipient is empty: a line end in one would be a command of its own. Whoever takes addresses from
@@ -62,9 +63,10 @@ public:
     /// @throws as CTimeFields::getWeekDay() and getEnglishMonthAbbrev() for what is no date
     static kx::String getDateHeaderString(const kx::CTimeFields& time);
 
-    /// Resets the request and sets what belongs to the server: URL, login, TLS, and the time limits that are given.
+    /// Resets the request and sets what belongs to the server: URL, login, TLS, and the safe defaults, TLS options
+    /// and time limits that are given.
     /// @throws CCURLError if libcurl refuses; kx::CInvalidArgError when a parameter holds a zero character, and for a
-    /// time limit that is zero or negative, before anything is touched
+    /// time limit that is zero or negative, before anything is touched; as CNetRequest::setTLSOptions()
     static void doInitialRequestInit(CNetRequest& request, const CSMTPParams& params);
 
     /// Sets what belongs to one message, in place of the last one. The request keeps the list of recipients until its

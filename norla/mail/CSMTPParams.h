@@ -3,6 +3,10 @@
 #include "kx/base/CBase.h"
 #include "kx/text/String.h"
 #include "kx/time/CTimeSpan.h"
+#include "norla/core/CSafeDefaults.h"
+#include "norla/core/CTLSOptions.h"
+
+#include <optional>
 
 namespace norla {
 
@@ -50,6 +54,15 @@ public:
     /// Limits each operation as a whole, as CNetRequest::setFullRequestTimeout(). Infinite: no limit. Below a
     /// millisecond counts as one.
     kx::CTimeSpan fullTimeout = kx::CTimeSpan::infinite();
+
+    /// What is wanted of every mail's transfer, as CNetRequest::setSafeDefaults(); `safeDefaults.emplace()` asks for all
+    /// of it. With verifyTLS the server's certificate is verified before the password is told. Nothing, as at first:
+    /// any certificate for that host is believed.
+    std::optional<CSafeDefaults> safeDefaults = {};
+
+    /// Who is believed and what the server is shown, as CNetRequest::setTLSOptions(); it counts in place of what
+    /// safeDefaults says about TLS. Nothing, as at first: as safeDefaults has it.
+    std::optional<CTLSOptions> tlsOptions = {};
 };
 
 } // namespace norla

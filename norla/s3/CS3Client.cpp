@@ -298,6 +298,8 @@ kx::P<CS3ListObjectsResult> CS3Client::listObjects(CNetRequest& request, const k
 kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx::String& url)
 {
     request.reset();
+    if (m_safeDefaults)
+        request.setSafeDefaults(*m_safeDefaults);
     request.setURL(url);
     request.setFollowRedirects(true);
     request.setKeepPostOnRedirect(true);

@@ -7,9 +7,11 @@
 #include "kx/containers/TMap.h"
 #include "kx/text/String.h"
 #include "norla/core/CNetRequest.h"
+#include "norla/core/CSafeDefaults.h"
 #include "norla/s3/CS3ListObjectsResult.h"
 
 #include <exception>
+#include <optional>
 #include <string>
 
 namespace sela {
@@ -62,6 +64,14 @@ public:
     /// The certificates that the store is verified against, for requests prepared afterwards, as
     /// CNetRequest::setRootCertBundlePath(). Empty, as at first, for libcurl's own.
     void setRootCertBundlePath(const CNetRequest::Path& path) { m_rootCertBundlePath = path; }
+
+    /// What every request that is prepared afterwards begins with, behind its reset, as CNetRequest::setSafeDefaults();
+    /// those of operations that perform at once, too. What this client sets by itself counts in its place: redirects
+    /// out of https are followed nowhere, and setSSLVerifyPeer(false) believes every issuer. Without that call nothing
+    /// is set.
+    ///
+    /// An object that is fetched into the default receive buffer may have as many bytes as maxReceiveBuffer says.
+    void setSafeDefaults(const CSafeDefaults& defaults = {}) { m_safeDefaults = defaults; }
 
     /// Whether listings are asked for with percent-encoded names ("encoding-type=url"), for requests prepared
     /// afterwards; off at first. Only so can names be listed that hold what XML has no way to write, such as U+0001.
@@ -228,6 +238,7 @@ private:
     bool m_sslVerifyPeer = true;
     bool m_urlEncodedListings = false;
     CNetRequest::Path m_rootCertBundlePath;
+    std::optional<CSafeDefaults> m_safeDefaults;
     Buffer m_signatureBuffer;
 };
 

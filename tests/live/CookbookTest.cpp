@@ -282,10 +282,12 @@ TEST_F(CookbookTest, storesAFileBySFTP)
 
 TEST_F(CookbookTest, sendsAnAttachment)
 {
-    const support::CSMTPServer server({.authentication = support::CSMTPServer::Authentication::Offered});
+    const support::CSMTPServer server({.security = support::CSMTPServer::Security::StartTLS});
     norla::CSMTPParams params;
     params.host = "127.0.0.1";
     params.port = server.getPort();
+    params.connectType = norla::CSMTPParams::ConnectStartTLS;
+    params.tlsOptions = norla::CTLSOptions{.rootsFile = pathOf(CTestCertificates::get().caFile())};
     m_folder.write("r\u00e9sum\u00e9.txt", "0123456789");
     sendAttachment(params, "zoe@example.org", "to@example.invalid", "Here it is.\r\n", file("r\u00e9sum\u00e9.txt"));
     const auto messages = server.messages();

@@ -229,6 +229,34 @@ TEST_F(CFTPClientServedTest, listsNothingWhenALineCannotBeRead)
     EXPECT_EQ(support::messageOf([this] { client().listDir(request(), "/top"); }), "Invalid FTP dir entry: 'broken'");
 }
 
+TEST_F(CFTPClientServedTest, takesAListingOfAnySizeWithoutSafeDefaults)
+{
+    serve({"type=file; a-longer-name\r\n"}, {});
+    EXPECT_EQ(client().listDir(request(), "/top")->getEntries().size(), 1u);
+}
+
+TEST_F(CFTPClientServedTest, takesNoListingBeyondTheLimitOfItsSafeDefaults)
+{
+    untilListing(m_control.onConnection(), m_data.getPort())
+        .sendPieces({"150 here it comes\r\n", "226 done\r\n"})
+        .readUntil("QUIT\r\n")
+        .close();
+    m_data.onConnection().send("type=file; a-longer-name\r\n").close();
+    client().setSafeDefaults({.maxReceiveBuffer = 20});
+    const auto error = support::errorOf([this] { client().listDir(request(), "/"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getCode(), CURLE_FILESIZE_EXCEEDED);
+}
+
+TEST_F(CFTPClientServedTest, staysLoggedInWithSafeDefaults)
+{
+    serve({"type=file; a\r\n", "type=file; b\r\n"}, {});
+    client().setSafeDefaults();
+    EXPECT_EQ(client().listDir(request(), "/top")->getEntries().size(), 1u);
+    EXPECT_EQ(client().listDir(request(), "/top")->getEntries().size(), 1u);
+    EXPECT_EQ(m_control.connectionCount(), 1u);
+}
+
 TEST_F(CFTPClientServedTest, uploadsTheBytesAsTheyWereWhenPrepared)
 {
     login(m_control.onConnection())

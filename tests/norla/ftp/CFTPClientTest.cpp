@@ -166,6 +166,18 @@ TEST_F(CFTPClientTest, verifiesAgainstOtherCertificatesWhenTold)
     EXPECT_EQ(std::find(options.begin(), options.end(), "CAINFO=/certificates.pem"), options.end());
 }
 
+TEST_F(CFTPClientTest, setsItsSafeDefaultsBeforeAnythingElse)
+{
+    CFTPClient client("host", "name", "pass", CFTPClient::ConnectUnencrypted);
+    client.setSafeDefaults({.maxRedirects = 3});
+    m_calls.takeOptions();
+    client.beginPrepareRequest(request(), "/a", false);
+    const Options options = m_calls.takeOptions();
+    const auto limit = std::find(options.begin(), options.end(), "MAXREDIRS=3");
+    ASSERT_NE(limit, options.end());
+    EXPECT_NE(std::find(limit, options.end(), "URL=ftp://host/a"), options.end());
+}
+
 struct COverride {
     int type;
     const char* withDirs;    ///< the file method when directories are to be made; empty for none

@@ -57,6 +57,17 @@ protected:
         return behindReset(m_calls.takeOptions());
     }
 
+    /// How CURLOPT_SSL_VERIFYPEER stands in the end.
+    std::string verifyPeerOf(const CSMTPParams& params)
+    {
+        m_calls.takeOptions();
+        CSMTPClient::doInitialRequestInit(*m_request, params);
+        const Texts options = m_calls.takeOptions();
+        const auto found = std::find_if(options.rbegin(), options.rend(),
+            [](const std::string& option) { return option.starts_with("SSL_VERIFYPEER="); });
+        return found == options.rend() ? "(not set)" : *found;
+    }
+
     Texts behindReset(const Texts& options)
     {
         m_request->reset();
@@ -134,6 +145,28 @@ TEST_F(CSMTPClientOptionsTest, anEmptyPasswordIsSetForAUser)
 TEST_F(CSMTPClientOptionsTest, noPasswordIsSetWithoutAUser)
 {
     EXPECT_EQ(serverPartOf(paramsOf(25, 0, "", "secret")), (Texts{"URL=smtp://h:25", "SSL_VERIFYPEER=0"}));
+}
+
+TEST_F(CSMTPClientOptionsTest, safeDefaultsDemandAProofOfTheServer)
+{
+    CSMTPParams params = paramsOf(587, 2);
+    params.safeDefaults.emplace();
+    EXPECT_EQ(verifyPeerOf(params), "SSL_VERIFYPEER=1");
+}
+
+TEST_F(CSMTPClientOptionsTest, tlsOptionsDemandAProofOfTheServer)
+{
+    CSMTPParams params = paramsOf(587, 2);
+    params.tlsOptions.emplace();
+    EXPECT_EQ(verifyPeerOf(params), "SSL_VERIFYPEER=1");
+}
+
+TEST_F(CSMTPClientOptionsTest, tlsOptionsCountInPlaceOfSafeDefaults)
+{
+    CSMTPParams params = paramsOf(587, 2);
+    params.safeDefaults.emplace();
+    params.tlsOptions = norla::CTLSOptions{.verifyCertificate = false};
+    EXPECT_EQ(verifyPeerOf(params), "SSL_VERIFYPEER=0");
 }
 
 TEST_F(CSMTPClientOptionsTest, serverPartForgetsWhatTheRequestWasBefore)

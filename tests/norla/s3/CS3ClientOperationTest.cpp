@@ -180,6 +180,18 @@ TEST_F(CS3ClientOperationTest, listsABucket)
     EXPECT_EQ(page->getContents()[0]->getKey(), "k");
 }
 
+TEST_F(CS3ClientOperationTest, takesNoListingBeyondTheLimitOfItsSafeDefaults)
+{
+    const std::string page = "<ListBucketResult><Contents><Key>k</Key></Contents></ListBucketResult>";
+    answer(ok(page, "Connection: close\r\n"));
+    answer(ok(page));
+    EXPECT_EQ(client().listObjects(request(), "b", "", "", "", -1)->getContents().size(), 1u);
+    client().setSafeDefaults({.maxReceiveBuffer = static_cast<long long>(page.size()) - 1});
+    const auto error = support::errorOf([this] { client().listObjects(request(), "b", "", "", "", -1); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getCode(), CURLE_FILESIZE_EXCEEDED);
+}
+
 TEST_F(CS3ClientOperationTest, doesNotBelieveAListingThatIsNone)
 {
     answer(ok("Hello"));

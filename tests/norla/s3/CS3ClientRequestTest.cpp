@@ -146,6 +146,17 @@ TEST_F(CS3ClientRequestTest, passesItsSettingsOn)
     EXPECT_NE(std::find(options.begin(), options.end(), "SSL_VERIFYPEER=0"), options.end());
 }
 
+TEST_F(CS3ClientRequestTest, setsItsSafeDefaultsBeforeAnythingElse)
+{
+    support::CCurlCalls calls;
+    client().setSafeDefaults({.maxRedirects = 3});
+    client().beginPrepareRequest(request(), "http://host/x");
+    const auto options = calls.takeOptions();
+    const auto limit = std::find(options.begin(), options.end(), "MAXREDIRS=3");
+    ASSERT_NE(limit, options.end());
+    EXPECT_NE(std::find(limit, options.end(), "URL=http://host/x"), options.end());
+}
+
 TEST_F(CS3ClientRequestTest, replacesWhateverTheRequestWas)
 {
     put("old", "text/plain");
