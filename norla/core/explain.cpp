@@ -2,6 +2,7 @@
 
 #include "norla/core/CCURLError.h"
 #include "norla/core/errorKind.h"
+#include "norla/http/util.h"
 
 #include <algorithm>
 #include <string>
@@ -188,14 +189,19 @@ bool isOfProxy(const CCURLError& error)
         || error.getProps().get("responseCode") == kx::String::fromLatin1(loginDemandedByProxy);
 }
 
-CPlace placeOf(const CCURLError& error)
+kx::String shownHost(const kx::String& host)
 {
     constexpr size_t longestHost = 300;
+    return cleaned(host, longestHost);
+}
+
+CPlace placeOf(const CCURLError& error)
+{
     constexpr size_t longestURL = 500;
-    const kx::String host = cleaned(error.getDetails().host, longestHost);
+    const kx::String host = shownHost(error.getDetails().host);
     const kx::String server = host.isEmpty() ? "the server" : "the server " + host;
     const bool isProxy = isOfProxy(error);
-    const kx::String proxy = cleaned(error.getDetails().proxy, longestHost);
+    const kx::String proxy = shownHost(error.getDetails().proxy);
     const kx::String named = proxy.isEmpty() ? "the proxy" : "the proxy " + proxy;
     return {.server = isProxy ? named + " on the way to " + server : server,
         .isProxy = isProxy,
@@ -204,15 +210,42 @@ CPlace placeOf(const CCURLError& error)
         .isWithoutURL = error.getDetails().url.isEmpty() && error.getDetails().phase != TransferPhase::Unknown};
 }
 
+/// The sentence, with the path where it does not name it: before what it gives as the reason, or at the end.
+kx::String withPath(const kx::String& sentence, const kx::String& name)
+{
+    if (name.isEmpty() || sentence.find(name) != kx::String::npos)
+        return sentence;
+    const size_t reason = sentence.find(": ");
+    const size_t end = sentence.endsWith(".") ? sentence.size() - 1 : sentence.size();
+    const size_t at = std::min(reason, end);
+    return sentence.substr(0, at) + " for " + name + sentence.substr(at);
+}
+
 kx::String explainTransfer(const CCURLError& error)
 {
     const CFailureDetails& details = error.getDetails();
     if (!details.limitText.isEmpty())
-        return cleaned(details.limitText, longestMessage);
+        return withPath(cleaned(details.limitText, longestMessage), quotedPath(details.path));
     const ErrorKind kind = getErrorKind(error);
     const CPlace place = placeOf(error);
     return withWords(sentenceOf(kind, error.getCode(), place), place.isProxy ? "proxy" : "server",
         isServersWord(kind) ? wordsOf(error) : kx::String());
+}
+
+/// Which store it is, and of what it speaks: by its own words, or else as it was asked.
+CPlace storeOf(const kx::CError& error)
+{
+    const auto cause = error.getCause();
+    const auto* const transfer = dynamic_cast<const CCURLError*>(cause.get());
+    const CFailureDetails details = transfer ? transfer->getDetails() : CFailureDetails();
+    const kx::String named = error.getProps().get("s3-resource");
+    const kx::String asked = urlUnescape(details.path, false); // empty when that is not UTF-8
+    return {.server = details.host.isEmpty() ? "the store" : "the store " + shownHost(details.host),
+        .isProxy = false,
+        .name = quotedPath(!named.isEmpty() ? named
+                : asked.isEmpty()           ? details.path
+                                            : asked),
+        .url = {}};
 }
 
 /// What the store says stands in the message with its code behind it.
@@ -224,9 +257,7 @@ kx::String explainStore(const kx::CError& error, ErrorKind kind)
     kx::String words = error.getMessage();
     if (words.startsWith(start) && words.endsWith(end))
         words = words.substr(start.size(), words.size() - start.size() - end.size());
-    const CPlace place{
-        .server = "the store", .isProxy = false, .name = quotedPath(error.getProps().get("s3-resource")), .url = {}};
-    return withWords(sentenceOf(kind, 0, place), "store", words.isEmpty() ? code : words);
+    return withWords(sentenceOf(kind, 0, storeOf(error)), "store", words.isEmpty() ? code : words);
 }
 
 } // namespace

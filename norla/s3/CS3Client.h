@@ -218,7 +218,8 @@ public:
     /// Whether object or bucket do not exist.
     bool isNotFoundError(const std::exception& e) const;
 
-    /// Throws a CS3Error when a CCURLError's response data are the service's error document. Otherwise returns, and
+    /// Throws a CS3Error when a CCURLError's response data are the service's error document, with that error as its
+    /// cause. Otherwise returns, and
     /// logs response data that it does not understand.
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 

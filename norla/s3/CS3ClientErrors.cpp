@@ -60,7 +60,7 @@ void explainRedirect(const std::exception& error)
         return;
     throw CCURLError(CURLE_UNSUPPORTED_PROTOCOL,
         "the store redirects to a URL that is not https, which is not followed", "http", responseCodeOf(*curlError),
-        kx::String());
+        kx::String(), kx::String(), curlError->getDetails());
 }
 
 kx::String describe(const kx::CError& error, int attempt)
@@ -172,7 +172,7 @@ void CS3Client::tryThrowBetterError(std::exception& e, const Buffer& responseDat
         logInvalidResponse(responseData);
         return;
     }
-    throw CS3Error(*response, responseCode);
+    throw CS3Error(*response, responseCode, curlError->clone());
 }
 
 } // namespace norla

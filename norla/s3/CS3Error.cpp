@@ -4,6 +4,8 @@
 #include "norla/s3/CS3ErrorResponse.h"
 #include "norla/s3/httpStatus.h"
 
+#include <utility>
+
 namespace norla {
 
 namespace {
@@ -20,9 +22,9 @@ kx::CProps propsOf(const CS3ErrorResponse& response, int httpResponseCode)
 
 } // namespace
 
-CS3Error::CS3Error(const CS3ErrorResponse& response, int httpResponseCode)
+CS3Error::CS3Error(const CS3ErrorResponse& response, int httpResponseCode, kx::PC<kx::CError> cause)
     : CError("Amazon S3 error: " + response.getMessage() + "(" + response.getCode() + ")", "http", httpResponseCode,
-        propsOf(response, httpResponseCode))
+        propsOf(response, httpResponseCode), std::move(cause))
     , m_s3Code(response.getCode())
 {
 }

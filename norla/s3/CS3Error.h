@@ -11,7 +11,9 @@ class CS3ErrorResponse;
 /// from the service's answer.
 class KX_EXPORT CS3Error : public virtual kx::CError {
 public:
-    CS3Error(const CS3ErrorResponse& response, int httpResponseCode);
+    /// @param cause of which transfer it is: a CCURLError whose details name host and path, for explain(); null when
+    /// nothing is known of it
+    CS3Error(const CS3ErrorResponse& response, int httpResponseCode, kx::PC<kx::CError> cause = nullptr);
     CS3Error(const CS3Error&) = default;
     ~CS3Error() override;
 

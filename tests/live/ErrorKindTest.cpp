@@ -354,7 +354,8 @@ TEST(ErrorKindLiveTest, silentServerAndDeadline)
     const auto request = live::requestFor(server.url("/slow.bin"));
     request->setDeadlines({.total = kx::CTimeSpan::fromMilliseconds(300)});
     EXPECT_EQ(toldOf(*request),
-        "TotalTimeout: The transfer with HOST was not done within 0.3 seconds: the answer was still coming.");
+        "TotalTimeout: The transfer with HOST was not done within 0.3 seconds for '/slow.bin': the answer was still "
+        "coming.");
 }
 
 TEST(ErrorKindLiveTest, fileThatCannotBeWritten)
@@ -369,18 +370,20 @@ class ErrorKindS3Test : public live::S3Session {};
 
 TEST_F(ErrorKindS3Test, ceph)
 {
-    EXPECT_EQ(told(support::errorOf([this] { get("missing"); })),
-        "NotFound: There is no such file on the store; the store says: \"NoSuchKey\".");
+    const std::string bucket = m_bucket.toUTF8();
+    EXPECT_EQ(told(support::errorOf([this] { get("missing/a b"); })),
+        "NotFound: There is no '/" + bucket + "/missing/a b' on the store HOST; the store says: \"NoSuchKey\".");
     EXPECT_EQ(told(support::errorOf([this] { client().getObject(request(), "no-such-bucket", "a", 0, -1); })),
-        "NotFound: There is no such file on the store; the store says: \"NoSuchBucket\".");
+        "NotFound: There is no '/no-such-bucket/a' on the store HOST; the store says: \"NoSuchBucket\".");
     const auto stranger
         = kx::newObj<norla::CS3Client>(live::text(store().accessKeyId()), "wrong", false, live::text(store().host()));
     EXPECT_EQ(told(support::errorOf([&] { stranger->getObject(request(), m_bucket, "a", 0, -1); })),
-        "Login: The login is refused by the store; the store says: \"SignatureDoesNotMatch\".");
+        "Login: The login is refused by the store HOST for '/" + bucket
+            + "/a'; the store says: \"SignatureDoesNotMatch\".");
     const auto other = kx::newObj<norla::CS3Client>(live::text(store().otherAccessKeyId()),
         live::text(store().otherSecretAccessKey()), false, live::text(store().host()));
     EXPECT_EQ(told(support::errorOf([&] { other->listObjects(request(), m_bucket, "", "", "", -1); })),
-        "Denied: The use of this is not allowed on the store; the store says: \"AccessDenied\".");
+        "Denied: The use of '/" + bucket + "' is not allowed on the store HOST; the store says: \"AccessDenied\".");
 }
 
 } // namespace

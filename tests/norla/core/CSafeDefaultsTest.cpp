@@ -158,7 +158,7 @@ TEST_P(CSafeDefaultsTest, explainWhichRedirectIsNotFollowed)
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(norla::explain(*error).toUTF8(),
         "The redirect from " + server().url("") + " to ftp://127.0.0.1:" + port(m_other)
-            + " is not followed: only http and https are.");
+            + " is not followed for '/path': only http and https are.");
 }
 
 TEST_P(CSafeDefaultsTest, takeARedirectThatIsNotFollowedForTheServersFault)

@@ -96,6 +96,34 @@ TEST(ExplainTest, saysWhichLimitOfTimeItWas)
         "It took 3 seconds.");
 }
 
+std::string ofLimit(const kx::String& text, const kx::String& path = "/a")
+{
+    return explained(CCURLError(CURLE_OPERATION_TIMEDOUT, "", "", 0, "", "",
+        CFailureDetails{.limitText = text, .host = "host:80", .path = path}));
+}
+
+TEST(ExplainTest, namesThePathWhoseLimitWasReached)
+{
+    EXPECT_EQ(ofLimit("The server host:80 has not answered for 3 seconds."),
+        "The server host:80 has not answered for 3 seconds for '/a'.");
+}
+
+TEST(ExplainTest, namesThePathBeforeTheReason)
+{
+    EXPECT_EQ(ofLimit("The redirect from http://h:1 to ftp://h is not followed: only http is."),
+        "The redirect from http://h:1 to ftp://h is not followed for '/a': only http is.");
+}
+
+TEST(ExplainTest, namesNoPathThatALimitNamesAlready)
+{
+    EXPECT_EQ(ofLimit("The answer about '/a' is too large."), "The answer about '/a' is too large.");
+}
+
+TEST(ExplainTest, namesNoPathThatIsTheRoot)
+{
+    EXPECT_EQ(ofLimit("It took 3 seconds.", "/"), "It took 3 seconds.");
+}
+
 TEST(ExplainTest, saysWhatALimitIsAboutWithoutControlCharacters)
 {
     EXPECT_EQ(explained(CCURLError(CURLE_FILESIZE_EXCEEDED, "", "", 0, "", "",
@@ -181,6 +209,25 @@ TEST(ExplainTest, quotesTheStore)
         "There is no '/b/k' on the store; the store says: \"Not here\".");
     EXPECT_EQ(explained(norla::CS3Error(norla::CS3ErrorResponse("AccessDenied", "", "", ""), 403)),
         "The use of this is not allowed on the store; the store says: \"AccessDenied\".");
+}
+
+std::string ofStore(const kx::String& resource, const kx::String& path)
+{
+    const auto cause = kx::newObj<CCURLError>(
+        CURLE_HTTP_RETURNED_ERROR, "", "http", 404, "", "", CFailureDetails{.host = "host:80", .path = path});
+    return explained(norla::CS3Error(norla::CS3ErrorResponse("NoSuchKey", "", resource, "id"), 404, cause));
+}
+
+TEST(ExplainTest, namesTheStore)
+{
+    EXPECT_EQ(ofStore("/b/k", "/b/other"), "There is no '/b/k' on the store host:80; the store says: \"NoSuchKey\".");
+}
+
+TEST(ExplainTest, namesWhatWasAskedForWhereTheStoreDoesNot)
+{
+    EXPECT_EQ(
+        ofStore("", "/b/my%20k%2Fl"), "There is no '/b/my k/l' on the store host:80; the store says: \"NoSuchKey\".");
+    EXPECT_EQ(ofStore("", "/b/%FF"), "There is no '/b/%FF' on the store host:80; the store says: \"NoSuchKey\".");
 }
 
 TEST(ExplainTest, leavesOtherErrorsTheirMessage)

@@ -1,4 +1,5 @@
 #include "kx/streams/CBufferStream.h"
+#include "norla/core/explain.h"
 #include "norla/s3/CS3Error.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/CLogRecorder.h"
@@ -309,6 +310,7 @@ TEST_F(CS3ClientOperationTest, doesNotFollowARedirectOutOfTLS)
         "http "
         "307)");
     EXPECT_EQ(error->getProps().get("responseCode"), "307");
+    EXPECT_NE(norla::explain(*error).find(host()), kx::String::npos) << norla::explain(*error);
     EXPECT_EQ(plain.connectionCount(), 0u);
     EXPECT_EQ(m_log.lines(), std::vector<std::string>());
 }
