@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kx/base/visibility.h"
+
 #include <optional>
 
 namespace norla {
