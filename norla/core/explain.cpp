@@ -85,8 +85,8 @@ kx::String protocolSentence(long long code, const CPlace& place)
     if (code == CURLE_TOO_MANY_REDIRECTS)
         return "Too many redirects come from " + place.server + place.with("for");
     if (code == CURLE_UNSUPPORTED_PROTOCOL)
-        return "A redirect from " + place.server + place.with("for")
-            + " leads to an address of a kind that is not supported";
+        return "A redirect leads to " + place.server + place.with("and") // libcurl says no more of where it comes from
+            + " by a protocol that is not supported";
     if (code == CURLE_URL_MALFORMAT)
         return "A redirect from " + place.server + place.with("for") + " leads to an address that cannot be read";
     return "The answer of " + place.server + place.with("about") + " makes no sense";

@@ -53,14 +53,17 @@ void logInvalidResponse(const CNetRequest::Buffer& responseData)
 }
 
 // libcurl speaks of a protocol that it does not support.
-void explainRedirect(const std::exception& error)
+void explainRedirect(const std::exception& error, const kx::String& store)
 {
     const auto* const curlError = dynamic_cast<const CCURLError*>(&error);
     if (!curlError || curlError->getCode() != CURLE_UNSUPPORTED_PROTOCOL || responseCodeOf(*curlError) <= 0)
         return;
+    CFailureDetails details = curlError->getDetails(); // with the address that the redirect leads to
+    details.limitText = "A redirect from the store " + store + " to the server " + details.host
+        + " is not followed: it does not lead to https.";
     throw CCURLError(CURLE_UNSUPPORTED_PROTOCOL,
         "the store redirects to a URL that is not https, which is not followed", "http", responseCodeOf(*curlError),
-        kx::String(), kx::String(), curlError->getDetails());
+        kx::String(), kx::String(), details);
 }
 
 kx::String describe(const kx::CError& error, int attempt)
@@ -102,7 +105,7 @@ void CS3Client::performOnce(CNetRequest& request)
     } catch (std::exception& error) {
         tryThrowBetterError(error, *request.getDefaultReceiveBuffer());
         if (usesTLS())
-            explainRedirect(error);
+            explainRedirect(error, m_endpointURL);
         throw;
     }
 }

@@ -198,7 +198,7 @@ TEST(ExplainTest, saysThatARedirectIsToBlame)
     };
     EXPECT_EQ(of(CURLE_TOO_MANY_REDIRECTS), "Too many redirects come from the server host for '/a'.");
     EXPECT_EQ(of(CURLE_UNSUPPORTED_PROTOCOL),
-        "A redirect from the server host for '/a' leads to an address of a kind that is not supported.");
+        "A redirect leads to the server host and '/a' by a protocol that is not supported.");
     EXPECT_EQ(
         of(CURLE_URL_MALFORMAT), "A redirect from the server host for '/a' leads to an address that cannot be read.");
 }
