@@ -23,6 +23,8 @@ void CNetRequest::setSafeDefaults()
 void CNetRequest::setSafeDefaults(const CSafeDefaults& defaults)
 {
     m_rooms->redirects.setRules(defaults.redirectsStaySafe, defaults.secretsStayWithTheirHost);
+    if (defaults.secretsStayWithTheirHost)
+        setOptionInt(CURLOPT_UNRESTRICTED_AUTH, 0);
     if (defaults.maxRedirects >= 0)
         setOptionInt(CURLOPT_MAXREDIRS, defaults.maxRedirects);
     if (defaults.verifyTLS) {

@@ -24,8 +24,8 @@ struct CSafeDefaults {
     /// (CURLOPT_COOKIE), referrers (CURLOPT_REFERER, CURLOPT_AUTOREFERER) and custom headers, but those that tell no
     /// secret: Accept, Accept-..., Content-..., Cache-Control, Connection, Date, Digest, DNT, Expect, If-..., Pragma,
     /// Prefer, Priority, Range, TE, Trailer, Transfer-Encoding, Upgrade-Insecure-Requests and User-Agent. Names,
-    /// passwords and tokens that are set as options stay with their host in any case (but see
-    /// CURLOPT_UNRESTRICTED_AUTH). A body goes where 307 and 308 send it, and whoever asks for a client certificate
+    /// passwords and tokens that are set as options stay with their host, too, unless CURLOPT_UNRESTRICTED_AUTH is set
+    /// afterwards. A body goes where 307 and 308 send it, and whoever asks for a client certificate
     /// gets it.
     bool secretsStayWithTheirHost = true;
 

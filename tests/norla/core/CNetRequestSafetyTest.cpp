@@ -53,6 +53,13 @@ TEST_F(CNetRequestSafetyTest, limitsRedirects)
     EXPECT_EQ(optionsOf(defaults), Texts{"MAXREDIRS=0"});
 }
 
+TEST_F(CNetRequestSafetyTest, takesBackThatLoginsGoToEveryHost)
+{
+    CSafeDefaults defaults = nothing;
+    defaults.secretsStayWithTheirHost = true;
+    EXPECT_EQ(optionsOf(defaults), Texts{"UNRESTRICTED_AUTH=0"});
+}
+
 TEST_F(CNetRequestSafetyTest, verifiesTLSOfServersAndProxies)
 {
     CSafeDefaults defaults = nothing;

@@ -92,6 +92,47 @@ protected:
         return error ? static_cast<int>(error->getCode()) : int{CURLE_OK};
     }
 
+    /// What the server that a redirect leads to is told of the login, of which an earlier option says that it goes to
+    /// every host. Each of them answers on the first connection.
+    std::string loginToldTo(CScriptedServer& target, const std::string& host, const CSafeDefaults& defaults)
+    {
+        request().setOptionInt(CURLOPT_UNRESTRICTED_AUTH, 1);
+        request().setSafeDefaults(defaults);
+        const std::string other = "http://" + host + ":" + port(target) + "/";
+        server().onConnection().readHead().sendAndClose(redirection(other));
+        target.onConnection().readHead().send("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+        EXPECT_EQ(messageOf(), "(no error)");
+        EXPECT_NE(server().received(0).find("Authorization: "), std::string::npos);
+        const std::string told = target.received(&target == &server() ? 1 : 0);
+        EXPECT_TRUE(told.starts_with("GET / HTTP/1.1\r\n")) << told;
+        const size_t start = std::min(told.find("Authorization: "), told.size());
+        return told.substr(start, told.find("\r\n", start) - start);
+    }
+
+    /// Whether a server is asked before a body of so many bytes is sent to it.
+    bool asksBefore(size_t size)
+    {
+        request().setHTTPMethod("PUT");
+        const auto buffer = kx::newObj<norla::CNetRequest::Buffer>(size);
+        request().setSendDataBuffer(buffer.get());
+        server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readBytes(size).send(ok(""));
+        EXPECT_EQ(messageOf(), "(no error)");
+        return received().find("Expect: 100-continue") != std::string::npos;
+    }
+
+    void setLogin()
+    {
+        request().setUserName("user");
+        request().setUserPassword("secret");
+    }
+
+    void setAuthorization()
+    {
+        const auto headers = kx::newObj<norla::CNetHeaders>();
+        headers->add("Authorization", "Own secret");
+        request().setCustomHTTPHeaders(headers.get());
+    }
+
     static std::string port(const CScriptedServer& server) { return std::to_string(server.getPort()); }
 
     CScriptedServer m_other;
@@ -396,6 +437,56 @@ TEST_P(CSafeDefaultsTest, keepSecretsWhileThePasswordIsAskedFor)
     EXPECT_NE(requests.find("X-Api-Key: secret", requests.find("Authorization: Basic")), std::string::npos);
 }
 
+TEST_P(CSafeDefaultsTest, tellNoOtherHostTheLogin)
+{
+    setLogin();
+    EXPECT_EQ(loginToldTo(server(), "localhost", {}), "");
+}
+
+TEST_P(CSafeDefaultsTest, tellNoOtherPortTheLogin)
+{
+    setLogin();
+    EXPECT_EQ(loginToldTo(m_other, "127.0.0.1", {}), "");
+}
+
+TEST_P(CSafeDefaultsTest, tellAnotherHostTheLoginWithoutThatLine)
+{
+    setLogin();
+    EXPECT_EQ(loginToldTo(server(), "localhost", {.secretsStayWithTheirHost = false}),
+        "Authorization: Basic dXNlcjpzZWNyZXQ=");
+}
+
+TEST_P(CSafeDefaultsTest, tellAnotherPortTheLoginWithoutThatLine)
+{
+    setLogin();
+    EXPECT_EQ(loginToldTo(m_other, "127.0.0.1", {.secretsStayWithTheirHost = false}),
+        "Authorization: Basic dXNlcjpzZWNyZXQ=");
+}
+
+TEST_P(CSafeDefaultsTest, tellNoOtherHostAnAuthorizationOfTheCallers)
+{
+    setAuthorization();
+    EXPECT_EQ(loginToldTo(server(), "localhost", {}), "");
+}
+
+TEST_P(CSafeDefaultsTest, tellNoOtherPortAnAuthorizationOfTheCallers)
+{
+    setAuthorization();
+    EXPECT_EQ(loginToldTo(m_other, "127.0.0.1", {}), "");
+}
+
+TEST_P(CSafeDefaultsTest, tellAnotherHostAnAuthorizationOfTheCallersWithoutThatLine)
+{
+    setAuthorization();
+    EXPECT_EQ(loginToldTo(server(), "localhost", {.secretsStayWithTheirHost = false}), "Authorization: Own secret");
+}
+
+TEST_P(CSafeDefaultsTest, tellAnotherPortAnAuthorizationOfTheCallersWithoutThatLine)
+{
+    setAuthorization();
+    EXPECT_EQ(loginToldTo(m_other, "127.0.0.1", {.secretsStayWithTheirHost = false}), "Authorization: Own secret");
+}
+
 TEST_P(CSafeDefaultsTest, seeThatAnotherPortIsMeantThanThatOfTheOption)
 {
     const auto headers = kx::newObj<norla::CNetHeaders>();
@@ -469,14 +560,29 @@ TEST_P(CSafeDefaultsTest, sendSmallBodiesUnasked)
     EXPECT_EQ(received().find("Expect"), std::string::npos);
 }
 
-TEST_P(CSafeDefaultsTest, askBeforeLargeBodies)
+TEST_P(CSafeDefaultsTest, askBeforeBodiesFromAMebibyteOn)
 {
-    request().setHTTPMethod("PUT");
-    const auto buffer = kx::newObj<norla::CNetRequest::Buffer>(size_t{1024} * 1024 + 1);
-    request().setSendDataBuffer(buffer.get());
-    server().onConnection().readHead().readBytes(buffer->getSize()).send(ok(""));
-    EXPECT_EQ(messageOf(), "(no error)");
-    EXPECT_NE(received().find("Expect: 100-continue"), std::string::npos);
+    EXPECT_TRUE(asksBefore(size_t{1024} * 1024));
+}
+
+TEST_P(CSafeDefaultsTest, sendBodiesBelowAMebibyteUnasked)
+{
+    EXPECT_FALSE(asksBefore(size_t{1024} * 1024 - 1));
+}
+
+// Newer versions of libcurl ask from a mebibyte on by themselves.
+TEST_P(CSafeDefaultsTest, sendBodiesUnaskedThatLibcurlWouldAskAbout)
+{
+    constexpr size_t size = size_t{1536} * 1024;
+    request().setSafeDefaults({.expectFrom = 2LL * 1024 * 1024});
+    EXPECT_FALSE(asksBefore(size));
+}
+
+TEST_P(CSafeDefaultsTest, letLibcurlAskBeforeLargeBodiesWithoutThatLine)
+{
+    constexpr size_t size = size_t{1536} * 1024;
+    request().setSafeDefaults({.expectFrom = 0});
+    EXPECT_TRUE(asksBefore(size));
 }
 
 TEST_P(CSafeDefaultsTest, leaveSmallBodiesToLibcurlWithoutThatLine)
