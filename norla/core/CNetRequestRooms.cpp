@@ -154,6 +154,11 @@ void CNetRequest::CRooms::noticeProtocol()
 
 void CNetRequest::CRooms::requireNoExcess(const kx::String& excess) const
 {
+    requireNoExcess(excess, excess);
+}
+
+void CNetRequest::CRooms::requireNoExcess(const kx::String& excess, const kx::String& plainExcess) const
+{
     if (excess.isEmpty())
         return;
     long status = 0;
@@ -161,7 +166,7 @@ void CNetRequest::CRooms::requireNoExcess(const kx::String& excess) const
     CFailureDetails details = failureDetails(CURLE_FILESIZE_EXCEEDED);
     const bool hasName = !details.path.isEmpty() && details.path != "/";
     details.limitText = "The answer of the server " + details.host
-        + (hasName ? " about '" + details.path + "'" : kx::String()) + " is too large: " + excess + ".";
+        + (hasName ? " about '" + details.path + "'" : kx::String()) + " is too large: " + plainExcess + ".";
     throw CCURLError(
         CURLE_FILESIZE_EXCEEDED, excess, url.getResponseCodeDomain(), static_cast<int>(status), "", "", details);
 }
@@ -169,9 +174,13 @@ void CNetRequest::CRooms::requireNoExcess(const kx::String& excess) const
 void CNetRequest::CRooms::requireRoomFor(size_t size) const
 {
     curl_off_t announced = -1;
-    if (receiveLimits.isBodyLimited() && response.hasDefaultSink()
-        && handle.ask(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, announced))
-        requireNoExcess(receiveLimits.excessOfBody(response.getDefaultBuffer()->getSize(), size, announced));
+    if (!receiveLimits.isBodyLimited() || !response.hasDefaultSink()
+        || !handle.ask(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, announced))
+        return;
+    const size_t held = response.getDefaultBuffer()->getSize();
+    const kx::String excess = receiveLimits.excessOfBody(held, size, announced);
+    if (!excess.isEmpty())
+        requireNoExcess(excess, receiveLimits.plainExcessOfBody(held, size, announced));
 }
 
 size_t CNetRequest::CRooms::write(char* data, size_t size, size_t count, void* rooms) noexcept

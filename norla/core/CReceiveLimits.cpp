@@ -21,13 +21,24 @@ kx::String CReceiveLimits::excessOfLine(size_t size)
         + " bytes and more, and may have " + kx::toString(m_maxLines);
 }
 
-kx::String CReceiveLimits::excessOfBody(size_t held, size_t size, long long announced) const
+kx::String CReceiveLimits::sizeBeyondLimit(size_t held, size_t size, long long announced) const
 {
     const long long known = std::max(static_cast<long long>(held + size), announced);
     if (m_maxBuffer == 0 || known <= m_maxBuffer)
         return kx::String();
-    return "the body has " + kx::toString(known) + " bytes or more, and the default receive buffer takes "
-        + kx::toString(m_maxBuffer);
+    return "the body has " + kx::toString(known) + " bytes or more, and ";
+}
+
+kx::String CReceiveLimits::excessOfBody(size_t held, size_t size, long long announced) const
+{
+    const kx::String start = sizeBeyondLimit(held, size, announced);
+    return start.isEmpty() ? start : start + "the default receive buffer takes " + kx::toString(m_maxBuffer);
+}
+
+kx::String CReceiveLimits::plainExcessOfBody(size_t held, size_t size, long long announced) const
+{
+    const kx::String start = sizeBeyondLimit(held, size, announced);
+    return start.isEmpty() ? start : start + "at most " + kx::toString(m_maxBuffer) + " are taken";
 }
 
 } // namespace norla

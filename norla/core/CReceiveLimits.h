@@ -27,7 +27,12 @@ public:
     /// @param announced size of the whole body on its way here, which may be packed; -1 when unknown
     kx::String excessOfBody(size_t held, size_t size, long long announced) const;
 
+    /// The same for a person, who knows of no buffers.
+    kx::String plainExcessOfBody(size_t held, size_t size, long long announced) const;
+
 private:
+    kx::String sizeBeyondLimit(size_t held, size_t size, long long announced) const;
+
     long long m_maxBuffer = 0;
     long long m_maxLines = 0;
     long long m_lineBytes = 0;

@@ -47,4 +47,11 @@ TEST_F(CReceiveLimitsTest, holdForTheBodyAsItWasAnnounced)
         m_limits.excessOfBody(0, 1, 11), "the body has 11 bytes or more, and the default receive buffer takes 10");
 }
 
+TEST_F(CReceiveLimitsTest, areToldToPersonsWithoutBuffers)
+{
+    m_limits.set(10, 0);
+    EXPECT_EQ(m_limits.plainExcessOfBody(0, 1, 10), "");
+    EXPECT_EQ(m_limits.plainExcessOfBody(6, 5, 3), "the body has 11 bytes or more, and at most 10 are taken");
+}
+
 } // namespace

@@ -637,7 +637,7 @@ TEST_P(CSafeDefaultsTest, explainWhatIsTooLarge)
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(norla::explain(*error).toUTF8(),
         "The answer of the server 127.0.0.1:" + port(server())
-            + " about '/a' is too large: the body has 11 bytes or more, and the default receive buffer takes 10.");
+            + " about '/a' is too large: the body has 11 bytes or more, and at most 10 are taken.");
 }
 
 TEST_P(CSafeDefaultsTest, letABodyGrowWithoutThatLine)

@@ -3,6 +3,7 @@
 #include "kx/base/CStdExceptionError.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CNetRequest.h"
+#include "norla/core/errorKind.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3ErrorResponse.h"
 #include "tests/support/errorOf.h"
@@ -10,7 +11,10 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <regex>
+#include <set>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -228,6 +232,52 @@ TEST(ExplainTest, namesWhatWasAskedForWhereTheStoreDoesNot)
     EXPECT_EQ(
         ofStore("", "/b/my%20k%2Fl"), "There is no '/b/my k/l' on the store host:80; the store says: \"NoSuchKey\".");
     EXPECT_EQ(ofStore("", "/b/%FF"), "There is no '/b/%FF' on the store host:80; the store says: \"NoSuchKey\".");
+}
+
+/// A failure of each kind, and of each result of libcurl.
+std::vector<CCURLError> allFailures()
+{
+    const CFailureDetails place{.phase = norla::TransferPhase::Connect, .host = "host:80", .path = "/a"};
+    std::vector<CCURLError> all;
+    for (int code = 1; code < CURL_LAST; ++code) {
+        all.emplace_back(static_cast<CURLcode>(code), "", "", 0, "");
+        all.emplace_back(static_cast<CURLcode>(code), "SSL_read in callback", "", 0, "", "", place);
+    }
+    for (int status = 300; status < 600; ++status) {
+        all.emplace_back(CURLE_HTTP_RETURNED_ERROR, "", "http", status, "", "", place);
+        all.emplace_back(CURLE_TOO_MANY_REDIRECTS, "", "http", status, "", "", place);
+        all.emplace_back(CURLE_FTP_COULDNT_RETR_FILE, "RETR response", "ftp", status, "", "", place);
+    }
+    for (const auto limit :
+        {norla::TransferLimit::Connect, norla::TransferLimit::Inactivity, norla::TransferLimit::Total})
+        all.emplace_back(
+            CURLE_OPERATION_TIMEDOUT, "", "", 0, "", "", CFailureDetails{.limit = limit, .host = "host", .path = "/a"});
+    all.emplace_back(
+        CURLE_SEND_ERROR, "", "smtp", 550, "", "550 no", CFailureDetails{.host = "host", .isRecipientRefused = true});
+    return all;
+}
+
+TEST(ExplainTest, speaksInSentences)
+{
+    const std::regex sentence("[A-Z][^.]*\\.");
+    for (const CCURLError& error : allFailures())
+        EXPECT_TRUE(std::regex_match(explained(error), sentence)) << error.getMessage() << ": " << explained(error);
+}
+
+TEST(ExplainTest, speaksNoJargon)
+{
+    for (const CCURLError& error : allFailures()) {
+        for (const char* const word : {"curl", "SSL", "TLS", "RETR", "callback", "buffer", "handle", "option"})
+            EXPECT_EQ(explained(error).find(word), std::string::npos) << error.getMessage() << ": " << explained(error);
+    }
+}
+
+TEST(ExplainTest, isTriedWithEachKindOfError)
+{
+    std::set<norla::ErrorKind> kinds;
+    for (const CCURLError& error : allFailures())
+        kinds.insert(norla::getErrorKind(error));
+    EXPECT_EQ(kinds.size(), static_cast<size_t>(norla::ErrorKind::Refused) + 1);
 }
 
 TEST(ExplainTest, leavesOtherErrorsTheirMessage)
