@@ -14,7 +14,7 @@ enum class TransferLimit {
 };
 
 /// Where a transfer was when it failed: CCURLError::getDetails(). What is not known is empty. There is never a user, a
-/// password or a query in it.
+/// password or a query in it, but for what the server says (ftpReply).
 struct CFailureDetails {
     TransferPhase phase = TransferPhase::Unknown;
     TransferLimit limit = TransferLimit::None;
