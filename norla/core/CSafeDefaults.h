@@ -55,7 +55,7 @@ struct CSafeDefaults {
     /// The protocol that was spoken last decides what an answer means, and not the text of the URL: whether a status is
     /// an error and has header fields, and what getResponseCodeDomain() says after a transfer. That matters for URLs
     /// without a scheme, and in the background for such in capitals. Header lines that end in a line feed alone are
-    /// understood as others are.
+    /// understood as others are, and an answer that breaks off among them is an error, where libcurl sees an empty one.
     bool judgeByProtocol = true;
 };
 

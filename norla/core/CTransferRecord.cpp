@@ -93,6 +93,7 @@ void CTransferRecord::begin() noexcept
     m_state = State::Running;
     m_answered = CMoments();
     m_hasAnswer = false;
+    m_isHeadOpen = false;
     m_isRedirect = false;
     m_redirects = 0;
     m_replies = CReplies();
@@ -101,7 +102,9 @@ void CTransferRecord::begin() noexcept
 
 void CTransferRecord::noticeLine(std::string_view line, bool isHTTP) noexcept
 {
-    if (line.starts_with("HTTP/"))
+    const bool isStatusLine = line.starts_with("HTTP/");
+    m_isHeadOpen = isStatusLine || (m_isHeadOpen && line != "\r\n" && line != "\n");
+    if (isStatusLine)
         noticeStatusLine(line);
     else if (!isHTTP)
         noticeReplyLine(line);

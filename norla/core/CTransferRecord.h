@@ -64,6 +64,9 @@ public:
     /// Whether a server has answered by HTTP, be it with a redirect.
     bool hasHTTPAnswer() const noexcept { return m_hasAnswer; }
 
+    /// Whether the answer has ended within its header fields, which libcurl takes for an empty one.
+    bool isHeadCutOff() const noexcept { return m_isHeadOpen; }
+
     /// Whether the last hop went over a connection that was open before.
     bool isConnectionReused() const noexcept;
 
@@ -133,6 +136,7 @@ private:
     CMoments m_answered;      // when the last answer of HTTP began
     bool m_hasAnswer = false; // whether there was one
     bool m_isRedirect = false;
+    bool m_isHeadOpen = false; // a status line has come, and not the empty line behind the fields
     int m_redirects = 0; // that were followed and answered
     CReplies m_replies;
     sela::CTLSSession m_tls;

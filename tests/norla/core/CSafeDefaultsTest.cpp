@@ -755,6 +755,33 @@ TEST_P(CSafeDefaultsTest, judgeByTheTextWithoutThatLine)
     EXPECT_EQ(header("server"), "(missing)");
 }
 
+TEST_P(CSafeDefaultsTest, takeNoAnswerThatBreaksOffInItsHeader)
+{
+    server().onConnection().readHead().sendAndClose("HTTP/1.1 200 OK\r\nServer: x\r\nContent-");
+    EXPECT_EQ(messageOf(server().url("/")),
+        "Transferred a partial file: the connection was closed within the header of the answer");
+}
+
+TEST_P(CSafeDefaultsTest, takeNoAnswerThatBreaksOffBehindAHeaderLine)
+{
+    server().onConnection().readHead().sendAndClose("HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n");
+    EXPECT_EQ(messageOf(server().url("/")),
+        "Transferred a partial file: the connection was closed within the header of the answer");
+}
+
+TEST_P(CSafeDefaultsTest, takeABrokenAnswerAsLibcurlDoesWithoutThatLine)
+{
+    request().setSafeDefaults({.judgeByProtocol = false});
+    server().onConnection().readHead().sendAndClose("HTTP/1.1 200 OK\r\nContent-");
+    EXPECT_EQ(messageOf(server().url("/")), "(no error)");
+}
+
+TEST_P(CSafeDefaultsTest, takeTrailersBehindABody)
+{
+    answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nhi\r\n0\r\nTrailer: x\r\n\r\n");
+    EXPECT_EQ(messageOf(server().url("/")), "(no error)");
+}
+
 TEST_P(CSafeDefaultsTest, judgeEachTransferAnew)
 {
     answer(ok("good"));
