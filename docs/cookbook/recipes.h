@@ -36,7 +36,7 @@ void performThroughProxy(norla::CNetRequest& request, const kx::String& proxy);
 void performWithCertificate(norla::CNetRequest& request, const Path& certificate, const Path& key,
     const kx::String& keyPassword, const Path& authority);
 void performWithPin(norla::CNetRequest& request, const kx::String& pin, const Path& authority);
-void performInTime(norla::CNetRequest& request);
+void performInTime(norla::CNetRequest& request, const kx::CTimeSpan& longest);
 void downloadSlowly(const kx::String& url, const Path& path, long long bytesPerSecond);
 void storeBySFTP(const kx::String& url, const kx::String& user, const Path& privateKey, const Path& path,
     const Path& knownHosts, const std::function<bool(const kx::String& host, const kx::String& fingerprint)>& isRight);

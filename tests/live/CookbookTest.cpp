@@ -2,6 +2,7 @@
 #include "docs/cookbook/recipes.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CTLSOptions.h"
+#include "norla/core/errorKind.h"
 #include "norla/mail/CSMTPParams.h"
 #include "norla/pool/CTransferPool.h"
 #include "tests/live/liveRequest.h"
@@ -11,6 +12,7 @@
 #include "tests/support/CProcessRun.h"
 #include "tests/support/CSMTPServer.h"
 #include "tests/support/CSSHServer.h"
+#include "tests/support/CScriptedServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/CTinyproxyServer.h"
@@ -166,6 +168,14 @@ TEST_F(CookbookTest, postsJSON)
     EXPECT_EQ(postJSON(url("/post"), "{\"a\": 1}"), "POST 8\n");
 }
 
+TEST_F(CookbookTest, saysThatItPostsJSON)
+{
+    support::CScriptedServer server;
+    server.onConnection().readHead().readBytes(2).send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n[]");
+    EXPECT_EQ(postJSON(text(server.url()), "{}"), "[]");
+    EXPECT_THAT(server.received(0), HasSubstr("\r\nContent-Type: application/json\r\n"));
+}
+
 TEST_F(CookbookTest, logsInWithAToken)
 {
     const auto request = requestFor(s_server->url("/token"));
@@ -250,8 +260,18 @@ TEST_F(CookbookTest, trustsNoOtherKey)
 TEST_F(CookbookTest, performsInTime)
 {
     const auto request = requestFor(s_server->url("/digits.txt"));
-    performInTime(*request);
+    performInTime(*request, kx::CTimeSpan::fromSeconds(60));
     EXPECT_EQ(bodyOf(*request), "0123456789");
+}
+
+TEST_F(CookbookTest, waitsNoLongerForAServerThatSaysNothing)
+{
+    support::CScriptedServer server;
+    server.onConnection().readHead().stall();
+    const auto request = requestFor(server.url());
+    const auto error = support::errorOf([&request] { performInTime(*request, kx::CTimeSpan::fromMilliseconds(200)); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::TotalTimeout) << error->what();
 }
 
 TEST_F(CookbookTest, limitsTheSpeed)
