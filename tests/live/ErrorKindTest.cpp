@@ -15,6 +15,7 @@
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CSMTPServer.h"
 #include "tests/support/CSSHServer.h"
+#include "tests/support/CScriptedServer.h"
 #include "tests/support/CSquidServer.h"
 #include "tests/support/CTinyproxyServer.h"
 
@@ -104,6 +105,34 @@ TEST(ErrorKindLiveTest, nginx)
     EXPECT_EQ(toldOf(server.url("/private/digits.txt")),
         "Login: The login is refused by the server HOST for '/private/digits.txt'; the server says: \"401 "
         "Authorization Required 401 Au~");
+}
+
+int cancel(void* /*data*/, curl_off_t /*size*/, curl_off_t /*down*/, curl_off_t /*toSend*/, curl_off_t /*up*/)
+{
+    return 1;
+}
+
+TEST(ErrorKindLiveTest, whatNginxDoesNotAllow)
+{
+    const support::CNginxServer server;
+    EXPECT_EQ(toldOf(server.url("/denied")),
+        "Denied: The use of '/denied' is not allowed on the server HOST; the server says: \"403 Forbidden 403 "
+        "Forbidden nginx~");
+    const auto upload = live::requestFor(server.url("/small"));
+    upload->setHTTPMethod("PUT");
+    upload->setSendDataAsUTF8("12");
+    EXPECT_EQ(toldOf(*upload),
+        "TooLarge: The size of '/small' is beyond what is allowed with the server HOST; the server says: \"413 "
+        "Request Entity Too Large 413 ~");
+}
+
+TEST(ErrorKindLiveTest, cancelledByTheProgram)
+{
+    const support::CNginxServer server;
+    const auto request = live::requestFor(server.url("/slow.bin"));
+    request->setOptionInt(CURLOPT_NOPROGRESS, 0);
+    request->setOptionPtr(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&cancel));
+    EXPECT_EQ(toldOf(*request), "Cancelled: The transfer of '/slow.bin' with the server HOST was cancelled.");
 }
 
 TEST(ErrorKindLiveTest, tlsOfNginx)
@@ -356,6 +385,21 @@ TEST(ErrorKindLiveTest, silentServerAndDeadline)
     EXPECT_EQ(toldOf(*request),
         "TotalTimeout: The transfer with HOST was not done within 0.3 seconds for '/slow.bin': the answer was still "
         "coming.");
+}
+
+TEST(ErrorKindLiveTest, serverThatAcceptsAndSaysNothing)
+{
+    support::CScriptedServer server;
+    server.onConnection().stall();
+    const auto encrypted = live::requestFor(server.url("/a", "https"));
+    encrypted->setDeadlines({.connect = kx::CTimeSpan::fromMilliseconds(200)});
+    EXPECT_EQ(toldOf(*encrypted),
+        "ConnectTimeout: The server HOST accepted a connection, but agreed on no encryption within 0.2 seconds for "
+        "'/a'.");
+    server.onConnection().readHead().stall();
+    const auto plain = live::requestFor(server.url("/a"));
+    plain->setDeadlines({.inactivity = kx::CTimeSpan::fromSeconds(1)});
+    EXPECT_EQ(toldOf(*plain), "InactivityTimeout: The server HOST has not answered for 1 second for '/a'.");
 }
 
 TEST(ErrorKindLiveTest, fileThatCannotBeWritten)

@@ -7,6 +7,10 @@
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CSMTPServer.h"
 #include "tests/support/CSSHServer.h"
+#include "tests/support/CScriptedServer.h"
+#include "tests/support/CTemporaryFolder.h"
+#include "tests/support/CTestCertificates.h"
+#include "tests/support/files.h"
 
 #include <gtest/gtest.h>
 
@@ -46,6 +50,24 @@ TEST(TransferInfoTest, http2OverTLS)
     EXPECT_EQ(info.tls->subjects.at(0), "CN=localhost");
     ASSERT_TRUE(info.times.encryption);
     expectOrder(info.times);
+}
+
+TEST(TransferInfoTest, allCertificatesThatTheServerSends)
+{
+    const auto& certificates = support::CTestCertificates::get();
+    const support::CTemporaryFolder folder;
+    const auto chain = folder.write(
+        "chain.pem", support::readFile(certificates.serverCertificate()) + support::readFile(certificates.caFile()));
+    support::CScriptedServer server;
+    server.onConnection()
+        .startTLS(chain, certificates.serverKey())
+        .readHead()
+        .send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    const auto request = live::requestFor(server.url("/", "https"));
+    trustTestCertificates(*request);
+    request->perform();
+    ASSERT_TRUE(request->getTransferInfo().tls);
+    EXPECT_EQ(request->getTransferInfo().tls->subjects, (kx::TArray<kx::String>{"CN=localhost", "CN=test authority"}));
 }
 
 TEST(TransferInfoTest, chainOfRedirects)
