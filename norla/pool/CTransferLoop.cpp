@@ -59,8 +59,10 @@ void CTransferLoop::run() noexcept
     m_inbox->setOwner(std::this_thread::get_id());
     for (;;) {
         takeFromInbox();
-        if (m_inbox->isStopAsked())
+        if (m_inbox->isStopAsked()) {
+            takeFromInbox(); // what has come in between, before the stop
             return;
+        }
         m_multi.wait(m_timers.getFirst());
         const CURLMcode result = m_multi.act();
         if (result != CURLM_OK)

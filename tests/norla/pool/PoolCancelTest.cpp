@@ -3,9 +3,13 @@
 #include "tests/norla/async/CLookupGate.h"
 #include "tests/norla/pool/CPoolFixture.h"
 #include "tests/support/CBusyPort.h"
+#include "tests/support/sleepingThread.h"
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <string>
 
 namespace {
 
@@ -65,6 +69,7 @@ protected:
     {
         const Transfer transfer = startTo(GetParam().place);
         ASSERT_FALSE(transfer->isDone());
+        waitUntilPoolSleeps();
         const auto begin = std::chrono::steady_clock::now();
         action(*transfer);
         EXPECT_TRUE(transfer->wait(longest));
@@ -80,6 +85,17 @@ protected:
     }
 
 private:
+    /// Its thread has come to wait for whatever happens next.
+    static void waitUntilPoolSleeps()
+    {
+        for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::string name;
+            std::getline(std::ifstream(thread.path() / "comm"), name);
+            if (name == "norla.pool")
+                support::waitUntilAsleep(std::stoi(thread.path().filename().string()));
+        }
+    }
+
     Transfer start(const Request& request, CTransfer::Options options = {})
     {
         options.onDone = [this](CTransfer&) { ++m_ends; };
@@ -167,6 +183,19 @@ TEST_F(PoolCallbackTest, stopsThePool)
 TEST_F(PoolCallbackTest, endsThePool)
 {
     expectCancelledInTheSinkBy([this] { destroyPool(); });
+}
+
+TEST_F(PoolCallbackTest, everyStopTellsEveryEnd)
+{
+    constexpr int count = 3000;
+    for (int number = 0; number < count; ++number) {
+        replacePool({});
+        const auto transfer = pool().start(badRequest().get());
+        for (std::atomic<int> turns = 0; turns < number; ++turns) {
+        } // so that it comes at another moment each time
+        pool().stop();
+        ASSERT_TRUE(transfer->isDone()) << number;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Places, PoolCancelTest, testing::ValuesIn(places),
