@@ -101,8 +101,13 @@ public:
     {
         m_schedule->close();
         m_schedule->cancelAll();
-        for (const auto& thread : m_threads)
-            thread->stop();
+        const bool isOwn = isOwnThread();
+        for (const auto& thread : m_threads) {
+            if (isOwn)
+                thread->askToStop(); // another one may be about to stop this one
+            else
+                thread->stop();
+        }
     }
 
     bool isOwnThread() const noexcept

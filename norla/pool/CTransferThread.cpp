@@ -64,12 +64,16 @@ CTransferThread::~CTransferThread()
         m_loop->forget();
 }
 
+void CTransferThread::askToStop() noexcept
+{
+    if (getpid() == m_process)
+        getInbox()->askToStop();
+}
+
 void CTransferThread::stop() noexcept
 {
-    if (getpid() != m_process)
-        return;
-    getInbox()->askToStop();
-    if (isCurrent())
+    askToStop();
+    if (getpid() != m_process || isCurrent())
         return;
     const std::lock_guard lock(m_mutex);
     if (m_thread.joinable())

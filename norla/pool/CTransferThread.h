@@ -21,6 +21,9 @@ public:
 
     const std::shared_ptr<CLoopInbox>& getInbox() const noexcept { return m_loop->getInbox(); }
 
+    /// Returns at once.
+    void askToStop() noexcept;
+
     /// Waits for the end of what it was asked for, on another thread than its own.
     void stop() noexcept;
 

@@ -6,10 +6,15 @@
 #include "tests/support/sleepingThread.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iostream>
+#include <mutex>
+#include <set>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -183,6 +188,35 @@ TEST_F(PoolCallbackTest, stopsThePool)
 TEST_F(PoolCallbackTest, endsThePool)
 {
     expectCancelledInTheSinkBy([this] { destroyPool(); });
+}
+
+TEST_F(PoolCallbackTest, stopsThePoolOnTwoOfItsThreadsAtOnce)
+{
+    replacePool({.threads = 2});
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::set<std::thread::id> threads; // guarded by the mutex
+    std::atomic<int> stopped{0};
+    CTransfer::Options options;
+    std::promise<void> start;
+    const auto started = start.get_future().share();
+    options.onDone = [&](CTransfer&) {
+        started.wait();
+        {
+            std::unique_lock lock(mutex);
+            if (!threads.insert(std::this_thread::get_id()).second)
+                return;
+            changed.notify_all();
+            changed.wait_for(lock, std::chrono::seconds(20), [&] { return threads.size() == 2; });
+        }
+        pool().stop();
+        ++stopped;
+    };
+    for (int port = 1; port < 32; ++port) // hosts enough for both threads
+        pool().start(requestTo("nonsense://127.0.0.1:" + std::to_string(port) + "/").get(), options);
+    start.set_value();
+    EXPECT_TRUE(waitUntil([&] { return stopped == 2; }));
+    pool().stop();
 }
 
 TEST_F(PoolCallbackTest, everyStopTellsEveryEnd)
