@@ -101,13 +101,12 @@ public:
     {
         m_schedule->close();
         m_schedule->cancelAll();
-        const bool isOwn = isOwnThread();
-        for (const auto& thread : m_threads) {
-            if (isOwn)
-                thread->askToStop(); // another one may be about to stop this one
-            else
-                thread->stop();
-        }
+        for (const auto& thread : m_threads)
+            thread->askToStop();
+        if (isOwnThread())
+            return; // another thread may be about to wait for this one
+        for (const auto& thread : m_threads)
+            thread->join();
     }
 
     bool isOwnThread() const noexcept

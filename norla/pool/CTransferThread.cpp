@@ -57,7 +57,8 @@ std::thread CTransferThread::run(std::shared_ptr<CTransferLoop> loop)
 
 CTransferThread::~CTransferThread()
 {
-    stop();
+    askToStop();
+    join();
     if (m_thread.joinable())
         m_thread.detach(); // the own one, whose last turn needs nobody, or one that does not exist in this process
     if (getpid() != m_process)
@@ -70,9 +71,8 @@ void CTransferThread::askToStop() noexcept
         getInbox()->askToStop();
 }
 
-void CTransferThread::stop() noexcept
+void CTransferThread::join() noexcept
 {
-    askToStop();
     if (getpid() != m_process || isCurrent())
         return;
     const std::lock_guard lock(m_mutex);

@@ -21,11 +21,11 @@ public:
 
     const std::shared_ptr<CLoopInbox>& getInbox() const noexcept { return m_loop->getInbox(); }
 
-    /// Returns at once.
+    /// To end what it does, and then itself. Returns at once.
     void askToStop() noexcept;
 
-    /// Waits for the end of what it was asked for, on another thread than its own.
-    void stop() noexcept;
+    /// Waits until it has stopped; its own thread, and one of a child process, does not.
+    void join() noexcept;
 
     bool isCurrent() const noexcept { return m_id == std::this_thread::get_id(); }
 
