@@ -20,8 +20,8 @@ class CNetRequest;
 /// The static operations prepare any request in the same way, for callers that run it themselves, such as with a
 /// manager. They touch nothing else.
 ///
-/// The server's certificate is not verified, which is deliberate, unless CSMTPParams::safeDefaults or tlsOptions ask for
-/// it; the name in it has to be the host's in any case.
+/// The server's certificate is not verified, which is deliberate, unless CSMTPParams::safeDefaults or tlsOptions ask
+/// for it; the name in it has to be the host's in any case.
 ///
 /// Addresses of the envelope are passed on unchanged, with or without angle brackets, and nothing in them is checked
 /// but that no recipient is empty: a line end in one would be a command of its own. Whoever takes addresses from

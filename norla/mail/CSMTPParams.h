@@ -55,9 +55,9 @@ public:
     /// millisecond counts as one.
     kx::CTimeSpan fullTimeout = kx::CTimeSpan::infinite();
 
-    /// What is wanted of every mail's transfer, as CNetRequest::setSafeDefaults(); `safeDefaults.emplace()` asks for all
-    /// of it. With verifyTLS the server's certificate is verified before the password is told. Nothing, as at first:
-    /// any certificate for that host is believed.
+    /// What is wanted of every mail's transfer, as CNetRequest::setSafeDefaults(); `safeDefaults.emplace()` asks for
+    /// all of it. With verifyTLS the server's certificate is verified before the password is told. Nothing, as at
+    /// first: any certificate for that host is believed.
     std::optional<CSafeDefaults> safeDefaults = {};
 
     /// Who is believed and what the server is shown, as CNetRequest::setTLSOptions(); it counts in place of what
