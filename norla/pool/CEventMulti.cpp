@@ -13,6 +13,7 @@ CEventMulti::CEventMulti(int wakeDescriptor, long idleConnections)
 {
     m_events.watch(wakeDescriptor);
     m_multi.getSockets().tellClosings([this](curl_socket_t socket) noexcept { m_events.forget(socket); });
+    m_multi.getSockets().tellOpenings([this](curl_socket_t socket) noexcept { m_events.forget(socket); });
     // None of these can fail.
     curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETFUNCTION, &CEventMulti::onSocket);
     curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETDATA, this);

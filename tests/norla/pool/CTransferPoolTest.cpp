@@ -6,6 +6,7 @@
 #include "norla/core/explain.h"
 #include "norla/pool/CExecutorQueue.h"
 #include "tests/norla/pool/CPoolFixture.h"
+#include "tests/support/CBusyPort.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
 
@@ -539,6 +540,19 @@ TEST_F(CTransferPoolTest, runsManyOnSeveralThreads)
     }
     pool().stop();
     EXPECT_EQ(m_ends, count);
+}
+
+TEST_F(CTransferPoolTest, watchesAConnectionWhoseNumberWasThatOfOneThatWasGivenUp)
+{
+    const support::CBusyPort busy;
+    const auto givenUp = pool().start(requestTo(busy.url()).get());
+    EXPECT_FALSE(givenUp->wait(100)); // it has come to wait for the connection
+    givenUp->cancel();
+    givenUp->wait(longest);
+    answer(ok("hello"));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(pool().start(newRequest().get())->wait(longest));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(150));
 }
 
 } // namespace
