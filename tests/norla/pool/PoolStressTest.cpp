@@ -191,19 +191,6 @@ private:
     Transfer m_transfer;
 };
 
-} // namespace
-
-#ifdef __SANITIZE_THREAD__
-// libcurl closes the socket of a connection that it gives up before it tells that nobody is to wait for it: another
-// thread's socket may have the number by then, with another epoll descriptor.
-extern "C" const char* __tsan_default_suppressions()
-{
-    return "race:norla::CSocketEvents::set";
-}
-#endif
-
-namespace {
-
 class PoolStressTest : public testing::Test {
 protected:
     using Subjects = std::array<kx::P<CSubject>, subjectsPerOwner>;
