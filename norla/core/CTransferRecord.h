@@ -137,7 +137,7 @@ private:
     bool m_hasAnswer = false; // whether there was one
     bool m_isRedirect = false;
     bool m_isHeadOpen = false; // a status line has come, and not the empty line behind the fields
-    int m_redirects = 0; // that were followed and answered
+    int m_redirects = 0;       // that were followed and answered
     CReplies m_replies;
     sela::CTLSSession m_tls;
     std::string m_url; // at the end
