@@ -2,8 +2,8 @@
 #include "norla/core/explain.h"
 #include "norla/pool/CTransferPool.h"
 
-// Fetches many pages, at most six at once from each host, and tries again what has failed for a moment. Returns what went
-// wrong, a sentence for each page.
+// Fetches many pages, at most six at once from each host, and tries again what has failed for a moment. Returns what
+// went wrong, a sentence for each page.
 kx::TArray<kx::String> fetchPages(const kx::TArray<kx::String>& urls)
 {
     const norla::CTransferPool::Options limits{.perHost = 6};

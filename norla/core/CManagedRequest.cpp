@@ -23,6 +23,11 @@ void CManagedRequest::enter(COpenSockets& sockets)
     m_request.m_rooms->sockets.use(sockets);
 }
 
+bool CManagedRequest::opensSockets() const noexcept
+{
+    return m_request.m_rooms->sockets.areApplications();
+}
+
 void CManagedRequest::dropConnectionAfter(CURLcode result) noexcept
 {
     m_request.m_rooms->dropConnectionAfter(result);

@@ -27,6 +27,10 @@ public:
     /// @throws CCURLError if libcurl refuses
     void enter(COpenSockets& sockets);
 
+    /// Whether the application opens its sockets itself (CURLOPT_OPENSOCKETFUNCTION), so that nobody learns of their
+    /// end.
+    bool opensSockets() const noexcept;
+
     /// With the result, before libcurl lets go of a request whose transfer has ended.
     void dropConnectionAfter(CURLcode result) noexcept;
 

@@ -24,8 +24,8 @@ public:
     /// Tells somebody each socket that is about to be closed. @param listener lives as long as the cache
     void tellClosings(std::function<void(curl_socket_t)> listener) { m_onClosing = std::move(listener); }
 
-    /// Tells somebody each socket that is new. What libcurl gives up before it is connected it closes by itself, untold:
-    /// the number may have been that of another one. @param listener lives as long as the cache
+    /// Tells somebody each socket that is new. What libcurl gives up before it is connected it closes by itself,
+    /// untold: the number may have been that of another one. @param listener lives as long as the cache
     void tellOpenings(std::function<void(curl_socket_t)> listener) { m_onOpening = std::move(listener); }
 
     /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once. For the

@@ -34,6 +34,9 @@ public:
     /// Before libcurl closes the request's own connections: it waits for no server then.
     void stopReading() noexcept { m_own->stopReading(); }
 
+    /// Whether the application opens the sockets itself: nobody learns then when libcurl closes them.
+    bool areApplications() const noexcept { return m_opensSockets; }
+
     /// Whether own connections may be open.
     bool hasOwnConnections() const noexcept { return m_hasOwnConnections; }
 

@@ -29,7 +29,10 @@ CEventMulti::~CEventMulti()
 
 int CEventMulti::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* /*known*/) noexcept
 {
-    return static_cast<CEventMulti*>(self)->m_events.set(socket, what) ? 0 : -1;
+    auto& multi = *static_cast<CEventMulti*>(self);
+    if (what == CURL_POLL_REMOVE && !multi.m_knowsAllSockets)
+        multi.m_events.forget(socket);
+    return multi.m_events.set(socket, what) ? 0 : -1;
 }
 
 int CEventMulti::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexcept
@@ -43,7 +46,9 @@ int CEventMulti::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexc
 
 void CEventMulti::add(CNetRequest& request)
 {
-    CManagedRequest(request).enter(m_multi.getSockets());
+    CManagedRequest managed(request);
+    m_knowsAllSockets = m_knowsAllSockets && !managed.opensSockets();
+    managed.enter(m_multi.getSockets());
     CMultiHandle::check(curl_multi_add_handle(m_multi.get(), request.getEasyHandle()));
 }
 

@@ -60,6 +60,7 @@ private:
     CSocketEvents m_events;
     std::optional<CMoment> m_timer; // libcurl's
     CMultiHandle m_multi;           // goes first: libcurl tells of the sockets that it closes
+    bool m_knowsAllSockets = true;  // when they open and close, so that they may be watched in between
     bool m_hasStuck = false;        // libcurl has kept one that it was told to let go
 };
 

@@ -23,8 +23,8 @@ constexpr int usualAtOnce = 256;
 constexpr int usualIdleConnections = 256;
 constexpr rlim_t keptDescriptors = 128; // for everything else in the process
 
-/// A third of the descriptors: each transfer may have two connections (FTP), and as many as there are transfers may stay
-/// open beside them.
+/// A third of the descriptors: each transfer may have two connections (FTP), and as many as there are transfers may
+/// stay open beside them.
 int thirdOfDescriptors() noexcept
 {
     rlimit limit{};

@@ -542,17 +542,52 @@ TEST_F(CTransferPoolTest, runsManyOnSeveralThreads)
     EXPECT_EQ(m_ends, count);
 }
 
-TEST_F(CTransferPoolTest, watchesAConnectionWhoseNumberWasThatOfOneThatWasGivenUp)
+/// A transfer behind one that was given up while it was connecting, whose socket's number it has as a rule.
+class GivenUpConnectionTest : public CTransferPoolTest {
+protected:
+    using Request = CAsyncFixture::Request;
+
+    /// Without a watch libcurl looks again after 200 ms, each time; a machine that is busy takes that long now and then.
+    void expectQuickEnd(const std::function<Request(const std::string&)>& makeRequest)
+    {
+        constexpr auto shortest = std::chrono::milliseconds(150);
+        auto quickest = std::chrono::steady_clock::duration::max();
+        for (int count = 0; count < 10 && quickest > shortest; ++count)
+            quickest = std::min(quickest, timeOfTransfer(makeRequest));
+        EXPECT_LE(quickest, shortest);
+    }
+
+private:
+    std::chrono::steady_clock::duration timeOfTransfer(const std::function<Request(const std::string&)>& makeRequest)
+    {
+        const auto givenUp = pool().start(makeRequest(m_busy.url()).get());
+        EXPECT_FALSE(givenUp->wait(100)); // it has come to wait for the connection
+        givenUp->cancel();
+        givenUp->wait(longest);
+        answer("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(pool().start(makeRequest(server().url()).get())->wait(longest));
+        return std::chrono::steady_clock::now() - start;
+    }
+
+    const support::CBusyPort m_busy;
+};
+
+TEST_F(GivenUpConnectionTest, leavesItsNumberToOneThatIsWatched)
 {
-    const support::CBusyPort busy;
-    const auto givenUp = pool().start(requestTo(busy.url()).get());
-    EXPECT_FALSE(givenUp->wait(100)); // it has come to wait for the connection
-    givenUp->cancel();
-    givenUp->wait(longest);
-    answer(ok("hello"));
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(pool().start(newRequest().get())->wait(longest));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(150));
+    expectQuickEnd(&GivenUpConnectionTest::requestTo);
+}
+
+TEST_F(GivenUpConnectionTest, leavesItsNumberToOneThatIsWatchedAlsoWhereTheApplicationOpensThem)
+{
+    expectQuickEnd([](const std::string& url) {
+        const auto open = [](void*, curlsocktype, curl_sockaddr* address) {
+            return static_cast<curl_socket_t>(::socket(address->family, address->socktype, address->protocol));
+        };
+        auto request = requestTo(url);
+        request->setOptionPtr(CURLOPT_OPENSOCKETFUNCTION, reinterpret_cast<void*>(+open));
+        return request;
+    });
 }
 
 } // namespace
