@@ -203,7 +203,7 @@ void CTransferLoop::look(CTransferWork& work, CMoment now)
 void CTransferLoop::expire(CTransferWork& work, const kx::CTimeSpan& limit, const char* what)
 {
     if (!work.isInMulti) {
-        end(work, TransferState::Failed, work.retries.getAttempts().back().error);
+        end(work, TransferState::Failed, work.lastError);
         return;
     }
     withdraw(work);
@@ -297,6 +297,7 @@ bool CTransferLoop::pause(CTransferWork& work, const kx::CError& error) noexcept
     work.attemptEnd.reset();
     work.nextProgress.reset();
     try {
+        work.lastError = error.clone();
         setTimer(work);
     } catch (const std::exception&) {
         return false;

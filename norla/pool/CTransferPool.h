@@ -52,7 +52,8 @@ public:
     CTransferPool(const CTransferPool&) = delete;
     CTransferPool& operator=(const CTransferPool&) = delete;
 
-    /// As stop(). The last reference may go on the pool's own thread, in a callback: that waits for nothing.
+    /// As stop(). The last reference may go on a thread of the pool's, in a callback: that waits for its other threads
+    /// alone.
     ~CTransferPool() override;
 
     /// Hands a request over; returns at once. The attempt begins when there is room.

@@ -67,6 +67,8 @@ public:
     std::optional<CMoment> nextAttempt;
     std::optional<CMoment> nextProgress;
 
+    kx::P<kx::CError> lastError; // what the attempt before has ended with
+
     /// When something is to be done next, by the four above.
     std::optional<CMoment> getNextMoment() const noexcept;
 

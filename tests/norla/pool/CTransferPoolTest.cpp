@@ -547,7 +547,8 @@ class GivenUpConnectionTest : public CTransferPoolTest {
 protected:
     using Request = CAsyncFixture::Request;
 
-    /// Without a watch libcurl looks again after 200 ms, each time; a machine that is busy takes that long now and then.
+    /// Without a watch libcurl looks again after 200 ms, each time; a machine that is busy takes that long now and
+    /// then.
     void expectQuickEnd(const std::function<Request(const std::string&)>& makeRequest)
     {
         constexpr auto shortest = std::chrono::milliseconds(150);
