@@ -547,7 +547,7 @@ class GivenUpConnectionTest : public CTransferPoolTest {
 protected:
     using Request = CAsyncFixture::Request;
 
-    /// Without a watch libcurl looks again after 200 ms, each time; a machine that is busy takes that long now and
+    /// Without a watch libcurl looks again after 200 ms, each time; a busy machine takes that long now and then.
     /// then.
     void expectQuickEnd(const std::function<Request(const std::string&)>& makeRequest)
     {
