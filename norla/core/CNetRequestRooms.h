@@ -106,8 +106,8 @@ struct CNetRequest::CRooms {
 
     bool judgesByProtocol() const noexcept { return safety && safety->judgeByProtocol; }
 
-    /// Does nothing for an empty text. @throws CCURLError CURLE_FILESIZE_EXCEEDED with it
-    /// @param plainExcess the same for a person
+    /// Does nothing for an empty text. The second one has the same for a person.
+    /// @throws CCURLError CURLE_FILESIZE_EXCEEDED with it
     void requireNoExcess(const kx::String& excess) const;
     void requireNoExcess(const kx::String& excess, const kx::String& plainExcess) const;
     void requireRoomFor(size_t size) const;
