@@ -125,4 +125,11 @@ kx::String CEasyHandle::urlEscape(const kx::String& text) const
     return kx::String::fromUTF8(escaped.get());
 }
 
+// It does so whenever a transfer that was paused is to go on.
+void CEasyHandle::lookAgain() noexcept
+{
+    curl_easy_pause(get(), CURLPAUSE_RECV);
+    curl_easy_pause(get(), CURLPAUSE_CONT);
+}
+
 } // namespace norla

@@ -70,6 +70,9 @@ public:
         return curl_easy_getinfo(m_handle.get(), info, &value) == CURLE_OK;
     }
 
+    /// Lets libcurl look at the transfer once more, behind what it does now, also where nothing happens to its sockets.
+    void lookAgain() noexcept;
+
     /// Empty when there is none; valid until libcurl is asked or told something else.
     std::string_view askText(CURLINFO info) const noexcept
     {

@@ -20,7 +20,14 @@ void CManagedRequest::leaveQueue() noexcept
 
 void CManagedRequest::enter(COpenSockets& sockets)
 {
+    m_request.m_rooms->isDrivenByEvents = false;
     m_request.m_rooms->sockets.use(sockets);
+}
+
+void CManagedRequest::enterEvents(COpenSockets& sockets)
+{
+    enter(sockets);
+    m_request.m_rooms->isDrivenByEvents = true;
 }
 
 bool CManagedRequest::opensSockets() const noexcept

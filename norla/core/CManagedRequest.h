@@ -27,6 +27,9 @@ public:
     /// @throws CCURLError if libcurl refuses
     void enter(COpenSockets& sockets);
 
+    /// The same where it is only told what happens to sockets (curl_multi_socket_action(3)).
+    void enterEvents(COpenSockets& sockets);
+
     /// Whether the application opens its sockets itself (CURLOPT_OPENSOCKETFUNCTION), so that nobody learns of their
     /// end.
     bool opensSockets() const noexcept;

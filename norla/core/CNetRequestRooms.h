@@ -30,6 +30,7 @@
 #include "norla/core/CUnpackingLimits.h"
 
 #include <optional>
+#include <string_view>
 
 namespace norla {
 
@@ -64,6 +65,7 @@ struct CNetRequest::CRooms {
     CKeyPassword keyPassword{handle};
     CTransferRecord record{handle};
     CTransferLimits deadlines;
+    bool isDrivenByEvents = false; // by somebody who tells libcurl what happens to sockets, and nothing else
     CProxyRoute proxy;
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
 
@@ -114,6 +116,8 @@ struct CNetRequest::CRooms {
     void noticeRefusedRedirect(CURLcode result);
     void endBody();
     void noticeProtocol();
+
+    void lookAgainAfter(std::string_view reply) noexcept;
 
     // libcurl's, each with the rooms as its data
     static size_t write(char* data, size_t size, size_t count, void* rooms) noexcept;

@@ -48,7 +48,7 @@ void CEventMulti::add(CNetRequest& request)
 {
     CManagedRequest managed(request);
     m_knowsAllSockets = m_knowsAllSockets && !managed.opensSockets();
-    managed.enter(m_multi.getSockets());
+    managed.enterEvents(m_multi.getSockets());
     CMultiHandle::check(curl_multi_add_handle(m_multi.get(), request.getEasyHandle()));
 }
 

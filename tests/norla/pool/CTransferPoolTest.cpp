@@ -542,6 +542,43 @@ TEST_F(CTransferPoolTest, runsManyOnSeveralThreads)
     EXPECT_EQ(m_ends, count);
 }
 
+// libcurl 7.88 makes no data connection then until something happens to the other one.
+TEST_F(CTransferPoolTest, goesOnWhenAnFTPServerSaysWhereItsDataAreBeforeItIsWaitedFor)
+{
+    support::CScriptedServer data;
+    data.onConnection().send("one");
+    data.onConnection().send("two");
+    const std::string place = "229 Here (|||" + std::to_string(data.getPort()) + "|)\r\n";
+    server()
+        .onConnection()
+        .send("220 Hello\r\n")
+        .readUntil("\r\n")
+        .send("230 In\r\n")
+        .readUntil("PWD\r\n")
+        .send("257 \"/\"\r\n")
+        .readUntil("EPSV\r\n")
+        .send(place)
+        .readUntil("TYPE I\r\n")
+        .send("200 Yes\r\n")
+        .readUntil("\r\n")
+        .send("213 3\r\n")
+        .readUntil("\r\n")
+        .send("150 Now\r\n226 Done\r\n" + place) // which answers the next EPSV
+        .readUntil("EPSV\r\n")
+        .readUntil("\r\n")
+        .send("213 3\r\n")
+        .readUntil("\r\n")
+        .send("150 Now\r\n226 Done\r\n")
+        .readToEnd();
+    for (const char* body : {"one", "two"}) {
+        const auto request = requestTo(server().url("/file", "ftp"));
+        const auto transfer = pool().start(request.get());
+        ASSERT_TRUE(transfer->wait(longest)) << body;
+        EXPECT_EQ(failureOf(transfer), "");
+        EXPECT_EQ(bodyOf(request), body);
+    }
+}
+
 /// A transfer behind one that was given up while it was connecting, whose socket's number it has as a rule.
 class GivenUpConnectionTest : public CTransferPoolTest {
 protected:
