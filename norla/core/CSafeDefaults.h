@@ -40,7 +40,7 @@ struct CSafeDefaults {
 
     /// Bodies of known size below that, in bytes, are sent without asking first whether they are welcome ("Expect:
     /// 100-continue"), which costs a second with servers that do not answer. A custom header "Expect" goes before. 0:
-    /// left to libcurl, whose older versions ask before every PUT.
+    /// left to libcurl, whose older versions ask before every PUT; newer ones ask beyond a mebibyte alone.
     long long expectFrom = 1024LL * 1024;
 
     /// What the default receive buffer may hold, in bytes, unpacked; more is an error (CURLE_FILESIZE_EXCEEDED). Sinks

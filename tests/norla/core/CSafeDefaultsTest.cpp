@@ -560,9 +560,10 @@ TEST_P(CSafeDefaultsTest, sendSmallBodiesUnasked)
     EXPECT_EQ(received().find("Expect"), std::string::npos);
 }
 
-TEST_P(CSafeDefaultsTest, askBeforeBodiesFromAMebibyteOn)
+// Whether at a mebibyte itself, versions of libcurl differ.
+TEST_P(CSafeDefaultsTest, askBeforeBodiesBeyondAMebibyte)
 {
-    EXPECT_TRUE(asksBefore(size_t{1024} * 1024));
+    EXPECT_TRUE(asksBefore(size_t{1024} * 1024 + 1));
 }
 
 TEST_P(CSafeDefaultsTest, sendBodiesBelowAMebibyteUnasked)
