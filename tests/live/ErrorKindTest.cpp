@@ -222,6 +222,20 @@ TEST(ErrorKindLiveTest, proftpd)
             "understood\"."}));
 }
 
+TEST(ErrorKindLiveTest, folderOfProFTPDThatIsOnlyRead)
+{
+    const auto server = live::makeLenient<support::CProFTPDServer>(live::Security::None);
+    std::filesystem::create_directory(server->root() / "read-only");
+    const auto upload = live::requestFor(server->url("/read-only/new.txt"));
+    upload->setUserName(kx::String::fromUTF8(server->userName()));
+    upload->setUserPassword(kx::String::fromUTF8(server->password()));
+    upload->setUpload(true);
+    upload->setSendDataAsUTF8("x");
+    EXPECT_EQ(toldOf(*upload),
+        "Denied: The use of '/read-only/new.txt' is not allowed on the server HOST; the server says: \"550 new.txt: "
+        "Operation not permit~");
+}
+
 TEST(ErrorKindLiveTest, pureFTPd)
 {
     EXPECT_EQ(toldOfFTP(*live::makePureFTPd(live::Security::None)),
@@ -252,26 +266,38 @@ TEST(ErrorKindLiveTest, vsftpd)
             "with USER and PA~"}));
 }
 
+kx::P<norla::CNetRequest> requestFor(const support::CSSHServer& server, const std::string& name)
+{
+    auto request = live::requestFor(server.url((server.root() / name).string()));
+    request->setUserName(kx::String::fromUTF8(server.userName()));
+    request->setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, kx::String::fromUTF8(server.privateKeyFile().string()));
+    request->setOptionString(CURLOPT_SSH_PUBLIC_KEYFILE, kx::String::fromUTF8(server.publicKeyFile().string()));
+    request->setOptionInt(CURLOPT_SSH_AUTH_TYPES, CURLSSH_AUTH_PUBLICKEY);
+    return request;
+}
+
 TEST(ErrorKindLiveTest, openSSH)
 {
     const support::CSSHServer server;
     const support::CTemporaryFolder folder;
-    const auto requestFor = [&server](const std::string& name) {
-        auto request = live::requestFor(server.url((server.root() / name).string()));
-        request->setUserName(kx::String::fromUTF8(server.userName()));
-        request->setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, kx::String::fromUTF8(server.privateKeyFile().string()));
-        request->setOptionString(CURLOPT_SSH_PUBLIC_KEYFILE, kx::String::fromUTF8(server.publicKeyFile().string()));
-        request->setOptionInt(CURLOPT_SSH_AUTH_TYPES, CURLSSH_AUTH_PUBLICKEY);
-        return request;
-    };
-    EXPECT_EQ(toldOf(*requestFor("missing.txt")), "NotFound: There is no 'FOLDER/missing.txt' on the server HOST.");
-    const auto stranger = requestFor("digits.txt");
+    EXPECT_EQ(
+        toldOf(*requestFor(server, "missing.txt")), "NotFound: There is no 'FOLDER/missing.txt' on the server HOST.");
+    const auto stranger = requestFor(server, "digits.txt");
     stranger->setOptionInt(CURLOPT_SSH_AUTH_TYPES, CURLSSH_AUTH_PASSWORD);
     stranger->setUserPassword("wrong");
     EXPECT_EQ(toldOf(*stranger), "Login: The login is refused by the server HOST for 'FOLDER/digits.txt'.");
-    const auto suspicious = requestFor("digits.txt");
+    const auto suspicious = requestFor(server, "digits.txt");
     suspicious->setSSHKnownHostsPath(norla::CNetRequest::Path::fromBytes(folder.write("known_hosts", "").string()));
     EXPECT_EQ(toldOf(*suspicious), "Certificate: It is not certain that the server HOST is the server that was meant.");
+}
+
+TEST(ErrorKindLiveTest, openSSHThatIsOnlyRead)
+{
+    const support::CSSHServer server({"ed25519"}, support::CSSHServer::Access::ReadOnly);
+    const auto upload = requestFor(server, "new.txt");
+    upload->setUpload(true);
+    upload->setSendDataAsUTF8("x");
+    EXPECT_EQ(toldOf(*upload), "Denied: The use of 'FOLDER/new.txt' is not allowed on the server HOST.");
 }
 
 std::string toldOfMail(unsigned short port, norla::CSMTPParams::ConnectType type, const std::string& recipient,

@@ -31,8 +31,8 @@ void makeSystemFolder()
 
 } // namespace
 
-CSSHServer::CSSHServer(const std::vector<std::string>& hostKeyTypes)
-    : m_process(start(hostKeyTypes))
+CSSHServer::CSSHServer(const std::vector<std::string>& hostKeyTypes, Access access)
+    : m_process(start(hostKeyTypes, access))
 {
 }
 
@@ -94,7 +94,7 @@ std::string CSSHServer::log() const
     return m_process->log();
 }
 
-std::unique_ptr<CServerProcess> CSSHServer::start(const std::vector<std::string>& hostKeyTypes)
+std::unique_ptr<CServerProcess> CSSHServer::start(const std::vector<std::string>& hostKeyTypes, Access access)
 {
     makeSystemFolder();
     std::string hostKeys;
@@ -104,9 +104,9 @@ std::unique_ptr<CServerProcess> CSSHServer::start(const std::vector<std::string>
     }
     makeKey(privateKeyFile(), "ed25519");
     m_folder.write("root/digits.txt", "0123456789");
-    const auto settingsFor = [this, &hostKeys](unsigned short port) {
-        const std::map<std::string, std::string> values{
-            {"FOLDER", m_folder.path()}, {"PORT", std::to_string(port)}, {"HOST_KEYS", hostKeys}};
+    const auto settingsFor = [this, &hostKeys, access](unsigned short port) {
+        const std::map<std::string, std::string> values{{"FOLDER", m_folder.path()}, {"PORT", std::to_string(port)},
+            {"HOST_KEYS", hostKeys}, {"SFTP", access == Access::ReadOnly ? "internal-sftp -R" : "internal-sftp"}};
         const std::filesystem::path configuration
             = m_folder.write("sshd.conf", expandConfiguration("sshd.conf", values));
         return CServerProcess::CSettings{.arguments = {"/usr/sbin/sshd", "-D", "-e", "-f", configuration},

@@ -15,10 +15,12 @@ namespace support {
 /// the test, with privateKeyFile(), to all files that this user may see.
 class CSSHServer {
 public:
+    enum class Access { All, ReadOnly };
+
     /// Blocks until the server listens.
     /// @param hostKeyTypes which keys it has, as ssh-keygen calls them
     /// @throws std::runtime_error if it cannot be started
-    explicit CSSHServer(const std::vector<std::string>& hostKeyTypes = {"ed25519"});
+    explicit CSSHServer(const std::vector<std::string>& hostKeyTypes = {"ed25519"}, Access access = Access::All);
 
     unsigned short getPort() const;
 
@@ -47,7 +49,7 @@ public:
 
 private:
     std::filesystem::path hostKeyFile(const std::string& hostKeyType) const;
-    std::unique_ptr<CServerProcess> start(const std::vector<std::string>& hostKeyTypes);
+    std::unique_ptr<CServerProcess> start(const std::vector<std::string>& hostKeyTypes, Access access);
 
     CTemporaryFolder m_folder;
     unsigned short m_port = 0;
