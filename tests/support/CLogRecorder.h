@@ -11,8 +11,8 @@
 
 namespace support {
 
-/// Takes the log's entries in place of standard error, as long as it lives. One at a time; any thread may log, also while
-/// it goes: the handler owns the lines, since a call that has begun is not waited for.
+/// Takes the log's entries in place of standard error, as long as it lives. One at a time; any thread may log, also
+/// while it goes: the handler owns the lines, since a call that has begun is not waited for.
 class CLogRecorder {
 public:
     CLogRecorder()
