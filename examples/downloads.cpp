@@ -26,8 +26,9 @@ namespace {
 const CProgram program{
     .name = "downloads",
     .operands = {"FOLDER", "URL..."},
-    .purpose = R"(Downloads the URLs (http, https, ftp, ftps, sftp) at once. Each becomes a file
-in FOLDER, named after the last part of its path, as soon as all of it has come.
+    .purpose = R"(Downloads the URLs (http, https, ftp, ftps, sftp), a hundred of them at once.
+Each becomes a file in FOLDER, named after the last part of its path, as soon as
+all of it has come.
 )",
     .options = {{"--ca", "FILE", "trust the certificates in this file only"}},
     .notes = R"(A URL may hold a user name: ftp://name@host/file. The password is that of the
@@ -85,30 +86,43 @@ fs::path fileNameOf(const std::string& url, const CAddress& address)
     return name;
 }
 
-/// One URL on its way into a file, which has its name as soon as all of it is there.
+void requireFolder(const fs::path& folder)
+{
+    if (access((folder / ".").c_str(), W_OK | X_OK) == 0)
+        return;
+    const int errorNumber = errno;
+    throw fileError("The folder '" + shownPath(folder.native()) + "' cannot be written", errorNumber);
+}
+
+/// One URL on its way into a file, which has its name as soon as all of it is there. Request and file are there as long
+/// as the transfer is: a process may have fewer descriptors than there are URLs.
 class CDownload {
 public:
     CDownload(const CAddress& address, const fs::path& file, const Path& authority)
         : m_address(address)
-        , m_name(shownPath(file.filename().native()))
+        , m_file(file)
+        , m_authority(authority)
     {
-        address.applyTo(*m_request);
-        if (!authority.isEmpty())
-            m_request->setRootCertBundlePath(authority);
-        m_sink
-            = withLocalFile([&] { return kx::newObj<norla::CFileSink>(*m_request, Path::fromBytes(file.native())); });
-        m_request->setReceiveDataSink(m_sink.get());
     }
 
     /// It tells progress and end on the thread that runs what waits in the pool's executor, and stays until the end.
     void start(norla::CTransferPool& pool)
     {
-        norla::CTransfer::Options options;
-        options.onProgress = [this](const norla::CTransferProgress& progress) { m_progress = progress; };
-        options.onDone = [this](const norla::CTransfer& transfer) { end(transfer); };
-        pool.start(m_request.get(), options);
+        m_hasBegun = true;
+        try {
+            const auto request = prepare();
+            norla::CTransfer::Options options;
+            options.onProgress = [this](const norla::CTransferProgress& progress) { m_progress = progress; };
+            options.onDone = [this](const norla::CTransfer& transfer) { end(transfer); };
+            pool.start(request.get(), options);
+        } catch (const kx::CError& failure) {
+            m_error = failure.clone();
+            m_sink = nullptr;
+            m_hasEnded = true;
+        }
     }
 
+    bool hasBegun() const { return m_hasBegun; }
     bool hasEnded() const { return m_hasEnded; }
 
     /// Why there is no file; null when there is one, and before the end.
@@ -116,13 +130,25 @@ public:
 
     kx::String progress() const
     {
-        kx::String text = m_name + ": " + kx::toString(m_progress.received);
+        kx::String text = shownPath(m_file.filename().native()) + ": " + kx::toString(m_progress.received);
         if (m_progress.toReceive.value_or(0) > 0)
             text += " of " + kx::toString(*m_progress.toReceive);
         return text + " bytes";
     }
 
 private:
+    kx::P<norla::CNetRequest> prepare()
+    {
+        auto request = kx::newObj<norla::CNetRequest>();
+        m_address.applyTo(*request);
+        if (!m_authority.isEmpty())
+            request->setRootCertBundlePath(m_authority);
+        m_sink
+            = withLocalFile([&] { return kx::newObj<norla::CFileSink>(*request, Path::fromBytes(m_file.native())); });
+        request->setReceiveDataSink(m_sink.get());
+        return request;
+    }
+
     void end(const norla::CTransfer& transfer)
     {
         m_hasEnded = true;
@@ -133,26 +159,28 @@ private:
             const bool isOfFile = failure.getDomain().isEmpty() || exitCodeOf(failure) == exitLocalFile;
             const bool isWithdrawn = transfer.getState() == norla::TransferState::Cancelled;
             const kx::String message
-                = isWithdrawn ? "withdrawn" : failure.getMessage() + moreAbout(failure, m_request.get());
+                = isWithdrawn ? "withdrawn" : failure.getMessage() + moreAbout(failure, &transfer.getRequest());
             m_error = kx::newObj<kx::CError>(m_address.url() + ": " + message, kx::String(isOfFile ? L"file" : L""));
         }
         m_progress.received = m_sink->getFile().getLength(); // the text of an error is not in the file
-        m_request->reset();
+        transfer.getRequest().reset();
         m_sink = nullptr; // which removes half a file
     }
 
     const CAddress m_address;
-    const kx::String m_name;
+    const fs::path m_file;
+    const Path m_authority;
     kx::P<norla::CFileSink> m_sink;
     kx::P<kx::CError> m_error;
+    bool m_hasBegun = false;
     bool m_hasEnded = false;
     norla::CTransferProgress m_progress;
-    const kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
 };
 
 using Downloads = std::vector<std::unique_ptr<CDownload>>;
 
-size_t countEnded(const Downloads& downloads)
+template <typename TDownloads>
+size_t countEnded(const TDownloads& downloads)
 {
     const auto hasEnded = [](const auto& each) { return each->hasEnded(); };
     return static_cast<size_t>(std::count_if(downloads.begin(), downloads.end(), hasEnded));
@@ -212,23 +240,32 @@ private:
     size_t m_shownLines = 0;
 };
 
-/// Blocks until all have ended, which a signal makes them do.
+// Each has two descriptors for its file, and two connections where it is FTP; many processes may have 1,024.
+constexpr size_t mostAtOnce = 100;
+
+/// Blocks until all have ended, which a signal makes those do that have begun.
 void run(const Downloads& downloads)
 {
     const auto queue = kx::newObj<norla::CExecutorQueue>();
     const CInterruptions interruptions;
     const auto pool = kx::newObj<norla::CTransferPool>(norla::CTransferPool::Options{.executor = queue});
     const auto progress = canGoUp(STDERR_FILENO) ? std::make_unique<CProgress>(downloads) : nullptr;
-    for (const auto& download : downloads)
-        download->start(*pool);
-    while (countEnded(downloads) < downloads.size()) {
+    std::vector<const CDownload*> running;
+    auto next = downloads.begin();
+    do {
+        for (; interruption == 0 && next != downloads.end() && running.size() < mostAtOnce; ++next) {
+            (*next)->start(*pool);
+            running.push_back(next->get());
+        }
         if (progress)
             progress->show(false);
-        interruptions.wait(queue->getDescriptor());
+        if (countEnded(running) == 0)
+            interruptions.wait(queue->getDescriptor());
         if (interruption != 0)
             pool->cancelAll();
         queue->runPending();
-    }
+        std::erase_if(running, [](const CDownload* each) { return each->hasEnded(); });
+    } while (!running.empty() || (interruption == 0 && next != downloads.end()));
     if (progress)
         progress->show(true);
 }
@@ -237,11 +274,15 @@ void run(const Downloads& downloads)
 int finish(const Downloads& downloads)
 {
     int code = exitDone;
+    long long left = 0;
     for (const auto& download : downloads) {
         const auto error = download->getError();
         if (error && (tellError(program.name, *error) == exitFailed || code == exitDone))
             code = exitCodeOf(*error);
+        left += download->hasBegun() ? 0 : 1;
     }
+    if (left > 0)
+        tellError(program.name, kx::CError("not begun: " + kx::toString(left) + " more"));
     return interruption == 0 ? code : exitSignal + interruption;
 }
 
@@ -249,6 +290,7 @@ int downloadAll(const CArguments& arguments)
 {
     const fs::path folder = arguments.operands().front();
     const Path authority = arguments.has("--ca") ? readablePath(arguments.value("--ca")) : Path();
+    requireFolder(folder);
     Downloads downloads;
     std::set<fs::path> names;
     for (size_t i = 1; i < arguments.operands().size(); ++i) {

@@ -22,6 +22,9 @@ namespace norla {
 ///     const auto sink = kx::newObj<CFileSink>(*request, path, CFileSink::Older::Resume);
 ///     request->setRange(sink->getFile().getLength(), -1);
 ///
+/// It has two descriptors from the start to finish() or its own end: who fetches more files than a process may have
+/// open makes each one when its transfer starts, as examples/downloads.cpp does.
+///
 /// Used by one thread at a time: after a transfer in the background, once that has ended.
 class KX_EXPORT CFileSink : public kx::CBase, public virtual CNetRequest::IDataSink {
 public:

@@ -1,5 +1,6 @@
 // The example downloads, run as a person runs it.
 #include "tests/live/exampleRun.h"
+#include "tests/support/CBusyPort.h"
 #include "tests/support/CChildProcess.h"
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CFTPServer.h"
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -115,10 +117,57 @@ TEST_F(DownloadsExampleTest, refusesAURLWithoutAFileName)
 
 TEST_F(DownloadsExampleTest, tellsThatItCannotWrite)
 {
-    const auto result = live::run({"downloads", "/nowhere", server().url("/digits.txt")});
+    const auto result = live::run({"downloads", "/nowhere", server().url("/digits.txt"), server().url("/small")});
     EXPECT_EQ(result.exitStatus(), 3);
-    EXPECT_EQ(
-        result.errors(), "downloads: The file '/nowhere/digits.txt' cannot be written: No such file or directory.\n");
+    EXPECT_EQ(result.errors(), "downloads: The folder '/nowhere' cannot be written: No such file or directory\n");
+}
+
+TEST_F(DownloadsExampleTest, keepsTheRestWhenAFileCannotBeMade)
+{
+    const auto taken = folder() / "small";
+    std::filesystem::create_directory(taken);
+    const auto result = downloads({server().url("/small"), server().url("/digits.txt")});
+    EXPECT_EQ(result.exitStatus(), 3);
+    EXPECT_EQ(result.errors(), "downloads: The file '" + taken.string() + "' cannot be written: Is a directory.\n");
+    EXPECT_EQ(contentOf(folder() / "digits.txt"), "0123456789");
+}
+
+TEST_F(DownloadsExampleTest, takesMoreURLsThanItMayHaveFilesOpen)
+{
+    std::vector<std::string> command{"/bin/sh", "-c", "ulimit -n 512; exec \"$@\"", "sh"};
+    for (const std::string& word : live::prepared({.arguments = {"downloads", folder().string()}}).arguments)
+        command.push_back(word);
+    for (int i = 0; i < 600; ++i) {
+        const std::string name = "of-600-" + std::to_string(i);
+        std::ofstream(server().root() / name) << i;
+        command.push_back(server().url("/" + name));
+    }
+    const CProcessRun result({.arguments = command, .environment = support::inheritedLibraryPath()});
+    EXPECT_EQ(result.exitStatus(), 0) << result.errors();
+    EXPECT_EQ(contentOf(folder() / "of-600-599"), "599");
+    EXPECT_EQ(fileCount(), 600U);
+}
+
+TEST_F(DownloadsExampleTest, countsWhatASignalKeepsFromBeginning)
+{
+    const live::CSignalDisposition disposition(SIGINT, SIG_DFL);
+    const support::CBusyPort busy;
+    const support::CTemporaryFolder told;
+    const std::string file = told.write("errors", "");
+    const support::CDescriptor errors(open(file.c_str(), O_WRONLY | O_CLOEXEC));
+    std::vector<std::string> command = live::prepared({.arguments = {"downloads", folder().string()}}).arguments;
+    for (int i = 0; i < 142; ++i)
+        command.push_back(busy.url("/" + std::to_string(i)));
+    support::CChildProcess process({.arguments = command, .errors = errors.get()});
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (fileCount() < 100 && std::chrono::steady_clock::now() < limit)
+        process.waitForEnd(std::chrono::milliseconds(5));
+    EXPECT_EQ(kill(process.getPid(), SIGINT), 0);
+    EXPECT_TRUE(process.waitForEnd(std::chrono::seconds(10)));
+    EXPECT_EQ(process.exitStatus(), 128 + SIGINT);
+    const std::string lines = contentOf(file);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 101) << lines;
+    EXPECT_TRUE(lines.ends_with("/99: withdrawn\ndownloads: not begun: 42 more\n")) << lines;
 }
 
 /// With the number of a signal, by which the program is ended while it downloads.
