@@ -44,6 +44,7 @@ struct CPlace {
     kx::String name; // of the file, quoted; empty when there is none worth naming
     kx::String url;  // that cannot be used
     bool isWithoutURL = false;
+    bool isKnown = true; // which server it is
 
     kx::String with(const char* word) const
     {
@@ -101,7 +102,8 @@ kx::String sentenceOf(ErrorKind kind, long long code, const CPlace& place)
     case ErrorKind::OutOfMemory:
         return "There is not enough memory";
     case ErrorKind::Cancelled:
-        return "The transfer" + place.with("of") + " with " + place.server + " was cancelled";
+        return place.isKnown ? "The transfer" + place.with("of") + " with " + place.server + " was cancelled"
+                             : "The transfer was cancelled"; // before it has begun
     case ErrorKind::NotFound:
         return "There is no " + place.nameOr("such file") + " on " + place.server;
     case ErrorKind::Denied:
@@ -207,7 +209,8 @@ CPlace placeOf(const CCURLError& error)
         .isProxy = isProxy,
         .name = quotedPath(error.getDetails().path),
         .url = cleaned(error.getDetails().url, longestURL),
-        .isWithoutURL = error.getDetails().url.isEmpty() && error.getDetails().phase != TransferPhase::Unknown};
+        .isWithoutURL = error.getDetails().url.isEmpty() && error.getDetails().phase != TransferPhase::Unknown,
+        .isKnown = !host.isEmpty() || isProxy};
 }
 
 /// The sentence, with the path where it does not name it: before what it gives as the reason, or at the end.

@@ -170,6 +170,11 @@ TEST(ExplainTest, doesWithoutAHost)
         "The address is of a kind that is not supported.");
 }
 
+TEST(ExplainTest, namesNoServerOfATransferThatWasCancelledBeforeItHasBegun)
+{
+    EXPECT_EQ(explained(CCURLError(CURLE_ABORTED_BY_CALLBACK, "", "", 0, "")), "The transfer was cancelled.");
+}
+
 std::string explainedURL(const std::string& url)
 {
     const auto request = kx::newObj<norla::CNetRequest>();
