@@ -79,19 +79,21 @@ struct CTransfer::Options {
     int priority = 0;
 
     /// Of each attempt, from its start: the queue does not count. Zero and the infinite span: no limit of its own,
-    /// beside those of the request.
+    /// beside those of the request. Not negative.
     kx::CTimeSpan attemptDeadline = {};
 
-    /// Of all attempts and the pauses between them, from the start of the first.
+    /// The same of all attempts and the pauses between them, from the start of the first.
     kx::CTimeSpan deadline = {};
 
     /// After which failures it is tried again.
     CRetryPolicy retries = CRetryPolicy::none();
 
-    /// Told at most every 100 ms while an attempt runs, and before onDone. What it throws ends the transfer.
+    /// Told at most every 100 ms while an attempt runs, also when nothing moves, and once more before onDone. A
+    /// std::exception that it throws ends the transfer with that error, as Failed; thrown the last time it is logged.
     std::function<void(const CTransferProgress&)> onProgress = {};
 
-    /// Told at the end, exactly once for each start, also of a transfer that was cancelled. What it throws is logged.
+    /// Told at the end, exactly once for each start, also of a transfer that was cancelled. A std::exception
+    /// that it throws is logged.
     std::function<void(CTransfer&)> onDone = {};
 
     /// Where these two are called; null: where the pool's options say. A reference is kept until the end.
