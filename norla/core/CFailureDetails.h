@@ -19,7 +19,7 @@ struct CFailureDetails {
     TransferPhase phase = TransferPhase::Unknown;
     TransferLimit limit = TransferLimit::None;
     kx::String limitText = {}; ///< a sentence about the limit that was reached: what was waited for, and how long; what
-                               ///< was too large; which redirect is not followed
+                               ///< was too large; which redirect is not followed; what this process may have no more of
     kx::String host = {};      ///< of the URL, after redirects, with the port that stands there: "localhost:8080"
     kx::String path = {};      ///< of the same URL, as it stands there
     kx::String url = {};       ///< as it was set, without login and query, when it is none that can be used

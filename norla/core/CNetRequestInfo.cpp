@@ -1,6 +1,7 @@
 // What a request tells of a transfer, beside its answer, and how long it waits for what.
 
 #include "kx/base/CInvalidArgError.h"
+#include "kx/base/systemErrorText.h"
 #include "norla/core/CDeadlines.h"
 #include "norla/core/CNetRequestRooms.h"
 #include "norla/core/httpSuccess.h"
@@ -87,6 +88,8 @@ kx::String CNetRequest::CRooms::failureText(CURLcode result) const
             return text;
     }
     const kx::String message = handle.getErrorMessage();
+    if (result == CURLE_COULDNT_CONNECT && sockets.getShortage() != 0)
+        return message + "; " + kx::systemErrorText(sockets.getShortage());
     const kx::String explanation = url.isSSH() ? ssh.explain(result, message) : tls.explain(result, message);
     return message.isEmpty() || explanation.isEmpty() ? message + explanation : message + "; " + explanation;
 }
@@ -133,6 +136,9 @@ CFailureDetails CNetRequest::CRooms::failureDetails(CURLcode result) const
     if (!details.proxy.isEmpty() && isAtProxy(details.proxyStatus))
         details.phase = phaseOf(result, TransferPhase::Connect);
     details.limitText = deadlines.describe(details);
+    if (result == CURLE_COULDNT_CONNECT && sockets.getShortage() != 0)
+        details.limitText = "No connection to the server " + details.host
+            + " can be made from here: " + kx::systemErrorText(sockets.getShortage()) + ".";
     return details;
 }
 

@@ -26,15 +26,14 @@ void COpenSockets::keepForEver(std::unique_ptr<COpenSockets> sockets) noexcept
     last = sockets.release();
 }
 
-curl_socket_t COpenSockets::onOpen(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) noexcept
+curl_socket_t COpenSockets::open(const curl_sockaddr& address) noexcept
 {
-    const curl_socket_t socket = ::socket(address->family, address->socktype, address->protocol);
+    const curl_socket_t socket = ::socket(address.family, address.socktype, address.protocol);
     if (socket == CURL_SOCKET_BAD)
         return socket;
-    auto& self = *static_cast<COpenSockets*>(sockets);
-    self.note(socket);
-    if (self.m_onOpening)
-        self.m_onOpening(socket);
+    note(socket);
+    if (m_onOpening)
+        m_onOpening(socket);
     return socket;
 }
 

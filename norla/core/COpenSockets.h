@@ -11,8 +11,8 @@
 namespace norla {
 
 /// The sockets of one of libcurl's connection caches: those of a request that performs by itself, or of a multi handle.
-/// It opens and closes them for libcurl (CURLOPT_OPENSOCKETFUNCTION, CURLOPT_CLOSESOCKETFUNCTION), so that the goodbyes
-/// which libcurl says when it frees a cache need not wait for a server that never answers them.
+/// It opens and closes them for libcurl (CTransferSockets, CURLOPT_CLOSESOCKETFUNCTION), so that the goodbyes which
+/// libcurl says when it frees a cache need not wait for a server that never answers them.
 ///
 /// Lives longer than the cache. Used by the thread that works with the cache.
 class COpenSockets {
@@ -35,7 +35,9 @@ public:
     /// For connections that nobody can close any more.
     static void keepForEver(std::unique_ptr<COpenSockets> sockets) noexcept;
 
-    static curl_socket_t onOpen(void* sockets, curlsocktype purpose, curl_sockaddr* address) noexcept;
+    /// @return CURL_SOCKET_BAD when the system has none to give (errno)
+    curl_socket_t open(const curl_sockaddr& address) noexcept;
+
     static int onClose(void* sockets, curl_socket_t socket) noexcept;
 
 private:

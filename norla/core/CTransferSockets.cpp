@@ -2,6 +2,8 @@
 
 #include "norla/core/CEasyHandle.h"
 
+#include <cerrno>
+
 namespace norla {
 
 CTransferSockets::CTransferSockets(CEasyHandle& handle)
@@ -26,12 +28,14 @@ void CTransferSockets::use(COpenSockets& sockets)
 // What keeps a transfer from waiting where no time limit counts. Set once for many transfers.
 void CTransferSockets::tell(COpenSockets& sockets)
 {
+    m_shortage = 0;
+    m_cache = &sockets;
     if (m_used == &sockets)
         return;
     m_handle.setNumber(CURLOPT_QUICK_EXIT, 1); // a name lookup that hangs is left to itself
     if (!m_opensSockets) {
-        m_handle.set(CURLOPT_OPENSOCKETFUNCTION, &COpenSockets::onOpen);
-        m_handle.set(CURLOPT_OPENSOCKETDATA, static_cast<void*>(&sockets));
+        m_handle.set(CURLOPT_OPENSOCKETFUNCTION, &CTransferSockets::onOpen);
+        m_handle.set(CURLOPT_OPENSOCKETDATA, static_cast<void*>(this));
     }
     if (!m_closesSockets) { // connections outlive requests: none may go on with the sockets of another cache
         const bool notes = !m_opensSockets;
@@ -39,6 +43,17 @@ void CTransferSockets::tell(COpenSockets& sockets)
         m_handle.set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(notes ? &sockets : nullptr));
     }
     m_used = &sockets;
+}
+
+// libcurl tells of a socket that cannot be had as of a server that cannot be reached.
+curl_socket_t CTransferSockets::onOpen(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) noexcept
+{
+    auto& self = *static_cast<CTransferSockets*>(sockets);
+    const curl_socket_t socket = self.m_cache->open(*address);
+    const int error = socket == CURL_SOCKET_BAD ? errno : 0;
+    const bool isShortage = error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+    self.m_shortage = isShortage ? error : 0;
+    return socket;
 }
 
 void CTransferSockets::noticePointer(CURLoption option, bool isSet) noexcept

@@ -37,17 +37,24 @@ public:
     /// Whether the application opens the sockets itself: nobody learns then when libcurl closes them.
     bool areApplications() const noexcept { return m_opensSockets; }
 
+    /// Why the system had no socket to give when this transfer wanted one the last time (errno); 0: it had one, or it
+    /// has none of that kind at all.
+    int getShortage() const noexcept { return m_shortage; }
+
     /// Whether own connections may be open.
     bool hasOwnConnections() const noexcept { return m_hasOwnConnections; }
 
 private:
+    static curl_socket_t onOpen(void* sockets, curlsocktype purpose, curl_sockaddr* address) noexcept;
     void tell(COpenSockets& sockets);
 
     CEasyHandle& m_handle;
     const std::unique_ptr<COpenSockets> m_own;
     const COpenSockets* m_used = nullptr; // what libcurl was told of; null: of none since the last reset
-    bool m_opensSockets = false;          // by a function of the application's own
-    bool m_closesSockets = false;         // the same
+    COpenSockets* m_cache = nullptr;      // of the last transfer
+    int m_shortage = 0;
+    bool m_opensSockets = false;  // by a function of the application's own
+    bool m_closesSockets = false; // the same
     bool m_hasOwnConnections = false;
 };
 

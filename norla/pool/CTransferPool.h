@@ -31,7 +31,7 @@ public:
         int threads = 1;
 
         /// Transfers at once, in all threads together; the others wait. 0: 256, or fewer where the process may not have
-        /// as many descriptors.
+        /// as many descriptors. Where it is set to more than these, some transfers fail, and their errors say why.
         int atOnce = 0;
 
         /// The same for each host (scheme, name and port of the URL). 0: no limit of its own.

@@ -4,6 +4,7 @@
 #include "norla/core/explain.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/CFewDescriptors.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CTestCertificates.h"
@@ -746,6 +747,17 @@ TEST_F(CNetRequestErrorTest, neverShowsThePassword)
     const auto error = failureOf();
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getMessage().find("s3cret"), kx::String::npos);
+}
+
+TEST_F(CNetRequestErrorTest, saysThatItIsTheProgramThatMayHaveNoMoreConnections)
+{
+    const support::CFewDescriptors few(0);
+    const auto error = failureOf("/a");
+    ASSERT_TRUE(error);
+    EXPECT_TRUE(error->getMessage().endsWith("; Too many open files")) << error->what();
+    EXPECT_EQ(norla::explain(*error),
+        kx::String::fromUTF8("No connection to the server 127.0.0.1:" + std::to_string(server().getPort())
+            + " can be made from here for '/a': Too many open files."));
 }
 
 } // namespace

@@ -25,7 +25,7 @@ protected:
         address.family = AF_INET;
         address.socktype = SOCK_STREAM;
         address.protocol = IPPROTO_TCP;
-        return COpenSockets::onOpen(&m_sockets, CURLSOCKTYPE_IPCXN, &address);
+        return m_sockets.open(address);
     }
 
     /// A socket of these that is connected to the test.
@@ -69,7 +69,7 @@ TEST_F(COpenSocketsTest, tellsThatASocketCannotBeOpened)
     curl_sockaddr address{};
     address.family = AF_MAX;
     address.socktype = SOCK_STREAM;
-    EXPECT_EQ(COpenSockets::onOpen(&m_sockets, CURLSOCKTYPE_IPCXN, &address), CURL_SOCKET_BAD);
+    EXPECT_EQ(m_sockets.open(address), CURL_SOCKET_BAD);
 }
 
 TEST_F(COpenSocketsTest, closesTheSocket)

@@ -2,8 +2,13 @@
 
 #include "norla/core/CEasyHandle.h"
 #include "tests/curlcalls/CCurlCalls.h"
+#include "tests/support/CDescriptor.h"
+#include "tests/support/CFewDescriptors.h"
 
 #include <gtest/gtest.h>
+
+#include <cerrno>
+#include <sys/socket.h>
 
 namespace {
 
@@ -12,13 +17,38 @@ using norla::CTransferSockets;
 
 class CTransferSocketsTest : public testing::Test {
 protected:
-    void* opensFor() const { return m_calls.pointerOf(CURLOPT_OPENSOCKETDATA); }
+    CTransferSocketsTest()
+    {
+        m_others.tellOpenings([this](curl_socket_t) { m_isOpenedByOthers = true; });
+    }
+
+    /// As libcurl does.
+    curl_socket_t open(int family = AF_INET) const
+    {
+        const auto function = reinterpret_cast<curl_opensocket_callback>(m_calls.pointerOf(CURLOPT_OPENSOCKETFUNCTION));
+        curl_sockaddr address{};
+        address.family = family;
+        address.socktype = SOCK_STREAM;
+        return function ? function(m_calls.pointerOf(CURLOPT_OPENSOCKETDATA), CURLSOCKTYPE_IPCXN, &address)
+                        : CURL_SOCKET_BAD;
+    }
+
+    bool areOpenedByOthers()
+    {
+        m_isOpenedByOthers = false;
+        const support::CDescriptor socket(open());
+        return m_isOpenedByOthers;
+    }
+
     void* closesFor() const { return m_calls.pointerOf(CURLOPT_CLOSESOCKETDATA); }
 
     support::CCurlCalls m_calls;
     COpenSockets m_others; // of a manager
     norla::CEasyHandle m_handle;
     CTransferSockets m_sockets{m_handle};
+
+private:
+    bool m_isOpenedByOthers = false;
 };
 
 TEST_F(CTransferSocketsTest, setsNothingBeforeATransfer)
@@ -30,15 +60,16 @@ TEST_F(CTransferSocketsTest, setsNothingBeforeATransfer)
 TEST_F(CTransferSocketsTest, areTheRequestsOwnWhenItPerforms)
 {
     m_sockets.useOwn();
-    EXPECT_NE(opensFor(), nullptr);
-    EXPECT_EQ(opensFor(), closesFor());
+    EXPECT_FALSE(areOpenedByOthers());
+    EXPECT_NE(support::CDescriptor(open()).get(), CURL_SOCKET_BAD);
+    EXPECT_NE(closesFor(), nullptr);
     EXPECT_TRUE(m_sockets.hasOwnConnections());
 }
 
 TEST_F(CTransferSocketsTest, areTheManagersWhenThatTakesTheRequest)
 {
     m_sockets.use(m_others);
-    EXPECT_EQ(opensFor(), &m_others);
+    EXPECT_TRUE(areOpenedByOthers());
     EXPECT_EQ(closesFor(), &m_others);
     EXPECT_FALSE(m_sockets.hasOwnConnections());
 }
@@ -47,9 +78,9 @@ TEST_F(CTransferSocketsTest, changeWithTheCache)
 {
     m_sockets.useOwn();
     m_sockets.use(m_others);
-    EXPECT_EQ(opensFor(), &m_others);
+    EXPECT_TRUE(areOpenedByOthers());
     m_sockets.useOwn();
-    EXPECT_NE(opensFor(), &m_others);
+    EXPECT_FALSE(areOpenedByOthers());
 }
 
 TEST_F(CTransferSocketsTest, areToldOnceForManyTransfers)
@@ -71,7 +102,7 @@ TEST_F(CTransferSocketsTest, leaveTheApplicationsFunctionThatOpens)
 {
     m_sockets.noticePointer(CURLOPT_OPENSOCKETFUNCTION, true);
     m_sockets.use(m_others);
-    EXPECT_EQ(opensFor(), nullptr);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_OPENSOCKETFUNCTION), nullptr);
     EXPECT_EQ(closesFor(), nullptr); // what was not noted cannot be forgotten
 }
 
@@ -79,7 +110,7 @@ TEST_F(CTransferSocketsTest, leaveTheApplicationsFunctionThatCloses)
 {
     m_sockets.noticePointer(CURLOPT_CLOSESOCKETFUNCTION, true);
     m_sockets.use(m_others);
-    EXPECT_EQ(opensFor(), &m_others);
+    EXPECT_TRUE(areOpenedByOthers());
     EXPECT_EQ(closesFor(), nullptr);
 }
 
@@ -89,7 +120,7 @@ TEST_F(CTransferSocketsTest, comeBackWhenTheApplicationTakesItsFunctionAway)
     m_sockets.use(m_others);
     m_sockets.noticePointer(CURLOPT_OPENSOCKETFUNCTION, false);
     m_sockets.use(m_others);
-    EXPECT_EQ(opensFor(), &m_others);
+    EXPECT_TRUE(areOpenedByOthers());
     EXPECT_EQ(closesFor(), &m_others);
 }
 
@@ -99,6 +130,45 @@ TEST_F(CTransferSocketsTest, doNotMindOtherOptions)
     m_sockets.noticePointer(CURLOPT_WRITEDATA, true);
     m_calls.failOption(CURLOPT_OPENSOCKETDATA);
     EXPECT_NO_THROW(m_sockets.use(m_others));
+}
+
+TEST_F(CTransferSocketsTest, knowThatTheProcessMayHaveNoMore)
+{
+    m_sockets.use(m_others);
+    {
+        const support::CFewDescriptors none(0);
+        EXPECT_EQ(open(), CURL_SOCKET_BAD);
+    }
+    EXPECT_EQ(m_sockets.getShortage(), EMFILE);
+}
+
+TEST_F(CTransferSocketsTest, areNoLongerShortOfOneWhenThereIsOne)
+{
+    m_sockets.use(m_others);
+    {
+        const support::CFewDescriptors none(0);
+        open();
+    }
+    const support::CDescriptor socket(open());
+    EXPECT_EQ(m_sockets.getShortage(), 0);
+}
+
+TEST_F(CTransferSocketsTest, areNotShortOfOneInTheNextTransfer)
+{
+    m_sockets.use(m_others);
+    {
+        const support::CFewDescriptors none(0);
+        open();
+    }
+    m_sockets.use(m_others);
+    EXPECT_EQ(m_sockets.getShortage(), 0);
+}
+
+TEST_F(CTransferSocketsTest, areNotShortOfAKindThatTheSystemDoesNotHave)
+{
+    m_sockets.use(m_others);
+    EXPECT_EQ(open(AF_MAX), CURL_SOCKET_BAD);
+    EXPECT_EQ(m_sockets.getShortage(), 0);
 }
 
 } // namespace

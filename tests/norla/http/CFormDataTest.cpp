@@ -4,6 +4,7 @@
 #include "kx/streams/CBufferStream.h"
 #include "tests/norla/http/formJudge.h"
 #include "tests/support/CDescriptor.h"
+#include "tests/support/CFewDescriptors.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
 
@@ -13,7 +14,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 
@@ -277,27 +277,10 @@ TEST_F(CFormDataTest, sendsAPipeOnce)
     EXPECT_EQ(readError(), "The file '" + nameOf("pipe") + "' cannot be read: Illegal seek.");
 }
 
-/// Lets the process open no more than so many files while it lives.
-class CFewDescriptors {
-public:
-    explicit CFewDescriptors(rlim_t most)
-    {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        const struct rlimit few {
-            most, m_before.rlim_max
-        };
-        setrlimit(RLIMIT_NOFILE, &few);
-    }
-    ~CFewDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
-
-private:
-    struct rlimit m_before {};
-};
-
 TEST_F(CFormDataTest, opensItsFilesOneByOne)
 {
     const auto file = write("file", "x");
-    const CFewDescriptors few(100);
+    const support::CFewDescriptors few(100);
     for (int i = 0; i < 200; ++i)
         m_form->addFile("file", file);
     EXPECT_EQ(static_cast<long long>(read().size()), m_form->getLength());
