@@ -34,7 +34,8 @@ public:
         /// as many descriptors. Where it is set to more than these, some transfers fail, and their errors say why.
         int atOnce = 0;
 
-        /// The same for each host (scheme, name and port of the URL). 0: no limit of its own.
+        /// The same for each host (scheme, name and port of the URL). 0: no limit of its own, so that a slow host may
+        /// have all the room there is.
         int perHost = 0;
 
         /// Connections that stay open when nobody uses them, in each thread. 0: 256, or fewer where the process may not
