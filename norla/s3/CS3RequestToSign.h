@@ -1,0 +1,22 @@
+#pragma once
+
+#include "kx/time/CTime.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace norla {
+
+/// A request to an S3 store as its signature covers it. All texts are the bytes that are sent.
+struct CS3RequestToSign {
+    using Headers = std::vector<std::pair<std::string, std::string>>; // name, value
+
+    std::string method = "GET";
+    std::string url;           ///< absolute, escaped once, with its query
+    Headers headers;           ///< those that are sent, in their order; "Host" only where it is not the URL's
+    std::string payloadSHA256; ///< of the body, 64 lower-case hexadecimal digits; empty: the body is not signed
+    kx::CTime time;            ///< when it is signed
+};
+
+} // namespace norla
