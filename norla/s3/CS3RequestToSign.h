@@ -16,6 +16,7 @@ struct CS3RequestToSign {
     std::string url;           ///< absolute, escaped once, with its query
     Headers headers;           ///< those that are sent, in their order; "Host" only where it is not the URL's
     std::string payloadSHA256; ///< of the body, 64 lower-case hexadecimal digits; empty: the body is not signed
+    std::string bucketOfHost;  ///< the bucket that the host names; empty where the path begins with it
     kx::CTime time;            ///< when it is signed
 };
 

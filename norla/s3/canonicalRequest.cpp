@@ -79,24 +79,13 @@ std::string singleSpaced(std::string_view value)
     return text;
 }
 
-void requireOneLine(std::string_view name, std::string_view value)
-{
-    constexpr std::string_view forbidden("\r\n\0", 3);
-    if (name.find_first_of(forbidden) != std::string_view::npos
-        || value.find_first_of(forbidden) != std::string_view::npos)
-        throw kx::CInvalidArgError("the header '"
-                + kx::String::fromLatin1(name.substr(0, name.find_first_of(forbidden)))
-                + "' holds a line end or a zero character",
-            "norla::CCanonicalRequest");
-}
-
 CS3RequestToSign::Headers headersToSign(std::string_view host, const CS3RequestToSign::Headers& headers)
 {
+    requireOneLineHeaders(headers);
     CS3RequestToSign::Headers all;
     all.reserve(headers.size() + 1);
     bool hasHost = false;
     for (const auto& [name, value] : headers) {
-        requireOneLine(name, value);
         std::string lowerName = lowered(name);
         std::string single = singleSpaced(value);
         hasHost |= lowerName == "host";
@@ -145,7 +134,19 @@ std::string escapeForSignature(std::string_view text, char kept)
     return escaped;
 }
 
-std::string canonicalQuery(std::string_view query)
+void requireOneLineHeaders(const CS3RequestToSign::Headers& headers)
+{
+    constexpr std::string_view forbidden("\r\n\0", 3);
+    for (const auto& [name, value] : headers) {
+        const size_t end = name.find_first_of(forbidden);
+        if (end != std::string::npos || value.find_first_of(forbidden) != std::string::npos)
+            throw kx::CInvalidArgError(
+                "the header '" + kx::String::fromLatin1(name.substr(0, end)) + "' holds a line end or a zero character",
+                "norla::requireOneLineHeaders");
+    }
+}
+
+std::vector<std::pair<std::string, std::string>> queryParameters(std::string_view query)
 {
     std::vector<std::pair<std::string, std::string>> parameters;
     while (!query.empty()) {
@@ -155,9 +156,19 @@ std::string canonicalQuery(std::string_view query)
             continue;
         const std::string_view name = one.substr(0, one.find('='));
         const std::string_view value = one.substr(std::min(name.size() + 1, one.size()));
-        parameters.emplace_back(escapeForSignature(unescaped(name, true)), escapeForSignature(unescaped(value, true)));
+        parameters.emplace_back(unescaped(name, true), unescaped(value, true));
     }
-    std::sort(parameters.begin(), parameters.end());
+    return parameters;
+}
+
+std::string canonicalQuery(std::string_view query)
+{
+    std::vector<std::pair<std::string, std::string>> parameters = queryParameters(query);
+    for (auto& [name, value] : parameters) {
+        name = escapeForSignature(name);
+        value = escapeForSignature(value);
+    }
+    std::sort(parameters.begin(), parameters.end()); // by what is written: "%" stands before the letters
     std::string text;
     for (const auto& [name, value] : parameters)
         text.append(text.empty() ? "" : "&").append(name).append("=").append(value);

@@ -4,6 +4,8 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace norla {
 
@@ -22,6 +24,9 @@ CS3URLParts splitS3URL(std::string_view url);
 /// stays as it is; zero for none
 std::string escapeForSignature(std::string_view text, char kept = '\0');
 
+/// @throws kx::CInvalidArgError naming a header whose name or value holds a line end or a zero
+void requireOneLineHeaders(const CS3RequestToSign::Headers& headers);
+
 /// A request in the one form that both sides know to make of it: method, path, query, headers and digest of the body.
 /// Section "Create a canonical request" of the documentation of AWS, with the rules for S3: the path is not normalized,
 /// and each byte of it is escaped once.
@@ -31,12 +36,16 @@ struct CCanonicalRequest {
 
     /// @param query already canonical
     /// @param headers "Host" is not among them when it is the URL's
-    /// @throws kx::CInvalidArgError naming a header whose name or value holds a line end or a zero
+    /// @throws kx::CInvalidArgError as requireOneLineHeaders()
     CCanonicalRequest(std::string_view method, const CS3URLParts& url, std::string_view query,
         const CS3RequestToSign::Headers& headers, std::string_view payloadHash);
 };
 
-/// The parameters escaped anew and in order of their bytes. A "+" is a space, as stores read it.
+/// Names and values of the parameters, unescaped, in their order. A "+" is a space, as stores read it.
+/// @param query as it stands in the URL
+std::vector<std::pair<std::string, std::string>> queryParameters(std::string_view query);
+
+/// The parameters escaped anew and in order of their bytes.
 /// @param query as it stands in the URL
 std::string canonicalQuery(std::string_view query);
 

@@ -123,7 +123,7 @@ TEST(canonicalRequestTest, namesAHeaderThatWouldBecomeTwo)
         FAIL();
     } catch (const kx::CInvalidArgError& error) {
         EXPECT_EQ(error.getMessage(),
-            "Invalid argument passed to 'norla::CCanonicalRequest': the header 'x-a' holds a line end or a zero "
+            "Invalid argument passed to 'norla::requireOneLineHeaders': the header 'x-a' holds a line end or a zero "
             "character.");
     }
     EXPECT_THROW(headersOf({{"x-a\nb", "1"}}), kx::CInvalidArgError);
