@@ -1,0 +1,115 @@
+#include "norla/s3/CS3SharedCredentialsFile.h"
+
+#include "kx/base/CError.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace norla {
+
+namespace {
+
+using Path = CS3SharedCredentialsFile::Path;
+using Keys = std::map<std::string, std::string, std::less<>>;
+
+std::string_view environment(const char* name)
+{
+    const char* const value = std::getenv(name);
+    return value ? value : "";
+}
+
+Path defaultPath()
+{
+    if (const auto path = environment("AWS_SHARED_CREDENTIALS_FILE"); !path.empty())
+        return Path::fromBytes(path);
+    const auto home = environment("HOME");
+    if (home.empty())
+        throw kx::CError("It is not known where the S3 credentials are: neither AWS_SHARED_CREDENTIALS_FILE nor HOME "
+                         "is set.");
+    return Path::fromBytes(home) / ".aws/credentials";
+}
+
+kx::String defaultProfile()
+{
+    const auto profile = environment("AWS_PROFILE");
+    return profile.empty() ? kx::String("default") : kx::String::fromUTF8(profile);
+}
+
+std::string contentOf(const Path& path)
+{
+    constexpr int most = 1 << 20;
+    kx::CInputFile file(path);
+    std::string content(most + 1, '\0');
+    int size = 0;
+    while (size <= most) {
+        const int count = file.read(reinterpret_cast<unsigned char*>(content.data()) + size, most + 1 - size);
+        if (count <= 0)
+            break;
+        size += count;
+    }
+    if (size > most)
+        throw kx::CError("The file '" + path.toString() + "' is too large for one of S3 credentials.");
+    content.resize(static_cast<size_t>(size));
+    return content;
+}
+
+std::string_view trimmed(std::string_view text)
+{
+    constexpr char blanks[] = " \t\r";
+    const size_t start = std::min(text.find_first_not_of(blanks), text.size());
+    return text.substr(start, text.find_last_not_of(blanks) + 1 - start);
+}
+
+/// Nothing when the profile is not there. Of two with one name the later keys count.
+Keys keysOf(std::string_view content, std::string_view profile)
+{
+    Keys keys;
+    bool isWanted = false;
+    while (!content.empty()) {
+        const std::string_view line = trimmed(content.substr(0, content.find('\n')));
+        content.remove_prefix(std::min(content.find('\n'), content.size() - 1) + 1);
+        if (line.starts_with('[') && line.ends_with(']')) {
+            isWanted = trimmed(line.substr(1, line.size() - 2)) == profile;
+        } else if (isWanted && !line.starts_with('#') && !line.starts_with(';')) {
+            const size_t equals = std::min(line.find('='), line.size());
+            keys[std::string(trimmed(line.substr(0, equals)))]
+                = trimmed(line.substr(std::min(equals + 1, line.size())));
+        }
+    }
+    return keys;
+}
+
+} // namespace
+
+CS3SharedCredentialsFile::CS3SharedCredentialsFile(const Path& path, const kx::String& profile)
+    : m_path(path.isEmpty() ? defaultPath() : path)
+    , m_profile(profile.isEmpty() ? defaultProfile() : profile)
+{
+}
+
+CS3SharedCredentialsFile::~CS3SharedCredentialsFile() = default;
+
+CS3Credentials CS3SharedCredentialsFile::get()
+{
+    const Keys keys = keysOf(contentOf(m_path), m_profile.toUTF8());
+    const auto valueOf = [&keys](std::string_view name) {
+        const auto found = keys.find(name);
+        return found == keys.end() ? kx::String() : kx::String::fromUTF8(found->second);
+    };
+    const auto demandedValueOf = [&](const char* name) {
+        const kx::String value = valueOf(name);
+        if (value.isEmpty())
+            throw kx::CError("The file '" + m_path.toString() + "' has no '" + kx::String::fromLatin1(name)
+                + "' in the profile '" + m_profile + "'.");
+        return value;
+    };
+    return {.accessKeyId = demandedValueOf("aws_access_key_id"),
+        .secretAccessKey = demandedValueOf("aws_secret_access_key"),
+        .sessionToken = valueOf("aws_session_token"),
+        .expiry = {}};
+}
+
+} // namespace norla
