@@ -9,6 +9,9 @@
 #include "norla/s3/CObjectPart.h"
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3Error.h"
+#include "norla/s3/CS3SignerV2.h"
+#include "norla/s3/CS3SignerV4.h"
+#include "norla/s3/hexSHA256.h"
 #include "sela/CDigestType_MD5.h"
 #include "sela/base64.h"
 
@@ -33,6 +36,13 @@ kx::String endpointURL(bool useSSL, const kx::String& host)
     return kx::String::fromLatin1(useSSL ? "https://" : "http://") + host + "/";
 }
 
+kx::P<IS3Signer> signerOf(const CS3Endpoint& endpoint)
+{
+    if (endpoint.signature == CS3Endpoint::Signature::V2)
+        return kx::newObj<CS3SignerV2>();
+    return kx::newObj<CS3SignerV4>(endpoint.region);
+}
+
 void requireName(const kx::String& name, const kx::String& message, const kx::String& functionName)
 {
     if (name.isEmpty())
@@ -49,6 +59,17 @@ void requireSingleLine(const kx::String& value, const kx::String& what, const kx
 {
     if (value.toWide().find_first_of(L"\r\n") != std::wstring::npos)
         throw kx::CInvalidArgError(what + " must not hold a line end", functionName);
+}
+
+/// What a bucket is called that stands before the host (RFC 1123 section 2.1).
+void requireHostName(const kx::String& bucketName)
+{
+    constexpr wchar_t allowed[] = L"abcdefghijklmnopqrstuvwxyz0123456789-.";
+    constexpr size_t longest = 63;
+    const std::wstring& name = bucketName.toWide();
+    if (name.find_first_not_of(allowed) != std::wstring::npos || name.size() > longest || name.front() == L'.'
+        || name.back() == L'.' || name.find(L"..") != std::wstring::npos)
+        throw kx::CInvalidArgError("the bucket '" + bucketName + "' cannot be a part of a host's name", "CS3Client");
 }
 
 /// Whether segments of the path are "." or "..", which libcurl takes for directions and not for names (RFC 3986 section
@@ -84,6 +105,17 @@ CS3Client::CS3Client(
     requireSingleLine(accessKeyId, "access key id", "CS3Client::CS3Client");
 }
 
+CS3Client::CS3Client(const CS3Endpoint& endpoint, IS3Credentials* credentials, IS3Signer* signer)
+    : m_endpointURL(endpointURL(endpoint.useTLS, endpoint.host))
+    , m_md5(sela::CDigestType_MD5::createDigest())
+    , m_addressing(endpoint.addressing)
+    , m_credentials(credentials)
+    , m_signer(signer ? kx::P<IS3Signer>(signer) : signerOf(endpoint))
+{
+    if (!credentials)
+        throw kx::CInvalidArgError("credentials is null", "CS3Client::CS3Client");
+}
+
 CS3Client::~CS3Client() = default;
 
 void CS3Client::preparePutObjectRequest(CNetRequest& request, const kx::String& bucketName,
@@ -97,7 +129,10 @@ void CS3Client::preparePutObjectRequest(CNetRequest& request, const kx::String& 
     const auto body = kx::newObj<Buffer>();
     body->append(static_cast<const unsigned char*>(data), byteCount);
     const auto source = kx::newObj<CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(body, 2.0).get());
-    preparePutObjectRequest(request, bucketName, objectName, source.get(), size, md5Of(data, byteCount), contentType);
+    const std::string digest
+        = m_signer ? hexSHA256({static_cast<const char*>(data), byteCount}) : std::string(); // what signatures V4 cover
+    preparePut(request, getObjectURL(request, bucketName, objectName), source.get(), size, md5Of(data, byteCount),
+        contentType, digest);
 }
 
 void CS3Client::preparePutObjectRequest(CNetRequest& request, const kx::String& bucketName,
@@ -110,9 +145,16 @@ void CS3Client::preparePutObjectRequest(CNetRequest& request, const kx::String& 
         throw kx::CInvalidArgError("source is null", functionName);
     if (size < 0)
         throw kx::CInvalidArgError("size must not be negative", functionName);
+    preparePut(request, getObjectURL(request, bucketName, objectName), source, size, contentMD5, contentType, {});
+}
+
+void CS3Client::preparePut(CNetRequest& request, const kx::String& objectURL, CNetRequest::IDataSource* source,
+    long long size, const kx::String& contentMD5, const kx::String& contentType, const std::string& payloadSHA256)
+{
+    constexpr char functionName[] = "CS3Client::preparePutObjectRequest";
     requireSingleLine(contentMD5, "Content-MD5", functionName);
     requireSingleLine(contentType, "content type", functionName);
-    const auto headers = beginPrepareRequest(request, getObjectURL(request, bucketName, objectName));
+    const auto headers = beginPrepareRequest(request, objectURL);
     request.setHTTPMethod("PUT");
     if (!contentMD5.isEmpty())
         headers->add("Content-MD5", contentMD5);
@@ -124,7 +166,7 @@ void CS3Client::preparePutObjectRequest(CNetRequest& request, const kx::String& 
         headers->add("Expect", "");
     request.setSendDataSource(source);
     request.setSendDataSize(size);
-    finishPrepareRequest(request);
+    finish(request, payloadSHA256);
 }
 
 void CS3Client::putObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,
@@ -264,7 +306,7 @@ void CS3Client::prepareListObjectsRequest(CNetRequest& request, const kx::String
     const kx::String& delimiter, const kx::String& marker, int maxKeys)
 {
     requireName(bucketName, "bucket name must not be empty", "CS3Client::prepareListObjectsRequest");
-    kx::String url = m_endpointURL + request.urlEscape(bucketName);
+    kx::String url = bucketURL(request, bucketName);
     wchar_t separator = L'?';
     const auto addParameter = [&url, &separator](const kx::String& name, const kx::String& value) {
         url += separator;
@@ -301,7 +343,7 @@ kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx
     if (m_safeDefaults)
         request.setSafeDefaults(*m_safeDefaults);
     request.setURL(url);
-    request.setFollowRedirects(true);
+    request.setFollowRedirects(!m_signer);
     request.setKeepPostOnRedirect(true);
     request.setVerbose(m_printDebugInfo);
     request.setSSLVerifyPeer(m_sslVerifyPeer);
@@ -312,19 +354,25 @@ kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx
     if (hasDotSegment(url))
         request.setOptionInt(CURLOPT_PATH_AS_IS, 1);
     auto headers = kx::newObj<CNetHeaders>();
-    headers->add("Date", now());
+    if (!m_signer)
+        headers->add("Date", now());
     request.setCustomHTTPHeaders(headers.get());
     return headers;
 }
 
-void CS3Client::finishPrepareRequest(CNetRequest& request)
+kx::String CS3Client::bucketURL(CNetRequest& request, const kx::String& bucketName)
 {
-    signRequest(&request);
+    if (m_addressing == CS3Endpoint::Addressing::Path)
+        return m_endpointURL + request.urlEscape(bucketName);
+    requireHostName(bucketName);
+    const size_t host = m_endpointURL.find("://") + 3;
+    return m_endpointURL.substr(0, host) + bucketName + "." + m_endpointURL.substr(host);
 }
 
 kx::String CS3Client::getObjectURL(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName)
 {
-    return m_endpointURL + request.urlEscape(bucketName) + "/" + request.urlEscape(objectName);
+    const kx::String bucket = bucketURL(request, bucketName);
+    return (bucket.endsWith("/") ? bucket : bucket + "/") + request.urlEscape(objectName);
 }
 
 kx::String CS3Client::md5Of(const void* data, size_t size)

@@ -6,9 +6,13 @@
 #include "kx/containers/TBuffer.h"
 #include "kx/containers/TMap.h"
 #include "kx/text/String.h"
+#include "kx/time/CTimeSpan.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CSafeDefaults.h"
+#include "norla/s3/CS3Endpoint.h"
 #include "norla/s3/CS3ListObjectsResult.h"
+#include "norla/s3/IS3Credentials.h"
+#include "norla/s3/IS3Signer.h"
 
 #include <exception>
 #include <optional>
@@ -22,14 +26,13 @@ namespace norla {
 
 class CNetHeaders;
 
-/// Objects in the buckets of Amazon S3 or of a store that speaks its REST protocol with the "AWS" signature
-/// (HMAC-SHA1).
+/// Objects in the buckets of Amazon S3 or of a store that speaks its REST protocol.
 ///
 /// Every operation comes as a pair: prepare...Request() resets a request and fills it, for callers who perform it
 /// themselves; the operation prepares and performs it, again and again as long as the failure looks transient. One
 /// request may serve any number of operations, one after the other, and so reuses its connection.
 ///
-/// Buckets are addressed in the path. Bucket and object names are Unicode text and need no escaping; "." and ".." are
+/// Bucket and object names are Unicode text and need no escaping; "." and ".." are
 /// names as others. Names are checked before the request is touched. The client is used by one thread at a time.
 ///
 /// A client that uses https follows no redirect to anything else: it fails with CURLE_UNSUPPORTED_PROTOCOL.
@@ -38,12 +41,19 @@ public:
     using HeaderMap = kx::TMap<kx::String, kx::String>;
     using Buffer = kx::TBuffer<unsigned char>;
 
+    /// A client that addresses buckets in the path and signs with the "AWS" signature (HMAC-SHA1).
     /// @param useSSL whether to use https rather than http
     /// @param endpointHost "host" or "host:port" of the store, fixed for the client's life
     /// @throws kx::CInvalidArgError when the host is empty or more than a host and a port, or when the access key id
     /// holds a line end; kx::CError when the secret has no UTF-8 form
     CS3Client(const kx::String& accessKeyId, const kx::String& secretAccessKey, bool useSSL,
         const kx::String& endpointHost = "s3.amazonaws.com");
+
+    /// A client for the stores of today. Its requests follow no redirects, which would need another signature.
+    /// @param credentials not null, asked for each request; a reference is kept
+    /// @param signer null for the one that the endpoint names; a reference is kept
+    /// @throws kx::CInvalidArgError when the host or the region is none
+    CS3Client(const CS3Endpoint& endpoint, IS3Credentials* credentials, IS3Signer* signer = nullptr);
     CS3Client(const CS3Client&) = delete;
     CS3Client& operator=(const CS3Client&) = delete;
     ~CS3Client() override;
@@ -167,7 +177,8 @@ public:
 
     // What the prepare methods are made of.
 
-    /// Resets the request and gives it URL, settings and a "Date" header.
+    /// Resets the request and gives it URL, settings and, for today's signature of the constructor with a key, a "Date"
+    /// header.
     /// @return the request's header list, to be added to
     kx::P<CNetHeaders> beginPrepareRequest(CNetRequest& request, const kx::String& url);
 
@@ -176,6 +187,13 @@ public:
 
     /// The object's URL, in which every "/" of its name is escaped.
     kx::String getObjectURL(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
+
+    /// A URL by which whoever has it may fetch the object, or do with it what the method says, for a while.
+    /// @param method "GET", "PUT", "HEAD" or "DELETE"
+    /// @param lifetime whole seconds from now on, 1 at least; with signatures V4 seven days at most
+    /// @throws kx::CInvalidArgError also for an empty name; as IS3Credentials::get()
+    kx::String presignObjectURL(CNetRequest& request, const kx::String& method, const kx::String& bucketName,
+        const kx::String& objectName, kx::CTimeSpan lifetime);
 
     /// Makes a header value of several lines a single one: every line feed with the white space behind it becomes one
     /// space. A carriage return before it stays.
@@ -225,6 +243,11 @@ public:
 
 private:
     bool usesTLS() const { return m_endpointURL.startsWith("https:"); }
+    kx::String bucketURL(CNetRequest& request, const kx::String& bucketName);
+    void preparePut(CNetRequest& request, const kx::String& objectURL, CNetRequest::IDataSource* source, long long size,
+        const kx::String& contentMD5, const kx::String& contentType, const std::string& payloadSHA256);
+    void finish(CNetRequest& request, const std::string& payloadSHA256);
+    std::string bucketOfHost(const kx::String& url) const;
     static bool saysNotFound(const kx::CError& error);
 
     void performOnce(CNetRequest& request);
@@ -234,6 +257,9 @@ private:
     const kx::P<sela::CDigest> m_md5;
     const kx::String m_accessKeyId;
     const std::string m_secretAccessKeyUTF8;
+    const CS3Endpoint::Addressing m_addressing = CS3Endpoint::Addressing::Path;
+    const kx::P<IS3Credentials> m_credentials; // null for a client with a key
+    const kx::P<IS3Signer> m_signer;           // the same
     int m_maxRetries = 50;
     bool m_printDebugInfo = false;
     bool m_sslVerifyPeer = true;

@@ -1,7 +1,10 @@
 // How a CS3Client signs its requests.
 #include "kx/base/CError.h"
+#include "kx/base/CInvalidArgError.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3SignerV2.h"
+#include "norla/s3/hexSHA256.h"
 #include "sela/base64.h"
 #include "sela/hmac.h"
 
@@ -79,6 +82,67 @@ void CS3Client::signRequest(CNetRequest* request)
     headers->sendEmpty("x-amz-"); // they are signed
     if (isNew)
         request->setCustomHTTPHeaders(headers.get());
+}
+
+void CS3Client::finishPrepareRequest(CNetRequest& request)
+{
+    const kx::String method = request.getHTTPMethod();
+    const bool hasNoBody = method == "GET" || method == "HEAD" || method == "DELETE";
+    finish(request, hasNoBody ? hexSHA256("") : std::string());
+}
+
+void CS3Client::finish(CNetRequest& request, const std::string& payloadSHA256)
+{
+    if (!m_signer) {
+        signRequest(&request);
+        return;
+    }
+    const auto headers = request.getCustomHTTPHeaders();
+    CS3RequestToSign toSign{.method = request.getHTTPMethod().toUTF8(),
+        .url = request.getURL().toUTF8(),
+        .headers = {},
+        .payloadSHA256 = payloadSHA256,
+        .bucketOfHost = bucketOfHost(request.getURL()),
+        .time = kx::CTime::now()};
+    for (const auto line = headers->createIterator(); line->next();)
+        toSign.headers.emplace_back(line->getName().toUTF8(), line->getValue().toUTF8());
+    const size_t before = toSign.headers.size();
+    m_signer->sign(toSign, m_credentials->get());
+    for (size_t i = before; i < toSign.headers.size(); ++i)
+        headers->add(kx::String::fromUTF8(toSign.headers[i].first), kx::String::fromUTF8(toSign.headers[i].second));
+    headers->sendEmpty("x-amz-"); // they are signed
+}
+
+kx::String CS3Client::presignObjectURL(CNetRequest& request, const kx::String& method, const kx::String& bucketName,
+    const kx::String& objectName, kx::CTimeSpan lifetime)
+{
+    constexpr char functionName[] = "CS3Client::presignObjectURL";
+    if (method.isEmpty() || bucketName.isEmpty() || objectName.isEmpty())
+        throw kx::CInvalidArgError("neither method nor bucket name nor object name may be empty", functionName);
+    const kx::String url = getObjectURL(request, bucketName, objectName);
+    const CS3RequestToSign toSign{.method = method.toUTF8(),
+        .url = url.toUTF8(),
+        .headers = {},
+        .payloadSHA256 = {},
+        .bucketOfHost = bucketOfHost(url),
+        .time = kx::CTime::now()};
+    const kx::P<IS3Signer> signer = m_signer ? m_signer : kx::P<IS3Signer>(kx::newObj<CS3SignerV2>());
+    const CS3Credentials credentials = m_credentials ? m_credentials->get()
+                                                     : CS3Credentials{.accessKeyId = m_accessKeyId,
+                                                         .secretAccessKey = kx::String::fromUTF8(m_secretAccessKeyUTF8),
+                                                         .sessionToken = {},
+                                                         .expiry = {}};
+    return kx::String::fromUTF8(signer->presign(toSign, credentials, lifetime));
+}
+
+std::string CS3Client::bucketOfHost(const kx::String& url) const
+{
+    if (m_addressing == CS3Endpoint::Addressing::Path)
+        return {};
+    const size_t host = m_endpointURL.find("://") + 3;
+    const kx::String end = "." + m_endpointURL.substr(host);
+    const size_t at = url.find(end, host);
+    return at == kx::String::npos ? std::string() : url.substr(host, at - host).toUTF8();
 }
 
 } // namespace norla

@@ -5,7 +5,7 @@
 #include "kx/text/numbers.h"
 #include "kx/time/CTimeFields.h"
 #include "norla/s3/canonicalRequest.h"
-#include "sela/CDigest.h"
+#include "norla/s3/hexSHA256.h"
 #include "sela/CHMAC.h"
 
 #include <algorithm>
@@ -31,19 +31,6 @@ std::string checkedName(const kx::String& name, const char* what)
                 + "' of a signature may hold letters, digits, \"-\", \"_\" and \".\" alone, and one of them at least",
             "norla::CS3SignerV4::CS3SignerV4");
     return text;
-}
-
-std::string hexOf(std::string_view bytes)
-{
-    return kx::hexEncode(bytes).toUTF8();
-}
-
-std::string sha256Of(std::string_view text)
-{
-    sela::CDigest digest("SHA256");
-    digest.update(text.data(), text.size());
-    digest.finish();
-    return hexOf({reinterpret_cast<const char*>(digest.getBytes()), digest.getLength()});
 }
 
 /// "20130524T000000Z".
@@ -187,11 +174,11 @@ std::string CS3SignerV4::signatureOf(
     const std::string& canonicalRequest, const CScope& scope, const kx::String& secretAccessKey)
 {
     const std::string text
-        = std::string(algorithm) + "\n" + scope.timestamp + "\n" + scope.text + "\n" + sha256Of(canonicalRequest);
+        = std::string(algorithm) + "\n" + scope.timestamp + "\n" + scope.text + "\n" + hexSHA256(canonicalRequest);
     const std::lock_guard lock(m_mutex);
     if (!m_key || !m_key->isFor(scope, secretAccessKey))
         m_key = std::make_unique<CKey>(scope, m_region, m_service, secretAccessKey);
-    return hexOf(m_key->sign(text));
+    return kx::hexEncode(m_key->sign(text)).toUTF8();
 }
 
 } // namespace norla
