@@ -147,9 +147,9 @@ std::string CS3SignerV4::presign(
     if (credentials.accessKeyId.isEmpty())
         return request.url;
     const CScope scope = scopeAt(request.time);
-    const std::string payloadHash = request.payloadSHA256.empty() ? unsignedPayload : request.payloadSHA256;
     const CS3URLParts url = splitS3URL(request.url);
-    const std::string names = CCanonicalRequest(request.method, url, {}, request.headers, payloadHash).signedHeaders;
+    const std::string names
+        = CCanonicalRequest(request.method, url, {}, request.headers, unsignedPayload).signedHeaders;
     std::string added = std::string("X-Amz-Algorithm=") + algorithm
         + "&X-Amz-Credential=" + escapeForSignature(credentials.accessKeyId.toUTF8() + "/" + scope.text)
         + "&X-Amz-Date=" + scope.timestamp + "&X-Amz-Expires=" + std::to_string(seconds);
@@ -157,7 +157,7 @@ std::string CS3SignerV4::presign(
         added += "&X-Amz-Security-Token=" + escapeForSignature(credentials.sessionToken.toUTF8());
     added += "&X-Amz-SignedHeaders=" + escapeForSignature(names);
     const std::string query = url.query.empty() ? added : std::string(url.query) + "&" + added;
-    const CCanonicalRequest canonical(request.method, url, canonicalQuery(query), request.headers, payloadHash);
+    const CCanonicalRequest canonical(request.method, url, canonicalQuery(query), request.headers, unsignedPayload);
     const std::string withoutQuery = request.url.substr(0, request.url.find_first_of("?#"));
     return withoutQuery + "?" + query
         + "&X-Amz-Signature=" + signatureOf(canonical.text, scope, credentials.secretAccessKey);

@@ -12,16 +12,11 @@
 
 namespace rows {
 
-/// What a Python script writes: a row a line, its fields separated by tabs.
-/// @throws std::runtime_error with the script's errors if it fails
-inline std::vector<std::vector<std::string>> fromScript(const std::string& script, std::vector<std::string> arguments)
+/// A row a line, its fields separated by tabs.
+inline std::vector<std::vector<std::string>> fieldsOf(const std::string& output)
 {
-    arguments.insert(arguments.begin(), {"python3", script});
-    const support::CProcessRun run({.arguments = std::move(arguments), .package = "python3"});
-    if (run.exitStatus() != 0)
-        throw std::runtime_error(script + ": " + run.errors());
     std::vector<std::vector<std::string>> rows;
-    for (const std::string& line : support::splitLines(run.output())) {
+    for (const std::string& line : support::splitLines(output)) {
         std::vector<std::string>& fields = rows.emplace_back();
         for (size_t start = 0; start <= line.size();) {
             const size_t end = std::min(line.find('\t', start), line.size());
@@ -30,6 +25,17 @@ inline std::vector<std::vector<std::string>> fromScript(const std::string& scrip
         }
     }
     return rows;
+}
+
+/// What a Python script writes.
+/// @throws std::runtime_error with the script's errors if it fails
+inline std::vector<std::vector<std::string>> fromScript(const std::string& script, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), {"python3", script});
+    const support::CProcessRun run({.arguments = std::move(arguments), .package = "python3"});
+    if (run.exitStatus() != 0)
+        throw std::runtime_error(script + ": " + run.errors());
+    return fieldsOf(run.output());
 }
 
 /// The bytes of a field in hexadecimal.
