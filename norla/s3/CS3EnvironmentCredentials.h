@@ -5,8 +5,8 @@
 
 namespace norla {
 
-/// The credentials in AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY and, for those of a while, AWS_SESSION_TOKEN. Any thread,
-/// as long as nobody changes the environment meanwhile (getenv).
+/// The credentials in AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY and, for those of a while, AWS_SESSION_TOKEN. Any
+/// thread, as long as nobody changes the environment meanwhile (getenv).
 class KX_EXPORT CS3EnvironmentCredentials : public kx::CBase, public IS3Credentials {
 public:
     CS3EnvironmentCredentials();
