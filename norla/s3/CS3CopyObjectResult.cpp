@@ -2,6 +2,7 @@
 
 #include "kx/base/CError.h"
 #include "norla/s3/CS3Document.h"
+#include "norla/s3/CWxElement.h"
 
 #include <algorithm>
 
@@ -19,35 +20,36 @@ CS3CopyObjectResult::CS3CopyObjectResult(const char* data, int size)
 
 CS3CopyObjectResult::CS3CopyObjectResult(wxXmlNode* root)
 {
-    construct(root);
+    construct(CWxElement(*root), root);
 }
 
 CS3CopyObjectResult::~CS3CopyObjectResult() = default;
 
 void CS3CopyObjectResult::construct(const char* data, size_t size)
 {
-    construct(CS3Document(data, size, "'copy object' result").getRoot());
+    const CS3Document document({data, size}, "'copy object' result");
+    construct(document.getRoot(), document.getRoot());
 }
 
-void CS3CopyObjectResult::construct(wxXmlNode* root)
+template <typename TElement, typename TSource>
+void CS3CopyObjectResult::construct(const TElement& root, const TSource& source)
 {
-    const std::wstring_view name = CS3Document::nameOf(*root);
-    if (name == L"Error")
-        m_errorResponse = kx::newObj<CS3ErrorResponse>(root);
-    else if (name == L"CopyObjectResult")
-        readCopy(*root);
+    if (root.isNamed("Error"))
+        m_errorResponse = kx::newObj<CS3ErrorResponse>(source);
+    else if (root.isNamed("CopyObjectResult"))
+        readCopy(root);
     else
-        throw kx::CError("Error parsing Amazon S3 'copy object' result: unknown root element '"
-            + kx::String(std::wstring(name)) + "'.");
+        throw kx::CError(
+            "Error parsing Amazon S3 'copy object' result: unknown root element '" + root.getName() + "'.");
 }
 
-void CS3CopyObjectResult::readCopy(const wxXmlNode& root)
+void CS3CopyObjectResult::readCopy(const auto& root)
 {
-    CS3Document::forEachElement(root, [this](const wxXmlNode& element) {
-        if (CS3Document::nameOf(element) == L"LastModified")
-            m_lastModified = CS3Document::textOf(element);
-        else if (CS3Document::nameOf(element) == L"ETag")
-            m_eTag = CS3Document::textOf(element);
+    root.forEachElement([this](const auto& element) {
+        if (element.isNamed("LastModified"))
+            m_lastModified = element.getText();
+        else if (element.isNamed("ETag"))
+            m_eTag = element.getText();
     });
 }
 

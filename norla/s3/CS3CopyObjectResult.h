@@ -34,8 +34,9 @@ public:
 
 private:
     void construct(const char* data, size_t size);
-    void construct(wxXmlNode* root);
-    void readCopy(const wxXmlNode& root);
+    template <typename TElement, typename TSource>
+    void construct(const TElement& root, const TSource& source);
+    void readCopy(const auto& root);
 
     kx::P<CS3ErrorResponse> m_errorResponse;
     kx::String m_lastModified;

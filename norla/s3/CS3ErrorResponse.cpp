@@ -2,6 +2,7 @@
 
 #include "kx/base/CError.h"
 #include "norla/s3/CS3Document.h"
+#include "norla/s3/CWxElement.h"
 
 #include <algorithm>
 
@@ -18,10 +19,15 @@ CS3ErrorResponse::CS3ErrorResponse(
 
 CS3ErrorResponse::CS3ErrorResponse(const char* data, int size)
 {
-    construct(CS3Document(data, static_cast<size_t>(std::max(size, 0)), "error response").getRoot());
+    construct(CS3Document({data, static_cast<size_t>(std::max(size, 0))}, "error response").getRoot());
 }
 
 CS3ErrorResponse::CS3ErrorResponse(wxXmlNode* root)
+{
+    construct(CWxElement(*root));
+}
+
+CS3ErrorResponse::CS3ErrorResponse(const CXMLElement& root)
 {
     construct(root);
 }
@@ -33,25 +39,26 @@ kx::P<CS3ErrorResponse> CS3ErrorResponse::createObjectNotFoundResponse(const kx:
     return kx::newObj<CS3ErrorResponse>("NoSuchKey", "The resource you requested does not exist", resource, "#dummy#");
 }
 
-void CS3ErrorResponse::construct(wxXmlNode* root)
+template <typename TElement>
+void CS3ErrorResponse::construct(const TElement& root)
 {
-    if (CS3Document::nameOf(*root) != L"Error")
+    if (!root.isNamed("Error"))
         throw kx::CError("Error parsing Amazon S3 error result: root element is not 'Error'.");
-    CS3Document::forEachElement(*root, [this](const wxXmlNode& element) {
-        if (kx::String* const field = fieldFor(CS3Document::nameOf(element)))
-            *field = CS3Document::textOf(element);
+    root.forEachElement([this](const auto& element) {
+        if (kx::String* const field = this->fieldFor(element))
+            *field = element.getText();
     });
 }
 
-kx::String* CS3ErrorResponse::fieldFor(std::wstring_view name)
+kx::String* CS3ErrorResponse::fieldFor(const auto& element)
 {
-    if (name == L"Code")
+    if (element.isNamed("Code"))
         return &m_code;
-    if (name == L"Message")
+    if (element.isNamed("Message"))
         return &m_message;
-    if (name == L"Resource")
+    if (element.isNamed("Resource"))
         return &m_resource;
-    if (name == L"RequestId")
+    if (element.isNamed("RequestId"))
         return &m_requestId;
     return nullptr;
 }

@@ -4,11 +4,11 @@
 #include "kx/base/P.h"
 #include "kx/text/String.h"
 
-#include <string_view>
-
 class wxXmlNode;
 
 namespace norla {
+
+class CXMLElement;
 
 /// What the service says about a failed request: its "Error" document. Immutable.
 class KX_EXPORT CS3ErrorResponse : public kx::CBase {
@@ -40,9 +40,13 @@ public:
     /// Names the request for the service's operators.
     const kx::String& getRequestId() const noexcept { return m_requestId; }
 
+    /// For the answers that this one is a part of. @throws as above
+    explicit CS3ErrorResponse(const CXMLElement& root);
+
 private:
-    void construct(wxXmlNode* root);
-    kx::String* fieldFor(std::wstring_view name);
+    template <typename TElement>
+    void construct(const TElement& root);
+    kx::String* fieldFor(const auto& element);
 
     kx::String m_code;
     kx::String m_message;

@@ -7,6 +7,8 @@ class wxXmlNode;
 
 namespace norla {
 
+class CXMLElement;
+
 /// One object of a listing. Immutable.
 class KX_EXPORT CS3ListObjectsElement : public kx::CBase {
 public:
@@ -18,6 +20,9 @@ public:
     /// The same with the key decoded where it is percent-encoded.
     /// @throws also kx::CError "The name '...' in an Amazon S3 listing is not UTF-8."
     CS3ListObjectsElement(const wxXmlNode* contentsNode, bool isURLEncoded);
+
+    /// For listings that come as bytes. @throws as above
+    CS3ListObjectsElement(const CXMLElement& contents, bool isURLEncoded);
     ~CS3ListObjectsElement() override;
 
     /// The object's name, never empty.
@@ -33,6 +38,9 @@ public:
     long long getSize() const noexcept { return m_size; }
 
 private:
+    template <typename TElement>
+    void construct(const TElement& contents, bool isURLEncoded);
+
     kx::String m_key;
     kx::String m_lastModified;
     kx::String m_eTag;

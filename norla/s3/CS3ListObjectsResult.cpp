@@ -2,6 +2,7 @@
 
 #include "kx/base/CError.h"
 #include "norla/s3/CS3Document.h"
+#include "norla/s3/CWxElement.h"
 #include "norla/s3/forbiddenCharacters.h"
 
 #include <algorithm>
@@ -12,14 +13,24 @@ namespace norla {
 
 namespace {
 
-bool saysURLEncoded(const wxXmlNode& root)
+bool saysURLEncoded(const auto& root)
 {
     bool isURLEncoded = false;
-    CS3Document::forEachElement(root, [&isURLEncoded](const wxXmlNode& element) {
-        if (CS3Document::nameOf(element) == L"EncodingType")
-            isURLEncoded = CS3Document::contentOf(element) == L"url";
+    root.forEachElement([&isURLEncoded](const auto& element) {
+        if (element.isNamed("EncodingType"))
+            isURLEncoded = element.getText() == "url";
     });
     return isURLEncoded;
+}
+
+kx::P<CS3ListObjectsElement> makeObject(const CXMLElement& contents, bool isURLEncoded)
+{
+    return kx::newObj<CS3ListObjectsElement>(contents, isURLEncoded);
+}
+
+kx::P<CS3ListObjectsElement> makeObject(const CWxElement& contents, bool isURLEncoded)
+{
+    return kx::newObj<CS3ListObjectsElement>(&contents.getNode(), isURLEncoded);
 }
 
 } // namespace
@@ -41,7 +52,7 @@ CS3ListObjectsResult::CS3ListObjectsResult(const char* data, int size)
 
 CS3ListObjectsResult::CS3ListObjectsResult(wxXmlNode* root)
 {
-    construct(root, Names::AsTheyStand);
+    construct(CWxElement(*root), Names::AsTheyStand);
 }
 
 CS3ListObjectsResult::~CS3ListObjectsResult() = default;
@@ -52,30 +63,30 @@ void CS3ListObjectsResult::construct(const char* data, size_t size, Names names)
     const std::string escaped
         = names == Names::AsTheDocumentSays ? withForbiddenCharactersEscaped({data, size}) : std::string();
     if (names == Names::AsTheyStand || escaped == std::string_view(data, size)) {
-        construct(CS3Document(data, size, title).getRoot(), names);
+        construct(CS3Document({data, size}, title).getRoot(), names);
         return;
     }
-    const CS3Document document(escaped.data(), escaped.size(), title);
-    if (!saysURLEncoded(*document.getRoot())) // nothing would decode what was escaped
+    const CS3Document document(escaped, title);
+    if (!saysURLEncoded(document.getRoot())) // nothing would decode what was escaped
         throw kx::CError("Error parsing Amazon S3 'list objects' result: invalid XML.");
     construct(document.getRoot(), names);
 }
 
-void CS3ListObjectsResult::construct(wxXmlNode* root, Names names)
+template <typename TElement>
+void CS3ListObjectsResult::construct(const TElement& root, Names names)
 {
-    if (CS3Document::nameOf(*root) != L"ListBucketResult")
+    if (!root.isNamed("ListBucketResult"))
         throw kx::CError("Error parsing Amazon S3 'list objects' result: root element is not ListBucketResult.");
-    const bool isURLEncoded = names == Names::AsTheDocumentSays && saysURLEncoded(*root);
-    CS3Document::forEachElement(*root, [this, isURLEncoded](wxXmlNode& element) {
-        const std::wstring_view name = CS3Document::nameOf(element);
-        if (name == L"Contents")
-            m_contents.push_back(kx::newObj<CS3ListObjectsElement>(&element, isURLEncoded));
-        else if (name == L"CommonPrefixes")
-            parseCommonPrefixes(&element, isURLEncoded);
-        else if (name == L"IsTruncated")
-            parseTruncated(element);
-        else if (name == L"NextMarker")
-            m_nextMarker = CS3Document::textOf(element);
+    const bool isURLEncoded = names == Names::AsTheDocumentSays && saysURLEncoded(root);
+    root.forEachElement([this, isURLEncoded](const TElement& element) {
+        if (element.isNamed("Contents"))
+            m_contents.push_back(makeObject(element, isURLEncoded));
+        else if (element.isNamed("CommonPrefixes"))
+            parseCommonPrefixes(element, isURLEncoded);
+        else if (element.isNamed("IsTruncated"))
+            parseTruncated(element.getText());
+        else if (element.isNamed("NextMarker"))
+            m_nextMarker = element.getText();
     });
     if (isURLEncoded)
         decodeNextMarker();
@@ -91,19 +102,18 @@ void CS3ListObjectsResult::decodeNextMarker()
     m_nextMarker = isPlain ? last : CS3Document::decodedName(m_nextMarker);
 }
 
-void CS3ListObjectsResult::parseTruncated(const wxXmlNode& node)
+void CS3ListObjectsResult::parseTruncated(const kx::String& text)
 {
-    const kx::String text = CS3Document::textOf(node);
     const kx::String lower = text.toLower();
     if (lower != "true" && lower != "false")
         throw kx::CError("Bad value for 'IsTruncated' S3 list objects result element: '" + text + "'");
     m_truncated = lower == "true";
 }
 
-void CS3ListObjectsResult::parseCommonPrefixes(wxXmlNode* node, bool isURLEncoded)
+void CS3ListObjectsResult::parseCommonPrefixes(const auto& prefixes, bool isURLEncoded)
 {
-    CS3Document::forEachElement(*node, [this, isURLEncoded](const wxXmlNode& element) {
-        if (CS3Document::nameOf(element) == L"Prefix")
+    prefixes.forEachElement([this, isURLEncoded](const auto& element) {
+        if (element.isNamed("Prefix"))
             m_commonPrefixes.push_back(CS3Document::nameIn(element, isURLEncoded));
     });
 }

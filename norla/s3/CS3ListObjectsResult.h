@@ -50,10 +50,11 @@ public:
 
 private:
     void construct(const char* data, size_t size, Names names);
-    void construct(wxXmlNode* root, Names names);
+    template <typename TElement>
+    void construct(const TElement& root, Names names);
     void decodeNextMarker();
-    void parseTruncated(const wxXmlNode& node);
-    void parseCommonPrefixes(wxXmlNode* node, bool isURLEncoded);
+    void parseTruncated(const kx::String& text);
+    void parseCommonPrefixes(const auto& prefixes, bool isURLEncoded);
 
     bool m_truncated = false;
     kx::TArray<kx::P<CS3ListObjectsElement>> m_contents;

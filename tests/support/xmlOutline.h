@@ -1,26 +1,30 @@
 #pragma once
 
+#include "norla/s3/CXMLTree.h"
+
 #include <wx/xml/xml.h>
 
 #include <string>
 
 namespace support {
 
-/// The elements below a node and the pieces of text in them, in document order: two trees with the same outline read
-/// the same.
-inline std::string xmlOutlineOf(const wxXmlNode& parent)
+/// The elements of a tree with the first text of each, in document order: two trees with the same outline read the same.
+inline std::string xmlOutlineOf(const norla::CXMLElement& element)
 {
-    std::string outline;
-    for (const wxXmlNode* node = parent.GetChildren(); node; node = node->GetNext()) {
-        const std::string content(node->GetContent().utf8_str());
-        if (node->GetType() == wxXML_ELEMENT_NODE)
-            outline += "<" + std::string(node->GetName().utf8_str()) + ">" + xmlOutlineOf(*node) + "</>";
-        else if (node->GetType() == wxXML_TEXT_NODE)
-            outline += "[" + content + "]";
-        else if (node->GetType() == wxXML_CDATA_SECTION_NODE)
-            outline += "{" + content + "}";
-    }
-    return outline;
+    std::string outline = "<" + element.getName().toUTF8() + ">[" + element.getText().toUTF8() + "]";
+    element.forEachElement([&outline](const norla::CXMLElement& child) { outline += xmlOutlineOf(child); });
+    return outline + "</>";
+}
+
+/// The same of what wxWidgets has read.
+inline std::string xmlOutlineOf(const wxXmlNode& element)
+{
+    std::string outline = "<" + std::string(element.GetName().utf8_str()) + ">["
+        + std::string(element.GetNodeContent().utf8_str()) + "]";
+    for (const wxXmlNode* child = element.GetChildren(); child; child = child->GetNext())
+        if (child->GetType() == wxXML_ELEMENT_NODE)
+            outline += xmlOutlineOf(*child);
+    return outline + "</>";
 }
 
 } // namespace support

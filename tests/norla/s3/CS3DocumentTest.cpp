@@ -1,6 +1,4 @@
 // The loading of documents, with wxWidgets in view: a program of its own, because it replaces wxWidgets' log.
-#include "norla/s3/CS3Document.h"
-
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3ErrorResponse.h"
 #include "norla/s3/CS3ListObjectsResult.h"
@@ -17,14 +15,6 @@
 #include <vector>
 
 namespace {
-
-TEST(CS3DocumentTest, namesTheDocumentThatHasNoRoot)
-{
-    EXPECT_EQ(support::messageOf([] { norla::CS3Document::requireRoot(wxXmlDocument(), "error response"); }),
-        "Error parsing Amazon S3 error response: no root element.");
-    EXPECT_EQ(support::messageOf([] { norla::CS3Document::requireRoot(wxXmlDocument(), "'list objects' result"); }),
-        "Error parsing Amazon S3 'list objects' result: no root element.");
-}
 
 /// A node of a document that somebody else has loaded.
 class CS3NodeTest : public testing::Test {
@@ -64,6 +54,25 @@ TEST_F(CS3NodeTest, isReadAsTheResultOfACopy)
 {
     const norla::CS3CopyObjectResult copy(rootOf("<CopyObjectResult><ETag>e</ETag></CopyObjectResult>"));
     EXPECT_EQ(copy.getETag(), "e");
+}
+
+TEST_F(CS3NodeTest, givesTheSameAsItsBytes)
+{
+    const std::string text
+        = "<ListBucketResult>x<IsTruncated>TRUE</IsTruncated><!-- c --><NextMarker>m<!-- c -->n</NextMarker>"
+          "<Contents><Key><![CDATA[]]>y</Key><Key> \xC3\xA4&amp;\n</Key><Size>7</Size><ETag>\"e\"</ETag></Contents>"
+          "<CommonPrefixes><Prefix>p/</Prefix><Other/><Prefix>q/</Prefix></CommonPrefixes></ListBucketResult>";
+    const norla::CS3ListObjectsResult ofNode(rootOf(text));
+    const norla::CS3ListObjectsResult ofBytes(text.data(), static_cast<int>(text.size()));
+    for (const auto* const listing : {&ofNode, &ofBytes}) {
+        EXPECT_TRUE(listing->isTruncated());
+        EXPECT_EQ(listing->getNextMarker(), "m");
+        EXPECT_EQ(listing->getCommonPrefixes(), (kx::TArray<kx::String>{"p/", "q/"}));
+        ASSERT_EQ(listing->getContents().size(), 1U);
+        EXPECT_EQ(listing->getContents()[0]->getKey(), kx::String::fromUTF8(" \xC3\xA4&\n"));
+        EXPECT_EQ(listing->getContents()[0]->getSize(), 7);
+        EXPECT_EQ(listing->getContents()[0]->getETag(), "\"e\"");
+    }
 }
 
 /// Counts what wxWidgets logs, on any thread that has no log of its own.
