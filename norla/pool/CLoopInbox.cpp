@@ -2,12 +2,20 @@
 
 #include "norla/pool/CTransferWork.h"
 
+#include <unistd.h>
 #include <utility>
 
 namespace norla {
 
+CLoopInbox::CLoopInbox()
+    : m_process(getpid())
+{
+}
+
 void CLoopInbox::ask(CTransferWork& work, Asked what) noexcept
 {
+    if (getpid() != m_process)
+        return;
     const std::lock_guard lock(m_mutex);
     CSlip& slip = work.slip;
     const bool waits = slip.asked != 0;

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <sys/types.h>
 #include <thread>
 
 namespace norla {
@@ -13,7 +14,8 @@ class CTransfer;
 class CTransferWork;
 
 /// What others ask of a pool's thread. Asking takes no memory and never fails: each transfer brings its own slip of
-/// paper. Any thread, also when the pool's thread has gone.
+/// paper. Any thread, also when the pool's thread has gone. What a child process asks is nobody's: the thread is its
+/// parent's.
 class CLoopInbox {
 public:
     /// What may be asked for one transfer, several at once.
@@ -32,7 +34,8 @@ public:
         CTransferWork* next = nullptr;
     };
 
-    CLoopInbox() = default;
+    /// @throws kx::CError when the system has no descriptor to give
+    CLoopInbox();
     CLoopInbox(const CLoopInbox&) = delete;
     CLoopInbox& operator=(const CLoopInbox&) = delete;
 
@@ -53,6 +56,7 @@ public:
 private:
     void signal() noexcept;
 
+    const pid_t m_process;
     CEventDescriptor m_event;
     mutable std::mutex m_mutex; // guards what follows, and the slips
     CTransferWork* m_first = nullptr;

@@ -67,7 +67,8 @@ CTransferPool::Options checked(CTransferPool::Options options)
 class CTransferPool::CImpl {
 public:
     explicit CImpl(const Options& options)
-        : m_executor(options.executor)
+        : m_process(getpid())
+        , m_executor(options.executor)
         , m_schedule(std::make_shared<CTransferSchedule>(options.atOnce, options.perHost))
     {
         for (int count = 0; count < options.threads; ++count)
@@ -97,8 +98,11 @@ public:
 
     CTransferSchedule& getSchedule() noexcept { return *m_schedule; }
 
+    // In a child process the locks may be those of threads that it does not have.
     void stop() noexcept
     {
+        if (getpid() != m_process)
+            return;
         m_schedule->close();
         m_schedule->cancelAll();
         for (const auto& thread : m_threads)
@@ -115,6 +119,7 @@ public:
     }
 
 private:
+    const pid_t m_process;
     const kx::P<IExecutor> m_executor;
     const std::shared_ptr<CTransferSchedule> m_schedule;
     std::vector<std::unique_ptr<CTransferThread>> m_threads;

@@ -525,6 +525,31 @@ TEST_F(CTransferPoolTest, doesNoHarmInAChildProcess)
     EXPECT_EQ(bodyOf(request), "hello");
 }
 
+// Which has the locks of threads that it does not have.
+TEST_F(CTransferPoolTest, goesInAChildProcessWhateverTheParentsThreadsDo)
+{
+    constexpr int children = 100;
+    std::atomic<bool> isOver{false};
+    std::thread user([this, &isOver] {
+        const auto unknown = newRequest();
+        while (!isOver)
+            pool().removeRequest(unknown.get());
+    });
+    int status = 0;
+    for (int count = 0; count < children && status == 0; ++count) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(10); // ends it where it hangs
+            destroyPool();
+            _exit(0);
+        }
+        waitpid(child, &status, 0);
+    }
+    isOver = true;
+    user.join();
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(CTransferPoolTest, runsManyOnSeveralThreads)
 {
     replacePool({.threads = 3, .atOnce = 20});

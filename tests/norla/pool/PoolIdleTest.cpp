@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -73,6 +75,21 @@ TEST_F(PoolIdleTest, doesNotWakeUpForTransfersThatWaitForRoom)
     for (int count = 0; count < 50; ++count)
         pool().start(newRequest().get());
     EXPECT_LE(waitsWhileNothingHappens(), 3U);
+}
+
+// The descriptor that wakes it belongs to both processes.
+TEST_F(PoolIdleTest, doesNotWakeUpWhenAChildProcessHasLetItGo)
+{
+    const auto transfer = startStalled();
+    const pid_t child = fork();
+    if (child == 0) {
+        transfer->cancel();
+        destroyPool();
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    EXPECT_LE(waitsWhileNothingHappens(), 3U);
+    EXPECT_FALSE(transfer->isDone());
 }
 
 } // namespace
