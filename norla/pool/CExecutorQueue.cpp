@@ -13,23 +13,42 @@ struct CExecutorQueue::CTasks {
     std::deque<std::function<void()>> waiting;
     CEventDescriptor event;
 
-    std::function<void()> takeFirst()
+    size_t count()
     {
         const std::lock_guard lock(mutex);
-        std::function<void()> task = std::move(waiting.front());
+        return waiting.size();
+    }
+
+    /// @return whether there was one
+    bool takeFirst(std::function<void()>& task)
+    {
+        const std::lock_guard lock(mutex);
+        if (waiting.empty())
+            return false;
+        task = std::move(waiting.front());
         waiting.pop_front();
         if (waiting.empty())
             event.clear();
-        return task;
+        return true;
+    }
+
+    void discard()
+    {
+        std::deque<std::function<void()>> discarded; // which may hold what asks for the lock when it goes
+        const std::lock_guard lock(mutex);
+        discarded.swap(waiting);
     }
 };
 
 CExecutorQueue::CExecutorQueue()
-    : m_tasks(std::make_unique<CTasks>())
+    : m_tasks(std::make_shared<CTasks>())
 {
 }
 
-CExecutorQueue::~CExecutorQueue() = default;
+CExecutorQueue::~CExecutorQueue()
+{
+    m_tasks->discard();
+}
 
 void CExecutorQueue::execute(std::function<void()> task)
 {
@@ -44,16 +63,17 @@ int CExecutorQueue::getDescriptor() const noexcept
     return m_tasks->event.get();
 }
 
+// A task may run others by itself, and may let the queue go.
 int CExecutorQueue::runPending()
 {
-    size_t count = 0;
-    {
-        const std::lock_guard lock(m_tasks->mutex);
-        count = m_tasks->waiting.size();
+    const std::shared_ptr<CTasks> tasks = m_tasks;
+    const size_t count = tasks->count();
+    int run = 0;
+    for (std::function<void()> task; static_cast<size_t>(run) < count && tasks->takeFirst(task); task = nullptr) {
+        ++run;
+        task();
     }
-    for (size_t run = 0; run < count; ++run)
-        m_tasks->takeFirst()();
-    return static_cast<int>(count);
+    return run;
 }
 
 } // namespace norla

@@ -26,13 +26,14 @@ public:
     int getDescriptor() const noexcept;
 
     /// Runs the tasks that wait now, in the order in which they came; what they add waits for the next call. One thread
-    /// at a time. When a task throws, the others still wait.
-    /// @return how many have run
+    /// at a time. When a task throws, the others still wait. A task may call it too (a dialog whose main loop runs within
+    /// it), which runs the others, and may let the queue go, which destroys them.
+    /// @return how many have run, without those that a task has run in this way
     int runPending();
 
 private:
     struct CTasks;
-    const std::unique_ptr<CTasks> m_tasks;
+    const std::shared_ptr<CTasks> m_tasks;
 };
 
 } // namespace norla

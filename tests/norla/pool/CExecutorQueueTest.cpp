@@ -82,6 +82,27 @@ TEST_F(CExecutorQueueTest, keepsTheOthersWhenATaskThrows)
     EXPECT_EQ(m_run, std::vector{2});
 }
 
+// A dialog in a task has a main loop of its own.
+TEST_F(CExecutorQueueTest, runsEachTaskOnceAlsoWhereATaskRunsTheOthers)
+{
+    add(1);
+    m_queue->execute([this] { m_queue->runPending(); });
+    add(2);
+    add(3);
+    m_queue->runPending();
+    EXPECT_EQ(m_run, (std::vector{1, 2, 3}));
+}
+
+TEST_F(CExecutorQueueTest, countsWhatATaskHasRunWhereItWasRun)
+{
+    int inner = 0;
+    m_queue->execute([this, &inner] { inner = m_queue->runPending(); });
+    add(1);
+    add(2);
+    EXPECT_EQ(m_queue->runPending(), 1);
+    EXPECT_EQ(inner, 2);
+}
+
 TEST_F(CExecutorQueueTest, destroysATaskOnceItHasRun)
 {
     auto held = std::make_shared<int>(1);
@@ -97,6 +118,17 @@ TEST(CExecutorQueueEndTest, destroysTasksThatHaveNotRun)
         const auto queue = kx::newObj<CExecutorQueue>();
         queue->execute([held] {});
     }
+    EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST(CExecutorQueueEndTest, mayGoInATask)
+{
+    auto queue = kx::newObj<CExecutorQueue>();
+    const auto held = std::make_shared<int>(0);
+    queue->execute([&queue] { queue = nullptr; });
+    queue->execute([held] { ++*held; });
+    EXPECT_EQ(queue->runPending(), 1);
+    EXPECT_EQ(*held, 0);
     EXPECT_EQ(held.use_count(), 1);
 }
 
