@@ -17,6 +17,8 @@ void CLoopInbox::ask(CTransferWork& work, Asked what) noexcept
     if (getpid() != m_process)
         return;
     const std::lock_guard lock(m_mutex);
+    if (m_isClosed)
+        return;
     CSlip& slip = work.slip;
     const bool waits = slip.asked != 0;
     slip.asked |= what;
@@ -62,6 +64,14 @@ bool CLoopInbox::isStopAsked() const noexcept
 {
     const std::lock_guard lock(m_mutex);
     return m_isStopAsked;
+}
+
+// What would lie here for ever would keep its transfer.
+bool CLoopInbox::close() noexcept
+{
+    const std::lock_guard lock(m_mutex);
+    m_isClosed = !m_first;
+    return m_isClosed;
 }
 
 } // namespace norla

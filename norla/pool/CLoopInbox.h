@@ -50,6 +50,10 @@ public:
 
     bool isStopAsked() const noexcept;
 
+    /// For the thread, when a stop is asked: nothing is taken in any more, nor kept.
+    /// @return false when something waits, which is to be taken out before
+    bool close() noexcept;
+
     /// Readable while something waits.
     int getDescriptor() const noexcept { return m_event.get(); }
 
@@ -62,6 +66,7 @@ private:
     CTransferWork* m_first = nullptr;
     CTransferWork* m_last = nullptr;
     bool m_isStopAsked = false;
+    bool m_isClosed = false;
     bool m_isSignalled = false;
     std::atomic<std::thread::id> m_owner;
 };

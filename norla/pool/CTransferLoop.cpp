@@ -60,7 +60,8 @@ void CTransferLoop::run() noexcept
     for (;;) {
         takeFromInbox();
         if (m_inbox->isStopAsked()) {
-            takeFromInbox(); // what has come in between, before the stop
+            while (!m_inbox->close())
+                takeFromInbox(); // what has come in between, before the stop
             return;
         }
         m_multi.wait(m_timers.getFirst());

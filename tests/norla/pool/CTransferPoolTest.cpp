@@ -437,6 +437,27 @@ TEST_F(CTransferPoolTest, endsATransferWhoseProgressThrows)
     EXPECT_EQ(transfer->getState(), TransferState::Failed);
 }
 
+TEST_F(CTransferPoolTest, letsARequestGoWhoseProgressThrowsAfterTheEndOfThePool)
+{
+    const auto gone = std::make_shared<std::atomic<bool>>(false);
+    {
+        const auto queue = kx::newObj<norla::CExecutorQueue>();
+        const auto request = kx::newObj<CWatchedRequest>(gone);
+        request->setURL(stalledRequest()->getURL());
+        CTransfer::Options options{.executor = queue};
+        options.onProgress = [this](const norla::CTransferProgress&) {
+            pool().stop();
+            throw kx::CError("no more");
+        };
+        const auto transfer = pool().start(request.get(), options);
+        EXPECT_TRUE(waitUntil([&] { return queue->runPending() != 0; }));
+        queue->runPending(); // the end
+        EXPECT_TRUE(transfer->isDone());
+    }
+    destroyPool();
+    EXPECT_TRUE(*gone);
+}
+
 TEST_F(CTransferPoolTest, answersHowFarItIs)
 {
     server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").stall();
