@@ -33,9 +33,11 @@ long long lengthOf(const kx::CTimeSpan& span) noexcept
 /// @param pauses that came before
 long long pauseWithoutJitter(const CRetryPolicy& policy, size_t pauses) noexcept
 {
+    const long long first = lengthOf(policy.firstPause);
+    if (first == 0)
+        return 0; // which an infinite factor would make no number of
     const double growth = policy.growth > 1 ? policy.growth : 1;
-    const double pause
-        = static_cast<double>(lengthOf(policy.firstPause)) * std::pow(growth, static_cast<double>(pauses));
+    const double pause = static_cast<double>(first) * std::pow(growth, static_cast<double>(pauses));
     const long long longest = lengthOf(policy.longestPause);
     constexpr double largest = 9e18; // that is less than 2^63
     return std::min(longest, pause < largest ? static_cast<long long>(pause) : forever);

@@ -605,6 +605,12 @@ TEST_F(CSwallowedTest, isAnAttemptOverANewConnection)
     EXPECT_FALSE(isReplaced(lost));
 }
 
+TEST_F(CRetriesTest, pauseThatIsNoneDoesNotGrow)
+{
+    const CRetryPolicy policy{.attempts = 4, .firstPause = CTimeSpan(), .growth = 1e300, .jitter = false};
+    EXPECT_EQ(pausesOf(policy), (std::vector<long long>{0, 0, 0}));
+}
+
 TEST_F(CSwallowedTest, isAnAttemptWhereItMayHaveDoneItsWork)
 {
     request().setOptionString(CURLOPT_CUSTOMREQUEST, "POST");
