@@ -5,6 +5,7 @@
 #include "norla/pool/CTransferSchedule.h"
 #include "norla/pool/hostOf.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -16,14 +17,21 @@ constexpr auto progressInterval = std::chrono::milliseconds(100);
 
 bool isLimit(const kx::CTimeSpan& span) noexcept
 {
-    return !span.isInfinite() && span.getMicroseconds() > 0;
+    return !span.isInfinite() && span != kx::CTimeSpan();
 }
 
-std::optional<CTransferWork::CMoment> momentAfter(CTransferWork::CMoment start, const kx::CTimeSpan& span)
+/// The clock does not reach as far as a span does; nobody waits for a hundred years either.
+CTransferWork::CMoment momentAfter(CTransferWork::CMoment start, const kx::CTimeSpan& span) noexcept
 {
-    if (!isLimit(span))
+    constexpr std::chrono::microseconds longest = std::chrono::hours(100 * 365 * 24);
+    return start + std::clamp(std::chrono::microseconds(span.getMicroseconds()), {}, longest);
+}
+
+std::optional<CTransferWork::CMoment> endOf(CTransferWork::CMoment start, const kx::CTimeSpan& limit) noexcept
+{
+    if (!isLimit(limit))
         return {};
-    return start + std::chrono::microseconds(span.getMicroseconds());
+    return momentAfter(start, limit);
 }
 
 /// Of all attempts together.
@@ -39,7 +47,7 @@ kx::CTimeSpan limitOfAll(const CTransferWork& work) noexcept
 /// "2 seconds" or "1500 milliseconds".
 kx::String describe(const kx::CTimeSpan& span)
 {
-    const long long milliseconds = span.getMicroseconds() / 1000;
+    const long long milliseconds = std::max(0LL, span.getMicroseconds() / 1000);
     const bool isWhole = milliseconds % 1000 == 0;
     const long long count = isWhole ? milliseconds / 1000 : milliseconds;
     return kx::String::fromLatin1(
@@ -107,10 +115,10 @@ void CTransferLoop::start(CTransferWork& work)
     try {
         if (!work.hasBegun) {
             work.hasBegun = true;
-            work.end = momentAfter(now, limitOfAll(work));
+            work.end = endOf(now, limitOfAll(work));
             work.retries.start();
         }
-        work.attemptEnd = momentAfter(now, work.getOptions().attemptDeadline);
+        work.attemptEnd = endOf(now, work.getOptions().attemptDeadline);
         if (work.wantsProgress())
             work.nextProgress = now + progressInterval;
         m_running.emplace(request.getEasyHandle(), &work);
@@ -292,7 +300,7 @@ bool CTransferLoop::pause(CTransferWork& work, const kx::CError& error) noexcept
     const std::optional<kx::CTimeSpan> pause = recordFailure(work, error);
     if (!pause)
         return false;
-    work.nextAttempt = std::chrono::steady_clock::now() + std::chrono::microseconds(pause->getMicroseconds());
+    work.nextAttempt = momentAfter(std::chrono::steady_clock::now(), *pause);
     if (work.end && *work.nextAttempt >= *work.end)
         return false;
     work.attemptEnd.reset();

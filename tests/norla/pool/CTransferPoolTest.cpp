@@ -11,6 +11,7 @@
 #include "tests/support/errorOf.h"
 
 #include <future>
+#include <limits>
 #include <poll.h>
 #include <set>
 #include <sys/wait.h>
@@ -304,6 +305,40 @@ TEST_F(CTransferPoolTest, countsADeadlineFromTheStartAndNotFromTheQueue)
     running->cancel();
     EXPECT_TRUE(transfer->wait(longest));
     EXPECT_EQ(failureOf(transfer), "");
+}
+
+TEST_F(CTransferPoolTest, takesDeadlinesThatNobodyLivesToSee)
+{
+    const auto never = kx::CTimeSpan::fromMicroseconds(std::numeric_limits<long long>::max());
+    CTransfer::Options options{.attemptDeadline = never, .deadline = never};
+    options.retries.budget = never;
+    answer(ok("hello"));
+    const auto transfer = pool().start(newRequest().get(), options);
+    ASSERT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(failureOf(transfer), "");
+}
+
+TEST_F(CTransferPoolTest, takesPausesThatNobodyLivesToSee)
+{
+    CTransfer::Options options;
+    options.retries = {.attempts = 2,
+        .firstPause = kx::CTimeSpan::infinite(),
+        .longestPause = kx::CTimeSpan::infinite(),
+        .jitter = false};
+    answer("HTTP/1.1 503 Busy\r\nContent-Length: 0\r\n\r\n");
+    const auto transfer = pool().start(newRequest().get(), options);
+    EXPECT_TRUE(waitUntil([&] { return transfer->getState() == TransferState::Pausing; }));
+    EXPECT_FALSE(transfer->wait(100));
+    EXPECT_EQ(transfer->getState(), TransferState::Pausing);
+}
+
+TEST_F(CTransferPoolTest, endsAtOnceWhatHasLessThanNoTime)
+{
+    CTransfer::Options options;
+    options.retries.budget = kx::CTimeSpan::fromSeconds(-1);
+    const auto transfer = pool().start(stalledRequest().get(), options);
+    ASSERT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(norla::getErrorKind(*transfer->getError()), ErrorKind::TotalTimeout);
 }
 
 TEST_F(CTransferPoolTest, tellsAllEndsWhenItIsStopped)
