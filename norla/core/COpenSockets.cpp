@@ -8,12 +8,18 @@
 
 namespace norla {
 
+bool COpenSockets::hasOpened(curl_socket_t socket) const noexcept
+{
+    const auto found = m_sockets.find(socket);
+    CIdentity current{};
+    return found != m_sockets.end() && identify(socket, current) && current == found->second;
+}
+
 void COpenSockets::stopReading() noexcept
 {
-    for (const auto& [socket, noted] : m_sockets) {
-        CIdentity current{};
-        if (identify(socket, current) && current == noted)
-            shutdown(socket, SHUT_RD); // fails where the server has closed already, which is as good
+    for (const auto& known : m_sockets) {
+        if (hasOpened(known.first))
+            shutdown(known.first, SHUT_RD); // fails where the server has closed already, which is as good
     }
 }
 

@@ -28,6 +28,10 @@ public:
     /// untold: the number may have been that of another one. @param listener lives as long as the cache
     void tellOpenings(std::function<void(curl_socket_t)> listener) { m_onOpening = std::move(listener); }
 
+    /// Whether it opened the socket that has this number now. It knows nothing of those that libcurl opens by itself:
+    /// accepted ones, and pipes of its own.
+    bool hasOpened(curl_socket_t socket) const noexcept;
+
     /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once. For the
     /// moment before libcurl closes all of the cache's connections.
     void stopReading() noexcept;

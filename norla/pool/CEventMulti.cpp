@@ -30,7 +30,10 @@ CEventMulti::~CEventMulti()
 int CEventMulti::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void* self, void* /*known*/) noexcept
 {
     auto& multi = *static_cast<CEventMulti*>(self);
-    if (what == CURL_POLL_REMOVE && !multi.m_knowsAllSockets)
+    const bool mayGoUntold = what == CURL_POLL_REMOVE && !multi.m_knowsAllSockets;
+    const bool isAnother = what != CURL_POLL_REMOVE && multi.m_events.isWatchedForNobody(socket)
+        && !multi.m_multi.getSockets().hasOpened(socket);
+    if (mayGoUntold || isAnother)
         multi.m_events.forget(socket);
     return multi.m_events.set(socket, what) ? 0 : -1;
 }

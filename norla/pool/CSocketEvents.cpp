@@ -86,6 +86,12 @@ bool CSocketEvents::set(curl_socket_t socket, int what) noexcept
     return isTaken;
 }
 
+bool CSocketEvents::isWatchedForNobody(curl_socket_t socket) const noexcept
+{
+    const auto number = static_cast<size_t>(socket);
+    return number < m_watches.size() && m_watches[number].watched != 0 && m_watches[number].wanted == 0;
+}
+
 void CSocketEvents::forget(curl_socket_t socket) noexcept
 {
     const auto number = static_cast<size_t>(socket);

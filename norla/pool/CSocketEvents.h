@@ -28,6 +28,10 @@ public:
     /// @return whether the system has taken it
     bool set(curl_socket_t socket, int what) noexcept;
 
+    /// Whether a socket of this number is watched that libcurl wants nothing of: the one of an open connection, or one
+    /// that has gone untold.
+    bool isWatchedForNobody(curl_socket_t socket) const noexcept;
+
     /// The socket is about to be closed.
     void forget(curl_socket_t socket) noexcept;
 

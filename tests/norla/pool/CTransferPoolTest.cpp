@@ -8,6 +8,7 @@
 #include "tests/norla/pool/CPoolFixture.h"
 #include "tests/support/CBusyPort.h"
 #include "tests/support/CLogRecorder.h"
+#include "tests/support/CRawClient.h"
 #include "tests/support/errorOf.h"
 
 #include <future>
@@ -657,6 +658,74 @@ TEST_F(CTransferPoolTest, goesOnWhenAnFTPServerSaysWhereItsDataAreBeforeItIsWait
         ASSERT_TRUE(transfer->wait(longest)) << body;
         EXPECT_EQ(failureOf(transfer), "");
         EXPECT_EQ(bodyOf(request), body);
+    }
+}
+
+/// Takes data connections that the server makes, whose sockets libcurl opens and closes itself.
+class ActiveFTPTest : public CTransferPoolTest {
+protected:
+    static constexpr int pieces = 10;
+
+    /// What the server says on one connection, beside the data.
+    void expectDownloads(int count)
+    {
+        support::CScript& script = server().onConnection();
+        script.send("220 Hello\r\n").readUntil("\r\n").send("230 In\r\n").readUntil("PWD\r\n").send("257 \"/\"\r\n");
+        for (int number = 0; number < count; ++number) {
+            script.readUntil("EPRT ").readUntil("\r\n").send("200 Yes\r\n");
+            if (number == 0)
+                script.readUntil("TYPE I\r\n").send("200 Yes\r\n");
+            script.readUntil("\r\n").send("213 10\r\n").readUntil("RETR").readUntil("\r\n");
+            script.send("150 Now\r\n226 Done\r\n");
+        }
+        script.readUntil("QUIT\r\n");
+    }
+
+    /// Makes the data connection, on which a byte comes when the one before was taken.
+    void sendPieces(int number, const std::atomic<int>& taken)
+    {
+        ASSERT_TRUE(waitUntil([&] { return countOf("RETR ") > number; }));
+        support::CRawClient data(askedPort());
+        for (int count = 0; count < pieces; ++count) {
+            data.send("x");
+            ASSERT_TRUE(waitUntil([&] { return taken > count; }));
+        }
+    }
+
+private:
+    int countOf(const std::string& text)
+    {
+        const std::string received = server().received(0);
+        int count = 0;
+        for (size_t at = received.find(text); at != std::string::npos; at = received.find(text, at + 1))
+            ++count;
+        return count;
+    }
+
+    /// Of the last "EPRT |1|127.0.0.1|port|".
+    unsigned short askedPort()
+    {
+        const std::string received = server().received(0);
+        const size_t end = received.rfind('|');
+        const size_t begin = received.rfind('|', end - 1) + 1;
+        return static_cast<unsigned short>(std::stoi(received.substr(begin, end - begin)));
+    }
+};
+
+// Whose socket has the number of the first one's as a rule.
+TEST_F(ActiveFTPTest, takesAtOnceWhatComesOverTheSecondConnection)
+{
+    constexpr int downloads = 2;
+    expectDownloads(downloads);
+    for (int number = 0; number < downloads; ++number) {
+        std::atomic<int> taken{0};
+        const auto request = requestTo(server().url("/file", "ftp"));
+        request->setOptionString(CURLOPT_FTPPORT, "-");
+        request->setReceiveDataSink(kx::newObj<CActionSink>([&taken] { ++taken; }).get());
+        const auto transfer = pool().start(request.get(), {.attemptDeadline = kx::CTimeSpan::fromSeconds(5)});
+        sendPieces(number, taken); // libcurl looks once a second without being told
+        ASSERT_TRUE(transfer->wait(longest));
+        EXPECT_EQ(failureOf(transfer), "");
     }
 }
 
