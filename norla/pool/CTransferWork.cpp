@@ -25,9 +25,13 @@ CTransferWork::CTransferWork(CNetRequest& theRequest, const CTransfer::Options& 
     , retries(theOptions.retries)
     , m_options(theOptions)
     , m_hasOnProgress(theOptions.onProgress)
+    , m_hasOnDone(theOptions.onDone)
     , m_executor(std::move(executor))
+    , m_callbacks(std::make_shared<CCallbacks>())
 {
     m_options.executor = nullptr;
+    m_callbacks->onProgress = std::exchange(m_options.onProgress, nullptr);
+    m_callbacks->onDone = std::exchange(m_options.onDone, nullptr);
 }
 
 CTransferWork::~CTransferWork() = default;
@@ -94,6 +98,7 @@ void CTransferWork::tellProgress()
     }
 }
 
+// An executor that takes no more, so that the end is told elsewhere, may still be within this.
 void CTransferWork::callOnProgress()
 {
     m_isProgressTold = true;
@@ -101,11 +106,14 @@ void CTransferWork::callOnProgress()
         return; // the end tells the last one
     try {
         CTransferProgress progress;
+        std::shared_ptr<const CCallbacks> callbacks;
         {
             const std::lock_guard lock(m_mutex);
             progress = m_progress;
+            callbacks = m_callbacks;
         }
-        m_options.onProgress(progress);
+        if (callbacks)
+            callbacks->onProgress(progress);
     } catch (const std::exception& error) {
         {
             const std::lock_guard lock(m_mutex);
@@ -135,7 +143,7 @@ void CTransferWork::setEnd(TransferState state, kx::P<kx::CError> error)
 void CTransferWork::tellEnd() noexcept
 {
     const kx::P<IExecutor> executor = std::move(m_executor);
-    if (!m_hasOnProgress && !m_options.onDone)
+    if (!m_hasOnProgress && !m_hasOnDone)
         return;
     try {
         if (executor)
@@ -151,17 +159,22 @@ void CTransferWork::tellEnd() noexcept
 
 void CTransferWork::callOnDone() noexcept
 {
-    const auto onProgress = std::move(m_options.onProgress); // they may hold what holds this
-    const auto onDone = std::move(m_options.onDone);
+    std::shared_ptr<const CCallbacks> callbacks; // they may hold what holds this
+    {
+        const std::lock_guard lock(m_mutex);
+        callbacks = std::exchange(m_callbacks, nullptr);
+    }
+    if (!callbacks)
+        return; // an executor has thrown, and has taken it all the same
     try {
-        if (onProgress)
-            onProgress(m_progress); // which does not change any more
+        if (callbacks->onProgress)
+            callbacks->onProgress(m_progress); // which does not change any more
     } catch (const std::exception& error) {
         kx::logErrorQuietly(error, "A transfer's onProgress has thrown at its end (ignored).");
     }
     try {
-        if (onDone)
-            onDone(*m_transfer);
+        if (callbacks->onDone)
+            callbacks->onDone(*m_transfer);
     } catch (const std::exception& error) {
         kx::logErrorQuietly(error, "A transfer's onDone has thrown (ignored).");
     }

@@ -36,7 +36,7 @@ public:
     const std::shared_ptr<CLoopInbox> inbox; // of the thread that does it
 
     CTransfer& getTransfer() const noexcept { return *m_transfer; }
-    const CTransfer::Options& getOptions() const noexcept { return m_options; } ///< the callbacks go with the end
+    const CTransfer::Options& getOptions() const noexcept { return m_options; } ///< without the callbacks
     bool hasRetries() const noexcept { return m_options.retries.attempts > 1; }
     TransferState getState() const noexcept { return m_state; }
     bool isDone() const noexcept { return m_done.isSet(); }
@@ -91,18 +91,25 @@ public:
     void tellEnd() noexcept;
 
 private:
+    struct CCallbacks {
+        std::function<void(const CTransferProgress&)> onProgress;
+        std::function<void(CTransfer&)> onDone;
+    };
+
     void callOnProgress();
     void callOnDone() noexcept;
 
     CTransfer* m_transfer = nullptr; // lives longer
     CTransfer::Options m_options;
     const bool m_hasOnProgress;
+    const bool m_hasOnDone;
     kx::P<IExecutor> m_executor; // until the end, or else one that runs nothing would stay for what waits in it
     std::atomic<TransferState> m_state{TransferState::Queued};
     std::atomic<bool> m_isProgressAsked{false};
     std::atomic<bool> m_isProgressTold{true};
     kx::CSignal m_done;
-    mutable std::mutex m_mutex; // guards what follows
+    mutable std::mutex m_mutex;              // guards what follows
+    std::shared_ptr<CCallbacks> m_callbacks; // until the end is told
     CTransferProgress m_progress;
     kx::P<kx::CError> m_error;
     kx::P<kx::CError> m_callbackError; // what onProgress has thrown

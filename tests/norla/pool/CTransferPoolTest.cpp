@@ -17,6 +17,7 @@
 #include <set>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -422,6 +423,45 @@ TEST_F(CTransferPoolTest, callsBackOnTheExecutor)
     EXPECT_EQ(m_ends, 0);
     queue->runPending();
     EXPECT_EQ(m_ends, 1);
+}
+
+/// Runs the first task on a thread of its own, and takes no other.
+class CClosedExecutor : public kx::CBase, public virtual norla::IExecutor {
+public:
+    void execute(std::function<void()> task) override
+    {
+        if (m_thread.joinable())
+            throw kx::CError("closed");
+        m_thread = std::thread(std::move(task));
+    }
+
+    void join() { m_thread.join(); }
+
+private:
+    std::thread m_thread;
+};
+
+TEST_F(CTransferPoolTest, letsNoCallbackGoWhileItRuns)
+{
+    const auto executor = kx::newObj<CClosedExecutor>();
+    std::promise<void> begun;
+    std::promise<void> gate;
+    bool isThere = false;
+    CTransfer::Options options{.executor = executor};
+    options.onProgress = [&, held = std::make_shared<int>(), calls = 0](const norla::CTransferProgress&) mutable {
+        if (calls++ != 0)
+            return; // the last one, told on the pool's thread
+        const std::weak_ptr<int> itself = held;
+        begun.set_value();
+        gate.get_future().wait();
+        isThere = !itself.expired();
+    };
+    pool().start(stalledRequest().get(), std::exchange(options, {}));
+    begun.get_future().wait();
+    pool().stop();
+    gate.set_value();
+    executor->join();
+    EXPECT_TRUE(isThere);
 }
 
 TEST_F(CTransferPoolTest, letsCallbacksGoWithTheEnd)
