@@ -8,6 +8,12 @@
 
 namespace norla {
 
+void CManagedRequest::requireFree(const char* functionName) const
+{
+    m_request.m_rooms->run.requireIdle(functionName);
+    m_request.m_rooms->run.requireNotQueued(functionName);
+}
+
 void CManagedRequest::enterQueue() noexcept
 {
     m_request.m_rooms->run.enterQueue();

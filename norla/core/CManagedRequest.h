@@ -18,6 +18,10 @@ public:
     {
     }
 
+    /// When nobody has claimed it. @param functionName for the error @throws kx::CError when its transfer is running, or
+    /// waits for its start. Any thread.
+    void requireFree(const char* functionName) const;
+
     /// When the request begins to wait for its start in the background, and when it does so no longer. Until then it is
     /// not performed. Any thread.
     void enterQueue() noexcept;

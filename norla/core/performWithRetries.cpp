@@ -47,6 +47,7 @@ void sleep(const kx::CTimeSpan& pause)
 /// @throws the error behind which there is none
 std::optional<kx::CTimeSpan> attempt(CNetRequest& request, CRetries& retries, CLimit& limit)
 {
+    CManagedRequest(request).requireFree("norla::performWithRetries"); // or else its body would be rewound
     try {
         limit.set(retries.getTimeLeft());
         request.perform();

@@ -1,5 +1,6 @@
 #include "norla/core/performWithRetries.h"
 
+#include "kx/streams/CBufferStream.h"
 #include "norla/core/CFileSink.h"
 #include "norla/core/CFileSource.h"
 #include "norla/core/CNetHeaders.h"
@@ -287,6 +288,20 @@ TEST_F(PerformWithRetriesTest, postIsNotSentAgain)
     server().onConnection().readHead().readBytes(4).send(status(503));
     EXPECT_EQ(responseCodeOf(errorOf()), "503");
     EXPECT_EQ(m_waits.takeWaits(), Texts());
+}
+
+// To rewind its body would send the wrong bytes.
+TEST_F(PerformWithRetriesTest, requestThatRunsElsewhereIsLeftAlone)
+{
+    const auto stream = kx::newObj<kx::CBufferStream>();
+    stream->write(reinterpret_cast<const unsigned char*>("body"), 4); // and stands behind it
+    request().setUpload(true);
+    request().setSendDataStream(stream.get());
+    ASSERT_TRUE(request().claim());
+    const auto always = [](const kx::CError&) { return true; };
+    EXPECT_TRUE(errorOf({.repeatUnsafe = true, .isTransient = always}));
+    EXPECT_EQ(stream->getPosition(), 4);
+    request().leaveManager();
 }
 
 TEST_F(PerformWithRetriesTest, fileHasTheLastAnswerAlone)
