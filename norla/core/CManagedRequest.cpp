@@ -48,7 +48,10 @@ void CManagedRequest::dropConnectionAfter(CURLcode result) noexcept
 
 void CManagedRequest::beginWithdrawal()
 {
-    m_request.m_rooms->sending.hideRecipients();
+    CNetRequest::CRooms& rooms = *m_request.m_rooms;
+    if (rooms.url.isSSH())
+        rooms.sockets.hangUp();
+    rooms.sending.hideRecipients();
 }
 
 void CManagedRequest::endWithdrawal()

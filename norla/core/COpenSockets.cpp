@@ -1,12 +1,44 @@
 #include "norla/core/COpenSockets.h"
 
+#include <arpa/inet.h>
+#include <array>
 #include <exception>
 #include <mutex>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace norla {
+
+namespace {
+
+/// Of the socket itself; 0 when it has none.
+long portOf(curl_socket_t socket) noexcept
+{
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        return 0;
+    if (address.ss_family == AF_INET)
+        return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
+    return address.ss_family == AF_INET6 ? ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port) : 0;
+}
+
+bool isConnectedTo(curl_socket_t socket, std::string_view peer) noexcept
+{
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (getpeername(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        return false;
+    const bool isIPv4 = address.ss_family == AF_INET;
+    const void* const bytes = isIPv4 ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in&>(address).sin_addr)
+                                     : &reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    return inet_ntop(isIPv4 ? AF_INET : AF_INET6, bytes, text.data(), text.size()) && peer == text.data();
+}
+
+} // namespace
 
 bool COpenSockets::hasOpened(curl_socket_t socket) const noexcept
 {
@@ -20,6 +52,16 @@ void COpenSockets::stopReading() noexcept
     for (const auto& known : m_sockets) {
         if (hasOpened(known.first))
             shutdown(known.first, SHUT_RD); // fails where the server has closed already, which is as good
+    }
+}
+
+// Of two connections from the same port the other one goes elsewhere.
+void COpenSockets::hangUp(long localPort, std::string_view peerAddress) const noexcept
+{
+    for (const auto& known : m_sockets) {
+        if (localPort > 0 && portOf(known.first) == localPort && isConnectedTo(known.first, peerAddress)
+            && hasOpened(known.first))
+            shutdown(known.first, SHUT_RDWR);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <string_view>
 #include <sys/types.h>
 #include <utility>
 
@@ -35,6 +36,10 @@ public:
     /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once. For the
     /// moment before libcurl closes all of the cache's connections.
     void stopReading() noexcept;
+
+    /// The same for the connection that one transfer uses, which ends here. @param localPort of it
+    /// @param peerAddress as libcurl writes it
+    void hangUp(long localPort, std::string_view peerAddress) const noexcept;
 
     /// For connections that nobody can close any more.
     static void keepForEver(std::unique_ptr<COpenSockets> sockets) noexcept;

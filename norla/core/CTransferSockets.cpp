@@ -56,6 +56,13 @@ curl_socket_t CTransferSockets::onOpen(void* sockets, curlsocktype /*purpose*/, 
     return socket;
 }
 
+void CTransferSockets::hangUp() const noexcept
+{
+    long port = 0;
+    if (m_used && m_handle.ask(CURLINFO_LOCAL_PORT, port))
+        m_used->hangUp(port, m_handle.askText(CURLINFO_PRIMARY_IP));
+}
+
 void CTransferSockets::noticePointer(CURLoption option, bool isSet) noexcept
 {
     if (option == CURLOPT_OPENSOCKETFUNCTION)

@@ -34,6 +34,9 @@ public:
     /// Before libcurl closes the request's own connections: it waits for no server then.
     void stopReading() noexcept { m_own->stopReading(); }
 
+    /// Ends the connection of the transfer, before libcurl says a goodbye on it that it would wait for.
+    void hangUp() const noexcept;
+
     /// Whether the application opens the sockets itself: nobody learns then when libcurl closes them.
     bool areApplications() const noexcept { return m_opensSockets; }
 

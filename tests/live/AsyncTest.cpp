@@ -1,6 +1,7 @@
 // Many transfers at once, of all protocols, with real servers.
 #include "norla/async/CAsyncNetRequestManager.h"
 #include "norla/async/CAsyncNetRequestThread.h"
+#include "tests/live/CStuckFile.h"
 #include "tests/live/liveRequest.h"
 #include "tests/support/CFTPServer.h"
 #include "tests/support/CFullProcess.h"
@@ -309,6 +310,18 @@ TEST_F(AsyncTest, withdrawsWhatIsOnlyConnecting)
     add(transfer);
     EXPECT_TRUE(m_thread->removeRequest(transfer.request.get()));
     EXPECT_FALSE(transfer.request->isAsyncDone());
+}
+
+TEST_F(AsyncTest, withdrawsAtOnceWhatAnSFTPServerDoesNotAnswer)
+{
+    const live::CStuckFile file(ssh().root() / "stuck");
+    const CTransfer transfer{sftpRequest("stuck")};
+    live::CStuckFile::appendMuch(*transfer.request);
+    add(transfer);
+    ASSERT_TRUE(file.waitUntilStuck());
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(m_thread->removeRequest(transfer.request.get()));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }
 
 TEST_F(AsyncTest, goesOnAfterAWithdrawal)

@@ -1,5 +1,6 @@
 // A pool with real servers: all protocols at once, and many transfers over one connection.
 #include "norla/pool/CTransferPool.h"
+#include "tests/live/CStuckFile.h"
 #include "tests/live/liveRequest.h"
 #include "tests/live/mail.h"
 #include "tests/support/CFTPServer.h"
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
 
 namespace {
@@ -120,9 +122,9 @@ protected:
         return request;
     }
 
-    Request sftpRequest()
+    Request sftpRequest(const std::string& file = "file")
     {
-        auto request = live::requestFor(m_ssh.url((m_ssh.root() / "file").string()));
+        auto request = live::requestFor(m_ssh.url((m_ssh.root() / file).string()));
         request->setUserName(kx::String::fromUTF8(m_ssh.userName()));
         request->setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, kx::String::fromUTF8(m_ssh.privateKeyFile().string()));
         request->setOptionString(CURLOPT_SSH_PUBLIC_KEYFILE, kx::String::fromUTF8(m_ssh.publicKeyFile().string()));
@@ -183,6 +185,20 @@ TEST_F(PoolProtocolsTest, stopsAllProtocolsAtOnce)
     for (const auto& transfer : transfers)
         EXPECT_TRUE(transfer->isDone());
     EXPECT_EQ(m_ends, static_cast<int>(transfers.size()));
+}
+
+// libcurl would close the file first, and wait for the answer as long as its other limits allow.
+TEST_F(PoolProtocolsTest, stopsAtOnceWhatAnSFTPServerDoesNotAnswer)
+{
+    const live::CStuckFile file(m_ssh.root() / "stuck");
+    const auto request = sftpRequest("stuck");
+    live::CStuckFile::appendMuch(*request);
+    const auto transfer = start(request);
+    ASSERT_TRUE(file.waitUntilStuck());
+    const auto begin = std::chrono::steady_clock::now();
+    m_pool->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_EQ(transfer->getState(), norla::TransferState::Cancelled);
 }
 
 } // namespace
