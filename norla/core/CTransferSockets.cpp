@@ -32,6 +32,8 @@ void CTransferSockets::tell(COpenSockets& sockets)
     m_cache = &sockets;
     if (m_used == &sockets)
         return;
+    m_used = nullptr; // until libcurl has taken all of it
+
     m_handle.setNumber(CURLOPT_QUICK_EXIT, 1); // a name lookup that hangs is left to itself
     if (!m_opensSockets) {
         m_handle.set(CURLOPT_OPENSOCKETFUNCTION, &CTransferSockets::onOpen);

@@ -90,6 +90,17 @@ TEST_F(CTransferSocketsTest, areToldOnceForManyTransfers)
     EXPECT_NO_THROW(m_sockets.use(m_others));
 }
 
+TEST_F(CTransferSocketsTest, areToldAgainWhenLibcurlHasTakenOnlySomeOfAnotherCaches)
+{
+    m_sockets.useOwn();
+    void* const own = opensFor();
+    m_calls.failOption(CURLOPT_CLOSESOCKETFUNCTION);
+    EXPECT_ANY_THROW(m_sockets.use(m_others));
+    m_calls.succeed();
+    m_sockets.useOwn();
+    EXPECT_EQ(opensFor(), own);
+}
+
 TEST_F(CTransferSocketsTest, areToldAgainAfterAReset)
 {
     m_sockets.use(m_others);
