@@ -126,10 +126,10 @@ kx::String CEasyHandle::urlEscape(const kx::String& text) const
 }
 
 // It does so whenever a transfer that was paused is to go on.
-void CEasyHandle::lookAgain() noexcept
+void CEasyHandle::lookAgain() const
 {
-    curl_easy_pause(get(), CURLPAUSE_RECV);
-    curl_easy_pause(get(), CURLPAUSE_CONT);
+    requireSuccess(curl_easy_pause(get(), CURLPAUSE_RECV));
+    requireSuccess(curl_easy_pause(get(), CURLPAUSE_CONT));
 }
 
 } // namespace norla

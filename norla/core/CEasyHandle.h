@@ -71,7 +71,8 @@ public:
     }
 
     /// Lets libcurl look at the transfer once more, behind what it does now, also where nothing happens to its sockets.
-    void lookAgain() noexcept;
+    /// @throws CCURLError when it refuses
+    void lookAgain() const;
 
     /// Empty when there is none; valid until libcurl is asked or told something else.
     std::string_view askText(CURLINFO info) const noexcept

@@ -236,12 +236,13 @@ int CNetRequest::CRooms::beforeRequest(void* rooms, char* peerIP, char* localIP,
 
 // When an FTP server has said where it waits for the data connection before libcurl has come to wait for that, older
 // versions make none until something happens to the other one, which is the server's time-out.
-void CNetRequest::CRooms::lookAgainAfter(std::string_view reply) noexcept
+bool CNetRequest::CRooms::lookAgainAfter(std::string_view reply) noexcept
 {
     constexpr unsigned int firstThatLooks = 0x080e01; // or an earlier one of 8
     static const bool looksByItself = curl_version_info(CURLVERSION_NOW)->version_num >= firstThatLooks;
-    if (isDrivenByEvents && !looksByItself && (reply.starts_with("229 ") || reply.starts_with("227 ")))
-        handle.lookAgain();
+    const bool mayStall
+        = isDrivenByEvents && !looksByItself && (reply.starts_with("229 ") || reply.starts_with("227 "));
+    return !mayStall || callbackError.keepFrom([this] { handle.lookAgain(); });
 }
 
 size_t CNetRequest::CRooms::takeHeader(char* data, size_t size, size_t count, void* rooms) noexcept
@@ -249,9 +250,9 @@ size_t CNetRequest::CRooms::takeHeader(char* data, size_t size, size_t count, vo
     auto& self = *static_cast<CRooms*>(rooms);
     const size_t length = size * count;
     self.record.noticeLine({data, length}, self.url.isHTTP());
-    self.lookAgainAfter({data, length});
-    if (!self.callbackError.keepFrom(
-            [&self, length] { self.requireNoExcess(self.receiveLimits.excessOfLine(length)); }))
+    if (!self.lookAgainAfter({data, length}) || !self.callbackError.keepFrom([&self, length] {
+            self.requireNoExcess(self.receiveLimits.excessOfLine(length));
+        }))
         return 0;
     try {
         self.response.takeLine({data, length}, self.url);

@@ -117,7 +117,8 @@ struct CNetRequest::CRooms {
     void endBody();
     void noticeProtocol();
 
-    void lookAgainAfter(std::string_view reply) noexcept;
+    // false: it cannot, and the transfer might never go on
+    [[nodiscard]] bool lookAgainAfter(std::string_view reply) noexcept;
 
     // libcurl's, each with the rooms as its data
     static size_t write(char* data, size_t size, size_t count, void* rooms) noexcept;

@@ -79,7 +79,11 @@ curl_socket_t COpenSockets::open(const curl_sockaddr& address) noexcept
     const curl_socket_t socket = ::socket(address.family, address.socktype, address.protocol);
     if (socket == CURL_SOCKET_BAD)
         return socket;
-    note(socket);
+    if (!note(socket)) {
+        close(socket);
+        errno = ENOMEM;
+        return CURL_SOCKET_BAD;
+    }
     if (m_onOpening)
         m_onOpening(socket);
     return socket;
@@ -103,15 +107,18 @@ bool COpenSockets::identify(curl_socket_t socket, CIdentity& identity) noexcept
     return true;
 }
 
-// One that cannot be noted for want of memory is waited for, as all were without this class.
-void COpenSockets::note(curl_socket_t socket) noexcept
+// One that cannot be noted for want of memory is not used: its end would wait for what the server says.
+bool COpenSockets::note(curl_socket_t socket) noexcept
 {
+    CIdentity identity{};
+    if (!identify(socket, identity))
+        return true;
     try {
-        CIdentity identity{};
-        if (identify(socket, identity))
-            m_sockets.insert_or_assign(socket, identity);
+        m_sockets.insert_or_assign(socket, identity);
+        return true;
     } catch (const std::exception&) {
         m_sockets.erase(socket);
+        return false;
     }
 }
 

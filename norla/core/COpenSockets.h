@@ -59,7 +59,7 @@ private:
     };
 
     static bool identify(curl_socket_t socket, CIdentity& identity) noexcept;
-    void note(curl_socket_t socket) noexcept;
+    [[nodiscard]] bool note(curl_socket_t socket) noexcept;
 
     std::map<curl_socket_t, CIdentity> m_sockets;
     std::function<void(curl_socket_t)> m_onClosing; // may be empty

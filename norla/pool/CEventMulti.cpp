@@ -14,11 +14,10 @@ CEventMulti::CEventMulti(int wakeDescriptor, long idleConnections)
     m_events.watch(wakeDescriptor);
     m_multi.getSockets().tellClosings([this](curl_socket_t socket) noexcept { m_events.forget(socket); });
     m_multi.getSockets().tellOpenings([this](curl_socket_t socket) noexcept { m_events.forget(socket); });
-    // None of these can fail.
-    curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETFUNCTION, &CEventMulti::onSocket);
-    curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETDATA, this);
-    curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERFUNCTION, &CEventMulti::onTimer);
-    curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERDATA, this);
+    CMultiHandle::check(curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETFUNCTION, &CEventMulti::onSocket));
+    CMultiHandle::check(curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETDATA, this));
+    CMultiHandle::check(curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERFUNCTION, &CEventMulti::onTimer));
+    CMultiHandle::check(curl_multi_setopt(m_multi.get(), CURLMOPT_TIMERDATA, this));
 }
 
 CEventMulti::~CEventMulti()

@@ -14,6 +14,7 @@
 // The header has macros of these names, to check the number of arguments.
 #undef curl_easy_setopt
 #undef curl_easy_getinfo
+#undef curl_multi_setopt
 
 namespace support {
 
@@ -92,6 +93,12 @@ int CCurlCalls::placeOf(const std::string& function) const
     return found == m_places.end() ? 0 : found->second;
 }
 
+std::set<std::string> CCurlCalls::refusedOptions() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_refusedOptions;
+}
+
 std::optional<long> CCurlCalls::globalInitFlags() const
 {
     const std::lock_guard lock(m_mutex);
@@ -135,11 +142,16 @@ bool CCurlCalls::isPlumbing(CURLoption option)
     return std::find(plumbing.begin(), plumbing.end(), option) != plumbing.end();
 }
 
-CURLcode CCurlCalls::resultFor(CURLoption option, const std::string& described)
+CURLcode CCurlCalls::resultFor(CURLoption option, const std::string& name, const std::string& value)
 {
+    const bool isRefused = isToFail("curl_easy_setopt");
     const std::lock_guard lock(m_mutex);
     if (!isPlumbing(option))
-        m_options.push_back(described);
+        m_options.push_back(name + "=" + value);
+    if (isRefused) {
+        m_refusedOptions.insert(name);
+        return CURLE_OUT_OF_MEMORY;
+    }
     const auto failing = m_failingOptions.find(option);
     return failing == m_failingOptions.end() ? CURLE_OK : failing->second;
 }
@@ -262,7 +274,7 @@ CURLcode setOption(CURL* handle, CURLoption option, TValue value, const std::str
     const CURLcode failure = watcher.ask([option, &valueText](CCurlCalls& calls) {
         const curl_easyoption* const known = curl_easy_option_by_id(option);
         const std::string name = known ? known->name : std::to_string(option);
-        return calls.resultFor(option, name + "=" + valueText);
+        return calls.resultFor(option, name, valueText);
     });
     if (failure != CURLE_OK)
         return failure;
@@ -275,10 +287,13 @@ CURLcode setOption(CURL* handle, CURLoption option, TValue value, const std::str
 
 extern "C" {
 
-// The two variadic functions stand under names of their own, given libcurl's for the linker: va_start may not follow a
+// The variadic functions stand under names of their own, given libcurl's for the linker: va_start may not follow a
 // parameter of an enumeration type, which is what libcurl declares.
 CURLcode interposedSetOption(CURL* handle, unsigned int optionNumber, ...) __asm__("curl_easy_setopt");
 CURLcode interposedGetInfo(CURL* handle, unsigned int infoNumber, ...) __asm__("curl_easy_getinfo");
+CURLMcode interposedMultiSetOption(CURLM* multi, unsigned int optionNumber, ...) __asm__("curl_multi_setopt");
+// Newer headers declare the first one const.
+CURLUcode interposedGetURLPart(CURLU* url, CURLUPart part, char** text, unsigned int flags) __asm__("curl_url_get");
 
 CURLcode interposedSetOption(CURL* handle, unsigned int optionNumber, ...)
 {
@@ -310,6 +325,48 @@ CURLcode interposedGetInfo(CURL* handle, unsigned int infoNumber, ...)
     if (support::isToFail("curl_easy_getinfo"))
         return CURLE_BAD_FUNCTION_ARGUMENT;
     return support::original(&curl_easy_getinfo, "curl_easy_getinfo")(handle, static_cast<CURLINFO>(infoNumber), value);
+}
+
+CURLMcode interposedMultiSetOption(CURLM* multi, unsigned int optionNumber, ...)
+{
+    const auto option = static_cast<CURLMoption>(optionNumber);
+    va_list arguments;
+    va_start(arguments, optionNumber);
+    CURLMcode result = CURLM_OK;
+    if (optionNumber < CURLOPTTYPE_OBJECTPOINT)
+        result = support::callMulti(&curl_multi_setopt, "curl_multi_setopt", multi, option, va_arg(arguments, long));
+    else
+        result = support::callMulti(&curl_multi_setopt, "curl_multi_setopt", multi, option, va_arg(arguments, void*));
+    va_end(arguments);
+    return result;
+}
+
+CURLcode curl_easy_pause(CURL* handle, int bits)
+{
+    if (support::isToFail("curl_easy_pause"))
+        return CURLE_OUT_OF_MEMORY;
+    return support::original(&curl_easy_pause, "curl_easy_pause")(handle, bits);
+}
+
+CURLU* curl_url(void)
+{
+    if (support::isToFail("curl_url"))
+        return nullptr;
+    return support::original(&curl_url, "curl_url")();
+}
+
+CURLUcode curl_url_set(CURLU* url, CURLUPart part, const char* text, unsigned int flags)
+{
+    if (support::isToFail("curl_url_set"))
+        return CURLUE_OUT_OF_MEMORY;
+    return support::original(&curl_url_set, "curl_url_set")(url, part, text, flags);
+}
+
+CURLUcode interposedGetURLPart(CURLU* url, CURLUPart part, char** text, unsigned int flags)
+{
+    if (support::isToFail("curl_url_get"))
+        return CURLUE_OUT_OF_MEMORY;
+    return support::original(&curl_url_get, "curl_url_get")(url, part, text, flags);
 }
 
 CURLcode curl_global_init(long flags)

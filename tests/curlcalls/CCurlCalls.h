@@ -37,10 +37,12 @@ public:
     void failOption(CURLoption option, CURLcode result = CURLE_OUT_OF_MEMORY);
 
     /// Makes a function fail: OPENSSL_init_ssl, curl_global_init, curl_global_cleanup (which throws then),
-    /// curl_easy_init, curl_easy_getinfo, curl_easy_escape, curl_slist_append, curl_easy_strerror, curl_multi_strerror,
-    /// and of the multi interface curl_multi_init, curl_multi_info_read (both answer null then), curl_multi_add_handle,
-    /// curl_multi_remove_handle, curl_multi_fdset, curl_multi_timeout, curl_multi_poll, curl_multi_perform,
-    /// curl_multi_socket_action and curl_multi_assign.
+    /// curl_easy_init, curl_easy_setopt (whatever the option), curl_easy_getinfo, curl_easy_pause, curl_easy_escape,
+    /// curl_slist_append, curl_url, curl_url_set, curl_url_get, curl_easy_strerror, curl_multi_strerror, and of the
+    /// multi interface curl_multi_init, curl_multi_info_read (both answer null then), curl_multi_setopt,
+    /// curl_multi_add_handle, curl_multi_remove_handle, curl_multi_fdset, curl_multi_timeout, curl_multi_poll,
+    /// curl_multi_perform, curl_multi_socket_action and curl_multi_assign. Of curl_slist_append, curl_url,
+    /// curl_url_set and curl_url_get also the calls that libcurl makes itself.
     /// @param skip how many calls still succeed before
     /// @param count how many fail then; -1 for all
     void fail(const std::string& function, int skip = 0, int count = -1);
@@ -62,6 +64,9 @@ public:
     /// @return how many there were
     size_t cleanUpMultis();
 
+    /// The names of the options that fail("curl_easy_setopt") has refused.
+    std::set<std::string> refusedOptions() const;
+
     /// How often the function was called; known for those of fail(), for curl_easy_cleanup, curl_multi_cleanup and
     /// OPENSSL_thread_stop.
     int countOf(const std::string& function) const;
@@ -78,7 +83,7 @@ public:
 
     /// For the interposed functions alone: counts the call and tells whether it is to fail.
     bool isToFail(const std::string& function);
-    CURLcode resultFor(CURLoption option, const std::string& described);
+    CURLcode resultFor(CURLoption option, const std::string& name, const std::string& value);
     void setPointer(CURLoption option, void* value);
     void setGlobalInitFlags(long flags);
     CURLMcode multiResult() const;
@@ -99,6 +104,7 @@ private:
     std::vector<std::string> m_options;
     std::map<CURLoption, void*> m_pointers;
     std::map<CURLoption, CURLcode> m_failingOptions;
+    std::set<std::string> m_refusedOptions;
     std::map<std::string, CFault> m_faults;
     std::map<std::string, int> m_counts;
     std::map<std::string, int> m_places;
