@@ -87,6 +87,7 @@ void CManagedRequest::fail(TransferLimit limit, const kx::String& text) noexcept
     const CURLcode result = limit == TransferLimit::None ? CURLE_ABORTED_BY_CALLBACK : CURLE_OPERATION_TIMEDOUT;
     if (rooms.callbackError.isThere())
         return;
+    rooms.isOverdue = limit != TransferLimit::None;
     rooms.callbackError.keepFrom([&] {
         CFailureDetails details = rooms.failureDetails(result);
         details.limit = limit;

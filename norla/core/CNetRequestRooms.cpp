@@ -35,6 +35,7 @@ void CNetRequest::CRooms::beginAttempt()
         headers.removeLine("Expect");
     headers.begin();
     callbackError.forget();
+    isOverdue = false;
     sending.begin();
     unpacking.begin();
     record.forget();

@@ -41,6 +41,7 @@ struct CNetRequest::CRooms {
     CRequestURL url;
     CResponse response;
     CFirstError callbackError; // of the current transfer
+    bool isOverdue = false;    // whoever drives it has ended it for want of time, which the error tells
     CAsyncOutcome outcome;
     kx::P<IDoneListener> doneListener;
     kx::TList<kx::P<kx::IBase>> keptObjects;

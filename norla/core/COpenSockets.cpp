@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <array>
+#include <cerrno>
 #include <exception>
 #include <mutex>
 #include <netinet/in.h>

@@ -79,7 +79,7 @@ struct CTransfer::Options {
     int priority = 0;
 
     /// Of each attempt, from its start: the queue does not count. Zero and the infinite span: no limit of its own,
-    /// beside those of the request. Not negative.
+    /// beside those of the request. Not negative. Behind an attempt that it ends there may be another one.
     kx::CTimeSpan attemptDeadline = {};
 
     /// The same of all attempts and the pauses between them, from the start of the first.
