@@ -37,11 +37,23 @@ void PrintTo(const CPlaceRow& row, std::ostream* out)
     *out << row.name;
 }
 
+using CTime = std::chrono::steady_clock::duration;
+
+constexpr CTime longestCancel = std::chrono::milliseconds(20);
+constexpr CTime longestStop = std::chrono::milliseconds(250);
+
+/// The best of some, since the machine may be busy. @param measure what takes time
+CTime quickestOf(CTime limit, const std::function<CTime()>& measure)
+{
+    constexpr int tries = 10;
+    CTime quickest = CTime::max();
+    for (int count = 0; count < tries && quickest > limit && !testing::Test::HasFailure(); ++count)
+        quickest = std::min(quickest, measure());
+    return quickest;
+}
+
 class PoolCancelTest : public CPoolFixture, public testing::WithParamInterface<CPlaceRow> {
 protected:
-    PoolCancelTest() { CLookupGate::get().shut(); }
-    ~PoolCancelTest() override { CLookupGate::get().open(); }
-
     /// A transfer that is there, and goes no further.
     Transfer startTo(Place place)
     {
@@ -56,10 +68,10 @@ protected:
             return startConnecting();
         case Place::InTLS:
             server().onConnection().readBytes(1).stall();
-            return startUntil(requestTo(server().url("/", "https")), [this] { return !server().received(0).empty(); });
+            return startUntilReceived(requestTo(server().url("/", "https")));
         case Place::InHeaders:
             server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nA: ").stall();
-            return startUntil(newRequest(), [this] { return !server().received(0).empty(); });
+            return startUntilReceived(newRequest());
         case Place::InTheBody:
             return startBody();
         case Place::InThePause:
@@ -68,28 +80,39 @@ protected:
         return nullptr;
     }
 
-    /// Does something that ends the transfer, which is to be told soon.
+    /// Does something that ends the transfer, which is to be told, and done, so soon.
     template <typename TAction>
-    void expectCancelledBy(TAction action)
+    void expectCancelledBy(TAction action, CTime limit)
     {
+        const CTime time = quickestOf(limit, [&] { return timeOfCancelBy(action); });
+        std::cout << std::chrono::duration_cast<std::chrono::microseconds>(time).count() << " microseconds\n";
+        EXPECT_LE(time, limit);
+    }
+
+private:
+    template <typename TAction>
+    CTime timeOfCancelBy(TAction action)
+    {
+        replacePool({});
+        m_ends = 0;
+        CLookupGate::get().shut();
         const Transfer transfer = startTo(GetParam().place);
-        ASSERT_FALSE(transfer->isDone());
+        EXPECT_FALSE(transfer->isDone());
         waitUntilPoolSleeps();
         const auto begin = std::chrono::steady_clock::now();
         action(*transfer);
         EXPECT_TRUE(transfer->wait(longest));
         const auto time = std::chrono::steady_clock::now() - begin;
-        std::cout << std::chrono::duration_cast<std::chrono::microseconds>(time).count() << " microseconds\n";
-        EXPECT_LT(time, std::chrono::seconds(2));
         EXPECT_EQ(transfer->getState(), TransferState::Cancelled);
         EXPECT_EQ(norla::getErrorKind(*transfer->getError()), norla::ErrorKind::Cancelled);
         destroyPool();
         EXPECT_EQ(m_ends, 1);
         EXPECT_EQ(CLookupGate::get().isHolding(), GetParam().place == Place::Resolving)
             << "it has waited for the lookup";
+        CLookupGate::get().open();
+        return time;
     }
 
-private:
     /// Its thread has come to wait for whatever happens next.
     static void waitUntilPoolSleeps()
     {
@@ -107,10 +130,11 @@ private:
         return pool().start(request.get(), options);
     }
 
-    Transfer startUntil(const Request& request, const std::function<bool()>& isThere)
+    Transfer startUntilReceived(const Request& request)
     {
+        const size_t connection = server().connectionCount();
         auto transfer = start(request);
-        EXPECT_TRUE(waitUntil(isThere));
+        EXPECT_TRUE(waitUntil([&] { return !server().received(connection).empty(); }));
         return transfer;
     }
 
@@ -152,17 +176,17 @@ private:
 
 TEST_P(PoolCancelTest, isToldAtOnce)
 {
-    expectCancelledBy([](CTransfer& transfer) { transfer.cancel(); });
+    expectCancelledBy([](CTransfer& transfer) { transfer.cancel(); }, longestCancel);
 }
 
 TEST_P(PoolCancelTest, comesWithTheStopOfThePoolAtOnce)
 {
-    expectCancelledBy([this](CTransfer&) { pool().stop(); });
+    expectCancelledBy([this](CTransfer&) { pool().stop(); }, longestStop);
 }
 
 TEST_P(PoolCancelTest, comesWithTheEndOfThePoolAtOnce)
 {
-    expectCancelledBy([this](CTransfer&) { destroyPool(); });
+    expectCancelledBy([this](CTransfer&) { destroyPool(); }, longestStop);
 }
 
 /// What ends the transfer is called by the transfer itself.
@@ -179,6 +203,29 @@ protected:
         EXPECT_EQ(transfer->getState(), TransferState::Cancelled);
     }
 };
+
+TEST_F(PoolCallbackTest, cancelsItsTransferAtOnce)
+{
+    EXPECT_LE(
+        quickestOf(longestCancel,
+            [this] {
+                server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").stall();
+                const auto request = newRequest();
+                std::promise<Transfer> started;
+                const auto future = started.get_future().share();
+                std::promise<std::chrono::steady_clock::time_point> begin;
+                const auto sink = kx::newObj<CActionSink>([&begin, future] {
+                    begin.set_value(std::chrono::steady_clock::now());
+                    future.get()->cancel();
+                });
+                request->setReceiveDataSink(sink.get());
+                const auto transfer = pool().start(request.get());
+                started.set_value(transfer);
+                EXPECT_TRUE(transfer->wait(longest));
+                return std::chrono::steady_clock::now() - begin.get_future().get();
+            }),
+        longestCancel);
+}
 
 TEST_F(PoolCallbackTest, stopsThePool)
 {
