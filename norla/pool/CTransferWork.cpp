@@ -42,10 +42,10 @@ kx::P<kx::CError> CTransferWork::getError() const
     return m_error;
 }
 
-// Whoever asks once will ask again.
+// Whoever asks once will ask again. What is looked at anyway need not be asked for.
 CTransferProgress CTransferWork::getProgress()
 {
-    if (!m_isProgressAsked.exchange(true) && !isDone())
+    if (!m_hasOnProgress && !m_isProgressAsked.exchange(true) && !isDone())
         inbox->ask(*this, CLoopInbox::ToLook);
     const std::lock_guard lock(m_mutex);
     return m_progress;

@@ -104,6 +104,22 @@ TEST_F(CTransferPoolTest, tellsTheRequestsListenerAndSignalTheEnd)
     EXPECT_EQ(resultOf(request), "success");
 }
 
+TEST_F(CTransferPoolTest, tellsTheEndAlsoWhenTheRequestsListenerThrows)
+{
+    const support::CLogRecorder log;
+    answer(ok("hello"));
+    const auto request = newRequest();
+    const auto listener
+        = kx::newObj<CActionListener>([](norla::CNetRequest*, const kx::CError*) { throw std::runtime_error("oops"); });
+    request->setDoneListener(listener.get());
+    const auto transfer = pool().start(request.get(), countingEnds());
+    EXPECT_TRUE(transfer->wait(longest));
+    pool().stop();
+    EXPECT_EQ(m_ends, 1);
+    EXPECT_EQ(resultOf(request), "success");
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"error: A done listener has thrown (ignored).: oops"});
+}
+
 TEST_F(CTransferPoolTest, tellsTheEndOnce)
 {
     answer(ok("hello"));
@@ -502,6 +518,41 @@ TEST_F(CTransferPoolTest, tellsProgressWhileItRunsAndAtTheEnd)
     EXPECT_EQ(received.back(), 6);
 }
 
+TEST_F(CTransferPoolTest, tellsProgressAtMostEvery100Milliseconds)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr int count = 4;
+    const auto start = Clock::now();
+    std::atomic<int> told{0};
+    std::atomic<bool> isTooEarly{false};
+    CTransfer::Options options;
+    options.onProgress = [&](const norla::CTransferProgress&) {
+        if (told < count && Clock::now() < start + (told + 1) * std::chrono::milliseconds(100))
+            isTooEarly = true;
+        ++told;
+    };
+    const auto transfer = startStalled(options);
+    EXPECT_TRUE(waitUntil([&] { return told >= 1; }));
+    transfer->getProgress(); // which asks for none
+    EXPECT_TRUE(waitUntil([&] { return told >= count; }));
+    EXPECT_FALSE(isTooEarly);
+    pool().stop();
+}
+
+TEST_F(CTransferPoolTest, callsNobodyAfterItsStop)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").stall();
+    const auto held = std::make_shared<std::atomic<int>>(0);
+    CTransfer::Options options;
+    options.onProgress = [held](const norla::CTransferProgress&) { ++*held; };
+    options.onDone = [held](CTransfer&) { ++*held; };
+    const auto transfer = pool().start(newRequest().get(), options);
+    options = {};
+    EXPECT_TRUE(waitUntil([&] { return *held > 0; }));
+    pool().stop();
+    EXPECT_EQ(held.use_count(), 1);
+}
+
 TEST_F(CTransferPoolTest, endsATransferWhoseProgressThrows)
 {
     const support::CLogRecorder log;
@@ -589,17 +640,6 @@ TEST_F(CTransferPoolTest, makesRoomWhileOnePauses)
     ASSERT_TRUE(waitUntil([&] { return pausing->getState() == TransferState::Pausing; }));
     answer(ok("meanwhile"));
     EXPECT_TRUE(pool().start(newRequest().get())->wait(longest));
-}
-
-TEST_F(CTransferPoolTest, startsAtOnceWhereDescriptorsHaveLargeNumbers)
-{
-    std::vector<int> open;
-    for (int descriptor = dup(0); descriptor != -1 && descriptor < 900; descriptor = dup(0))
-        open.push_back(descriptor);
-    answer(ok("hello"));
-    EXPECT_TRUE(pool().start(newRequest().get())->wait(longest));
-    for (const int descriptor : open)
-        close(descriptor);
 }
 
 TEST_F(CTransferPoolTest, doesNoHarmInAChildProcess)
