@@ -1,0 +1,153 @@
+// Which connections and threads a pool's transfers use.
+#include "tests/norla/pool/CPoolFixture.h"
+#include "tests/support/CDescriptor.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using norla::CTransfer;
+
+/// Takes all small numbers for descriptors, as long as it lives.
+class CSmallNumbersTaken {
+public:
+    explicit CSmallNumbersTaken(int first)
+    {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        rlimit more = m_before;
+        more.rlim_cur = std::min<rlim_t>(static_cast<rlim_t>(first) + 500, more.rlim_max);
+        setrlimit(RLIMIT_NOFILE, &more);
+        do
+            m_taken.emplace_back(dup(STDERR_FILENO));
+        while (m_taken.back().get() != -1 && m_taken.back().get() < first);
+    }
+    CSmallNumbersTaken(const CSmallNumbersTaken&) = delete;
+    CSmallNumbersTaken& operator=(const CSmallNumbersTaken&) = delete;
+    ~CSmallNumbersTaken() { setrlimit(RLIMIT_NOFILE, &m_before); }
+
+    int last() const { return m_taken.back().get(); }
+
+private:
+    rlimit m_before{};
+    std::vector<support::CDescriptor> m_taken;
+};
+
+class PoolConnectionsTest : public CPoolFixture {
+protected:
+    void expectSuccess(const std::string& url)
+    {
+        const auto transfer = pool().start(requestTo(url).get());
+        EXPECT_TRUE(transfer->wait(longest));
+        EXPECT_EQ(failureOf(transfer), "");
+    }
+
+    /// Answers so many requests over one connection.
+    static void answerAll(support::CScriptedServer& server, int count)
+    {
+        support::CScript& script = server.onConnection();
+        for (int number = 0; number < count; ++number)
+            script.readHead().send(ok(""));
+        script.readToEnd();
+    }
+
+    /// How often two servers are connected to that are asked in turn, twice.
+    size_t connectionsForTwoServers()
+    {
+        support::CScriptedServer other;
+        for (int number = 0; number < 2; ++number) {
+            answerAll(server(), 2);
+            answerAll(other, 2);
+        }
+        for (const std::string& url : {server().url(), other.url(), server().url(), other.url()})
+            expectSuccess(url);
+        return server().connectionCount() + other.connectionCount();
+    }
+};
+
+TEST_F(PoolConnectionsTest, areOfAnyNumber)
+{
+    const CSmallNumbersTaken taken(3 * FD_SETSIZE);
+    ASSERT_GE(taken.last(), 3 * FD_SETSIZE);
+    replacePool({});
+    answerAll(server(), 1);
+    expectSuccess(server().url());
+}
+
+TEST_F(PoolConnectionsTest, stayOpenForLaterTransfers)
+{
+    EXPECT_EQ(connectionsForTwoServers(), 2U);
+}
+
+TEST_F(PoolConnectionsTest, stayOpenInNoGreaterNumberThanTheyMay)
+{
+    replacePool({.idleConnections = 1});
+    EXPECT_GT(connectionsForTwoServers(), 2U);
+}
+
+TEST_F(PoolConnectionsTest, areSharedByAllTransfersToOneHostOnSeveralThreads)
+{
+    constexpr int count = 12;
+    replacePool({.threads = 4});
+    answerAll(server(), count);
+    for (int number = 0; number < count; ++number)
+        expectSuccess(server().url("/" + std::to_string(number)));
+    EXPECT_EQ(server().connectionCount(), 1U);
+}
+
+class PoolThreadsTest : public CPoolFixture {
+protected:
+    static size_t countThreads()
+    {
+        size_t count = 0;
+        for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::string name;
+            std::getline(std::ifstream(thread.path() / "comm"), name);
+            count += name == "norla.pool" ? 1 : 0;
+        }
+        return count;
+    }
+};
+
+TEST_F(PoolThreadsTest, shareTheHosts)
+{
+    replacePool({.threads = 3});
+    std::mutex mutex;
+    std::map<std::string, std::set<std::thread::id>> threads; // by host, guarded by the mutex
+    for (int number = 0; number < 200; ++number) {
+        const std::string host = "nonsense://127.0.0.1:" + std::to_string(1 + number % 50);
+        CTransfer::Options options;
+        options.onDone = [&mutex, &threads, host](CTransfer&) {
+            const std::lock_guard lock(mutex);
+            threads[host].insert(std::this_thread::get_id());
+        };
+        pool().start(requestTo(host + "/").get(), options);
+    }
+    pool().stop();
+    std::set<std::thread::id> all;
+    for (const auto& [host, its] : threads) {
+        EXPECT_EQ(its.size(), 1U) << host;
+        all.insert(its.begin(), its.end());
+    }
+    EXPECT_EQ(all.size(), 3U);
+}
+
+TEST_F(PoolThreadsTest, goWithThePoolsStop)
+{
+    replacePool({.threads = 3});
+    startStalled();
+    EXPECT_TRUE(waitUntil([] { return countThreads() == 3; })); // they give themselves their names
+    pool().stop();
+    EXPECT_TRUE(waitUntil([] { return countThreads() == 0; })); // the system takes a moment to forget them
+}
+
+} // namespace
