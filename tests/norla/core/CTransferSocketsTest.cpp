@@ -93,12 +93,14 @@ TEST_F(CTransferSocketsTest, areToldOnceForManyTransfers)
 TEST_F(CTransferSocketsTest, areToldAgainWhenLibcurlHasTakenOnlySomeOfAnotherCaches)
 {
     m_sockets.useOwn();
-    void* const own = opensFor();
-    m_calls.failOption(CURLOPT_CLOSESOCKETFUNCTION);
+    void* const own = closesFor();
+    m_calls.failOption(CURLOPT_CLOSESOCKETDATA);
     EXPECT_ANY_THROW(m_sockets.use(m_others));
+    EXPECT_ANY_THROW(m_sockets.useOwn());
     m_calls.succeed();
     m_sockets.useOwn();
-    EXPECT_EQ(opensFor(), own);
+    EXPECT_EQ(closesFor(), own);
+    EXPECT_FALSE(areOpenedByOthers());
 }
 
 TEST_F(CTransferSocketsTest, areToldAgainAfterAReset)
