@@ -42,8 +42,8 @@ public:
     void dropConnectionAfter(CURLcode result) noexcept;
 
     /// Before and after libcurl lets go of a request whose transfer has not ended. It would end the mail that it is
-    /// sending as if it were whole, and wait for the server's answer. Over SSH it would close the file, and wait without
-    /// end.
+    /// sending as if it were whole, and wait for the server's answer. Over SSH it would close the file, and
+    /// wait for the answer to that.
     void beginWithdrawal();
     void endWithdrawal();
 

@@ -113,6 +113,29 @@ TEST_F(COpenSocketsTest, leavesANumberAloneThatNobodyHasAnyMore)
     EXPECT_EQ(fcntl(socket, F_GETFD), -1);
 }
 
+TEST_F(COpenSocketsTest, hangsUpNoOtherConnection)
+{
+    const int socket = connectedSocket();
+    const long port = support::portOf(socket);
+    m_sockets.hangUp(port + 1, "127.0.0.1");
+    m_sockets.hangUp(port, "127.0.0.2");
+    EXPECT_FALSE(isAtItsEnd(socket));
+    m_sockets.hangUp(port, "127.0.0.1");
+    EXPECT_TRUE(isAtItsEnd(socket));
+    COpenSockets::onClose(&m_sockets, socket);
+}
+
+TEST_F(COpenSocketsTest, knowsWhatItHasOpened)
+{
+    const int own = openSocket();
+    EXPECT_TRUE(m_sockets.hasOpened(own));
+    EXPECT_FALSE(m_sockets.hasOpened(own + 1));
+    const support::CDescriptor listener = support::listenOnLoopback();
+    ASSERT_EQ(dup2(listener.get(), own), own);
+    EXPECT_FALSE(m_sockets.hasOpened(own));
+    close(own);
+}
+
 TEST_F(COpenSocketsTest, forgetsWhatItHasClosed)
 {
     const int socket = connectedSocket();
