@@ -77,7 +77,7 @@ void COpenSockets::keepForEver(std::unique_ptr<COpenSockets> sockets) noexcept
 
 curl_socket_t COpenSockets::open(const curl_sockaddr& address) noexcept
 {
-    const curl_socket_t socket = ::socket(address.family, address.socktype, address.protocol);
+    const curl_socket_t socket = ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
     if (socket == CURL_SOCKET_BAD)
         return socket;
     if (!note(socket)) {

@@ -64,6 +64,14 @@ TEST_F(COpenSocketsTest, opensWhatLibcurlAsksFor)
     EXPECT_EQ(COpenSockets::onClose(&m_sockets, socket), 0);
 }
 
+// A server would not see the end of a connection, which may be the end of a file, as long as the program runs.
+TEST_F(COpenSocketsTest, keepsSocketsFromProgramsThatAreStarted)
+{
+    const int socket = openSocket();
+    EXPECT_EQ(fcntl(socket, F_GETFD), FD_CLOEXEC);
+    COpenSockets::onClose(&m_sockets, socket);
+}
+
 TEST_F(COpenSocketsTest, tellsThatASocketCannotBeOpened)
 {
     curl_sockaddr address{};
