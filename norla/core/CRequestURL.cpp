@@ -33,7 +33,9 @@ kx::String domainOf(const kx::String& scheme)
 CRequestURL::CRequestURL(const kx::String& url)
     : m_url(url)
 {
-    setSpoken(getScheme());
+    const kx::String scheme = getScheme();
+    m_isSSH = scheme == "sftp" || scheme == "scp";
+    setSpoken(scheme);
 }
 
 void CRequestURL::setSpoken(const kx::String& scheme)
@@ -47,12 +49,6 @@ kx::String CRequestURL::getScheme() const
 {
     const size_t colon = m_url.find(L':');
     return colon == kx::String::npos ? kx::String() : m_url.substr(0, colon).toLower();
-}
-
-bool CRequestURL::isSSH() const
-{
-    const kx::String scheme = getScheme();
-    return scheme == "sftp" || scheme == "scp";
 }
 
 } // namespace norla

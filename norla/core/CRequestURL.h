@@ -25,14 +25,15 @@ public:
     bool isHTTP() const noexcept { return m_isHTTP; }
     bool isMail() const noexcept { return m_isMail; }
 
-    /// SFTP and SCP.
-    bool isSSH() const;
+    /// SFTP and SCP, as the text says: setSpoken() does not count.
+    bool isSSH() const noexcept { return m_isSSH; }
 
 private:
     kx::String m_url;
     kx::String m_domain;
     bool m_isHTTP = false;
     bool m_isMail = false;
+    bool m_isSSH = false;
 };
 
 } // namespace norla

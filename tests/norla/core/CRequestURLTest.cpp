@@ -24,10 +24,20 @@ TEST_P(CRequestURLSchemeTest, tellsTheProtocol)
     EXPECT_EQ(url.isMail(), std::string(GetParam().domain) == "smtp");
 }
 
+TEST_P(CRequestURLSchemeTest, tellsSSHByItsText)
+{
+    CRequestURL url(kx::String::fromLatin1(GetParam().url));
+    const std::string scheme = GetParam().scheme;
+    EXPECT_EQ(url.isSSH(), scheme == "sftp" || scheme == "scp");
+    url.setSpoken(url.isSSH() ? "http" : "sftp");
+    EXPECT_EQ(url.isSSH(), scheme == "sftp" || scheme == "scp");
+}
+
 INSTANTIATE_TEST_SUITE_P(All, CRequestURLSchemeTest,
     testing::Values(CSchemeCase{"http", "http://host/", "http", "http"},
         CSchemeCase{"https", "https://host/", "https", "http"}, CSchemeCase{"ftp", "ftp://host/", "ftp", "ftp"},
         CSchemeCase{"ftps", "ftps://host/", "ftps", "ftp"}, CSchemeCase{"sftp", "sftp://host/", "sftp", "ftp"},
+        CSchemeCase{"scp", "scp://host/", "scp", ""}, CSchemeCase{"SSHinCapitals", "SFTP://host/", "sftp", "ftp"},
         CSchemeCase{"smtp", "smtp://host/", "smtp", "smtp"}, CSchemeCase{"smtps", "smtps://host/", "smtps", "smtp"},
         CSchemeCase{"capitals", "HtTp://host/", "http", "http"}, CSchemeCase{"another", "file:///x", "file", ""},
         CSchemeCase{"longer", "httpx://host/", "httpx", ""}, CSchemeCase{"none", "host/path", "", ""},
@@ -42,6 +52,7 @@ TEST(CRequestURLTest, isEmptyAtFirst)
     EXPECT_TRUE(url.getResponseCodeDomain().isEmpty());
     EXPECT_FALSE(url.isHTTP());
     EXPECT_FALSE(url.isMail());
+    EXPECT_FALSE(url.isSSH());
 }
 
 TEST(CRequestURLTest, keepsItsText)
