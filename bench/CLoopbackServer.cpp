@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <limits>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -55,6 +56,12 @@ bool discard(int connection, long long size)
         size -= count;
     }
     return true;
+}
+
+/// Until the client closes the connection.
+bool discardAll(int connection)
+{
+    return discard(connection, std::numeric_limits<long long>::max());
 }
 
 long long contentLength(const std::string& head)
@@ -146,6 +153,12 @@ bool CLoopbackServer::answer(int connection, const std::string& head, std::strin
         const std::string start = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(m_downloadSize) + "\r\n\r\n";
         return sendAll(connection, start.data(), start.size()) && sendBody(connection, m_downloadSize);
     }
+    if (head.starts_with("GET /part")) {
+        static const std::string part = "HTTP/1.1 200 OK\r\nContent-Length: 1048576\r\n\r\n" + std::string(1024, 'x');
+        return sendAll(connection, part.data(), part.size()) && discardAll(connection);
+    }
+    if (head.starts_with("GET /silent"))
+        return discardAll(connection);
     const auto early = static_cast<long long>(pending.size());
     pending.clear();
     const std::string done = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";

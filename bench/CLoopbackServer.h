@@ -8,8 +8,8 @@
 namespace bench {
 
 /// An HTTP/1.1 server that costs as little as it can, so that the client is what is measured, on the last core. GET
-/// /small answers 1 KiB with ten headers, GET /down a large body, PUT reads the body and answers nothing. Any number of
-/// keep-alive connections.
+/// /small answers 1 KiB with ten headers, GET /down a large body, GET /part the first KiB of a body and then nothing
+/// more, GET /silent nothing at all, PUT reads the body and answers nothing. Any number of keep-alive connections.
 class CLoopbackServer {
 public:
     /// @param downloadSize bytes that GET /down answers

@@ -54,6 +54,8 @@ public:
         m_headers.clear();
     }
 
+    size_t bodySize() const { return m_body.size(); }
+
 private:
     void addLine(const std::string& line)
     {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -31,6 +32,7 @@ public:
         m_response.receiveFrom(handle());
     }
     CURL* handle() const { return m_easy.get(); }
+    const CBareResponse& response() const { return m_response; }
     void start() { m_response.clear(); }
     void end(CURLcode result)
     {
@@ -46,37 +48,56 @@ private:
     CBareResponse m_response;
 };
 
-/// A loop over libcurl's multi interface by hand: so many transfers of a URL, some of them at once.
+/// A loop over libcurl's multi interface by hand: many transfers, as many of them at once as there are URLs.
 template <typename TTransfer>
 class CBareMulti {
 public:
-    CBareMulti(const std::string& url, int count)
+    explicit CBareMulti(const std::vector<std::string>& urls)
     {
-        for (int i = 0; i < count; ++i)
+        for (const std::string& url : urls)
             m_transfers.push_back(std::make_unique<TTransfer>(url));
+    }
+    CBareMulti(const std::string& url, int atOnce)
+        : CBareMulti(std::vector<std::string>(static_cast<size_t>(atOnce), url))
+    {
     }
     CBareMulti(const CBareMulti&) = delete;
     CBareMulti& operator=(const CBareMulti&) = delete;
-    virtual ~CBareMulti()
-    {
-        m_transfers.clear();
-        curl_multi_cleanup(m_multi);
-    }
+    virtual ~CBareMulti() { clear(); }
 
     void run(int transfers)
+    {
+        begin(transfers);
+        while (m_running > 0)
+            step();
+    }
+
+    /// The first of them, as many as there are URLs.
+    void begin(int transfers)
     {
         m_left = transfers;
         for (const auto& transfer : m_transfers)
             start(*transfer);
-        while (m_running > 0) {
-            if (perform() < m_running)
-                takeEnds();
-            if (m_running > 0)
-                wait();
-        }
     }
 
+    /// Waits until there is something to do, and does it.
+    void step()
+    {
+        wait();
+        if (perform() < m_running)
+            takeEnds();
+    }
+
+    const std::vector<std::unique_ptr<TTransfer>>& transfers() const { return m_transfers; }
+
 protected:
+    /// Gives up the transfers and closes the connections. Nothing but the destructor may come after it.
+    void clear()
+    {
+        m_transfers.clear();
+        curl_multi_cleanup(std::exchange(m_multi, nullptr));
+    }
+
     /// @return how many have not ended
     virtual int perform()
     {
@@ -86,7 +107,7 @@ protected:
     }
     virtual void wait() { check(curl_multi_poll(m_multi, nullptr, 0, 100, nullptr)); }
 
-    CURLM* const m_multi = curl_multi_init();
+    CURLM* m_multi = curl_multi_init();
 
 private:
     void start(TTransfer& transfer)

@@ -33,4 +33,13 @@ void useLastCore()
     }
 }
 
+void useAllCores()
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (int core = 0; core < CPU_SETSIZE; ++core)
+        CPU_SET(core, &set);
+    sched_setaffinity(0, sizeof(set), &set);
+}
+
 } // namespace bench

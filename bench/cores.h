@@ -8,4 +8,7 @@ namespace bench {
 void useFirstCore();
 void useLastCore();
 
+/// Back to all that are allowed: for those who have several threads.
+void useAllCores();
+
 } // namespace bench
