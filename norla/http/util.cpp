@@ -11,6 +11,7 @@
 #include <array>
 #include <limits>
 #include <string>
+#include <string_view>
 
 namespace norla {
 
@@ -30,6 +31,27 @@ int parseStatusCode(const kx::String& line, const kx::String& code)
     } catch (const kx::CError&) {
         throwInvalidStatusLine(line);
     }
+}
+
+bool beginsAsHTTP(std::wstring_view line) noexcept
+{
+    constexpr std::wstring_view name = L"http/";
+    return line.size() >= name.size()
+        && std::equal(name.begin(), name.end(), line.begin(), [](wchar_t lower, wchar_t c) {
+               return c == lower || (c >= L'A' && c <= L'Z' && c - L'A' + L'a' == lower);
+           });
+}
+
+/// Each answer has such a line: its code alone is read without making any other text.
+/// @return where the code ends
+size_t readStatusCode(const kx::String& line, int& code)
+{
+    const size_t space = line.find(L' ');
+    if (!beginsAsHTTP(line.toWide()) || space == kx::String::npos)
+        throwInvalidStatusLine(line);
+    const size_t end = std::min(line.find(L' ', space + 1), line.size());
+    code = parseStatusCode(line, line.substr(space + 1, end - space - 1));
+    return end;
 }
 
 // What cannot be converted counts as empty, on the way into an encoding and on the way out of it.
@@ -117,19 +139,13 @@ long long responseCodeOf(const kx::CError& error)
 
 void parseHTTPStatusLine(const kx::String& line, int& code, kx::String& info)
 {
-    const size_t space = line.find(L' ');
-    if (line.substr(0, 5).toLower() != "http/" || space == kx::String::npos)
-        throwInvalidStatusLine(line);
-    const size_t codeEnd = std::min(line.find(L' ', space + 1), line.size());
-    code = parseStatusCode(line, line.substr(space + 1, codeEnd - space - 1));
-    info = line.substr(codeEnd).trim();
+    info = line.substr(readStatusCode(line, code)).trim();
 }
 
 int getStatusCodeFromHTTPStatusLine(const kx::String& line)
 {
     int code = 0;
-    kx::String info;
-    parseHTTPStatusLine(line, code, info);
+    readStatusCode(line, code);
     return code;
 }
 

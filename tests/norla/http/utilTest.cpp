@@ -48,6 +48,7 @@ INSTANTIATE_TEST_SUITE_P(All, StatusLineTest,
         {"withoutReason", "HTTP/1.0 204", 204, ""},
         {"withBlankReason", "HTTP/2 200 ", 200, ""},
         {"lowerCase", "http/1.0 301 Moved", 301, "Moved"},
+        {"mixedCase", "hTtP/1.0 301 Moved", 301, "Moved"},
         {"signedCode", "HTTP/1.1 -5 Odd", -5, "Odd"},
         {"plusSign", "HTTP/1.1 +200 OK", 200, "OK"},
         {"beyond32Bits", "HTTP/1.1 4294967496 OK", 200, "OK"}, // kept in 32 bits
@@ -90,6 +91,9 @@ TEST_P(BadStatusLineTest, failsForCodeAndReasonAlone)
 INSTANTIATE_TEST_SUITE_P(All, BadStatusLineTest,
     testing::ValuesIn(std::vector<CBadLineRow>{
         {"empty", ""},
+        {"noVersion", "HTTP 200 OK"},
+        {"almostItsProtocol", "HTTQ/1.1 200 OK"},
+        {"controlForSlash", "HTTP\0171.1 200 OK"}, // a slash but for one bit, as capitals are small letters
         {"otherProtocol", "ICY 200 OK"},
         {"twoBlanks", "HTTP/1.1  200 OK"},
         {"noBlank", "HTTP/1.1"},
