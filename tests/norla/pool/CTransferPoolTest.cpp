@@ -219,12 +219,12 @@ TEST_F(CTransferPoolTest, cancelsATransferInItsOwnSink)
 {
     server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc").stall();
     const auto request = newRequest();
-    std::promise<Transfer> started;
+    std::promise<CTransfer*> started; // a reference would keep the request, and with it the sink
     auto future = started.get_future().share();
     const auto sink = kx::newObj<CActionSink>([future] { future.get()->cancel(); });
     request->setReceiveDataSink(sink.get());
     const auto transfer = pool().start(request.get());
-    started.set_value(transfer);
+    started.set_value(transfer.get());
     ASSERT_TRUE(transfer->wait(longest));
     EXPECT_EQ(transfer->getState(), TransferState::Cancelled);
 }
