@@ -135,7 +135,10 @@ CTransferPool::CTransferPool(const Options& options)
 {
 }
 
-CTransferPool::~CTransferPool() = default;
+CTransferPool::~CTransferPool()
+{
+    m_impl->stop();
+}
 
 kx::P<CTransfer> CTransferPool::start(CNetRequest* request, const CTransfer::Options& options)
 {
@@ -143,7 +146,8 @@ kx::P<CTransfer> CTransferPool::start(CNetRequest* request, const CTransfer::Opt
         throw kx::CInvalidArgError("request is null", "norla::CTransferPool::start");
     requireNotNegative(options.attemptDeadline, "attemptDeadline");
     requireNotNegative(options.deadline, "deadline");
-    return m_impl->start(*request, options);
+    const std::shared_ptr<CImpl> impl = m_impl; // a coroutine may have the pool's last reference, and end before this
+    return impl->start(*request, options);
 }
 
 void CTransferPool::addRequest(CNetRequest* request)
