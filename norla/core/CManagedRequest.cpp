@@ -51,7 +51,12 @@ void CManagedRequest::beginWithdrawal()
     CNetRequest::CRooms& rooms = *m_request.m_rooms;
     if (rooms.url.isSSH())
         rooms.sockets.hangUp();
-    rooms.sending.hideRecipients();
+    try {
+        rooms.sending.hideRecipients();
+    } catch (const std::exception&) {
+        rooms.sockets.hangUp(); // or libcurl would wait for the server
+        throw;
+    }
 }
 
 void CManagedRequest::endWithdrawal()

@@ -155,14 +155,6 @@ void scriptFTP(support::CScript& script, unsigned short dataPort)
     script.send("150 Now\r\n226 Done\r\n").readToEnd();
 }
 
-void scriptSMTP(support::CScript& script)
-{
-    script.send("220 Hello\r\n").readUntil("\r\n");
-    for (const char* answer : {"250 Hello\r\n", "250 From\r\n", "250 To\r\n"})
-        script.send(answer).readUntil("\r\n");
-    script.stall();
-}
-
 } // namespace
 
 CWitness::CWitness(const std::string& url)
@@ -238,7 +230,7 @@ const std::vector<CScenario>& CPoolTorture::scenarios()
         {"CancelInThePause", 0, {"/503?long"}, &cancelInThePause}, {"Withdrawal", 1, {"/silent", "/ok"}, &withdraw},
         {"Stop", 1, {"/silent", "/ok"}, &waitForFirst}, {"HostName", 0, {"/ok?name"}, &waitForAll},
         {"AllSortsOfOptions", 0, {"/307"}, &waitForAll}, {"FileTransfer", 0, {"/ftp"}, &waitForAll},
-        {"SecureFileTransfer", 0, {"/sftp"}, &waitForAll},
+        {"SecureFileTransfer", 0, {"/sftp"}, &waitForAll}, {"Mail", 0, {"/mail?refused"}, &waitForAll},
         {"WithdrawalOfAMail", 0, {"/mail"}, &cancelWhileTheFirstRuns}};
     return all;
 }
@@ -310,7 +302,7 @@ std::string CPoolTorture::urlOf(const std::string& path)
         return m_scripted->url(path, "ftp");
     if (path == "/sftp")
         return m_refused.url(path, "sftp");
-    if (path == "/mail")
+    if (path.starts_with("/mail"))
         return m_scripted->url("/", "smtp");
     std::string url = m_server.url(path);
     if (path == "/ok?name")
@@ -335,10 +327,12 @@ void CPoolTorture::prepare(CWitness& witness, const std::string& path)
         witness.request->setSSHOptions({.hostKeyType = "ssh-ed25519"});
     if (path == "/ftp")
         scriptFTP(m_scripted->onConnection(), m_data.getPort());
-    if (path == "/mail") {
-        scriptSMTP(m_scripted->onConnection());
+    if (path == "/mail")
+        m_scripted->onConnection().stall();
+    if (path == "/mail?refused")
+        m_scripted->onConnection().send("554 No\r\n").readToEnd();
+    if (path.starts_with("/mail"))
         makeMail(witness);
-    }
 }
 
 CPoolTorture::Witness CPoolTorture::useOnceMore(CTransferPool& pool)
