@@ -102,6 +102,13 @@ void CManagedRequest::fail(TransferLimit limit, const kx::String& text) noexcept
     });
 }
 
+void CManagedRequest::failOverdue(const kx::String& within)
+{
+    const kx::String host = m_request.m_rooms->failureDetails(CURLE_OPERATION_TIMEDOUT).host;
+    fail(TransferLimit::Total,
+        "The transfer" + (host.isEmpty() ? kx::String() : " with " + host) + " was not done within " + within + ".");
+}
+
 CTransferProgress CManagedRequest::getProgress() const noexcept
 {
     const CEasyHandle& handle = m_request.m_rooms->handle;

@@ -18,8 +18,8 @@ public:
     {
     }
 
-    /// When nobody has claimed it. @param functionName for the error @throws kx::CError when its transfer is running, or
-    /// waits for its start. Any thread.
+    /// When nobody has claimed it. @param functionName for the error @throws kx::CError when its transfer is running,
+    /// or waits for its start. Any thread.
     void requireFree(const char* functionName) const;
 
     /// When the request begins to wait for its start in the background, and when it does so no longer. Until then it is
@@ -71,6 +71,9 @@ public:
     /// @param limit which one was reached; None: the program has cancelled it
     /// @param text for the error's message; of a limit a whole sentence, which is all that there is to explain
     void fail(TransferLimit limit, const kx::String& text) noexcept;
+
+    /// The same with one of the limit Total. @param within what ends the sentence, such as "2 seconds"
+    void failOverdue(const kx::String& within);
 
     /// Of the current attempt, or the last one.
     CTransferProgress getProgress() const noexcept;

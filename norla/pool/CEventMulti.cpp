@@ -102,10 +102,8 @@ CURLMcode CEventMulti::act() noexcept
     int events = 0;
     int running = 0;
     CURLMcode result = CURLM_OK;
-    while (m_events.take(socket, events)) {
-        if (socket != m_wakeDescriptor && result == CURLM_OK)
-            result = curl_multi_socket_action(m_multi.get(), socket, events, &running);
-    }
+    if (m_events.take(socket, events) && socket != m_wakeDescriptor)
+        result = curl_multi_socket_action(m_multi.get(), socket, events, &running);
     if (m_timer && *m_timer <= std::chrono::steady_clock::now() && result == CURLM_OK) {
         m_timer.reset();
         result = curl_multi_socket_action(m_multi.get(), CURL_SOCKET_TIMEOUT, 0, &running);

@@ -41,7 +41,11 @@ public:
     /// Blocks until there is something to do. @param moment at most until then; empty: no limit
     void wait(std::optional<CMoment> moment) noexcept;
 
-    /// Lets the transfers go on for which there is something to do.
+    /// Whether something that has happened was not acted on yet.
+    bool hasEvents() const noexcept { return m_events.hasMore(); }
+
+    /// Lets the transfers go on for which there is something to do: by one event, so that the others who wait, for an
+    /// end or a start, do not wait for all that servers have to say.
     /// @return what libcurl as a whole fails with
     CURLMcode act() noexcept;
 

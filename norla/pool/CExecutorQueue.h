@@ -26,8 +26,8 @@ public:
     int getDescriptor() const noexcept;
 
     /// Runs the tasks that wait now, in the order in which they came; what they add waits for the next call. One thread
-    /// at a time. When a task throws, the others still wait. A task may call it too (a dialog whose main loop runs within
-    /// it), which runs the others, and may let the queue go, which destroys them.
+    /// at a time. When a task throws, the others still wait. A task may call it too (a dialog whose main loop runs
+    /// within it), which runs the others, and may let the queue go, which destroys them.
     /// @return how many have run, without those that a task has run in this way
     int runPending();
 

@@ -1,20 +1,20 @@
 #include "norla/pool/CLoopInbox.h"
 
+#include "kx/threads/processGeneration.h"
 #include "norla/pool/CTransferWork.h"
 
-#include <unistd.h>
 #include <utility>
 
 namespace norla {
 
 CLoopInbox::CLoopInbox()
-    : m_process(getpid())
+    : m_process(kx::processGeneration())
 {
 }
 
 void CLoopInbox::ask(CTransferWork& work, Asked what) noexcept
 {
-    if (getpid() != m_process)
+    if (!isOfThisProcess())
         return;
     const std::lock_guard lock(m_mutex);
     if (m_isClosed)
@@ -28,7 +28,8 @@ void CLoopInbox::ask(CTransferWork& work, Asked what) noexcept
     slip.next = nullptr;
     (m_first ? m_last->slip.next : m_first) = &work;
     m_last = &work;
-    if (std::this_thread::get_id() != m_owner)
+    m_hasMail = true;
+    if (!isOwner())
         signal();
 }
 
@@ -42,6 +43,7 @@ void CLoopInbox::askToStop() noexcept
 {
     const std::lock_guard lock(m_mutex);
     m_isStopAsked = true;
+    m_hasMail = true;
     signal();
 }
 
@@ -50,6 +52,7 @@ kx::P<CTransfer> CLoopInbox::take(unsigned int& asked) noexcept
     const std::lock_guard lock(m_mutex);
     asked = 0;
     if (!m_first) {
+        m_hasMail = false;
         if (std::exchange(m_isSignalled, false))
             m_event.clear();
         return nullptr;
@@ -58,6 +61,11 @@ kx::P<CTransfer> CLoopInbox::take(unsigned int& asked) noexcept
     m_first = slip.next;
     asked = std::exchange(slip.asked, 0U);
     return std::exchange(slip.transfer, nullptr);
+}
+
+bool CLoopInbox::isOfThisProcess() const noexcept
+{
+    return m_process == kx::processGeneration();
 }
 
 bool CLoopInbox::isStopAsked() const noexcept

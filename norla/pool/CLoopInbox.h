@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <sys/types.h>
 #include <thread>
 
 namespace norla {
@@ -50,6 +49,15 @@ public:
 
     bool isStopAsked() const noexcept;
 
+    /// Whether nobody has asked anything since take() gave nothing: cheap enough to be looked at between any two steps.
+    bool isEmpty() const noexcept { return !m_hasMail.load(std::memory_order_relaxed); }
+
+    /// Whether who asks is the thread.
+    bool isOwner() const noexcept { return std::this_thread::get_id() == m_owner; }
+
+    /// Whether the thread is one of this process, and not of its parent.
+    bool isOfThisProcess() const noexcept;
+
     /// For the thread, when a stop is asked: nothing is taken in any more, nor kept.
     /// @return false when something waits, which is to be taken out before
     bool close() noexcept;
@@ -60,7 +68,7 @@ public:
 private:
     void signal() noexcept;
 
-    const pid_t m_process;
+    const unsigned int m_process;
     CEventDescriptor m_event;
     mutable std::mutex m_mutex; // guards what follows, and the slips
     CTransferWork* m_first = nullptr;
@@ -68,6 +76,7 @@ private:
     bool m_isStopAsked = false;
     bool m_isClosed = false;
     bool m_isSignalled = false;
+    std::atomic<bool> m_hasMail{false};
     std::atomic<std::thread::id> m_owner;
 };
 

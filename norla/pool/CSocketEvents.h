@@ -38,6 +38,9 @@ public:
     /// Blocks until something happens. @param milliseconds at most; negative: no limit
     void wait(int milliseconds) noexcept;
 
+    /// Whether take() has not given all that the last wait() has found.
+    bool hasMore() const noexcept { return m_next < m_count; }
+
     /// What the last wait() has found, until it answers false.
     /// @param events CURL_CSELECT_ bits
     bool take(int& descriptor, int& events) noexcept;

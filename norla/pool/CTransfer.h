@@ -43,8 +43,10 @@ public:
     void cancel();
 
     /// Blocks until its end is there, at most that many milliseconds: 0 only looks, a negative number waits without
-    /// limit. Callbacks may still be under way then. Not to be called in callbacks that run on the pool's thread.
+    /// limit. Callbacks may still be under way then.
     /// @return whether it has ended
+    /// @throws kx::CError on the pool's thread, where callbacks run without an executor, and in a child process (fork),
+    /// before the end: nobody would bring it about
     bool wait(int timeoutMs = -1) const;
 
     bool isDone() const noexcept;

@@ -66,13 +66,15 @@ void CTransferLoop::run() noexcept
 {
     m_inbox->setOwner(std::this_thread::get_id());
     for (;;) {
-        takeFromInbox();
+        if (!m_inbox->isEmpty())
+            takeFromInbox();
         if (m_inbox->isStopAsked()) {
             while (!m_inbox->close())
                 takeFromInbox(); // what has come in between, before the stop
             return;
         }
-        m_multi.wait(m_timers.getFirst());
+        if (!m_multi.hasEvents())
+            m_multi.wait(m_timers.getFirst());
         const CURLMcode result = m_multi.act();
         if (result != CURLM_OK)
             failAll(result);
@@ -218,8 +220,7 @@ void CTransferLoop::expire(CTransferWork& work, const kx::CTimeSpan& limit, cons
     withdraw(work);
     CManagedRequest request(*work.request);
     try {
-        request.fail(TransferLimit::Total,
-            "The time for " + kx::String::fromLatin1(what) + ", " + describe(limit) + ", is over.");
+        request.failOverdue(describe(limit) + ", the time for " + kx::String::fromLatin1(what));
     } catch (const std::exception& error) {
         request.fail(error);
     }

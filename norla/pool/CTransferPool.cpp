@@ -1,6 +1,7 @@
 #include "norla/pool/CTransferPool.h"
 
 #include "kx/base/CInvalidArgError.h"
+#include "kx/threads/processGeneration.h"
 #include "norla/core/CMultiHandle.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/pool/CTransferSchedule.h"
@@ -12,7 +13,6 @@
 #include <functional>
 #include <limits>
 #include <sys/resource.h>
-#include <unistd.h>
 #include <vector>
 
 namespace norla {
@@ -67,7 +67,7 @@ CTransferPool::Options checked(CTransferPool::Options options)
 class CTransferPool::CImpl {
 public:
     explicit CImpl(const Options& options)
-        : m_process(getpid())
+        : m_process(kx::processGeneration())
         , m_executor(options.executor)
         , m_schedule(std::make_shared<CTransferSchedule>(options.atOnce, options.perHost))
     {
@@ -80,6 +80,8 @@ public:
 
     kx::P<CTransfer> start(CNetRequest& request, const CTransfer::Options& options)
     {
+        if (kx::processGeneration() != m_process)
+            throw kx::CError("A transfer pool works in the process alone that has made it, not in a child of that.");
         const std::string host = hostOf(request);
         const auto thread = std::hash<std::string>()(host) % m_threads.size();
         kx::P<CTransfer> transfer = CTransferWork::make(
@@ -101,7 +103,7 @@ public:
     // In a child process the locks may be those of threads that it does not have.
     void stop() noexcept
     {
-        if (getpid() != m_process)
+        if (kx::processGeneration() != m_process)
             return;
         m_schedule->close();
         m_schedule->cancelAll();
@@ -119,7 +121,7 @@ public:
     }
 
 private:
-    const pid_t m_process;
+    const unsigned int m_process;
     const kx::P<IExecutor> m_executor;
     const std::shared_ptr<CTransferSchedule> m_schedule;
     std::vector<std::unique_ptr<CTransferThread>> m_threads;

@@ -1,12 +1,12 @@
 #include "norla/pool/CTransferThread.h"
 
 #include "kx/base/CError.h"
+#include "kx/threads/processGeneration.h"
 #include "norla/pool/CTransferSchedule.h"
 
 #include <csignal>
 #include <pthread.h>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace norla {
@@ -33,7 +33,7 @@ private:
 } // namespace
 
 CTransferThread::CTransferThread(std::shared_ptr<CTransferSchedule> schedule, long idleConnections)
-    : m_process(getpid())
+    : m_process(kx::processGeneration())
     , m_loop(std::make_shared<CTransferLoop>(std::move(schedule), idleConnections))
     , m_thread(run(m_loop))
     , m_id(m_thread.get_id())
@@ -61,19 +61,19 @@ CTransferThread::~CTransferThread()
     join();
     if (m_thread.joinable())
         m_thread.detach(); // the own one, whose last turn needs nobody, or one that does not exist in this process
-    if (getpid() != m_process)
+    if (kx::processGeneration() != m_process)
         m_loop->forget();
 }
 
 void CTransferThread::askToStop() noexcept
 {
-    if (getpid() == m_process)
+    if (kx::processGeneration() == m_process)
         getInbox()->askToStop();
 }
 
 void CTransferThread::join() noexcept
 {
-    if (getpid() != m_process || isCurrent())
+    if (kx::processGeneration() != m_process || isCurrent())
         return;
     const std::lock_guard lock(m_mutex);
     if (m_thread.joinable())

@@ -3,7 +3,6 @@
 #include "norla/pool/CTransferLoop.h"
 
 #include <mutex>
-#include <sys/types.h>
 #include <thread>
 
 namespace norla {
@@ -32,7 +31,7 @@ public:
 private:
     static std::thread run(std::shared_ptr<CTransferLoop> loop);
 
-    const pid_t m_process;
+    const unsigned int m_process;
     std::shared_ptr<CTransferLoop> m_loop; // the thread has a reference of its own
     std::mutex m_mutex;                    // guards the thread's end
     std::thread m_thread;

@@ -1,5 +1,6 @@
 #include "norla/pool/CTransferWork.h"
 
+#include "kx/base/CError.h"
 #include "kx/base/CStdExceptionError.h"
 #include "kx/log/log.h"
 
@@ -35,6 +36,19 @@ CTransferWork::CTransferWork(CNetRequest& theRequest, const CTransfer::Options& 
 }
 
 CTransferWork::~CTransferWork() = default;
+
+bool CTransferWork::wait(int timeoutMs) const
+{
+    if (timeoutMs != 0 && !isDone()) {
+        if (inbox->isOwner())
+            throw kx::CError(
+                "The end of a transfer cannot be waited for on the pool's own thread, which brings it about.");
+        if (!inbox->isOfThisProcess())
+            throw kx::CError(
+                "The end of a transfer cannot be waited for in a child process, which has no thread of the pool.");
+    }
+    return m_done.wait(timeoutMs);
+}
 
 kx::P<kx::CError> CTransferWork::getError() const
 {

@@ -40,7 +40,7 @@ public:
     bool hasRetries() const noexcept { return m_options.retries.attempts > 1; }
     TransferState getState() const noexcept { return m_state; }
     bool isDone() const noexcept { return m_done.isSet(); }
-    bool wait(int timeoutMs) const { return m_done.wait(timeoutMs); }
+    bool wait(int timeoutMs) const;
     kx::P<kx::CError> getError() const;
     CTransferProgress getProgress();
     kx::TArray<CAttempt> getAttempts() const;

@@ -12,8 +12,8 @@ namespace norla {
 
 class CXMLElement;
 
-/// The elements of an XML document and the first text in each, which is what the readers of a store's documents ask for.
-/// Attributes, comments and processing instructions are passed over; white space is kept.
+/// The elements of an XML document and the first text in each, which is what the readers of a store's documents ask
+/// for. Attributes, comments and processing instructions are passed over; white space is kept.
 class CXMLTree {
 public:
     /// Time and memory grow with the size of the bytes, whatever is in them. The document's declaration says how it is

@@ -8,7 +8,8 @@
 
 namespace support {
 
-/// The elements of a tree with the first text of each, in document order: two trees with the same outline read the same.
+/// The elements of a tree with the first text of each, in document order: two trees with the same outline read the
+/// same.
 inline std::string xmlOutlineOf(const norla::CXMLElement& element)
 {
     std::string outline = "<" + element.getName().toUTF8() + ">[" + element.getText().toUTF8() + "]";

@@ -306,7 +306,9 @@ TEST_F(CTransferPoolTest, endsAnAttemptAtItsDeadline)
     options.attemptDeadline = kx::CTimeSpan::fromMilliseconds(50);
     const auto transfer = startStalled(options);
     ASSERT_TRUE(transfer->wait(longest));
-    EXPECT_EQ(failureOf(transfer), "Timeout was reached: The time for one attempt, 50 milliseconds, is over.");
+    EXPECT_EQ(failureOf(transfer),
+        "Timeout was reached: The transfer with 127.0.0.1:" + std::to_string(server().getPort())
+            + " was not done within 50 milliseconds, the time for one attempt.");
     EXPECT_EQ(norla::getErrorKind(*transfer->getError()), ErrorKind::TotalTimeout);
 }
 
@@ -660,6 +662,40 @@ TEST_F(CTransferPoolTest, doesNoHarmInAChildProcess)
     gate.set_value();
     ASSERT_TRUE(transfer->wait(longest));
     EXPECT_EQ(bodyOf(request), "hello");
+}
+
+TEST_F(CTransferPoolTest, refusesWhatWouldNeverEndInAChildProcess)
+{
+    const auto transfer = startStalled();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10); // ends it where it hangs
+        const bool isStartRefused = support::messageOf([this] { pool().start(newRequest().get()); })
+            == "A transfer pool works in the process alone that has made it, not in a child of that.";
+        const bool isWaitRefused = support::messageOf([&] { transfer->wait(); })
+            == "The end of a transfer cannot be waited for in a child process, which has no thread of the pool.";
+        _exit((isStartRefused ? 0 : 1) + (isWaitRefused ? 0 : 2));
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(CTransferPoolTest, refusesToWaitForItselfOnItsOwnThread)
+{
+    answer(ok(""));
+    std::promise<kx::String> said;
+    CTransfer::Options options;
+    options.onDone = [this, &said](CTransfer& ended) {
+        EXPECT_TRUE(ended.wait());
+        const auto next = pool().start(newRequest().get());
+        EXPECT_FALSE(next->wait(0));
+        said.set_value(support::messageOf([&next] { next->wait(); }));
+        next->cancel();
+    };
+    ASSERT_TRUE(pool().start(newRequest().get(), options)->wait(longest));
+    EXPECT_EQ(said.get_future().get(),
+        "The end of a transfer cannot be waited for on the pool's own thread, which brings it about.");
 }
 
 // Which has the locks of threads that it does not have.

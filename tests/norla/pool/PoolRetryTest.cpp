@@ -87,7 +87,9 @@ TEST_F(PoolBudgetTest, saysThatTheTimeForAllAttemptsIsOver)
     server().onConnection().readHead().send(status(503, "Connection: close\r\n"));
     const auto transfer = pool().start(stalledRequest().get(), untilTheEndOf(ms(300), {}));
     ASSERT_TRUE(transfer->wait(longest));
-    EXPECT_EQ(failureOf(transfer), "Timeout was reached: The time for all its attempts, 300 milliseconds, is over.");
+    EXPECT_EQ(failureOf(transfer),
+        "Timeout was reached: The transfer with 127.0.0.1:" + std::to_string(server().getPort())
+            + " was not done within 300 milliseconds, the time for all its attempts.");
     EXPECT_EQ(norla::getErrorKind(*transfer->getError()), norla::ErrorKind::TotalTimeout);
     EXPECT_EQ(transfer->getAttempts().size(), 2U);
 }
