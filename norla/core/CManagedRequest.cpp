@@ -8,6 +8,11 @@
 
 namespace norla {
 
+const kx::String& CManagedRequest::getURL() const noexcept
+{
+    return m_request.m_rooms->url.toString();
+}
+
 void CManagedRequest::requireFree(const char* functionName) const
 {
     m_request.m_rooms->run.requireIdle(functionName);

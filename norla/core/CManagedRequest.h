@@ -18,6 +18,9 @@ public:
     {
     }
 
+    /// What the request is of, as it was set.
+    const kx::String& getURL() const noexcept;
+
     /// When nobody has claimed it. @param functionName for the error @throws kx::CError when its transfer is running,
     /// or waits for its start. Any thread.
     void requireFree(const char* functionName) const;

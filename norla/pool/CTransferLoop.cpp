@@ -324,7 +324,7 @@ void CTransferLoop::goOn(CTransferWork& work)
     setTimer(work);
     work.setState(TransferState::Queued);
     try {
-        m_schedule->addAgain(work, hostOf(*work.request));
+        m_schedule->addAgain(work, hostOf(CManagedRequest(*work.request).getURL().toWide()));
     } catch (const std::exception&) {
         end(work, TransferState::Failed, m_outOfMemory);
     }

@@ -2,6 +2,7 @@
 
 #include "kx/base/CInvalidArgError.h"
 #include "kx/threads/processGeneration.h"
+#include "norla/core/CManagedRequest.h"
 #include "norla/core/CMultiHandle.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/pool/CTransferSchedule.h"
@@ -82,7 +83,7 @@ public:
     {
         if (kx::processGeneration() != m_process)
             throw kx::CError("A transfer pool works in the process alone that has made it, not in a child of that.");
-        const std::string host = hostOf(request);
+        const std::string host = hostOf(CManagedRequest(request).getURL().toWide());
         const auto thread = std::hash<std::string>()(host) % m_threads.size();
         kx::P<CTransfer> transfer = CTransferWork::make(
             request, options, options.executor ? options.executor : m_executor, m_threads[thread]->getInbox());

@@ -1,9 +1,7 @@
 #include "norla/pool/hostOf.h"
 
-#include "norla/core/CNetRequest.h"
-
 #include <algorithm>
-#include <string_view>
+#include <cstddef>
 
 namespace norla {
 
@@ -16,29 +14,32 @@ std::wstring_view withoutPath(std::wstring_view url)
 {
     const size_t scheme = url.find(separator);
     const size_t host = scheme == std::wstring_view::npos ? 0 : scheme + separator.size();
-    return url.substr(0, url.find_first_of(L"/?#", host));
+    const auto end = std::find_if(url.begin() + static_cast<std::ptrdiff_t>(host), url.end(),
+        [](wchar_t c) { return c == L'/' || c == L'?' || c == L'#'; }); // quicker than find_first_of()
+    return url.substr(0, static_cast<size_t>(end - url.begin()));
 }
 
-std::string lowerCase(std::wstring_view text)
+void appendLowerCase(std::string& text, std::wstring_view added)
 {
-    std::string result(text.size(), ' ');
-    std::transform(text.begin(), text.end(), result.begin(), [](wchar_t c) {
-        return static_cast<char>(c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c); // others: one of many of its kind
-    });
-    return result;
+    for (const wchar_t c : added) // those that are no ASCII: one of many of its kind
+        text += static_cast<char>(c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c);
 }
 
 } // namespace
 
-std::string hostOf(const CNetRequest& request)
+std::string hostOf(std::wstring_view url)
 {
-    const kx::String url = request.getURL();
-    const std::wstring_view place = withoutPath(url.toWide());
+    const std::wstring_view place = withoutPath(url);
     const size_t login = place.rfind(L'@');
-    if (login == std::wstring_view::npos)
-        return lowerCase(place);
-    const size_t scheme = place.find(separator);
-    return lowerCase(place.substr(0, scheme)) + "://" + lowerCase(place.substr(login + 1));
+    std::string host;
+    host.reserve(place.size());
+    if (login != std::wstring_view::npos) {
+        const size_t scheme = place.find(separator);
+        appendLowerCase(host, place.substr(0, scheme == std::wstring_view::npos ? 0 : scheme));
+        host += "://";
+    }
+    appendLowerCase(host, login == std::wstring_view::npos ? place : place.substr(login + 1));
+    return host;
 }
 
 } // namespace norla

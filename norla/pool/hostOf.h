@@ -1,13 +1,12 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace norla {
 
-class CNetRequest;
-
-/// What the connections of a request belong to: scheme, host and port of its URL. Told apart as texts, without asking
+/// What the connections of a request with that URL belong to: its scheme, host and port. Told apart as texts, without asking
 /// libcurl: where several ways to write one host are mixed, each counts as a host of its own.
-std::string hostOf(const CNetRequest& request);
+std::string hostOf(std::wstring_view url);
 
 } // namespace norla

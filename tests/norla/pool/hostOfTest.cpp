@@ -1,6 +1,6 @@
 #include "norla/pool/hostOf.h"
 
-#include "norla/core/CNetRequest.h"
+#include "kx/text/String.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,7 @@ namespace {
 
 std::string hostOf(const char* url)
 {
-    const auto request = kx::newObj<norla::CNetRequest>();
-    request->setURL(kx::String::fromUTF8(url));
-    return norla::hostOf(*request);
+    return norla::hostOf(kx::String::fromUTF8(url).toWide());
 }
 
 TEST(HostOfTest, isSchemeHostAndPort)
