@@ -23,8 +23,8 @@ bool isLimit(const kx::CTimeSpan& span) noexcept
 /// The clock does not reach as far as a span does; nobody waits for a hundred years either.
 CTransferWork::CMoment momentAfter(CTransferWork::CMoment start, const kx::CTimeSpan& span) noexcept
 {
-    constexpr std::chrono::microseconds longest = std::chrono::hours(100 * 365 * 24);
-    return start + std::clamp(std::chrono::microseconds(span.getMicroseconds()), {}, longest);
+    constexpr std::chrono::microseconds hundredYears = std::chrono::hours(100 * 365 * 24);
+    return start + std::clamp(std::chrono::microseconds(span.getMicroseconds()), {}, hundredYears);
 }
 
 std::optional<CTransferWork::CMoment> endOf(CTransferWork::CMoment start, const kx::CTimeSpan& limit) noexcept

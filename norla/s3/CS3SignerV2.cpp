@@ -16,8 +16,6 @@ namespace norla {
 
 namespace {
 
-constexpr long long second = 1'000'000;
-
 /// Of the documentation of AWS, "Signing and authenticating REST requests", and of Ceph's gateway.
 constexpr auto subResources = std::to_array<std::string_view>(
     {"accelerate", "acl", "cors", "delete", "encryption", "inventory", "lifecycle", "location", "logging", "metrics",
@@ -87,7 +85,8 @@ void CS3SignerV2::sign(CS3RequestToSign& request, const CS3Credentials& credenti
 std::string CS3SignerV2::presign(
     const CS3RequestToSign& request, const CS3Credentials& credentials, kx::CTimeSpan lifetime)
 {
-    if (lifetime.isInfinite() || lifetime.getMicroseconds() < second)
+    constexpr long long microsecondsOfASecond = 1'000'000;
+    if (lifetime.isInfinite() || lifetime.getMicroseconds() < microsecondsOfASecond)
         throw kx::CInvalidArgError("a presigned URL lives for 1 second at least", "norla::CS3SignerV2::presign");
     if (credentials.accessKeyId.isEmpty())
         return request.url;
@@ -96,7 +95,8 @@ std::string CS3SignerV2::presign(
     complete.url = request.url.substr(0, request.url.find('#'));
     if (!credentials.sessionToken.isEmpty()) // which counts as a header, wherever it stands
         complete.headers.emplace_back("x-amz-security-token", credentials.sessionToken.toUTF8());
-    const std::string end = std::to_string((request.time.getMicroseconds() + lifetime.getMicroseconds()) / second);
+    const std::string end
+        = std::to_string((request.time.getMicroseconds() + lifetime.getMicroseconds()) / microsecondsOfASecond);
     const std::string signature = signatureOf(getStringToSign(complete, end), credentials);
     std::string url = complete.url + (complete.url.find('?') == std::string::npos ? "?" : "&")
         + "AWSAccessKeyId=" + escapeForSignature(credentials.accessKeyId.toUTF8()) + "&Expires=" + end

@@ -66,14 +66,15 @@ void requireMissing(const CS3RequestToSign::Headers& headers)
 long long checkedSeconds(kx::CTimeSpan lifetime)
 {
     constexpr long long most = 7LL * 24 * 60 * 60;
-    constexpr long long second = 1'000'000;
+    constexpr long long microsecondsOfASecond = 1'000'000;
     const long long microseconds = lifetime.getMicroseconds();
-    if (lifetime.isInfinite() || microseconds < second || microseconds > most * second)
+    if (lifetime.isInfinite() || microseconds < microsecondsOfASecond || microseconds > most * microsecondsOfASecond)
         throw kx::CInvalidArgError("a presigned URL lives for 1 second to 7 days"
-                + (lifetime.isInfinite() ? kx::String(", not for ever")
-                                         : ", not for " + kx::toString(microseconds / second) + " seconds"),
+                + (lifetime.isInfinite()
+                        ? kx::String(", not for ever")
+                        : ", not for " + kx::toString(microseconds / microsecondsOfASecond) + " seconds"),
             "norla::CS3SignerV4::presign");
-    return microseconds / second;
+    return microseconds / microsecondsOfASecond;
 }
 
 } // namespace

@@ -14,10 +14,6 @@ namespace {
 
 constexpr size_t maxDepth = 100;
 
-struct CFreeParser {
-    void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
-};
-
 } // namespace
 
 /// Makes a tree of what expat finds. A document that is refused and an error both stop expat, which may still report an
@@ -55,6 +51,10 @@ public:
     }
 
 private:
+    struct CFreeParser {
+        void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
+    };
+
     struct COpen {
         size_t node;
         size_t lastChild = CXMLTree::none;
