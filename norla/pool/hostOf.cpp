@@ -19,10 +19,17 @@ std::wstring_view withoutPath(std::wstring_view url)
     return url.substr(0, static_cast<size_t>(end - url.begin()));
 }
 
-void appendLowerCase(std::string& text, std::wstring_view added)
+wchar_t lowerCase(wchar_t c) noexcept
 {
-    for (const wchar_t c : added) // those that are no ASCII: one of many of its kind
-        text += static_cast<char>(c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c);
+    return c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c;
+}
+
+std::string lowerCase(std::wstring_view text)
+{
+    std::string lower(text.size(), '\0');
+    for (size_t i = 0; i < text.size(); ++i)
+        lower[i] = static_cast<char>(lowerCase(text[i])); // those that are no ASCII: one of many of its kind
+    return lower;
 }
 
 } // namespace
@@ -31,15 +38,11 @@ std::string hostOf(std::wstring_view url)
 {
     const std::wstring_view place = withoutPath(url);
     const size_t login = place.rfind(L'@');
-    std::string host;
-    host.reserve(place.size());
-    if (login != std::wstring_view::npos) {
-        const size_t scheme = place.find(separator);
-        appendLowerCase(host, place.substr(0, scheme == std::wstring_view::npos ? 0 : scheme));
-        host += "://";
-    }
-    appendLowerCase(host, login == std::wstring_view::npos ? place : place.substr(login + 1));
-    return host;
+    if (login == std::wstring_view::npos)
+        return lowerCase(place);
+    const size_t scheme = place.find(separator);
+    return lowerCase(place.substr(0, scheme == std::wstring_view::npos ? 0 : scheme)) + "://"
+        + lowerCase(place.substr(login + 1));
 }
 
 } // namespace norla
