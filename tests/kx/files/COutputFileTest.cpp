@@ -1,5 +1,6 @@
 #include "kx/files/COutputFile.h"
 
+#include "kx/text/numbers.h"
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CWithoutStandardInput.h"
@@ -552,6 +553,16 @@ TEST_F(COutputFileTest, canBeWrittenAgainFromAnEarlierPosition)
     EXPECT_EQ(m_folder.read("new"), "012abc6789");
 }
 
+TEST_F(COutputFileTest, canBeWrittenAgainFromItsStart)
+{
+    const auto file = open("new");
+    write(*file, "0123456789");
+    file->seek(0);
+    write(*file, "abc");
+    file->finish();
+    EXPECT_EQ(m_folder.read("new"), "abc3456789");
+}
+
 TEST_F(COutputFileTest, canBeginAnew)
 {
     const auto file = open("new");
@@ -595,6 +606,15 @@ TEST_F(COutputFileTest, namesTheFolderThatIsNotThere)
 {
     EXPECT_EQ(openError("nowhere/new"), cannotBeWritten("nowhere/new", "No such file or directory"));
     EXPECT_EQ(support::messageOf([] { openPath(""); }), "The file '' cannot be written: No such file or directory.");
+}
+
+TEST_F(COutputFileTest, keepsTheSystemsErrorBesideTheMessage)
+{
+    const auto error = support::errorOf([this] { open("nowhere/new"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getDomain(), "");
+    EXPECT_EQ(error->getCode(), -1);
+    EXPECT_EQ(error->getProps().get("systemError"), kx::toString(ENOENT));
 }
 
 TEST_F(COutputFileTest, refusesANameWithAZeroCharacter)
