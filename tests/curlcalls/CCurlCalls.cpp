@@ -180,6 +180,26 @@ void CCurlCalls::changeTimeout(long& timeout) const
     timeout = m_multiTimeout.value_or(timeout);
 }
 
+void CCurlCalls::setInfo(CURLINFO info, long long value)
+{
+    const std::lock_guard lock(m_mutex);
+    m_infos[info] = value;
+}
+
+/// @param value a curl_off_t or a long, as the question wants it
+bool CCurlCalls::answersInfo(CURLINFO info, void* value) const
+{
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_infos.find(info);
+    if (found == m_infos.end())
+        return false;
+    if ((info & CURLINFO_TYPEMASK) == CURLINFO_OFF_T)
+        *static_cast<curl_off_t*>(value) = found->second;
+    else
+        *static_cast<long*>(value) = static_cast<long>(found->second);
+    return true;
+}
+
 void CCurlCalls::addMessage(const CURLMsg& message)
 {
     const std::lock_guard lock(m_mutex);
@@ -324,7 +344,10 @@ CURLcode interposedGetInfo(CURL* handle, unsigned int infoNumber, ...)
     va_end(arguments);
     if (support::isToFail("curl_easy_getinfo"))
         return CURLE_BAD_FUNCTION_ARGUMENT;
-    return support::original(&curl_easy_getinfo, "curl_easy_getinfo")(handle, static_cast<CURLINFO>(infoNumber), value);
+    const auto info = static_cast<CURLINFO>(infoNumber);
+    if (support::watcher.ask([=](const support::CCurlCalls& calls) { return calls.answersInfo(info, value); }))
+        return CURLE_OK;
+    return support::original(&curl_easy_getinfo, "curl_easy_getinfo")(handle, info, value);
 }
 
 CURLMcode interposedMultiSetOption(CURLM* multi, unsigned int optionNumber, ...)

@@ -57,6 +57,9 @@ public:
     /// What curl_multi_timeout() tells from now on, in milliseconds.
     void setMultiTimeout(long timeout);
 
+    /// What curl_easy_getinfo() answers from now on, of whichever handle, to a question for a number.
+    void setInfo(CURLINFO info, long long value);
+
     /// Something that curl_multi_info_read() tells before libcurl's own messages.
     void addMessage(const CURLMsg& message);
 
@@ -88,6 +91,7 @@ public:
     void setGlobalInitFlags(long flags);
     CURLMcode multiResult() const;
     void changeTimeout(long& timeout) const;
+    bool answersInfo(CURLINFO info, void* value) const;
     CURLMsg* nextMessage();
     void addMulti(CURLM* multi);
     void removeMulti(CURLM* multi);
@@ -113,6 +117,7 @@ private:
     std::set<std::string> m_calledWithSigPipeBlocked;
     CURLMcode m_multiResult = CURLM_INTERNAL_ERROR;
     std::optional<long> m_multiTimeout;
+    std::map<CURLINFO, long long> m_infos;
     std::deque<CURLMsg> m_messages;
     CURLMsg m_lastMessage{};
     std::set<CURLM*> m_multis;

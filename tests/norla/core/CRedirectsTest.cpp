@@ -84,6 +84,22 @@ TEST_F(CRedirectsTest, setNothingForSecretsBeforeTheyAreLeftBehind)
     EXPECT_TRUE(m_redirects.wantsToBeAsked());
 }
 
+TEST_F(CRedirectsTest, areAnswersOfTheirOwnClassAlone)
+{
+    m_redirects.setRules(true, false);
+    m_handle.setText(CURLOPT_URL, "http://host/");
+    begin("http://host/");
+    m_redirects.beforeRequest();
+    const auto isRefused = [this](int status) {
+        m_calls.setInfo(CURLINFO_RESPONSE_CODE, status);
+        return !m_redirects.getRefusal(CURLE_UNSUPPORTED_PROTOCOL, "ftp://host/").isEmpty();
+    };
+    for (const int status : {300, 399})
+        EXPECT_TRUE(isRefused(status)) << status;
+    for (const int status : {299, 400})
+        EXPECT_FALSE(isRefused(status)) << status;
+}
+
 TEST_F(CRedirectsTest, forgetTheirRulesAtAReset)
 {
     m_redirects.setRules(true, true);

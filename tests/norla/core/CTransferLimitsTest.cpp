@@ -1,5 +1,9 @@
 #include "norla/core/CTransferLimits.h"
 
+#include "norla/core/CEasyHandle.h"
+#include "norla/core/CTransferRecord.h"
+#include "tests/curlcalls/CCurlCalls.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -80,6 +84,20 @@ TEST_F(CTransferLimitsTest, namesTheProxyUntilTheServerHasAnswered)
         start + "the server accepted a connection" + way + ", but agreed on no encryption.");
     EXPECT_EQ(proxied(TransferLimit::Total, Sending), start + "it was still being sent" + way + ".");
     EXPECT_EQ(proxied(TransferLimit::Total, Waiting), start + "the server had not answered" + way + ".");
+}
+
+TEST_F(CTransferLimitsTest, isReachedTwoMillisecondsEarlierSinceLibcurlRounds)
+{
+    support::CCurlCalls calls;
+    const norla::CEasyHandle handle;
+    const norla::CTransferRecord record(handle);
+    const auto limitAfter = [&](long long microseconds) {
+        calls.setInfo(CURLINFO_TOTAL_TIME_T, microseconds);
+        calls.setInfo(CURLINFO_REDIRECT_TIME_T, microseconds); // the last hop has just begun
+        return m_limits.findReached(record, TransferPhase::Connect);
+    };
+    EXPECT_EQ(limitAfter(59'997'999), TransferLimit::None);
+    EXPECT_EQ(limitAfter(59'998'000), TransferLimit::Total);
 }
 
 TEST_F(CTransferLimitsTest, saysNothingOfNoLimit)
