@@ -8,16 +8,37 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <future>
+#include <optional>
+#include <pwd.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+namespace {
+
+std::atomic<bool> isUserUnknown{false};
+
+} // namespace
+
+/// Stands before the C library's.
+extern "C" int getpwuid_r(uid_t user, passwd* entry, char* buffer, size_t size, passwd** found)
+{
+    if (!isUserUnknown)
+        return reinterpret_cast<decltype(&getpwuid_r)>(dlsym(RTLD_NEXT, "getpwuid_r"))(
+            user, entry, buffer, size, found);
+    *found = nullptr;
+    return 0;
+}
 
 namespace {
 
@@ -150,6 +171,12 @@ TEST_F(CKnownHostsFileTest, waitsForNoPipe)
     EXPECT_EQ(reasonOf(file()), "Invalid argument.");
 }
 
+TEST_F(CKnownHostsFileTest, isWrittenWhateverErrorWasBefore)
+{
+    errno = EINTR; // as after a wait that a signal has interrupted
+    EXPECT_EQ(file("ssh/known_hosts").add({.name = "host"}, key), Verdict::Known);
+}
+
 /// As a disk that is full in the middle of the line.
 TEST_F(CKnownHostsFileTest, takesHalfALineBack)
 {
@@ -168,10 +195,25 @@ TEST_F(CKnownHostsFileTest, takesHalfALineBack)
     EXPECT_EQ(m_folder.read("known_hosts"), before);
 }
 
-TEST_F(CKnownHostsFileTest, isThatOfTheUser)
+/// HOME as the test wants it, and as it was afterwards.
+class CUsualKnownHostsFileTest : public testing::Test {
+protected:
+    ~CUsualKnownHostsFileTest() override
+    {
+        isUserUnknown = false;
+        if (m_home)
+            setenv("HOME", m_home->c_str(), 1);
+        else
+            unsetenv("HOME");
+    }
+
+private:
+    const std::optional<std::string> m_home
+        = std::getenv("HOME") ? std::optional<std::string>(std::getenv("HOME")) : std::nullopt;
+};
+
+TEST_F(CUsualKnownHostsFileTest, isThatOfTheUser)
 {
-    const char* const before = std::getenv("HOME");
-    const std::string home = before ? before : "";
     setenv("HOME", "/somewhere", 1);
     EXPECT_EQ(CKnownHostsFile::usualPath().toString(), "/somewhere/.ssh/known_hosts");
     for (const char* useless : {"", "relative"}) {
@@ -180,10 +222,14 @@ TEST_F(CKnownHostsFileTest, isThatOfTheUser)
         EXPECT_TRUE(path.startsWith("/") && path.endsWith("/.ssh/known_hosts")) << path;
         EXPECT_EQ(path.find("relative"), kx::String::npos);
     }
-    if (before)
-        setenv("HOME", home.c_str(), 1);
-    else
-        unsetenv("HOME");
+}
+
+TEST_F(CUsualKnownHostsFileTest, isNoneWhereNobodyKnowsTheUser)
+{
+    unsetenv("HOME");
+    isUserUnknown = true;
+    EXPECT_EQ(support::messageOf([] { CKnownHostsFile::usualPath(); }),
+        "The user has no home folder, whose .ssh/known_hosts would tell the known SSH hosts.");
 }
 
 TEST_F(CKnownHostsFileTest, isWrittenAndClosedInAProgramWithoutStandardInput)

@@ -70,6 +70,7 @@ TEST(CKnownHostsTest, ignoreTheCaseOfNames)
 {
     EXPECT_EQ(judge("Host.Example " + keyText, "hOST.eXAMPLE"), Verdict::Known);
     EXPECT_EQ(judge("Host.Example " + keyText, "hOST.eXAMPLE", otherKey), Verdict::Changed);
+    EXPECT_EQ(judge("az.[09] " + keyText, "AZ.[09]"), Verdict::Known);
 }
 
 TEST(CKnownHostsTest, readListsOfNames)

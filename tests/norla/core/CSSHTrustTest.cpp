@@ -3,6 +3,7 @@
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CFirstError.h"
 #include "norla/core/CRequestURL.h"
+#include "sela/base64.h"
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
@@ -69,6 +70,15 @@ protected:
         return options.back() == start + "null" ? "" : support::readFile(options.back().substr(start.size()));
     }
 
+    /// What libcurl is answered when the server shows this key, of a line of a file of known hosts.
+    int answerTo(const std::string& line) const
+    {
+        const std::string key = sela::base64Decode(line.substr(line.find(' ') + 1)).value_or("");
+        const auto judge = reinterpret_cast<int (*)(void*, int, const char*, size_t)>(
+            m_calls.pointerOf(CURLOPT_SSH_HOSTKEYFUNCTION));
+        return judge(m_calls.pointerOf(CURLOPT_SSH_HOSTKEYDATA), CURLKHTYPE_UNKNOWN, key.data(), key.size());
+    }
+
     std::string descriptionOf(const CSSHOptions& options)
     {
         m_trust.set(options);
@@ -132,6 +142,13 @@ TEST_F(CSSHTrustTest, refusesFingerprintsThatAreNone)
              kx::String("SHA256:AAAA"), fingerprint.replaceAll("+", "-")})
         EXPECT_EQ(refusalOf({.fingerprint = text}),
             "the fingerprint '" + text + "' is not \"SHA256:\" and 43 characters of Base64.");
+}
+
+TEST_F(CSSHTrustTest, believesTheKeyOfAFingerprintAlone)
+{
+    m_trust.set({.fingerprint = "SHA256:9wTuB6yPySD1IjEZjibWpYLrafj3gBNoeP8G8MFChsQ"}); // as ssh-keygen -l has it
+    EXPECT_EQ(answerTo(ed25519), CURLKHMATCH_OK);
+    EXPECT_EQ(answerTo(ecdsa), CURLKHMATCH_MISMATCH);
 }
 
 TEST_F(CSSHTrustTest, refusesKindsOfKeysThatItCannotAskFor)
