@@ -104,6 +104,12 @@ TEST_F(CS3ClientOperationTest, knowsNoSizeOfAMissingObject)
     EXPECT_EQ(client().getObjectSize(request(), "b", "k"), -1);
 }
 
+TEST_F(CS3ClientOperationTest, takesNothingButANumberForASize)
+{
+    answer(head(200, "Content-Length: 5\r\n \r\n")); // a line that goes on with nothing
+    EXPECT_EQ(support::messageOf([this] { client().getObjectSize(request(), "b", "k"); }), "Invalid number: '5 '.");
+}
+
 TEST_F(CS3ClientOperationTest, missesTheSizeInAnAnswer)
 {
     answer(head(200));
