@@ -10,14 +10,20 @@
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/CRawClient.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/sleepingThread.h"
 
+#include <algorithm>
+#include <condition_variable>
+#include <functional>
 #include <future>
 #include <limits>
+#include <mutex>
 #include <poll.h>
 #include <set>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -566,6 +572,19 @@ TEST_F(CTransferPoolTest, endsATransferWhoseProgressThrows)
     EXPECT_EQ(transfer->getState(), TransferState::Failed);
 }
 
+TEST_F(CTransferPoolTest, letsARequestGoWithTheEnd)
+{
+    const auto gone = std::make_shared<std::atomic<bool>>(false);
+    {
+        answer(ok(""));
+        const auto request = kx::newObj<CWatchedRequest>(gone);
+        request->setURL(newRequest()->getURL());
+        EXPECT_TRUE(pool().start(request.get())->wait(longest));
+    }
+    destroyPool();
+    EXPECT_TRUE(*gone);
+}
+
 TEST_F(CTransferPoolTest, letsARequestGoWhoseProgressThrowsAfterTheEndOfThePool)
 {
     const auto gone = std::make_shared<std::atomic<bool>>(false);
@@ -738,6 +757,68 @@ TEST_F(CTransferPoolTest, runsManyOnSeveralThreads)
     }
     pool().stop();
     EXPECT_EQ(m_ends, count);
+}
+
+/// A pool of two threads, which are in callbacks at once.
+class PoolOfTwoThreadsTest : public CPoolFixture {
+protected:
+    /// Waits until the other thread is here too.
+    /// @return the place of the calling one: 0, 1, or 2 when it has been here before
+    size_t meet()
+    {
+        std::unique_lock lock(m_mutex);
+        if (std::find(m_threads.begin(), m_threads.end(), gettid()) != m_threads.end())
+            return 2;
+        const size_t place = m_threads.size();
+        m_threads.push_back(gettid());
+        m_changed.notify_all();
+        m_changed.wait_for(lock, std::chrono::seconds(20), [this] { return m_threads.size() == 2; });
+        return place;
+    }
+
+    /// Starts transfers that end at once, on both threads. Returns when all callbacks have.
+    void callOnBoth(const std::function<void()>& callback)
+    {
+        constexpr int count = 32; // hosts enough
+        std::promise<void> start;
+        std::atomic<int> ends{0};
+        CTransfer::Options options;
+        options.onDone = [&callback, &ends, started = start.get_future().share()](CTransfer&) {
+            started.wait();
+            callback();
+            ++ends;
+        };
+        replacePool({.threads = 2});
+        for (int port = 1; port <= count; ++port)
+            pool().start(requestTo("nonsense://127.0.0.1:" + std::to_string(port) + "/").get(), options);
+        start.set_value();
+        EXPECT_TRUE(waitUntil([&] { return ends == count; }));
+    }
+
+    /// The system's numbers; not changed any more when both have met.
+    const std::vector<pid_t>& threads() const { return m_threads; }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<pid_t> m_threads; // guarded by the mutex
+};
+
+TEST_F(PoolOfTwoThreadsTest, waitsForTheOtherWhereItGoesInACallback)
+{
+    std::atomic<bool> hasOtherReturned{false};
+    std::atomic<bool> hadOtherReturned{false};
+    callOnBoth([&] {
+        const size_t place = meet();
+        if (place == 0) {
+            destroyPool();
+            hadOtherReturned = hasOtherReturned.load();
+        } else if (place == 1) {
+            support::waitUntilAsleep(threads().front());
+            hasOtherReturned = true;
+        }
+    });
+    EXPECT_TRUE(hadOtherReturned);
 }
 
 // libcurl 7.88 makes no data connection then until something happens to the other one.

@@ -94,6 +94,21 @@ TEST_F(PoolBudgetTest, saysThatTheTimeForAllAttemptsIsOver)
     EXPECT_EQ(transfer->getAttempts().size(), 2U);
 }
 
+// In its pause another one takes the room.
+TEST_F(PoolBudgetTest, aTransferThatWaitsForRoomAgainEndsAsItsLastAttemptHas)
+{
+    replacePool({.atOnce = 1});
+    answer(status(503, "Connection: close\r\n"));
+    CTransfer::Options options = untilTheEndOf(ms(1'000), {});
+    options.retries.firstPause = ms(500);
+    const auto transfer = pool().start(newRequest().get(), options);
+    const auto another = pool().start(stalledRequest().get());
+    ASSERT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(transfer->getState(), TransferState::Failed);
+    EXPECT_EQ(failureOf(transfer), "HTTP response code said error (response code: http 503)");
+    EXPECT_FALSE(another->isDone());
+}
+
 TEST_F(PoolBudgetTest, eachAttemptHasItsOwnDeadline)
 {
     stalledRequest();
