@@ -50,7 +50,6 @@ void CNetRequest::reset()
     rooms.response.setServerInfoToUpdate(nullptr);
     {
         const kx::CMutexLock lock(rooms.outcome.getMutex());
-        beginAttempt();
         rooms.outcome.begin(CURLE_OK);
     }
     rooms.url = CRequestURL();

@@ -28,7 +28,7 @@ kx::P<CHTTPContentRange> CHTTPContentRange::parse(const kx::String& header)
 {
     const kx::String text = header.trim();
     const size_t blank = text.find(L' '); // never at the start of a trimmed text: there is always a unit before it
-    const size_t slash = blank == kx::String::npos ? blank : text.find(L'/', blank + 1);
+    const size_t slash = text.find(L'/', blank);
     if (slash == kx::String::npos)
         throwInvalid(text);
     kx::String first = "-1";
