@@ -50,6 +50,7 @@ void CNetRequest::reset()
     rooms.response.setServerInfoToUpdate(nullptr);
     {
         const kx::CMutexLock lock(rooms.outcome.getMutex());
+        beginAttempt();
         rooms.outcome.begin(CURLE_OK);
     }
     rooms.url = CRequestURL();

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <future>
 #include <limits>
 #include <string>
 #include <vector>
@@ -98,11 +99,11 @@ TEST_F(PoolBudgetTest, saysThatTheTimeForAllAttemptsIsOver)
 TEST_F(PoolBudgetTest, aTransferThatWaitsForRoomAgainEndsAsItsLastAttemptHas)
 {
     replacePool({.atOnce = 1});
-    answer(status(503, "Connection: close\r\n"));
-    CTransfer::Options options = untilTheEndOf(ms(1'000), {});
-    options.retries.firstPause = ms(500);
-    const auto transfer = pool().start(newRequest().get(), options);
+    std::promise<void> gate;
+    server().onConnection().readHead().waitFor(gate.get_future().share()).send(status(503, "Connection: close\r\n"));
+    const auto transfer = pool().start(newRequest().get(), untilTheEndOf(ms(2'000), {}));
     const auto another = pool().start(stalledRequest().get());
+    gate.set_value();
     ASSERT_TRUE(transfer->wait(longest));
     EXPECT_EQ(transfer->getState(), TransferState::Failed);
     EXPECT_EQ(failureOf(transfer), "HTTP response code said error (response code: http 503)");
