@@ -38,8 +38,8 @@ CHMAC::CHMAC(const char* algorithm, std::string_view key)
     std::string name = m_algorithm; // which OpenSSL only reads
     const std::array parameters{
         OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, name.data(), 0), OSSL_PARAM_construct_end()};
-    constexpr std::string_view nothing = ""; // null would mean the key of before
-    check(EVP_MAC_init(m_context.get(), bytesOf(key.empty() ? nothing : key), key.size(), parameters.data()));
+    const unsigned char nothing = 0; // null would mean the key of before
+    check(EVP_MAC_init(m_context.get(), key.empty() ? &nothing : bytesOf(key), key.size(), parameters.data()));
 }
 
 CHMAC::~CHMAC() = default;

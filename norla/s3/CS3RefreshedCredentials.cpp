@@ -38,7 +38,7 @@ CS3Credentials CS3RefreshedCredentials::get()
 
 bool CS3RefreshedCredentials::haveEnded(const kx::CTime& when) const
 {
-    return m_last.expiry.isSet() && m_last.expiry <= when;
+    return m_last.expiry.isSet() && m_last.expiry.getMicroseconds() <= when.getMicroseconds();
 }
 
 } // namespace norla

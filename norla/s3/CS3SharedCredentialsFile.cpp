@@ -100,7 +100,7 @@ CS3Credentials CS3SharedCredentialsFile::get()
         return found == keys.end() ? kx::String() : kx::String::fromUTF8(found->second);
     };
     const auto demandedValueOf = [&](const char* name) {
-        const kx::String value = valueOf(name);
+        kx::String value = valueOf(name);
         if (value.isEmpty())
             throw kx::CError("The file '" + m_path.toString() + "' has no '" + kx::String::fromLatin1(name)
                 + "' in the profile '" + m_profile + "'.");

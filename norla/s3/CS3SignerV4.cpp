@@ -24,11 +24,11 @@ constexpr size_t daySize = 8; // "20130524"
 
 std::string checkedName(const kx::String& name, const char* what)
 {
-    const std::string text = name.toUTF8();
+    std::string text = name.toUTF8();
     constexpr char allowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.";
     if (text.empty() || text.find_first_not_of(allowed) != std::string::npos)
         throw kx::CInvalidArgError("the " + kx::String::fromLatin1(what) + " '" + name
-                + "' of a signature may hold letters, digits, \"-\", \"_\" and \".\" alone, and one of them at least",
+                + R"(' of a signature may hold letters, digits, "-", "_" and "." alone, and one of them at least)",
             "norla::CS3SignerV4::CS3SignerV4");
     return text;
 }
