@@ -92,12 +92,12 @@ def processes_of(session, tree):
         if not entry.name.isdigit() or int(entry.name) == os.getpid():
             continue
         try:
-            state, _, _, its_session = (entry / "stat").read_text().rpartition(")")[2].split()[:4]
+            state, _, _, its_session = (entry / "stat").read_bytes().rpartition(b")")[2].split()[:4]
             command = (entry / "cmdline").read_bytes()
             named = os.fsencode(tree) in command + (entry / "environ").read_bytes()
         except OSError:  # it has just ended, or is somebody else's
             continue
-        if state != "Z" and (int(its_session) == session or named):
+        if state != b"Z" and (int(its_session) == session or named):
             found.append((int(entry.name), command.replace(b"\0", b" ").decode(errors="replace")))
     return found
 
