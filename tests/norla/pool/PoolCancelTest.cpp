@@ -211,7 +211,7 @@ TEST_F(PoolCallbackTest, cancelsItsTransferAtOnce)
             [this] {
                 server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").stall();
                 const auto request = newRequest();
-                std::promise<Transfer> started;
+                std::promise<CTransfer*> started; // a reference would keep the request, and with it the sink
                 const auto future = started.get_future().share();
                 std::promise<std::chrono::steady_clock::time_point> begin;
                 const auto sink = kx::newObj<CActionSink>([&begin, future] {
@@ -220,7 +220,7 @@ TEST_F(PoolCallbackTest, cancelsItsTransferAtOnce)
                 });
                 request->setReceiveDataSink(sink.get());
                 const auto transfer = pool().start(request.get());
-                started.set_value(transfer);
+                started.set_value(transfer.get());
                 EXPECT_TRUE(transfer->wait(longest));
                 return std::chrono::steady_clock::now() - begin.get_future().get();
             }),
