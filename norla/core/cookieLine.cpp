@@ -100,7 +100,9 @@ std::optional<CCookie> parseCookieLine(std::string_view line)
     const auto hasSubdomains = parseFlag(fields.texts[CFields::Subdomains]);
     const auto isSecure = parseFlag(fields.texts[CFields::Secure]);
     const auto expiry = parseExpiry(fields.texts[CFields::Expiry]);
-    const bool isHost = !domain.empty() && !domain.starts_with('.') && domain.find(' ') == std::string_view::npos;
+    // Behind its dot too: libcurl writes the host without it.
+    const bool isHost = !domain.empty() && !domain.starts_with('.') && !isHeaderLine(domain)
+        && domain.find_first_of(" #") == std::string_view::npos;
     if (!isHost || !fields.texts[CFields::FieldPath].starts_with('/') || !hasSubdomains || !isSecure || !expiry)
         return std::nullopt;
     cookie.domain = shown(domain);

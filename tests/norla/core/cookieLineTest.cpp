@@ -68,6 +68,8 @@ TEST(CookieLineTest, isNoCookieWithOtherFields)
     EXPECT_FALSE(isCookie("\tFALSE\t/\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie(".\tFALSE\t/\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie("..a.b\tTRUE\t/\tFALSE\t0\tname\tvalue"));
+    EXPECT_FALSE(isCookie(".#HttpOnly_a\tFALSE\t/\tFALSE\t0\tname\tvalue"));
+    EXPECT_FALSE(isCookie(".Set-Cookie:a\tFALSE\t/\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie("a b\tFALSE\t/\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie("a.b\tmaybe\t/\tFALSE\t0\tname\tvalue"));
     EXPECT_FALSE(isCookie("a.b\tFALSE\tpath\tFALSE\t0\tname\tvalue"));
