@@ -32,8 +32,8 @@ class CNetHeaders;
 /// themselves; the operation prepares and performs it, again and again as long as the failure looks transient. One
 /// request may serve any number of operations, one after the other, and so reuses its connection.
 ///
-/// Bucket and object names are Unicode text and need no escaping; "." and ".." are
-/// names as others. Names are checked before the request is touched. The client is used by one thread at a time.
+/// Bucket and object names are Unicode text and need no escaping; "." and ".." are names as others. Names are checked
+/// before the request is touched. The client is used by one thread at a time.
 ///
 /// A client that uses https follows no redirect to anything else: it fails with CURLE_UNSUPPORTED_PROTOCOL.
 class KX_EXPORT CS3Client : public virtual kx::CBase {
@@ -177,8 +177,7 @@ public:
 
     // What the prepare methods are made of.
 
-    /// Resets the request and gives it URL, settings and, for today's signature of the constructor with a key, a "Date"
-    /// header.
+    /// Resets the request and gives it URL, settings and, for a client that was made with a key, a "Date" header.
     /// @return the request's header list, to be added to
     kx::P<CNetHeaders> beginPrepareRequest(CNetRequest& request, const kx::String& url);
 
@@ -237,8 +236,7 @@ public:
     bool isNotFoundError(const std::exception& e) const;
 
     /// Throws a CS3Error when a CCURLError's response data are the service's error document, with that error as its
-    /// cause. Otherwise returns, and
-    /// logs response data that it does not understand.
+    /// cause. Otherwise returns, and logs response data that it does not understand.
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 
 private:

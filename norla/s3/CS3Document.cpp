@@ -14,6 +14,7 @@ CXMLTree parsed(std::string_view bytes, const kx::String& title)
     std::optional<CXMLTree> tree = CXMLTree::parse(bytes);
     if (!tree)
         throw kx::CError("Error parsing Amazon S3 " + title + ": invalid XML.");
+    CS3Document::requireRoot(*tree, title);
     return std::move(*tree);
 }
 
@@ -22,6 +23,12 @@ CXMLTree parsed(std::string_view bytes, const kx::String& title)
 CS3Document::CS3Document(std::string_view bytes, const kx::String& title)
     : m_tree(parsed(bytes, title))
 {
+}
+
+void CS3Document::requireRoot(const CXMLTree& tree, const kx::String& title)
+{
+    if (!tree.hasRoot())
+        throw kx::CError("Error parsing Amazon S3 " + title + ": no root element.");
 }
 
 kx::String CS3Document::decodedName(const kx::String& text)

@@ -9,8 +9,10 @@ namespace norla {
 /// differs with those that are widely used, as their public documentation says.
 struct KX_EXPORT CS3Endpoint {
     enum class Addressing {
-        Path,       ///< https://host/bucket/object
-        VirtualHost ///< https://bucket.host/object: the bucket's name has to be one of a host
+        Path, ///< https://host/bucket/object
+        /// https://bucket.host/object: the bucket's name has to be one of a host, and over TLS without dots, which the
+        /// certificates of stores are not for.
+        VirtualHost
     };
     enum class Signature { V4, V2 };
 

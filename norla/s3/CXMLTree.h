@@ -16,13 +16,18 @@ class CXMLElement;
 /// for. Attributes, comments and processing instructions are passed over; white space is kept.
 class CXMLTree {
 public:
+    CXMLTree() = default; ///< without a root
+
     /// Time and memory grow with the size of the bytes, whatever is in them. The document's declaration says how it is
     /// encoded: UTF-8 (also without a declaration), UTF-16, ISO-8859-1 or US-ASCII.
     /// @return nothing when it is not well-formed, has a document type (the only way to entities of its own) or nests
     /// more than 100 elements
     static std::optional<CXMLTree> parse(std::string_view bytes);
 
-    /// Valid as long as the tree stays where it is.
+    /// So has every tree that was parsed.
+    bool hasRoot() const noexcept { return !m_nodes.empty(); }
+
+    /// Where there is one; valid as long as the tree stays where it is.
     CXMLElement getRoot() const noexcept;
 
 private:
@@ -42,7 +47,6 @@ private:
         size_t next = none;
     };
 
-    CXMLTree() = default;
     std::string_view textOf(const CPart& part) const { return std::string_view(m_texts).substr(part.start, part.size); }
 
     std::vector<CNode> m_nodes; // the root first

@@ -1,4 +1,6 @@
 // The loading of documents, with wxWidgets in view: a program of its own, because it replaces wxWidgets' log.
+#include "norla/s3/CS3Document.h"
+
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3ErrorResponse.h"
 #include "norla/s3/CS3ListObjectsResult.h"
@@ -15,6 +17,14 @@
 #include <vector>
 
 namespace {
+
+TEST(CS3DocumentTest, namesTheDocumentThatHasNoRoot)
+{
+    EXPECT_EQ(support::messageOf([] { norla::CS3Document::requireRoot(norla::CXMLTree(), "error response"); }),
+        "Error parsing Amazon S3 error response: no root element.");
+    EXPECT_EQ(support::messageOf([] { norla::CS3Document::requireRoot(norla::CXMLTree(), "'list objects' result"); }),
+        "Error parsing Amazon S3 'list objects' result: no root element.");
+}
 
 /// A node of a document that somebody else has loaded.
 class CS3NodeTest : public testing::Test {
