@@ -11,7 +11,12 @@ namespace {
 kx::String valueOf(const char* name)
 {
     const char* const value = std::getenv(name);
-    return value ? kx::String::fromUTF8(value) : kx::String();
+    try {
+        return value ? kx::String::fromUTF8(value) : kx::String();
+    } catch (const kx::CError&) {
+        throw kx::CError("The S3 credentials in the environment cannot be read: the variable '"
+            + kx::String::fromLatin1(name) + "' is not UTF-8.");
+    }
 }
 
 kx::String demandedValueOf(const char* name)

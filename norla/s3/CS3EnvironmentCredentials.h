@@ -13,7 +13,7 @@ public:
     ~CS3EnvironmentCredentials() override;
 
     /// Looked up each time.
-    /// @throws kx::CError naming the variable that is missing or empty
+    /// @throws kx::CError naming the variable that is missing, empty or not UTF-8
     CS3Credentials get() override;
 };
 

@@ -1,6 +1,7 @@
 #include "norla/s3/CS3SharedCredentialsFile.h"
 
 #include "kx/base/CError.h"
+#include "kx/files/readWholeFile.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -14,6 +15,8 @@ namespace {
 
 using Path = CS3SharedCredentialsFile::Path;
 using Keys = std::map<std::string, std::string, std::less<>>;
+
+constexpr size_t mostBytes = 1 << 20;
 
 std::string_view environment(const char* name)
 {
@@ -36,24 +39,6 @@ kx::String defaultProfile()
 {
     const auto profile = environment("AWS_PROFILE");
     return profile.empty() ? kx::String("default") : kx::String::fromUTF8(profile);
-}
-
-std::string contentOf(const Path& path)
-{
-    constexpr int most = 1 << 20;
-    kx::CInputFile file(path);
-    std::string content(most + 1, '\0');
-    int size = 0;
-    while (size <= most) {
-        const int count = file.read(reinterpret_cast<unsigned char*>(content.data()) + size, most + 1 - size);
-        if (count <= 0)
-            break;
-        size += count;
-    }
-    if (size > most)
-        throw kx::CError("The file '" + path.toString() + "' is too large for one of S3 credentials.");
-    content.resize(static_cast<size_t>(size));
-    return content;
 }
 
 std::string_view trimmed(std::string_view text)
@@ -82,6 +67,16 @@ Keys keysOf(std::string_view content, std::string_view profile)
     return keys;
 }
 
+kx::String valueIn(const Path& path, const kx::String& profile, const Keys::value_type& key)
+{
+    try {
+        return kx::String::fromUTF8(key.second);
+    } catch (const kx::CError&) {
+        throw kx::CError("The file '" + path.toString() + "' has an '" + kx::String::fromLatin1(key.first)
+            + "' that is not UTF-8 in the profile '" + profile + "'.");
+    }
+}
+
 } // namespace
 
 CS3SharedCredentialsFile::CS3SharedCredentialsFile(const Path& path, const kx::String& profile)
@@ -94,10 +89,10 @@ CS3SharedCredentialsFile::~CS3SharedCredentialsFile() = default;
 
 CS3Credentials CS3SharedCredentialsFile::get()
 {
-    const Keys keys = keysOf(contentOf(m_path), m_profile.toUTF8());
-    const auto valueOf = [&keys](std::string_view name) {
+    const Keys keys = keysOf(kx::readWholeFile(m_path, mostBytes), m_profile.toUTF8());
+    const auto valueOf = [&](std::string_view name) {
         const auto found = keys.find(name);
-        return found == keys.end() ? kx::String() : kx::String::fromUTF8(found->second);
+        return found == keys.end() ? kx::String() : valueIn(m_path, m_profile, *found);
     };
     const auto demandedValueOf = [&](const char* name) {
         kx::String value = valueOf(name);

@@ -25,8 +25,8 @@ public:
     ~CS3SharedCredentialsFile() override;
 
     /// Reads the file, which is small, each time: whoever renews credentials writes it anew.
-    /// @throws kx::CError naming path and profile when the file cannot be read, is larger than a mebibyte or no UTF-8,
-    /// or does not have the profile with both keys
+    /// @throws kx::CError naming the file when it cannot be read, is no regular one or larger than a mebibyte; naming
+    /// file, profile and key when the profile does not have it, or something there that is not UTF-8
     CS3Credentials get() override;
 
     const Path& getPath() const noexcept { return m_path; }

@@ -18,6 +18,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -94,6 +95,13 @@ TEST(S3CredentialsTest, nameTheVariableThatIsNotSet)
         "There are no S3 credentials in the environment: the variable 'AWS_SECRET_ACCESS_KEY' is not set.");
 }
 
+TEST(S3CredentialsTest, nameTheVariableThatIsNotUTF8)
+{
+    const CEnvironment environment({{"AWS_ACCESS_KEY_ID", "id"}, {"AWS_SECRET_ACCESS_KEY", "\xFFsecret"}});
+    EXPECT_EQ(messageOf(*kx::newObj<norla::CS3EnvironmentCredentials>()),
+        "The S3 credentials in the environment cannot be read: the variable 'AWS_SECRET_ACCESS_KEY' is not UTF-8.");
+}
+
 class CS3SharedCredentialsFileTest : public testing::Test {
 protected:
     CS3SharedCredentialsFile::Path write(const std::string& content)
@@ -137,8 +145,25 @@ TEST_F(CS3SharedCredentialsFileTest, namesFileProfileAndWhatIsMissing)
 
 TEST_F(CS3SharedCredentialsFileTest, refusesAFileThatIsTooLarge)
 {
-    EXPECT_EQ(failure(std::string((1 << 20) + 1, '#')),
-        "The file 'FOLDER/credentials' is too large for one of S3 credentials.");
+    EXPECT_EQ(
+        failure(std::string((1 << 20) + 1, '#')), "The file 'FOLDER/credentials' cannot be read: it is too large.");
+    EXPECT_EQ(failure(std::string(1 << 20, '#')),
+        "The file 'FOLDER/credentials' has no 'aws_access_key_id' in the profile 'default'.");
+}
+
+TEST_F(CS3SharedCredentialsFileTest, waitsForNobodyWhoWritesIntoAPipe)
+{
+    const std::string name = (m_folder.path() / "pipe").native();
+    ASSERT_EQ(mkfifo(name.c_str(), S_IRUSR | S_IWUSR), 0);
+    const auto path = CS3SharedCredentialsFile::Path::fromBytes(name);
+    EXPECT_EQ(messageOf(*kx::newObj<CS3SharedCredentialsFile>(path)),
+        "The file '" + name + "' cannot be read: it is no regular file.");
+}
+
+TEST_F(CS3SharedCredentialsFileTest, namesAKeyThatIsNotUTF8)
+{
+    EXPECT_EQ(failure("# \xFF\n[default]\naws_access_key_id=a\naws_secret_access_key=\xFFsecret\n"),
+        "The file 'FOLDER/credentials' has an 'aws_secret_access_key' that is not UTF-8 in the profile 'default'.");
 }
 
 TEST_F(CS3SharedCredentialsFileTest, namesAFileThatIsNotThere)
