@@ -67,8 +67,8 @@ void requireHostName(const kx::String& bucketName)
     constexpr wchar_t allowed[] = L"abcdefghijklmnopqrstuvwxyz0123456789-.";
     constexpr size_t longest = 63;
     const std::wstring& name = bucketName.toWide();
-    if (name.find_first_not_of(allowed) != std::wstring::npos || name.size() > longest || name.front() == L'.'
-        || name.back() == L'.' || name.find(L"..") != std::wstring::npos)
+    if (name.empty() || name.find_first_not_of(allowed) != std::wstring::npos || name.size() > longest
+        || name.front() == L'.' || name.back() == L'.' || name.find(L"..") != std::wstring::npos)
         throw kx::CInvalidArgError("the bucket '" + bucketName + "' cannot be a part of a host's name", "CS3Client");
 }
 

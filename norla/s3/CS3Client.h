@@ -52,7 +52,7 @@ public:
     /// A client for the stores of today. Its requests follow no redirects, which would need another signature.
     /// @param credentials not null, asked for each request; a reference is kept
     /// @param signer null for the one that the endpoint names; a reference is kept
-    /// @throws kx::CInvalidArgError when the host or the region is none
+    /// @throws kx::CInvalidArgError when the credentials are null, or the host or the region is none
     CS3Client(const CS3Endpoint& endpoint, IS3Credentials* credentials, IS3Signer* signer = nullptr);
     CS3Client(const CS3Client&) = delete;
     CS3Client& operator=(const CS3Client&) = delete;
@@ -182,15 +182,18 @@ public:
     kx::P<CNetHeaders> beginPrepareRequest(CNetRequest& request, const kx::String& url);
 
     /// Signs the request. Nothing that is signed (method, headers, URL) may change afterwards.
+    /// @throws as IS3Credentials::get() and IS3Signer::sign()
     void finishPrepareRequest(CNetRequest& request);
 
     /// The object's URL, in which every "/" of its name is escaped.
+    /// @throws kx::CInvalidArgError for a bucket that would stand in the host's name and cannot
     kx::String getObjectURL(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName);
 
     /// A URL by which whoever has it may fetch the object, or do with it what the method says, for a while.
     /// @param method "GET", "PUT", "HEAD" or "DELETE"
     /// @param lifetime whole seconds from now on, 1 at least; with signatures V4 seven days at most
-    /// @throws kx::CInvalidArgError also for an empty name; as IS3Credentials::get()
+    /// @throws kx::CInvalidArgError for an empty name or method, as getObjectURL() and as IS3Signer::presign(); as
+    /// IS3Credentials::get()
     kx::String presignObjectURL(CNetRequest& request, const kx::String& method, const kx::String& bucketName,
         const kx::String& objectName, kx::CTimeSpan lifetime);
 
@@ -198,7 +201,7 @@ public:
     /// space. A carriage return before it stays.
     static void makeSingleLineHeaderValue(kx::String& value);
 
-    // What a signature is made of.
+    // What a signature of a client with a key is made of; of one with an endpoint its signer tells.
 
     /// The value under exactly that name, empty when there is none.
     static kx::String getHeaderFromMap(const HeaderMap& map, const kx::String& name);

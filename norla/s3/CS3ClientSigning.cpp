@@ -97,7 +97,8 @@ void CS3Client::finish(CNetRequest& request, const std::string& payloadSHA256)
         signRequest(&request);
         return;
     }
-    const auto headers = request.getCustomHTTPHeaders();
+    const kx::P<CNetHeaders> given = request.getCustomHTTPHeaders();
+    const kx::P<CNetHeaders> headers = given ? given : kx::newObj<CNetHeaders>();
     CS3RequestToSign toSign{.method = request.getHTTPMethod().toUTF8(),
         .url = request.getURL().toUTF8(),
         .headers = {},
@@ -111,6 +112,8 @@ void CS3Client::finish(CNetRequest& request, const std::string& payloadSHA256)
     for (size_t i = before; i < toSign.headers.size(); ++i)
         headers->add(kx::String::fromUTF8(toSign.headers[i].first), kx::String::fromUTF8(toSign.headers[i].second));
     headers->sendEmpty("x-amz-"); // they are signed
+    if (!given)
+        request.setCustomHTTPHeaders(headers.get());
 }
 
 kx::String CS3Client::presignObjectURL(CNetRequest& request, const kx::String& method, const kx::String& bucketName,
