@@ -1,17 +1,14 @@
 #include "norla/pool/CEventMulti.h"
 
 #include "norla/core/CManagedRequest.h"
-
-#include <algorithm>
-#include <limits>
+#include "norla/pool/CSocketEvents.h"
 
 namespace norla {
 
-CEventMulti::CEventMulti(int wakeDescriptor, long idleConnections)
-    : m_wakeDescriptor(wakeDescriptor)
+CEventMulti::CEventMulti(CSocketEvents& events, long idleConnections)
+    : m_events(events)
     , m_multi(idleConnections)
 {
-    m_events.watch(wakeDescriptor);
     m_multi.getSockets().tellClosings([this](curl_socket_t socket) noexcept { m_events.forget(socket); });
     m_multi.getSockets().tellOpenings([this](curl_socket_t socket) noexcept { m_events.forget(socket); });
     CMultiHandle::check(curl_multi_setopt(m_multi.get(), CURLMOPT_SOCKETFUNCTION, &CEventMulti::onSocket));
@@ -34,15 +31,15 @@ int CEventMulti::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void
         && !multi.m_multi.getSockets().hasOpened(socket);
     if (mayGoUntold || isAnother)
         multi.m_events.forget(socket);
-    return multi.m_events.set(socket, what) ? 0 : -1;
+    return multi.m_events.set(socket, what, &multi) ? 0 : -1;
 }
 
 int CEventMulti::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexcept
 {
-    auto& timer = static_cast<CEventMulti*>(self)->m_timer;
-    timer.reset();
+    auto& time = static_cast<CEventMulti*>(self)->m_time;
+    time.reset();
     if (milliseconds >= 0)
-        timer = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+        time = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     return 0;
 }
 
@@ -52,10 +49,12 @@ void CEventMulti::add(CNetRequest& request)
     m_knowsAllSockets = m_knowsAllSockets && !managed.opensSockets();
     managed.enterEvents(m_multi.getSockets());
     CMultiHandle::check(curl_multi_add_handle(m_multi.get(), request.getEasyHandle()));
+    ++m_count;
 }
 
 void CEventMulti::remove(CNetRequest& request) noexcept
 {
+    --m_count;
     if (curl_multi_remove_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK)
         return;
     m_hasStuck = true;
@@ -84,31 +83,16 @@ bool CEventMulti::addAgain(CNetRequest& request) noexcept
         && curl_multi_add_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK;
 }
 
-void CEventMulti::wait(std::optional<CMoment> moment) noexcept
+CURLMcode CEventMulti::act(curl_socket_t socket, int bits) noexcept
 {
-    if (m_timer && (!moment || *m_timer < *moment))
-        moment = m_timer;
-    int milliseconds = -1;
-    if (moment) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*moment - std::chrono::steady_clock::now());
-        milliseconds = static_cast<int>(std::clamp<long long>(left.count(), 0, std::numeric_limits<int>::max()));
-    }
-    m_events.wait(milliseconds);
+    int running = 0;
+    return curl_multi_socket_action(m_multi.get(), socket, bits, &running);
 }
 
-CURLMcode CEventMulti::act() noexcept
+CURLMcode CEventMulti::actOnTime() noexcept
 {
-    int socket = -1;
-    int events = 0;
-    int running = 0;
-    CURLMcode result = CURLM_OK;
-    if (m_events.take(socket, events) && socket != m_wakeDescriptor)
-        result = curl_multi_socket_action(m_multi.get(), socket, events, &running);
-    if (m_timer && *m_timer <= std::chrono::steady_clock::now() && result == CURLM_OK) {
-        m_timer.reset();
-        result = curl_multi_socket_action(m_multi.get(), CURL_SOCKET_TIMEOUT, 0, &running);
-    }
-    return result;
+    m_time.reset();
+    return act(CURL_SOCKET_TIMEOUT, 0);
 }
 
 bool CEventMulti::takeEnd(const CURL*& handle, CURLcode& result) noexcept

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "norla/core/CMultiHandle.h"
-#include "norla/pool/CSocketEvents.h"
 
 #include <chrono>
 #include <optional>
@@ -9,24 +8,25 @@
 namespace norla {
 
 class CNetRequest;
+class CSocketEvents;
 
 /// A multi handle whose transfers go on when something happens to their sockets, or when their time has come
 /// (curl_multi_socket_action(3)). Used by one thread at a time; its callbacks, which are those of the requests, come
-/// within act().
+/// within act() and actOnTime().
 class CEventMulti {
 public:
     using CMoment = std::chrono::steady_clock::time_point;
 
-    /// @param wakeDescriptor ends a wait() when it is readable
-    /// @throws kx::CError when the system has no descriptor to give; as CGlobalInit::get()
-    CEventMulti(int wakeDescriptor, long idleConnections);
+    /// @param events that watch its sockets; they live longer
+    /// @throws as CGlobalInit::get()
+    CEventMulti(CSocketEvents& events, long idleConnections);
     CEventMulti(const CEventMulti&) = delete;
     CEventMulti& operator=(const CEventMulti&) = delete;
 
     /// No request is in it any more.
     ~CEventMulti();
 
-    /// The transfer begins, with the next act(). @throws CCURLError when libcurl refuses
+    /// The transfer begins, when its time comes. @throws CCURLError when libcurl refuses
     void add(CNetRequest& request);
 
     /// The transfer has ended.
@@ -38,16 +38,18 @@ public:
     /// A transfer that has ended begins anew. @return whether libcurl takes it
     bool addAgain(CNetRequest& request) noexcept;
 
-    /// Blocks until there is something to do. @param moment at most until then; empty: no limit
-    void wait(std::optional<CMoment> moment) noexcept;
+    /// How many are in it.
+    size_t getCount() const noexcept { return m_count; }
 
-    /// Whether something that has happened was not acted on yet.
-    bool hasEvents() const noexcept { return m_events.hasMore(); }
-
-    /// Lets the transfers go on for which there is something to do: by one event, so that the others who wait, for an
-    /// end or a start, do not wait for all that servers have to say.
+    /// Lets the transfer go on that uses the socket. @param bits CURL_CSELECT_
     /// @return what libcurl as a whole fails with
-    CURLMcode act() noexcept;
+    CURLMcode act(curl_socket_t socket, int bits) noexcept;
+
+    /// When libcurl wants actOnTime(); empty: not at all.
+    std::optional<CMoment> getTime() const noexcept { return m_time; }
+
+    /// Lets those go on whose time has come. @return as act()
+    CURLMcode actOnTime() noexcept;
 
     /// @return whether a transfer has ended that was not told before
     bool takeEnd(const CURL*& handle, CURLcode& result) noexcept;
@@ -60,12 +62,12 @@ private:
     static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* known) noexcept;
     static int onTimer(CURLM* handle, long milliseconds, void* self) noexcept;
 
-    const int m_wakeDescriptor;
-    CSocketEvents m_events;
-    std::optional<CMoment> m_timer; // libcurl's
-    CMultiHandle m_multi;           // goes first: libcurl tells of the sockets that it closes
-    bool m_knowsAllSockets = true;  // when they open and close, so that they may be watched in between
-    bool m_hasStuck = false;        // libcurl has kept one that it was told to let go
+    CSocketEvents& m_events;
+    size_t m_count = 0;
+    std::optional<CMoment> m_time;
+    CMultiHandle m_multi;          // goes first: libcurl tells of the sockets that it closes
+    bool m_knowsAllSockets = true; // when they open and close, so that they may be watched in between
+    bool m_hasStuck = false;       // libcurl has kept one that it was told to let go
 };
 
 } // namespace norla

@@ -58,12 +58,12 @@ CSocketEvents::~CSocketEvents()
 
 void CSocketEvents::watch(int descriptor)
 {
-    if (!set(descriptor, CURL_POLL_IN))
+    if (!set(descriptor, CURL_POLL_IN, nullptr))
         throw kx::CError("Error watching a descriptor: " + kx::systemErrorText(errno) + ".");
 }
 
 // A socket that was closed without a word is one that the system has forgotten; its number may be another's by now.
-bool CSocketEvents::set(curl_socket_t socket, int what) noexcept
+bool CSocketEvents::set(curl_socket_t socket, int what, CEventMulti* owner) noexcept
 {
     const auto number = static_cast<size_t>(socket);
     try {
@@ -73,6 +73,9 @@ bool CSocketEvents::set(curl_socket_t socket, int what) noexcept
         return false;
     }
     CWatch& watch = m_watches[number];
+    if (what == CURL_POLL_REMOVE && watch.owner != owner)
+        return true;
+    watch.owner = owner;
     watch.wanted = bitsFor(what);
     if (watch.wanted == 0 || watch.wanted == watch.watched)
         return true;
@@ -109,15 +112,15 @@ void CSocketEvents::wait(int milliseconds) noexcept
 }
 
 // What happens to an open connection that nobody uses, its end as a rule, is found when it is to be used again.
-bool CSocketEvents::take(int& descriptor, int& events) noexcept
+bool CSocketEvents::take(CEvent& event) noexcept
 {
     while (m_next < m_count) {
-        const epoll_event& event = m_found[static_cast<size_t>(m_next++)];
-        descriptor = event.data.fd;
-        events = bitsOf(event);
-        if (m_watches[static_cast<size_t>(descriptor)].wanted != 0)
+        const epoll_event& found = m_found[static_cast<size_t>(m_next++)];
+        const CWatch& watch = m_watches[static_cast<size_t>(found.data.fd)];
+        event = {found.data.fd, bitsOf(found), watch.owner};
+        if (watch.wanted != 0)
             return true;
-        forget(descriptor);
+        forget(found.data.fd);
     }
     return false;
 }

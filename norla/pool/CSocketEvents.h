@@ -9,11 +9,19 @@
 
 namespace norla {
 
+class CEventMulti;
+
 /// The sockets of libcurl's transfers and what is waited for at each (epoll(7)). Their number, and how large theirs
 /// are, costs nothing; nor does a connection that one transfer leaves and the next one takes: its socket stays watched
 /// in between. Used by one thread.
 class CSocketEvents {
 public:
+    struct CEvent {
+        curl_socket_t socket = CURL_SOCKET_BAD;
+        int bits = 0;                 // CURL_CSELECT_
+        CEventMulti* owner = nullptr; // null for a descriptor that is no socket of libcurl's
+    };
+
     /// @throws kx::CError when the system has no descriptor to give
     CSocketEvents();
     CSocketEvents(const CSocketEvents&) = delete;
@@ -24,9 +32,10 @@ public:
     /// says
     void watch(int descriptor);
 
-    /// As libcurl wants it. @param what CURL_POLL_ of the multi interface's socket function
+    /// As libcurl wants it. @param what CURL_POLL_ of the multi interface's socket function; CURL_POLL_REMOVE for a
+    /// socket that is somebody else's by now says nothing
     /// @return whether the system has taken it
-    bool set(curl_socket_t socket, int what) noexcept;
+    bool set(curl_socket_t socket, int what, CEventMulti* owner) noexcept;
 
     /// Whether a socket of this number is watched that libcurl wants nothing of: the one of an open connection, or one
     /// that has gone untold.
@@ -42,14 +51,14 @@ public:
     bool hasMore() const noexcept { return m_next < m_count; }
 
     /// What the last wait() has found, until it answers false.
-    /// @param events CURL_CSELECT_ bits
-    bool take(int& descriptor, int& events) noexcept;
+    bool take(CEvent& event) noexcept;
 
 private:
     /// What a socket is watched for, and what of it libcurl wants: EPOLL bits, 0 for nothing.
     struct CWatch {
         std::uint32_t watched = 0;
         std::uint32_t wanted = 0;
+        CEventMulti* owner = nullptr; // who has wanted something of it last
     };
 
     const int m_descriptor;

@@ -58,7 +58,7 @@ kx::String describe(const kx::CTimeSpan& span)
 
 CTransferLoop::CTransferLoop(std::shared_ptr<CTransferSchedule> schedule, long idleConnections)
     : m_schedule(std::move(schedule))
-    , m_multi(m_inbox->getDescriptor(), idleConnections)
+    , m_lanes(m_inbox->getDescriptor(), idleConnections)
 {
 }
 
@@ -73,9 +73,9 @@ void CTransferLoop::run() noexcept
                 takeFromInbox(); // what has come in between, before the stop
             return;
         }
-        if (!m_multi.hasEvents())
-            m_multi.wait(m_timers.getFirst());
-        const CURLMcode result = m_multi.act();
+        if (!m_lanes.hasEvents())
+            m_lanes.wait(m_timers.getFirst());
+        const CURLMcode result = m_lanes.act();
         if (result != CURLM_OK)
             failAll(result);
         readEnds();
@@ -125,7 +125,7 @@ void CTransferLoop::start(CTransferWork& work)
             work.nextProgress = now + progressInterval;
         m_running.emplace(request.getEasyHandle(), &work);
         request.setAsyncInfo(false, CURLE_OK);
-        m_multi.add(request);
+        m_lanes.add(request, work.place.lane);
         work.isInMulti = true;
         setTimer(work);
     } catch (const std::exception& error) {
@@ -139,18 +139,18 @@ void CTransferLoop::readEnds()
 {
     const CURL* handle = nullptr;
     CURLcode result = CURLE_OK;
-    while (m_multi.takeEnd(handle, result)) {
+    while (m_lanes.takeEnd(handle, result)) {
         const auto found = m_running.find(handle);
         if (found == m_running.end())
             continue;
         CTransferWork& work = *found->second;
         if (CManagedRequest(*work.request).beginSecondAttempt()) {
-            if (m_multi.addAgain(*work.request))
+            if (m_lanes.addAgain(*work.request, work.place.lane))
                 continue;
             result = CURLE_USE_SSL_FAILED; // of the first attempt
         }
         CManagedRequest(*work.request).dropConnectionAfter(result);
-        m_multi.remove(*work.request);
+        m_lanes.remove(*work.request, work.place.lane);
         work.isInMulti = false;
         m_running.erase(found);
         endAttempt(work, result);
@@ -161,7 +161,7 @@ void CTransferLoop::withdraw(CTransferWork& work) noexcept
 {
     m_running.erase(work.request->getEasyHandle());
     if (std::exchange(work.isInMulti, false))
-        m_multi.withdraw(*work.request);
+        m_lanes.withdraw(*work.request, work.place.lane);
 }
 
 void CTransferLoop::failAll(CURLMcode reason) noexcept

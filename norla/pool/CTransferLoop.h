@@ -1,6 +1,6 @@
 #pragma once
 
-#include "norla/pool/CEventMulti.h"
+#include "norla/pool/CTransferLanes.h"
 #include "norla/pool/CTransferWork.h"
 
 #include <memory>
@@ -26,7 +26,7 @@ public:
     void run() noexcept;
 
     /// In a child process: what it shares with its parent stays untouched when it goes.
-    void forget() noexcept { m_multi.forget(); }
+    void forget() noexcept { m_lanes.forget(); }
 
 private:
     using CMoment = CTransferWork::CMoment;
@@ -55,8 +55,8 @@ private:
     const std::shared_ptr<CTransferSchedule> m_schedule;
     const std::shared_ptr<CLoopInbox> m_inbox = std::make_shared<CLoopInbox>();
     const kx::P<kx::CError> m_outOfMemory = kx::newObj<kx::CError>("Out of memory."); // when there is none for another
-    CEventMulti m_multi;
-    std::unordered_map<const CURL*, CTransferWork*> m_running; // those in the multi handle
+    CTransferLanes m_lanes;
+    std::unordered_map<const CURL*, CTransferWork*> m_running; // those in a lane
     TTimerQueue<CTransferWork> m_timers;
 };
 

@@ -1,6 +1,7 @@
 #include "norla/pool/CTransferSchedule.h"
 
 #include "norla/core/CManagedRequest.h"
+#include "norla/pool/CTransferLanes.h"
 #include "norla/pool/CTransferWork.h"
 
 #include <utility>
@@ -8,7 +9,7 @@
 namespace norla {
 
 CTransferSchedule::CTransferSchedule(int atOnce, int perHost)
-    : m_queue(atOnce, perHost)
+    : m_queue(atOnce, perHost, CTransferLanes::width)
 {
 }
 
@@ -36,7 +37,9 @@ void CTransferSchedule::startNext() noexcept
 {
     const std::lock_guard lock(m_mutex);
     CTransferWork* work = nullptr;
-    while (m_queue.takeNext(work)) {
+    size_t lane = 0;
+    while (m_queue.takeNext(work, lane)) {
+        work->place.lane = lane;
         work->isWaiting = false;
         work->isRunning = true;
         work->inbox->ask(*work, CLoopInbox::ToStart);

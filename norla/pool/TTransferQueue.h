@@ -1,16 +1,19 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace norla {
 
 /// What waits for its start, and in which order it goes: the highest priority first, within one priority whoever has
-/// come first, and passing over those whose host has as many running as it may. Every step takes a time that grows with
-/// the logarithm of their number. Knows nothing of threads.
+/// come first, and passing over those whose host has as many running as it may. Those of one host run in lanes of which
+/// each has its width of them at most; hosts have the lanes in common. Every step takes a time that grows with the
+/// logarithm of their number. Knows nothing of threads.
 template <typename TItem>
 class TTransferQueue {
     struct CHost;
@@ -23,13 +26,16 @@ public:
     struct CPlace {
         CHost* host = nullptr;
         COrder order = {};
+        size_t lane = 0; // while it runs, as takeNext() has said
     };
 
     /// @param atOnce how many run at once
     /// @param perHost how many of one host; 0: no limit of its own
-    TTransferQueue(int atOnce, int perHost)
+    /// @param laneWidth how many of one host in one lane, 1 at least
+    TTransferQueue(int atOnce, int perHost, int laneWidth)
         : m_atOnce(atOnce)
         , m_perHost(perHost)
+        , m_laneWidth(laneWidth)
     {
     }
 
@@ -39,6 +45,7 @@ public:
         CHost& its = getHost(host);
         const CPlace place{&its, {-static_cast<std::int64_t>(priority), m_count}};
         try {
+            its.reserveLanes(m_atOnce, m_laneWidth);
             its.waiting.emplace(place.order, std::move(item));
         } catch (...) {
             forgetIfUnused(its);
@@ -50,8 +57,9 @@ public:
     }
 
     /// Takes out the one that goes next, which counts as running from now on.
+    /// @param lane the first one of its host's that has room
     /// @return whether there is one that may
-    bool takeNext(TItem& item)
+    bool takeNext(TItem& item, size_t& lane)
     {
         if (m_running >= m_atOnce || m_ready.empty())
             return false;
@@ -60,6 +68,7 @@ public:
         item = std::move(first->second);
         host.waiting.erase(first);
         ++host.running;
+        lane = host.enterLane(m_laneWidth);
         ++m_running;
         refresh(host);
         return true;
@@ -81,6 +90,7 @@ public:
     {
         CHost& host = *place.host;
         --host.running;
+        host.leaveLane(place.lane);
         --m_running;
         refresh(host);
         forgetIfUnused(host);
@@ -95,8 +105,34 @@ private:
         const std::string* name = nullptr;
         std::map<COrder, TItem> waiting;
         int running = 0;
+        std::vector<int> lanes;          // how many run in each
+        size_t firstLane = 0;            // those before it are full
         typename CReady::node_type node; // while it is not among those that are ready
         COrder order = {};               // under which it is
+
+        /// For one more that waits, so that its start needs no memory.
+        void reserveLanes(int atOnce, int width)
+        {
+            const size_t most
+                = std::min(static_cast<size_t>(running) + waiting.size() + 1, static_cast<size_t>(atOnce));
+            const size_t needed = (most + static_cast<size_t>(width) - 1) / static_cast<size_t>(width);
+            if (lanes.size() < needed)
+                lanes.resize(needed);
+        }
+
+        size_t enterLane(int width) noexcept
+        {
+            while (lanes[firstLane] == width)
+                ++firstLane;
+            ++lanes[firstLane];
+            return firstLane;
+        }
+
+        void leaveLane(size_t lane) noexcept
+        {
+            --lanes[lane];
+            firstLane = std::min(firstLane, lane);
+        }
     };
 
     CHost& getHost(const std::string& name)
@@ -135,6 +171,7 @@ private:
 
     const int m_atOnce;
     const int m_perHost;
+    const int m_laneWidth;
     int m_running = 0;
     std::uint64_t m_count = 0; // of all that ever came
     std::map<std::string, CHost> m_hosts;

@@ -102,6 +102,8 @@ void CPathServer::accept(int listener)
     const int descriptor = socket.get();
     watch(descriptor);
     m_connections.insert_or_assign(descriptor, std::pair(std::move(socket), std::string()));
+    ++m_accepted;
+    ++m_open;
 }
 
 void CPathServer::read(int descriptor)
@@ -113,8 +115,10 @@ void CPathServer::read(int descriptor)
         return;
     if (count > 0)
         received.append(block.data(), static_cast<size_t>(count));
-    if (count <= 0 || !answerHeads(descriptor, received))
+    if (count <= 0 || !answerHeads(descriptor, received)) {
         m_connections.erase(descriptor);
+        --m_open;
+    }
 }
 
 /// @return false when the connection is to be closed

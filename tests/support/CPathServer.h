@@ -39,6 +39,10 @@ public:
     /// How many requests have come so far. Any thread.
     int requestCount() const noexcept { return m_requests; }
 
+    /// How many connections there were so far, and how many are open now. Any thread.
+    int connectionCount() const noexcept { return m_accepted; }
+    int openCount() const noexcept { return m_open; }
+
     /// @return the answer of this status ("404 Not Found") with that body
     static std::string answer(std::string_view status, std::string_view body);
 
@@ -57,6 +61,8 @@ private:
     CDescriptor m_events;
     std::map<int, std::pair<CDescriptor, std::string>> m_connections; // with what has come and is not answered
     std::atomic<int> m_requests{0};
+    std::atomic<int> m_accepted{0};
+    std::atomic<int> m_open{0};
     std::thread m_thread;
 };
 

@@ -1,6 +1,8 @@
 // Which connections and threads a pool's transfers use.
+#include "norla/pool/CTransferLanes.h"
 #include "tests/norla/pool/CPoolFixture.h"
 #include "tests/support/CDescriptor.h"
+#include "tests/support/CPathServer.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -102,6 +104,54 @@ TEST_F(PoolConnectionsTest, areSharedByAllTransfersToOneHostOnSeveralThreads)
     for (int number = 0; number < count; ++number)
         expectSuccess(server().url("/" + std::to_string(number)));
     EXPECT_EQ(server().connectionCount(), 1U);
+}
+
+/// So many transfers to one host at once that they take several lanes.
+class PoolLanesTest : public CPoolFixture {
+protected:
+    static constexpr int count = 300;
+
+    PoolLanesTest() { replacePool({.atOnce = count, .idleConnections = count}); }
+
+    support::CPathServer& paths() { return m_paths; }
+
+    /// @return how many have succeeded
+    int runAll()
+    {
+        std::vector<Transfer> transfers;
+        for (int number = 0; number < count; ++number)
+            transfers.push_back(pool().start(requestTo(m_paths.url("/")).get()));
+        if (m_paths.connectionCount() == 0)
+            m_paths.start(); // all at once, since nobody had an answer
+        int succeeded = 0;
+        for (const Transfer& transfer : transfers)
+            succeeded += transfer->wait(longest) && failureOf(transfer).empty() ? 1 : 0;
+        return succeeded;
+    }
+
+private:
+    support::CPathServer m_paths{{{"/", support::CPathServer::answer("200 OK", "hello")}}};
+};
+
+TEST_F(PoolLanesTest, keepTheirConnectionsForLaterTransfers)
+{
+    for (int round = 0; round < 3; ++round)
+        EXPECT_EQ(runAll(), count);
+    EXPECT_EQ(paths().connectionCount(), count);
+}
+
+TEST_F(PoolLanesTest, besideTheFirstCloseTheirConnectionsWhenNobodyUsesThem)
+{
+    runAll();
+    EXPECT_TRUE(waitUntil([this] { return paths().openCount() == norla::CTransferLanes::width; }))
+        << paths().openCount();
+}
+
+TEST_F(PoolLanesTest, openAgainAfterTheyHaveClosed)
+{
+    runAll();
+    ASSERT_TRUE(waitUntil([this] { return paths().openCount() == norla::CTransferLanes::width; }));
+    EXPECT_EQ(runAll(), count);
 }
 
 class PoolThreadsTest : public CPoolFixture {
