@@ -11,7 +11,7 @@ namespace norla {
 
 namespace {
 
-constexpr const char* functionName = "CNetRequest::setAcceptEncoding";
+constexpr const char* setterName = "CNetRequest::setAcceptEncoding";
 
 struct CEncodingRow {
     const char* name;
@@ -32,10 +32,10 @@ void requireContentEncoding(const kx::String& name, int features)
     const auto* const found = std::find_if(encodings.begin(), encodings.end(),
         [&lower](const CEncodingRow& row) { return lower == kx::String::fromLatin1(row.name); });
     if (found == encodings.end())
-        throw kx::CInvalidArgError("there is no content encoding '" + name + "'", kx::String::fromLatin1(functionName));
+        throw kx::CInvalidArgError("there is no content encoding '" + name + "'", kx::String::fromLatin1(setterName));
     if (found->feature != 0 && (features & found->feature) == 0)
         throw kx::CInvalidArgError(
-            "this libcurl cannot unpack the content encoding '" + name + "'", kx::String::fromLatin1(functionName));
+            "this libcurl cannot unpack the content encoding '" + name + "'", kx::String::fromLatin1(setterName));
 }
 
 } // namespace

@@ -8,7 +8,7 @@ namespace norla {
 namespace {
 
 constexpr auto never = CTransferLanes::CMoment::max();
-constexpr auto closingDelay = std::chrono::seconds(1);
+constexpr auto closingDelay = std::chrono::seconds(5);
 
 } // namespace
 

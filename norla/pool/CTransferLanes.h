@@ -23,7 +23,7 @@ public:
 
     /// @param wakeDescriptor ends a wait() when it is readable
     /// @param idleConnections that stay open; lanes beside the first one, which have no more than that and no more
-    /// than their width, close theirs a second after the last transfer
+    /// than their width, close theirs five seconds after the last transfer
     /// @throws kx::CError when the system has no descriptor to give; as CGlobalInit::get()
     CTransferLanes(int wakeDescriptor, long idleConnections);
     CTransferLanes(const CTransferLanes&) = delete;

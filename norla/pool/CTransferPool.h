@@ -38,8 +38,8 @@ public:
         /// have all the room there is.
         int perHost = 0;
 
-        /// Connections that stay open when nobody uses them, in each thread. 0: 256, or fewer where the process may not
-        /// have as many descriptors.
+        /// Connections that stay open when nobody uses them, in each thread; those that a host needed beyond 128 at
+        /// once stay five seconds more. 0: 256, or fewer where the process may not have as many descriptors.
         int idleConnections = 0;
 
         /// Where the callbacks of the transfers are called, unless their own options say; null: on the pool's thread.
