@@ -45,12 +45,13 @@ void sleep(const kx::CTimeSpan& pause)
 
 /// @return how long to wait before the next attempt; empty after a success
 /// @throws the error behind which there is none
-std::optional<kx::CTimeSpan> attempt(CNetRequest& request, CRetries& retries, CLimit& limit)
+std::optional<kx::CTimeSpan> attempt(
+    CNetRequest& request, CRetries& retries, CLimit& limit, const std::function<void()>& perform)
 {
     CManagedRequest(request).requireFree("norla::performWithRetries"); // or else its body would be rewound
     try {
         limit.set(retries.getTimeLeft());
-        request.perform();
+        perform();
         return std::nullopt;
     } catch (const kx::CError& error) {
         const std::optional<kx::CTimeSpan> pause = retries.afterFailure(request, error);
@@ -64,10 +65,16 @@ std::optional<kx::CTimeSpan> attempt(CNetRequest& request, CRetries& retries, CL
 
 kx::TArray<CAttempt> performWithRetries(CNetRequest& request, const CRetryPolicy& policy)
 {
+    return performWithRetries(request, policy, [&request] { request.perform(); });
+}
+
+kx::TArray<CAttempt> performWithRetries(
+    CNetRequest& request, const CRetryPolicy& policy, const std::function<void()>& perform)
+{
     CRetries retries(policy);
     CLimit limit(request);
     retries.start();
-    while (const std::optional<kx::CTimeSpan> pause = attempt(request, retries, limit))
+    while (const std::optional<kx::CTimeSpan> pause = attempt(request, retries, limit, perform))
         sleep(*pause);
     retries.afterSuccess(request);
     return retries.getAttempts();

@@ -4,6 +4,8 @@
 #include "norla/core/CAttempt.h"
 #include "norla/core/CRetryPolicy.h"
 
+#include <functional>
+
 namespace norla {
 
 class CNetRequest;
@@ -19,5 +21,10 @@ class CNetRequest;
 /// @throws what perform() has thrown in the last attempt: kx::CError; as perform() what is no kx::CError, at once; what
 /// CRetryPolicy::isTransient throws
 KX_EXPORT kx::TArray<CAttempt> performWithRetries(CNetRequest& request, const CRetryPolicy& policy = {});
+
+/// The same for attempts that are more than a transfer.
+/// @param perform one attempt: makes the request ready, calls its perform(), and throws what has failed
+KX_EXPORT kx::TArray<CAttempt> performWithRetries(
+    CNetRequest& request, const CRetryPolicy& policy, const std::function<void()>& perform);
 
 } // namespace norla

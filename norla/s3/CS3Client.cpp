@@ -111,6 +111,7 @@ CS3Client::CS3Client(const CS3Endpoint& endpoint, IS3Credentials* credentials, I
     , m_addressing(endpoint.addressing)
     , m_credentials(credentials)
     , m_signer(signer ? kx::P<IS3Signer>(signer) : signerOf(endpoint))
+    , m_region(!signer && endpoint.signature == CS3Endpoint::Signature::V4 ? endpoint.region : kx::String())
 {
     if (!credentials)
         throw kx::CInvalidArgError("credentials is null", "CS3Client::CS3Client");
@@ -160,13 +161,17 @@ void CS3Client::preparePut(CNetRequest& request, const kx::String& objectURL, CN
         headers->add("Content-MD5", contentMD5);
     if (!contentType.isEmpty())
         headers->add("Content-Type", contentType);
-    // Empty, so that libcurl leaves its own "Expect: 100-continue" out: with stores that do not answer it, it costs a
-    // second.
-    if (size > 0 && size < expectThreshold)
-        headers->add("Expect", "");
+    leaveOutExpect(*headers, size);
     request.setSendDataSource(source);
     request.setSendDataSize(size);
     finish(request, payloadSHA256);
+}
+
+// libcurl's own "Expect: 100-continue": with stores that do not answer it, it costs a second.
+void CS3Client::leaveOutExpect(CNetHeaders& headers, long long size)
+{
+    if (size > 0 && size < expectThreshold)
+        headers.add("Expect", "");
 }
 
 void CS3Client::putObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,

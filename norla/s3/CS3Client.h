@@ -8,7 +8,10 @@
 #include "kx/text/String.h"
 #include "kx/time/CTimeSpan.h"
 #include "norla/core/CNetRequest.h"
+#include "norla/core/CRetryPolicy.h"
 #include "norla/core/CSafeDefaults.h"
+#include "norla/s3/CS3Call.h"
+#include "norla/s3/CS3Corrections.h"
 #include "norla/s3/CS3Endpoint.h"
 #include "norla/s3/CS3ListObjectsResult.h"
 #include "norla/s3/IS3Credentials.h"
@@ -65,6 +68,11 @@ public:
     /// for headers: status 400 without a document, as in all answers to a HEAD, counts as transient, whatever is wrong
     /// with the request.
     void setMaxRetries(int maxRetries) { m_maxRetries = maxRetries; }
+
+    /// Lets performRequest() try again as the policy says, in place of setMaxRetries(): with growing pauses, and no
+    /// longer than its budget. Where it has no word of its own, also the service's codes of performRequest() count as
+    /// transient.
+    void setRetryPolicy(const CRetryPolicy& policy);
 
     /// The following two affect requests prepared afterwards, as CNetRequest::setVerbose() (off at first) and
     /// setSSLVerifyPeer() (on at first).
@@ -171,9 +179,23 @@ public:
     /// long. Transient are the service's codes InternalError, SlowDown, IncompleteBody, InvalidDigest, OperationAborted
     /// and RequestTimeTooSkewed; without a code the HTTP statuses 400, 409, 500 and 503; without an answer connections
     /// that could not be made, timed out or were lost.
+    ///
+    /// A client of an endpoint signs each attempt anew. Where the store forbids, and its clock is more than five
+    /// minutes from ours, the request is made once more by the store's time, which counts from then on; where it says
+    /// that the bucket is in another region, once more for that one, if the signer is the endpoint's own. Neither
+    /// leads to another scheme. A failure without a document, such as that of a HEAD, gets the code that its status
+    /// stands for.
     /// @return how many attempts it took, 1 or more
     /// @throws CS3Error when the store explained the failure, else CCURLError
     int performRequest(CNetRequest& request);
+
+    /// For operations that have no word of their own here: resets the request and makes it one.
+    /// @throws kx::CInvalidArgError for an object without a bucket, an empty method or parameter name, a negative size
+    /// and for a line end in a header
+    void prepareCall(CNetRequest& request, const CS3Call& call);
+
+    /// Prepares and performs it. @return, @throws as performRequest()
+    int performCall(CNetRequest& request, const CS3Call& call);
 
     // What the prepare methods are made of.
 
@@ -251,16 +273,28 @@ private:
     std::string bucketOfHost(const kx::String& url) const;
     static bool saysNotFound(const kx::CError& error);
 
+    static void setBody(CNetRequest& request, CNetHeaders& headers, const CS3Call& call);
+    static void leaveOutExpect(CNetHeaders& headers, long long size);
+
     void performOnce(CNetRequest& request);
+    int performByPolicy(CNetRequest& request);
+    void explainFailure(CNetRequest& request, const std::exception& error);
+    void explainRedirect(const std::exception& error) const;
+    bool correct(CNetRequest& request, const std::exception& error);
+    void performAttempt(CNetRequest& request);
+    void signAgain(CNetRequest& request);
     kx::String md5Of(const void* data, size_t size);
 
-    const kx::String m_endpointURL; // ends in "/"
+    kx::String m_endpointURL; // ends in "/"
     const kx::P<sela::CDigest> m_md5;
     const kx::String m_accessKeyId;
     const std::string m_secretAccessKeyUTF8;
     const CS3Endpoint::Addressing m_addressing = CS3Endpoint::Addressing::Path;
     const kx::P<IS3Credentials> m_credentials; // null for a client with a key
-    const kx::P<IS3Signer> m_signer;           // the same
+    kx::P<IS3Signer> m_signer;                 // the same
+    kx::String m_region;                       // of the signer, if that is the endpoint's own; else empty
+    CS3Corrections m_corrections;
+    std::optional<CRetryPolicy> m_retryPolicy;
     int m_maxRetries = 50;
     bool m_printDebugInfo = false;
     bool m_sslVerifyPeer = true;

@@ -1,9 +1,9 @@
-// What a CS3Client makes of failures, and when it tries again.
+// What a CS3Client knows of failures.
 #include "kx/log/log.h"
 #include "kx/text/numbers.h"
-#include "kx/threads/CThread.h"
 #include "norla/core/CCURLError.h"
 #include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3Endpoint.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3ErrorResponse.h"
 #include "norla/s3/httpStatus.h"
@@ -17,8 +17,6 @@
 namespace norla {
 
 namespace {
-
-constexpr int retryPauseMs = 100;
 
 bool isOneOf(const kx::String& text, std::initializer_list<kx::String> choices)
 {
@@ -52,63 +50,71 @@ void logInvalidResponse(const CNetRequest::Buffer& responseData)
     }
 }
 
-// libcurl speaks of a protocol that it does not support.
-void explainRedirect(const std::exception& error, const kx::String& store)
+/// The document among the data; null when there is none.
+kx::P<CS3ErrorResponse> responseIn(const CNetRequest::Buffer& data)
 {
-    const auto* const curlError = dynamic_cast<const CCURLError*>(&error);
-    if (!curlError || curlError->getCode() != CURLE_UNSUPPORTED_PROTOCOL || responseCodeOf(*curlError) <= 0)
-        return;
-    CFailureDetails details = curlError->getDetails(); // with the address that the redirect leads to
-    details.limitText = "A redirect from the store " + store + " to the server " + details.host
-        + " is not followed: it does not lead to https.";
-    throw CCURLError(CURLE_UNSUPPORTED_PROTOCOL,
-        "the store redirects to a URL that is not https, which is not followed", "http", responseCodeOf(*curlError),
-        kx::String(), kx::String(), details);
+    if (data.getSize() == 0)
+        return nullptr;
+    try {
+        if (data.getSize() > size_t{std::numeric_limits<int>::max()})
+            throw kx::CError("The response is too long for an S3 error response.");
+        return kx::newObj<CS3ErrorResponse>(
+            reinterpret_cast<const char*>(data.getData()), static_cast<int>(data.getSize()));
+    } catch (const std::exception&) {
+        logInvalidResponse(data);
+        return nullptr;
+    }
 }
 
-kx::String describe(const kx::CError& error, int attempt)
+/// With its "/".
+kx::String pathOf(const kx::String& url)
 {
-    const auto* const s3Error = dynamic_cast<const CS3Error*>(&error);
-    const kx::String what = s3Error ? "Received " + s3Error->getS3Code() + " response from S3"
-                                    : "Got error during S3 request: " + error.getMessage();
-    return what + " (try " + kx::toString(attempt) + ").";
+    const size_t host = url.find("://") + 3;
+    const size_t path = std::min(url.find("/", host), url.size());
+    return url.substr(path, std::min(url.find("?", path), url.size()) - path);
+}
+
+/// What stores say beside a status, where they say anything.
+struct CStatusMeaning {
+    int status;
+    const char* code;
+    const char* message;
+};
+
+constexpr auto statusMeanings = std::to_array<CStatusMeaning>({
+    {301, "PermanentRedirect", "The bucket is at another address"},
+    {304, "NotModified", "The object is as it was"},
+    {307, "TemporaryRedirect", "The bucket is at another address for the time being"},
+    {400, "BadRequest", "The store does not understand the request"},
+    {403, "AccessDenied", "The store forbids the request"},
+    {405, "MethodNotAllowed", "The store does not allow this with this resource"},
+    {409, "OperationAborted", "Another operation on this resource is under way"},
+    {411, "MissingContentLength", "The store wants to know the length of the body"},
+    {412, "PreconditionFailed", "A condition of the request does not hold"},
+    {416, "InvalidRange", "The object has no such part"},
+    {500, "InternalError", "The store has failed"},
+    {501, "NotImplemented", "The store cannot do this"},
+    {503, "SlowDown", "The store wants fewer requests"},
+});
+
+/// @return null for a status that says nothing
+kx::P<CS3ErrorResponse> responseOfStatus(int status, const kx::String& path, CS3Endpoint::Addressing addressing)
+{
+    if (status == httpNotFound) {
+        const size_t object = addressing == CS3Endpoint::Addressing::Path ? path.find("/", 1) : 0;
+        const bool isBucket = object == kx::String::npos || object + 1 >= path.size();
+        return isBucket ? kx::newObj<CS3ErrorResponse>("NoSuchBucket", "The bucket does not exist", path, kx::String())
+                        : kx::newObj<CS3ErrorResponse>("NoSuchKey", "The object does not exist", path, kx::String());
+    }
+    const auto meaning = std::find_if(statusMeanings.begin(), statusMeanings.end(),
+        [status](const CStatusMeaning& known) { return known.status == status; });
+    if (meaning == statusMeanings.end())
+        return nullptr;
+    return kx::newObj<CS3ErrorResponse>(
+        kx::String::fromLatin1(meaning->code), kx::String::fromLatin1(meaning->message), path, kx::String());
 }
 
 } // namespace
-
-int CS3Client::performRequest(CNetRequest& request)
-{
-    for (int attempt = 1;; ++attempt) {
-        try {
-            performOnce(request);
-            return attempt;
-        } catch (const kx::CError& error) {
-            if (!shouldRetryRequest(error))
-                throw;
-            if (shouldSlowDown(error))
-                kx::logWarning(error, "Received slowdown response from S3", kx::String());
-            const kx::String text = describe(error, attempt);
-            if (attempt > m_maxRetries) {
-                kx::logError(error, text + " Too many retries. Giving up!", kx::String());
-                throw;
-            }
-            kx::logInfo(text + " Waiting 100ms and retrying.");
-        }
-        kx::CThread::sleep(retryPauseMs);
-    }
-}
-
-void CS3Client::performOnce(CNetRequest& request)
-{
-    try {
-        request.perform();
-    } catch (std::exception& error) {
-        tryThrowBetterError(error, *request.getDefaultReceiveBuffer());
-        if (usesTLS())
-            explainRedirect(error, m_endpointURL);
-        throw;
-    }
-}
 
 void CS3Client::extractErrorCodes(const std::exception& e, kx::String& s3Code, kx::String& httpCode)
 {
@@ -163,19 +169,41 @@ void CS3Client::tryThrowBetterError(std::exception& e, const Buffer& responseDat
 {
     const auto* const curlError = dynamic_cast<const CCURLError*>(&e);
     const int responseCode = curlError ? responseCodeOf(*curlError) : 0;
-    if (responseCode <= 0 || responseData.getSize() == 0)
+    if (responseCode <= 0)
         return;
-    kx::P<CS3ErrorResponse> response;
-    try {
-        if (responseData.getSize() > size_t{std::numeric_limits<int>::max()})
-            throw kx::CError("The response is too long for an S3 error response.");
-        response = kx::newObj<CS3ErrorResponse>(
-            reinterpret_cast<const char*>(responseData.getData()), static_cast<int>(responseData.getSize()));
-    } catch (const std::exception&) {
-        logInvalidResponse(responseData);
+    if (const kx::P<CS3ErrorResponse> response = responseIn(responseData))
+        throw CS3Error(*response, responseCode, curlError->clone());
+}
+
+void CS3Client::explainFailure(CNetRequest& request, const std::exception& error)
+{
+    const auto* const curlError = dynamic_cast<const CCURLError*>(&error);
+    const int responseCode = curlError ? responseCodeOf(*curlError) : 0;
+    if (responseCode <= 0)
         return;
-    }
+    const Buffer& data = *request.getDefaultReceiveBuffer();
+    kx::P<CS3ErrorResponse> response = responseIn(data);
+    if (!response && data.getSize() == 0)
+        response = responseOfStatus(responseCode, pathOf(request.getURL()), m_addressing);
+    if (!response)
+        return;
+    const HeaderMap& headers = request.getResponseHeaderMap();
+    response->complete(getHeaderFromMap(headers, "x-amz-request-id"), getHeaderFromMap(headers, "x-amz-id-2"));
     throw CS3Error(*response, responseCode, curlError->clone());
+}
+
+// libcurl speaks of a protocol that it does not support.
+void CS3Client::explainRedirect(const std::exception& error) const
+{
+    const auto* const curlError = dynamic_cast<const CCURLError*>(&error);
+    if (!curlError || curlError->getCode() != CURLE_UNSUPPORTED_PROTOCOL || responseCodeOf(*curlError) <= 0)
+        return;
+    CFailureDetails details = curlError->getDetails(); // with the address that the redirect leads to
+    details.limitText = "A redirect from the store " + m_endpointURL + " to the server " + details.host
+        + " is not followed: it does not lead to https.";
+    throw CCURLError(CURLE_UNSUPPORTED_PROTOCOL,
+        "the store redirects to a URL that is not https, which is not followed", "http", responseCodeOf(*curlError),
+        kx::String(), kx::String(), details);
 }
 
 } // namespace norla

@@ -104,7 +104,7 @@ void CS3Client::finish(CNetRequest& request, const std::string& payloadSHA256)
         .headers = {},
         .payloadSHA256 = payloadSHA256,
         .bucketOfHost = bucketOfHost(request.getURL()),
-        .time = kx::CTime::now()};
+        .time = m_corrections.now()};
     for (const auto line = headers->createIterator(); line->next();)
         toSign.headers.emplace_back(line->getName().toUTF8(), line->getValue().toUTF8());
     const size_t before = toSign.headers.size();
@@ -128,7 +128,7 @@ kx::String CS3Client::presignObjectURL(CNetRequest& request, const kx::String& m
         .headers = {},
         .payloadSHA256 = {},
         .bucketOfHost = bucketOfHost(url),
-        .time = kx::CTime::now()};
+        .time = m_corrections.now()};
     const kx::P<IS3Signer> signer = m_signer ? m_signer : kx::P<IS3Signer>(kx::newObj<CS3SignerV2>());
     const CS3Credentials credentials = m_credentials ? m_credentials->get()
                                                      : CS3Credentials{.accessKeyId = m_accessKeyId,

@@ -17,6 +17,10 @@ kx::CProps propsOf(const CS3ErrorResponse& response, int httpResponseCode)
     props.set("s3-code", response.getCode());
     props.set("s3-requestID", response.getRequestId());
     props.set("s3-resource", response.getResource());
+    if (!response.getHostId().isEmpty())
+        props.set("s3-hostID", response.getHostId());
+    if (!response.getRegion().isEmpty())
+        props.set("s3-region", response.getRegion());
     return props;
 }
 

@@ -8,7 +8,7 @@ class CS3ErrorResponse;
 
 /// The service has refused a request and said why. Domain "http" with the HTTP status as code, 0 when the status was
 /// that of a success. Properties: "responseCode", the status in decimal; "s3-code", "s3-requestID" and "s3-resource"
-/// from the service's answer.
+/// from the service's answer, and where it names them "s3-hostID" and "s3-region".
 class KX_EXPORT CS3Error : public virtual kx::CError {
 public:
     /// @param cause of which transfer it is: a CCURLError whose details name host and path, for explain(); null when

@@ -39,6 +39,14 @@ kx::P<CS3ErrorResponse> CS3ErrorResponse::createObjectNotFoundResponse(const kx:
     return kx::newObj<CS3ErrorResponse>("NoSuchKey", "The resource you requested does not exist", resource, "#dummy#");
 }
 
+void CS3ErrorResponse::complete(const kx::String& requestId, const kx::String& hostId)
+{
+    if (m_requestId.isEmpty())
+        m_requestId = requestId;
+    if (m_hostId.isEmpty())
+        m_hostId = hostId;
+}
+
 template <typename TElement>
 void CS3ErrorResponse::construct(const TElement& root)
 {
@@ -60,6 +68,10 @@ kx::String* CS3ErrorResponse::fieldFor(const auto& element)
         return &m_resource;
     if (element.isNamed("RequestId"))
         return &m_requestId;
+    if (element.isNamed("HostId"))
+        return &m_hostId;
+    if (element.isNamed("Region"))
+        return &m_region;
     return nullptr;
 }
 

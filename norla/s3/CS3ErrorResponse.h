@@ -10,7 +10,7 @@ namespace norla {
 
 class CXMLElement;
 
-/// What the service says about a failed request: its "Error" document. Immutable.
+/// What the service says about a failed request: its "Error" document.
 class KX_EXPORT CS3ErrorResponse : public kx::CBase {
 public:
     CS3ErrorResponse(
@@ -40,6 +40,15 @@ public:
     /// Names the request for the service's operators.
     const kx::String& getRequestId() const noexcept { return m_requestId; }
 
+    /// The same for those of the part of the service that has answered.
+    const kx::String& getHostId() const noexcept { return m_hostId; }
+
+    /// Where the bucket is, for a request that was signed for another region.
+    const kx::String& getRegion() const noexcept { return m_region; }
+
+    /// Fills in what the document left out. @param requestId, hostId of the answer's header
+    void complete(const kx::String& requestId, const kx::String& hostId);
+
     /// For the answers that this one is a part of. @throws as above
     explicit CS3ErrorResponse(const CXMLElement& root);
 
@@ -52,6 +61,8 @@ private:
     kx::String m_message;
     kx::String m_resource;
     kx::String m_requestId;
+    kx::String m_hostId;
+    kx::String m_region;
 };
 
 } // namespace norla

@@ -82,6 +82,11 @@ void CS3SignerV2::sign(CS3RequestToSign& request, const CS3Credentials& credenti
     request.headers = std::move(complete.headers);
 }
 
+std::vector<std::string> CS3SignerV2::getHeaderNames() const
+{
+    return {"authorization", "date", "x-amz-security-token"};
+}
+
 std::string CS3SignerV2::presign(
     const CS3RequestToSign& request, const CS3Credentials& credentials, kx::CTimeSpan lifetime)
 {

@@ -18,6 +18,8 @@ public:
     /// @throws kx::CInvalidArgError also when "Authorization" is there already
     void sign(CS3RequestToSign& request, const CS3Credentials& credentials) override;
 
+    [[nodiscard]] std::vector<std::string> getHeaderNames() const override;
+
     /// @param lifetime may be any number of seconds up to the year 9999; stores have limits of their own
     [[nodiscard]] std::string presign(
         const CS3RequestToSign& request, const CS3Credentials& credentials, kx::CTimeSpan lifetime) override;

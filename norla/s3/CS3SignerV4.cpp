@@ -20,6 +20,8 @@ namespace {
 constexpr char algorithm[] = "AWS4-HMAC-SHA256";
 constexpr char unsignedPayload[] = "UNSIGNED-PAYLOAD";
 constexpr char scopeEnd[] = "aws4_request";
+constexpr auto ownHeaders
+    = std::to_array<std::string_view>({"authorization", "x-amz-content-sha256", "x-amz-date", "x-amz-security-token"});
 constexpr size_t daySize = 8; // "20130524"
 
 std::string checkedName(const kx::String& name, const char* what)
@@ -52,11 +54,10 @@ bool equalsIgnoringCase(std::string_view a, std::string_view lowerB)
 
 void requireMissing(const CS3RequestToSign::Headers& headers)
 {
-    constexpr auto own = std::to_array<std::string_view>(
-        {"authorization", "x-amz-content-sha256", "x-amz-date", "x-amz-security-token"});
     for (const auto& [name, value] : headers) {
         const std::string_view given = name;
-        if (std::any_of(own.begin(), own.end(), [given](auto one) { return equalsIgnoringCase(given, one); }))
+        if (std::any_of(
+                ownHeaders.begin(), ownHeaders.end(), [given](auto one) { return equalsIgnoringCase(given, one); }))
             throw kx::CInvalidArgError("the header '" + kx::String::fromLatin1(name)
                     + "' is the signature's own and may not be there before it",
                 "norla::CS3SignerV4::sign");
@@ -139,6 +140,11 @@ void CS3SignerV4::sign(CS3RequestToSign& request, const CS3Credentials& credenti
             + ",SignedHeaders=" + canonical.signedHeaders
             + ",Signature=" + signatureOf(canonical.text, scope, credentials.secretAccessKey));
     request.headers = std::move(headers);
+}
+
+std::vector<std::string> CS3SignerV4::getHeaderNames() const
+{
+    return {ownHeaders.begin(), ownHeaders.end()};
 }
 
 std::string CS3SignerV4::presign(

@@ -27,6 +27,8 @@ public:
     /// @throws kx::CInvalidArgError also when one of these is there already
     void sign(CS3RequestToSign& request, const CS3Credentials& credentials) override;
 
+    [[nodiscard]] std::vector<std::string> getHeaderNames() const override;
+
     /// @param lifetime at most seven days
     [[nodiscard]] std::string presign(
         const CS3RequestToSign& request, const CS3Credentials& credentials, kx::CTimeSpan lifetime) override;

@@ -6,6 +6,7 @@
 #include "norla/s3/CS3RequestToSign.h"
 
 #include <string>
+#include <vector>
 
 namespace norla {
 
@@ -17,6 +18,9 @@ public:
     /// @throws kx::CInvalidArgError for what no request may hold, such as a header with a line end; the request is as
     /// it was then
     virtual void sign(CS3RequestToSign& request, const CS3Credentials& credentials) = 0;
+
+    /// The lower-case names of the headers that sign() may add: who signs a request again leaves them out.
+    [[nodiscard]] virtual std::vector<std::string> getHeaderNames() const = 0;
 
     /// A URL that proves it by itself, so that whoever has it may do that one thing.
     /// @param request its headers have to be sent with the URL, just so; its body is anybody's

@@ -83,6 +83,7 @@ public:
     {
         request.headers.emplace_back("X-Signer", credentials.accessKeyId.toUTF8() + " " + request.url);
     }
+    std::vector<std::string> getHeaderNames() const override { return {"x-signer"}; }
     std::string presign(
         const norla::CS3RequestToSign& request, const norla::CS3Credentials& /*credentials*/, kx::CTimeSpan) override
     {

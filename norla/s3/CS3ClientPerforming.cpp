@@ -1,0 +1,174 @@
+// How a CS3Client performs, and when it tries again.
+#include "kx/log/log.h"
+#include "kx/text/numbers.h"
+#include "kx/threads/CThread.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/core/isTransient.h"
+#include "norla/core/performWithRetries.h"
+#include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3Error.h"
+#include "norla/s3/CS3SignerV4.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace norla {
+
+namespace {
+
+constexpr int retryPauseMs = 100;
+
+kx::String describe(const kx::CError& error, int attempt)
+{
+    const auto* const s3Error = dynamic_cast<const CS3Error*>(&error);
+    const kx::String what = s3Error ? "Received " + s3Error->getS3Code() + " response from S3"
+                                    : "Got error during S3 request: " + error.getMessage();
+    return what + " (try " + kx::toString(attempt) + ").";
+}
+
+/// The URL with another region in its host, where that names the old one.
+kx::String withRegion(const kx::String& url, const kx::String& old, const kx::String& region)
+{
+    const size_t host = url.find("://") + 3;
+    const kx::String part = "." + old + ".";
+    const size_t at = url.find(part, host);
+    if (at == kx::String::npos || at > url.find("/", host))
+        return url;
+    return url.substr(0, at) + "." + region + "." + url.substr(at + part.size());
+}
+
+/// Adds a line of libcurl's list.
+void addLine(CNetHeaders& headers, std::string_view line)
+{
+    const size_t colon = line.find(':');
+    if (colon == std::string_view::npos) // "Name;"
+        headers.addEmpty(kx::String::fromUTF8(line.substr(0, line.size() - 1)));
+    else
+        headers.add(kx::String::fromUTF8(line.substr(0, colon)), kx::String::fromUTF8(line.substr(colon + 1)));
+}
+
+/// The digest of a payload; empty when it was not signed.
+std::string digestIn(std::string_view line)
+{
+    constexpr size_t digits = 64;
+    const std::string_view value = line.substr(std::min(line.size(), line.find(':') + 2));
+    return value.size() == digits ? std::string(value) : std::string();
+}
+
+kx::String nameIn(std::string_view line)
+{
+    return kx::String::fromUTF8(line.substr(0, line.find_first_of(":;"))).toLower();
+}
+
+} // namespace
+
+int CS3Client::performRequest(CNetRequest& request)
+{
+    if (m_retryPolicy)
+        return performByPolicy(request);
+    for (int attempt = 1;; ++attempt) {
+        try {
+            performAttempt(request);
+            return attempt;
+        } catch (const kx::CError& error) {
+            if (!shouldRetryRequest(error))
+                throw;
+            if (shouldSlowDown(error))
+                kx::logWarning(error, "Received slowdown response from S3", kx::String());
+            const kx::String text = describe(error, attempt);
+            if (attempt > m_maxRetries) {
+                kx::logError(error, text + " Too many retries. Giving up!", kx::String());
+                throw;
+            }
+            kx::logInfo(text + " Waiting 100ms and retrying.");
+        }
+        kx::CThread::sleep(retryPauseMs);
+        signAgain(request);
+    }
+}
+
+int CS3Client::performByPolicy(CNetRequest& request)
+{
+    CRetryPolicy policy = *m_retryPolicy;
+    if (!policy.isTransient) {
+        policy.isTransient = [this](const kx::CError& error) {
+            return isTransient(error) || (dynamic_cast<const CS3Error*>(&error) && shouldRetryRequest(error));
+        };
+    }
+    bool isFirst = true;
+    const auto attempts = performWithRetries(request, policy, [this, &request, &isFirst] {
+        if (!isFirst)
+            signAgain(request);
+        isFirst = false;
+        performAttempt(request);
+    });
+    return static_cast<int>(attempts.size());
+}
+
+void CS3Client::performAttempt(CNetRequest& request)
+{
+    constexpr int mostCorrections = 2; // time and region
+    for (int corrections = 0;; ++corrections) {
+        try {
+            performOnce(request);
+            return;
+        } catch (const kx::CError& error) {
+            if (!m_signer || corrections == mostCorrections || !correct(request, error))
+                throw;
+        }
+        signAgain(request);
+    }
+}
+
+bool CS3Client::correct(CNetRequest& request, const std::exception& error)
+{
+    if (m_corrections.learnTime(request))
+        return true;
+    const kx::String region = m_region.isEmpty() ? kx::String() : CS3Corrections::regionSaid(request, error, m_region);
+    if (region.isEmpty())
+        return false;
+    m_endpointURL = withRegion(m_endpointURL, m_region, region);
+    request.setURL(withRegion(request.getURL(), m_region, region));
+    m_signer = kx::newObj<CS3SignerV4>(region);
+    m_region = region;
+    return true;
+}
+
+// A client with a key sends what it has signed once, again and again.
+void CS3Client::signAgain(CNetRequest& request)
+{
+    const kx::P<CNetHeaders> old = request.getCustomHTTPHeaders();
+    if (!m_signer || !old)
+        return;
+    std::string payloadSHA256;
+    const std::vector<std::string> names = m_signer->getHeaderNames();
+    const auto headers = kx::newObj<CNetHeaders>();
+    for (const curl_slist* node = old->getCurlList(); node; node = node->next) {
+        const std::string_view line = node->data;
+        const std::string name = nameIn(line).toUTF8();
+        if (name == "x-amz-content-sha256")
+            payloadSHA256 = digestIn(line);
+        if (std::find(names.begin(), names.end(), name) == names.end())
+            addLine(*headers, line);
+    }
+    request.setCustomHTTPHeaders(headers.get());
+    finish(request, payloadSHA256);
+}
+
+void CS3Client::performOnce(CNetRequest& request)
+{
+    try {
+        request.perform();
+    } catch (std::exception& error) {
+        if (m_signer)
+            explainFailure(request, error);
+        tryThrowBetterError(error, *request.getDefaultReceiveBuffer());
+        if (usesTLS())
+            explainRedirect(error);
+        throw;
+    }
+}
+
+} // namespace norla
