@@ -6,6 +6,7 @@
 #include "bench/bareSockets.h"
 #include "bench/compare.h"
 #include "bench/cores.h"
+#include "bench/plainSockets.h"
 #include "bench/turns.h"
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CNetRequest.h"
@@ -108,6 +109,20 @@ bool compareAtOnce(const std::string& url, int count, int hosts)
     return good;
 }
 
+/// By how much the system's own work grows with the number of connections, whoever does the rest.
+void showPlainSockets(const std::string& url)
+{
+    const auto port = static_cast<unsigned short>(std::stoi(url.substr(url.rfind(':') + 1)));
+    for (const int count : {64, 512, 4'096}) {
+        const int runs = std::max(transfers, 4 * count);
+        const auto loop = std::make_shared<bench::CPlainSocketLoop>(port, "/small", 1024, count);
+        std::vector<bench::CContender> contenders{
+            {"the system alone", [loop, runs] { return bench::processCost([&] { loop->run(runs); }); }}};
+        bench::runInTurns(contenders, rounds);
+        bench::printTurnsRow(std::to_string(count) + " at once", contenders[0], contenders[0], runs);
+    }
+}
+
 /// Keeps the time of the first byte.
 class CFirstByteSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {
 public:
@@ -167,6 +182,7 @@ int main()
         const std::string url = server.url("/small");
         bench::useFirstCore();
         bench::printTurnsHeading("1 KiB");
+        showPlainSockets(url);
         bool good = true;
         for (const int count : {1, 8, 64, 512, 4'096})
             good &= compareAtOnce(url, count, 1);
