@@ -1,5 +1,6 @@
 // Operations of a store that CS3Client has no words of its own for.
 #include "kx/base/CInvalidArgError.h"
+#include "kx/streams/CBufferStream.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/s3/CS3AnswerSink.h"
 #include "norla/s3/CS3Client.h"
@@ -73,9 +74,9 @@ void CS3Client::setBody(CNetRequest& request, CNetHeaders& headers, const CS3Cal
     if (call.source) {
         request.setSendDataSource(call.source.get());
     } else if (size > 0) {
-        Buffer bytes;
-        bytes.append(reinterpret_cast<const unsigned char*>(call.body.data()), call.body.size());
-        request.setSendDataBuffer(&bytes);
+        const auto bytes = kx::newObj<Buffer>();
+        bytes->append(reinterpret_cast<const unsigned char*>(call.body.data()), call.body.size());
+        request.setSendDataStream(kx::newObj<kx::CBufferStream>(bytes).get()); // keeps the bytes
     }
     if (size > 0 || call.method != "DELETE")
         request.setSendDataSize(size);

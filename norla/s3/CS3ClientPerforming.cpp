@@ -89,6 +89,11 @@ int CS3Client::performRequest(CNetRequest& request)
     }
 }
 
+void CS3Client::setRetryPolicy(const CRetryPolicy& policy)
+{
+    m_retryPolicy = policy;
+}
+
 int CS3Client::performByPolicy(CNetRequest& request)
 {
     CRetryPolicy policy = *m_retryPolicy;

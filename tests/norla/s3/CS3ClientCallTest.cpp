@@ -1,0 +1,300 @@
+// Operations that a client of an endpoint performs for others, and what it learns from the store on the way.
+#include "kx/base/CInvalidArgError.h"
+#include "kx/streams/CBufferStream.h"
+#include "kx/time/CTime.h"
+#include "kx/time/CTimeFields.h"
+#include "norla/s3/CS3Error.h"
+#include "norla/s3/CS3StaticCredentials.h"
+#include "tests/norla/s3/CS3ClientFixture.h"
+#include "tests/support/errorOf.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <cstdio>
+
+namespace {
+
+using norla::CS3Call;
+using norla::CS3Client;
+using norla::CS3Endpoint;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+class CS3ClientCallTest : public CS3ClientFixture {
+protected:
+    CS3ClientCallTest() { useEndpoint(CS3Endpoint::ceph(host(), false)); }
+
+    void useEndpoint(const CS3Endpoint& endpoint)
+    {
+        const auto credentials = kx::newObj<norla::CS3StaticCredentials>(
+            norla::CS3Credentials{.accessKeyId = "AKID", .secretAccessKey = secret, .sessionToken = {}, .expiry = {}});
+        m_client = kx::newObj<CS3Client>(endpoint, credentials.get());
+        m_client->setMaxRetries(0);
+    }
+
+    CS3Client& client() { return *m_client; }
+
+    void perform(const CS3Call& call) { m_client->performCall(request(), call); }
+
+    /// The error with which the call ends.
+    kx::P<kx::CError> failureOf(const CS3Call& call)
+    {
+        return support::errorOf([&] { perform(call); });
+    }
+
+    static std::string withStatus(int status, const std::string& headers, const std::string& body = "")
+    {
+        return "HTTP/1.1 " + std::to_string(status) + " Some Reason\r\nConnection: close\r\nContent-Length: "
+            + std::to_string(body.size()) + "\r\n" + headers + "\r\n" + body;
+    }
+
+    /// "Date: ...", so many seconds from now.
+    static std::string dateHeader(long long seconds)
+    {
+        const kx::CTime time(kx::CTime::now().getMicroseconds() + seconds * 1'000'000);
+        return "Date: " + kx::CTimeFields(time, kx::CTimeFields::TypeUTC).toInternetTimestamp().toUTF8() + "\r\n";
+    }
+
+    /// The day and time that the request on that connection was signed for, without the seconds: "20130524T0000".
+    std::string signedMinute(size_t connection)
+    {
+        constexpr std::string_view name = "x-amz-date: ";
+        const std::string head = received(connection);
+        return head.substr(head.find(name) + name.size(), 13);
+    }
+
+    static std::string minuteAt(long long seconds)
+    {
+        const kx::CTimeFields fields(kx::CTime(kx::CTime::now().getMicroseconds() + seconds * 1'000'000));
+        std::array<char, 32> text{};
+        std::snprintf(text.data(), text.size(), "%04d%02d%02dT%02d%02d", static_cast<int>(fields.getYear()),
+            static_cast<int>(fields.getMonth()), static_cast<int>(fields.getDay()), static_cast<int>(fields.getHour()),
+            static_cast<int>(fields.getMinute()));
+        return text.data();
+    }
+
+    static kx::String codeOf(const kx::P<kx::CError>& error)
+    {
+        const auto* const s3Error = dynamic_cast<const norla::CS3Error*>(error.get());
+        return s3Error ? s3Error->getS3Code() : "(none)";
+    }
+
+    static inline const CS3Call get{.bucketName = "bucket", .objectName = "a/b"};
+    static constexpr long long anHour = 3600;
+
+private:
+    kx::P<CS3Client> m_client;
+};
+
+TEST_F(CS3ClientCallTest, writesParametersHeadersAndBody)
+{
+    answer(ok(""));
+    perform({.method = "POST",
+        .bucketName = "bucket",
+        .objectName = "a b",
+        .parameters = {{"uploads", ""}, {"prefix", "x&y"}},
+        .headers = {{"x-amz-acl", "private"}, {"X-Empty", ""}},
+        .body = "<x/>"});
+    EXPECT_THAT(received(), StartsWith("POST /bucket/a%20b?uploads&prefix=x%26y HTTP/1.1\r\n"));
+    EXPECT_THAT(received(), HasSubstr("\r\nx-amz-acl: private\r\n"));
+    EXPECT_THAT(received(), HasSubstr("\r\nX-Empty:\r\n"));
+    EXPECT_THAT(received(), HasSubstr("\r\nContent-Length: 4\r\n"));
+}
+
+TEST_F(CS3ClientCallTest, asksTheServiceWithoutABucket)
+{
+    answer(ok(""));
+    perform({});
+    EXPECT_THAT(received(), StartsWith("GET / HTTP/1.1\r\n"));
+}
+
+TEST_F(CS3ClientCallTest, signsTheBytesOfTheBody)
+{
+    client().prepareCall(request(), {.method = "PUT", .bucketName = "bucket", .body = "abc"});
+    EXPECT_EQ(sentHeader("x-amz-content-sha256"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+TEST_F(CS3ClientCallTest, refusesWhatMakesNoSense)
+{
+    EXPECT_THROW(perform({.objectName = "k"}), kx::CInvalidArgError);
+    EXPECT_THROW(perform({.method = "", .bucketName = "b"}), kx::CInvalidArgError);
+    EXPECT_THROW(perform({.bucketName = "b", .parameters = {{"", "x"}}}), kx::CInvalidArgError);
+    EXPECT_THROW(perform({.bucketName = "b", .headers = {{"x-amz-acl", "a\r\nb"}}}), kx::CInvalidArgError);
+    EXPECT_THROW(perform({.bucketName = "b", .headers = {{"", "a"}}}), kx::CInvalidArgError);
+    EXPECT_THROW(perform({.bucketName = "b", .sourceSize = -1}), kx::CInvalidArgError);
+}
+
+TEST_F(CS3ClientCallTest, leavesASinkAloneThatTheStoresErrorIsNotFor)
+{
+    answer(answerWith(404, errorDocument("NoSuchKey")));
+    const auto stream = kx::newObj<CS3Client::Buffer>();
+    CS3Call call = get;
+    call.sink = kx::newObj<norla::CNetRequest::CStreamDataSink>(kx::newObj<kx::CBufferStream>(stream).get());
+    EXPECT_EQ(codeOf(failureOf(call)), "NoSuchKey");
+    EXPECT_EQ(stream->getSize(), 0U);
+}
+
+TEST_F(CS3ClientCallTest, givesASinkTheObject)
+{
+    answer(ok("hello"));
+    const auto stream = kx::newObj<CS3Client::Buffer>();
+    CS3Call call = get;
+    call.sink = kx::newObj<norla::CNetRequest::CStreamDataSink>(kx::newObj<kx::CBufferStream>(stream).get());
+    perform(call);
+    EXPECT_EQ(stream->getSize(), 5U);
+}
+
+TEST_F(CS3ClientCallTest, goesByTheClockOfAStoreThatForbids)
+{
+    answer(withStatus(403, dateHeader(anHour), errorDocument("RequestTimeTooSkewed")));
+    answer(ok("hello"));
+    perform(get);
+    EXPECT_EQ(body(), "hello");
+    EXPECT_THAT(signedMinute(1), testing::AnyOf(minuteAt(anHour), minuteAt(anHour - 60)));
+}
+
+TEST_F(CS3ClientCallTest, keepsTheTimeOfTheStore)
+{
+    answer(withStatus(403, dateHeader(-anHour)));
+    answer(ok(""));
+    answer(ok(""));
+    perform(get);
+    client().prepareGetObjectRequest(request(), "bucket", "k", 0, -1);
+    EXPECT_THAT(sentHeader("x-amz-date").toUTF8(),
+        testing::AnyOf(StartsWith(minuteAt(-anHour)), StartsWith(minuteAt(-anHour - 60))));
+    client().performRequest(request());
+}
+
+TEST_F(CS3ClientCallTest, believesAClockThatIsNearOurs)
+{
+    answer(withStatus(403, dateHeader(60), errorDocument("AccessDenied")));
+    EXPECT_EQ(codeOf(failureOf(get)), "AccessDenied");
+}
+
+TEST_F(CS3ClientCallTest, believesNoClockOfAStoreThatDoesNotForbid)
+{
+    answer(withStatus(404, dateHeader(anHour), errorDocument("NoSuchKey")));
+    EXPECT_EQ(codeOf(failureOf(get)), "NoSuchKey");
+}
+
+TEST_F(CS3ClientCallTest, endsWhenTheStoreForbidsByItsOwnTimeToo)
+{
+    answer(withStatus(403, dateHeader(anHour), errorDocument("RequestTimeTooSkewed")));
+    answer(withStatus(403, dateHeader(anHour), errorDocument("AccessDenied")));
+    EXPECT_EQ(codeOf(failureOf(get)), "AccessDenied");
+}
+
+TEST_F(CS3ClientCallTest, endsWithAStoreWhoseClockRuns)
+{
+    for (int count = 1; count <= 3; ++count)
+        answer(withStatus(403, dateHeader(count * anHour), errorDocument("RequestTimeTooSkewed")));
+    EXPECT_EQ(codeOf(failureOf(get)), "RequestTimeTooSkewed");
+    EXPECT_EQ(server().connectionCount(), 3U);
+}
+
+constexpr char wrongRegion[] = "<Error><Code>AuthorizationHeaderMalformed</Code><Message>m</Message>"
+                               "<Region>eu-west-3</Region></Error>";
+
+TEST_F(CS3ClientCallTest, signsForTheRegionThatTheStoreNames)
+{
+    answer(withStatus(400, "", wrongRegion));
+    answer(ok("hello"));
+    perform(get);
+    EXPECT_EQ(body(), "hello");
+    EXPECT_THAT(received(0), HasSubstr("/us-east-1/s3/aws4_request"));
+    EXPECT_THAT(received(1), HasSubstr("/eu-west-3/s3/aws4_request"));
+}
+
+TEST_F(CS3ClientCallTest, goesToTheHostOfTheRegion)
+{
+    CS3Endpoint endpoint = CS3Endpoint::ceph("s3.us-east-1.localhost:" + kx::toString(server().getPort()), false);
+    useEndpoint(endpoint);
+    answer(withStatus(301, "x-amz-bucket-region: eu-west-3\r\n"));
+    answer(ok("hello"));
+    perform(get);
+    EXPECT_THAT(received(1), HasSubstr("\r\nHost: s3.eu-west-3.localhost:"));
+    EXPECT_THAT(client().getObjectURL(request(), "bucket", "k").toUTF8(), StartsWith("http://s3.eu-west-3.localhost:"));
+}
+
+TEST_F(CS3ClientCallTest, goesNowhereForARegionThatIsNone)
+{
+    for (const char* const region : {"evil.example/", "a b", "", "us-east-1", "A"}) {
+        answer(withStatus(301, std::string("x-amz-bucket-region: ") + region + "\r\n"));
+        EXPECT_EQ(codeOf(failureOf(get)), "PermanentRedirect") << region;
+    }
+    EXPECT_EQ(server().connectionCount(), 5U);
+}
+
+TEST_F(CS3ClientCallTest, sendsTheBodyAgainWithTheNewSignature)
+{
+    answer(withStatus(400, "", wrongRegion));
+    server().onConnection().readHead().readBytes(3).send(ok(""));
+    perform({.method = "PUT", .bucketName = "bucket", .objectName = "k", .body = "abc"});
+    EXPECT_THAT(received(1), testing::EndsWith("\r\n\r\nabc"));
+    EXPECT_THAT(received(1), HasSubstr("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
+}
+
+TEST_F(CS3ClientCallTest, saysOfAHEADWhatItsStatusStandsFor)
+{
+    CS3Call head = get;
+    head.method = "HEAD";
+    answer(withStatus(404, "x-amz-request-id: tx7\r\nx-amz-id-2: h9\r\n"));
+    const auto error = failureOf(head);
+    EXPECT_EQ(codeOf(error), "NoSuchKey");
+    EXPECT_EQ(error->getProps().get("s3-requestID"), "tx7");
+    EXPECT_EQ(error->getProps().get("s3-hostID"), "h9");
+    EXPECT_EQ(error->getProps().get("s3-resource"), "/bucket/a%2Fb");
+}
+
+TEST_F(CS3ClientCallTest, saysThatTheBucketIsMissingWhereNobodyAskedForAnObject)
+{
+    answer(withStatus(404, ""));
+    EXPECT_EQ(codeOf(failureOf({.method = "HEAD", .bucketName = "bucket"})), "NoSuchBucket");
+}
+
+TEST_F(CS3ClientCallTest, triesNoHEADAgainThatTheStoreDoesNotUnderstand)
+{
+    client().setMaxRetries(2);
+    answer(withStatus(400, ""));
+    EXPECT_EQ(codeOf(failureOf({.method = "HEAD", .bucketName = "bucket"})), "BadRequest");
+    EXPECT_EQ(server().connectionCount(), 1U);
+}
+
+TEST_F(CS3ClientCallTest, namesTheStoresHostInAnError)
+{
+    answer(withStatus(409, "", "<Error><Code>Conflict</Code><HostId>h1</HostId></Error>"));
+    EXPECT_EQ(failureOf(get)->getProps().get("s3-hostID"), "h1");
+}
+
+TEST_F(CS3ClientCallTest, triesAgainAsThePolicySays)
+{
+    client().setRetryPolicy({.attempts = 3, .firstPause = {}});
+    answer(withStatus(503, ""));
+    answer(withStatus(400, "", errorDocument("IncompleteBody")));
+    answer(ok("hello"));
+    EXPECT_EQ(client().performCall(request(), get), 3);
+    EXPECT_EQ(body(), "hello");
+}
+
+TEST_F(CS3ClientCallTest, endsWithTheLastErrorThatThePolicyAllows)
+{
+    client().setRetryPolicy({.attempts = 2, .firstPause = {}});
+    answer(withStatus(503, ""));
+    answer(withStatus(500, ""));
+    EXPECT_EQ(codeOf(failureOf(get)), "InternalError");
+}
+
+TEST_F(CS3ClientCallTest, signsEachAttemptOnce)
+{
+    client().setMaxRetries(1);
+    answer(withStatus(503, ""));
+    answer(ok(""));
+    perform(get);
+    const std::string head = received(1);
+    EXPECT_EQ(head.find("Authorization:"), head.rfind("Authorization:"));
+    EXPECT_EQ(head.find("x-amz-date:"), head.rfind("x-amz-date:"));
+}
+
+} // namespace
