@@ -23,8 +23,6 @@ namespace norla {
 
 namespace {
 
-constexpr long long expectThreshold = 1 << 20;
-
 kx::String endpointURL(bool useSSL, const kx::String& host)
 {
     if (host.toWide().find_first_of(L"/?#@ \r\n") != std::wstring::npos || host.isEmpty()) {
@@ -161,17 +159,7 @@ void CS3Client::preparePut(CNetRequest& request, const kx::String& objectURL, CN
         headers->add("Content-MD5", contentMD5);
     if (!contentType.isEmpty())
         headers->add("Content-Type", contentType);
-    leaveOutExpect(*headers, size);
-    request.setSendDataSource(source);
-    request.setSendDataSize(size);
-    finish(request, payloadSHA256);
-}
-
-// libcurl's own "Expect: 100-continue": with stores that do not answer it, it costs a second.
-void CS3Client::leaveOutExpect(CNetHeaders& headers, long long size)
-{
-    if (size > 0 && size < expectThreshold)
-        headers.add("Expect", "");
+    finish(request, setSource(request, *headers, source, size, payloadSHA256));
 }
 
 void CS3Client::putObject(CNetRequest& request, const kx::String& bucketName, const kx::String& objectName,

@@ -91,6 +91,10 @@ public:
     /// An object that is fetched into the default receive buffer may have as many bytes as maxReceiveBuffer says.
     void setSafeDefaults(const CSafeDefaults& defaults = {}) { m_safeDefaults = defaults; }
 
+    /// Whether bodies that come from a source are signed as they are sent, chunk by chunk, by a client that signs in
+    /// version 4: for requests prepared afterwards. At first only where no TLS protects them.
+    void setSignSources(bool sign) { m_signSources = sign; }
+
     /// Whether listings are asked for with percent-encoded names ("encoding-type=url"), for requests prepared
     /// afterwards; off at first. Only so can names be listed that hold what XML has no way to write, such as U+0001.
     /// listObjects(), and with it CS3ObjectEnum, decodes the names of an answer that says that they are encoded.
@@ -273,7 +277,9 @@ private:
     std::string bucketOfHost(const kx::String& url) const;
     static bool saysNotFound(const kx::CError& error);
 
-    static void setBody(CNetRequest& request, CNetHeaders& headers, const CS3Call& call);
+    static bool hasBody(const CS3Call& call);
+    std::string setSource(CNetRequest& request, CNetHeaders& headers, CNetRequest::IDataSource* source, long long size,
+        const std::string& payloadSHA256);
     static void leaveOutExpect(CNetHeaders& headers, long long size);
 
     void performOnce(CNetRequest& request);
@@ -295,6 +301,7 @@ private:
     kx::String m_region;                       // of the signer, if that is the endpoint's own; else empty
     CS3Corrections m_corrections;
     std::optional<CRetryPolicy> m_retryPolicy;
+    std::optional<bool> m_signSources;
     int m_maxRetries = 50;
     bool m_printDebugInfo = false;
     bool m_sslVerifyPeer = true;

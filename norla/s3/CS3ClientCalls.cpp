@@ -62,25 +62,24 @@ void CS3Client::prepareCall(CNetRequest& request, const CS3Call& call)
     }
     if (call.sink)
         request.setReceiveDataSink(kx::newObj<CS3AnswerSink>(call.sink, request.getDefaultReceiveBuffer()).get());
-    setBody(request, *headers, call);
-    finish(request, call.source ? call.sourceSHA256 : hexSHA256(call.body));
-}
-
-void CS3Client::setBody(CNetRequest& request, CNetHeaders& headers, const CS3Call& call)
-{
-    if (call.method == "GET" || call.method == "HEAD")
-        return;
-    const long long size = call.source ? call.sourceSize : static_cast<long long>(call.body.size());
-    if (call.source) {
-        request.setSendDataSource(call.source.get());
-    } else if (size > 0) {
+    if (!hasBody(call)) {
+        finish(request, hexSHA256(""));
+    } else if (call.source) {
+        finish(request, setSource(request, *headers, call.source.get(), call.sourceSize, call.sourceSHA256));
+    } else {
         const auto bytes = kx::newObj<Buffer>();
         bytes->append(reinterpret_cast<const unsigned char*>(call.body.data()), call.body.size());
-        request.setSendDataStream(kx::newObj<kx::CBufferStream>(bytes).get()); // keeps the bytes
+        const auto source
+            = kx::newObj<CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(bytes).get()); // keeps the bytes
+        finish(request,
+            setSource(request, *headers, source.get(), static_cast<long long>(call.body.size()), hexSHA256(call.body)));
     }
-    if (size > 0 || call.method != "DELETE")
-        request.setSendDataSize(size);
-    leaveOutExpect(headers, size);
+}
+
+bool CS3Client::hasBody(const CS3Call& call)
+{
+    const bool isAsked = call.method == "PUT" || call.method == "POST";
+    return isAsked || call.source || !call.body.empty();
 }
 
 int CS3Client::performCall(CNetRequest& request, const CS3Call& call)

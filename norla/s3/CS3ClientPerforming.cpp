@@ -49,12 +49,11 @@ void addLine(CNetHeaders& headers, std::string_view line)
         headers.add(kx::String::fromUTF8(line.substr(0, colon)), kx::String::fromUTF8(line.substr(colon + 1)));
 }
 
-/// The digest of a payload; empty when it was not signed.
-std::string digestIn(std::string_view line)
+/// What a signature has said of the body; empty when that was not signed.
+std::string payloadIn(std::string_view line)
 {
-    constexpr size_t digits = 64;
     const std::string_view value = line.substr(std::min(line.size(), line.find(':') + 2));
-    return value.size() == digits ? std::string(value) : std::string();
+    return value == "UNSIGNED-PAYLOAD" ? std::string() : std::string(value);
 }
 
 kx::String nameIn(std::string_view line)
@@ -154,7 +153,7 @@ void CS3Client::signAgain(CNetRequest& request)
         const std::string_view line = node->data;
         const std::string name = nameIn(line).toUTF8();
         if (name == "x-amz-content-sha256")
-            payloadSHA256 = digestIn(line);
+            payloadSHA256 = payloadIn(line);
         if (std::find(names.begin(), names.end(), name) == names.end())
             addLine(*headers, line);
     }

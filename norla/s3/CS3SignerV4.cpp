@@ -126,7 +126,7 @@ void CS3SignerV4::sign(CS3RequestToSign& request, const CS3Credentials& credenti
     if (credentials.accessKeyId.isEmpty())
         return;
     requireMissing(request.headers);
-    const CScope scope = scopeAt(request.time);
+    const CScope scope = scopeAt(timestampOf(request.time));
     const std::string payloadHash = request.payloadSHA256.empty() ? unsignedPayload : request.payloadSHA256;
     CS3RequestToSign::Headers headers = request.headers;
     headers.emplace_back("x-amz-content-sha256", payloadHash);
@@ -153,7 +153,7 @@ std::string CS3SignerV4::presign(
     const long long seconds = checkedSeconds(lifetime);
     if (credentials.accessKeyId.isEmpty())
         return request.url;
-    const CScope scope = scopeAt(request.time);
+    const CScope scope = scopeAt(timestampOf(request.time));
     const CS3URLParts url = splitS3URL(request.url);
     const std::string names
         = CCanonicalRequest(request.method, url, {}, request.headers, unsignedPayload).signedHeaders;
@@ -170,9 +170,17 @@ std::string CS3SignerV4::presign(
         + "&X-Amz-Signature=" + signatureOf(canonical.text, scope, credentials.secretAccessKey);
 }
 
-CS3SignerV4::CScope CS3SignerV4::scopeAt(const kx::CTime& time) const
+std::string CS3SignerV4::signChunk(const std::string& timestamp, const std::string& previousSignature,
+    const std::string& chunkSHA256, const CS3Credentials& credentials)
 {
-    const std::string timestamp = timestampOf(time);
+    const CScope scope = scopeAt(timestamp);
+    return signatureFor(std::string(algorithm) + "-PAYLOAD\n" + timestamp + "\n" + scope.text + "\n" + previousSignature
+            + "\n" + hexSHA256("") + "\n" + chunkSHA256,
+        scope, credentials.secretAccessKey);
+}
+
+CS3SignerV4::CScope CS3SignerV4::scopeAt(const std::string& timestamp) const
+{
     return {.timestamp = timestamp,
         .text = timestamp.substr(0, daySize) + "/" + m_region + "/" + m_service + "/" + scopeEnd};
 }
@@ -180,8 +188,13 @@ CS3SignerV4::CScope CS3SignerV4::scopeAt(const kx::CTime& time) const
 std::string CS3SignerV4::signatureOf(
     const std::string& canonicalRequest, const CScope& scope, const kx::String& secretAccessKey)
 {
-    const std::string text
-        = std::string(algorithm) + "\n" + scope.timestamp + "\n" + scope.text + "\n" + hexSHA256(canonicalRequest);
+    return signatureFor(
+        std::string(algorithm) + "\n" + scope.timestamp + "\n" + scope.text + "\n" + hexSHA256(canonicalRequest), scope,
+        secretAccessKey);
+}
+
+std::string CS3SignerV4::signatureFor(const std::string& text, const CScope& scope, const kx::String& secretAccessKey)
+{
     const std::lock_guard lock(m_mutex);
     if (!m_key || !m_key->isFor(scope, secretAccessKey))
         m_key = std::make_unique<CKey>(scope, m_region, m_service, secretAccessKey);

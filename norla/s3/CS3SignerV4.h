@@ -33,6 +33,14 @@ public:
     [[nodiscard]] std::string presign(
         const CS3RequestToSign& request, const CS3Credentials& credentials, kx::CTimeSpan lifetime) override;
 
+    /// The signature of a chunk of a body whose request was signed with CS3RequestToSign::streamingPayload.
+    /// @param timestamp the request's "x-amz-date"
+    /// @param previousSignature of the chunk before, or of the request
+    /// @param chunkSHA256 of the chunk's bytes, 64 lower-case hexadecimal digits
+    /// @return as many digits
+    std::string signChunk(const std::string& timestamp, const std::string& previousSignature,
+        const std::string& chunkSHA256, const CS3Credentials& credentials);
+
 private:
     class CKey;
 
@@ -41,7 +49,8 @@ private:
         std::string text;      // "20130524/us-east-1/s3/aws4_request"
     };
 
-    CScope scopeAt(const kx::CTime& time) const;
+    CScope scopeAt(const std::string& timestamp) const;
+    std::string signatureFor(const std::string& text, const CScope& scope, const kx::String& secretAccessKey);
     std::string signatureOf(
         const std::string& canonicalRequest, const CScope& scope, const kx::String& secretAccessKey);
 

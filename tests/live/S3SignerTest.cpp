@@ -1,4 +1,5 @@
 // Signatures and ways to name a bucket, judged by a real store.
+#include "kx/streams/CBufferStream.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/s3/CS3StaticCredentials.h"
 #include "tests/live/S3Session.h"
@@ -106,6 +107,22 @@ TEST_P(S3SignerTest, copiesAndLists)
     const auto page = m_client->listObjects(request(), m_bucket, "c/", "/", "a b", 10);
     EXPECT_EQ(page->getContents().size(), 1U);
     EXPECT_EQ(m_client->getObjectSize(request(), m_bucket, "c/d"), 7);
+}
+
+TEST_P(S3SignerTest, storesWhatASourceGives)
+{
+    for (const bool sign : {false, true}) {
+        m_client->setSignSources(sign);
+        for (const size_t size : {0U, 1U, 65'536U, 200'000U}) {
+            const std::string content(size, 'x');
+            const auto bytes = kx::newObj<CS3Client::Buffer>();
+            bytes->append(reinterpret_cast<const unsigned char*>(content.data()), size);
+            const auto source
+                = kx::newObj<norla::CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(bytes).get());
+            m_client->putObject(request(), m_bucket, "k", source.get(), static_cast<long long>(size), "", "");
+            EXPECT_TRUE(fetch("k") == content);
+        }
+    }
 }
 
 TEST_P(S3SignerTest, isRefusedWithAnotherSecret)

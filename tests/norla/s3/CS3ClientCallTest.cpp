@@ -236,6 +236,54 @@ TEST_F(CS3ClientCallTest, sendsTheBodyAgainWithTheNewSignature)
     EXPECT_THAT(received(1), HasSubstr("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
 }
 
+class CS3ChunkedBodyTest : public CS3ClientCallTest {
+protected:
+    /// An object that a source gives, of which it has so many bytes.
+    CS3Call put(size_t size, size_t had)
+    {
+        const std::string content(had, 'x');
+        const auto bytes = kx::newObj<CS3Client::Buffer>();
+        bytes->append(reinterpret_cast<const unsigned char*>(content.data()), had);
+        return {.method = "PUT",
+            .bucketName = "bucket",
+            .objectName = "k",
+            .headers = {{"Content-Encoding", "gzip"}},
+            .source = kx::newObj<norla::CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(bytes).get()),
+            .sourceSize = static_cast<long long>(size)};
+    }
+
+    static std::string bodyIn(const std::string& request) { return request.substr(request.find("\r\n\r\n") + 4); }
+};
+
+TEST_F(CS3ChunkedBodyTest, isSentInSignedChunks)
+{
+    server().onConnection().readHead().readBytes(65'536 + 87 + 5 + 85 + 86 + 2).send(ok(""));
+    perform(put(65'541, 65'541));
+    EXPECT_THAT(received(), HasSubstr("\r\nContent-Encoding: aws-chunked,gzip\r\n"));
+    EXPECT_THAT(received(), HasSubstr("\r\nx-amz-decoded-content-length: 65541\r\n"));
+    const std::string body = bodyIn(received());
+    EXPECT_THAT(body, StartsWith("10000;chunk-signature="));
+    EXPECT_EQ(body.substr(65'536 + 22 + 64 + 2, 24), "\r\n5;chunk-signature=" + body.substr(65'536 + 22 + 64 + 22, 4));
+    EXPECT_THAT(body, HasSubstr("\r\nxxxxx\r\n0;chunk-signature="));
+    EXPECT_THAT(body, testing::EndsWith("\r\n\r\n"));
+}
+
+TEST_F(CS3ChunkedBodyTest, beginsAnewWithAnotherSignature)
+{
+    answer(withStatus(400, "", wrongRegion));
+    server().onConnection().readHead().readBytes(85 + 3 + 86).send(ok(""));
+    perform(put(3, 3));
+    const std::string body = bodyIn(received(1));
+    EXPECT_THAT(body, StartsWith("3;chunk-signature="));
+    EXPECT_THAT(body, HasSubstr("\r\nxxx\r\n0;chunk-signature="));
+}
+
+TEST_F(CS3ChunkedBodyTest, isAnErrorWhenTheSourceHasLess)
+{
+    server().onConnection().readHead().readToEnd();
+    EXPECT_TRUE(failureOf(put(70'000, 66'000)));
+}
+
 TEST_F(CS3ClientCallTest, saysOfAHEADWhatItsStatusStandsFor)
 {
     CS3Call head = get;

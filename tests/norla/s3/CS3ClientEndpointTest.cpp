@@ -57,7 +57,21 @@ TEST_F(CS3ClientEndpointTest, doesNotReadASourceBeforeItIsSent)
 {
     const auto source = kx::newObj<norla::CNetRequest::CStreamDataSource>(
         kx::newObj<kx::CBufferStream>(kx::newObj<CS3Client::Buffer>()).get());
-    make(here())->preparePutObjectRequest(request(), "bucket", "k", source.get(), 3, "", "");
+    const auto client = make(here());
+    client->preparePutObjectRequest(request(), "bucket", "k", source.get(), 3, "", "");
+    EXPECT_EQ(sentHeader("x-amz-content-sha256"), "STREAMING-AWS4-HMAC-SHA256-PAYLOAD");
+    client->setSignSources(false);
+    client->preparePutObjectRequest(request(), "bucket", "k", source.get(), 3, "", "");
+    EXPECT_EQ(sentHeader("x-amz-content-sha256"), "UNSIGNED-PAYLOAD");
+}
+
+TEST_F(CS3ClientEndpointTest, leavesToTLSWhatASourceGives)
+{
+    CS3Endpoint endpoint = here();
+    endpoint.useTLS = true;
+    const auto source = kx::newObj<norla::CNetRequest::CStreamDataSource>(
+        kx::newObj<kx::CBufferStream>(kx::newObj<CS3Client::Buffer>()).get());
+    make(endpoint)->preparePutObjectRequest(request(), "bucket", "k", source.get(), 3, "", "");
     EXPECT_EQ(sentHeader("x-amz-content-sha256"), "UNSIGNED-PAYLOAD");
 }
 

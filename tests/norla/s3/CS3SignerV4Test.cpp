@@ -210,6 +210,26 @@ TEST_F(CS3SignerV4Test, refusesARegionThatWouldBreakTheScope)
         EXPECT_THROW(kx::newObj<norla::CS3SignerV4>(kx::String::fromLatin1(region)), kx::CInvalidArgError) << region;
 }
 
+/// A body of 66,560 times "a" in chunks of 64 KiB.
+TEST_F(CS3SignerV4Test, signsABodyInChunks)
+{
+    m_request.method = "PUT";
+    m_request.url = "https://s3.amazonaws.com/examplebucket/chunkObject.txt";
+    m_request.headers = {{"x-amz-storage-class", "REDUCED_REDUNDANCY"}, {"Content-Encoding", "aws-chunked"},
+        {"x-amz-decoded-content-length", "66560"}, {"Content-Length", "66824"}};
+    m_request.payloadSHA256 = CS3RequestToSign::streamingPayload;
+    const std::string first = signature();
+    EXPECT_EQ(first, "4f232c4386841ef735655705268965c44a0e4690baa4adea153f7db9fa80a0a9");
+    const auto next = [this](const std::string& previous, const std::string& digest) {
+        return m_signer->signChunk("20130524T000000Z", previous, digest, m_credentials);
+    };
+    const std::string second = next(first, "bf718b6f653bebc184e1479f1935b8da974d701b893afcf49e701f3e2f9f9c5a");
+    EXPECT_EQ(second, "ad80c730a21e5b8d04586a2213dd63b9a0e99e0e2307b0ade35a65485a288648");
+    const std::string third = next(second, "2edc986847e209b4016e141a6dc8716d3207350f416969382d431539bf292e4a");
+    EXPECT_EQ(third, "0055627c9e194cb4542bae2aa5492e3c1575bbb81b612b7d234b86a503ef5497");
+    EXPECT_EQ(next(third, nothingsDigest), "b6c6ea8a5354eaf15b3cb7646744f4275b71ea724fed81ceb9323e279d449df9");
+}
+
 TEST_F(CS3SignerV4Test, signsInManyThreads)
 {
     ask("GET", "/test.txt");

@@ -1,0 +1,59 @@
+// How a CS3Client sends a body.
+#include "kx/text/numbers.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/s3/CS3ChunkedSource.h"
+#include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3SignerV4.h"
+#include "norla/s3/hexSHA256.h"
+
+namespace norla {
+
+namespace {
+
+constexpr long long expectThreshold = 1 << 20;
+
+/// The lines with one more coding in front of the content's own.
+kx::P<CNetHeaders> withContentCoding(CNetHeaders& headers, const kx::String& coding)
+{
+    auto result = kx::newObj<CNetHeaders>();
+    kx::String codings = coding;
+    for (const auto line = headers.createIterator(); line->next();) {
+        if (line->getName().toLower() == "content-encoding")
+            codings += "," + line->getValue();
+        else
+            result->add(line->getName(), line->getValue());
+    }
+    result->add("Content-Encoding", codings);
+    return result;
+}
+
+} // namespace
+
+// libcurl's own "Expect: 100-continue": with stores that do not answer it, it costs a second.
+void CS3Client::leaveOutExpect(CNetHeaders& headers, long long size)
+{
+    if (size > 0 && size < expectThreshold)
+        headers.add("Expect", "");
+}
+
+/// @return what a signature says of the body
+std::string CS3Client::setSource(CNetRequest& request, CNetHeaders& headers, CNetRequest::IDataSource* source,
+    long long size, const std::string& payloadSHA256)
+{
+    const kx::P<CS3SignerV4> signer(dynamic_cast<CS3SignerV4*>(m_signer.get()));
+    const bool isSigned = signer && payloadSHA256.empty() && size > 0 && m_signSources.value_or(!usesTLS());
+    leaveOutExpect(headers, size);
+    if (!isSigned) {
+        request.setSendDataSource(source);
+        request.setSendDataSize(size);
+        return size == 0 ? hexSHA256("") : payloadSHA256;
+    }
+    const auto chunked = withContentCoding(headers, "aws-chunked");
+    chunked->add("x-amz-decoded-content-length", kx::toString(size));
+    request.setCustomHTTPHeaders(chunked.get());
+    request.setSendDataSource(kx::newObj<CS3ChunkedSource>(request, source, size, signer, m_credentials->get()).get());
+    request.setSendDataSize(CS3ChunkedSource::encodedSize(size));
+    return CS3RequestToSign::streamingPayload;
+}
+
+} // namespace norla
