@@ -1,0 +1,67 @@
+#include "norla/s3/performS3Call.h"
+
+#include "kx/base/CError.h"
+#include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3DocumentSink.h"
+#include "norla/s3/CS3Error.h"
+#include "norla/s3/CS3ErrorResponse.h"
+#include "norla/s3/forbiddenCharacters.h"
+#include "sela/CDigestType_MD5.h"
+#include "sela/base64.h"
+
+#include <optional>
+#include <utility>
+
+namespace norla {
+
+namespace {
+
+std::string performForBytes(CS3Client& client, CNetRequest& request, CS3Call call)
+{
+    const auto sink = kx::newObj<CS3DocumentSink>();
+    call.sink = sink;
+    client.performCall(request, call);
+    return sink->getBytes();
+}
+
+void requireNoS3Error(const CXMLElement& root)
+{
+    constexpr int noHTTPFailure = 0;
+    if (root.isNamed("Error"))
+        throw CS3Error(CS3ErrorResponse(root), noHTTPFailure);
+}
+
+} // namespace
+
+CS3Document performForDocument(CS3Client& client, CNetRequest& request, CS3Call call, std::string_view rootName,
+    const kx::String& title, S3DocumentText text)
+{
+    std::string bytes = performForBytes(client, request, std::move(call));
+    if (text == S3DocumentText::WithEscapedControls)
+        bytes = withForbiddenCharactersEscaped(bytes);
+    CS3Document document(bytes, title);
+    requireNoS3Error(document.getRoot());
+    if (!document.getRoot().isNamed(rootName))
+        throw kx::CError(
+            "Error parsing Amazon S3 " + title + ": unknown root element '" + document.getRoot().getName() + "'.");
+    return document;
+}
+
+void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call)
+{
+    const std::optional<CXMLTree> tree = CXMLTree::parse(performForBytes(client, request, std::move(call)));
+    if (tree && tree->hasRoot())
+        requireNoS3Error(tree->getRoot());
+}
+
+void setS3Document(CS3Call& call, std::string document)
+{
+    const auto md5 = sela::CDigestType_MD5::createDigest();
+    md5->update(document.data(), document.size());
+    md5->finish();
+    call.headers.emplace_back("Content-Type", "application/xml");
+    call.headers.emplace_back("Content-MD5", sela::base64Encode(md5->getBytes(), md5->getLength(), true, false));
+    call.body = std::move(document);
+}
+
+} // namespace norla
