@@ -1,0 +1,271 @@
+#include "norla/s3/CS3MultipartUpload.h"
+
+#include "kx/base/CInvalidArgError.h"
+#include "kx/streams/CBufferStream.h"
+#include "kx/text/numbers.h"
+#include "norla/core/CStreamDataSource.h"
+#include "norla/s3/CS3AnswerText.h"
+#include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3Error.h"
+#include "norla/s3/copySourceHeaders.h"
+#include "norla/s3/multipartDocuments.h"
+
+#include <limits>
+
+namespace norla {
+
+namespace {
+
+constexpr char multipartClass[] = "CS3MultipartUpload";
+
+void requirePartNumber(int number)
+{
+    if (number < 1 || number > mostS3Parts)
+        throw kx::CInvalidArgError(
+            "the number of a part is " + kx::toString(number) + ", and not from 1 to " + kx::toString(mostS3Parts),
+            multipartClass);
+}
+
+void addFields(CS3Call::Fields& fields, const CS3Call::Fields& more)
+{
+    fields.insert(fields.end(), more.begin(), more.end());
+}
+
+kx::String answerHeader(const CNetRequest& request, const kx::String& name)
+{
+    const auto found = request.getResponseHeaderMap().find(name);
+    return found == request.getResponseHeaderMap().end() ? kx::String() : found->second;
+}
+
+/// Where the store encrypts by a key that is not its own, entity tags are no MD5s, whatever they look like.
+bool isETagOfContent(const CNetRequest& request)
+{
+    return answerHeader(request, "x-amz-server-side-encryption-customer-algorithm").isEmpty()
+        && !answerHeader(request, "x-amz-server-side-encryption").startsWith("aws:kms");
+}
+
+} // namespace
+
+CS3MultipartUpload::CS3MultipartUpload(CS3Client* client, CNetRequest* request, const kx::String& bucketName,
+    const kx::String& objectName, const CS3MultipartOptions& options)
+    : m_client(client)
+    , m_request(request)
+    , m_bucketName(bucketName)
+    , m_objectName(objectName)
+    , m_options(options)
+{
+    if (!client || !request)
+        throw kx::CInvalidArgError("client or request is null", multipartClass);
+    if (bucketName.isEmpty() || objectName.isEmpty())
+        throw kx::CInvalidArgError("neither bucket name nor object name may be empty", multipartClass);
+}
+
+CS3MultipartUpload::~CS3MultipartUpload() = default;
+
+void CS3MultipartUpload::create()
+{
+    if (!m_id.isEmpty())
+        throw kx::CError("The object '" + m_objectName + "' has an upload already.");
+    CS3Call call = callFor("POST", {{"uploads", ""}});
+    call.headers = m_options.headers;
+    addFields(call.headers, m_options.partHeaders);
+    m_id = uploadIdIn(documentFor(call));
+}
+
+void CS3MultipartUpload::attach(const kx::String& uploadId)
+{
+    if (uploadId.isEmpty())
+        throw kx::CInvalidArgError("the id of an upload must not be empty", multipartClass);
+    m_id = uploadId;
+    m_parts.clear();
+}
+
+kx::String CS3MultipartUpload::uploadPart(int number, const void* data, size_t size)
+{
+    const auto bytes = kx::newObj<CNetRequest::Buffer>();
+    bytes->append(static_cast<const unsigned char*>(data), size);
+    const auto source = kx::newObj<CStreamDataSource>(kx::newObj<kx::CBufferStream>(bytes).get());
+    return uploadPart(number, source.get(), static_cast<long long>(size));
+}
+
+kx::String CS3MultipartUpload::uploadPart(int number, CNetRequest::IDataSource* source, long long size)
+{
+    if (!source || size < 0)
+        throw kx::CInvalidArgError("a part needs a source and a size", multipartClass);
+    const CS3PartDigest digest = CS3PartDigest::of(*source, size);
+    prepareUploadPart(*m_request, number, source, digest);
+    m_client->performRequest(*m_request);
+    return finishUploadPart(*m_request, number, digest);
+}
+
+void CS3MultipartUpload::prepareUploadPart(
+    CNetRequest& request, int number, CNetRequest::IDataSource* source, const CS3PartDigest& digest)
+{
+    if (!source)
+        throw kx::CInvalidArgError("a part needs a source", multipartClass);
+    CS3Call call = partCall(number);
+    call.headers.emplace_back("Content-MD5", digest.contentMD5);
+    call.source = kx::P<CNetRequest::IDataSource>(source);
+    call.sourceSize = digest.size;
+    call.sourceSHA256 = digest.sha256;
+    call.sink = kx::newObj<CS3AnswerText>();
+    m_client->prepareCall(request, call);
+}
+
+kx::String CS3MultipartUpload::finishUploadPart(const CNetRequest& request, int number, const CS3PartDigest& digest)
+{
+    const kx::String eTag = answerHeader(request, "etag");
+    const std::string md5 = isETagOfContent(request) ? md5InETag(eTag) : std::string();
+    if (!md5.empty() && md5 != digest.md5)
+        throw kx::CError("Part " + kx::toString(number) + " of '" + m_objectName + "' has the ETag " + eTag
+            + " at the store, and the MD5 " + kx::String::fromUTF8(digest.md5) + " here.");
+    return keepPart(number, eTag, digest.size);
+}
+
+kx::String CS3MultipartUpload::uploadPartCopy(
+    int number, const CS3CopySource& source, long long start, long long length)
+{
+    if (start < 0 || length < -1 || length == 0 || (length == -1 && start != 0)
+        || length > std::numeric_limits<long long>::max() - start)
+        throw kx::CInvalidArgError(
+            "there is no such range as " + kx::toString(length) + " bytes from " + kx::toString(start) + " on",
+            multipartClass);
+    CS3Call call = partCall(number);
+    addFields(call.headers, copySourceHeaders(*m_request, source));
+    if (length > 0)
+        call.headers.emplace_back(
+            "x-amz-copy-source-range", "bytes=" + kx::toString(start) + "-" + kx::toString(start + length - 1));
+    return keepPart(number, eTagIn(documentFor(call), "CopyPartResult"), length);
+}
+
+kx::TArray<CS3UploadedPart> CS3MultipartUpload::listParts()
+{
+    requireId();
+    kx::TArray<CS3UploadedPart> parts;
+    int marker = 0;
+    do {
+        CS3Call call = callFor("GET", {});
+        if (m_options.partsPerPage > 0)
+            call.parameters.emplace_back("max-parts", kx::toString(m_options.partsPerPage));
+        if (marker > 0)
+            call.parameters.emplace_back("part-number-marker", kx::toString(marker));
+        call.parameters.emplace_back("uploadId", m_id);
+        const CS3PartPage page = partsIn(documentFor(call), marker);
+        parts.insert(parts.end(), page.parts.begin(), page.parts.end());
+        marker = page.nextMarker;
+    } while (marker > 0);
+    m_parts.clear();
+    for (const CS3UploadedPart& part : parts)
+        m_parts[part.number] = part;
+    return parts;
+}
+
+kx::String CS3MultipartUpload::complete()
+{
+    kx::TArray<CS3UploadedPart> parts;
+    for (const auto& [number, part] : m_parts)
+        parts.push_back(part);
+    return complete(parts);
+}
+
+kx::String CS3MultipartUpload::complete(const kx::TArray<CS3UploadedPart>& parts)
+{
+    requireId();
+    if (parts.empty())
+        throw kx::CError("The upload of '" + m_objectName + "' has no parts.");
+    int last = 0;
+    for (const CS3UploadedPart& part : parts) {
+        requirePartNumber(part.number);
+        if (part.number <= last)
+            throw kx::CInvalidArgError(
+                "part " + kx::toString(part.number) + " stands behind part " + kx::toString(last), multipartClass);
+        requireETag(part.eTag, "part " + kx::toString(part.number));
+        last = part.number;
+    }
+    CS3Call call = callFor("POST", {{"uploadId", m_id}});
+    call.headers = m_options.completeHeaders;
+    call.headers.emplace_back("Content-Type", "application/xml");
+    call.body = completionOf(parts);
+    kx::String eTag;
+    try {
+        eTag = eTagIn(documentFor(call), "CompleteMultipartUploadResult");
+    } catch (const CS3Error& error) {
+        const std::string expected = eTagOfParts(parts);
+        if (error.getS3Code() != "NoSuchUpload" || expected.empty() || !isCompleted(expected))
+            throw;
+        eTag = "\"" + kx::String::fromUTF8(expected) + "\"";
+    }
+    m_id = kx::String();
+    m_parts.clear();
+    return eTag;
+}
+
+void CS3MultipartUpload::abort()
+{
+    requireId();
+    CS3Call call = callFor("DELETE", {{"uploadId", m_id}});
+    try {
+        documentFor(call);
+    } catch (const kx::CError& error) {
+        if (!m_client->isNotFoundError(error))
+            throw;
+    }
+    m_id = kx::String();
+    m_parts.clear();
+}
+
+CS3Call CS3MultipartUpload::callFor(const kx::String& method, const CS3Call::Fields& parameters) const
+{
+    CS3Call call;
+    call.method = method;
+    call.bucketName = m_bucketName;
+    call.objectName = m_objectName;
+    call.parameters = parameters;
+    return call;
+}
+
+CS3Call CS3MultipartUpload::partCall(int number) const
+{
+    requireId();
+    requirePartNumber(number);
+    CS3Call call = callFor("PUT", {{"partNumber", kx::toString(number)}, {"uploadId", m_id}});
+    call.headers = m_options.partHeaders;
+    return call;
+}
+
+std::string CS3MultipartUpload::documentFor(CS3Call& call)
+{
+    const auto answer = kx::newObj<CS3AnswerText>();
+    call.sink = answer;
+    m_client->performCall(*m_request, call);
+    return answer->get();
+}
+
+void CS3MultipartUpload::requireId() const
+{
+    if (m_id.isEmpty())
+        throw kx::CError("The object '" + m_objectName + "' has no upload: neither create() nor attach() was called.");
+}
+
+kx::String CS3MultipartUpload::keepPart(int number, const kx::String& eTag, long long size)
+{
+    requireETag(eTag, "part " + kx::toString(number) + " of '" + m_objectName + "'");
+    m_parts[number] = {number, eTag, size};
+    return eTag;
+}
+
+// What the store says of the object is not its word on the upload: no failure here hides that.
+bool CS3MultipartUpload::isCompleted(const std::string& eTag)
+{
+    CS3Call call = callFor("HEAD", {});
+    call.headers = m_options.partHeaders;
+    try {
+        m_client->performCall(*m_request, call);
+    } catch (const kx::CError&) {
+        return false;
+    }
+    const kx::String found = answerHeader(*m_request, "etag").toLower();
+    return found == kx::String::fromUTF8(eTag) || found == "\"" + kx::String::fromUTF8(eTag) + "\"";
+}
+
+} // namespace norla
