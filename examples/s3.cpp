@@ -10,8 +10,11 @@
 #include "examples/terminal.h"
 #include "kx/files/CInputFile.h"
 #include "kx/files/COutputFile.h"
+#include "norla/s3/CS3Buckets.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3ObjectEnum.h"
+#include "norla/s3/CS3SharedCredentialsFile.h"
+#include "norla/s3/CS3StaticCredentials.h"
 #include "sela/CDigestType_MD5.h"
 #include "sela/base64.h"
 
@@ -55,10 +58,24 @@ using Words = std::vector<std::string>;
 class CCommands {
 public:
     /// @param pageSize of a listing, -1 for the store's choice
-    CCommands(kx::P<norla::CS3Client> client, int pageSize)
+    /// @param lifetime of presigned URLs
+    CCommands(kx::P<norla::CS3Client> client, int pageSize, kx::CTimeSpan lifetime)
         : m_client(std::move(client))
         , m_pageSize(pageSize)
+        , m_lifetime(lifetime)
     {
+    }
+
+    void makeBucket(const Words& words)
+    {
+        const kx::String bucket = textOf(words[0], "BUCKET");
+        naming(bucket, m_request.get(), [&] { norla::CS3Buckets(m_client.get(), m_request.get()).create(bucket); });
+    }
+
+    void removeBucket(const Words& words)
+    {
+        const kx::String bucket = textOf(words[0], "BUCKET");
+        naming(bucket, m_request.get(), [&] { norla::CS3Buckets(m_client.get(), m_request.get()).remove(bucket); });
     }
 
     /// The file is read twice: for its digest, and to be sent.
@@ -101,6 +118,24 @@ public:
         const kx::String newKey = textOf(words[1], "NEWKEY");
         naming(place.name() + " to " + newKey, m_request.get(),
             [&] { m_client->copyObject(*m_request, place.bucket, place.key, newKey); });
+    }
+
+    void move(const Words& words)
+    {
+        const CPlace place(words[0]);
+        if (place.key == textOf(words[1], "NEWKEY"))
+            throw usageError("the object has that key already"); // it would be removed
+        copy(words);
+        remove({words[0]});
+    }
+
+    /// A URL for whoever has no key of the store.
+    void presign(const Words& words)
+    {
+        const CPlace place(words[0]);
+        naming(place.name(), m_request.get(), [&] {
+            print(m_client->presignObjectURL(*m_request, "GET", place.bucket, place.key, m_lifetime).toUTF8() + '\n');
+        });
     }
 
     void remove(const Words& words)
@@ -152,6 +187,7 @@ private:
 
     const kx::P<norla::CS3Client> m_client;
     const int m_pageSize;
+    const kx::CTimeSpan m_lifetime;
     const kx::P<norla::CNetRequest> m_request = kx::newObj<norla::CNetRequest>();
 };
 
@@ -160,8 +196,12 @@ const std::vector<TCommand<CCommands>> commands{
     {"get", {"BUCKET/KEY", "FILE"}, "fetches an object, piece by piece", &CCommands::get},
     {"ls", {"BUCKET[/PREFIX]"}, "lists objects: size, time, key", &CCommands::list},
     {"cp", {"BUCKET/KEY", "NEWKEY"}, "copies within the bucket", &CCommands::copy},
+    {"mv", {"BUCKET/KEY", "NEWKEY"}, "gives an object another key", &CCommands::move},
     {"rm", {"BUCKET/KEY"}, "removes an object", &CCommands::remove},
     {"stat", {"BUCKET/KEY"}, "shows size, type and time", &CCommands::stat},
+    {"presign", {"BUCKET/KEY"}, "prints a URL by which anybody may fetch it", &CCommands::presign},
+    {"mb", {"BUCKET"}, "makes a bucket", &CCommands::makeBucket},
+    {"rb", {"BUCKET"}, "removes an empty bucket", &CCommands::removeBucket},
 };
 
 const CProgram program{
@@ -169,21 +209,37 @@ const CProgram program{
     .operands = {"COMMAND..."},
     .purpose = "Works on the objects of an S3 store. The commands:\n" + helpOf(commands),
     .options = {
-        {"--endpoint", "HOST[:PORT]", "the store (default: s3.amazonaws.com)"},
+        {"--endpoint", "HOST[:PORT]", "the store (default: Amazon's, of the region)"},
+        {"--region", "NAME", "where the buckets are (default: us-east-1)"},
+        {"--profile", "NAME", "the credentials of that name in ~/.aws/credentials"},
         {"--http", "", "without TLS"},
+        {"--expires", "SECONDS", "how long a presigned URL is good for, 1 to 604800 (default: 3600)"},
         {"--page", "COUNT", "list so many objects with each request, 1 to 1000"},
     },
-    .notes = R"(The environment gives the credentials: S3_ACCESS_KEY_ID and
+    .notes = R"(Without --profile the environment gives the credentials: S3_ACCESS_KEY_ID and
 S3_SECRET_ACCESS_KEY. What is not set there is asked for at the terminal.
 )",
 };
 
+kx::P<norla::IS3Credentials> credentialsOf(const CArguments& arguments)
+{
+    if (arguments.has("--profile"))
+        return kx::newObj<norla::CS3SharedCredentialsFile>(Path(), arguments.text("--profile"));
+    return kx::newObj<norla::CS3StaticCredentials>(
+        norla::CS3Credentials{.accessKeyId = secretOf("S3_ACCESS_KEY_ID", "Access key id"),
+            .secretAccessKey = secretOf("S3_SECRET_ACCESS_KEY", "Secret access key"),
+            .sessionToken = {},
+            .expiry = {}});
+}
+
 kx::P<norla::CS3Client> clientOf(const CArguments& arguments)
 {
-    const kx::String accessKeyId = secretOf("S3_ACCESS_KEY_ID", "Access key id");
-    const kx::String secret = secretOf("S3_SECRET_ACCESS_KEY", "Secret access key");
-    const kx::String endpoint = arguments.has("--endpoint") ? arguments.text("--endpoint") : "s3.amazonaws.com";
-    auto client = kx::newObj<norla::CS3Client>(accessKeyId, secret, !arguments.has("--http"), endpoint);
+    const kx::String region = arguments.has("--region") ? arguments.text("--region") : "us-east-1";
+    auto endpoint = norla::CS3Endpoint::aws(region);
+    if (arguments.has("--endpoint"))
+        endpoint = {.host = arguments.text("--endpoint"), .region = region};
+    endpoint.useTLS = !arguments.has("--http");
+    auto client = kx::newObj<norla::CS3Client>(endpoint, credentialsOf(arguments).get());
     client->setSafeDefaults();
     client->setMaxRetries(5);
     return client;
@@ -195,7 +251,10 @@ int s3(const CArguments& arguments)
     const auto& command = commandOf(commands, words);
     const bool hasPage = arguments.has("--page");
     const long long pageSize = hasPage ? numberOf(arguments.text("--page"), "the value of --page", 1, 1000) : -1;
-    CCommands work(clientOf(arguments), static_cast<int>(pageSize));
+    const long long seconds = arguments.has("--expires")
+        ? numberOf(arguments.text("--expires"), "the value of --expires", 1, 7 * 24 * 3600)
+        : 3600;
+    CCommands work(clientOf(arguments), static_cast<int>(pageSize), kx::CTimeSpan::fromSeconds(seconds));
     (work.*command.run)({words.begin() + 1, words.end()});
     return exitDone;
 }

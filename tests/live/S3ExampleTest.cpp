@@ -29,6 +29,16 @@ protected:
             .terminal = terminal});
     }
 
+    /// The same without credentials in the environment.
+    CProcessRun s3ByProfile(std::vector<std::string> words)
+    {
+        const auto file = m_folder.write("credentials",
+            "[other]\naws_access_key_id = " + s_store->accessKeyId() + "\naws_secret_access_key = " + m_secret + "\n");
+        words.insert(words.begin(), {"s3", "--endpoint", s_store->host(), "--http", "--profile", "other"});
+        return live::run(
+            {.arguments = std::move(words), .environment = {"AWS_SHARED_CREDENTIALS_FILE=" + file.string()}});
+    }
+
     CProcessRun s3ToFullDisk(std::vector<std::string> words)
     {
         words.insert(words.begin(), {"s3", "--endpoint", s_store->host(), "--http"});
@@ -59,6 +69,46 @@ protected:
 private:
     static inline std::unique_ptr<support::CCephServer> s_store;
 };
+
+TEST_F(S3ExampleTest, makesAndRemovesABucket)
+{
+    EXPECT_EQ(s3({"mb", "another"}).errors(), "");
+    EXPECT_EQ(s3({"ls", "another"}).exitStatus(), 0);
+    EXPECT_EQ(s3({"rb", "another"}).errors(), "");
+    EXPECT_EQ(s3({"ls", "another"}).exitStatus(), 1);
+}
+
+TEST_F(S3ExampleTest, lendsAnObjectByAURL)
+{
+    const auto file = m_folder.write("lent.txt", "lent").string();
+    EXPECT_EQ(s3({"put", file, "bucket/lent"}).exitStatus(), 0);
+    const std::string url = s3({"--expires", "60", "presign", "bucket/lent"}).output();
+    ASSERT_TRUE(url.ends_with("\n"));
+    EXPECT_EQ(live::run(std::vector<std::string>{"hello", url.substr(0, url.size() - 1)}).output(), "lent");
+}
+
+TEST_F(S3ExampleTest, givesAnObjectAnotherKey)
+{
+    const auto file = m_folder.write("moved.txt", "moved").string();
+    EXPECT_EQ(s3({"put", file, "bucket/old"}).exitStatus(), 0);
+    EXPECT_EQ(s3({"mv", "bucket/old", "new"}).errors(), "");
+    EXPECT_EQ(s3({"stat", "bucket/old"}).exitStatus(), 1);
+    EXPECT_EQ(s3({"stat", "bucket/new"}).exitStatus(), 0);
+}
+
+TEST_F(S3ExampleTest, keepsAnObjectThatIsToHaveItsOwnKey)
+{
+    const auto file = m_folder.write("same.txt", "same").string();
+    EXPECT_EQ(s3({"put", file, "bucket/same"}).exitStatus(), 0);
+    EXPECT_EQ(s3({"mv", "bucket/same", "same"}).exitStatus(), 2);
+    EXPECT_EQ(s3({"stat", "bucket/same"}).exitStatus(), 0);
+}
+
+TEST_F(S3ExampleTest, takesTheCredentialsOfAProfile)
+{
+    const auto listed = s3ByProfile({"ls", "bucket"});
+    EXPECT_EQ(listed.exitStatus(), 0) << listed.errors();
+}
 
 TEST_F(S3ExampleTest, worksOnObjects)
 {
@@ -121,7 +171,7 @@ TEST_F(S3ExampleTest, explainsFailures)
     const auto missing = s3({"get", "bucket/missing", (m_folder.path() / "fetched").string()});
     EXPECT_EQ(missing.exitStatus(), 1);
     EXPECT_EQ(missing.errors(),
-        "s3: bucket/missing: HTTP response code said error (response code: http 404)\n  404 Not Found\n");
+        "s3: bucket/missing: Amazon S3 error: The object does not exist(NoSuchKey)\n  404 Not Found\n");
     EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
 
     const auto unread = s3({"put", "/nowhere/file", "bucket/k"});
