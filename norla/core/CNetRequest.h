@@ -249,6 +249,9 @@ public:
     void setSendDataSource(IDataSource* source);
     void setSendDataStream(kx::IInStream* stream);
 
+    /// As set, by whichever of these; null while none was.
+    kx::P<IDataSource> getSendDataSource() const;
+
     /// Sends what the buffer holds; the caller keeps it alive and unchanged until the transfer has ended. Not null.
     void setSendDataBuffer(const Buffer* buffer);
 

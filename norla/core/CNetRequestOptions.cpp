@@ -297,6 +297,11 @@ void CNetRequest::setSendDataSource(IDataSource* source)
     m_rooms->sending.setSource(source);
 }
 
+kx::P<CNetRequest::IDataSource> CNetRequest::getSendDataSource() const
+{
+    return m_rooms->sending.getSource();
+}
+
 void CNetRequest::setSendDataStream(kx::IInStream* stream)
 {
     setSendDataSource(kx::newObj<CStreamDataSource>(stream).get());

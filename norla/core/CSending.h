@@ -53,6 +53,7 @@ public:
     /// A source whose size belongs to it: it is forgotten with the source.
     /// @param size in bytes; -1 when unknown
     void setSizedSource(IDataSource* source, long long size);
+    const kx::P<IDataSource>& getSource() const noexcept { return m_source; }
     bool hasSource(const IDataSource& source) const noexcept { return m_source.get() == &source; }
 
     void setBuffer(const CNetRequest::Buffer& buffer);

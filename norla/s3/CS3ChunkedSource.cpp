@@ -44,15 +44,18 @@ std::string headerOf(CNetRequest& request, const char* name)
 
 } // namespace
 
-CS3ChunkedSource::CS3ChunkedSource(CNetRequest& request, kx::P<CNetRequest::IDataSource> source, long long size,
-    kx::P<CS3SignerV4> signer, const CS3Credentials& credentials)
+CS3ChunkedSource::CS3ChunkedSource(CNetRequest& request, kx::P<CNetRequest::IDataSource> source, long long size)
     : m_request(request)
     , m_source(std::move(source))
     , m_size(size)
-    , m_signer(std::move(signer))
-    , m_credentials(credentials)
     , m_left(size)
 {
+}
+
+void CS3ChunkedSource::setKey(kx::P<CS3SignerV4> signer, const CS3Credentials& credentials)
+{
+    m_signer = std::move(signer);
+    m_credentials = credentials;
 }
 
 CS3ChunkedSource::~CS3ChunkedSource() = default;

@@ -10,18 +10,20 @@
 
 namespace norla {
 
-/// A body that is signed as it is sent, chunk by chunk, each with the signature of the one before: the content coding
+/// A body that is signed as it is sent, chunk by chunk, each with the signature of the one before: the form
 /// "aws-chunked" of S3. The first one goes on from the signature of the request, as its headers have it when the body
 /// begins.
 class CS3ChunkedSource : public kx::CBase, public virtual CNetRequest::IDataSource {
 public:
     /// @param request whose body it is, and which keeps it
     /// @param size of what the source gives, in bytes
-    CS3ChunkedSource(CNetRequest& request, kx::P<CNetRequest::IDataSource> source, long long size,
-        kx::P<CS3SignerV4> signer, const CS3Credentials& credentials);
+    CS3ChunkedSource(CNetRequest& request, kx::P<CNetRequest::IDataSource> source, long long size);
     CS3ChunkedSource(const CS3ChunkedSource&) = delete;
     CS3ChunkedSource& operator=(const CS3ChunkedSource&) = delete;
     ~CS3ChunkedSource() override;
+
+    /// By what the request was signed, each time before the body begins.
+    void setKey(kx::P<CS3SignerV4> signer, const CS3Credentials& credentials);
 
     /// Of the chunks with all that stands between them.
     static long long encodedSize(long long size) noexcept;
@@ -40,8 +42,8 @@ private:
     CNetRequest& m_request;
     const kx::P<CNetRequest::IDataSource> m_source;
     const long long m_size;
-    const kx::P<CS3SignerV4> m_signer;
-    const CS3Credentials m_credentials;
+    kx::P<CS3SignerV4> m_signer;
+    CS3Credentials m_credentials;
     std::string m_timestamp;
     std::string m_signature; // of the chunk before
     std::string m_chunk;     // encoded

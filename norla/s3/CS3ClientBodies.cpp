@@ -12,21 +12,6 @@ namespace {
 
 constexpr long long expectThreshold = 1 << 20;
 
-/// The lines with one more coding in front of the content's own.
-kx::P<CNetHeaders> withContentCoding(CNetHeaders& headers, const kx::String& coding)
-{
-    auto result = kx::newObj<CNetHeaders>();
-    kx::String codings = coding;
-    for (const auto line = headers.createIterator(); line->next();) {
-        if (line->getName().toLower() == "content-encoding")
-            codings += "," + line->getValue();
-        else
-            result->add(line->getName(), line->getValue());
-    }
-    result->add("Content-Encoding", codings);
-    return result;
-}
-
 } // namespace
 
 // libcurl's own "Expect: 100-continue": with stores that do not answer it, it costs a second.
@@ -40,18 +25,18 @@ void CS3Client::leaveOutExpect(CNetHeaders& headers, long long size)
 std::string CS3Client::setSource(CNetRequest& request, CNetHeaders& headers, CNetRequest::IDataSource* source,
     long long size, const std::string& payloadSHA256)
 {
-    const kx::P<CS3SignerV4> signer(dynamic_cast<CS3SignerV4*>(m_signer.get()));
-    const bool isSigned = signer && payloadSHA256.empty() && size > 0 && m_signSources.value_or(!usesTLS());
+    const bool isSigned = dynamic_cast<CS3SignerV4*>(m_signer.get()) && payloadSHA256.empty() && size > 0
+        && m_signSources.value_or(!usesTLS());
     leaveOutExpect(headers, size);
     if (!isSigned) {
         request.setSendDataSource(source);
         request.setSendDataSize(size);
         return size == 0 ? hexSHA256("") : payloadSHA256;
     }
-    const auto chunked = withContentCoding(headers, "aws-chunked");
-    chunked->add("x-amz-decoded-content-length", kx::toString(size));
-    request.setCustomHTTPHeaders(chunked.get());
-    request.setSendDataSource(kx::newObj<CS3ChunkedSource>(request, source, size, signer, m_credentials->get()).get());
+    // Without the "Content-Encoding: aws-chunked" of the documentation, which is as good and which some stores keep with
+    // the object, for readers who know of no such coding.
+    headers.add("x-amz-decoded-content-length", kx::toString(size));
+    request.setSendDataSource(kx::newObj<CS3ChunkedSource>(request, source, size).get());
     request.setSendDataSize(CS3ChunkedSource::encodedSize(size));
     return CS3RequestToSign::streamingPayload;
 }

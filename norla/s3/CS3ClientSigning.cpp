@@ -2,6 +2,7 @@
 #include "kx/base/CError.h"
 #include "kx/base/CInvalidArgError.h"
 #include "norla/core/CNetHeaders.h"
+#include "norla/s3/CS3ChunkedSource.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3SignerV2.h"
 #include "norla/s3/hexSHA256.h"
@@ -108,7 +109,11 @@ void CS3Client::finish(CNetRequest& request, const std::string& payloadSHA256)
     for (const auto line = headers->createIterator(); line->next();)
         toSign.headers.emplace_back(line->getName().toUTF8(), line->getValue().toUTF8());
     const size_t before = toSign.headers.size();
-    m_signer->sign(toSign, m_credentials->get());
+    const CS3Credentials credentials = m_credentials->get();
+    m_signer->sign(toSign, credentials);
+    if (const auto chunked
+        = kx::P<CS3ChunkedSource>(dynamic_cast<CS3ChunkedSource*>(request.getSendDataSource().get())))
+        chunked->setKey(kx::P<CS3SignerV4>(dynamic_cast<CS3SignerV4*>(m_signer.get())), credentials);
     for (size_t i = before; i < toSign.headers.size(); ++i)
         headers->add(kx::String::fromUTF8(toSign.headers[i].first), kx::String::fromUTF8(toSign.headers[i].second));
     headers->sendEmpty("x-amz-"); // they are signed

@@ -121,6 +121,7 @@ TEST_P(S3SignerTest, storesWhatASourceGives)
                 = kx::newObj<norla::CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(bytes).get());
             m_client->putObject(request(), m_bucket, "k", source.get(), static_cast<long long>(size), "", "");
             EXPECT_TRUE(fetch("k") == content);
+            EXPECT_FALSE(request().getResponseHeaderMap().contains("content-encoding"));
         }
     }
 }

@@ -128,7 +128,7 @@ TEST_F(CS3ObjectsPutTest, readsASourceOnceMoreForAChecksumAlone)
         EXPECT_EQ(source->getStarts(), starts);
     }
     server().join();
-    EXPECT_THAT(server().received(0), HasSubstr("x-amz-content-sha256: UNSIGNED-PAYLOAD\r\n"));
+    EXPECT_THAT(server().received(0), HasSubstr("x-amz-content-sha256: STREAMING-AWS4-HMAC-SHA256-PAYLOAD\r\n"));
     EXPECT_THAT(server().received(1),
         HasSubstr("x-amz-content-sha256: ba7816bf8f01cfea414140de5dae2223b00361a396177a9c"
                   "b410ff61f20015ad\r\n")); // known anyway
