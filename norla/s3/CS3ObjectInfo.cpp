@@ -46,6 +46,16 @@ kx::TMap<kx::String, kx::String> infoMetadata(const InfoHeaders& headers)
     return metadata;
 }
 
+/// Some stores keep of an object how it has come to them, in signed chunks, in which nobody gets it.
+kx::String infoEncoding(const InfoHeaders& headers)
+{
+    const kx::String way = "aws-chunked";
+    const kx::String encoding = infoText(headers, "content-encoding");
+    if (encoding.toLower() == way)
+        return {};
+    return encoding.toLower().startsWith(way + ",") ? encoding.substr(way.size() + 1).trim() : encoding;
+}
+
 } // namespace
 
 CS3ObjectInfo CS3ObjectInfo::fromChangeHeaders(const HeaderMap& headers)
@@ -70,7 +80,7 @@ CS3ObjectInfo CS3ObjectInfo::fromObjectHeaders(const HeaderMap& headers)
     info.contentType = infoText(headers, "content-type");
     info.cacheControl = infoText(headers, "cache-control");
     info.contentDisposition = infoText(headers, "content-disposition");
-    info.contentEncoding = infoText(headers, "content-encoding");
+    info.contentEncoding = infoEncoding(headers);
     info.contentLanguage = infoText(headers, "content-language");
     info.expires = infoTime(headers, "expires");
     info.metadata = infoMetadata(headers);

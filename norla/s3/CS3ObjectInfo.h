@@ -23,7 +23,7 @@ struct CS3ObjectInfo {
     kx::String contentType;
     kx::String cacheControl;
     kx::String contentDisposition;
-    kx::String contentEncoding;
+    kx::String contentEncoding; ///< without "aws-chunked", which some stores keep of the way an object has come
     kx::String contentLanguage;
     kx::CTime expires;
     kx::TMap<kx::String, kx::String> metadata; ///< lower-case name, without "x-amz-meta-"; encoded words are decoded

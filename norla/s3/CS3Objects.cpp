@@ -10,14 +10,15 @@
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3DigestingSource.h"
-#include "norla/s3/CS3Error.h"
+#include "norla/s3/CS3DocumentSink.h"
 #include "norla/s3/CS3HeaderFields.h"
 #include "norla/s3/documentTime.h"
 #include "norla/s3/hexSHA256.h"
 #include "norla/s3/objectCall.h"
+#include "norla/s3/performS3Call.h"
 
-#include <algorithm>
-#include <string>
+#include <optional>
+#include <utility>
 
 namespace norla {
 
@@ -118,7 +119,7 @@ CS3ObjectInfo CS3Objects::performPut(CS3Call& call, const CS3PutOptions& options
         sent = kx::newObj<CS3DigestingSource>(call.source, call.sourceSize);
         call.source = sent;
     }
-    performForAnswer(call);
+    performForNothing(*m_client, *m_request, call);
     const auto& answer = m_request->getResponseHeaderMap();
     if (sent)
         sent->requireAsSaid(answer, textOf(call));
@@ -153,10 +154,9 @@ CS3ObjectInfo CS3Objects::get(const kx::String& bucketName, const kx::String& ob
 CS3ObjectInfo CS3Objects::get(const kx::String& bucketName, const kx::String& objectName, CNetRequest::Buffer* bytes,
     const CS3GetOptions& options)
 {
-    constexpr long long anyNumber = -1; // the bound has been looked at
     if (!bytes)
         throw kx::CInvalidArgError("bytes is null", "CS3Objects::get");
-    return get(bucketName, objectName, kx::newObj<CS3BufferSink>(bytes, anyNumber, objectName).get(), options);
+    return get(bucketName, objectName, kx::newObj<CS3BufferSink>(bytes).get(), options);
 }
 
 CS3ObjectInfo CS3Objects::head(const kx::String& bucketName, const kx::String& objectName, const CS3GetOptions& options)
@@ -168,8 +168,8 @@ CS3ObjectInfo CS3Objects::head(const kx::String& bucketName, const kx::String& o
 CS3ObjectInfo CS3Objects::remove(
     const kx::String& bucketName, const kx::String& objectName, const kx::String& versionId)
 {
-    CS3Call call = objectCall("DELETE", bucketName, objectName, versionId, "CS3Objects::remove");
-    performForAnswer(call);
+    performForNothing(
+        *m_client, *m_request, objectCall("DELETE", bucketName, objectName, versionId, "CS3Objects::remove"));
     return CS3ObjectInfo::fromChangeHeaders(m_request->getResponseHeaderMap());
 }
 
@@ -177,21 +177,14 @@ CS3ObjectInfo CS3Objects::copy(const kx::String& sourceBucketName, const kx::Str
     const kx::String& bucketName, const kx::String& objectName, const CS3CopyOptions& options)
 {
     CS3Call call = copyCall(*m_request, {sourceBucketName, sourceObjectName}, {bucketName, objectName}, options);
-    const kx::P<CNetRequest::Buffer> answer = performForAnswer(call);
-    const kx::P<CS3CopyObjectResult> result = copyResult(*answer, call);
+    const auto answer = kx::newObj<CS3DocumentSink>();
+    call.sink = answer;
+    m_client->performCall(*m_request, call);
+    const kx::P<CS3CopyObjectResult> result = copyResult(answer->getBytes(), call);
     CS3ObjectInfo info = CS3ObjectInfo::fromChangeHeaders(m_request->getResponseHeaderMap());
     info.eTag = result->getETag();
     info.lastModified = documentTime(result->getLastModified());
     return info;
-}
-
-kx::P<CNetRequest::Buffer> CS3Objects::performForAnswer(CS3Call& call)
-{
-    constexpr long long most = 1 << 20; // of a document that has some lines
-    const auto buffer = kx::newObj<CNetRequest::Buffer>();
-    call.sink = kx::newObj<CS3BufferSink>(buffer, most, "The store's answer about " + textOf(call));
-    m_client->performCall(*m_request, call);
-    return buffer;
 }
 
 } // namespace norla

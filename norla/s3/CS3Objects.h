@@ -1,7 +1,6 @@
 #pragma once
 
 #include "kx/base/CBase.h"
-#include "kx/base/P.h"
 #include "kx/containers/TMap.h"
 #include "kx/text/String.h"
 #include "norla/core/CNetRequest.h"
@@ -87,8 +86,7 @@ public:
     Tags getTags(
         const kx::String& bucketName, const kx::String& objectName, const kx::String& versionId = kx::String());
 
-    /// In place of all that the object has.
-    /// @throws kx::CInvalidArgError for a control character, which XML has no way to write
+    /// In place of all that the object has. @throws kx::CError naming a text that XML has no way to write
     void setTags(const kx::String& bucketName, const kx::String& objectName, const Tags& tags,
         const kx::String& versionId = kx::String());
     void removeTags(
@@ -96,7 +94,6 @@ public:
 
 private:
     CS3ObjectInfo performPut(CS3Call& call, const CS3PutOptions& options, CS3Checksum checksum);
-    kx::P<CNetRequest::Buffer> performForAnswer(CS3Call& call);
 
     CS3Client* const m_client;
     CNetRequest* const m_request;

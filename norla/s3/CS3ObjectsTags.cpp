@@ -1,39 +1,28 @@
 // The tags of objects.
-#include "kx/base/CInvalidArgError.h"
-#include "kx/streams/CBufferStream.h"
-#include "norla/s3/CS3BodyDigest.h"
-#include "norla/s3/CS3DigestingSource.h"
-#include "norla/s3/CS3Document.h"
+#include "kx/base/CError.h"
 #include "norla/s3/CS3Objects.h"
-#include "norla/s3/hexSHA256.h"
+#include "norla/s3/CS3XMLWriter.h"
 #include "norla/s3/objectCall.h"
+#include "norla/s3/performS3Call.h"
 
-#include <algorithm>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace norla {
 
 namespace {
 
-std::string escapedForXML(const kx::String& text)
-{
-    constexpr wchar_t firstNoControl = L' ';
-    const bool isWritable = std::none_of(text.begin(), text.end(), [](wchar_t character) {
-        return character < firstNoControl || character == L'\xFFFE' || character == L'\xFFFF';
-    });
-    if (!isWritable)
-        throw kx::CInvalidArgError("the tag text '" + text + "' holds a control character", "CS3Objects::setTags");
-    return text.replaceAll("&", "&amp;").replaceAll("<", "&lt;").replaceAll(">", "&gt;").toUTF8();
-}
-
 std::string tagDocument(const CS3Objects::Tags& tags)
 {
-    std::string document = "<Tagging xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><TagSet>";
-    for (const auto& [name, value] : tags)
-        document += "<Tag><Key>" + escapedForXML(name) + "</Key><Value>" + escapedForXML(value) + "</Value></Tag>";
-    return document + "</TagSet></Tagging>";
+    CS3XMLWriter document("Tagging");
+    document.begin("TagSet");
+    for (const auto& [name, value] : tags) {
+        document.begin("Tag");
+        document.add("Key", name);
+        document.add("Value", value);
+        document.end();
+    }
+    return document.finish();
 }
 
 void readTag(const CXMLElement& tag, CS3Objects::Tags& tags, const CS3Call& call)
@@ -53,15 +42,10 @@ void readTag(const CXMLElement& tag, CS3Objects::Tags& tags, const CS3Call& call
         throw kx::CError("The tag '" + *name + "' of " + textOf(call) + " is in the store's answer twice.");
 }
 
-CS3Objects::Tags readTags(std::string_view bytes, const CS3Call& call)
+CS3Objects::Tags readTags(const CS3Document& document, const CS3Call& call)
 {
-    const CS3Document document(bytes, "tags");
-    const CXMLElement root = document.getRoot();
-    if (!root.isNamed("Tagging"))
-        throw kx::CError(
-            "The store's answer about the tags of " + textOf(call) + " is a document '" + root.getName() + "'.");
     CS3Objects::Tags tags;
-    root.forEachElement([&](const CXMLElement& set) {
+    document.getRoot().forEachElement([&](const CXMLElement& set) {
         if (!set.isNamed("TagSet"))
             return;
         set.forEachElement([&](const CXMLElement& tag) {
@@ -84,31 +68,21 @@ CS3Call tagsCall(const kx::String& method, const CS3ObjectName& name, const kx::
 CS3Objects::Tags CS3Objects::getTags(
     const kx::String& bucketName, const kx::String& objectName, const kx::String& versionId)
 {
-    CS3Call call = tagsCall("GET", {bucketName, objectName}, versionId);
-    const kx::P<CNetRequest::Buffer> answer = performForAnswer(call);
-    return readTags({reinterpret_cast<const char*>(answer->getData()), answer->getSize()}, call);
+    const CS3Call call = tagsCall("GET", {bucketName, objectName}, versionId);
+    return readTags(performForDocument(*m_client, *m_request, call, "Tagging", "tags"), call);
 }
 
 void CS3Objects::setTags(
     const kx::String& bucketName, const kx::String& objectName, const Tags& tags, const kx::String& versionId)
 {
     CS3Call call = tagsCall("PUT", {bucketName, objectName}, versionId);
-    const std::string document = tagDocument(tags);
-    const auto buffer = kx::newObj<CNetRequest::Buffer>();
-    buffer->append(reinterpret_cast<const unsigned char*>(document.data()), document.size());
-    call.source = kx::newObj<CNetRequest::CStreamDataSource>(kx::newObj<kx::CBufferStream>(buffer).get());
-    call.sourceSize = static_cast<long long>(document.size());
-    call.sourceSHA256 = hexSHA256(document);
-    CS3BodyDigest digest(CS3Checksum::MD5);
-    digest.update(document);
-    call.headers.emplace_back(nameOfChecksumHeader(CS3Checksum::MD5), digest.toBase64());
-    performForAnswer(call);
+    setS3Document(call, tagDocument(tags));
+    performForNothing(*m_client, *m_request, call);
 }
 
 void CS3Objects::removeTags(const kx::String& bucketName, const kx::String& objectName, const kx::String& versionId)
 {
-    CS3Call call = tagsCall("DELETE", {bucketName, objectName}, versionId);
-    performForAnswer(call);
+    performForNothing(*m_client, *m_request, tagsCall("DELETE", {bucketName, objectName}, versionId));
 }
 
 } // namespace norla

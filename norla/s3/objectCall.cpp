@@ -46,13 +46,12 @@ kx::String checksumAlgorithm(CS3Checksum kind)
 }
 
 /// Stores keep a connection open by white space, which no XML declaration may follow.
-std::string_view withoutLeadingSpace(const CNetRequest::Buffer& answer)
+std::string_view withoutLeadingSpace(std::string_view bytes)
 {
-    const std::string_view bytes(reinterpret_cast<const char*>(answer.getData()), answer.getSize());
     return bytes.substr(std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size()));
 }
 
-kx::P<CS3CopyObjectResult> readCopyResult(const CNetRequest::Buffer& answer, const CS3Call& call)
+kx::P<CS3CopyObjectResult> readCopyResult(std::string_view answer, const CS3Call& call)
 {
     const std::string_view document = withoutLeadingSpace(answer);
     try {
@@ -124,7 +123,7 @@ CS3Call copyCall(
     return call;
 }
 
-kx::P<CS3CopyObjectResult> copyResult(const CNetRequest::Buffer& answer, const CS3Call& call)
+kx::P<CS3CopyObjectResult> copyResult(std::string_view answer, const CS3Call& call)
 {
     constexpr int noHTTPFailure = 0;
     const kx::P<CS3CopyObjectResult> result = readCopyResult(answer, call);

