@@ -26,8 +26,8 @@ public:
         Suspended ///< it keeps what it has, and no more
     };
 
-    /// @param client, request not null; the caller keeps both as long as methods are called. A client of an endpoint: one
-    /// that was made with a key signs no such requests in general.
+    /// @param client, request not null; the caller keeps both as long as methods are called. A client of an endpoint:
+    /// one that was made with a key signs not all of these requests as stores want it.
     CS3Buckets(CS3Client* client, CNetRequest* request);
     CS3Buckets(const CS3Buckets&) = delete;
     CS3Buckets& operator=(const CS3Buckets&) = delete;

@@ -5,7 +5,6 @@
 #include "norla/s3/CS3DocumentSink.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3ErrorResponse.h"
-#include "norla/s3/forbiddenCharacters.h"
 #include "sela/CDigestType_MD5.h"
 #include "sela/base64.h"
 
@@ -16,14 +15,6 @@ namespace norla {
 
 namespace {
 
-std::string performForBytes(CS3Client& client, CNetRequest& request, CS3Call call)
-{
-    const auto sink = kx::newObj<CS3DocumentSink>();
-    call.sink = sink;
-    client.performCall(request, call);
-    return sink->getBytes();
-}
-
 void requireNoS3Error(const CXMLElement& root)
 {
     constexpr int noHTTPFailure = 0;
@@ -33,18 +24,28 @@ void requireNoS3Error(const CXMLElement& root)
 
 } // namespace
 
-CS3Document performForDocument(CS3Client& client, CNetRequest& request, CS3Call call, std::string_view rootName,
-    const kx::String& title, S3DocumentText text)
+std::string performForBytes(CS3Client& client, CNetRequest& request, CS3Call call)
 {
-    std::string bytes = performForBytes(client, request, std::move(call));
-    if (text == S3DocumentText::WithEscapedControls)
-        bytes = withForbiddenCharactersEscaped(bytes);
+    const auto sink = kx::newObj<CS3DocumentSink>();
+    call.sink = sink;
+    client.performCall(request, call);
+    return sink->getBytes();
+}
+
+CS3Document readS3Document(std::string_view bytes, std::string_view rootName, const kx::String& title)
+{
     CS3Document document(bytes, title);
-    requireNoS3Error(document.getRoot());
-    if (!document.getRoot().isNamed(rootName))
-        throw kx::CError(
-            "Error parsing Amazon S3 " + title + ": unknown root element '" + document.getRoot().getName() + "'.");
+    const CXMLElement root = document.getRoot();
+    requireNoS3Error(root);
+    if (!root.isNamed(rootName))
+        throw kx::CError("Error parsing Amazon S3 " + title + ": unknown root element '" + root.getName() + "'.");
     return document;
+}
+
+CS3Document performForDocument(
+    CS3Client& client, CNetRequest& request, CS3Call call, std::string_view rootName, const kx::String& title)
+{
+    return readS3Document(performForBytes(client, request, std::move(call)), rootName, title);
 }
 
 void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call)

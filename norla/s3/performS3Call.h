@@ -4,6 +4,7 @@
 #include "norla/s3/CS3Call.h"
 #include "norla/s3/CS3Document.h"
 
+#include <string>
 #include <string_view>
 
 namespace norla {
@@ -11,19 +12,20 @@ namespace norla {
 class CNetRequest;
 class CS3Client;
 
-/// How the characters that XML cannot hold are found in an answer.
-enum class S3DocumentText {
-    AsXML,
-    WithEscapedControls ///< as "%XX": for documents that percent-encode their names, but not everywhere
-};
+/// Performs a call that a store answers with a document. @return its bytes, 64 MiB at most
+/// @throws as CS3Client::performCall(); kx::CError when the answer is longer
+std::string performForBytes(CS3Client& client, CNetRequest& request, CS3Call call);
 
-/// Performs a call that a store answers with a document of at most 64 MiB.
+/// Reads such a document.
 /// @param rootName of the document that is expected
 /// @param title what messages call it, such as "'list buckets' result"
-/// @throws as CS3Client::performCall(), as CS3Document; CS3Error with the HTTP status 0 when the store explains a failure
-/// behind the status of a success; kx::CError naming the root when the document is another one
-CS3Document performForDocument(CS3Client& client, CNetRequest& request, CS3Call call, std::string_view rootName,
-    const kx::String& title, S3DocumentText text = S3DocumentText::AsXML);
+/// @throws as CS3Document; CS3Error with the HTTP status 0 when the store explains a failure behind the status of a
+/// success; kx::CError naming the root when the document is another one
+CS3Document readS3Document(std::string_view bytes, std::string_view rootName, const kx::String& title);
+
+/// Both. @throws as above
+CS3Document performForDocument(
+    CS3Client& client, CNetRequest& request, CS3Call call, std::string_view rootName, const kx::String& title);
 
 /// Performs a call of whose answer nothing is wanted. @throws as above, but not for a document that makes no sense
 void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call);

@@ -1,7 +1,6 @@
-// Buckets, and lists of what is in them, of a real store.
+// Buckets of a real store.
 #include "norla/s3/CS3Buckets.h"
-#include "norla/s3/CS3StaticCredentials.h"
-#include "tests/live/S3Session.h"
+#include "tests/live/S3EndpointSession.h"
 #include "tests/support/errorOf.h"
 
 #include <algorithm>
@@ -10,21 +9,8 @@ namespace {
 
 using norla::CS3Buckets;
 
-class S3BucketsTest : public live::S3Session {
+class S3BucketsTest : public live::S3EndpointSession {
 protected:
-    static kx::P<norla::CS3Client> clientOf(const std::string& accessKeyId, const std::string& secretAccessKey)
-    {
-        const auto credentials
-            = kx::newObj<norla::CS3StaticCredentials>(norla::CS3Credentials{.accessKeyId = live::text(accessKeyId),
-                .secretAccessKey = live::text(secretAccessKey),
-                .sessionToken = {},
-                .expiry = {}});
-        auto client = kx::newObj<norla::CS3Client>(
-            norla::CS3Endpoint::ceph(live::text(store().host()), false), credentials.get());
-        client->setMaxRetries(3);
-        return client;
-    }
-
     CS3Buckets& buckets() { return *m_buckets; }
 
     bool isListed(const kx::String& name)
@@ -35,8 +21,7 @@ protected:
         });
     }
 
-    const kx::P<norla::CS3Client> m_endpointClient = clientOf(store().accessKeyId(), store().secretAccessKey());
-    const kx::P<CS3Buckets> m_buckets = kx::newObj<CS3Buckets>(m_endpointClient.get(), &request());
+    const kx::P<CS3Buckets> m_buckets = kx::newObj<CS3Buckets>(&client(), &request());
 };
 
 TEST_F(S3BucketsTest, createsListsAndRemovesABucket)
