@@ -37,9 +37,9 @@ public:
 
     /// Goes on to the next entry, the first one at first. May block for requests of pages.
     /// @return false when there is none, and from then on
-    /// @throws CS3Error, CCURLError as CS3Client::performCall(); kx::CError naming the bucket and what of the page makes
-    /// no sense, was not asked for or has been there already. Nothing of such a page is given; calling it again asks for
-    /// the same page again.
+    /// @throws CS3Error, CCURLError as CS3Client::performCall(); kx::CError naming the bucket and what of the page
+    /// makes no sense, was not asked for or has been there already. Nothing of such a page is given; calling it again
+    /// asks for the same page again.
     bool next();
 
     /// Null before the first next(), after one that threw, and when there is none any more; valid until the next one.

@@ -14,8 +14,8 @@ struct CS3ListOptions {
     /// on.
     kx::String startAfter = {};
 
-    /// How much a page may hold ("max-keys", "max-uploads"), 1 or more; -1: what the store likes, 1,000 as a rule, which
-    /// is the most that stores give. One page is in memory at a time.
+    /// How much a page may hold ("max-keys", "max-uploads"), 1 or more; -1: what the store likes, 1,000 as a rule,
+    /// which is the most that stores give. One page is in memory at a time.
     int maxKeys = -1;
 
     /// Whether objects come with their owner ("fetch-owner"). Versions always do where the store tells it.

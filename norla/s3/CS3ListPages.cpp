@@ -82,8 +82,8 @@ CS3Call CS3ListPages::makeCall() const
     return call;
 }
 
-// Some stores encode the names of a list when asked to, and do not say so: there is no telling whether "%20" is a name. Then
-// the page is asked for as it stands, as all behind it.
+// Some stores encode the names of a list when asked to, and do not say so: there is no telling whether "%20" is a name.
+// Then the page is asked for with names as they stand, and so are those behind it.
 CS3Document CS3ListPages::receive()
 {
     if (m_asksForEncodedNames) {
