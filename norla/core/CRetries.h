@@ -17,7 +17,7 @@ struct CRepeatability;
 
 /// The attempts that one transfer takes, and whether there is another one. Neither performs nor waits: who drives the
 /// request does, be it on a thread of its own or in an event loop. Used by one thread at a time.
-class CRetries {
+class KX_EXPORT CRetries {
 public:
     explicit CRetries(const CRetryPolicy& policy);
 

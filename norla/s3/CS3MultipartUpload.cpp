@@ -6,7 +6,6 @@
 #include "norla/core/CStreamDataSource.h"
 #include "norla/s3/CS3AnswerText.h"
 #include "norla/s3/CS3Client.h"
-#include "norla/s3/CS3Error.h"
 #include "norla/s3/copySourceHeaders.h"
 #include "norla/s3/multipartDocuments.h"
 
@@ -35,6 +34,11 @@ kx::String answerHeader(const CNetRequest& request, const kx::String& name)
 {
     const auto found = request.getResponseHeaderMap().find(name);
     return found == request.getResponseHeaderMap().end() ? kx::String() : found->second;
+}
+
+kx::String withoutQuotes(const kx::String& eTag)
+{
+    return eTag.size() > 1 && eTag.startsWith("\"") && eTag.endsWith("\"") ? eTag.substr(1, eTag.size() - 2) : eTag;
 }
 
 /// Where the store encrypts by a key that is not its own, entity tags are no MD5s, whatever they look like.
@@ -188,12 +192,16 @@ kx::String CS3MultipartUpload::complete(const kx::TArray<CS3UploadedPart>& parts
     call.body = completionOf(parts);
     kx::String eTag;
     try {
-        eTag = eTagIn(documentFor(call), "CompleteMultipartUploadResult");
-    } catch (const CS3Error& error) {
+        eTag = completedETagIn(documentFor(call));
+        if (eTag.isEmpty())
+            eTag = eTagOfObject();
+    } catch (const kx::CError& error) {
         const std::string expected = eTagOfParts(parts);
-        if (error.getS3Code() != "NoSuchUpload" || expected.empty() || !isCompleted(expected))
+        if (!m_client->isNotFoundError(error) || expected.empty())
             throw;
-        eTag = "\"" + kx::String::fromUTF8(expected) + "\"";
+        eTag = eTagOfObject();
+        if (withoutQuotes(eTag) != kx::String::fromUTF8(expected))
+            throw;
     }
     m_id = kx::String();
     m_parts.clear();
@@ -255,17 +263,16 @@ kx::String CS3MultipartUpload::keepPart(int number, const kx::String& eTag, long
 }
 
 // What the store says of the object is not its word on the upload: no failure here hides that.
-bool CS3MultipartUpload::isCompleted(const std::string& eTag)
+kx::String CS3MultipartUpload::eTagOfObject()
 {
     CS3Call call = callFor("HEAD", {});
     call.headers = m_options.partHeaders;
     try {
         m_client->performCall(*m_request, call);
     } catch (const kx::CError&) {
-        return false;
+        return {};
     }
-    const kx::String found = answerHeader(*m_request, "etag").toLower();
-    return found == kx::String::fromUTF8(eTag) || found == "\"" + kx::String::fromUTF8(eTag) + "\"";
+    return answerHeader(*m_request, "etag");
 }
 
 } // namespace norla

@@ -94,6 +94,15 @@ kx::String uploadIdIn(std::string_view document)
     return id;
 }
 
+kx::String completedETagIn(std::string_view document)
+{
+    const CS3Document answer = parsedAnswer(document, "CompleteMultipartUploadResult");
+    kx::String eTag = childText(answer.getRoot(), "ETag");
+    if (!eTag.isEmpty())
+        requireETag(eTag, "the object that was completed");
+    return eTag;
+}
+
 kx::String eTagIn(std::string_view document, const char* root)
 {
     const CS3Document answer = parsedAnswer(document, root);

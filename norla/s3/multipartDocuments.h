@@ -23,7 +23,10 @@ struct CS3PartPage {
 /// Of an InitiateMultipartUploadResult.
 kx::String uploadIdIn(std::string_view document);
 
-/// @param root such as "CompleteMultipartUploadResult"
+/// Of a CompleteMultipartUploadResult; empty when it says none, as Ceph's gateway does not.
+kx::String completedETagIn(std::string_view document);
+
+/// @param root such as "CopyPartResult"
 kx::String eTagIn(std::string_view document, const char* root);
 
 /// Of a ListPartsResult. @param marker the one that was asked for

@@ -47,6 +47,12 @@ protected:
         server().onConnection().readHead().readBytes(size).send(bytes);
     }
 
+    /// Takes the list of parts and answers so.
+    void answerCompletion(const std::string& bytes)
+    {
+        server().onConnection().readHead().readUntil("</CompleteMultipartUpload>").send(bytes);
+    }
+
     std::string requestLine(size_t connection)
     {
         const std::string sent = received(connection);

@@ -220,8 +220,15 @@ TEST_F(CS3MultipartUploadTest, findsAnErrorBehindASuccess)
         "Amazon S3 error: Because(InternalError)");
     EXPECT_EQ(completionFailure(answerWith(200, "")),
         "Error parsing Amazon S3 'CompleteMultipartUploadResult' answer: invalid XML.");
-    EXPECT_EQ(
-        completionFailure(completed("")), "There is no ETag for the store's 'CompleteMultipartUploadResult' answer.");
+    EXPECT_EQ(completionFailure(completed("a b")), "The ETag 'a b' for the object that was completed is none.");
+}
+
+TEST_F(CS3MultipartUploadTest, asksForAnETagThatTheStoreDoesNotTell)
+{
+    answer(completed(""));
+    answer(stored("\"whole-1\""));
+    EXPECT_EQ(attached()->complete({{1, "\"a\"", 3}}), "\"whole-1\"");
+    EXPECT_EQ(requestLine(1), "HEAD /bucket/a%20key HTTP/1.1");
 }
 
 TEST_F(CS3MultipartUploadTest, keepsNoAnswerThatNeverEnds)
