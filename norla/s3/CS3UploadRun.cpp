@@ -11,6 +11,7 @@
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3SourceRange.h"
+#include "norla/s3/lateErrors.h"
 #include "norla/s3/multipartDocuments.h"
 #include "norla/s3/uploadPartSize.h"
 
@@ -265,12 +266,7 @@ void CS3UploadRun::tellProgress()
 kx::String CS3UploadRun::complete()
 {
     std::sort(m_done.begin(), m_done.end(), [](const auto& a, const auto& b) { return a.number < b.number; });
-    CRetryPolicy policy = m_options.retries;
-    // What comes with another status the client has tried again itself.
-    policy.isTransient = [this](const kx::CError& error) {
-        return dynamic_cast<const CS3Error*>(&error) && error.getCode() == 0 && m_client.shouldRetryRequest(error);
-    };
-    policy.repeatUnsafe = true; // an upload that is completed already is noticed
+    const CRetryPolicy policy = policyForLateErrors(m_client, m_options.retries);
     kx::String eTag;
     performWithRetries(m_request, policy, [this, &eTag] { eTag = m_upload.complete(m_done); });
     return eTag;

@@ -1,9 +1,22 @@
 #pragma once
 
-#include "norla/s3/CS3StaticCredentials.h"
+#include "norla/s3/IS3Credentials.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 
 #include <string>
+
+/// Other ones for each signature: AKID1, AKID2 ...
+class CNumberedCredentials : public kx::CBase, public virtual norla::IS3Credentials {
+public:
+    norla::CS3Credentials get() override
+    {
+        return {
+            .accessKeyId = "AKID" + kx::toString(++m_count), .secretAccessKey = "s", .sessionToken = {}, .expiry = {}};
+    }
+
+private:
+    int m_count = 0;
+};
 
 /// A client of an endpoint at the scripted server, and what stores answer to uploads by parts.
 class CMultipartFixture : public CS3ClientFixture {
@@ -73,7 +86,6 @@ private:
         return endpoint;
     }
 
-    const kx::P<norla::IS3Credentials> m_credentials = kx::newObj<norla::CS3StaticCredentials>(
-        norla::CS3Credentials{.accessKeyId = "AKID", .secretAccessKey = secret, .sessionToken = {}, .expiry = {}});
+    const kx::P<norla::IS3Credentials> m_credentials = kx::newObj<CNumberedCredentials>();
     const kx::P<norla::CS3Client> m_store = kx::newObj<norla::CS3Client>(endpoint(), m_credentials.get());
 };

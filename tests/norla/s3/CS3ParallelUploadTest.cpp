@@ -147,6 +147,8 @@ TEST_F(CS3ParallelUploadTest, sendsAPartAgainWithANewSignature)
     answerCompletion(completed("\"whole-1\""));
     EXPECT_EQ(upload("end"), "\"whole-1\"");
     EXPECT_EQ(requestLine(1), requestLine(2));
+    EXPECT_THAT(received(1), HasSubstr(" Credential=AKID2/"));
+    EXPECT_THAT(received(2), HasSubstr(" Credential=AKID3/"));
     EXPECT_TRUE(received(3).ends_with("\r\n\r\nend"));
 }
 
