@@ -62,6 +62,29 @@ CCopiedObject readCopiedObject(const CNetRequest& request, const CS3CopySource& 
     return object;
 }
 
+void requireSameObject(const CS3CopySource& source, const kx::String& found)
+{
+    if (!source.eTag.isEmpty() && source.eTag != found)
+        throw kx::CError("The object '" + source.objectName + "' in the bucket '" + source.bucketName
+            + "' is another one: its ETag is " + found + ", and not " + source.eTag + ".");
+}
+
+CCopiedObject askForCopiedObject(
+    CS3Client& client, CNetRequest& request, const CS3CopySource& source, const CS3Call::Fields& headers)
+{
+    CS3Call head;
+    head.method = "HEAD";
+    head.bucketName = source.bucketName;
+    head.objectName = source.objectName;
+    head.headers = headers;
+    if (!source.versionId.isEmpty())
+        head.parameters = {{"versionId", source.versionId}};
+    client.performCall(request, head);
+    CCopiedObject object = readCopiedObject(request, source);
+    requireSameObject(source, object.eTag);
+    return object;
+}
+
 } // namespace
 
 CS3ObjectCopy::CS3ObjectCopy(CS3Client* client, CNetRequest* request, const CS3ObjectCopyOptions& options)
@@ -84,15 +107,7 @@ kx::String CS3ObjectCopy::copy(const CS3CopySource& source, const kx::String& bu
     CS3MultipartOptions multipart = m_options.multipart;
     CS3MultipartUpload(m_client, m_request, bucketName, objectName); // names are looked at before anything is asked
     copySourceHeaders(*m_request, source);
-    CS3Call head;
-    head.method = "HEAD";
-    head.bucketName = source.bucketName;
-    head.objectName = source.objectName;
-    head.headers = multipart.partHeaders;
-    if (!source.versionId.isEmpty())
-        head.parameters = {{"versionId", source.versionId}};
-    m_client->performCall(*m_request, head);
-    const CCopiedObject found = readCopiedObject(*m_request, source);
+    const CCopiedObject found = askForCopiedObject(*m_client, *m_request, source, multipart.partHeaders);
     CS3CopySource same = source;
     if (same.eTag.isEmpty())
         same.eTag = found.eTag;
@@ -149,6 +164,8 @@ kx::String CS3ObjectCopy::copyByParts(const CS3CopySource& source, long long siz
         if (m_options.onProgress)
             m_options.onProgress(start + length, size);
     }
+    // Not all stores look at the condition of each part.
+    askForCopiedObject(*m_client, *m_request, source, m_options.multipart.partHeaders);
     kx::String eTag;
     performWithRetries(*m_request, policy, [&] { eTag = upload.complete(); });
     return eTag;

@@ -77,6 +77,7 @@ TEST_F(CS3ObjectCopyTest, copiesALargeObjectByPartsWithItsHeaders)
     answer(created("id"));
     for (const char* const tag : {"p1", "p2", "p3"})
         answerResult("CopyPartResult", tag);
+    answerHead(2 * leastPart + 1);
     answerCompletion(completed("\"whole-3\""));
     EXPECT_EQ(copy(), "\"whole-3\"");
     EXPECT_THAT(received(1), HasSubstr("\r\ncontent-type: text/x\r\nx-amz-meta-a: b\r\n"));
@@ -84,7 +85,7 @@ TEST_F(CS3ObjectCopyTest, copiesALargeObjectByPartsWithItsHeaders)
     EXPECT_THAT(received(3), HasSubstr("\r\nx-amz-copy-source-range: bytes=5242880-10485759\r\n"));
     EXPECT_THAT(received(3), HasSubstr("\r\nx-amz-copy-source-if-match: \"tag\"\r\n"));
     EXPECT_THAT(received(4), HasSubstr("\r\nx-amz-copy-source-range: bytes=10485760-10485760\r\n"));
-    EXPECT_THAT(bodyReceived(5), HasSubstr("<PartNumber>3</PartNumber><ETag>p3</ETag>"));
+    EXPECT_THAT(bodyReceived(6), HasSubstr("<PartNumber>3</PartNumber><ETag>p3</ETag>"));
     EXPECT_EQ(told, (std::vector<long long>{leastPart, 2 * leastPart, 2 * leastPart + 1}));
 }
 
@@ -106,6 +107,27 @@ TEST_F(CS3ObjectCopyTest, abortsACopyByPartsThatFails)
     answer("HTTP/1.1 204 Gone\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(messageOf([this] { copy(); }), "Amazon S3 error: Because(PreconditionFailed)");
     EXPECT_EQ(requestLine(3), "DELETE /to/c?uploadId=id HTTP/1.1");
+}
+
+TEST_F(CS3ObjectCopyTest, mixesNoTwoObjects)
+{
+    m_options.threshold = 0;
+    answerHead(3);
+    answer(created("id"));
+    answerResult("CopyPartResult", "p1");
+    answer("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 3\r\nETag: \"new\"\r\n\r\n");
+    answer("HTTP/1.1 204 Gone\r\nConnection: close\r\n\r\n");
+    EXPECT_EQ(messageOf([this] { copy(); }),
+        "The object 'a b' in the bucket 'from' is another one: its ETag is \"new\", and not \"tag\".");
+    EXPECT_EQ(requestLine(4), "DELETE /to/c?uploadId=id HTTP/1.1");
+}
+
+TEST_F(CS3ObjectCopyTest, copiesNoOtherObjectThanTheOneThatIsNamed)
+{
+    answerHead(3);
+    EXPECT_EQ(messageOf([this] { copy({.bucketName = "from", .objectName = "a b", .eTag = "\"mine\""}); }),
+        "The object 'a b' in the bucket 'from' is another one: its ETag is \"tag\", and not \"mine\".");
+    EXPECT_EQ(server().connectionCount(), 1U);
 }
 
 TEST_F(CS3ObjectCopyTest, refusesASizeThatCannotBe)
