@@ -24,7 +24,8 @@ plain_temporary_folder() {
 
 work=        # the folder that is removed in the end
 temporary=() # more of the kind
-supervised=  # the group of processes that is ended in the end
+supervising= # whether the group of the last job is ended in the end
+job_before=  # if there is one since this
 
 # From here on the command leaves nothing behind, whatever ends it. What it starts keeps temporary files in $work.
 begin_work() {
@@ -40,16 +41,21 @@ begin_work() {
 # Runs the function beside this shell, in a process group of its own: a shell that waits for a program in the foreground
 # notices no signal. To be called as the last command.
 supervise() {
+    job_before=${!-}
+    supervising=yes
     set -m
     "$@" < /dev/null &
-    supervised=$!
     set +m
-    wait "$supervised"
+    wait "$!"
 }
 
 leave_nothing() {
     trap '' HUP INT TERM
-    [ -z "$supervised" ] || end_group "$supervised" 2> /dev/null
+    set +m # or else the shell tells of the end
+    # A signal may come between the start of the group and whatever would note it.
+    if [ -n "$supervising" ] && [ "${!-}" != "$job_before" ]; then
+        end_group "$!" 2> /dev/null
+    fi
     local folder
     for folder in ${work:+"$work"} "${temporary[@]}"; do
         remove "$folder"

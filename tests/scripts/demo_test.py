@@ -102,6 +102,13 @@ class InterruptedDemoTest(DemoTest):
             with self.subTest(instant=instant):
                 self.assertEqual(self.interrupt_at(instant, lambda pid: os.killpg(pid, signal.SIGINT)), 130)
 
+    def test_what_is_interrupted_as_soon_as_it_runs_leaves_nothing(self):
+        slow = self.folder / "slow"  # whoever starts another process is told of it late
+        slow.write_text("set -T\ntrap '[ \"${FUNCNAME-}\" != supervise ] || [ $BASHPID != $$ ] || sleep 0.5' DEBUG\n")
+        self.environment["BASH_ENV"] = str(slow)
+        self.stand_in("cmake", '[ "$1" != --build ] || sleep 60')
+        self.assertEqual(self.interrupt_at(self.INSTANTS[0], lambda pid: os.killpg(pid, signal.SIGINT)), 130)
+
     def test_what_is_terminated_leaves_nothing(self):
         for instant in self.INSTANTS[1::2]:
             with self.subTest(instant=instant):
