@@ -3,11 +3,10 @@
 #include "kx/base/CError.h"
 #include "kx/text/hex.h"
 #include "norla/s3/crc32c.h"
+#include "norla/s3/multipartDocuments.h"
 #include "sela/CDigest.h"
 #include "sela/CDigestType_MD5.h"
 #include "sela/base64.h"
-
-#include <algorithm>
 
 namespace norla {
 
@@ -36,14 +35,10 @@ bool isETagOfBytes(const DigestHeaders& headers)
         && !headers.contains("x-amz-server-side-encryption-customer-algorithm");
 }
 
-std::optional<kx::String> md5InETag(const DigestHeaders& headers)
+std::optional<kx::String> md5SaidIn(const DigestHeaders& headers)
 {
-    constexpr size_t digits = 32;
-    const kx::String eTag = digestHeader(headers, "etag").replaceAll("\"", kx::String()).toLower();
-    const bool isDigest = eTag.size() == digits && std::all_of(eTag.begin(), eTag.end(), [](wchar_t character) {
-        return (character >= L'0' && character <= L'9') || (character >= L'a' && character <= L'f');
-    });
-    return isDigest && isETagOfBytes(headers) ? std::optional(eTag) : std::nullopt;
+    const kx::String md5 = kx::String::fromUTF8(md5InETag(digestHeader(headers, "etag")));
+    return !md5.isEmpty() && isETagOfBytes(headers) ? std::optional(md5) : std::nullopt;
 }
 
 kx::String nameOfDigest(CS3Checksum kind)
@@ -100,7 +95,7 @@ kx::String CS3BodyDigest::toHex()
 std::optional<kx::String> CS3BodyDigest::saidIn(const HeaderMap& headers, CS3Checksum kind)
 {
     if (kind == CS3Checksum::MD5)
-        return md5InETag(headers);
+        return md5SaidIn(headers);
     const kx::String said = digestHeader(headers, nameOfChecksumHeader(kind));
     const bool isOfParts
         = said.find(L'-') != kx::String::npos || digestHeader(headers, "x-amz-checksum-type").toLower() == "composite";

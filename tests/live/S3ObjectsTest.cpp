@@ -190,6 +190,19 @@ TEST_F(S3ObjectsTest, keepsTags)
     EXPECT_EQ(objects().getTags(m_bucket, "k"), norla::CS3Objects::Tags());
 }
 
+TEST_F(S3ObjectsTest, needsNoEndpointForWhatNamesNoVersion)
+{
+    norla::CS3Objects simple(&client(), &request());
+    const kx::TMap<kx::String, kx::String> metadata{{"a", L"\xE4"}};
+    simple.put(m_bucket, "a b", "content", {.metadata = metadata, .tags = {{"t", "u"}}});
+    EXPECT_EQ(simple.head(m_bucket, "a b").metadata, metadata);
+    EXPECT_EQ(simple.getTags(m_bucket, "a b").at("t"), "u");
+    simple.setTags(m_bucket, "a b", {{"v", "w"}});
+    simple.copy(m_bucket, "a b", m_bucket, "c");
+    simple.remove(m_bucket, "a b");
+    EXPECT_EQ(fetch("c"), "content");
+}
+
 TEST_F(S3ObjectsTest, removesWhatIsNotThere)
 {
     objects().remove(m_bucket, "none");

@@ -14,6 +14,7 @@ class CS3ObjectsFixture : public CS3ClientFixture {
 protected:
     CS3ObjectsFixture() { m_client->setMaxRetries(0); }
 
+    norla::CS3Client& objectClient() { return *m_client; }
     norla::CS3Objects& objects() { return *m_objects; }
 
     static std::string reply(const std::string& status, const std::string& headers, const std::string& body = "")

@@ -60,6 +60,7 @@ TEST_F(CS3ObjectsGetTest, namesBothDigestsOfBytesThatAreOthers)
     expectDifference("ETag: \"000150983cd24fb0d6963f7d28e17f72\"\r\n",
         "The bytes of the object 'k' in the bucket 'b' are not those that the store speaks of: their MD5 is "
         "'900150983cd24fb0d6963f7d28e17f72' and not '000150983cd24fb0d6963f7d28e17f72'.");
+    expectDifference("ETag: 000150983CD24FB0D6963F7D28E17F72\r\n", "not '000150983cd24fb0d6963f7d28e17f72'");
     expectDifference("x-amz-checksum-sha256: AAAAv48Bz+pBQUDeXa4iI7ADYaOWF3qctBD/YfIAFa0=\r\n",
         "SHA-256 is 'ungWv48Bz+pBQUDeXa4iI7ADYaOWF3qctBD/YfIAFa0=' and not "
         "'AAAAv48Bz+pBQUDeXa4iI7ADYaOWF3qctBD/YfIAFa0='");

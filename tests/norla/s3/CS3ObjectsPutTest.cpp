@@ -28,9 +28,10 @@ public:
     void seek(long long position) override { m_position = static_cast<size_t>(position); }
     long long getPosition() override { return static_cast<long long>(m_position); }
     int getStarts() const { return m_starts; }
+    void setBytes(const std::string& bytes) { m_bytes = bytes; }
 
 private:
-    const std::string m_bytes;
+    std::string m_bytes;
     size_t m_position = 0;
     int m_starts = 0;
 };
@@ -139,6 +140,33 @@ TEST_F(CS3ObjectsPutTest, sendsNothingOfASourceThatEndsBeforeItsChecksumIsMade)
     const auto source = kx::newObj<CCountedSource>("ab");
     EXPECT_EQ(support::messageOf([&] { objects().put("b", "k", source.get(), 3, {.checksum = CS3Checksum::MD5}); }),
         "The data to be sent have ended 1 bytes before their size of 3.");
+}
+
+/// Is another one when it begins anew.
+class CChangingSource : public CCountedSource {
+public:
+    CChangingSource()
+        : CCountedSource("xbc")
+    {
+    }
+    void seek(long long position) override
+    {
+        if (getStarts() > 0)
+            setBytes("abc");
+        CCountedSource::seek(position);
+    }
+};
+
+TEST_F(CS3ObjectsPutTest, comparesWhatWasSentLast)
+{
+    answerBody(3, reply("503 Busy", ""));
+    answerBody(3, reply("200 OK", "ETag: \"900150983cd24fb0d6963f7d28e17f72\"\r\n"));
+    objectClient().setMaxRetries(1);
+    objectClient().setSignSources(false);
+    objects().put("b", "k", kx::newObj<CChangingSource>().get(), 3);
+    server().join();
+    EXPECT_THAT(server().received(0), testing::EndsWith("\r\n\r\nxbc"));
+    EXPECT_THAT(server().received(1), testing::EndsWith("\r\n\r\nabc"));
 }
 
 TEST_F(CS3ObjectsPutTest, namesBothWhereTheStoreHasGotOtherBytes)
