@@ -45,7 +45,7 @@ void CS3DigestingSource::requireAsSaid(const HeaderMap& headers, const kx::Strin
 
 CS3BodyDigest CS3DigestingSource::digestOf(CNetRequest::IDataSource& source, long long size, CS3Checksum kind)
 {
-    constexpr long long blockSize = 64 * 1024;
+    constexpr long long blockSize = 1 << 16;
     std::vector<unsigned char> block(static_cast<size_t>(std::min(size, blockSize)));
     CS3BodyDigest digest(kind);
     source.seek(0);

@@ -35,8 +35,9 @@ struct CS3PutOptions {
     CS3Encryption encryption = {};
     Texts tags = {}; ///< header x-amz-tagging; ten at most, as a rule
 
-    // When it is stored at all; another state of the store is a CS3Error "PreconditionFailed". Some stores do not look.
-    kx::String ifMatch = {};     ///< ETag, with its quotation marks, of the object that is replaced
+    // When it is stored at all; another state of the store is a CS3Error "PreconditionFailed". Some stores do not look,
+    // others want the ETag without its quotation marks.
+    kx::String ifMatch = {};     ///< ETag of the object that is replaced
     kx::String ifNoneMatch = {}; ///< "*": only where there is no such object
 
     /// Sent ahead of the bytes, so that the store refuses others ("BadDigest"). A source is read once before for it,

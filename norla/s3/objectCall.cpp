@@ -126,7 +126,7 @@ CS3Call copyCall(
 kx::P<CS3CopyObjectResult> copyResult(std::string_view answer, const CS3Call& call)
 {
     constexpr int noHTTPFailure = 0;
-    const kx::P<CS3CopyObjectResult> result = readCopyResult(answer, call);
+    kx::P<CS3CopyObjectResult> result = readCopyResult(answer, call);
     if (const auto response = result->getErrorResponse())
         throw CS3Error(*response, noHTTPFailure);
     return result;

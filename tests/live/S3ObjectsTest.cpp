@@ -141,6 +141,16 @@ TEST_F(S3ObjectsTest, keepsConditions)
     EXPECT_EQ(fetch("k", {.conditions = {.ifModifiedSince = kx::CTime(0)}}), "1");
 }
 
+TEST_F(S3ObjectsTest, replacesNothingThatIsNotAsItWasThought)
+{
+    const kx::String eTag = objects().put(m_bucket, "k", "1", {.ifNoneMatch = "*"}).eTag;
+    EXPECT_EQ(codeOf([this] { objects().put(m_bucket, "k", "2", {.ifNoneMatch = "*"}); }), "PreconditionFailed");
+    EXPECT_EQ(codeOf([this] { objects().put(m_bucket, "k", "2", {.ifMatch = "\"other\""}); }), "PreconditionFailed");
+    EXPECT_EQ(fetch("k"), "1");
+    objects().put(m_bucket, "k", "2", {.ifMatch = eTag.replaceAll("\"", "")}); // as this store writes it
+    EXPECT_EQ(fetch("k"), "2");
+}
+
 TEST_F(S3ObjectsTest, copiesBetweenBucketsWithOrWithoutTheirMetadata)
 {
     const kx::String other = m_bucket + "-other";
