@@ -15,7 +15,7 @@ namespace norla {
 namespace {
 
 /// Whether a failure is one of the object rather than of bucket, store or connection.
-bool isOfObject(const CS3Error& error)
+bool isFailureOfOneObject(const CS3Error& error)
 {
     constexpr int firstServerFailure = 500;
     return error.getCode() < firstServerFailure && error.getS3Code() != "NoSuchBucket";
@@ -108,7 +108,7 @@ void CS3BatchDelete::removeAlone(const CItem& item)
     try {
         performForNothing(*m_client, *m_request, call);
     } catch (const CS3Error& error) {
-        if (!isOfObject(error))
+        if (!isFailureOfOneObject(error))
             throw;
         if (error.getS3Code() != "NoSuchKey")
             failures.push_back({item.key, item.versionId, error.getS3Code(), error.getMessage()});

@@ -19,8 +19,8 @@ class CS3XMLWriter;
 /// `while (objects->next()) removal->add(objects->getCurrent()->key);` and at the end `removal->finish();`
 ///
 /// What the store does not remove is collected, for each object, and stops nothing. An object that does not exist
-/// counts as removed. Objects whose names XML has no way to write, such as those with U+0001, are removed by requests of
-/// their own. Used by one thread at a time.
+/// counts as removed. Objects whose names XML has no way to write, such as those with U+0001, are removed by requests
+/// of their own. Used by one thread at a time.
 class KX_EXPORT CS3BatchDelete : public kx::CBase {
 public:
     /// How many objects were removed so far, and how many not.

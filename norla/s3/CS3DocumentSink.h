@@ -12,7 +12,7 @@ class CS3DocumentSink : public kx::CBase, public virtual CNetRequest::IDataSink 
 public:
     void begin() override { m_bytes.clear(); }
 
-    /// @throws kx::CError naming the limit when the answer is longer than 64 MiB
+    /// @throws kx::CError naming the limit when the answer is longer than 16 MiB
     int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) override;
 
     bool canBeginAgain() const override { return true; }

@@ -118,7 +118,16 @@ kx::String CS3ListPages::textIn(const CXMLElement& element) const
 kx::String CS3ListPages::nameIn(const CXMLElement& element) const
 {
     const kx::String text = textIn(element);
-    return m_isURLEncoded ? CS3Document::decodedName(text) : text;
+    return m_isURLEncoded ? decoded(text) : text;
+}
+
+kx::String CS3ListPages::decoded(const kx::String& text) const
+{
+    constexpr bool plusAsSpace = true; // stores write a blank either way, and always "%2B" for a plus sign
+    kx::String name = urlUnescape(text, plusAsSpace);
+    if (name.isEmpty() && !text.isEmpty())
+        fail("has the name '" + text + "', which is not UTF-8");
+    return name;
 }
 
 /// Of the last such element; empty when there is none.
@@ -202,10 +211,10 @@ bool CS3ListPages::readTruncated(const CXMLElement& root) const
 // the latter can be told.
 kx::String CS3ListPages::markerIn(const CXMLElement& root, const CS3ListKind::CMarker& marker) const
 {
-    const kx::String text = textOfChild(root, marker.element);
+    kx::String text = textOfChild(root, marker.element);
     if (!marker.isName || !m_isURLEncoded)
         return text;
-    return text == m_lastName ? text : CS3Document::decodedName(text);
+    return text == m_lastName ? text : decoded(text);
 }
 
 /// A digest, so that a store's markers need no more memory than that, however long they are.

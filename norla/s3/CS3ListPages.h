@@ -72,6 +72,7 @@ private:
     CS3Call makeCall() const;
     CS3Document receive();
     CS3Document receiveOnce();
+    kx::String decoded(const kx::String& text) const;
     kx::String textOfChild(const CXMLElement& parent, std::string_view name) const;
     void accept(const kx::String& name);
     void advance(const CXMLElement& root);

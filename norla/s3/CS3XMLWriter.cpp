@@ -11,10 +11,10 @@ namespace {
 
 bool isXMLCharacter(wchar_t character) noexcept
 {
-    const auto code = static_cast<unsigned long>(character);
-    if (code < 0x20)
-        return code == '\t' || code == '\n' || code == '\r';
-    return code < 0xd800 || (code > 0xdfff && code != 0xfffe && code != 0xffff && code <= 0x10ffff);
+    if (character < L' ')
+        return character == L'\t' || character == L'\n' || character == L'\r';
+    const bool isSurrogate = character >= 0xd800 && character <= 0xdfff;
+    return !isSurrogate && character != 0xfffe && character != 0xffff && character <= 0x10ffff;
 }
 
 /// What stands for a byte that parsers would read as something else; empty for the others. Line ends and tabs are

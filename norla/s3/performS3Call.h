@@ -12,7 +12,7 @@ namespace norla {
 class CNetRequest;
 class CS3Client;
 
-/// Performs a call that a store answers with a document. @return its bytes, 64 MiB at most
+/// Performs a call that a store answers with a document. @return its bytes, 16 MiB at most
 /// @throws as CS3Client::performCall(); kx::CError when the answer is longer
 std::string performForBytes(CS3Client& client, CNetRequest& request, CS3Call call);
 

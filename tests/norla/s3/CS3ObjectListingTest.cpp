@@ -200,6 +200,12 @@ TEST_F(CS3ObjectListingTest, refusesObjectsThatMakeNoSense)
     EXPECT_EQ(messageOf(), "The listing of the bucket 'b' sums up objects, which was not asked for.");
 }
 
+TEST_F(CS3ObjectListingTest, refusesANameThatIsNotUTF8)
+{
+    answerLast("<EncodingType>url</EncodingType>" + keys({"%FF"}));
+    EXPECT_EQ(messageOf(), "The listing of the bucket 'b' has the name '%FF', which is not UTF-8.");
+}
+
 TEST_F(CS3ObjectListingTest, refusesWhatIsNoPage)
 {
     answerDocument("");
