@@ -62,6 +62,14 @@ CCopiedObject readCopiedObject(const CNetRequest& request, const CS3CopySource& 
     return object;
 }
 
+void requireNames(const CS3CopySource& source, const kx::String& bucketName, const kx::String& objectName)
+{
+    for (const kx::String& name : {source.bucketName, source.objectName, bucketName, objectName}) {
+        if (name.isEmpty())
+            throw kx::CInvalidArgError("no bucket name and no object name may be empty", objectCopyClass);
+    }
+}
+
 void requireSameObject(const CS3CopySource& source, const kx::String& found)
 {
     if (!source.eTag.isEmpty() && source.eTag != found)
@@ -105,8 +113,7 @@ CS3ObjectCopy::~CS3ObjectCopy() = default;
 kx::String CS3ObjectCopy::copy(const CS3CopySource& source, const kx::String& bucketName, const kx::String& objectName)
 {
     CS3MultipartOptions multipart = m_options.multipart;
-    CS3MultipartUpload(m_client, m_request, bucketName, objectName); // names are looked at before anything is asked
-    copySourceHeaders(*m_request, source);
+    requireNames(source, bucketName, objectName);
     const CCopiedObject found = askForCopiedObject(*m_client, *m_request, source, multipart.partHeaders);
     CS3CopySource same = source;
     if (same.eTag.isEmpty())

@@ -223,7 +223,7 @@ void CS3UploadRun::takeEnd(CPart& part)
 
 kx::P<kx::CError> CS3UploadRun::failureOf(const CPart& part) const
 {
-    const kx::P<kx::CError> error = part.transfer->getError();
+    kx::P<kx::CError> error = part.transfer->getError();
     if (!error)
         return nullptr;
     try {
