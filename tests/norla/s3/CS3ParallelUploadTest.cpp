@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <functional>
 #include <future>
 #include <utility>
 #include <vector>
@@ -150,6 +151,30 @@ TEST_F(CS3ParallelUploadTest, sendsAPartAgainWithANewSignature)
     EXPECT_THAT(received(1), HasSubstr(" Credential=AKID2/"));
     EXPECT_THAT(received(2), HasSubstr(" Credential=AKID3/"));
     EXPECT_TRUE(received(3).ends_with("\r\n\r\nend"));
+}
+
+TEST_F(CS3ParallelUploadTest, tellsNoProgressThatGoesBack)
+{
+    std::promise<void> told;
+    std::vector<long long> bytesTold;
+    m_options.retries.firstPause = kx::CTimeSpan::fromMilliseconds(250); // longer than between two tellings
+    m_options.retries.jitter = false;
+    m_options.onProgress = [&](long long bytes, long long) {
+        if (bytes == 3 && !std::count(bytesTold.begin(), bytesTold.end(), 3))
+            told.set_value();
+        bytesTold.push_back(bytes);
+    };
+    answer(created("id"));
+    server()
+        .onConnection()
+        .readHead()
+        .readBytes(3)
+        .waitFor(told.get_future().share())
+        .send(answerWith(503, errorDocument("SlowDown")));
+    answerPart(3, stored(tagOf("end")));
+    answerCompletion(completed("e"));
+    upload("end");
+    EXPECT_EQ(std::adjacent_find(bytesTold.begin(), bytesTold.end(), std::greater_equal<>()), bytesTold.end());
 }
 
 TEST_F(CS3ParallelUploadTest, completesAgainBehindAnErrorWithTheStatusOfASuccess)
