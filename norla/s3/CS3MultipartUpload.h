@@ -92,8 +92,10 @@ public:
     kx::TArray<CS3UploadedPart> listParts();
 
     /// Makes the object of the parts that this object has sent or listed, in the order of their numbers.
-    /// @return its ETag; a store that does not tell it is asked for the object's headers. Empty when these do not either
-    /// @throws kx::CError when there are none. An error of the store's leaves the upload: it may be completed once more.
+    /// @return its ETag; a store that does not tell it is asked for the object's headers. Empty when these do not
+    /// either
+    /// @throws kx::CError when there are none. An error of the store's leaves the upload: it may be completed once
+    /// more.
     ///
     /// An upload that the store does not know any more counts as completed when the object has the ETag that these
     /// parts make: then the answer to an earlier attempt was lost.

@@ -44,7 +44,8 @@ public:
     ~CS3ObjectCopy() override;
 
     /// Blocks until the copy is there. Tags and the access list of the source are not copied by parts. A source that
-    /// becomes another one meanwhile is an error (status 412, or kx::CError "The object ... is another one"). An upload by parts that fails is aborted.
+    /// becomes another one meanwhile is an error (status 412, or kx::CError "The object ... is another one"). An upload
+    /// by parts that fails is aborted.
     /// @return the ETag of the copy
     /// @throws as CS3MultipartUpload; kx::CError when the store does not tell the size of the source
     kx::String copy(const CS3CopySource& source, const kx::String& bucketName, const kx::String& objectName);

@@ -53,8 +53,8 @@ struct CS3ParallelUploadOptions {
     /// Called once the upload has its id, on the thread of upload(). What it throws ends the upload.
     std::function<void(const kx::String& uploadId)> onStarted = {};
 
-    /// Called on the thread of upload(), ten times a second at most and once behind the last part. Never goes back. What
-    /// it throws ends the upload.
+    /// Called on the thread of upload(), ten times a second at most and once behind the last part. Never goes back.
+    /// What it throws ends the upload.
     std::function<void(long long bytes, long long total)> onProgress = {};
 };
 
@@ -80,8 +80,8 @@ public:
     /// @param source not null; read on the thread of the call, or where `memory` has no room on the pool's
     kx::String upload(CNetRequest::IDataSource* source, const kx::String& bucketName, const kx::String& objectName);
 
-    /// Ends the upload that runs, and those that would come. Any thread; returns at once. What begins and what completes
-    /// an upload is not interrupted: behind it the upload ends, or has succeeded.
+    /// Ends the upload that runs, and those that would come. Any thread; returns at once. What begins and what
+    /// completes an upload is not interrupted: behind it the upload ends, or has succeeded.
     void cancel();
 
     /// Of the last upload when it stays at the store; else empty.
