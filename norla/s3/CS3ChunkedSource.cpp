@@ -32,7 +32,7 @@ long long encodedChunkSize(size_t size)
         + signatureDigits;
 }
 
-std::string headerOf(CNetRequest& request, const char* name)
+std::string sentHeaderOf(CNetRequest& request, const char* name)
 {
     const kx::P<CNetHeaders> headers = request.getCustomHTTPHeaders();
     kx::TMap<kx::String, kx::String> map;
@@ -85,8 +85,8 @@ void CS3ChunkedSource::seek(long long position)
 void CS3ChunkedSource::begin()
 {
     m_source->seek(0);
-    m_timestamp = headerOf(m_request, "x-amz-date");
-    const std::string authorization = headerOf(m_request, "authorization");
+    m_timestamp = sentHeaderOf(m_request, "x-amz-date");
+    const std::string authorization = sentHeaderOf(m_request, "authorization");
     m_signature = authorization.substr(authorization.rfind('=') + 1);
 }
 
