@@ -29,7 +29,7 @@ struct CCopiedObject {
     CS3Call::Fields headers;
 };
 
-bool isOfObject(const kx::String& name)
+bool isHeaderOfObject(const kx::String& name)
 {
     constexpr std::array names
         = {"cache-control", "content-disposition", "content-encoding", "content-language", "content-type", "expires"};
@@ -47,7 +47,7 @@ CCopiedObject readCopiedObject(const CNetRequest& request, const CS3CopySource& 
             length = value;
         else if (name == "etag")
             object.eTag = value;
-        else if (isOfObject(name))
+        else if (isHeaderOfObject(name))
             object.headers.emplace_back(name, value);
     }
     object.size = -1;
@@ -62,7 +62,7 @@ CCopiedObject readCopiedObject(const CNetRequest& request, const CS3CopySource& 
     return object;
 }
 
-void requireNames(const CS3CopySource& source, const kx::String& bucketName, const kx::String& objectName)
+void requireCopyNames(const CS3CopySource& source, const kx::String& bucketName, const kx::String& objectName)
 {
     for (const kx::String& name : {source.bucketName, source.objectName, bucketName, objectName}) {
         if (name.isEmpty())
@@ -113,7 +113,7 @@ CS3ObjectCopy::~CS3ObjectCopy() = default;
 kx::String CS3ObjectCopy::copy(const CS3CopySource& source, const kx::String& bucketName, const kx::String& objectName)
 {
     CS3MultipartOptions multipart = m_options.multipart;
-    requireNames(source, bucketName, objectName);
+    requireCopyNames(source, bucketName, objectName);
     const CCopiedObject found = askForCopiedObject(*m_client, *m_request, source, multipart.partHeaders);
     CS3CopySource same = source;
     if (same.eTag.isEmpty())
