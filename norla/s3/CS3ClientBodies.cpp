@@ -33,8 +33,8 @@ std::string CS3Client::setSource(CNetRequest& request, CNetHeaders& headers, CNe
         request.setSendDataSize(size);
         return size == 0 ? hexSHA256("") : payloadSHA256;
     }
-    // Without the "Content-Encoding: aws-chunked" of the documentation: some stores keep it with the object, for readers
-    // who know of no such coding.
+    // Without the "Content-Encoding: aws-chunked" of the documentation: some stores keep it with the object, whose
+    // readers know of no such coding.
     headers.add("x-amz-decoded-content-length", kx::toString(size));
     request.setSendDataSource(kx::newObj<CS3ChunkedSource>(request, source, size).get());
     request.setSendDataSize(CS3ChunkedSource::encodedSize(size));
