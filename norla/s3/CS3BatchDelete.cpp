@@ -85,6 +85,7 @@ kx::TArray<CS3DeleteFailure> CS3BatchDelete::sendWaiting()
     document.add("Quiet", "true"); // failures alone are told
     CS3Call call;
     call.method = "POST";
+    call.mayRepeat = true;
     call.bucketName = m_bucketName;
     call.parameters.emplace_back("delete", kx::String());
     setS3Document(call, document.finish());

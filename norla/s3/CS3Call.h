@@ -25,6 +25,9 @@ struct CS3Call {
     long long sourceSize = 0;                    ///< in bytes
     std::string sourceSHA256 = {};               ///< 64 lower-case hexadecimal digits; empty: it is not signed
     kx::P<CNetRequest::IDataSink> sink = {};     ///< null: the request's default receive buffer
+
+    /// Whether it does no harm to perform it twice, so that a CRetryPolicy may, though the method is POST.
+    bool mayRepeat = false;
 };
 
 } // namespace norla

@@ -283,7 +283,8 @@ private:
     static void leaveOutExpect(CNetHeaders& headers, long long size);
 
     void performOnce(CNetRequest& request);
-    int performByPolicy(CNetRequest& request);
+    int performPrepared(CNetRequest& request, bool mayRepeat);
+    int performByPolicy(CNetRequest& request, bool mayRepeat);
     void explainFailure(CNetRequest& request, const std::exception& error);
     void explainRedirect(const std::exception& error) const;
     bool correct(CNetRequest& request, const std::exception& error);

@@ -10,23 +10,23 @@ namespace norla {
 
 namespace {
 
-constexpr char functionName[] = "CS3Client::prepareCall";
+constexpr char callFunction[] = "CS3Client::prepareCall";
 
 void requireMakesSense(const CS3Call& call)
 {
     if (call.method.isEmpty())
-        throw kx::CInvalidArgError("the method must not be empty", functionName);
+        throw kx::CInvalidArgError("the method must not be empty", callFunction);
     if (call.bucketName.isEmpty() && !call.objectName.isEmpty())
-        throw kx::CInvalidArgError("bucket name must not be empty", functionName);
+        throw kx::CInvalidArgError("bucket name must not be empty", callFunction);
     if (call.sourceSize < 0)
-        throw kx::CInvalidArgError("size must not be negative", functionName);
+        throw kx::CInvalidArgError("size must not be negative", callFunction);
     for (const auto& [name, value] : call.parameters) {
         if (name.isEmpty())
-            throw kx::CInvalidArgError("the name of a parameter must not be empty", functionName);
+            throw kx::CInvalidArgError("the name of a parameter must not be empty", callFunction);
     }
     for (const auto& [name, value] : call.headers) {
         if (name.isEmpty() || (name + value).toWide().find_first_of(L"\r\n") != std::wstring::npos)
-            throw kx::CInvalidArgError("the header '" + name + "' has no name or holds a line end", functionName);
+            throw kx::CInvalidArgError("the header '" + name + "' has no name or holds a line end", callFunction);
     }
 }
 
@@ -85,7 +85,7 @@ bool CS3Client::hasBody(const CS3Call& call)
 int CS3Client::performCall(CNetRequest& request, const CS3Call& call)
 {
     prepareCall(request, call);
-    return performRequest(request);
+    return performPrepared(request, call.mayRepeat);
 }
 
 } // namespace norla

@@ -65,8 +65,13 @@ kx::String nameIn(std::string_view line)
 
 int CS3Client::performRequest(CNetRequest& request)
 {
+    return performPrepared(request, false);
+}
+
+int CS3Client::performPrepared(CNetRequest& request, bool mayRepeat)
+{
     if (m_retryPolicy)
-        return performByPolicy(request);
+        return performByPolicy(request, mayRepeat);
     for (int attempt = 1;; ++attempt) {
         try {
             performAttempt(request);
@@ -93,9 +98,10 @@ void CS3Client::setRetryPolicy(const CRetryPolicy& policy)
     m_retryPolicy = policy;
 }
 
-int CS3Client::performByPolicy(CNetRequest& request)
+int CS3Client::performByPolicy(CNetRequest& request, bool mayRepeat)
 {
     CRetryPolicy policy = *m_retryPolicy;
+    policy.repeatUnsafe = policy.repeatUnsafe || mayRepeat;
     if (!policy.isTransient) {
         policy.isTransient = [this](const kx::CError& error) {
             return isTransient(error) || (dynamic_cast<const CS3Error*>(&error) && shouldRetryRequest(error));

@@ -187,6 +187,7 @@ kx::String CS3MultipartUpload::complete(const kx::TArray<CS3UploadedPart>& parts
         last = part.number;
     }
     CS3Call call = callFor("POST", {{"uploadId", m_id}});
+    call.mayRepeat = true; // what an attempt whose answer was lost has completed is recognized
     call.headers = m_options.completeHeaders;
     call.headers.emplace_back("Content-Type", "application/xml");
     call.body = completionOf(parts);

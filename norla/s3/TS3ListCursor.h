@@ -12,7 +12,7 @@ namespace norla {
 template <typename TItem>
 class TS3ListCursor {
 public:
-    /// @param pages, delimiter as the constructor of CS3ListPages
+    /// As the constructor of CS3ListPages.
     TS3ListCursor(CS3Client* client, CNetRequest* request, const kx::String& bucketName, const CS3ListOptions& options,
         const kx::String& delimiter, const CS3ListKind& kind)
         : m_pages(client, request, bucketName, options, delimiter, kind)

@@ -332,6 +332,16 @@ TEST_F(CS3ClientCallTest, triesAgainAsThePolicySays)
     EXPECT_EQ(body(), "hello");
 }
 
+TEST_F(CS3ClientCallTest, repeatsAPOSTOnlyIfThatDoesNoHarm)
+{
+    client().setRetryPolicy({.attempts = 2, .firstPause = {}});
+    answer(withStatus(503, ""));
+    EXPECT_EQ(codeOf(failureOf({.method = "POST", .bucketName = "bucket"})), "SlowDown");
+    answer(withStatus(503, ""));
+    answer(ok(""));
+    EXPECT_EQ(client().performCall(request(), {.method = "POST", .bucketName = "bucket", .mayRepeat = true}), 2);
+}
+
 TEST_F(CS3ClientCallTest, endsWithTheLastErrorThatThePolicyAllows)
 {
     client().setRetryPolicy({.attempts = 2, .firstPause = {}});
