@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kx/base/visibility.h" // demands the standard that all need
+
 namespace norla {
 
 /// By what a store checks the bytes of an object as they arrive.

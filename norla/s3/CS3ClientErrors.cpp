@@ -30,7 +30,7 @@ int responseCodeOf(const CCURLError& error)
     return props.has("responseCode") ? static_cast<int>(kx::parseInt64(props.get("responseCode"), false)) : 0;
 }
 
-bool isTransient(const CCURLError& error)
+bool isTransientTransfer(const CCURLError& error)
 {
     constexpr std::array<long long, 5> transientCodes
         = {CURLE_COULDNT_CONNECT, CURLE_OPERATION_TIMEDOUT, CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR};
@@ -138,7 +138,7 @@ bool CS3Client::shouldRetryRequest(const std::exception& e) const
     if (!httpCode.isEmpty())
         return isOneOf(httpCode, {"500", "503", "400", "409"});
     const auto* const curlError = dynamic_cast<const CCURLError*>(&e);
-    return curlError && isTransient(*curlError);
+    return curlError && isTransientTransfer(*curlError);
 }
 
 bool CS3Client::shouldSlowDown(const std::exception& e) const

@@ -10,7 +10,7 @@ namespace norla {
 /// What a store says of an object, in the headers of its answer. A value. What it does not say is empty, unset or -1,
 /// and so is what it says without sense; all but eTag, versionId and isDeleteMarker, encryption and checksums is known
 /// of objects that were asked for (get, head) alone.
-struct CS3ObjectInfo {
+struct KX_EXPORT CS3ObjectInfo {
     using HeaderMap = kx::TMap<kx::String, kx::String>; // lower-case name to value
 
     /// Of the whole object, in bytes, also where a part of it has come; -1: not told.
@@ -37,10 +37,10 @@ struct CS3ObjectInfo {
     kx::String checksumCRC32C; ///< the same
 
     /// Reads the answer to a request for the object.
-    KX_EXPORT static CS3ObjectInfo fromObjectHeaders(const HeaderMap& headers);
+    static CS3ObjectInfo fromObjectHeaders(const HeaderMap& headers);
 
     /// Reads the answer to a request that has changed the object, whose Content-Type and the like are its own.
-    KX_EXPORT static CS3ObjectInfo fromChangeHeaders(const HeaderMap& headers);
+    static CS3ObjectInfo fromChangeHeaders(const HeaderMap& headers);
 };
 
 } // namespace norla

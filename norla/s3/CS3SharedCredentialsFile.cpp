@@ -16,7 +16,7 @@ namespace {
 using Path = CS3SharedCredentialsFile::Path;
 using Keys = std::map<std::string, std::string, std::less<>>;
 
-constexpr size_t mostBytes = 1 << 20;
+constexpr size_t mostFileBytes = 1 << 20;
 
 std::string_view environment(const char* name)
 {
@@ -89,7 +89,7 @@ CS3SharedCredentialsFile::~CS3SharedCredentialsFile() = default;
 
 CS3Credentials CS3SharedCredentialsFile::get()
 {
-    const Keys keys = keysOf(kx::readWholeFile(m_path, mostBytes), m_profile.toUTF8());
+    const Keys keys = keysOf(kx::readWholeFile(m_path, mostFileBytes), m_profile.toUTF8());
     const auto valueOf = [&](std::string_view name) {
         const auto found = keys.find(name);
         return found == keys.end() ? kx::String() : valueIn(m_path, m_profile, *found);

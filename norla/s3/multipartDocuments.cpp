@@ -56,10 +56,10 @@ long long numberOfParts(const kx::String& text, const char* what, long long leas
 
 CS3UploadedPart listedPart(const CXMLElement& element)
 {
-    constexpr long long mostBytes = 5LL << 40;
+    constexpr long long largestPart = 5LL << 40;
     CS3UploadedPart part;
     part.number = static_cast<int>(numberOfParts(childText(element, "PartNumber"), "a part's number", 1, mostS3Parts));
-    part.size = numberOfParts(childText(element, "Size"), "a part's size", 0, mostBytes);
+    part.size = numberOfParts(childText(element, "Size"), "a part's size", 0, largestPart);
     part.eTag = childText(element, "ETag");
     requireETag(part.eTag, "part " + kx::toString(part.number) + " in the store's list");
     return part;
