@@ -213,7 +213,7 @@ const CProgram program{
         {"--region", "NAME", "where the buckets are (default: us-east-1)"},
         {"--profile", "NAME", "the credentials of that name in ~/.aws/credentials"},
         {"--http", "", "without TLS"},
-        {"--expires", "SECONDS", "how long a presigned URL is good for, 1 to 604800 (default: 3600)"},
+        {"--expires", "SECONDS", "life of presigned URLs, 604800 at most (default: 3600)"},
         {"--page", "COUNT", "list so many objects with each request, 1 to 1000"},
     },
     .notes = R"(Without --profile the environment gives the credentials: S3_ACCESS_KEY_ID and
