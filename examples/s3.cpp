@@ -251,9 +251,10 @@ int s3(const CArguments& arguments)
     const auto& command = commandOf(commands, words);
     const bool hasPage = arguments.has("--page");
     const long long pageSize = hasPage ? numberOf(arguments.text("--page"), "the value of --page", 1, 1000) : -1;
-    const long long seconds = arguments.has("--expires")
-        ? numberOf(arguments.text("--expires"), "the value of --expires", 1, 7 * 24 * 3600)
-        : 3600;
+    constexpr long long week = 7LL * 24 * 3600;
+    const bool hasExpiry = arguments.has("--expires");
+    const long long seconds
+        = hasExpiry ? numberOf(arguments.text("--expires"), "the value of --expires", 1, week) : 3600;
     CCommands work(clientOf(arguments), static_cast<int>(pageSize), kx::CTimeSpan::fromSeconds(seconds));
     (work.*command.run)({words.begin() + 1, words.end()});
     return exitDone;

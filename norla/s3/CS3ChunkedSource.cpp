@@ -14,7 +14,7 @@ namespace norla {
 
 namespace {
 
-constexpr size_t chunkSize = 64 * 1024; // of the source's bytes; stores want 8 KiB at least
+constexpr size_t chunkSize = size_t{64} * 1024; // of the source's bytes; stores want 8 KiB at least
 constexpr std::string_view signatureMark = ";chunk-signature=";
 constexpr std::string_view chunkLineEnd = "\r\n";
 constexpr long long signatureDigits = 64;
