@@ -56,7 +56,7 @@ kx::String CS3ParallelUpload::upload(
     CS3UploadRun run(*m_client, *m_request, m_options, m_signals, *source, bucketName, objectName);
     try {
         return run.run();
-    } catch (const std::exception&) {
+    } catch (...) { // of callbacks, anything
         run.end();
         m_uploadId = run.getUploadId();
         throw;

@@ -145,7 +145,9 @@ void CS3UploadRun::sendParts()
         if (m_parts.empty())
             return;
         for (const int number : m_signals->wait(nextMoment())) {
-            if (const auto part = m_parts.find(number); part != m_parts.end())
+            // What is told may be the end of a part of an upload before this one.
+            const auto part = m_parts.find(number);
+            if (part != m_parts.end() && part->second->transfer && part->second->transfer->isDone())
                 takeEnd(*part->second);
         }
         tellProgress();

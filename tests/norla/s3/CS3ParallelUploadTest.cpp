@@ -317,4 +317,37 @@ TEST_F(CS3ParallelUploadTest, refusesWhatMakesNoSense)
     EXPECT_EQ(server().connectionCount(), 0U);
 }
 
+TEST_F(CS3ParallelUploadTest, isUsedAgainBehindAFailureThatHasEndedOtherParts)
+{
+    std::promise<void> bothAreThere;
+    m_options.atOnce = 2;
+    answer(created("id"));
+    server()
+        .onConnection()
+        .readHead()
+        .waitFor(bothAreThere.get_future().share())
+        .send(answerWith(403, errorDocument("AccessDenied")));
+    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readBytes(leastPart).stall();
+    answer("HTTP/1.1 204 Gone\r\nConnection: close\r\n\r\n");
+    auto end = std::async(std::launch::async, [this] { return messageOf([this] { upload(m_first + m_first); }); });
+    while (server().connectionCount() < 3 && end.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    }
+    bothAreThere.set_value();
+    EXPECT_EQ(end.get(), "Amazon S3 error: Because(AccessDenied)");
+    answer(created("id"));
+    answerPart(leastPart, stored(tagOf(m_first)));
+    answerPart(leastPart, stored(tagOf(m_first)));
+    answerCompletion(completed("\"whole-2\""));
+    EXPECT_EQ(run(m_first + m_first), "\"whole-2\"");
+}
+
+TEST_F(CS3ParallelUploadTest, abortsWhatACallbackEndsWithAnythingElseThanAnError)
+{
+    m_options.onStarted = [](const kx::String&) { throw 1; };
+    answer(created("id"));
+    answer("HTTP/1.1 204 Gone\r\nConnection: close\r\n\r\n");
+    EXPECT_THROW(upload("end"), int);
+    EXPECT_EQ(server().connectionCount(), 2U);
+}
+
 } // namespace
