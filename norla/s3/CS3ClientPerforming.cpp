@@ -28,15 +28,28 @@ kx::String describe(const kx::CError& error, int attempt)
     return what + " (try " + kx::toString(attempt) + ").";
 }
 
-/// The URL with another region in its host, where that names the old one.
-kx::String withRegion(const kx::String& url, const kx::String& old, const kx::String& region)
+/// The endpoint's URL with another region in its host, where that names the old one.
+kx::String withRegion(const kx::String& endpointURL, const kx::String& old, const kx::String& region)
+{
+    const size_t host = endpointURL.find("://") + 3;
+    const kx::String part = "." + old + ".";
+    const size_t at = endpointURL.find(part, host);
+    if (at == kx::String::npos || at > endpointURL.find("/", host))
+        return endpointURL;
+    return endpointURL.substr(0, at) + "." + region + "." + endpointURL.substr(at + part.size());
+}
+
+/// The same URL at another endpoint. A bucket before the endpoint's host stays, be it called as a region.
+kx::String movedTo(const kx::String& endpointURL, const kx::String& url, const kx::String& oldEndpointURL)
 {
     const size_t host = url.find("://") + 3;
-    const kx::String part = "." + old + ".";
-    const size_t at = url.find(part, host);
-    if (at == kx::String::npos || at > url.find("/", host))
+    const kx::String oldHost = oldEndpointURL.substr(oldEndpointURL.find("://") + 3); // with its "/"
+    const kx::String newHost = endpointURL.substr(endpointURL.find("://") + 3);
+    const size_t hostEnd = url.find("/", host);
+    if (hostEnd == kx::String::npos || hostEnd + 1 - host < oldHost.size())
         return url;
-    return url.substr(0, at) + "." + region + "." + url.substr(at + part.size());
+    const size_t at = hostEnd + 1 - oldHost.size();
+    return url.substr(at, oldHost.size()) == oldHost ? url.substr(0, at) + newHost + url.substr(hostEnd + 1) : url;
 }
 
 /// Adds a line of libcurl's list.
@@ -139,8 +152,9 @@ bool CS3Client::correct(CNetRequest& request, const std::exception& error)
     const kx::String region = m_region.isEmpty() ? kx::String() : CS3Corrections::regionSaid(request, error, m_region);
     if (region.isEmpty())
         return false;
-    m_endpointURL = withRegion(m_endpointURL, m_region, region);
-    request.setURL(withRegion(request.getURL(), m_region, region));
+    const kx::String endpointURL = withRegion(m_endpointURL, m_region, region);
+    request.setURL(movedTo(endpointURL, request.getURL(), m_endpointURL));
+    m_endpointURL = endpointURL;
     m_signer = kx::newObj<CS3SignerV4>(region);
     m_region = region;
     return true;

@@ -361,4 +361,15 @@ TEST_F(CS3ClientCallTest, signsEachAttemptOnce)
     EXPECT_EQ(head.find("x-amz-date:"), head.rfind("x-amz-date:"));
 }
 
+TEST_F(CS3ClientCallTest, leavesTheBucketInTheHostAsItIsWhenItGoesToAnotherRegion)
+{
+    CS3Endpoint endpoint = CS3Endpoint::ceph("s3.us-east-1.localhost:" + kx::toString(server().getPort()), false);
+    endpoint.addressing = CS3Endpoint::Addressing::VirtualHost;
+    useEndpoint(endpoint);
+    answer(withStatus(301, "x-amz-bucket-region: eu-west-3\r\n"));
+    answer(ok("hello"));
+    perform({.bucketName = "a.us-east-1.b", .objectName = "k"});
+    EXPECT_THAT(received(1), HasSubstr("\r\nHost: a.us-east-1.b.s3.eu-west-3.localhost:"));
+}
+
 } // namespace
