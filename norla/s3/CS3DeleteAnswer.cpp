@@ -3,9 +3,6 @@
 #include "kx/base/CError.h"
 #include "norla/s3/CXMLTree.h"
 
-#include <algorithm>
-#include <set>
-
 namespace norla {
 
 namespace {
@@ -47,30 +44,44 @@ void CS3DeleteAnswer::expect(const kx::String& key, const kx::String& versionId)
 kx::TArray<CS3DeleteFailure> CS3DeleteAnswer::failuresIn(const CXMLElement& root) const
 {
     kx::TArray<CS3DeleteFailure> failures;
-    std::set<const CItem*> failed;
+    std::set<const CItem*> told;
     root.forEachElement([&](const CXMLElement& element) {
         if (!element.isNamed("Error"))
             return;
         CS3DeleteFailure failure = readFailure(element);
-        const CItem& item = find(failure)->second;
-        if (failure.code == "NoSuchKey" || !failed.insert(&item).second)
+        const CItem* const item = find(failure, told);
+        if (!item)
             return;
-        failure.key = item.key;
-        failure.versionId = item.versionId;
+        told.insert(item);
+        if (failure.code == "NoSuchKey")
+            return;
+        failure.key = item->key;
+        failure.versionId = item->versionId;
         failures.push_back(std::move(failure));
     });
     return failures;
 }
 
-CS3DeleteAnswer::Items::const_iterator CS3DeleteAnswer::find(const CS3DeleteFailure& failure) const
+/// @return the object of that version which has not been told of, else another one of that key; null when all have
+const CS3DeleteAnswer::CItem* CS3DeleteAnswer::find(
+    const CS3DeleteFailure& failure, const std::set<const CItem*>& told) const
 {
     const auto [first, last] = m_items.equal_range(withParsedLineEnds(failure.key));
     if (first == last)
         throw kx::CError("The store tells of the object '" + failure.key + "' in the bucket '" + m_bucketName
             + "', which was not to be removed: " + failure.code + ".");
-    const auto sameVersion = std::find_if(
-        first, last, [&failure](const auto& item) { return item.second.versionId == failure.versionId; });
-    return sameVersion == last ? first : sameVersion;
+    const CItem* other = nullptr;
+    bool isKnown = false;
+    for (auto item = first; item != last; ++item) {
+        const bool isTold = told.contains(&item->second);
+        const bool isSame = item->second.versionId == failure.versionId;
+        if (isSame && !isTold)
+            return &item->second;
+        isKnown = isKnown || isSame;
+        if (!other && !isTold)
+            other = &item->second;
+    }
+    return isKnown ? nullptr : other;
 }
 
 } // namespace norla

@@ -5,7 +5,7 @@
 #include "norla/s3/CS3DeleteFailure.h"
 
 #include <map>
-#include <utility>
+#include <set>
 
 namespace norla {
 
@@ -30,7 +30,7 @@ private:
     };
     using Items = std::multimap<kx::String, CItem>; // by the key as it comes back
 
-    Items::const_iterator find(const CS3DeleteFailure& failure) const;
+    const CItem* find(const CS3DeleteFailure& failure, const std::set<const CItem*>& told) const;
 
     const kx::String m_bucketName;
     Items m_items;

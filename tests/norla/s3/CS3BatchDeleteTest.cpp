@@ -213,4 +213,16 @@ TEST_F(CS3BatchDeleteTest, wantsNames)
     EXPECT_EQ(server().connectionCount(), 0u);
 }
 
+TEST_F(CS3BatchDeleteTest, countsEachFailureOfAnObjectWhoseVersionsTheStoreDoesNotName)
+{
+    const std::string objects = "<Object><Key>a</Key><VersionId>v1</VersionId></Object>"
+                                "<Object><Key>a</Key><VersionId>v2</VersionId></Object>";
+    answerRemoval(objects, failure("a", "AccessDenied") + failure("a", "AccessDenied"));
+    removal().add("a", "v1");
+    removal().add("a", "v2");
+    removal().finish();
+    EXPECT_EQ(removal().getRemovedCount(), 0);
+    EXPECT_EQ(removal().getFailures().size(), 2u);
+}
+
 } // namespace
