@@ -18,8 +18,10 @@ int CS3AnswerSink::write(const unsigned char* data, int size, int responseCode, 
     constexpr int firstSuccess = 200;
     constexpr int firstRedirect = 300;
     constexpr size_t most = 1 << 20;
-    if (responseCode >= firstSuccess && responseCode < firstRedirect)
+    if (responseCode >= firstSuccess && responseCode < firstRedirect) {
+        m_isGiven = true;
         return m_sink->write(data, size, responseCode, responseHeaders);
+    }
     const size_t room = most - std::min(most, m_failures->getSize());
     m_failures->append(data, std::min(room, static_cast<size_t>(size)));
     return size;

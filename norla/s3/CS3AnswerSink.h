@@ -15,17 +15,22 @@ public:
     CS3AnswerSink& operator=(const CS3AnswerSink&) = delete;
     ~CS3AnswerSink() override;
 
-    void begin() override { m_sink->begin(); }
+    void begin() override
+    {
+        m_isGiven = false;
+        m_sink->begin();
+    }
     int write(const unsigned char* data, int size, int responseCode, const HeaderMap& responseHeaders) override;
     void end(int responseCode, const HeaderMap& responseHeaders) override
     {
         m_sink->end(responseCode, responseHeaders);
     }
-    bool canBeginAgain() const override { return m_sink->canBeginAgain(); }
+    bool canBeginAgain() const override { return !m_isGiven || m_sink->canBeginAgain(); }
 
 private:
     const kx::P<CNetRequest::IDataSink> m_sink;
     const kx::P<CNetRequest::Buffer> m_failures;
+    bool m_isGiven = false; // anything, to the sink
 };
 
 } // namespace norla

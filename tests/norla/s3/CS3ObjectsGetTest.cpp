@@ -206,4 +206,36 @@ TEST_F(CS3ObjectsGetTest, refusesWhatMakesNoSense)
     EXPECT_THROW(objects().get("b", "k", static_cast<norla::CNetRequest::Buffer*>(nullptr)), kx::CInvalidArgError);
 }
 
+/// Keeps all that comes, also of an attempt that fails.
+class CKeepingSink : public kx::CBase, public virtual norla::IDataSink {
+public:
+    int write(const unsigned char* data, int size, int, const HeaderMap&) override
+    {
+        m_text.append(reinterpret_cast<const char*>(data), static_cast<size_t>(size));
+        return size;
+    }
+    std::string m_text;
+};
+
+TEST_F(CS3ObjectsGetTest, doesNotBeginAgainBehindBytesThatASinkCannotTakeBack)
+{
+    objectClient().setRetryPolicy({.firstPause = {}});
+    const std::string whole = reply("200 OK", "", "abcdef");
+    server().onConnection().readHead().send(whole.substr(0, whole.size() - 3)).reset();
+    answer(whole);
+    const auto sink = kx::newObj<CKeepingSink>();
+    EXPECT_TRUE(support::errorOf([&] { objects().get("b", "k", sink.get()); }));
+    EXPECT_EQ(sink->m_text, "abc");
+}
+
+TEST_F(CS3ObjectsGetTest, beginsAgainBehindAFailureOfWhichNothingHasComeToTheSink)
+{
+    objectClient().setRetryPolicy({.firstPause = {}});
+    answer(reply("503 Slow Down", "", errorDocument("SlowDown")));
+    answer(reply("200 OK", "", "abcdef"));
+    const auto sink = kx::newObj<CKeepingSink>();
+    EXPECT_NO_THROW(objects().get("b", "k", sink.get()));
+    EXPECT_EQ(sink->m_text, "abcdef");
+}
+
 } // namespace
