@@ -36,10 +36,11 @@ int CEventMulti::onSocket(CURL* /*handle*/, curl_socket_t socket, int what, void
 
 int CEventMulti::onTimer(CURLM* /*handle*/, long milliseconds, void* self) noexcept
 {
-    auto& time = static_cast<CEventMulti*>(self)->m_time;
-    time.reset();
+    auto& multi = *static_cast<CEventMulti*>(self);
+    multi.m_time.reset();
     if (milliseconds >= 0)
-        time = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+        multi.m_time = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    multi.onTimeChange();
     return 0;
 }
 

@@ -24,7 +24,7 @@ public:
     CEventMulti& operator=(const CEventMulti&) = delete;
 
     /// No request is in it any more.
-    ~CEventMulti();
+    virtual ~CEventMulti();
 
     /// The transfer begins, when its time comes. @throws CCURLError when libcurl refuses
     void add(CNetRequest& request);
@@ -56,6 +56,11 @@ public:
 
     /// In a child process: what it shares with its parent stays untouched when this goes.
     void forget() noexcept { m_multi.keepForEver(); }
+
+protected:
+    /// getTime() is another one: by what this was told to do, or because an application has spoken to libcurl within a
+    /// callback (curl_easy_pause(3)).
+    virtual void onTimeChange() noexcept {}
 
 private:
     // libcurl's, with this object as their data

@@ -21,14 +21,22 @@ CTransferLanes::CTransferLanes(int wakeDescriptor, long idleConnections)
 
 CTransferLanes::~CTransferLanes() = default;
 
+CTransferLanes::CLane::CLane(CTransferLanes& theLanes, size_t theNumber, long idleConnections)
+    : CEventMulti(theLanes.m_events, idleConnections)
+    , lanes(theLanes)
+    , number(theNumber)
+{
+}
+
+CTransferLanes::CLane::~CLane() = default;
+
 CTransferLanes::CLane& CTransferLanes::open(size_t number)
 {
     if (number >= m_lanes.size())
         m_lanes.resize(number + 1);
     if (!m_lanes[number]) {
         const long idleConnections = number == 0 ? m_idleConnections : std::min<long>(m_idleConnections, width);
-        auto lane = std::make_unique<CLane>(m_events, idleConnections);
-        lane->number = number;
+        auto lane = std::make_unique<CLane>(*this, number, idleConnections);
         m_timers.set(lane.get(), lane->timer, never);
         m_lanes[number] = std::move(lane);
     }
@@ -73,9 +81,7 @@ void CTransferLanes::settle(CLane& lane) noexcept
 
 bool CTransferLanes::addAgain(CNetRequest& request, size_t number) noexcept
 {
-    const bool isAdded = at(number).addAgain(request);
-    setTimer(at(number));
-    return isAdded;
+    return at(number).addAgain(request);
 }
 
 void CTransferLanes::wait(std::optional<CMoment> moment) noexcept
@@ -97,7 +103,6 @@ CURLMcode CTransferLanes::act() noexcept
     if (m_events.take(event) && event.owner) {
         auto& lane = static_cast<CLane&>(*event.owner);
         result = lane.act(event.socket, event.bits);
-        setTimer(lane);
         m_acted[0] = &lane;
     }
     if (*m_timers.getFirst() == never || result != CURLM_OK)

@@ -62,9 +62,13 @@ public:
 
 private:
     struct CLane : public CEventMulti {
-        using CEventMulti::CEventMulti;
+        CLane(CTransferLanes& theLanes, size_t theNumber, long idleConnections);
+        ~CLane() override;
 
-        size_t number = 0;
+        void onTimeChange() noexcept override { lanes.setTimer(*this); }
+
+        CTransferLanes& lanes;
+        const size_t number;
         std::optional<CMoment> closing; // unless it is used again
         std::optional<CMoment> timer;   // always set, so that setting it needs no memory
     };

@@ -13,6 +13,8 @@
 #include "tests/support/sleepingThread.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <future>
@@ -924,6 +926,53 @@ TEST_F(ActiveFTPTest, takesAtOnceWhatComesOverTheSecondConnection)
         ASSERT_TRUE(transfer->wait(longest));
         EXPECT_EQ(failureOf(transfer), "");
     }
+}
+
+/// A transfer that its own sink pauses, and that another one's end lets go on.
+class PausedTransferTest : public CTransferPoolTest {
+protected:
+    std::chrono::steady_clock::duration timeToItsEnd()
+    {
+        const auto request = newRequest();
+        CURL* const handle = request->getEasyHandle();
+        std::atomic<bool> isPaused{false};
+        request->setReceiveDataSink(kx::newObj<CActionSink>([&isPaused, handle] {
+            if (!isPaused.exchange(true))
+                curl_easy_pause(handle, CURLPAUSE_RECV);
+        }).get());
+        answer(ok("hello")); // after which its socket has nothing to say
+        const auto paused = pool().start(request.get());
+        EXPECT_TRUE(waitUntil([&isPaused] { return isPaused.load(); }));
+        EXPECT_FALSE(paused->wait(300)); // libcurl looks by itself in the beginning
+        const auto start = letGoOn(handle);
+        EXPECT_TRUE(paused->wait(longest));
+        EXPECT_EQ(failureOf(paused), "");
+        return std::chrono::steady_clock::now() - start;
+    }
+
+private:
+    std::chrono::steady_clock::time_point letGoOn(CURL* handle)
+    {
+        std::promise<std::chrono::steady_clock::time_point> moment;
+        answer(ok(""));
+        CTransfer::Options options;
+        options.onDone = [&moment, handle](CTransfer&) {
+            curl_easy_pause(handle, CURLPAUSE_CONT);
+            moment.set_value(std::chrono::steady_clock::now());
+        };
+        pool().start(newRequest().get(), options);
+        return moment.get_future().get();
+    }
+};
+
+// libcurl looks once a second without being told.
+TEST_F(PausedTransferTest, goesOnAtOnceWhenACallbackOfAnotherOneLetsIt)
+{
+    constexpr auto shortest = std::chrono::milliseconds(150);
+    auto quickest = std::chrono::steady_clock::duration::max();
+    for (int count = 0; count < 10 && quickest > shortest; ++count)
+        quickest = std::min(quickest, timeToItsEnd());
+    EXPECT_LE(quickest, shortest);
 }
 
 /// A transfer behind one that was given up while it was connecting, whose socket's number it has as a rule.
