@@ -120,6 +120,9 @@ kx::String CS3ObjectCopy::copy(const CS3CopySource& source, const kx::String& bu
         same.eTag = found.eTag;
     if (found.size <= m_options.threshold)
         return copyAtOnce(same, bucketName, objectName);
+    if (same.eTag.isEmpty() && same.versionId.isEmpty())
+        throw kx::CError("The store tells no ETag of the object '" + source.objectName + "' in the bucket '"
+            + source.bucketName + "', by which to see that its parts are of one.");
     if (multipart.headers.empty())
         multipart.headers = found.headers;
     CS3MultipartUpload upload(m_client, m_request, bucketName, objectName, multipart);

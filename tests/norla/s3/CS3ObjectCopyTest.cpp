@@ -140,4 +140,13 @@ TEST_F(CS3ObjectCopyTest, refusesASizeThatCannotBe)
     EXPECT_THROW(copy({.bucketName = "from", .objectName = ""}), kx::CInvalidArgError);
 }
 
+TEST_F(CS3ObjectCopyTest, copiesNothingByPartsThatCouldBecomeAnotherObjectUnseen)
+{
+    m_options.threshold = 3;
+    answer("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 4\r\n\r\n");
+    EXPECT_EQ(messageOf([this] { copy(); }),
+        "The store tells no ETag of the object 'a b' in the bucket 'from', by which to see that its parts are of one.");
+    EXPECT_EQ(server().connectionCount(), 1U);
+}
+
 } // namespace
