@@ -269,6 +269,14 @@ public:
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 
 private:
+    /// Where requests go, and what they are signed for.
+    struct CPlace {
+        kx::String endpointURL;
+        kx::P<IS3Signer> signer;
+        kx::String region;
+        kx::String url; // of a request
+    };
+
     bool usesTLS() const { return m_endpointURL.startsWith("https:"); }
     kx::String bucketURL(CNetRequest& request, const kx::String& bucketName);
     void preparePut(CNetRequest& request, const kx::String& objectURL, CNetRequest::IDataSource* source, long long size,
@@ -289,6 +297,7 @@ private:
     void explainRedirect(const std::exception& error) const;
     bool correct(CNetRequest& request, const std::exception& error);
     void performAttempt(CNetRequest& request);
+    void goBack(CNetRequest& request, const CPlace& place);
     void signAgain(CNetRequest& request);
     kx::String md5Of(const void* data, size_t size);
 

@@ -133,16 +133,29 @@ int CS3Client::performByPolicy(CNetRequest& request, bool mayRepeat)
 void CS3Client::performAttempt(CNetRequest& request)
 {
     constexpr int mostCorrections = 2; // time and region
+    const CPlace place{m_endpointURL, m_signer, m_region, request.getURL()};
     for (int corrections = 0;; ++corrections) {
         try {
             performOnce(request);
             return;
         } catch (const kx::CError& error) {
-            if (!m_signer || corrections == mostCorrections || !correct(request, error))
+            if (!m_signer || corrections == mostCorrections || !correct(request, error)) {
+                if (m_region != place.region && request.getResponseCode() <= 0)
+                    goBack(request, place);
                 throw;
+            }
         }
         signAgain(request);
     }
+}
+
+// Where the store has sent us is nobody.
+void CS3Client::goBack(CNetRequest& request, const CPlace& place)
+{
+    m_endpointURL = place.endpointURL;
+    m_signer = place.signer;
+    m_region = place.region;
+    request.setURL(place.url);
 }
 
 bool CS3Client::correct(CNetRequest& request, const std::exception& error)

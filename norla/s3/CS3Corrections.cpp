@@ -11,7 +11,8 @@ namespace norla {
 
 namespace {
 
-constexpr long long leastDifference = 5LL * 60 * 1'000'000; // in microseconds; stores allow for a quarter of an hour
+constexpr long long leastDifference = 5LL * 60 * 1'000'000;    // in microseconds; stores allow for a quarter of an hour
+constexpr long long latestTime = 32'503'680'000LL * 1'000'000; // the year 3000; behind 9999 nothing can be signed
 constexpr int forbidden = 403;
 
 kx::String headerOf(const CNetRequest& request, const char* name)
@@ -43,7 +44,7 @@ bool CS3Corrections::learnTime(CNetRequest& request)
         return false;
     try {
         const long long said = parseTimestamp(date).getMicroseconds();
-        if (std::llabs(said - now().getMicroseconds()) < leastDifference)
+        if (said < 0 || said > latestTime || std::llabs(said - now().getMicroseconds()) < leastDifference)
             return false;
         m_offset = kx::CTimeSpan::fromMicroseconds(said - kx::CTime::now().getMicroseconds());
         return true;

@@ -372,4 +372,29 @@ TEST_F(CS3ClientCallTest, leavesTheBucketInTheHostAsItIsWhenItGoesToAnotherRegio
     EXPECT_THAT(received(1), HasSubstr("\r\nHost: a.us-east-1.b.s3.eu-west-3.localhost:"));
 }
 
+TEST_F(CS3ClientCallTest, learnsNoTimeThatNobodyCanSignFor)
+{
+    for (const char* const date : {"Fri, 31 Dec 9999 23:59:59 GMT", "Sun, 06 Nov 292000 08:49:37 GMT"}) {
+        answer(withStatus(403, std::string("Date: ") + date + "\r\n"));
+        EXPECT_EQ(codeOf(failureOf(get)), "AccessDenied") << date;
+    }
+    answer(ok("hello"));
+    perform(get);
+    EXPECT_EQ(body(), "hello");
+}
+
+TEST_F(CS3ClientCallTest, comesBackFromARegionWhoseHostIsNotThere)
+{
+    CS3Endpoint endpoint = CS3Endpoint::ceph("127.0.0.1:" + kx::toString(server().getPort()), false);
+    endpoint.region = "0"; // which leads to 127.1.0.1, where nobody listens
+    useEndpoint(endpoint);
+    answer(withStatus(301, "x-amz-bucket-region: 1\r\n"));
+    EXPECT_TRUE(failureOf(get));
+    EXPECT_EQ(request().getURL(), client().getObjectURL(request(), "bucket", "a/b"));
+    answer(ok("hello"));
+    perform(get);
+    EXPECT_EQ(body(), "hello");
+    EXPECT_THAT(received(1), HasSubstr("/0/s3/aws4_request"));
+}
+
 } // namespace
