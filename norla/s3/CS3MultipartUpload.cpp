@@ -6,8 +6,10 @@
 #include "norla/core/CStreamDataSource.h"
 #include "norla/s3/CS3AnswerText.h"
 #include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3Error.h"
 #include "norla/s3/copySourceHeaders.h"
 #include "norla/s3/multipartDocuments.h"
+#include "norla/s3/performS3Call.h"
 
 #include <limits>
 
@@ -212,11 +214,12 @@ kx::String CS3MultipartUpload::complete(const kx::TArray<CS3UploadedPart>& parts
 void CS3MultipartUpload::abort()
 {
     requireId();
-    CS3Call call = callFor("DELETE", {{"uploadId", m_id}});
     try {
-        documentFor(call);
+        performForNothing(*m_client, *m_request, callFor("DELETE", {{"uploadId", m_id}}));
     } catch (const kx::CError& error) {
-        if (!m_client->isNotFoundError(error))
+        const auto* const explained = dynamic_cast<const CS3Error*>(&error);
+        const bool isGone = explained && explained->getS3Code() == "NoSuchUpload"; // also with another status
+        if (!isGone && !m_client->isNotFoundError(error))
             throw;
     }
     m_id = kx::String();

@@ -301,4 +301,15 @@ TEST_F(CS3MultipartUploadTest, findsAnErrorBehindTheSuccessOfACopy)
     EXPECT_THROW(upload->uploadPartCopy(2, {.bucketName = "b", .objectName = ""}), kx::CInvalidArgError);
 }
 
+TEST_F(CS3MultipartUploadTest, isNotAbortedByAnErrorWithTheStatusOfASuccess)
+{
+    const auto upload = attached();
+    answer(answerWith(200, errorDocument("AccessDenied")));
+    EXPECT_EQ(messageOf([&] { upload->abort(); }), "Amazon S3 error: Because(AccessDenied)");
+    EXPECT_EQ(upload->getId(), "i+d");
+    answer(answerWith(200, errorDocument("NoSuchUpload")));
+    upload->abort();
+    EXPECT_EQ(upload->getId(), "");
+}
+
 } // namespace
