@@ -5,6 +5,7 @@
 #include "tests/support/CPathServer.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -14,6 +15,7 @@
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -115,12 +117,46 @@ protected:
 
     support::CPathServer& paths() { return m_paths; }
 
-    /// @return how many have succeeded
-    int runAll()
+    std::vector<Transfer> startAll(const std::string& path, const CTransfer::Options& options = {})
     {
         std::vector<Transfer> transfers;
         for (int number = 0; number < count; ++number)
-            transfers.push_back(pool().start(requestTo(m_paths.url("/")).get()));
+            transfers.push_back(pool().start(requestTo(m_paths.url(path)).get(), options));
+        return transfers;
+    }
+
+    /// All of which the server has, and leaves without an answer.
+    std::vector<Transfer> startStalledOnes()
+    {
+        if (!std::exchange(m_isStarted, true))
+            m_paths.start();
+        const int before = m_paths.requestCount();
+        auto transfers = startAll("/silent");
+        EXPECT_TRUE(waitUntil([this, before] { return m_paths.requestCount() == before + count; }));
+        return transfers;
+    }
+
+    static int countCancelled(const std::vector<Transfer>& transfers)
+    {
+        return static_cast<int>(std::count_if(transfers.begin(), transfers.end(),
+            [](const Transfer& transfer) { return transfer->getState() == norla::TransferState::Cancelled; }));
+    }
+
+    std::chrono::steady_clock::duration timeOfStop()
+    {
+        replacePool({.atOnce = count});
+        const auto transfers = startStalledOnes();
+        const auto start = std::chrono::steady_clock::now();
+        pool().stop();
+        const auto time = std::chrono::steady_clock::now() - start;
+        EXPECT_EQ(countCancelled(transfers), count);
+        return time;
+    }
+
+    /// @return how many have succeeded
+    int runAll()
+    {
+        const auto transfers = startAll("/");
         if (m_paths.connectionCount() == 0)
             m_paths.start(); // all at once, since nobody had an answer
         int succeeded = 0;
@@ -130,7 +166,9 @@ protected:
     }
 
 private:
-    support::CPathServer m_paths{{{"/", support::CPathServer::answer("200 OK", "hello")}}};
+    bool m_isStarted = false; // by startStalledOnes()
+    support::CPathServer m_paths{{{"/", support::CPathServer::answer("200 OK", "hello")},
+        {"/busy", support::CPathServer::answer("503 Busy", "")}}};
 };
 
 TEST_F(PoolLanesTest, keepTheirConnectionsForLaterTransfers)
@@ -152,6 +190,40 @@ TEST_F(PoolLanesTest, openAgainAfterTheyHaveClosed)
     runAll();
     ASSERT_TRUE(waitUntil([this] { return paths().openCount() == norla::CTransferLanes::width; }));
     EXPECT_EQ(runAll(), count);
+}
+
+TEST_F(PoolLanesTest, letAllGoThatAreCancelled)
+{
+    const auto transfers = startStalledOnes();
+    pool().cancelAll();
+    for (const Transfer& transfer : transfers)
+        EXPECT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(countCancelled(transfers), count);
+    EXPECT_TRUE(waitUntil([this] { return paths().openCount() == 0; }));
+}
+
+TEST_F(PoolLanesTest, endWithThePoolsStopAtOnce)
+{
+    constexpr std::chrono::steady_clock::duration longestStop = std::chrono::milliseconds(250);
+    auto quickest = std::chrono::steady_clock::duration::max();
+    for (int tries = 0; tries < 5 && quickest > longestStop && !HasFailure(); ++tries)
+        quickest = std::min(quickest, timeOfStop());
+    EXPECT_LE(quickest, longestStop);
+}
+
+TEST_F(PoolLanesTest, tryAgainInWhicheverHasRoom)
+{
+    CTransfer::Options options;
+    options.retries = {.attempts = 3, .firstPause = kx::CTimeSpan::fromMilliseconds(1)};
+    const auto transfers = startAll("/busy", options);
+    paths().start();
+    int attempts = 0;
+    for (const Transfer& transfer : transfers) {
+        EXPECT_TRUE(transfer->wait(longest));
+        attempts += static_cast<int>(transfer->getAttempts().size());
+    }
+    EXPECT_EQ(attempts, 3 * count);
+    EXPECT_EQ(paths().requestCount(), 3 * count);
 }
 
 class PoolThreadsTest : public CPoolFixture {

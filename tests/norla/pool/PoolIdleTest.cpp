@@ -1,6 +1,8 @@
 // How often a pool's thread wakes up when it has nothing to do.
+#include "norla/pool/CTransferLanes.h"
 #include "tests/curlcalls/CWaitCalls.h"
 #include "tests/norla/pool/CPoolFixture.h"
+#include "tests/support/CPathServer.h"
 #include "tests/support/sleepingThread.h"
 
 #include <algorithm>
@@ -8,6 +10,7 @@
 #include <future>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -75,6 +78,20 @@ TEST_F(PoolIdleTest, doesNotWakeUpForTransfersThatWaitForRoom)
     for (int count = 0; count < 50; ++count)
         pool().start(newRequest().get());
     EXPECT_LE(waitsWhileNothingHappens(), 3U);
+}
+
+TEST_F(PoolIdleTest, sleepsWithoutEndWhenTheConnectionsThatAHostNeededInPlentyHaveClosed)
+{
+    constexpr int count = norla::CTransferLanes::width + 1;
+    support::CPathServer paths({{"/", ok("hello")}});
+    std::vector<Transfer> transfers;
+    for (int number = 0; number < count; ++number)
+        transfers.push_back(pool().start(requestTo(paths.url("/")).get()));
+    paths.start(); // all at once, since nobody had an answer
+    for (const Transfer& transfer : transfers)
+        ASSERT_TRUE(transfer->wait(longest));
+    ASSERT_TRUE(waitUntil([&paths] { return paths.openCount() == count - 1; }));
+    EXPECT_EQ(waitsWhileNothingHappens(), 0U);
 }
 
 // The descriptor that wakes it belongs to both processes.
