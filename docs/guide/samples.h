@@ -16,6 +16,8 @@ namespace norla {
 class CFTPClient;
 class CNetRequest;
 class CS3Client;
+class IS3Credentials;
+struct CS3Endpoint;
 class CSMTPParams;
 class CTransferPool;
 } // namespace norla
@@ -32,6 +34,11 @@ kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long lon
 void useProxies(const kx::String& proxies, const kx::String& directHosts);
 void performAsTheUserWants(norla::CNetRequest& request);
 kx::TArray<kx::String> storeNote(norla::CS3Client& client, const kx::String& bucket, const std::string& note);
+kx::P<norla::CS3Client> openStore(const norla::CS3Endpoint& endpoint, norla::IS3Credentials* credentials);
+kx::TArray<kx::String> archive(norla::CS3Client& client, const kx::String& bucket, const std::string& note,
+    const kx::TPathImpl<kx::CUnixPathTraits>& file,
+    const std::function<void(long long bytes, long long total)>& report);
+kx::String linkTo(norla::CS3Client& client, const kx::String& bucket, const kx::String& name);
 kx::String problemWith(norla::CS3Client& client, const kx::String& bucket, const kx::String& name);
 kx::TArray<kx::String> storeReport(norla::CFTPClient& client, const std::string& report);
 void sendText(norla::CSMTPParams params, const kx::String& recipient, const std::string& text);

@@ -6,6 +6,8 @@
 #include "norla/ftp/CFTPClient.h"
 #include "norla/proxy/CProxySettings.h"
 #include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3Objects.h"
+#include "norla/s3/CS3StaticCredentials.h"
 #include "tests/live/liveRequest.h"
 #include "tests/support/CCephServer.h"
 #include "tests/support/CFTPServer.h"
@@ -218,6 +220,29 @@ TEST(GuideTest, storesANoteInS3)
     EXPECT_EQ(storeNote(client, "bucket", "note"), Texts{"notes/today.txt"});
     EXPECT_EQ(problemWith(client, "bucket", "notes/today.txt"), "");
     EXPECT_EQ(problemWith(client, "bucket", "notes/yesterday.txt"), "NoSuchKey");
+}
+
+TEST(GuideTest, archivesInAStoreOfToday)
+{
+    support::CCephServer store;
+    store.makeBucket("bucket");
+    const auto credentials = kx::newObj<norla::CS3StaticCredentials>(norla::CS3Credentials{
+        .accessKeyId = text(store.accessKeyId()), .secretAccessKey = text(store.secretAccessKey())});
+    const auto client = openStore(norla::CS3Endpoint::ceph(text(store.host()), false), credentials.get());
+    support::CTemporaryFolder folder;
+    const std::string content(6 << 20, 'c');
+    const auto file = folder.write("file", content).string();
+    long long stored = 0;
+    EXPECT_EQ(archive(*client, "bucket", "note", norla::CNetRequest::Path::fromBytes(file),
+                  [&stored](long long bytes, long long) { stored = bytes; }),
+        (Texts{"archive/file", "archive/note.txt"}));
+    EXPECT_EQ(stored, static_cast<long long>(content.size()));
+    const auto stranger = kx::newObj<norla::CNetRequest>();
+    stranger->setURL(linkTo(*client, "bucket", "archive/note.txt"));
+    stranger->perform();
+    EXPECT_EQ(live::bodyOf(*stranger), "note");
+    norla::CS3Objects objects(client.get(), stranger.get());
+    EXPECT_EQ(objects.head("bucket", "archive/note.txt").metadata.at("author"), L"Zo\u00EB");
 }
 
 TEST(GuideTest, storesAReportByFTP)
