@@ -4,9 +4,12 @@
 #include "norla/s3/CS3Call.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3XMLWriter.h"
+#include "norla/s3/hexSHA256.h"
 #include "norla/s3/performS3Call.h"
 
+#include <algorithm>
 #include <set>
+#include <string>
 
 namespace norla {
 
@@ -31,6 +34,8 @@ kx::String titleOfBucket(const kx::String& what, const kx::String& bucketName)
 
 CS3ListedBucket readBucket(const CXMLElement& bucket)
 {
+    constexpr size_t longest = 1024; // a list may have a million of them
+    constexpr size_t shown = 100;
     CS3ListedBucket listed;
     bucket.forEachElement([&listed](const CXMLElement& element) {
         if (element.isNamed("Name"))
@@ -40,6 +45,11 @@ CS3ListedBucket readBucket(const CXMLElement& bucket)
     });
     if (listed.name.isEmpty())
         throw kx::CError("Error parsing Amazon S3 'list buckets' result: a bucket without a name.");
+    if (std::max(listed.name.size(), listed.creationDate.size()) > longest)
+        throw kx::CError(
+            "Error parsing Amazon S3 'list buckets' result: a bucket whose name or date has more than 1024 "
+            "characters: '"
+            + listed.name.substr(0, shown) + "...'.");
     return listed;
 }
 
@@ -89,11 +99,11 @@ kx::TArray<CS3ListedBucket> CS3Buckets::list()
 {
     constexpr size_t most = 1'000'000;
     kx::TArray<CS3ListedBucket> buckets;
-    std::set<kx::String> tokens;
+    std::set<std::string> tokens; // digests, however long the tokens are
     kx::String token;
     do {
         token = addBuckets(token, buckets);
-        if (!token.isEmpty() && !tokens.insert(token).second)
+        if (!token.isEmpty() && !tokens.insert(hexSHA256(token.toUTF8())).second)
             throw kx::CError("The list of buckets does not end: it came to the marker '" + token + "' again.");
         if (buckets.size() + tokens.size() > most)
             throw kx::CError("The list of buckets does not end: there are more than a million.");

@@ -174,4 +174,12 @@ TEST_F(CS3BucketsTest, wantsABucketsName)
     EXPECT_EQ(server().connectionCount(), 0u);
 }
 
+TEST_F(CS3BucketsTest, listsNoBucketWhoseNameIsLongerThanAnyIs)
+{
+    const std::string name(1025, 'n');
+    answerDocument(bucketsDocument("<Bucket><Name>" + name + "</Name></Bucket>"));
+    EXPECT_THAT(support::messageOf([this] { buckets().list(); }).toUTF8(),
+        HasSubstr("a bucket whose name or date has more than 1024 characters: '" + name.substr(0, 100) + "...'"));
+}
+
 } // namespace
