@@ -55,9 +55,10 @@ void CEventMulti::add(CNetRequest& request)
 
 void CEventMulti::remove(CNetRequest& request) noexcept
 {
-    --m_count;
-    if (curl_multi_remove_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK)
+    if (curl_multi_remove_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK) {
+        --m_count;
         return;
+    }
     m_hasStuck = true;
     request.addRef(); // for ever: libcurl keeps its handle
 }

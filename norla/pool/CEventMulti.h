@@ -38,7 +38,7 @@ public:
     /// A transfer that has ended begins anew. @return whether libcurl takes it
     bool addAgain(CNetRequest& request) noexcept;
 
-    /// How many are in it.
+    /// How many are in it, with those that libcurl has kept.
     size_t getCount() const noexcept { return m_count; }
 
     /// Lets the transfer go on that uses the socket. @param bits CURL_CSELECT_

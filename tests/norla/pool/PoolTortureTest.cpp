@@ -3,16 +3,20 @@
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/pool/CFailingCall.h"
 #include "tests/norla/pool/CPoolTorture.h"
+#include "tests/support/CPathServer.h"
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/libcurlWords.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -160,6 +164,39 @@ TEST_F(PoolPauseTest, endsATransferThatLibcurlDoesNotLetGoOn)
     const auto transfer = run();
     EXPECT_EQ(transfer->getState(), norla::TransferState::Failed);
     EXPECT_EQ(support::messageOf([&] { transfer->check(); }), "Out of memory");
+}
+
+/// More transfers to one host than one lane has, of which libcurl keeps the last one.
+TEST(PoolStuckTest, harmsNobodyElseLongAfterwards)
+{
+    constexpr int count = 129;
+    support::CCurlCalls calls;
+    support::CScriptedServer other;
+    other.onConnection().readHead().stall();
+    auto silent = std::make_unique<support::CPathServer>(support::CPathServer::Answers{});
+    silent->start();
+    const auto pool = kx::newObj<norla::CTransferPool>();
+    const auto start = [&](const std::string& url) {
+        const auto request = kx::newObj<norla::CNetRequest>();
+        request->setURL(kx::String::fromUTF8(url));
+        return pool->start(request.get());
+    };
+    const auto bystander = start(other.url());
+    std::vector<kx::P<norla::CTransfer>> transfers;
+    for (int number = 0; number < count; ++number)
+        transfers.push_back(start(silent->url("/")));
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (silent->requestCount() < count && std::chrono::steady_clock::now() < limit)
+        std::this_thread::yield();
+    ASSERT_EQ(silent->requestCount(), count);
+    calls.fail("curl_multi_remove_handle", 0, 1);
+    transfers.back()->cancel();
+    EXPECT_TRUE(transfers.back()->wait(5'000));
+    calls.succeed();
+    EXPECT_FALSE(bystander->wait(5'500)); // lanes that nobody uses close meanwhile
+    silent = nullptr;
+    EXPECT_TRUE(transfers.front()->wait(5'000));
+    EXPECT_FALSE(bystander->wait(300));
 }
 
 const auto nameOfScenario = [](const testing::TestParamInfo<CScenario>& scenario) { return scenario.param.name; };
