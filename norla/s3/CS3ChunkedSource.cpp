@@ -14,7 +14,7 @@ namespace norla {
 
 namespace {
 
-constexpr size_t chunkSize = size_t{64} * 1024; // of the source's bytes; stores want 8 KiB at least
+constexpr size_t chunkSize = size_t{256} * 1024; // of the source's bytes; stores want 8 KiB at least
 constexpr std::string_view signatureMark = ";chunk-signature=";
 constexpr std::string_view chunkLineEnd = "\r\n";
 constexpr long long signatureDigits = 64;
@@ -106,32 +106,31 @@ bool CS3ChunkedSource::makeChunk(const HeaderMap& responseHeaders)
 {
     if (m_position == 0)
         begin();
-    const size_t count = static_cast<size_t>(std::min<long long>(m_left, chunkSize));
-    const std::string bytes = readBytes(count, responseHeaders);
-    m_isAtEnd = bytes.size() < count || count == 0;
-    if (bytes.size() < count)
+    const auto count = static_cast<size_t>(std::min<long long>(m_left, chunkSize));
+    m_bytes.resize(count);
+    const bool isWhole = readBytes(responseHeaders);
+    m_isAtEnd = !isWhole || count == 0;
+    if (!isWhole)
         return false;
     m_left -= static_cast<long long>(count);
-    m_signature = m_signer->signChunk(m_timestamp, m_signature, hexSHA256(bytes), m_credentials);
+    m_signature = m_signer->signChunk(m_timestamp, m_signature, hexSHA256(m_bytes), m_credentials);
     m_chunk.assign(hexNumber(count)).append(signatureMark).append(m_signature).append(chunkLineEnd);
-    m_chunk.append(bytes).append(chunkLineEnd);
+    m_chunk.append(m_bytes).append(chunkLineEnd);
     m_taken = 0;
     return true;
 }
 
-std::string CS3ChunkedSource::readBytes(size_t count, const HeaderMap& responseHeaders)
+/// @return whether the source has as many as are wanted
+bool CS3ChunkedSource::readBytes(const HeaderMap& responseHeaders)
 {
-    std::string bytes(count, '\0');
-    size_t filled = 0;
-    while (filled < count) {
-        const int read = m_source->read(
-            reinterpret_cast<unsigned char*>(bytes.data()) + filled, static_cast<int>(count - filled), responseHeaders);
+    for (size_t filled = 0; filled < m_bytes.size();) {
+        const int read = m_source->read(reinterpret_cast<unsigned char*>(m_bytes.data()) + filled,
+            static_cast<int>(m_bytes.size() - filled), responseHeaders);
         if (read <= 0)
-            break;
+            return false;
         filled += static_cast<size_t>(read);
     }
-    bytes.resize(filled);
-    return bytes;
+    return true;
 }
 
 } // namespace norla

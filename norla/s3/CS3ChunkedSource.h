@@ -37,7 +37,7 @@ public:
 private:
     void begin();
     bool makeChunk(const HeaderMap& responseHeaders);
-    std::string readBytes(size_t count, const HeaderMap& responseHeaders);
+    bool readBytes(const HeaderMap& responseHeaders);
 
     CNetRequest& m_request;
     const kx::P<CNetRequest::IDataSource> m_source;
@@ -46,6 +46,7 @@ private:
     CS3Credentials m_credentials;
     std::string m_timestamp;
     std::string m_signature; // of the chunk before
+    std::string m_bytes;     // of the source, for one chunk
     std::string m_chunk;     // encoded
     size_t m_taken = 0;      // of that
     long long m_position = 0;

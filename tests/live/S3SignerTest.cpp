@@ -113,7 +113,7 @@ TEST_P(S3SignerTest, storesWhatASourceGives)
 {
     for (const bool sign : {false, true}) {
         m_client->setSignSources(sign);
-        for (const size_t size : {0U, 1U, 65'536U, 200'000U}) {
+        for (const size_t size : {0U, 1U, 262'144U, 600'000U}) {
             const std::string content(size, 'x');
             const auto bytes = kx::newObj<CS3Client::Buffer>();
             bytes->append(reinterpret_cast<const unsigned char*>(content.data()), size);

@@ -189,6 +189,8 @@ TEST(PoolStuckTest, harmsNobodyElseLongAfterwards)
     while (silent->requestCount() < count && std::chrono::steady_clock::now() < limit)
         std::this_thread::yield();
     ASSERT_EQ(silent->requestCount(), count);
+    static const auto* const stuck = new kx::P<norla::CNetRequest>(&transfers.back()->getRequest()); // for ever
+    EXPECT_TRUE(*stuck);
     calls.fail("curl_multi_remove_handle", 0, 1);
     transfers.back()->cancel();
     EXPECT_TRUE(transfers.back()->wait(5'000));

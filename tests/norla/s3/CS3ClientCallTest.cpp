@@ -258,13 +258,14 @@ protected:
 
 TEST_F(CS3ChunkedBodyTest, isSentInSignedChunks)
 {
-    server().onConnection().readHead().readBytes(65'536 + 87 + 5 + 85 + 86 + 2).send(ok(""));
-    perform(put(65'541, 65'541));
+    server().onConnection().readHead().readBytes(262'144 + 87 + 5 + 85 + 86 + 2).send(ok(""));
+    perform(put(262'149, 262'149));
     EXPECT_THAT(received(), HasSubstr("\r\nContent-Encoding: gzip\r\n"));
-    EXPECT_THAT(received(), HasSubstr("\r\nx-amz-decoded-content-length: 65541\r\n"));
+    EXPECT_THAT(received(), HasSubstr("\r\nx-amz-decoded-content-length: 262149\r\n"));
     const std::string body = bodyIn(received());
-    EXPECT_THAT(body, StartsWith("10000;chunk-signature="));
-    EXPECT_EQ(body.substr(65'536 + 22 + 64 + 2, 24), "\r\n5;chunk-signature=" + body.substr(65'536 + 22 + 64 + 22, 4));
+    EXPECT_THAT(body, StartsWith("40000;chunk-signature="));
+    EXPECT_EQ(
+        body.substr(262'144 + 22 + 64 + 2, 24), "\r\n5;chunk-signature=" + body.substr(262'144 + 22 + 64 + 22, 4));
     EXPECT_THAT(body, HasSubstr("\r\nxxxxx\r\n0;chunk-signature="));
     EXPECT_THAT(body, testing::EndsWith("\r\n\r\n"));
 }
@@ -287,7 +288,7 @@ TEST_F(CS3ChunkedBodyTest, beginsAnewWithAnotherSignature)
 TEST_F(CS3ChunkedBodyTest, isAnErrorWhenTheSourceHasLess)
 {
     server().onConnection().readHead().readToEnd();
-    EXPECT_TRUE(failureOf(put(70'000, 66'000)));
+    EXPECT_TRUE(failureOf(put(270'000, 263'000)));
 }
 
 TEST_F(CS3ClientCallTest, saysOfAHEADWhatItsStatusStandsFor)
