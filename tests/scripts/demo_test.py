@@ -3,6 +3,7 @@
 import os
 import pathlib
 import signal
+import subprocess
 import unittest
 
 import tree
@@ -89,7 +90,10 @@ class InterruptedDemoTest(DemoTest):
         else:
             self.fail(f"{instant} was never reached")
         send(process.pid)
-        output, _ = process.communicate(timeout=30)
+        try:
+            output, _ = process.communicate(timeout=30)
+        except subprocess.TimeoutExpired:
+            self.fail(f"{instant}: after 30 s there is still {tree.processes_of(process.pid, self.folder)}")
         self.assertNotRegex(output, "line [0-9]+:|Terminated|Killed")
         self.assertEqual(self.names_in(self.temporary), [])
         self.assertTrue(tree.wait_until(lambda: not tree.processes_of(process.pid, self.folder), 3),

@@ -3,6 +3,8 @@
 #include "norla/pool/CTransferPool.h"
 #include "tests/norla/async/CAsyncFixture.h"
 
+#include <atomic>
+
 /// A pool, and a server that answers its requests as the test wrote.
 class CPoolFixture : public CAsyncFixture {
 protected:
@@ -31,7 +33,17 @@ protected:
         return error ? error->getMessage().toUTF8() : "";
     }
 
+    /// Options with which each end counts.
+    norla::CTransfer::Options countingEnds()
+    {
+        norla::CTransfer::Options options;
+        options.onDone = [this](norla::CTransfer&) { ++m_ends; };
+        return options;
+    }
+
     static constexpr int longest = 20'000; // milliseconds
+
+    std::atomic<int> m_ends{0};
 
 private:
     Pool m_pool = kx::newObj<norla::CTransferPool>();
