@@ -91,6 +91,11 @@ double CEasyHandle::getDouble(CURLINFO info)
     return get<double>(info, CURLINFO_DOUBLE);
 }
 
+long long CEasyHandle::getInt64(CURLINFO info)
+{
+    return get<curl_off_t>(info, CURLINFO_OFF_T);
+}
+
 kx::String CEasyHandle::getString(CURLINFO info)
 {
     // Of these libcurl gives the application's own pointer, and one into a connection that may be gone.
@@ -128,8 +133,13 @@ kx::String CEasyHandle::urlEscape(const kx::String& text) const
 // It does so whenever a transfer that was paused is to go on.
 void CEasyHandle::lookAgain() const
 {
-    requireSuccess(curl_easy_pause(get(), CURLPAUSE_RECV));
-    requireSuccess(curl_easy_pause(get(), CURLPAUSE_CONT));
+    requireSuccess(lookAgain(get()));
+}
+
+CURLcode CEasyHandle::lookAgain(CURL* handle) noexcept
+{
+    const CURLcode result = curl_easy_pause(handle, CURLPAUSE_RECV);
+    return result == CURLE_OK ? curl_easy_pause(handle, CURLPAUSE_CONT) : result;
 }
 
 } // namespace norla

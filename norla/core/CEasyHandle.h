@@ -57,6 +57,7 @@ public:
     /// @throws CCURLError for a value of another type
     int getLong(CURLINFO info);
     double getDouble(CURLINFO info);
+    long long getInt64(CURLINFO info);
 
     /// Empty when there is none. @throws also kx::CError when it is not UTF-8; CCURLError also for CURLINFO_PRIVATE and
     /// CURLINFO_FTP_ENTRY_PATH
@@ -73,6 +74,7 @@ public:
     /// Lets libcurl look at the transfer once more, behind what it does now, also where nothing happens to its sockets.
     /// @throws CCURLError when it refuses
     void lookAgain() const;
+    static CURLcode lookAgain(CURL* handle) noexcept;
 
     /// Empty when there is none; valid until libcurl is asked or told something else.
     std::string_view askText(CURLINFO info) const noexcept

@@ -31,14 +31,14 @@ void CManagedRequest::leaveQueue() noexcept
 
 void CManagedRequest::enter(COpenSockets& sockets)
 {
-    m_request.m_rooms->isDrivenByEvents = false;
+    m_request.m_rooms->stallWatcher = nullptr;
     m_request.m_rooms->sockets.use(sockets);
 }
 
-void CManagedRequest::enterEvents(COpenSockets& sockets)
+void CManagedRequest::enterEvents(COpenSockets& sockets, IStallWatcher& watcher)
 {
     enter(sockets);
-    m_request.m_rooms->isDrivenByEvents = true;
+    m_request.m_rooms->stallWatcher = &watcher;
 }
 
 bool CManagedRequest::opensSockets() const noexcept

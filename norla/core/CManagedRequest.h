@@ -7,6 +7,7 @@
 namespace norla {
 
 class COpenSockets;
+class IStallWatcher;
 struct CRepeatability;
 
 /// A request as those see it who drive its transfer, with libcurl's multi interface or more than once. Made for a
@@ -35,7 +36,7 @@ public:
     void enter(COpenSockets& sockets);
 
     /// The same where it is only told what happens to sockets (curl_multi_socket_action(3)).
-    void enterEvents(COpenSockets& sockets);
+    void enterEvents(COpenSockets& sockets, IStallWatcher& watcher);
 
     /// Whether the application opens its sockets itself (CURLOPT_OPENSOCKETFUNCTION), so that nobody learns of their
     /// end.

@@ -286,6 +286,9 @@ public:
     int getInfoLong(CURLINFO info);
     double getInfoDouble(CURLINFO info);
 
+    /// Those that are a curl_off_t, such as CURLINFO_FILETIME_T. @throws as the above
+    long long getInfoInt64(CURLINFO info);
+
     /// Such as CURLINFO_EFFECTIVE_URL, the address that was fetched after all redirects; empty when there is none.
     /// @throws also kx::CError when it is not UTF-8; CCURLError also for CURLINFO_PRIVATE and CURLINFO_FTP_ENTRY_PATH
     kx::String getInfoString(CURLINFO info);

@@ -50,6 +50,11 @@ double CNetRequest::getInfoDouble(CURLINFO info)
     return m_rooms->handle.getDouble(info);
 }
 
+long long CNetRequest::getInfoInt64(CURLINFO info)
+{
+    return m_rooms->handle.getInt64(info);
+}
+
 kx::String CNetRequest::getInfoString(CURLINFO info)
 {
     return m_rooms->handle.getString(info);

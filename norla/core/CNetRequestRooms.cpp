@@ -70,7 +70,7 @@ void CNetRequest::CRooms::forgetOptions()
 
 CURLcode CNetRequest::CRooms::perform()
 {
-    isDrivenByEvents = false;
+    stallWatcher = nullptr;
     sockets.useOwn();
     record.begin();
     const CSigPipeBlock block;
@@ -241,9 +241,23 @@ bool CNetRequest::CRooms::lookAgainAfter(std::string_view reply) noexcept
 {
     constexpr unsigned int firstThatLooks = 0x080e01; // or an earlier one of 8
     static const bool looksByItself = curl_version_info(CURLVERSION_NOW)->version_num >= firstThatLooks;
-    const bool mayStall
-        = isDrivenByEvents && !looksByItself && (reply.starts_with("229 ") || reply.starts_with("227 "));
+    if (!stallWatcher || looksByItself)
+        return true;
+    const bool mayStall = reply.starts_with("229 ") || reply.starts_with("227 ");
+    if (mayStall)
+        stallWatcher->setMayStall(handle.get(), true);
+    else
+        noticeStall(reply);
     return !mayStall || callbackError.keepFrom([this] { handle.lookAgain(); });
+}
+
+// With TLS libcurl waits for the data connection's handshake alone, which the server begins when it was asked for the
+// file: replies to what is asked before that wake nobody.
+void CNetRequest::CRooms::noticeStall(std::string_view reply) noexcept
+{
+    const char first = reply.empty() ? ' ' : reply.front();
+    if (first == '1' || first == '4' || first == '5')
+        stallWatcher->setMayStall(handle.get(), false);
 }
 
 size_t CNetRequest::CRooms::takeHeader(char* data, size_t size, size_t count, void* rooms) noexcept

@@ -28,6 +28,7 @@
 #include "norla/core/CTransferRecord.h"
 #include "norla/core/CTransferSockets.h"
 #include "norla/core/CUnpackingLimits.h"
+#include "norla/core/IStallWatcher.h"
 
 #include <optional>
 #include <string_view>
@@ -66,7 +67,7 @@ struct CNetRequest::CRooms {
     CKeyPassword keyPassword{handle};
     CTransferRecord record{handle};
     CTransferLimits deadlines;
-    bool isDrivenByEvents = false; // by somebody who tells libcurl what happens to sockets, and nothing else
+    IStallWatcher* stallWatcher = nullptr; // whoever drives the transfer by what happens to its sockets
     CProxyRoute proxy;
     CEasyHandle handle; // goes first, while everything that its callbacks use is still there
 
@@ -120,6 +121,7 @@ struct CNetRequest::CRooms {
 
     // false: it cannot, and the transfer might never go on
     [[nodiscard]] bool lookAgainAfter(std::string_view reply) noexcept;
+    void noticeStall(std::string_view reply) noexcept;
 
     // libcurl's, each with the rooms as its data
     static size_t write(char* data, size_t size, size_t count, void* rooms) noexcept;

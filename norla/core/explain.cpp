@@ -243,11 +243,12 @@ CPlace storeOf(const kx::CError& error)
     const CFailureDetails details = transfer ? transfer->getDetails() : CFailureDetails();
     const kx::String named = error.getProps().get("s3-resource");
     const kx::String asked = urlUnescape(details.path, false); // empty when that is not UTF-8
+    const bool isOfStore = !named.isEmpty() && named != details.path;
     return {.server = details.host.isEmpty() ? "the store" : "the store " + shownHost(details.host),
         .isProxy = false,
-        .name = quotedPath(!named.isEmpty() ? named
-                : asked.isEmpty()           ? details.path
-                                            : asked),
+        .name = quotedPath(isOfStore ? named
+                : asked.isEmpty()    ? details.path
+                                     : asked),
         .url = {}};
 }
 

@@ -1,9 +1,19 @@
 #include "norla/pool/CEventMulti.h"
 
+#include "norla/core/CEasyHandle.h"
 #include "norla/core/CManagedRequest.h"
 #include "norla/pool/CSocketEvents.h"
 
+#include <algorithm>
+#include <new>
+
 namespace norla {
+
+namespace {
+
+constexpr auto stallPause = std::chrono::milliseconds(10);
+
+} // namespace
 
 CEventMulti::CEventMulti(CSocketEvents& events, long idleConnections)
     : m_events(events)
@@ -48,13 +58,14 @@ void CEventMulti::add(CNetRequest& request)
 {
     CManagedRequest managed(request);
     m_knowsAllSockets = m_knowsAllSockets && !managed.opensSockets();
-    managed.enterEvents(m_multi.getSockets());
+    managed.enterEvents(m_multi.getSockets(), *this);
     CMultiHandle::check(curl_multi_add_handle(m_multi.get(), request.getEasyHandle()));
     ++m_count;
 }
 
 void CEventMulti::remove(CNetRequest& request) noexcept
 {
+    m_stalling.erase(request.getEasyHandle());
     if (curl_multi_remove_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK) {
         --m_count;
         return;
@@ -94,7 +105,34 @@ CURLMcode CEventMulti::act(curl_socket_t socket, int bits) noexcept
 CURLMcode CEventMulti::actOnTime() noexcept
 {
     m_time.reset();
+    if (!m_stalling.empty() && m_nextLook <= std::chrono::steady_clock::now()) {
+        m_nextLook = std::chrono::steady_clock::now() + stallPause;
+        for (CURL* const handle : m_stalling)
+            CEasyHandle::lookAgain(handle);
+    }
     return act(CURL_SOCKET_TIMEOUT, 0);
+}
+
+std::optional<CEventMulti::CMoment> CEventMulti::getTime() const noexcept
+{
+    if (m_stalling.empty())
+        return m_time;
+    return std::min(m_time.value_or(m_nextLook), m_nextLook);
+}
+
+void CEventMulti::setMayStall(CURL* handle, bool mayStall) noexcept
+{
+    if (mayStall && m_stalling.empty())
+        m_nextLook = std::chrono::steady_clock::now() + stallPause;
+    try {
+        if (mayStall)
+            m_stalling.insert(handle);
+        else
+            m_stalling.erase(handle);
+    } catch (const std::bad_alloc&) { // it goes on with libcurl's next time-out
+        return;
+    }
+    onTimeChange();
 }
 
 bool CEventMulti::takeEnd(const CURL*& handle, CURLcode& result) noexcept

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "norla/core/CMultiHandle.h"
+#include "norla/core/IStallWatcher.h"
 
 #include <chrono>
 #include <optional>
+#include <set>
 
 namespace norla {
 
@@ -13,7 +15,7 @@ class CSocketEvents;
 /// A multi handle whose transfers go on when something happens to their sockets, or when their time has come
 /// (curl_multi_socket_action(3)). Used by one thread at a time; its callbacks, which are those of the requests, come
 /// within act() and actOnTime().
-class CEventMulti {
+class CEventMulti : private IStallWatcher {
 public:
     using CMoment = std::chrono::steady_clock::time_point;
 
@@ -46,7 +48,7 @@ public:
     CURLMcode act(curl_socket_t socket, int bits) noexcept;
 
     /// When libcurl wants actOnTime(); empty: not at all.
-    std::optional<CMoment> getTime() const noexcept { return m_time; }
+    std::optional<CMoment> getTime() const noexcept;
 
     /// Lets those go on whose time has come. @return as act()
     CURLMcode actOnTime() noexcept;
@@ -63,6 +65,8 @@ protected:
     virtual void onTimeChange() noexcept {}
 
 private:
+    void setMayStall(CURL* handle, bool mayStall) noexcept override;
+
     // libcurl's, with this object as their data
     static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* known) noexcept;
     static int onTimer(CURLM* handle, long milliseconds, void* self) noexcept;
@@ -70,6 +74,8 @@ private:
     CSocketEvents& m_events;
     size_t m_count = 0;
     std::optional<CMoment> m_time;
+    std::set<CURL*> m_stalling;
+    CMoment m_nextLook;            // at these
     CMultiHandle m_multi;          // goes first: libcurl tells of the sockets that it closes
     bool m_knowsAllSockets = true; // when they open and close, so that they may be watched in between
     bool m_hasStuck = false;       // libcurl has kept one that it was told to let go

@@ -236,6 +236,8 @@ TEST(ExplainTest, namesWhatWasAskedForWhereTheStoreDoesNot)
 {
     EXPECT_EQ(
         ofStore("", "/b/my%20k%2Fl"), "There is no '/b/my k/l' on the store host:80; the store says: \"NoSuchKey\".");
+    EXPECT_EQ(ofStore("/b/my%20k%2Fl", "/b/my%20k%2Fl"), // an answer to HEAD, which does not name it
+        "There is no '/b/my k/l' on the store host:80; the store says: \"NoSuchKey\".");
     EXPECT_EQ(ofStore("", "/b/%FF"), "There is no '/b/%FF' on the store host:80; the store says: \"NoSuchKey\".");
 }
 
