@@ -6,6 +6,7 @@
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3XMLWriter.h"
 #include "norla/s3/performS3Call.h"
+#include "norla/s3/requireClientAndRequest.h"
 
 #include <iterator>
 #include <utility>
@@ -28,6 +29,7 @@ CS3BatchDelete::CS3BatchDelete(CS3Client* client, CNetRequest* request, const kx
     , m_request(request)
     , m_bucketName(bucketName)
 {
+    requireClientAndRequest(client, request, "CS3BatchDelete");
     if (bucketName.isEmpty())
         throw kx::CInvalidArgError("bucket name must not be empty", "CS3BatchDelete::CS3BatchDelete");
     startDocument();

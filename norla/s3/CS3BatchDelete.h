@@ -30,7 +30,7 @@ public:
     /// @param client, request not null; the caller keeps both as long as methods are called, and may use the request
     /// for something else in between, such as for pages of a list. A client of an endpoint: one that was made with a
     /// key does not sign such requests as stores want it.
-    /// @throws kx::CInvalidArgError for an empty bucket name
+    /// @throws kx::CInvalidArgError for null and for an empty bucket name
     CS3BatchDelete(CS3Client* client, CNetRequest* request, const kx::String& bucketName);
     CS3BatchDelete(const CS3BatchDelete&) = delete;
     CS3BatchDelete& operator=(const CS3BatchDelete&) = delete;

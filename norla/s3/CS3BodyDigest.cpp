@@ -27,18 +27,10 @@ kx::P<sela::CDigest> newDigest(CS3Checksum kind)
     return kind == CS3Checksum::SHA256 ? kx::newObj<sela::CDigest>("SHA256") : nullptr;
 }
 
-/// Of keys that are not the store's own an ETag is no digest.
-bool isETagOfBytes(const DigestHeaders& headers)
-{
-    const kx::String encryption = digestHeader(headers, "x-amz-server-side-encryption");
-    return (encryption.isEmpty() || encryption == "AES256")
-        && !headers.contains("x-amz-server-side-encryption-customer-algorithm");
-}
-
 std::optional<kx::String> md5SaidIn(const DigestHeaders& headers)
 {
     const kx::String md5 = kx::String::fromUTF8(md5InETag(digestHeader(headers, "etag")));
-    return !md5.isEmpty() && isETagOfBytes(headers) ? std::optional(md5) : std::nullopt;
+    return !md5.isEmpty() && CS3BodyDigest::isETagOfBytes(headers) ? std::optional(md5) : std::nullopt;
 }
 
 kx::String nameOfDigest(CS3Checksum kind)
@@ -90,6 +82,13 @@ kx::String CS3BodyDigest::toBase64()
 kx::String CS3BodyDigest::toHex()
 {
     return kx::hexEncode(finished());
+}
+
+bool CS3BodyDigest::isETagOfBytes(const HeaderMap& headers)
+{
+    const kx::String encryption = digestHeader(headers, "x-amz-server-side-encryption");
+    return (encryption.isEmpty() || encryption == "AES256")
+        && !headers.contains("x-amz-server-side-encryption-customer-algorithm");
 }
 
 std::optional<kx::String> CS3BodyDigest::saidIn(const HeaderMap& headers, CS3Checksum kind)

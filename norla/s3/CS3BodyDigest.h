@@ -30,9 +30,12 @@ public:
     CS3Checksum getKind() const noexcept { return m_kind; }
     void update(std::string_view bytes);
 
-    /// Ends the digest, as the following. Nothing more may be added behind it.
+    /// Ends the digest, as the following; both may be called. Nothing more may be added behind it.
     kx::String toBase64();
     kx::String toHex();
+
+    /// Whether the ETag of an answer speaks of the bytes: of keys that are not the store's own it is no digest.
+    static bool isETagOfBytes(const HeaderMap& headers);
 
     /// What an answer says that this digest is, as said() writes it; nothing when it does not say, or speaks of
     /// something else: an ETag of parts or of an encrypted object, a checksum of the checksums of parts.

@@ -6,6 +6,7 @@
 #include "norla/s3/CS3XMLWriter.h"
 #include "norla/s3/hexSHA256.h"
 #include "norla/s3/performS3Call.h"
+#include "norla/s3/requireClientAndRequest.h"
 
 #include <algorithm>
 #include <set>
@@ -59,6 +60,7 @@ CS3Buckets::CS3Buckets(CS3Client* client, CNetRequest* request)
     : m_client(client)
     , m_request(request)
 {
+    requireClientAndRequest(client, request, "CS3Buckets");
 }
 
 CS3Buckets::~CS3Buckets() = default;

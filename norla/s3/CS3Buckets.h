@@ -28,6 +28,7 @@ public:
 
     /// @param client, request not null; the caller keeps both as long as methods are called. A client of an endpoint:
     /// one that was made with a key signs not all of these requests as stores want it.
+    /// @throws kx::CInvalidArgError for null
     CS3Buckets(CS3Client* client, CNetRequest* request);
     CS3Buckets(const CS3Buckets&) = delete;
     CS3Buckets& operator=(const CS3Buckets&) = delete;

@@ -22,13 +22,26 @@ kx::String checkedHeader(const CNetRequest::HeaderMap& headers, const kx::String
     return found == headers.end() ? kx::String() : found->second;
 }
 
-/// -1 when it does not say.
-long long lengthSaid(const CNetRequest::HeaderMap& headers)
+/// -1 when it does not say; nothing when it says what is no length. libcurl takes the last of several, and leaves out
+/// one beyond 64 bits.
+std::optional<long long> lengthSaid(const CNetRequest::HeaderMap& headers)
 {
-    try {
-        return std::max(-1LL, kx::parseInt64(checkedHeader(headers, "content-length"), true));
-    } catch (const kx::CError&) {
+    const kx::String text = checkedHeader(headers, "content-length");
+    if (text.isEmpty())
         return -1;
+    const size_t last = text.rfind(L',') + 1; // 0 without one
+    const kx::String length = text.substr(last).trim();
+    for (size_t start = 0; start < last;) { // RFC 9110 section 8.6: one length may be there twice
+        const size_t end = text.find(L",", start);
+        if (text.substr(start, end - start).trim() != length)
+            return std::nullopt;
+        start = end + 1;
+    }
+    try {
+        const long long number = kx::parseInt64(length, true);
+        return number < 0 ? std::nullopt : std::optional(number);
+    } catch (const kx::CError&) {
+        return std::nullopt;
     }
 }
 
@@ -101,11 +114,15 @@ void CS3CheckingSink::look(int responseCode, const HeaderMap& headers)
 {
     if (std::exchange(m_hasLooked, true))
         return;
-    const long long length = lengthSaid(headers);
+    const std::optional<long long> said = lengthSaid(headers);
+    if (!said)
+        refuse(responseCode, headers, "a length that is none");
+    const long long length = *said;
     if (m_mostBytes != -1 && length > m_mostBytes)
-        refuse(responseCode, headers, kx::toString(length) + " bytes");
+        refuse(responseCode, headers,
+            kx::toString(length) + " bytes where " + kx::toString(m_mostBytes) + " at most may come");
     if (!isWhole()) {
-        lookAtPart(responseCode, headers);
+        lookAtPart(responseCode, headers, length);
         return;
     }
     if (responseCode != httpOK)
@@ -119,9 +136,8 @@ void CS3CheckingSink::look(int responseCode, const HeaderMap& headers)
     }
 }
 
-void CS3CheckingSink::lookAtPart(int responseCode, const HeaderMap& headers)
+void CS3CheckingSink::lookAtPart(int responseCode, const HeaderMap& headers, long long length)
 {
-    const long long length = lengthSaid(headers);
     const auto limit = [this](long long most) { m_most = m_most == -1 ? most : std::min(m_most, most); };
     if (responseCode == httpOK && m_start == 0 && length <= m_length) { // the whole, which is no larger
         m_expected = length;

@@ -36,7 +36,7 @@ public:
 
 private:
     void look(int responseCode, const HeaderMap& headers);
-    void lookAtPart(int responseCode, const HeaderMap& headers);
+    void lookAtPart(int responseCode, const HeaderMap& headers, long long length);
     [[noreturn]] void refuse(int responseCode, const HeaderMap& headers, const kx::String& came) const;
     bool isWhole() const noexcept { return m_start == 0 && m_length == -1; }
 

@@ -195,7 +195,8 @@ public:
 
     /// For operations that have no word of their own here: resets the request and makes it one.
     /// @throws kx::CInvalidArgError for an object without a bucket, an empty method or parameter name, a negative size
-    /// and for a line end in a header
+    /// and for a line end in a header; for a customer's key ("x-amz-server-side-encryption-customer-key", also of the
+    /// source of a copy) without TLS
     void prepareCall(CNetRequest& request, const CS3Call& call);
 
     /// Prepares and performs it. @return, @throws as performRequest()
@@ -269,12 +270,21 @@ public:
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 
 private:
+    friend class CS3UploadRun; // sends requests in a pool, and has them corrected as performRequest() does
+
     /// Where requests go, and what they are signed for.
     struct CPlace {
         kx::String endpointURL;
         kx::P<IS3Signer> signer;
         kx::String region;
         kx::String url; // of a request
+    };
+
+    /// An attempt at a request: it is made again by what the store says of time and region.
+    struct CCorrectedAttempt {
+        CPlace begun; // before the first correction
+        int corrections = 0;
+        int known = 0; // m_corrected when the request was signed
     };
 
     bool usesTLS() const { return m_endpointURL.startsWith("https:"); }
@@ -295,6 +305,8 @@ private:
     int performByPolicy(CNetRequest& request, bool mayRepeat);
     void explainFailure(CNetRequest& request, const std::exception& error);
     void explainRedirect(const std::exception& error) const;
+    CCorrectedAttempt beginAttempt(CNetRequest& request) const;
+    bool isCorrected(CCorrectedAttempt& attempt, CNetRequest& request, const std::exception& error);
     bool correct(CNetRequest& request, const std::exception& error);
     void performAttempt(CNetRequest& request);
     void goBack(CNetRequest& request, const CPlace& place);
@@ -310,6 +322,7 @@ private:
     kx::P<IS3Signer> m_signer;                 // the same
     kx::String m_region;                       // of the signer, if that is the endpoint's own; else empty
     CS3Corrections m_corrections;
+    int m_corrected = 0; // how often time or region have changed
     std::optional<CRetryPolicy> m_retryPolicy;
     std::optional<bool> m_signSources;
     int m_maxRetries = 50;

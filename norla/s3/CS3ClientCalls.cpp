@@ -6,6 +6,8 @@
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/hexSHA256.h"
 
+#include <algorithm>
+
 namespace norla {
 
 namespace {
@@ -30,6 +32,27 @@ void requireMakesSense(const CS3Call& call)
     }
 }
 
+/// A store forgets a customer's key, a network does not.
+void requireNoKey(const CS3Call& call, const kx::String& endpointURL)
+{
+    for (const auto& [name, value] : call.headers) {
+        const kx::String header = name.toLower();
+        if (header.startsWith("x-amz-") && header.endsWith("server-side-encryption-customer-key"))
+            throw kx::CInvalidArgError(
+                "the header '" + header + "' holds a key, which is given to no store without TLS: " + endpointURL,
+                callFunction);
+    }
+}
+
+/// libcurl's own for a POST is that of a form, and stores would keep it as the type of an object by parts.
+void leaveOutFormType(CNetHeaders& headers, const CS3Call& call)
+{
+    const bool isTold = std::any_of(call.headers.begin(), call.headers.end(),
+        [](const auto& field) { return field.first.toLower() == "content-type"; });
+    if (call.method == "POST" && !isTold)
+        headers.add("Content-Type", "");
+}
+
 kx::String queryOf(CNetRequest& request, const CS3Call::Fields& parameters)
 {
     kx::String query;
@@ -47,6 +70,8 @@ kx::String queryOf(CNetRequest& request, const CS3Call::Fields& parameters)
 void CS3Client::prepareCall(CNetRequest& request, const CS3Call& call)
 {
     requireMakesSense(call);
+    if (!usesTLS())
+        requireNoKey(call, m_endpointURL);
     const bool isOfService = call.bucketName.isEmpty();
     const bool isOfBucket = call.objectName.isEmpty();
     const kx::String url = isOfService ? m_endpointURL
@@ -60,6 +85,7 @@ void CS3Client::prepareCall(CNetRequest& request, const CS3Call& call)
         else
             headers->add(name, value);
     }
+    leaveOutFormType(*headers, call);
     if (call.sink)
         request.setReceiveDataSink(kx::newObj<CS3AnswerSink>(call.sink, request.getDefaultReceiveBuffer()).get());
     if (!hasBody(call)) {

@@ -2,6 +2,8 @@
 #include "kx/log/log.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CCURLError.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/http/util.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3Endpoint.h"
 #include "norla/s3/CS3Error.h"
@@ -114,6 +116,20 @@ kx::P<CS3ErrorResponse> responseOfStatus(int status, const kx::String& path, CS3
         kx::String::fromLatin1(meaning->code), kx::String::fromLatin1(meaning->message), path, kx::String());
 }
 
+/// What a copy is made of, as a path; empty when the request is none.
+kx::String copySourceOf(CNetRequest& request)
+{
+    CS3Client::HeaderMap headers;
+    if (const auto list = request.getCustomHTTPHeaders())
+        list->fillMap(headers);
+    const auto source = headers.find("x-amz-copy-source");
+    if (source == headers.end())
+        return kx::String();
+    const kx::String path = source->second.substr(0, source->second.find("?"));
+    const kx::String readable = urlUnescape(path, false); // empty when that is not UTF-8
+    return readable.isEmpty() ? path : readable;
+}
+
 } // namespace
 
 void CS3Client::extractErrorCodes(const std::exception& e, kx::String& s3Code, kx::String& httpCode)
@@ -189,6 +205,8 @@ void CS3Client::explainFailure(CNetRequest& request, const std::exception& error
         return;
     const HeaderMap& headers = request.getResponseHeaderMap();
     response->complete(getHeaderFromMap(headers, "x-amz-request-id"), getHeaderFromMap(headers, "x-amz-id-2"));
+    if (response->getCode() == "NoSuchKey") // of a copy it is the source, whatever the request's URL says
+        response->completeResource(copySourceOf(request));
     throw CS3Error(*response, responseCode, curlError->clone());
 }
 

@@ -132,21 +132,38 @@ int CS3Client::performByPolicy(CNetRequest& request, bool mayRepeat)
 
 void CS3Client::performAttempt(CNetRequest& request)
 {
-    constexpr int mostCorrections = 2; // time and region
-    const CPlace place{m_endpointURL, m_signer, m_region, request.getURL()};
-    for (int corrections = 0;; ++corrections) {
+    CCorrectedAttempt attempt = beginAttempt(request);
+    for (;;) {
         try {
             performOnce(request);
             return;
         } catch (const kx::CError& error) {
-            if (!m_signer || corrections == mostCorrections || !correct(request, error)) {
-                if (m_region != place.region && request.getResponseCode() <= 0)
-                    goBack(request, place);
+            if (!isCorrected(attempt, request, error))
                 throw;
-            }
         }
         signAgain(request);
     }
+}
+
+CS3Client::CCorrectedAttempt CS3Client::beginAttempt(CNetRequest& request) const
+{
+    return {.begun = {m_endpointURL, m_signer, m_region, request.getURL()}, .corrections = 0, .known = m_corrected};
+}
+
+/// @return whether the request is to be signed and performed once more; else its failure stands
+bool CS3Client::isCorrected(CCorrectedAttempt& attempt, CNetRequest& request, const std::exception& error)
+{
+    constexpr int mostCorrections = 2; // time and region
+    // Another request may have brought the correction while this one was on its way.
+    const bool isOld = attempt.known != m_corrected && CS3Corrections::mayBeOfTimeOrPlace(request);
+    if (m_signer && attempt.corrections < mostCorrections && (isOld || correct(request, error))) {
+        ++attempt.corrections;
+        attempt.known = m_corrected;
+        return true;
+    }
+    if (attempt.corrections > 0 && m_region != attempt.begun.region && request.getResponseCode() <= 0)
+        goBack(request, attempt.begun);
+    return false;
 }
 
 // Where the store has sent us is nobody.
@@ -155,13 +172,16 @@ void CS3Client::goBack(CNetRequest& request, const CPlace& place)
     m_endpointURL = place.endpointURL;
     m_signer = place.signer;
     m_region = place.region;
+    ++m_corrected;
     request.setURL(place.url);
 }
 
 bool CS3Client::correct(CNetRequest& request, const std::exception& error)
 {
-    if (m_corrections.learnTime(request))
+    if (m_corrections.learnTime(request)) {
+        ++m_corrected;
         return true;
+    }
     const kx::String region = m_region.isEmpty() ? kx::String() : CS3Corrections::regionSaid(request, error, m_region);
     if (region.isEmpty())
         return false;
@@ -170,6 +190,7 @@ bool CS3Client::correct(CNetRequest& request, const std::exception& error)
     m_endpointURL = endpointURL;
     m_signer = kx::newObj<CS3SignerV4>(region);
     m_region = region;
+    ++m_corrected;
     return true;
 }
 

@@ -30,6 +30,12 @@ bool isRegion(const kx::String& text)
         && name.find_first_not_of(L"abcdefghijklmnopqrstuvwxyz0123456789-") == std::wstring::npos;
 }
 
+bool isOfWrongPlace(CNetRequest& request)
+{
+    constexpr std::array<int, 3> statuses = {301, 307, 400};
+    return std::find(statuses.begin(), statuses.end(), request.getResponseCode()) != statuses.end();
+}
+
 } // namespace
 
 kx::CTime CS3Corrections::now() const
@@ -53,10 +59,14 @@ bool CS3Corrections::learnTime(CNetRequest& request)
     }
 }
 
+bool CS3Corrections::mayBeOfTimeOrPlace(CNetRequest& request)
+{
+    return request.getResponseCode() == forbidden || isOfWrongPlace(request);
+}
+
 kx::String CS3Corrections::regionSaid(CNetRequest& request, const std::exception& error, const kx::String& region)
 {
-    constexpr std::array<int, 3> wrongPlace = {301, 307, 400};
-    if (std::find(wrongPlace.begin(), wrongPlace.end(), request.getResponseCode()) == wrongPlace.end())
+    if (!isOfWrongPlace(request))
         return {};
     const auto* const s3Error = dynamic_cast<const CS3Error*>(&error);
     const kx::String inDocument = s3Error ? s3Error->getProps().get("s3-region") : kx::String();

@@ -24,6 +24,9 @@ public:
     /// @return the other one in which the store says that the bucket is; empty when it says none
     static kx::String regionSaid(CNetRequest& request, const std::exception& error, const kx::String& region);
 
+    /// Whether the status of a failure is one of those in which a store says such things.
+    static bool mayBeOfTimeOrPlace(CNetRequest& request);
+
 private:
     kx::CTimeSpan m_offset; // of the store's clock from ours
 };

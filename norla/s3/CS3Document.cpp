@@ -9,9 +9,9 @@ namespace norla {
 
 namespace {
 
-CXMLTree parsed(std::string_view bytes, const kx::String& title)
+CXMLTree parsed(std::string_view bytes, const kx::String& title, size_t limit)
 {
-    std::optional<CXMLTree> tree = CXMLTree::parse(bytes);
+    std::optional<CXMLTree> tree = CS3Document::parse(bytes, title, limit);
     if (!tree)
         throw kx::CError("Error parsing Amazon S3 " + title + ": invalid XML.");
     CS3Document::requireRoot(*tree, title);
@@ -20,9 +20,18 @@ CXMLTree parsed(std::string_view bytes, const kx::String& title)
 
 } // namespace
 
-CS3Document::CS3Document(std::string_view bytes, const kx::String& title)
-    : m_tree(parsed(bytes, title))
+CS3Document::CS3Document(std::string_view bytes, const kx::String& title, size_t limit)
+    : m_tree(parsed(bytes, title, limit))
 {
+}
+
+std::optional<CXMLTree> CS3Document::parse(std::string_view bytes, const kx::String& title, size_t limit)
+{
+    try {
+        return CXMLTree::parse(bytes, limit);
+    } catch (const kx::CError& error) {
+        throw kx::CError("Error parsing Amazon S3 " + title + ": " + error.getMessage() + ".");
+    }
 }
 
 void CS3Document::requireRoot(const CXMLTree& tree, const kx::String& title)

@@ -3,6 +3,8 @@
 #include "kx/text/String.h"
 #include "norla/s3/CXMLTree.h"
 
+#include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace norla {
@@ -10,12 +12,21 @@ namespace norla {
 /// An XML document that the service sent.
 class CS3Document {
 public:
+    /// For documents that are no longer than 16 MiB: a page of 10,000 objects with all that is known of them has half
+    /// as many, and as many take about as much memory as the bytes.
+    static constexpr size_t mostElements = 300'000;
+
     /// @param title what messages call the document, such as "error response"
-    /// @throws kx::CError "Error parsing Amazon S3 " + title + ": invalid XML." or "...: no root element."
-    CS3Document(std::string_view bytes, const kx::String& title);
+    /// @throws kx::CError "Error parsing Amazon S3 " + title + ": invalid XML.", "...: no root element." or "...: more
+    /// than ... elements."
+    CS3Document(std::string_view bytes, const kx::String& title, size_t limit = CXMLTree::unlimited);
 
     /// Valid as long as the document.
     CXMLElement getRoot() const noexcept { return m_tree.getRoot(); }
+
+    /// The tree alone. @return nothing for what is no XML that CXMLTree takes
+    /// @throws kx::CError "...: more than ... elements."
+    static std::optional<CXMLTree> parse(std::string_view bytes, const kx::String& title, size_t limit);
 
     /// @throws kx::CError as above when the tree has none
     static void requireRoot(const CXMLTree& tree, const kx::String& title);

@@ -18,7 +18,7 @@ struct CS3Encryption {
 
     /// A key of one's own, 32 bytes, in place of the two above, which the store forgets behind the request: whoever
     /// reads the object sends it again. Headers x-amz-server-side-encryption-customer-algorithm, -key and -key-MD5.
-    /// Most stores take it over TLS alone. Empty: none.
+    /// It is sent over TLS alone: without, calls that have one throw kx::CInvalidArgError. Empty: none.
     std::string customerKey = {};
 };
 

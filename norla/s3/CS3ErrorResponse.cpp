@@ -47,6 +47,12 @@ void CS3ErrorResponse::complete(const kx::String& requestId, const kx::String& h
         m_hostId = hostId;
 }
 
+void CS3ErrorResponse::completeResource(const kx::String& resource)
+{
+    if (m_resource.isEmpty())
+        m_resource = resource;
+}
+
 template <typename TElement>
 void CS3ErrorResponse::construct(const TElement& root)
 {

@@ -49,6 +49,9 @@ public:
     /// Fills in what the document left out. @param requestId, hostId of the answer's header
     void complete(const kx::String& requestId, const kx::String& hostId);
 
+    /// The same. @param resource as a path; empty: none is known
+    void completeResource(const kx::String& resource);
+
     /// For the answers that this one is a part of. @throws as above
     explicit CS3ErrorResponse(const CXMLElement& root);
 

@@ -42,7 +42,8 @@ std::vector<CS3FolderEntry> inOrder(
         if (entry.key == last && entry.isFolder && lastIsFolder)
             continue;
         if (entry.key <= last)
-            pages.fail("is out of order: '" + entry.key + "' comes behind '" + last + "'");
+            pages.fail("is out of order: '" + CS3ListPages::shown(entry.key) + "' comes behind '"
+                + CS3ListPages::shown(last) + "'");
         last = entry.key;
         lastIsFolder = entry.isFolder;
         ordered.push_back(std::move(entry));

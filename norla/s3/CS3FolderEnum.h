@@ -27,7 +27,7 @@ public:
     /// @param client, request not null, used for every page; the caller keeps both as long as next() is called
     /// @param options whose prefix is "" for the uppermost level, else "photos/" rather than "photos"
     /// @param delimiter not empty
-    /// @throws kx::CInvalidArgError for an empty bucket name and for maxKeys that are neither -1 nor positive; for
+    /// @throws kx::CInvalidArgError for null, an empty bucket name and maxKeys that are neither -1 nor positive; for
     /// an empty delimiter
     CS3FolderEnum(CS3Client* client, CNetRequest* request, const kx::String& bucketName,
         const CS3ListOptions& options = {}, const kx::String& delimiter = "/");

@@ -19,7 +19,7 @@ struct CS3GetOptions {
 
     CS3Conditions conditions = {};
 
-    /// The key that the object was stored with (CS3Encryption::customerKey); empty: none.
+    /// The key that the object was stored with (CS3Encryption::customerKey), sent over TLS alone; empty: none.
     std::string customerKey = {};
 
     /// How many bytes at most may come; more are an error before the first comes, where the store tells the size, or

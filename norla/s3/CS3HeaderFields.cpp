@@ -100,9 +100,13 @@ void CS3HeaderFields::addMetadata(const CS3PutOptions::Texts& metadata)
     std::set<kx::String> names;
     for (const auto& [name, value] : metadata) {
         const kx::String lower = name.toLower();
-        if (!isToken(name) || !names.insert(lower).second)
+        if (!isToken(name))
+            throw kx::CInvalidArgError("the name '" + name
+                    + R"(' of metadata cannot be that of a header: ASCII letters, digits, "-" and "_" can)",
+                m_functionName);
+        if (!names.insert(lower).second)
             throw kx::CInvalidArgError(
-                "the name '" + name + "' of metadata is none of a header, or there twice", m_functionName);
+                "the name '" + name + "' of metadata is there twice: capitals do not count", m_functionName);
         requireText("x-amz-meta-" + lower, value);
         m_fields.emplace_back("x-amz-meta-" + lower, encodeMetadata(value)); // also an empty one
     }

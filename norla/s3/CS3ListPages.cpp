@@ -8,24 +8,14 @@
 #include "norla/s3/forbiddenCharacters.h"
 #include "norla/s3/hexSHA256.h"
 #include "norla/s3/performS3Call.h"
+#include "norla/s3/requireClientAndRequest.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace norla {
 
 namespace {
-
-/// The document with everything that XML cannot hold percent-encoded, and each "%", so that it can be undone.
-std::string withPercentAndControlsEscaped(std::string_view bytes)
-{
-    std::string escaped;
-    for (const char byte : bytes) {
-        escaped += byte;
-        if (byte == '%')
-            escaped += "25";
-    }
-    return withForbiddenCharactersEscaped(escaped);
-}
 
 void requireListable(const kx::String& bucketName, const CS3ListOptions& options)
 {
@@ -48,11 +38,12 @@ CS3ListPages::CS3ListPages(CS3Client* client, CNetRequest* request, const kx::St
     , m_delimiter(delimiter)
     , m_kind(kind)
 {
+    requireClientAndRequest(client, request, "the listing of a bucket");
     requireListable(bucketName, options);
     for (const kx::String& text : {options.prefix, options.startAfter, delimiter})
         text.toUTF8();
     if (kind.first.isName)
-        m_used.insert(markOf(options.startAfter, kx::String()));
+        m_usedMarkers.add(markOf(options.startAfter, kx::String()));
 }
 
 CS3Call CS3ListPages::makeCall() const
@@ -102,10 +93,11 @@ CS3Document CS3ListPages::receiveOnce()
     m_isAmbiguous = bytes.find_first_of("%+") != std::string::npos;
     m_isEscaped = withForbiddenCharactersEscaped(bytes) != bytes;
     if (m_isEscaped)
-        bytes = withPercentAndControlsEscaped(bytes);
+        bytes = withPercentSignsEscapedToo(bytes);
     CS3Document document = readS3Document(bytes, m_kind.rootName, title);
     m_isURLEncoded = textOfChild(document.getRoot(), "EncodingType") == "url";
     m_lastName = kx::String();
+    m_keys.clear();
     return document;
 }
 
@@ -126,7 +118,7 @@ kx::String CS3ListPages::decoded(const kx::String& text) const
     constexpr bool plusAsSpace = true; // stores write a blank either way, and always "%2B" for a plus sign
     kx::String name = urlUnescape(text, plusAsSpace);
     if (name.isEmpty() && !text.isEmpty())
-        fail("has the name '" + text + "', which is not UTF-8");
+        fail("has the name '" + shown(text) + "', which is not UTF-8");
     return name;
 }
 
@@ -149,12 +141,13 @@ long long CS3ListPages::sizeIn(const kx::String& text) const
             return size;
     } catch (const kx::CError&) { // told below, with the bucket
     }
-    fail("has an object of the size '" + text + "'");
+    fail("has an object of the size '" + shown(text) + "'");
 }
 
-void CS3ListPages::acceptKey(const kx::String& key)
+void CS3ListPages::acceptKey(const kx::String& key, const kx::String& id)
 {
     accept(key);
+    m_keys += key.toUTF8() + '\0' + id.toUTF8() + '\0';
     if (!m_delimiter.isEmpty() && key.find(m_delimiter, m_options.prefix.size()) != kx::String::npos)
         failAt(key, "it has the delimiter '" + m_delimiter + "'");
     if (key < m_options.startAfter || (!m_kind.first.isName && key == m_options.startAfter))
@@ -191,9 +184,16 @@ void CS3ListPages::advance(const CXMLElement& root)
     const kx::String second = m_kind.second.parameter ? markerIn(root, m_kind.second) : kx::String();
     if (first.isEmpty())
         fail("goes on, but does not say where: '" + kx::String::fromLatin1(m_kind.first.element) + "' is missing");
-    if (!m_used.insert(markOf(first, second)).second)
-        fail("does not end: it came to the marker '" + first + (second.isEmpty() ? kx::String() : "', '" + second)
-            + "' again");
+    std::string mark = markOf(first, second);
+    if (m_usedMarkers.has(mark))
+        fail("does not end: it came to the marker '" + shown(first)
+            + (second.isEmpty() ? kx::String() : "', '" + shown(second)) + "' again");
+    const std::string keys = m_keys.empty() ? std::string() : hexSHA256(m_keys);
+    if (m_seenKeys.has(keys))
+        fail("does not end: a page has the same objects as one before it, up to '" + shown(m_lastName) + "'");
+    m_usedMarkers.add(std::move(mark));
+    if (!keys.empty())
+        m_seenKeys.add(keys);
     m_first = first;
     m_second = second;
 }
@@ -203,7 +203,7 @@ bool CS3ListPages::readTruncated(const CXMLElement& root) const
     const kx::String text = textOfChild(root, "IsTruncated");
     const kx::String lower = text.toLower();
     if (lower != "true" && lower != "false")
-        fail("does not say whether it goes on: 'IsTruncated' is '" + text + "'");
+        fail("does not say whether it goes on: 'IsTruncated' is '" + shown(text) + "'");
     return lower == "true";
 }
 
@@ -225,7 +225,13 @@ std::string CS3ListPages::markOf(const kx::String& first, const kx::String& seco
 
 void CS3ListPages::failAt(const kx::String& name, const kx::String& why) const
 {
-    fail("has '" + name + "', which was not asked for: " + why);
+    fail("has '" + shown(name) + "', which was not asked for: " + why);
+}
+
+kx::String CS3ListPages::shown(const kx::String& name)
+{
+    constexpr size_t longest = 1024; // of an object, in bytes
+    return name.size() > longest ? name.substr(0, longest) + "..." : name;
 }
 
 void CS3ListPages::fail(const kx::String& what) const

@@ -4,8 +4,8 @@
 #include "norla/s3/CS3Document.h"
 #include "norla/s3/CS3ListKind.h"
 #include "norla/s3/CS3ListOptions.h"
+#include "norla/s3/CS3SeenMarks.h"
 
-#include <set>
 #include <string>
 #include <string_view>
 
@@ -15,12 +15,12 @@ class CNetRequest;
 class CS3Client;
 struct CS3Call;
 
-/// The pages of one of a bucket's lists, one after the other, each compared with what was asked for. A page that was
-/// refused, or did not come, is asked for again.
+/// The pages of one of a bucket's lists, one after the other, each compared with what was asked for, and with those
+/// before it: no list has the same objects on two pages. A page that was refused, or did not come, is asked for again.
 class CS3ListPages {
 public:
     /// @param delimiter names that hold it behind the prefix are summed up; empty for none
-    /// @throws kx::CInvalidArgError for an empty bucket name and for maxKeys that are neither -1 nor positive;
+    /// @throws kx::CInvalidArgError for null, an empty bucket name and maxKeys that are neither -1 nor positive;
     /// kx::CError for a text without a UTF-8 form
     CS3ListPages(CS3Client* client, CNetRequest* request, const kx::String& bucketName, const CS3ListOptions& options,
         const kx::String& delimiter, const CS3ListKind& kind);
@@ -60,10 +60,14 @@ public:
     long long sizeIn(const kx::String& text) const;
 
     /// Takes note of an object's name, once for each. @throws kx::CError when it was not asked for
-    void acceptKey(const kx::String& key);
+    /// @param id of the version or upload, where a name may be there more than once
+    void acceptKey(const kx::String& key, const kx::String& id = {});
 
     /// The same of what sums up several. @throws as above
     void acceptFolder(const kx::String& folder);
+
+    /// A name for an error: stores have no bound for what they list.
+    static kx::String shown(const kx::String& name);
 
     /// @throws kx::CError "The listing of the bucket '...' " + what + "."
     [[noreturn]] void fail(const kx::String& what) const;
@@ -89,7 +93,8 @@ private:
     const CS3ListKind& m_kind;
     kx::String m_first; // markers of the next page; empty before the first page
     kx::String m_second;
-    std::set<std::string> m_used; // digests of the markers of the pages that have come
+    CS3SeenMarks m_usedMarkers; // digests of those of the pages that have come
+    CS3SeenMarks m_seenKeys;    // digests of those of the pages that have come
     bool m_isOver = false;
     bool m_asksForEncodedNames = true;
 
@@ -98,6 +103,7 @@ private:
     bool m_isEscaped = false;    // by us
     bool m_isAmbiguous = false;  // whether it matters if names are encoded
     kx::String m_lastName;
+    std::string m_keys; // one behind the other
 };
 
 } // namespace norla

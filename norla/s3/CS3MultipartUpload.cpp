@@ -5,11 +5,13 @@
 #include "kx/text/numbers.h"
 #include "norla/core/CStreamDataSource.h"
 #include "norla/s3/CS3AnswerText.h"
+#include "norla/s3/CS3BodyDigest.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/copySourceHeaders.h"
 #include "norla/s3/multipartDocuments.h"
 #include "norla/s3/performS3Call.h"
+#include "norla/s3/requireClientAndRequest.h"
 
 #include <limits>
 
@@ -27,6 +29,19 @@ void requirePartNumber(int number)
             multipartClass);
 }
 
+void requirePartsInOrder(const kx::TArray<CS3UploadedPart>& parts)
+{
+    int last = 0;
+    for (const CS3UploadedPart& part : parts) {
+        requirePartNumber(part.number);
+        if (part.number <= last)
+            throw kx::CInvalidArgError(
+                "part " + kx::toString(part.number) + " stands behind part " + kx::toString(last), multipartClass);
+        requireETag(part.eTag, "part " + kx::toString(part.number));
+        last = part.number;
+    }
+}
+
 void addFields(CS3Call::Fields& fields, const CS3Call::Fields& more)
 {
     fields.insert(fields.end(), more.begin(), more.end());
@@ -38,16 +53,18 @@ kx::String answerHeader(const CNetRequest& request, const kx::String& name)
     return found == request.getResponseHeaderMap().end() ? kx::String() : found->second;
 }
 
+/// libcurl sends no more of a body behind an answer, and takes that for the end.
+void requireSent(CNetRequest& request, int number, long long size)
+{
+    const auto sent = static_cast<long long>(request.getUploadedBytes());
+    if (sent < size)
+        throw kx::CError("The store has answered when " + kx::toString(sent) + " of the " + kx::toString(size)
+            + " bytes of part " + kx::toString(number) + " were sent.");
+}
+
 kx::String withoutQuotes(const kx::String& eTag)
 {
     return eTag.size() > 1 && eTag.startsWith("\"") && eTag.endsWith("\"") ? eTag.substr(1, eTag.size() - 2) : eTag;
-}
-
-/// Where the store encrypts by a key that is not its own, entity tags are no MD5s, whatever they look like.
-bool isETagOfContent(const CNetRequest& request)
-{
-    return answerHeader(request, "x-amz-server-side-encryption-customer-algorithm").isEmpty()
-        && !answerHeader(request, "x-amz-server-side-encryption").startsWith("aws:kms");
 }
 
 } // namespace
@@ -60,8 +77,7 @@ CS3MultipartUpload::CS3MultipartUpload(CS3Client* client, CNetRequest* request, 
     , m_objectName(objectName)
     , m_options(options)
 {
-    if (!client || !request)
-        throw kx::CInvalidArgError("client or request is null", multipartClass);
+    requireClientAndRequest(client, request, multipartClass);
     if (bucketName.isEmpty() || objectName.isEmpty())
         throw kx::CInvalidArgError("neither bucket name nor object name may be empty", multipartClass);
 }
@@ -118,14 +134,15 @@ void CS3MultipartUpload::prepareUploadPart(
     m_client->prepareCall(request, call);
 }
 
-kx::String CS3MultipartUpload::finishUploadPart(const CNetRequest& request, int number, const CS3PartDigest& digest)
+kx::String CS3MultipartUpload::finishUploadPart(CNetRequest& request, int number, const CS3PartDigest& digest)
 {
+    requireSent(request, number, digest.size);
     const kx::String eTag = answerHeader(request, "etag");
-    const std::string md5 = isETagOfContent(request) ? md5InETag(eTag) : std::string();
-    if (!md5.empty() && md5 != digest.md5)
+    const auto said = CS3BodyDigest::saidIn(request.getResponseHeaderMap(), CS3Checksum::MD5);
+    if (said && said->toUTF8() != digest.md5)
         throw kx::CError("Part " + kx::toString(number) + " of '" + m_objectName + "' has the ETag " + eTag
             + " at the store, and the MD5 " + kx::String::fromUTF8(digest.md5) + " here.");
-    return keepPart(number, eTag, digest.size);
+    return keepPart({number, eTag, digest.size, md5InETag(eTag) == digest.md5 ? digest.md5 : std::string()});
 }
 
 kx::String CS3MultipartUpload::uploadPartCopy(
@@ -141,7 +158,7 @@ kx::String CS3MultipartUpload::uploadPartCopy(
     if (length > 0)
         call.headers.emplace_back(
             "x-amz-copy-source-range", "bytes=" + kx::toString(start) + "-" + kx::toString(start + length - 1));
-    return keepPart(number, eTagIn(documentFor(call), "CopyPartResult"), length);
+    return keepPart({number, eTagIn(documentFor(call), "CopyPartResult"), length});
 }
 
 kx::TArray<CS3UploadedPart> CS3MultipartUpload::listParts()
@@ -179,15 +196,7 @@ kx::String CS3MultipartUpload::complete(const kx::TArray<CS3UploadedPart>& parts
     requireId();
     if (parts.empty())
         throw kx::CError("The upload of '" + m_objectName + "' has no parts.");
-    int last = 0;
-    for (const CS3UploadedPart& part : parts) {
-        requirePartNumber(part.number);
-        if (part.number <= last)
-            throw kx::CInvalidArgError(
-                "part " + kx::toString(part.number) + " stands behind part " + kx::toString(last), multipartClass);
-        requireETag(part.eTag, "part " + kx::toString(part.number));
-        last = part.number;
-    }
+    requirePartsInOrder(parts);
     CS3Call call = callFor("POST", {{"uploadId", m_id}});
     call.mayRepeat = true; // what an attempt whose answer was lost has completed is recognized
     call.headers = m_options.completeHeaders;
@@ -196,8 +205,13 @@ kx::String CS3MultipartUpload::complete(const kx::TArray<CS3UploadedPart>& parts
     kx::String eTag;
     try {
         eTag = completedETagIn(documentFor(call));
-        if (eTag.isEmpty())
-            eTag = eTagOfObject();
+        if (eTag.isEmpty()) {
+            eTag = eTagOfObject(); // not compared: it may be that of somebody who was faster
+        } else {
+            forget();
+            requireETagOfParts(
+                eTag, parts, CS3BodyDigest::isETagOfBytes(m_request->getResponseHeaderMap()), m_objectName);
+        }
     } catch (const kx::CError& error) {
         const std::string expected = eTagOfParts(parts);
         if (!m_client->isNotFoundError(error) || expected.empty())
@@ -206,8 +220,7 @@ kx::String CS3MultipartUpload::complete(const kx::TArray<CS3UploadedPart>& parts
         if (withoutQuotes(eTag) != kx::String::fromUTF8(expected))
             throw;
     }
-    m_id = kx::String();
-    m_parts.clear();
+    forget();
     return eTag;
 }
 
@@ -222,6 +235,11 @@ void CS3MultipartUpload::abort()
         if (!isGone && !m_client->isNotFoundError(error))
             throw;
     }
+    forget();
+}
+
+void CS3MultipartUpload::forget() noexcept
+{
     m_id = kx::String();
     m_parts.clear();
 }
@@ -259,11 +277,11 @@ void CS3MultipartUpload::requireId() const
         throw kx::CError("The object '" + m_objectName + "' has no upload: neither create() nor attach() was called.");
 }
 
-kx::String CS3MultipartUpload::keepPart(int number, const kx::String& eTag, long long size)
+kx::String CS3MultipartUpload::keepPart(const CS3UploadedPart& part)
 {
-    requireETag(eTag, "part " + kx::toString(number) + " of '" + m_objectName + "'");
-    m_parts[number] = {number, eTag, size};
-    return eTag;
+    requireETag(part.eTag, "part " + kx::toString(part.number) + " of '" + m_objectName + "'");
+    m_parts[part.number] = part;
+    return part.eTag;
 }
 
 // What the store says of the object is not its word on the upload: no failure here hides that.

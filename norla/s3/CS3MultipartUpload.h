@@ -20,7 +20,8 @@ class CS3Client;
 /// What an upload by parts is told beside bucket and key.
 struct CS3MultipartOptions {
     /// Of CreateMultipartUpload: "Content-Type", "Cache-Control", "x-amz-meta-...", "x-amz-storage-class" and whatever
-    /// else is a header of the object.
+    /// else is a header of the object: `{{"Content-Type", "image/png"}, {"x-amz-meta-author", "Ann"}}`. Sent as they
+    /// are: metadata in other letters than ASCII wants encoded words (RFC 2047), which CS3PutOptions makes by itself.
     CS3Call::Fields headers = {};
 
     /// Of CreateMultipartUpload, UploadPart and UploadPartCopy: a customer's own key
@@ -79,8 +80,8 @@ public:
     void prepareUploadPart(
         CNetRequest& request, int number, CNetRequest::IDataSource* source, const CS3PartDigest& digest);
 
-    /// The second half: looks at the answer to a request that has succeeded.
-    kx::String finishUploadPart(const CNetRequest& request, int number, const CS3PartDigest& digest);
+    /// The second half: looks at the answer to a request that has succeeded, and whether the part was sent before it.
+    kx::String finishUploadPart(CNetRequest& request, int number, const CS3PartDigest& digest);
 
     /// Makes a part of what the store has already.
     /// @param start of the first byte, counted from 0
@@ -95,7 +96,8 @@ public:
     /// @return its ETag; a store that does not tell it is asked for the object's headers. Empty when these do not
     /// either
     /// @throws kx::CError when there are none. An error of the store's leaves the upload: it may be completed once
-    /// more.
+    /// more. Another kx::CError, behind which the upload is over, when the store answers with the ETag of an object of
+    /// another number of parts, or of other ones where the MD5 of each is known (CS3UploadedPart::md5).
     ///
     /// An upload that the store does not know any more counts as completed when the object has the ETag that these
     /// parts make: then the answer to an earlier attempt was lost.
@@ -113,7 +115,8 @@ private:
     CS3Call partCall(int number) const;
     std::string documentFor(CS3Call& call);
     void requireId() const;
-    kx::String keepPart(int number, const kx::String& eTag, long long size);
+    void forget() noexcept;
+    kx::String keepPart(const CS3UploadedPart& part);
     kx::String eTagOfObject();
 
     CS3Client* const m_client;

@@ -9,6 +9,7 @@
 #include "norla/s3/copySourceHeaders.h"
 #include "norla/s3/lateErrors.h"
 #include "norla/s3/multipartDocuments.h"
+#include "norla/s3/requireClientAndRequest.h"
 #include "norla/s3/uploadPartSize.h"
 
 #include <algorithm>
@@ -100,8 +101,7 @@ CS3ObjectCopy::CS3ObjectCopy(CS3Client* client, CNetRequest* request, const CS3O
     , m_request(request)
     , m_options(options)
 {
-    if (!client || !request)
-        throw kx::CInvalidArgError("client or request is null", objectCopyClass);
+    requireClientAndRequest(client, request, objectCopyClass);
     if (options.threshold < 0 || options.threshold > mostCopiedAtOnce)
         throw kx::CInvalidArgError(
             "threshold is " + kx::toString(options.threshold) + " bytes, and not 0 to 5 GiB", objectCopyClass);
@@ -129,7 +129,7 @@ kx::String CS3ObjectCopy::copy(const CS3CopySource& source, const kx::String& bu
     upload.create();
     try {
         return copyByParts(same, found.size, upload);
-    } catch (const std::exception&) {
+    } catch (...) { // of callbacks, anything
         try {
             upload.abort();
         } catch (const std::exception& error) {

@@ -3,6 +3,8 @@
 #include "kx/base/CError.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3ListObjectsResult.h"
+#include "norla/s3/CS3SeenMarks.h"
+#include "norla/s3/hexSHA256.h"
 
 namespace norla {
 
@@ -23,6 +25,7 @@ CS3ObjectEnum::CS3ObjectEnum(CS3Client* client, CNetRequest* request, const kx::
     , m_prefix(prefix)
     , m_maxKeys(maxKeys)
     , m_marker(startMarker)
+    , m_usedMarkers(std::make_unique<CS3SeenMarks>())
 {
 }
 
@@ -50,12 +53,12 @@ bool CS3ObjectEnum::nextPage()
         }
         // Not the page's own marker, which many services leave out.
         m_marker = m_currPage->getContents().back()->getKey();
-        if (m_usedMarkers.contains(m_marker))
+        if (m_usedMarkers->has(hexSHA256(m_marker.toUTF8())))
             throw kx::CError("The listing of the bucket '" + m_bucketName + "' does not end: it came to the marker '"
                 + m_marker + "' again.");
     }
     m_currPage = m_client->listObjects(*m_request, m_bucketName, m_prefix, kx::String(), m_marker, m_maxKeys);
-    m_usedMarkers.insert(m_marker); // not before: a page that could not be fetched is asked for again
+    m_usedMarkers->add(hexSHA256(m_marker.toUTF8())); // not before: a page that could not be fetched is asked for again
     m_index = 0;
     m_finished = !isWithin(m_index, *m_currPage);
     return !m_finished;

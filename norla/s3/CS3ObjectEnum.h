@@ -5,13 +5,14 @@
 #include "kx/text/String.h"
 #include "norla/s3/CS3ListObjectsElement.h"
 
-#include <set>
+#include <memory>
 
 namespace norla {
 
 class CNetRequest;
 class CS3Client;
 class CS3ListObjectsResult;
+class CS3SeenMarks;
 
 /// Walks the objects of a bucket, fetching page after page of its listing as they are needed:
 /// `while (objects->next()) show(objects->getCurrObject()->getKey());`
@@ -51,7 +52,7 @@ private:
     kx::P<CS3ListObjectsResult> m_currPage; // null before the first
     int m_index = 0;
     kx::String m_marker;
-    std::set<kx::String> m_usedMarkers; // of the pages that have come
+    const std::unique_ptr<CS3SeenMarks> m_usedMarkers; // of the pages that have come, as digests
     bool m_finished = false;
 };
 

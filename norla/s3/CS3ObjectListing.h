@@ -23,7 +23,7 @@ class KX_EXPORT CS3ObjectListing : public kx::CBase {
 public:
     /// Fetches nothing yet.
     /// @param client, request not null, used for every page; the caller keeps both as long as next() is called
-    /// @throws kx::CInvalidArgError for an empty bucket name and for maxKeys that are neither -1 nor positive
+    /// @throws kx::CInvalidArgError for null, an empty bucket name and maxKeys that are neither -1 nor positive
     CS3ObjectListing(
         CS3Client* client, CNetRequest* request, const kx::String& bucketName, const CS3ListOptions& options = {});
     CS3ObjectListing(const CS3ObjectListing&) = delete;

@@ -16,6 +16,7 @@
 #include "norla/s3/hexSHA256.h"
 #include "norla/s3/objectCall.h"
 #include "norla/s3/performS3Call.h"
+#include "norla/s3/requireClientAndRequest.h"
 
 #include <optional>
 #include <utility>
@@ -79,8 +80,7 @@ CS3Objects::CS3Objects(CS3Client* client, CNetRequest* request)
     : m_client(client)
     , m_request(request)
 {
-    if (!client || !request)
-        throw kx::CInvalidArgError("client or request is null", "CS3Objects::CS3Objects");
+    requireClientAndRequest(client, request, "CS3Objects");
 }
 
 CS3Objects::~CS3Objects() = default;

@@ -76,7 +76,8 @@ public:
 
     /// Copies an object on the store's side, up to the size of one PUT (5 GiB as a rule), also to another bucket.
     /// @return ETag, version, encryption and checksums of the copy, and when it was made
-    /// @throws CS3Error with the status 0 where the store reports a failure behind the status of a success;
+    /// @throws CS3Error "NoSuchKey" where there is no source, which it names ("s3-resource") unless the store names
+    /// something; CS3Error with the status 0 where the store reports a failure behind the status of a success;
     /// kx::CError where it answers with something else; kx::CInvalidArgError for options that would be without effect
     CS3ObjectInfo copy(const kx::String& sourceBucketName, const kx::String& sourceObjectName,
         const kx::String& bucketName, const kx::String& objectName, const CS3CopyOptions& options = {});

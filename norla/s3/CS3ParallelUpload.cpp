@@ -5,6 +5,7 @@
 #include "norla/core/CFileSource.h"
 #include "norla/s3/CS3UploadRun.h"
 #include "norla/s3/CS3UploadSignals.h"
+#include "norla/s3/requireClientAndRequest.h"
 #include "norla/s3/uploadPartSize.h"
 
 namespace norla {
@@ -33,8 +34,7 @@ CS3ParallelUpload::CS3ParallelUpload(CS3Client* client, CNetRequest* request, co
     , m_options(options)
     , m_signals(std::make_shared<CS3UploadSignals>())
 {
-    if (!client || !request)
-        throw kx::CInvalidArgError("client or request is null", parallelClass);
+    requireClientAndRequest(client, request, parallelClass);
     requireOptions(options);
 }
 

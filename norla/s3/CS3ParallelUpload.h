@@ -41,10 +41,13 @@ struct CS3ParallelUploadOptions {
     kx::CTimeSpan partDeadline = {};
 
     /// An upload that was begun before, with the same part size: parts that the store has are not sent again when their
-    /// size and MD5 are those of the source. Empty: a new upload.
+    /// size and MD5 are those of the source. Empty: a new upload. One that the store does not have any more (completed,
+    /// aborted, expired) is a CS3Error "NoSuchUpload", of some stores "NoSuchKey": begin a new one then. CS3UploadEnum
+    /// finds those that a bucket has.
     kx::String uploadId = {};
 
-    /// Whether a failed or cancelled upload stays at the store, to be resumed; else it is aborted.
+    /// Whether a failed or cancelled upload stays at the store, to be resumed; else it is aborted. One that was resumed
+    /// (uploadId) stays in any case: CS3MultipartUpload::abort() gives it up.
     bool keepFailed = false;
 
     /// Where the parts are sent; null: in a pool of its own. A reference is kept.

@@ -79,6 +79,7 @@ void CS3SignerV2::sign(CS3RequestToSign& request, const CS3Credentials& credenti
     const std::string date = has(complete.headers, "x-amz-date") ? std::string() : dateOf(complete);
     complete.headers.emplace_back("Authorization",
         "AWS " + credentials.accessKeyId.toUTF8() + ":" + signatureOf(getStringToSign(complete, date), credentials));
+    requireOneLineHeaders(complete.headers); // key and token may come from a file
     request.headers = std::move(complete.headers);
 }
 

@@ -139,6 +139,7 @@ void CS3SignerV4::sign(CS3RequestToSign& request, const CS3Credentials& credenti
         std::string(algorithm) + " Credential=" + credentials.accessKeyId.toUTF8() + "/" + scope.text
             + ",SignedHeaders=" + canonical.signedHeaders
             + ",Signature=" + signatureOf(canonical.text, scope, credentials.secretAccessKey));
+    requireOneLineHeaders(headers); // the key's id may come from a file
     request.headers = std::move(headers);
 }
 

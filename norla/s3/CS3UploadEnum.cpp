@@ -19,9 +19,9 @@ CS3ListedUpload readUpload(CS3ListPages& pages, const CXMLElement& root)
         else if (element.isNamed("StorageClass"))
             upload.storageClass = pages.textIn(element);
     });
-    pages.acceptKey(upload.key);
+    pages.acceptKey(upload.key, upload.uploadId);
     if (upload.uploadId.isEmpty())
-        pages.fail("has an upload of '" + upload.key + "' without an id");
+        pages.fail("has an upload of '" + CS3ListPages::shown(upload.key) + "' without an id");
     return upload;
 }
 

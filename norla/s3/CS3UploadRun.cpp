@@ -8,6 +8,7 @@
 #include "norla/core/CStreamDataSource.h"
 #include "norla/core/isTransient.h"
 #include "norla/core/performWithRetries.h"
+#include "norla/pool/CAtOnceExecutor.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3SourceRange.h"
@@ -24,12 +25,6 @@ namespace norla {
 namespace {
 
 constexpr auto uploadProgressPause = std::chrono::milliseconds(100);
-
-/// Calls at once, on the thread that tells. What is called there only notes what has happened.
-class CAtOnceExecutor : public kx::CBase, public virtual IExecutor {
-public:
-    void execute(std::function<void()> task) override { task(); }
-};
 
 CRetryPolicy policyFor(const CS3Client& client, const CRetryPolicy& wanted)
 {
@@ -163,8 +158,7 @@ void CS3UploadRun::startNextPart()
     part->digest = CS3PartDigest::of(*part->source, size);
     ++m_nextPart;
     if (isThere(*part)) {
-        m_done.push_back(m_there[number]);
-        m_doneBytes += size;
+        noteDone(*part, m_there[number].eTag);
         return;
     }
     part->retries.start(); // what was read before is not of its time
@@ -188,7 +182,18 @@ kx::P<CNetRequest::IDataSource> CS3UploadRun::sourceOf(long long start, long lon
 
 void CS3UploadRun::startAttempt(CPart& part)
 {
+    prepare(part);
+    part.attempt = m_client.beginAttempt(*part.request);
+    send(part);
+}
+
+void CS3UploadRun::prepare(CPart& part)
+{
     m_upload.prepareUploadPart(*part.request, part.number, part.source.get(), part.digest);
+}
+
+void CS3UploadRun::send(CPart& part)
+{
     CTransfer::Options options;
     options.attemptDeadline = m_options.partDeadline;
     options.onDone = [signals = m_signals, number = part.number](CTransfer&) { signals->tellEnd(number); };
@@ -209,6 +214,12 @@ void CS3UploadRun::takeEnd(CPart& part)
 {
     const kx::P<kx::CError> error = failureOf(part);
     part.transfer = nullptr;
+    if (error && m_client.isCorrected(part.attempt, *part.request, *error)) {
+        kx::logInfo("Part " + kx::toString(part.number) + " is signed again: " + error->getMessage());
+        prepare(part);
+        send(part);
+        return;
+    }
     if (error) {
         const std::optional<kx::CTimeSpan> pause = part.retries.afterFailure(*part.request, *error);
         if (!pause)
@@ -218,9 +229,15 @@ void CS3UploadRun::takeEnd(CPart& part)
         return;
     }
     const kx::String eTag = m_upload.finishUploadPart(*part.request, part.number, part.digest);
-    m_done.push_back({part.number, eTag, part.digest.size});
-    m_doneBytes += part.digest.size;
+    noteDone(part, eTag);
     m_parts.erase(part.number);
+}
+
+void CS3UploadRun::noteDone(const CPart& part, const kx::String& eTag)
+{
+    const bool isMD5 = md5InETag(eTag) == part.digest.md5;
+    m_done.push_back({part.number, eTag, part.digest.size, isMD5 ? part.digest.md5 : std::string()});
+    m_doneBytes += part.digest.size;
 }
 
 kx::P<kx::CError> CS3UploadRun::failureOf(const CPart& part) const
@@ -295,7 +312,8 @@ void CS3UploadRun::stopParts() noexcept
 void CS3UploadRun::end() noexcept
 {
     stopParts();
-    if (m_options.keepFailed || m_upload.getId().isEmpty())
+    const bool isKept = m_options.keepFailed || !m_options.uploadId.isEmpty(); // whoever resumes it has kept it before
+    if (isKept || m_upload.getId().isEmpty())
         return;
     try {
         m_upload.abort();

@@ -5,6 +5,7 @@
 #include "norla/core/CRetries.h"
 #include "norla/pool/CTransfer.h"
 #include "norla/pool/CTransferPool.h"
+#include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3ParallelUpload.h"
 #include "norla/s3/CS3UploadSignals.h"
 
@@ -42,6 +43,7 @@ private:
         kx::P<CNetRequest::IDataSource> source;
         CS3PartDigest digest;
         kx::P<CNetRequest> request = kx::newObj<CNetRequest>();
+        CS3Client::CCorrectedAttempt attempt;
         CRetries retries;
         kx::P<CTransfer> transfer;                    // null while it pauses
         std::optional<Clock::time_point> nextAttempt; // while it pauses
@@ -51,8 +53,11 @@ private:
     void sendParts();
     void startNextPart();
     bool isThere(const CPart& part) const;
+    void noteDone(const CPart& part, const kx::String& eTag);
     kx::P<CNetRequest::IDataSource> sourceOf(long long start, long long size) const;
     void startAttempt(CPart& part);
+    void prepare(CPart& part);
+    void send(CPart& part);
     void startDueAttempts();
     void takeEnd(CPart& part);
     kx::P<kx::CError> failureOf(const CPart& part) const;

@@ -19,7 +19,7 @@ CS3ListedVersion readVersion(CS3ListPages& pages, const CXMLElement& root, bool 
         else
             readListedObjectField(pages, element, version);
     });
-    pages.acceptKey(version.key);
+    pages.acceptKey(version.key, version.versionId);
     return version;
 }
 

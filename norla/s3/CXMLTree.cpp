@@ -1,5 +1,8 @@
 #include "norla/s3/CXMLTree.h"
 
+#include "kx/base/CError.h"
+#include "kx/text/numbers.h"
+
 #include <algorithm>
 #include <exception>
 #include <expat.h>
@@ -20,8 +23,9 @@ constexpr size_t maxDepth = 100;
 /// event or two: these are ignored.
 class CXMLTreeBuilder {
 public:
-    CXMLTreeBuilder()
+    explicit CXMLTreeBuilder(size_t mostElements)
         : m_parser(XML_ParserCreate(nullptr))
+        , m_mostElements(mostElements)
     {
         if (!m_parser)
             throw std::bad_alloc();
@@ -129,6 +133,8 @@ private:
             return;
         }
         const size_t node = m_tree.m_nodes.size();
+        if (node == m_mostElements)
+            throw kx::CError("more than " + kx::toString(static_cast<long long>(node)) + " elements");
         m_tree.m_nodes.push_back({.name = {.start = m_tree.m_texts.size(), .size = name.size()}, .text = {}});
         m_tree.m_texts += name;
         if (!m_open.empty()) {
@@ -166,6 +172,7 @@ private:
     }
 
     const std::unique_ptr<std::remove_pointer_t<XML_Parser>, CFreeParser> m_parser;
+    const size_t m_mostElements;
     CXMLTree m_tree;
     std::vector<COpen> m_open; // the elements that have not ended, the innermost last
     bool m_isText = false;     // whether a piece of text has begun, which expat gives in parts
@@ -173,9 +180,9 @@ private:
     std::exception_ptr m_error;
 };
 
-std::optional<CXMLTree> CXMLTree::parse(std::string_view bytes)
+std::optional<CXMLTree> CXMLTree::parse(std::string_view bytes, size_t mostElements)
 {
-    return CXMLTreeBuilder().build(bytes);
+    return CXMLTreeBuilder(mostElements).build(bytes);
 }
 
 } // namespace norla

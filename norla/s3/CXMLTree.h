@@ -18,11 +18,15 @@ class CXMLTree {
 public:
     CXMLTree() = default; ///< without a root
 
-    /// Time and memory grow with the size of the bytes, whatever is in them. The document's declaration says how it is
-    /// encoded: UTF-8 (also without a declaration), UTF-16, ISO-8859-1 or US-ASCII.
+    static constexpr size_t unlimited = static_cast<size_t>(-1);
+
+    /// Time and memory grow with the size of the bytes, whatever is in them, and with the number of elements: one of
+    /// four bytes ("<a/>") takes 48. The document's declaration says how it is encoded: UTF-8 (also without a
+    /// declaration), UTF-16, ISO-8859-1 or US-ASCII.
     /// @return nothing when it is not well-formed, has a document type (the only way to entities of its own) or nests
     /// more than 100 elements
-    static std::optional<CXMLTree> parse(std::string_view bytes);
+    /// @throws kx::CError "more than ... elements" when there are
+    static std::optional<CXMLTree> parse(std::string_view bytes, size_t mostElements = unlimited);
 
     /// So has every tree that was parsed.
     bool hasRoot() const noexcept { return !m_nodes.empty(); }

@@ -29,7 +29,7 @@ std::string_view controlCharacter(size_t code)
 }
 
 /// @param text that begins with "&"
-CFound reference(std::string_view text)
+CFound reference(std::string_view text, bool isPercentForbidden)
 {
     constexpr size_t longest = 16;
     const size_t end = text.substr(0, longest).find(';');
@@ -42,15 +42,19 @@ CFound reference(std::string_view text)
         = std::from_chars(digits.data(), digits.data() + digits.size(), code, isHexadecimal ? 16 : 10);
     if (error != std::errc() || last != digits.data() + digits.size())
         return {};
+    if (code == '%' && isPercentForbidden)
+        return {"%", end + 1};
     if (code == 0xfffe || code == 0xffff)
         return {noncharacters[code - 0xfffe], end + 1};
     return {controlCharacter(code), end + 1};
 }
 
-CFound forbiddenAtStart(std::string_view text)
+CFound forbiddenAtStart(std::string_view text, bool isPercentForbidden)
 {
     if (text[0] == '&')
-        return reference(text);
+        return reference(text, isPercentForbidden);
+    if (text[0] == '%' && isPercentForbidden)
+        return {text.substr(0, 1), 1};
     for (const std::string_view noncharacter : noncharacters) {
         if (text.starts_with(noncharacter))
             return {noncharacter, noncharacter.size()};
@@ -58,15 +62,13 @@ CFound forbiddenAtStart(std::string_view text)
     return isForbidden(text[0]) ? CFound{text.substr(0, 1), 1} : CFound();
 }
 
-} // namespace
-
-std::string withForbiddenCharactersEscaped(std::string_view utf8)
+std::string withEscapes(std::string_view utf8, bool isPercentForbidden)
 {
     constexpr char digits[] = "0123456789ABCDEF";
     std::string escaped;
     escaped.reserve(utf8.size());
     while (!utf8.empty()) {
-        const CFound found = forbiddenAtStart(utf8);
+        const CFound found = forbiddenAtStart(utf8, isPercentForbidden);
         for (const char byte : found.bytes) {
             const auto value = static_cast<unsigned char>(byte);
             escaped += {'%', digits[value >> 4], digits[value & 15]};
@@ -76,6 +78,20 @@ std::string withForbiddenCharactersEscaped(std::string_view utf8)
         utf8.remove_prefix(found.bytes.empty() ? 1 : found.length);
     }
     return escaped;
+}
+
+} // namespace
+
+std::string withForbiddenCharactersEscaped(std::string_view utf8)
+{
+    constexpr bool isPercentForbidden = false;
+    return withEscapes(utf8, isPercentForbidden);
+}
+
+std::string withPercentSignsEscapedToo(std::string_view utf8)
+{
+    constexpr bool isPercentForbidden = true;
+    return withEscapes(utf8, isPercentForbidden);
 }
 
 } // namespace norla

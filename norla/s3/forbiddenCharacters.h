@@ -10,4 +10,7 @@ namespace norla {
 /// keys of a listing and leave these in its next marker.
 std::string withForbiddenCharactersEscaped(std::string_view utf8);
 
+/// The same, and so each percent sign, so that whoever undoes all "%XX" has the text that was meant.
+std::string withPercentSignsEscapedToo(std::string_view utf8);
+
 } // namespace norla

@@ -10,6 +10,7 @@
 #include "sela/CDigest.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace norla {
 
@@ -21,7 +22,7 @@ CS3Document parsedAnswer(std::string_view document, const char* root)
     const kx::String title = "'" + kx::String::fromLatin1(root) + "' answer";
     const size_t start = std::min(document.find_first_not_of(" \t\r\n"), document.size());
     // Keys may hold what XML does not, and nobody reads them here.
-    CS3Document answer(withForbiddenCharactersEscaped(document.substr(start)), title);
+    CS3Document answer(withForbiddenCharactersEscaped(document.substr(start)), title, CS3Document::mostElements);
     const CXMLElement found = answer.getRoot();
     if (found.isNamed("Error"))
         throw CS3Error(CS3ErrorResponse(found), noHTTPFailure);
@@ -81,6 +82,35 @@ std::string escapedETag(const std::string& eTag)
             text += character;
     }
     return text;
+}
+
+constexpr size_t md5Digits = 32;
+
+/// In lower case, without quotes.
+std::string plainETag(const kx::String& eTag)
+{
+    const std::string text = eTag.toLower().toUTF8();
+    const bool isQuoted = text.size() > 1 && text.front() == '"' && text.back() == '"';
+    return isQuoted ? text.substr(1, text.size() - 2) : text;
+}
+
+bool isMD5(std::string_view text)
+{
+    return text.size() == md5Digits
+        && std::all_of(text.begin(), text.end(), [](char character) { return kx::hexDecodeCharLax(character) >= 0; });
+}
+
+/// How many parts an object's ETag speaks of; nothing when it is not the ETag of an object by parts.
+std::optional<long long> partsSaidIn(const kx::String& eTag)
+{
+    constexpr size_t mostDigits = 9;
+    const std::string text = plainETag(eTag);
+    const std::string count = text.substr(std::min(text.size(), md5Digits + 1));
+    const bool isCount
+        = !count.empty() && count.size() <= mostDigits && count.find_first_not_of("0123456789") == std::string::npos;
+    if (!isCount || text[md5Digits] != '-' || !isMD5(text.substr(0, md5Digits)))
+        return std::nullopt;
+    return std::stoll(count);
 }
 
 } // namespace
@@ -164,13 +194,8 @@ void requireETag(const kx::String& eTag, const kx::String& what)
 
 std::string md5InETag(const kx::String& eTag)
 {
-    constexpr size_t digits = 32;
-    std::string text = eTag.toLower().toUTF8();
-    if (text.size() == digits + 2 && text.front() == '"' && text.back() == '"')
-        text = text.substr(1, digits);
-    const bool isHex
-        = std::all_of(text.begin(), text.end(), [](char character) { return kx::hexDecodeCharLax(character) >= 0; });
-    return text.size() == digits && isHex ? text : std::string();
+    const std::string text = plainETag(eTag);
+    return isMD5(text) ? text : std::string();
 }
 
 std::string eTagOfParts(const kx::TArray<CS3UploadedPart>& parts)
@@ -189,6 +214,26 @@ std::string eTagOfParts(const kx::TArray<CS3UploadedPart>& parts)
     digest.finish();
     return kx::hexEncode({reinterpret_cast<const char*>(digest.getBytes()), digest.getLength()}).toUTF8() + "-"
         + std::to_string(parts.size());
+}
+
+void requireETagOfParts(
+    const kx::String& eTag, const kx::TArray<CS3UploadedPart>& parts, bool isOfBytes, const kx::String& objectName)
+{
+    const std::optional<long long> said = partsSaidIn(eTag);
+    if (!said)
+        return;
+    const auto count = static_cast<long long>(parts.size());
+    if (*said != count)
+        throw kx::CError("The object '" + objectName + "' has the ETag " + eTag + " at the store, which is one of "
+            + kx::toString(*said) + " parts, and not of the " + kx::toString(count) + " that were sent.");
+    const bool areKnown
+        = std::none_of(parts.begin(), parts.end(), [](const CS3UploadedPart& part) { return part.md5.empty(); });
+    if (!isOfBytes || !areKnown)
+        return;
+    const std::string expected = eTagOfParts(parts);
+    if (plainETag(eTag) != expected)
+        throw kx::CError("The object '" + objectName + "' has the ETag " + eTag
+            + " at the store, and the parts that were sent make " + kx::String::fromUTF8(expected) + ".");
 }
 
 } // namespace norla

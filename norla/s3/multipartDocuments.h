@@ -45,4 +45,11 @@ std::string md5InETag(const kx::String& eTag);
 /// That of the object which such parts make; empty when the parts' tags are no MD5s.
 std::string eTagOfParts(const kx::TArray<CS3UploadedPart>& parts);
 
+/// Compares an object's ETag with the parts that it was made of, where the ETag says how many these were; and where the
+/// MD5s of all parts are known, with these.
+/// @param isOfBytes whether ETags of the store speak of the bytes, and not of encrypted ones
+/// @throws kx::CError naming both
+void requireETagOfParts(
+    const kx::String& eTag, const kx::TArray<CS3UploadedPart>& parts, bool isOfBytes, const kx::String& objectName);
+
 } // namespace norla

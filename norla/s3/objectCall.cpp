@@ -1,6 +1,7 @@
 #include "norla/s3/objectCall.h"
 
 #include "kx/base/CInvalidArgError.h"
+#include "kx/text/numbers.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3HeaderFields.h"
 
@@ -53,8 +54,11 @@ std::string_view withoutLeadingSpace(std::string_view bytes)
 
 kx::P<CS3CopyObjectResult> readCopyResult(std::string_view answer, const CS3Call& call)
 {
+    constexpr size_t longest = 1 << 20; // it says when, and which ETag
     const std::string_view document = withoutLeadingSpace(answer);
     try {
+        if (document.size() > longest)
+            throw kx::CError("it has " + kx::toString(static_cast<long long>(document.size())) + " bytes.");
         return kx::newObj<CS3CopyObjectResult>(document.data(), static_cast<int>(document.size()));
     } catch (const kx::CError& error) {
         throw kx::CError("The store's answer to the copy to " + textOf(call) + " is none: " + error.getMessage(), {},

@@ -34,7 +34,7 @@ std::string performForBytes(CS3Client& client, CNetRequest& request, CS3Call cal
 
 CS3Document readS3Document(std::string_view bytes, std::string_view rootName, const kx::String& title)
 {
-    CS3Document document(bytes, title);
+    CS3Document document(bytes, title, CS3Document::mostElements);
     const CXMLElement root = document.getRoot();
     requireNoS3Error(root);
     if (!root.isNamed(rootName))
@@ -50,7 +50,9 @@ CS3Document performForDocument(
 
 void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call)
 {
-    const std::optional<CXMLTree> tree = CXMLTree::parse(performForBytes(client, request, std::move(call)));
+    const kx::String title = "answer to " + call.method;
+    const std::optional<CXMLTree> tree
+        = CS3Document::parse(performForBytes(client, request, std::move(call)), title, CS3Document::mostElements);
     if (tree && tree->hasRoot())
         requireNoS3Error(tree->getRoot());
 }

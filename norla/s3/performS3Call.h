@@ -19,15 +19,16 @@ std::string performForBytes(CS3Client& client, CNetRequest& request, CS3Call cal
 /// Reads such a document.
 /// @param rootName of the document that is expected
 /// @param title what messages call it, such as "'list buckets' result"
-/// @throws as CS3Document; CS3Error with the HTTP status 0 when the store explains a failure behind the status of a
-/// success; kx::CError naming the root when the document is another one
+/// @throws as CS3Document, also for more than CS3Document::mostElements; CS3Error with the HTTP status 0 when the store
+/// explains a failure behind the status of a success; kx::CError naming the root when the document is another one
 CS3Document readS3Document(std::string_view bytes, std::string_view rootName, const kx::String& title);
 
 /// Both. @throws as above
 CS3Document performForDocument(
     CS3Client& client, CNetRequest& request, CS3Call call, std::string_view rootName, const kx::String& title);
 
-/// Performs a call of whose answer nothing is wanted. @throws as above, but not for a document that makes no sense
+/// Performs a call of whose answer nothing is wanted. @throws as above, but for a document that makes no
+/// sense only when it has more elements than any has
 void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call);
 
 /// Gives the call a document to send, with its type and its MD5, which stores ask for.

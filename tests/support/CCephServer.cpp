@@ -30,6 +30,7 @@ CCephServer::CCephServer()
 
 CCephServer::CCephServer(const CSettings& settings)
     : m_storageDaemonCount(settings.storageDaemons)
+    , m_storageBytes(settings.storageBytes)
     , m_monitorSocket(reserveOnLoopback())
     , m_httpSocket(reserveOnLoopback())
     , m_httpsSocket(reserveOnLoopback())
@@ -94,6 +95,11 @@ void CCephServer::makeBucket(const std::string& name)
         throw std::runtime_error("there is no bucket " + name + ": " + answer);
 }
 
+void CCephServer::collectGarbage() const
+{
+    run({"radosgw-admin", "gc", "process", "--include-all"});
+}
+
 void CCephServer::killStorageDaemon(int index)
 {
     m_storageDaemons.at(static_cast<size_t>(index))->kill();
@@ -118,6 +124,7 @@ void CCephServer::writeConfiguration() const
         {"MONITOR_PORT", std::to_string(portOf(m_monitorSocket.get()))},
         {"HTTP_PORT", std::to_string(getPort())},
         {"HTTPS_PORT", std::to_string(portOf(m_httpsSocket.get()))},
+        {"STORAGE_BYTES", std::to_string(m_storageBytes)},
         {"COPIES", std::to_string(m_storageDaemonCount)},
         {"COPIES_NEEDED", std::to_string(std::max(1, m_storageDaemonCount - 1))},
         {"CERTIFICATE", certificates.serverCertificate()},

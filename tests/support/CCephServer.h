@@ -21,6 +21,10 @@ public:
         /// One to ten. Each of them has a copy of each object. Of two or more one may die: requests then wait for about
         /// a tenth of a second and go on.
         int storageDaemons = 1;
+
+        /// What each of them can hold, in bytes; it is taken as it is needed. Nothing that is removed or replaced gives
+        /// its room back before collectGarbage().
+        long long storageBytes = 4LL << 30;
     };
 
     /// Blocks until the gateway serves: half a second with one storage daemon, one and a half with three, on an idle
@@ -55,6 +59,10 @@ public:
     /// @throws std::runtime_error with the gateway's answer if that fails
     void makeBucket(const std::string& name);
 
+    /// Gives the room of objects that were removed or replaced back. Blocks until that is done.
+    /// @throws std::runtime_error with the reason if that fails
+    void collectGarbage() const;
+
     /// Kills a storage daemon at once. Nothing happens the second time.
     /// @param index from zero
     /// @throws std::out_of_range
@@ -79,7 +87,8 @@ private:
     std::filesystem::path configurationFile() const;
 
     CTemporaryFolder m_folder;
-    int m_storageDaemonCount;
+    const int m_storageDaemonCount;
+    const long long m_storageBytes;
     CDescriptor m_monitorSocket;
     CDescriptor m_httpSocket;
     CDescriptor m_httpsSocket;

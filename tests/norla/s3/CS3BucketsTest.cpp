@@ -165,6 +165,16 @@ TEST_F(CS3BucketsTest, keepsNoAnswerLongerThanDocumentsAre)
         "The store's answer is longer than 16 MiB, which no document of a store is.");
 }
 
+TEST_F(CS3BucketsTest, refusesAnAnswerOfMoreElementsThanAnyHas)
+{
+    std::string elements;
+    for (int i = 0; i < 300'000; ++i)
+        elements += "<a/>";
+    answerDocument("<r>" + elements + "</r>");
+    EXPECT_EQ(support::messageOf([this] { buckets().remove("b"); }),
+        "Error parsing Amazon S3 answer to DELETE: more than 300000 elements.");
+}
+
 TEST_F(CS3BucketsTest, wantsABucketsName)
 {
     EXPECT_THROW(buckets().create(""), kx::CInvalidArgError);

@@ -26,6 +26,12 @@ TEST(CS3DocumentTest, namesTheDocumentThatHasNoRoot)
         "Error parsing Amazon S3 'list objects' result: no root element.");
 }
 
+TEST(CS3DocumentTest, namesTheDocumentThatHasTooManyElements)
+{
+    EXPECT_EQ(support::messageOf([] { norla::CS3Document("<a><b/><c/></a>", "error response", 2); }),
+        "Error parsing Amazon S3 error response: more than 2 elements.");
+}
+
 /// A node of a document that somebody else has loaded.
 class CS3NodeTest : public testing::Test {
 protected:

@@ -65,6 +65,13 @@ TEST_F(CS3MultipartUploadTest, beginsWithTheObjectsHeaders)
         EXPECT_THAT(received(0), HasSubstr(line));
 }
 
+TEST_F(CS3MultipartUploadTest, leavesTheTypeOfAnObjectThatHasNoneToTheStore)
+{
+    answer(created("i"));
+    make({.headers = {{"x-amz-meta-a", "b"}}, .partHeaders = {}, .completeHeaders = {}})->create();
+    EXPECT_THAT(received(0), Not(HasSubstr("Content-Type")));
+}
+
 TEST_F(CS3MultipartUploadTest, refusesAnUploadWithoutAnId)
 {
     answer(created(""));
@@ -181,6 +188,15 @@ TEST_F(CS3MultipartUploadTest, believesNoPartThatCannotBe)
         "Error parsing Amazon S3 'ListPartsResult' answer: the root element is 'Other'.");
 }
 
+TEST_F(CS3MultipartUploadTest, refusesAListOfMoreElementsThanAnyHas)
+{
+    std::string elements;
+    for (int i = 0; i < 300'000; ++i)
+        elements += "<a/>";
+    EXPECT_EQ(listFailure(partList(elements)),
+        "Error parsing Amazon S3 'ListPartsResult' answer: more than 300000 elements.");
+}
+
 TEST_F(CS3MultipartUploadTest, readsAListOfAKeyThatXMLCannotHold)
 {
     answer(partList("<Key>a&#x1;\x02</Key>" + part(1, 5, "a")));
@@ -229,6 +245,69 @@ TEST_F(CS3MultipartUploadTest, asksForAnETagThatTheStoreDoesNotTell)
     answer(stored("\"whole-1\""));
     EXPECT_EQ(attached()->complete({{1, "\"a\"", 3}}), "\"whole-1\"");
     EXPECT_EQ(requestLine(1), "HEAD /bucket/a%20key HTTP/1.1");
+}
+
+TEST_F(CS3MultipartUploadTest, refusesAnObjectOfAnotherNumberOfParts)
+{
+    const auto upload = attached();
+    answer(completed("\"af5da9f45af7a300e3aded972f8ff687-2\""));
+    EXPECT_EQ(messageOf([&] {
+        upload->complete({{1, "\"e\"", 3}});
+    }),
+        "The object 'a key' has the ETag \"af5da9f45af7a300e3aded972f8ff687-2\" at the store, which is one of 2 parts, "
+        "and not of the 1 that were sent.");
+    EXPECT_EQ(upload->getId(), ""); // the store has ended it
+}
+
+TEST_F(CS3MultipartUploadTest, refusesAnObjectOfOtherParts)
+{
+    answerBody(3, stored(md5OfABC));
+    answerCompletion(completed("fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-1"));
+    const auto upload = attached();
+    upload->uploadPart(1, "abc", 3);
+    EXPECT_EQ(messageOf([&] { upload->complete(); }),
+        "The object 'a key' has the ETag fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-1 at the store, and the parts that were sent "
+        "make af5da9f45af7a300e3aded972f8ff687-1.");
+}
+
+TEST_F(CS3MultipartUploadTest, takesTheETagThatItsPartsMake)
+{
+    answerBody(3, stored(md5OfABC));
+    answerCompletion(completed("\"AF5DA9F45AF7A300E3ADED972F8FF687-1\""));
+    const auto upload = attached();
+    upload->uploadPart(1, "abc", 3);
+    EXPECT_EQ(upload->complete(), "\"AF5DA9F45AF7A300E3ADED972F8FF687-1\"");
+}
+
+TEST_F(CS3MultipartUploadTest, comparesNoDigestOfEncryptedParts)
+{
+    answerBody(3, stored("\"00000000000000000000000000000000\"", "x-amz-server-side-encryption: aws:kms\r\n"));
+    answerCompletion(completed("fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-1"));
+    const auto upload = attached();
+    upload->uploadPart(1, "abc", 3);
+    EXPECT_EQ(upload->complete(), "fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-1");
+}
+
+TEST_F(CS3MultipartUploadTest, comparesNoDigestOfAnEncryptedObject)
+{
+    std::string answerBytes = completed("fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-1");
+    answerBytes.insert(answerBytes.find("\r\n") + 2, "x-amz-server-side-encryption: aws:kms\r\n");
+    answerBody(3, stored(md5OfABC));
+    answerCompletion(answerBytes);
+    const auto upload = attached();
+    upload->uploadPart(1, "abc", 3);
+    EXPECT_NO_THROW(upload->complete());
+}
+
+TEST_F(CS3MultipartUploadTest, comparesNoETagOfAnotherForm)
+{
+    for (const char* const eTag :
+        {"fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a", "fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-", "fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5-2",
+            "ge9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-2", "fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-2x",
+            "fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a_2", "fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-2000000000"}) {
+        answer(completed(eTag));
+        EXPECT_EQ(attached()->complete({{1, "\"e\"", 3}}).toUTF8(), eTag);
+    }
 }
 
 TEST_F(CS3MultipartUploadTest, keepsNoAnswerThatNeverEnds)

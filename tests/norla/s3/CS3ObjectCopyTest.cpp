@@ -109,6 +109,19 @@ TEST_F(CS3ObjectCopyTest, abortsACopyByPartsThatFails)
     EXPECT_EQ(requestLine(3), "DELETE /to/c?uploadId=id HTTP/1.1");
 }
 
+TEST_F(CS3ObjectCopyTest, abortsACopyByPartsWhoseProgressThrowsWhatIsNoError)
+{
+    m_options.threshold = 0;
+    m_options.onProgress = [](long long, long long) { throw 42; };
+    answerHead(3);
+    answer(created("id"));
+    answerResult("CopyPartResult", "p1");
+    answer("HTTP/1.1 204 Gone\r\nConnection: close\r\n\r\n");
+    EXPECT_THROW(copy(), int);
+    ASSERT_EQ(server().connectionCount(), 4U);
+    EXPECT_EQ(requestLine(3), "DELETE /to/c?uploadId=id HTTP/1.1");
+}
+
 TEST_F(CS3ObjectCopyTest, mixesNoTwoObjects)
 {
     m_options.threshold = 0;

@@ -5,6 +5,9 @@
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/errorOf.h"
 
+#include <malloc.h>
+#include <string>
+
 namespace {
 
 using norla::CS3ObjectEnum;
@@ -185,6 +188,27 @@ TEST_F(CS3ObjectEnumTest, passesArgumentErrorsOn)
     const auto objects = kx::newObj<CS3ObjectEnum>(&client(), &request(), "", "", "", -1);
     EXPECT_EQ(support::messageOf([&] { objects->next(); }),
         "Invalid argument passed to 'CS3Client::prepareListObjectsRequest': bucket name must not be empty.");
+}
+
+/// Of the heap, in bytes; 0 where another one is in its place.
+size_t heapInUse()
+{
+    const auto info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+TEST_F(CS3ObjectEnumTest, needsNoMoreMemoryForManyPagesOfLongNames)
+{
+    constexpr size_t nameSize = 1 << 18;
+    constexpr int pageCount = 40;
+    for (int i = 0; i < pageCount; ++i)
+        answerPage({("p" + std::to_string(100 + i) + std::string(nameSize, 'k')).c_str()}, true);
+    const auto objects = enumerate();
+    ASSERT_TRUE(objects->next());
+    const size_t before = heapInUse();
+    for (int i = 1; i < pageCount; ++i)
+        ASSERT_TRUE(objects->next());
+    EXPECT_LT(heapInUse(), before + 3 * nameSize * pageCount); // the server keeps what it has received
 }
 
 } // namespace

@@ -131,6 +131,12 @@ TEST_F(CS3ObjectListingTest, readsNamesThatXMLCannotHold)
     EXPECT_EQ(rest(*list()), Keys{"a\x01%01\x02"});
 }
 
+TEST_F(CS3ObjectListingTest, readsPercentSignsThatAreWrittenAsReferences)
+{
+    answerLast(keys({"\x01&#37;41&#x25;42&#x00025;43"}));
+    EXPECT_EQ(rest(*list()), Keys{"\x01%41%42%43"});
+}
+
 TEST_F(CS3ObjectListingTest, goesOnBehindAnEmptyPage)
 {
     answerMore("", "t");
@@ -159,6 +165,35 @@ TEST_F(CS3ObjectListingTest, endsWithAnErrorWhenATokenWasThereBefore)
     EXPECT_FALSE(objects->getCurrent());
     EXPECT_EQ(rest(*objects), Keys{"c"}); // the store thought better of it
     EXPECT_EQ(requestLine(2), requestLine(3));
+}
+
+TEST_F(CS3ObjectListingTest, endsWithAnErrorWhenPagesComeAgainUnderNewTokens)
+{
+    answerMore(keys({"b", "a"}), "t");
+    answerMore(keys({"d", "c"}), "u");
+    answerMore("", "v");
+    answerMore("", "w");
+    answerMore(keys({"b", "a"}), "x");
+    answerLast(keys({"e"}));
+    const auto objects = list();
+    for (const char* const key : {"b", "a", "d", "c"}) {
+        EXPECT_TRUE(objects->next());
+        EXPECT_EQ(objects->getCurrent()->key.toUTF8(), key);
+    }
+    EXPECT_EQ(support::messageOf([&] { objects->next(); }),
+        "The listing of the bucket 'b' does not end: a page has the same objects as one before it, up to 'b'.");
+    EXPECT_FALSE(objects->getCurrent());
+    EXPECT_EQ(rest(*objects), Keys{"e"}); // the store thought better of it
+    EXPECT_EQ(requestLine(4), requestLine(5));
+}
+
+TEST_F(CS3ObjectListingTest, takesAPageThatIsAskedForAgain)
+{
+    answerDocument(page("<IsTruncated>true</IsTruncated>" + keys({"a"})));
+    answerLast(keys({"a"}));
+    const auto objects = list();
+    EXPECT_THROW(objects->next(), kx::CError);
+    EXPECT_EQ(rest(*objects), Keys{"a"});
 }
 
 TEST_F(CS3ObjectListingTest, endsWithAnErrorWhenThePageDoesNotSayWhereItGoesOn)
@@ -206,6 +241,17 @@ TEST_F(CS3ObjectListingTest, refusesANameThatIsNotUTF8)
     EXPECT_EQ(messageOf(), "The listing of the bucket 'b' has the name '%FF', which is not UTF-8.");
 }
 
+TEST_F(CS3ObjectListingTest, showsTheBeginningOfANameThatHasNoEnd)
+{
+    const std::string longName(1 << 20, 'k');
+    const kx::String shown = kx::String::fromUTF8(longName.substr(0, 1024)) + "...";
+    answerLast(keys({longName.c_str()}));
+    EXPECT_EQ(messageOf({.prefix = "p"}),
+        "The listing of the bucket 'b' has '" + shown + "', which was not asked for: it does not begin with 'p'.");
+    answerLast("<EncodingType>url</EncodingType>" + keys({(longName + "%FF").c_str()}));
+    EXPECT_EQ(messageOf(), "The listing of the bucket 'b' has the name '" + shown + "', which is not UTF-8.");
+}
+
 TEST_F(CS3ObjectListingTest, refusesWhatIsNoPage)
 {
     answerDocument("");
@@ -213,6 +259,19 @@ TEST_F(CS3ObjectListingTest, refusesWhatIsNoPage)
     const kx::String title = "Error parsing Amazon S3 'list objects' result of the bucket 'b': ";
     EXPECT_EQ(messageOf(), title + "invalid XML.");
     EXPECT_EQ(messageOf(), title + "unknown root element 'html'.");
+}
+
+TEST_F(CS3ObjectListingTest, refusesAPageOfMoreElementsThanAnyHas)
+{
+    std::string elements;
+    for (int i = 0; i < 300'000; ++i)
+        elements += "<a/>";
+    answerLast(elements);
+    answerLast(keys({"a"}));
+    const auto objects = list();
+    EXPECT_EQ(support::messageOf([&] { objects->next(); }),
+        "Error parsing Amazon S3 'list objects' result of the bucket 'b': more than 300000 elements.");
+    EXPECT_EQ(rest(*objects), Keys{"a"});
 }
 
 TEST_F(CS3ObjectListingTest, doesNotTakeAFailureBehindA200ForAPage)

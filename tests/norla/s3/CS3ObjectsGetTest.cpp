@@ -43,14 +43,12 @@ TEST_F(CS3ObjectsGetTest, asksForAVersionOnConditions)
             .ifNoneMatch = "\"b\"",
             .ifModifiedSince = kx::CTime(1255369830LL * 1'000'000),
             .ifUnmodifiedSince = kx::CTime(1255369831LL * 1'000'000)},
-        .customerKey = std::string(32, 'k'),
         .verify = false,
         .headers = {{"x-amz-request-payer", "requester"}}});
     EXPECT_EQ(requestLine(), "GET /b/k?versionId=a%2Fb HTTP/1.1");
-    for (const char* const line : {"if-match: \"a\"", "if-none-match: \"b\"",
-             "if-modified-since: Mon, 12 Oct 2009 17:50:30 GMT", "if-unmodified-since: Mon, 12 Oct 2009 17:50:31 GMT",
-             "x-amz-server-side-encryption-customer-key-md5: mT2HRsMGJ5IX5C+0rreZ8Q==",
-             "x-amz-request-payer: requester"})
+    for (const char* const line :
+        {"if-match: \"a\"", "if-none-match: \"b\"", "if-modified-since: Mon, 12 Oct 2009 17:50:30 GMT",
+            "if-unmodified-since: Mon, 12 Oct 2009 17:50:31 GMT", "x-amz-request-payer: requester"})
         EXPECT_TRUE(hasSent(line)) << line;
     EXPECT_FALSE(hasSent("x-amz-checksum-mode: ENABLED"));
 }
@@ -153,10 +151,25 @@ TEST_F(CS3ObjectsGetTest, takesNoPartForTheWhole)
     EXPECT_EQ(bytes(), "");
 }
 
+TEST_F(CS3ObjectsGetTest, takesNothingOfALengthThatIsNone)
+{
+    const std::string head = "HTTP/1.1 200 OK\r\nConnection: close\r\n";
+    answer(head + "Content-Length: 99999999999999999999\r\n\r\nabc");
+    EXPECT_EQ(messageOfGet(),
+        "The store was asked for the object 'k' in the bucket 'b' and gave something else, a length that is none: "
+        "status 200, Content-Range '', Content-Length '99999999999999999999'.");
+    answer(head + "Content-Length: 9\r\nContent-Length: 3\r\n\r\nabc");
+    EXPECT_THAT(messageOfGet(), HasSubstr("something else, a length that is none: status 200"));
+    EXPECT_EQ(bytes(), "");
+    answer(head + "Content-Length: 3\r\nContent-Length: 3\r\n\r\nabc");
+    EXPECT_EQ(get(), "abc");
+}
+
 TEST_F(CS3ObjectsGetTest, takesNoMoreThanWasAllowed)
 {
     answer(reply("200 OK", "", "abcd"));
-    EXPECT_THAT(messageOfGet({.mostBytes = 3}), HasSubstr("something else, 4 bytes: status 200"));
+    EXPECT_THAT(
+        messageOfGet({.mostBytes = 3}), HasSubstr("something else, 4 bytes where 3 at most may come: status 200"));
     answer("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nabcd");
     EXPECT_THAT(messageOfGet({.mostBytes = 3}), HasSubstr("something else, more than 3 bytes: status 200"));
     EXPECT_EQ(bytes(), "");

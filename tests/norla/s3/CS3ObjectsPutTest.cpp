@@ -100,14 +100,6 @@ TEST_F(CS3ObjectsPutTest, sendsHowTheObjectIsKept)
             "If-Match: \"e\"", "If-None-Match: *", "x-amz-request-payer: requester"});
 }
 
-TEST_F(CS3ObjectsPutTest, sendsACustomersKeyWithItsMD5)
-{
-    expectSent({.encryption = {.algorithm = {}, .keyId = {}, .customerKey = std::string(32, 'k')}},
-        {"x-amz-server-side-encryption-customer-algorithm: AES256",
-            "x-amz-server-side-encryption-customer-key: a2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2s=",
-            "x-amz-server-side-encryption-customer-key-md5: mT2HRsMGJ5IX5C+0rreZ8Q=="});
-}
-
 TEST_F(CS3ObjectsPutTest, sendsTheChecksumThatIsWanted)
 {
     expectSent(
@@ -222,6 +214,14 @@ TEST_F(CS3ObjectsPutTest, refusesWhatIsNoHeader)
     EXPECT_THROW(put({.headers = {{"a", "b\nc"}}}), kx::CInvalidArgError);
 }
 
+TEST_F(CS3ObjectsPutTest, saysWhatIsWrongWithANameOfMetadata)
+{
+    const auto messageOfPut
+        = [this](const CS3PutOptions& options) { return support::messageOf([&] { put(options); }).toUTF8(); };
+    EXPECT_THAT(messageOfPut({.metadata = {{"a b", "c"}}}), HasSubstr("'a b' of metadata cannot be that of a header"));
+    EXPECT_THAT(messageOfPut({.metadata = {{"A", "1"}, {"a", "2"}}}), HasSubstr("'a' of metadata is there twice"));
+}
+
 TEST_F(CS3ObjectsPutTest, refusesWhatMakesNoSense)
 {
     EXPECT_THROW(put({.encryption = {.algorithm = {}, .keyId = {}, .customerKey = "short"}}), kx::CInvalidArgError);
@@ -232,7 +232,6 @@ TEST_F(CS3ObjectsPutTest, refusesWhatMakesNoSense)
     EXPECT_THROW(objects().put("b", "k", nullptr, 3), kx::CInvalidArgError);
     const auto source = kx::newObj<CCountedSource>("abc");
     EXPECT_THROW(objects().put("b", "k", source.get(), -1), kx::CInvalidArgError);
-    EXPECT_THROW(kx::newObj<norla::CS3Objects>(nullptr, &request()), kx::CInvalidArgError);
 }
 
 } // namespace

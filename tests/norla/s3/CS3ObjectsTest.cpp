@@ -64,7 +64,6 @@ TEST_F(CS3ObjectsTest, copiesAVersionWithNewMetadataOnConditions)
             .ifNoneMatch = "\"b\"",
             .ifModifiedSince = kx::CTime(1255369830LL * 1'000'000),
             .ifUnmodifiedSince = kx::CTime(1255369831LL * 1'000'000)},
-        .sourceCustomerKey = std::string(32, 'k'),
         .replaceMetadata = true,
         .replaceTags = true,
         .target = {.contentType = "text/plain",
@@ -78,13 +77,22 @@ TEST_F(CS3ObjectsTest, copiesAVersionWithNewMetadataOnConditions)
              "x-amz-copy-source-if-match: \"a\"", "x-amz-copy-source-if-none-match: \"b\"",
              "x-amz-copy-source-if-modified-since: Mon, 12 Oct 2009 17:50:30 GMT",
              "x-amz-copy-source-if-unmodified-since: Mon, 12 Oct 2009 17:50:31 GMT",
-             "x-amz-copy-source-server-side-encryption-customer-algorithm: AES256",
-             "x-amz-copy-source-server-side-encryption-customer-key: a2tra2tra2tra2tra2tra2tra2tra2tra2tra2tra2s=",
-             "x-amz-copy-source-server-side-encryption-customer-key-md5: mT2HRsMGJ5IX5C+0rreZ8Q==",
              "x-amz-metadata-directive: REPLACE", "Content-Type: text/plain", "x-amz-meta-a: b",
              "x-amz-tagging-directive: REPLACE", "x-amz-tagging: t=u", "x-amz-storage-class: STANDARD",
              "x-amz-acl: private", "x-amz-server-side-encryption: AES256", "x-amz-checksum-algorithm: SHA256"})
         EXPECT_TRUE(hasSent(line)) << line << " in " << received();
+}
+
+TEST_F(CS3ObjectsTest, namesTheSourceOfACopyThatIsNotThere)
+{
+    const auto nameIn = [this](const char* document) {
+        answer(reply("404 Not Found", "", document));
+        const auto error = support::errorOf([this] { copy({.sourceVersionId = "v"}); });
+        return error ? error->getProps().get("s3-resource") : kx::String("(no error)");
+    };
+    EXPECT_EQ(nameIn("<Error><Code>NoSuchKey</Code></Error>"), "/from/a b/c");
+    EXPECT_EQ(nameIn("<Error><Code>NoSuchKey</Code><Resource>/its/word</Resource></Error>"), "/its/word");
+    EXPECT_EQ(nameIn("<Error><Code>NoSuchBucket</Code></Error>"), ""); // of either
 }
 
 TEST_F(CS3ObjectsTest, takesAFailureBehindASuccessForWhatItIs)
@@ -101,6 +109,7 @@ TEST_F(CS3ObjectsTest, namesACopyWhoseAnswerIsNone)
 {
     const std::string start = "The store's answer to the copy to the object 'k' in the bucket 'b' is none: ";
     EXPECT_THAT(messageOfCopy(""), testing::StartsWith(start));
+    EXPECT_EQ(messageOfCopy(std::string(" ") + copied + std::string(1 << 20, ' ')), start + "it has 1048692 bytes.");
     EXPECT_THAT(messageOfCopy("<html/>"), HasSubstr("unknown root element 'html'"));
 }
 

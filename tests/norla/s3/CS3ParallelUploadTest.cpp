@@ -1,13 +1,8 @@
 #include "norla/s3/CS3ParallelUpload.h"
 
 #include "kx/base/CInvalidArgError.h"
-#include "kx/streams/CBufferStream.h"
-#include "kx/text/hex.h"
-#include "norla/core/CStreamDataSource.h"
 #include "norla/core/errorKind.h"
-#include "sela/CDigest.h"
-#include "tests/norla/s3/CMultipartFixture.h"
-#include "tests/support/errorOf.h"
+#include "tests/norla/s3/CParallelUploadFixture.h"
 
 #include <gmock/gmock.h>
 
@@ -21,58 +16,11 @@
 namespace {
 
 using norla::CS3ParallelUpload;
-using norla::CS3ParallelUploadOptions;
 using support::messageOf;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr size_t leastPart = 5 << 20;
-
-std::string md5Of(const std::string& bytes)
-{
-    sela::CDigest digest("MD5");
-    digest.update(bytes.data(), bytes.size());
-    digest.finish();
-    return kx::hexEncode({reinterpret_cast<const char*>(digest.getBytes()), digest.getLength()}).toUTF8();
-}
-
-class CS3ParallelUploadTest : public CMultipartFixture {
-protected:
-    CS3ParallelUploadTest()
-    {
-        m_options.partSize = leastPart;
-        m_options.retries.firstPause = {};
-        m_options.onStarted = [this](const kx::String& id) { m_startedId = id; };
-    }
-
-    kx::String upload(const std::string& content)
-    {
-        m_upload = kx::newObj<CS3ParallelUpload>(&store(), &request(), m_options);
-        return run(content);
-    }
-
-    kx::String run(const std::string& content)
-    {
-        const auto bytes = kx::newObj<norla::CNetRequest::Buffer>();
-        bytes->append(reinterpret_cast<const unsigned char*>(content.data()), content.size());
-        const auto source = kx::newObj<norla::CStreamDataSource>(kx::newObj<kx::CBufferStream>(bytes).get());
-        return m_upload->upload(source.get(), "bucket", "key");
-    }
-
-    /// Takes a part and answers so.
-    void answerPart(size_t size, const std::string& bytes)
-    {
-        server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readBytes(size).send(bytes);
-    }
-
-    static std::string tagOf(const std::string& bytes) { return "\"" + md5Of(bytes) + "\""; }
-
-    CS3ParallelUploadOptions m_options;
-    kx::P<CS3ParallelUpload> m_upload;
-    kx::String m_startedId;
-    const std::string m_first = std::string(leastPart, 'a');
-    const std::string m_second = std::string(leastPart, 'b');
-};
+class CS3ParallelUploadTest : public CParallelUploadFixture {};
 
 TEST_F(CS3ParallelUploadTest, sendsPartsAndCompletes)
 {
@@ -235,6 +183,35 @@ TEST_F(CS3ParallelUploadTest, resumesWithThePartsThatDiffer)
     EXPECT_THAT(bodyReceived(3), Not(HasSubstr("<PartNumber>4<")));
 }
 
+TEST_F(CS3ParallelUploadTest, refusesAnObjectOfOtherPartsThanTheStoreHadAlready)
+{
+    m_options.uploadId = "old";
+    answer(partList(part(1, 3, tagOf("end"))));
+    answerCompletion(completed("fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-1"));
+    EXPECT_THAT(messageOf([this] { upload("end"); }).toUTF8(), HasSubstr("and the parts that were sent make "));
+    EXPECT_EQ(m_upload->getUploadId(), "");
+    EXPECT_EQ(server().connectionCount(), 2U);
+}
+
+TEST_F(CS3ParallelUploadTest, refusesAnObjectOfOtherPartsThanItHasSent)
+{
+    answer(created("id"));
+    answerPart(3, stored(tagOf("end")));
+    answerCompletion(completed("fe9ef9d9a1fe9a2c1ae4ba8e9f3f8d5a-1"));
+    EXPECT_THAT(messageOf([this] { upload("end"); }).toUTF8(), HasSubstr("and the parts that were sent make "));
+    EXPECT_EQ(server().connectionCount(), 3U);
+}
+
+TEST_F(CS3ParallelUploadTest, keepsWhatWasResumedAndHasFailed)
+{
+    m_options.uploadId = "old";
+    answer(partList(part(1, 2, tagOf("ab"))));
+    answerPart(3, answerWith(403, errorDocument("AccessDenied")));
+    EXPECT_EQ(messageOf([this] { upload("end"); }), "Amazon S3 error: Because(AccessDenied)");
+    EXPECT_EQ(m_upload->getUploadId(), "old");
+    EXPECT_EQ(server().connectionCount(), 2U);
+}
+
 TEST_F(CS3ParallelUploadTest, isCancelledFromAnotherThread)
 {
     answer(created("id"));
@@ -348,6 +325,16 @@ TEST_F(CS3ParallelUploadTest, abortsWhatACallbackEndsWithAnythingElseThanAnError
     answer("HTTP/1.1 204 Gone\r\nConnection: close\r\n\r\n");
     EXPECT_THROW(upload("end"), int);
     EXPECT_EQ(server().connectionCount(), 2U);
+}
+
+TEST_F(CS3ParallelUploadTest, believesNoStoreThatHasTakenAPartBeforeItWasSent)
+{
+    answer(created("id"));
+    answer(stored("\"tag\""));
+    answer("HTTP/1.1 204 Gone\r\nConnection: close\r\n\r\n");
+    EXPECT_THAT(
+        messageOf([this] { upload(m_first); }).toUTF8(), HasSubstr(" of the 5242880 bytes of part 1 were sent."));
+    EXPECT_THAT(requestLine(2), HasSubstr("DELETE "));
 }
 
 } // namespace

@@ -159,6 +159,23 @@ TEST_F(CS3SignerV2Test, signsNothingWithoutAKey)
     EXPECT_EQ(m_signer->presign(m_request, {}, kx::CTimeSpan::fromSeconds(1)), m_request.url);
 }
 
+TEST_F(CS3SignerV2Test, refusesAKeyOrTokenWithALineEnd)
+{
+    m_request.method = "GET";
+    m_request.url = "https://s3.amazonaws.com/b/a";
+    for (const char* const end : {"\n", "\r", "\r\nx-amz-acl: public-read"}) {
+        m_credentials.accessKeyId = "AKID" + kx::String::fromLatin1(end);
+        EXPECT_EQ(support::messageOf([this] { authorization(); }),
+            "Invalid argument passed to 'norla::requireOneLineHeaders': the header 'Authorization' holds a line end or "
+            "a zero character.");
+        m_credentials.accessKeyId = "AKID";
+        m_credentials.sessionToken = "token" + kx::String::fromLatin1(end);
+        EXPECT_THROW(authorization(), kx::CInvalidArgError);
+        m_credentials.sessionToken = {};
+    }
+    EXPECT_TRUE(m_request.headers.empty());
+}
+
 TEST_F(CS3SignerV2Test, refusesWhatMakesNoSense)
 {
     m_request.url = "http://h/b";

@@ -194,6 +194,22 @@ TEST_F(CS3SignerV4Test, refusesAHeaderWithALineEnd)
     EXPECT_EQ(m_request.headers.size(), 1U);
 }
 
+TEST_F(CS3SignerV4Test, refusesAKeyOrTokenWithALineEnd)
+{
+    ask("GET", "/a");
+    for (const char* const end : {"\n", "\r", "\r\nx-amz-acl: public-read"}) {
+        m_credentials.accessKeyId = "AKID" + kx::String::fromLatin1(end);
+        EXPECT_EQ(support::messageOf([this] { signature(); }),
+            "Invalid argument passed to 'norla::requireOneLineHeaders': the header 'Authorization' holds a line end or "
+            "a zero character.");
+        m_credentials.accessKeyId = "AKID";
+        m_credentials.sessionToken = "token" + kx::String::fromLatin1(end);
+        EXPECT_THROW(signature(), kx::CInvalidArgError);
+        m_credentials.sessionToken = {};
+    }
+    EXPECT_TRUE(m_request.headers.empty());
+}
+
 TEST_F(CS3SignerV4Test, refusesALifetimeThatNoStoreTakes)
 {
     ask("GET", "/a");

@@ -65,4 +65,17 @@ TEST_F(CS3UploadEnumTest, refusesAnUploadOutsideThePrefix)
         "The listing of the bucket 'b' has 'k', which was not asked for: it does not begin with 'l'.");
 }
 
+TEST_F(CS3UploadEnumTest, endsWithAnErrorWhenAPageComesAgainUnderANewMarker)
+{
+    for (const char* const marker : {"1", "2"})
+        answerPage("<Upload><Key>k</Key><UploadId>u</UploadId></Upload><NextKeyMarker>k</NextKeyMarker>"
+                   "<NextUploadIdMarker>"
+                + std::string(marker) + "</NextUploadIdMarker>",
+            true);
+    const auto uploads = list();
+    EXPECT_TRUE(uploads->next());
+    EXPECT_EQ(support::messageOf([&] { uploads->next(); }),
+        "The listing of the bucket 'b' does not end: a page has the same objects as one before it, up to 'k'.");
+}
+
 } // namespace

@@ -100,4 +100,13 @@ TEST_F(CS3VersionEnumTest, endsWithAnErrorWhenAVersionDoesNotAdvance)
         "The listing of the bucket 'b' does not end: it came to the marker 'a', 'v' again.");
 }
 
+TEST_F(CS3VersionEnumTest, endsWithAnErrorWhenPagesComeAgainUnderNewMarkers)
+{
+    answerPage(version("a", "v2") + next("a", "v2"), true);
+    answerPage(version("a", "v1") + next("a", "v1"), true);
+    answerPage(version("a", "v2") + next("a", "v0"), true);
+    EXPECT_EQ(support::messageOf([this] { rest(*list()); }),
+        "The listing of the bucket 'b' does not end: a page has the same objects as one before it, up to 'a'.");
+}
+
 } // namespace

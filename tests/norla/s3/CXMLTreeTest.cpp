@@ -1,6 +1,7 @@
 #include "norla/s3/CXMLTree.h"
 
 #include "tests/norla/s3/nestedXML.h"
+#include "tests/support/errorOf.h"
 #include "tests/support/xmlOutline.h"
 
 #include <gtest/gtest.h>
@@ -128,6 +129,12 @@ TEST(CXMLTreeTest, takesAnyNumberOfAttributes)
     for (int i = 0; i < 50'000; ++i)
         element += " b" + std::to_string(i) + "=''";
     EXPECT_TRUE(isTaken(element + "/>"));
+}
+
+TEST(CXMLTreeTest, takesNoMoreElementsThanItMay)
+{
+    EXPECT_TRUE(CXMLTree::parse("<a><b/><c/></a>", 3));
+    EXPECT_EQ(support::messageOf([] { CXMLTree::parse("<a><b/><c/></a>", 2); }), "more than 2 elements");
 }
 
 TEST(CXMLTreeTest, takesLongTokens)

@@ -18,6 +18,11 @@ TEST(ForbiddenCharactersTest, areEscapedWhereAReferenceStandsForThem)
     EXPECT_EQ(withForbiddenCharactersEscaped("&#xFFFF;&#65534;"), "%EF%BF%BF%EF%BF%BE");
 }
 
+TEST(ForbiddenCharactersTest, canBeUndoneWithPercentSignsEscapedToo)
+{
+    EXPECT_EQ(norla::withPercentSignsEscapedToo("%01\x01&#1;&#37;&#x25;&#x26;%"), "%2501%01%01%25%25&#x26;%25");
+}
+
 TEST(ForbiddenCharactersTest, areNoOthers)
 {
     for (const std::string text : {"", "plain %01 + text", "\t\r\n", "&#9;&#xA;&#13;", "&#x20;&#xE4;&#x1F600;",
