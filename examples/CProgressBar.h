@@ -30,11 +30,14 @@ public:
         std::fprintf(stderr, "\r%s%.*s", bar.c_str(), static_cast<int>(columns - bar.size()), text);
     }
 
+    ~CProgressBar() { end(); }
+
     /// Leaves the line as it is and goes on below it.
-    ~CProgressBar()
+    void end()
     {
         if (m_shown != notShown)
             std::fputc('\n', stderr);
+        m_shown = notShown;
     }
 
 private:

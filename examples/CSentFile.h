@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-/// The file that is sent. Shows how far it is.
+/// The file that is sent. Shows how far it is, unless that is somebody else's to show.
 class CSentFile : public kx::CBase, public virtual norla::CNetRequest::IDataSource {
 public:
     /// @throws as withLocalFile()
@@ -19,9 +19,15 @@ public:
     int read(unsigned char* buffer, int size, const norla::CNetRequest::HeaderMap& headers) override
     {
         const int count = withLocalFile([&] { return m_source->read(buffer, size, headers); });
-        m_progress.show(static_cast<double>(getPosition()), static_cast<double>(getLength()));
+        if (m_isShown)
+            m_progress.show(static_cast<double>(getPosition()), static_cast<double>(getLength()));
         return count;
     }
+
+    void hideProgress() { m_isShown = false; }
+
+    /// Call it when the file has been sent and something else is shown: requests keep what they have sent.
+    void endProgress() { m_progress.end(); }
 
     long long getLength() override { return m_source->getLength(); }
 
@@ -43,5 +49,6 @@ private:
     }
 
     const kx::P<norla::CFileSource> m_source;
+    bool m_isShown = true;
     CProgressBar m_progress;
 };

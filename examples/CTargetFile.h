@@ -30,9 +30,12 @@ public:
         return size;
     }
 
+    bool canBeginAgain() const override { return m_sink->canBeginAgain(); }
+
     /// Gives the file its name.
     void finish()
     {
+        m_progress.end();
         withLocalFile([&] { m_sink->finish(); });
     }
 

@@ -2,8 +2,11 @@
 
 // What the recipes of docs/cookbook.md define, for the test that runs them.
 
+#include "kx/containers/TArray.h"
 #include "kx/containers/TMap.h"
 #include "norla/core/CNetRequest.h"
+#include "norla/s3/CS3Client.h"
+#include "norla/s3/CS3DeleteFailure.h"
 
 #include <functional>
 #include <iosfwd>
@@ -40,6 +43,14 @@ void performInTime(norla::CNetRequest& request, const kx::CTimeSpan& longest);
 void downloadSlowly(const kx::String& url, const Path& path, long long bytesPerSecond);
 void storeBySFTP(const kx::String& url, const kx::String& user, const Path& privateKey, const Path& path,
     const Path& knownHosts, const std::function<bool(const kx::String& host, const kx::String& fingerprint)>& isRight);
+kx::P<norla::CS3Client> openS3(const norla::CS3Endpoint& endpoint, norla::IS3Credentials* credentials);
+void storeInS3(norla::CS3Client& client, const kx::String& bucket, const kx::String& name, const Path& path,
+    const std::function<void(long long bytes, long long total)>& report);
+void fetchFromS3(norla::CS3Client& client, const kx::String& bucket, const kx::String& name, const Path& path);
+kx::TArray<kx::String> listS3Folder(norla::CS3Client& client, const kx::String& bucket, const kx::String& folder);
+kx::TArray<norla::CS3DeleteFailure> removeS3Folder(
+    norla::CS3Client& client, const kx::String& bucket, const kx::String& folder);
+kx::String shareS3Object(norla::CS3Client& client, const kx::String& bucket, const kx::String& name);
 void sendAttachment(norla::CSMTPParams params, const kx::String& sender, const kx::String& recipient,
     const kx::String& text, const Path& path);
 void writeDown(const norla::CNetRequest& request, std::ostream& log);

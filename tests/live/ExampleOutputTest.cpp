@@ -1,6 +1,5 @@
 // What the example programs make of what they fetch: whole files, the parts that were asked for, or an error.
 #include "examples/COutputSink.h"
-#include "examples/CPartSink.h"
 #include "examples/CRangeSink.h"
 #include "kx/streams/CBufferStream.h"
 #include "tests/live/exampleRun.h"
@@ -137,9 +136,6 @@ TEST_F(ExampleOutputTest, isNotMadeOfAllTheWordsOfARefusal)
 {
     const auto request = kx::newObj<norla::CNetRequest>();
     EXPECT_EQ(keptFrom(request, *kx::newObj<COutputSink>(*request)), 65536U);
-    const auto other = kx::newObj<norla::CNetRequest>();
-    const auto out = kx::newObj<kx::CBufferStream>();
-    EXPECT_EQ(keptFrom(other, *kx::newObj<CPartSink>(*other, out.get(), "", 1)), 65536U);
 }
 
 TEST_F(ExampleOutputTest, isNotWaitedForInAPipeThatIsToBeSent)
@@ -257,9 +253,6 @@ TEST_P(ExampleSignalTest, leavesNoPartOfAFile)
 TEST_P(ExampleSignalTest, leavesNoPartOfAnObject)
 {
     support::CScriptedServer store;
-    for (int i = 0; i < 2; ++i)
-        store.onConnection().readHead().send(
-            "HTTP/1.1 200 OK\r\nConnection: close\r\nETag: \"1\"\r\nContent-Length: 1000\r\n\r\n");
     store.onConnection()
         .readHead()
         .send("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nContent-Length: 1000\r\n\r\n" + std::string(500, 'a'))

@@ -1,74 +1,13 @@
-// The example s3, run as a person runs it.
-#include "tests/live/exampleRun.h"
-#include "tests/support/CCephServer.h"
-#include "tests/support/CScriptedServer.h"
-#include "tests/support/CTemporaryFolder.h"
-
-#include <gtest/gtest.h>
-
-#include <memory>
+// The example s3 with a real store.
+#include "norla/s3/CS3Buckets.h"
+#include "norla/s3/CS3Objects.h"
+#include "tests/live/S3ExampleSession.h"
 
 namespace {
 
 using support::CProcessRun;
 
-class S3ExampleTest : public testing::Test {
-protected:
-    static void SetUpTestSuite()
-    {
-        s_store = std::make_unique<support::CCephServer>();
-        s_store->makeBucket("bucket");
-    }
-    static void TearDownTestSuite() { s_store.reset(); }
-
-    CProcessRun s3(std::vector<std::string> words, CProcessRun::Terminal terminal = CProcessRun::Terminal::None)
-    {
-        words.insert(words.begin(), {"s3", "--endpoint", s_store->host(), "--http"});
-        return live::run({.arguments = std::move(words),
-            .environment = {"S3_ACCESS_KEY_ID=" + s_store->accessKeyId(), "S3_SECRET_ACCESS_KEY=" + m_secret},
-            .terminal = terminal});
-    }
-
-    /// The same without credentials in the environment.
-    CProcessRun s3ByProfile(std::vector<std::string> words)
-    {
-        const auto file = m_folder.write("credentials",
-            "[other]\naws_access_key_id = " + s_store->accessKeyId() + "\naws_secret_access_key = " + m_secret + "\n");
-        words.insert(words.begin(), {"s3", "--endpoint", s_store->host(), "--http", "--profile", "other"});
-        return live::run(
-            {.arguments = std::move(words), .environment = {"AWS_SHARED_CREDENTIALS_FILE=" + file.string()}});
-    }
-
-    CProcessRun s3ToFullDisk(std::vector<std::string> words)
-    {
-        words.insert(words.begin(), {"s3", "--endpoint", s_store->host(), "--http"});
-        return live::runRedirected(
-            words, "> /dev/full", {"S3_ACCESS_KEY_ID=" + s_store->accessKeyId(), "S3_SECRET_ACCESS_KEY=" + m_secret});
-    }
-
-    /// The most memory that a run had which succeeds, in bytes.
-    static long long peakMemoryOf(const std::vector<std::string>& words)
-    {
-        std::vector<std::string> command{"python3", "-c",
-            "import resource, subprocess, sys\n"
-            "subprocess.run(sys.argv[1:], check=True, stderr=subprocess.DEVNULL)\n"
-            "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)",
-            NORLA_EXAMPLES_DIR "/s3", "--endpoint", s_store->host(), "--http"};
-        command.insert(command.end(), words.begin(), words.end());
-        const CProcessRun result({.arguments = command,
-            .package = "python3",
-            .environment
-            = {"S3_ACCESS_KEY_ID=" + s_store->accessKeyId(), "S3_SECRET_ACCESS_KEY=" + s_store->secretAccessKey()}});
-        EXPECT_EQ(result.exitStatus(), 0) << result.errors();
-        return 1024 * std::stoll("0" + result.output());
-    }
-
-    std::string m_secret = s_store->secretAccessKey();
-    support::CTemporaryFolder m_folder;
-
-private:
-    static inline std::unique_ptr<support::CCephServer> s_store;
-};
+class S3ExampleTest : public live::S3ExampleSession {};
 
 TEST_F(S3ExampleTest, makesAndRemovesABucket)
 {
@@ -91,7 +30,7 @@ TEST_F(S3ExampleTest, givesAnObjectAnotherKey)
 {
     const auto file = m_folder.write("moved.txt", "moved").string();
     EXPECT_EQ(s3({"put", file, "bucket/old"}).exitStatus(), 0);
-    EXPECT_EQ(s3({"mv", "bucket/old", "new"}).errors(), "");
+    EXPECT_EQ(s3({"mv", "bucket/old", "bucket/new"}).errors(), "");
     EXPECT_EQ(s3({"stat", "bucket/old"}).exitStatus(), 1);
     EXPECT_EQ(s3({"stat", "bucket/new"}).exitStatus(), 0);
 }
@@ -100,7 +39,7 @@ TEST_F(S3ExampleTest, keepsAnObjectThatIsToHaveItsOwnKey)
 {
     const auto file = m_folder.write("same.txt", "same").string();
     EXPECT_EQ(s3({"put", file, "bucket/same"}).exitStatus(), 0);
-    EXPECT_EQ(s3({"mv", "bucket/same", "same"}).exitStatus(), 2);
+    EXPECT_EQ(s3({"mv", "bucket/same", "bucket/same"}).exitStatus(), 2);
     EXPECT_EQ(s3({"stat", "bucket/same"}).exitStatus(), 0);
 }
 
@@ -112,10 +51,10 @@ TEST_F(S3ExampleTest, takesTheCredentialsOfAProfile)
 
 TEST_F(S3ExampleTest, worksOnObjects)
 {
-    const std::string content(9 << 20, 'c'); // two pieces
+    const std::string content(9 << 20, 'c'); // two parts
     const auto file = m_folder.write("file.txt", content).string();
     EXPECT_EQ(s3({"put", file, "bucket/a/one"}).errors(), std::to_string(content.size()) + " bytes stored\n");
-    EXPECT_EQ(s3({"cp", "bucket/a/one", "a/two"}).exitStatus(), 0);
+    EXPECT_EQ(s3({"cp", "bucket/a/one", "bucket/a/two"}).exitStatus(), 0);
     EXPECT_EQ(s3({"put", file, "bucket/b"}).exitStatus(), 0);
 
     const std::string listing = s3({"--page", "1", "ls", "bucket/a/"}).output();
@@ -138,12 +77,121 @@ TEST_F(S3ExampleTest, worksOnObjects)
 
 TEST_F(S3ExampleTest, showsItsProgressOnATerminal)
 {
-    const auto file = m_folder.write("file.txt", std::string(1 << 20, 'c')).string();
-    const auto stored = s3({"put", file, "bucket/shown"}, CProcessRun::Terminal::Errors);
-    EXPECT_NE(stored.errors().find("] 100 %"), std::string::npos) << stored.errors();
-    const auto fetched
-        = s3({"get", "bucket/shown", (m_folder.path() / "fetched").string()}, CProcessRun::Terminal::Errors);
-    EXPECT_NE(fetched.errors().find("] 100 %"), std::string::npos) << fetched.errors();
+    for (const int size : {1 << 20, 9 << 20}) { // at once, and by parts
+        const auto file = m_folder.write("file.txt", std::string(static_cast<size_t>(size), 'c')).string();
+        const auto stored = s3({"put", file, "bucket/shown"}, CProcessRun::Terminal::Errors);
+        EXPECT_TRUE(stored.errors().ends_with("] 100 %\n" + std::to_string(size) + " bytes stored\n"))
+            << stored.errors();
+        const auto fetched
+            = s3({"get", "bucket/shown", (m_folder.path() / "fetched").string()}, CProcessRun::Terminal::Errors);
+        EXPECT_TRUE(fetched.errors().ends_with("] 100 %\n" + std::to_string(size) + " bytes fetched\n"))
+            << fetched.errors();
+    }
+}
+
+TEST_F(S3ExampleTest, copiesToAnotherBucket)
+{
+    s3({"mb", "target"});
+    s3({"put", m_folder.write("file", "copied"), "bucket/source"});
+    EXPECT_EQ(s3({"cp", "bucket/source", "target/a copy"}).errors(), "");
+    EXPECT_EQ(s3({"get", "target/a copy", (m_folder.path() / "fetched").string()}).errors(), "6 bytes fetched\n");
+    EXPECT_EQ(s3({"mv", "target/a copy", "bucket/back"}).errors(), "");
+    EXPECT_EQ(s3({"ls", "target"}).output(), "");
+    EXPECT_EQ(s3({"stat", "bucket/back"}).exitStatus(), 0);
+}
+
+TEST_F(S3ExampleTest, wantsABucketForTheCopyToo)
+{
+    s3({"put", m_folder.write("file", "copied"), "bucket/source"});
+    for (const std::string command : {"cp", "mv"}) {
+        const auto copied = s3({command, "bucket/source", "bucket"});
+        EXPECT_EQ(copied.exitStatus(), 2);
+        EXPECT_EQ(copied.errors(), "s3: KEY is missing: 'bucket'\nTry 's3 --help'.\n");
+    }
+    EXPECT_EQ(s3({"stat", "bucket/source"}).exitStatus(), 0);
+}
+
+TEST_F(S3ExampleTest, copiesByParts)
+{
+    const auto file = m_folder.write("file", std::string(11 << 20, 'p')).string();
+    s3({"put", file, "bucket/whole"});
+    const auto copied = s3({"--part", "5", "cp", "bucket/whole", "bucket/parts"}, CProcessRun::Terminal::Errors);
+    EXPECT_TRUE(copied.errors().ends_with("] 100 %\n")) << copied.errors();
+    EXPECT_NE(s3({"stat", "bucket/parts"}).output().find("-3\"\n"), std::string::npos);
+}
+
+TEST_F(S3ExampleTest, listsFolders)
+{
+    const auto file = m_folder.write("file", "content").string();
+    for (const std::string key : {"f/a", "f/b/1", "f/b/2", "f/c"})
+        s3({"put", file, "bucket/" + key});
+    const std::string listing = s3({"--folders", "ls", "bucket/f/"}).output();
+    EXPECT_TRUE(listing.starts_with("7\t20")) << listing;
+    EXPECT_NE(listing.find("\tf/a\n-\t-\tf/b/\n7\t20"), std::string::npos) << listing;
+    EXPECT_TRUE(listing.ends_with("\tf/c\n")) << listing;
+}
+
+TEST_F(S3ExampleTest, removesSeveralObjects)
+{
+    const auto file = m_folder.write("file", "content").string();
+    for (const std::string key : {"r1", "r2", "r3"})
+        s3({"put", file, "bucket/" + key});
+    const auto removed = s3({"rm", "bucket/r1", "bucket/r3", "bucket/never"});
+    EXPECT_EQ(removed.errors(), "");
+    EXPECT_EQ(removed.exitStatus(), 0);
+    const std::string listing = s3({"ls", "bucket/r"}).output();
+    EXPECT_TRUE(listing.ends_with("\tr2\n")) << listing;
+    EXPECT_EQ(listing.find('\n'), listing.size() - 1) << listing;
+}
+
+TEST_F(S3ExampleTest, removesWhatBeginsSo)
+{
+    const auto file = m_folder.write("file", "content").string();
+    for (const std::string key : {"tree/a", "tree/b/c", "trees"})
+        s3({"put", file, "bucket/" + key});
+    EXPECT_EQ(s3({"--recursive", "--page", "1", "rm", "bucket/tree/"}).errors(), "objects removed: 2\n");
+    EXPECT_EQ(s3({"ls", "bucket/tree/"}).output(), "");
+    EXPECT_EQ(s3({"stat", "bucket/trees"}).exitStatus(), 0);
+}
+
+TEST_F(S3ExampleTest, removesNoBucketFullOfObjectsUnasked)
+{
+    s3({"put", m_folder.write("file", "content"), "bucket/kept"});
+    EXPECT_EQ(s3({"rm", "bucket"}).exitStatus(), 2);
+    EXPECT_EQ(s3({"stat", "bucket/kept"}).exitStatus(), 0);
+}
+
+TEST_F(S3ExampleTest, showsMetadata)
+{
+    const auto request = kx::newObj<norla::CNetRequest>();
+    const auto store = client();
+    norla::CS3Objects(store.get(), request.get())
+        .put("bucket", "noted", "text",
+            {.contentType = "text/plain", .contentLanguage = "eo", .metadata = {{"author", L"Zo\xeb"}}});
+    const std::string shown = s3({"stat", "bucket/noted"}).output();
+    EXPECT_TRUE(shown.starts_with("content-length: 4\ncontent-type: text/plain\nlast-modified: ")) << shown;
+    EXPECT_NE(shown.find("\ncontent-language: eo\n"), std::string::npos) << shown;
+    EXPECT_TRUE(shown.ends_with("\nx-amz-meta-author: Zo\xC3\xAB\n")) << shown;
+}
+
+TEST_F(S3ExampleTest, knowsVersions)
+{
+    s3({"mb", "versions"});
+    const auto request = kx::newObj<norla::CNetRequest>();
+    const auto store = client();
+    norla::CS3Buckets(store.get(), request.get()).setVersioning("versions", norla::CS3Buckets::Versioning::Enabled);
+    const auto first = norla::CS3Objects(store.get(), request.get()).put("versions", "key", "first").versionId.toUTF8();
+    s3({"put", m_folder.write("file", "second one"), "versions/key"});
+
+    const auto fetched = (m_folder.path() / "fetched").string();
+    EXPECT_EQ(s3({"--version-id", first, "get", "versions/key", fetched}).errors(), "5 bytes fetched\n");
+    const std::string shown = s3({"--version-id", first, "stat", "versions/key"}).output();
+    EXPECT_NE(shown.find("\nx-amz-version-id: " + first + "\n"), std::string::npos) << shown;
+    EXPECT_EQ(s3({"--version-id", first, "cp", "versions/key", "versions/copy"}).errors(), "");
+    EXPECT_TRUE(s3({"stat", "versions/copy"}).output().starts_with("content-length: 5\n"));
+    EXPECT_EQ(s3({"--version-id", first, "rm", "versions/key"}).errors(), "");
+    EXPECT_EQ(s3({"--version-id", first, "stat", "versions/key"}).exitStatus(), 1);
+    EXPECT_TRUE(s3({"stat", "versions/key"}).output().starts_with("content-length: 10\n"));
 }
 
 TEST_F(S3ExampleTest, noticesThatItsOutputIsLost)
@@ -170,8 +218,7 @@ TEST_F(S3ExampleTest, explainsFailures)
 {
     const auto missing = s3({"get", "bucket/missing", (m_folder.path() / "fetched").string()});
     EXPECT_EQ(missing.exitStatus(), 1);
-    EXPECT_EQ(missing.errors(),
-        "s3: bucket/missing: Amazon S3 error: The object does not exist(NoSuchKey)\n  404 Not Found\n");
+    EXPECT_EQ(missing.errors(), "s3: bucket/missing: Amazon S3 error: (NoSuchKey)\n  404 Not Found\n");
     EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
 
     const auto unread = s3({"put", "/nowhere/file", "bucket/k"});
@@ -182,154 +229,6 @@ TEST_F(S3ExampleTest, explainsFailures)
     const auto refused = s3({"ls", "bucket"});
     EXPECT_EQ(refused.exitStatus(), 1);
     EXPECT_EQ(refused.errors(), "s3: bucket: Amazon S3 error: (SignatureDoesNotMatch)\n  403 Forbidden\n");
-}
-
-TEST_F(S3ExampleTest, needsNoMoreMemoryForALargeObject)
-{
-    constexpr long long size = 64 << 20;
-    const auto file = m_folder.write("file", "").string();
-    const auto fetched = (m_folder.path() / "fetched").string();
-    const std::vector<std::string> put{"put", file, "bucket/large"};
-    const std::vector<std::string> get{"get", "bucket/large", fetched};
-    std::filesystem::resize_file(file, 1);
-    const long long putPeak = peakMemoryOf(put);
-    const long long getPeak = peakMemoryOf(get);
-    EXPECT_GT(putPeak, 0);
-    std::filesystem::resize_file(file, size);
-    EXPECT_LT(peakMemoryOf(put) - putPeak, size / 8);
-    EXPECT_LT(peakMemoryOf(get) - getPeak, size / 8);
-    EXPECT_EQ(std::filesystem::file_size(fetched), size);
-}
-
-/// `get` from a store that answers as it likes.
-class S3ExampleAnswerTest : public testing::Test {
-protected:
-    static constexpr size_t size = 9 << 20; // two pieces
-    static constexpr size_t firstSize = 8 << 20;
-
-    /// @param status line and headers of an answer that has so many bytes of this letter
-    void answer(const std::string& head, size_t length, char letter)
-    {
-        m_store.onConnection()
-            .readHead()
-            .send(
-                "HTTP/1.1 " + head + "\r\nConnection: close\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n")
-            .send(std::string(length, letter));
-    }
-
-    /// What every fetch begins with: the headers of the object, and its size.
-    void answerHeads()
-    {
-        for (int i = 0; i < 2; ++i)
-            m_store.onConnection().readHead().send(
-                "HTTP/1.1 200 OK\r\nConnection: close\r\nETag: \"1\"\r\nContent-Length: " + std::to_string(size)
-                + "\r\n\r\n");
-    }
-
-    static std::string part(size_t first, size_t last, size_t total = size)
-    {
-        return "206 Partial Content\r\nETag: \"1\"\r\nContent-Range: bytes " + std::to_string(first) + "-"
-            + std::to_string(last) + "/" + std::to_string(total);
-    }
-
-    CProcessRun get()
-    {
-        return live::run({.arguments = {"s3", "--endpoint", "127.0.0.1:" + std::to_string(m_store.getPort()), "--http",
-                              "get", "bucket/key", file()},
-            .environment = {"S3_ACCESS_KEY_ID=id", "S3_SECRET_ACCESS_KEY=secret"}});
-    }
-
-    std::string file() const { return (m_folder.path() / "fetched").string(); }
-
-    void expectFailure(const std::string& message)
-    {
-        const auto result = get();
-        EXPECT_EQ(result.exitStatus(), 1);
-        EXPECT_EQ(result.errors(), "s3: bucket/key: " + message + "\n");
-        EXPECT_FALSE(std::filesystem::exists(file()));
-    }
-
-    static constexpr auto whole = "200 OK\r\nETag: \"1\"";
-
-    support::CScriptedServer m_store;
-    support::CTemporaryFolder m_folder;
-};
-
-TEST_F(S3ExampleAnswerTest, isTakenPieceByPiece)
-{
-    answerHeads();
-    answer(part(0, firstSize - 1), firstSize, 'a');
-    answer(part(firstSize, size - 1), size - firstSize, 'b');
-    EXPECT_EQ(get().errors(), std::to_string(size) + " bytes fetched\n");
-    EXPECT_TRUE(live::contentOf(file()) == std::string(firstSize, 'a') + std::string(size - firstSize, 'b'));
-}
-
-TEST_F(S3ExampleAnswerTest, isTakenAsAWholeFromAStoreThatIgnoresRanges)
-{
-    answerHeads();
-    answer(whole, size, 'a');
-    EXPECT_EQ(get().errors(), std::to_string(size) + " bytes fetched\n");
-    EXPECT_TRUE(live::contentOf(file()) == std::string(size, 'a'));
-    EXPECT_EQ(m_store.connectionCount(), 3u);
-}
-
-TEST_F(S3ExampleAnswerTest, isNotTakenAsAWholeBehindAPiece)
-{
-    answerHeads();
-    answer(part(0, firstSize - 1), firstSize, 'a');
-    answer(whole, size, 'a');
-    expectFailure("The store was asked for the bytes 8388608-9437183 of 9437184 and gave something else: status 200, "
-                  "Content-Range ''.");
-}
-
-TEST_F(S3ExampleAnswerTest, isNotTakenForAnotherPiece)
-{
-    for (const std::string& head :
-        {part(1, firstSize), part(1, firstSize - 1), part(0, firstSize), part(0, firstSize - 1, size + 1),
-            std::string("206 Partial Content\r\nETag: \"1\"\r\nContent-Range: items 0-8388607/9437184")}) {
-        answerHeads();
-        answer(head, firstSize, 'a');
-        expectFailure("The store was asked for the bytes 0-8388607 of 9437184 and gave something else: status 206, "
-                      "Content-Range '"
-            + head.substr(head.rfind(": ") + 2) + "'.");
-    }
-}
-
-TEST_F(S3ExampleAnswerTest, isNotTakenWithoutItsRange)
-{
-    answerHeads();
-    answer("206 Partial Content\r\nETag: \"1\"", firstSize, 'a');
-    expectFailure("The store was asked for the bytes 0-8388607 of 9437184 and gave something else: status 206, "
-                  "Content-Range ''.");
-}
-
-TEST_F(S3ExampleAnswerTest, isNotTakenWithMoreOrLessThanItSays)
-{
-    answerHeads();
-    answer(part(0, firstSize - 1), firstSize + 1, 'a');
-    expectFailure("The store has sent more than it was asked for.");
-    answerHeads();
-    answer(part(0, firstSize - 1), firstSize - 1, 'a');
-    expectFailure("The store has sent less than it was asked for.");
-    answerHeads();
-    answer(whole, size - 1, 'a');
-    expectFailure("The store has sent less than it was asked for.");
-}
-
-TEST_F(S3ExampleAnswerTest, isNotTakenFromAnotherObjectOfThatName)
-{
-    answerHeads();
-    answer("206 Partial Content\r\nETag: \"2\"\r\nContent-Range: bytes 0-8388607/9437184", firstSize, 'a');
-    expectFailure("The object has changed while it was fetched.");
-}
-
-TEST_F(S3ExampleAnswerTest, explainsAPieceThatIsRefused)
-{
-    answerHeads();
-    const std::string document = "<Error><Code>AccessDenied</Code><Message>No</Message></Error>";
-    m_store.onConnection().readHead().send("HTTP/1.1 403 Forbidden\r\nConnection: close\r\nContent-Length: "
-        + std::to_string(document.size()) + "\r\n\r\n" + document);
-    expectFailure("Amazon S3 error: No(AccessDenied)\n  403 Forbidden");
 }
 
 } // namespace
