@@ -20,6 +20,7 @@ class IS3Credentials;
 struct CS3Endpoint;
 class CSMTPParams;
 class CTransferPool;
+struct CFileProgress;
 } // namespace norla
 
 kx::String postNote(const kx::String& url, const kx::String& note);
@@ -29,6 +30,8 @@ kx::String downloadSafely(const kx::String& url, const kx::TPathImpl<kx::CUnixPa
 void downloadPatiently(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path);
 void downloadWithProgress(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path,
     const std::function<bool(double received, double size)>& report);
+kx::String fetchRelease(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path, const kx::String& sha256,
+    const std::function<void(const norla::CFileProgress&)>& report);
 kx::String searchURL(const kx::String& url, const kx::String& words);
 kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long long position, long long& size);
 void useProxies(const kx::String& proxies, const kx::String& directHosts);

@@ -3,6 +3,7 @@
 #include "kx/log/log.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CNetRequest.h"
+#include "norla/files/CFileProgress.h"
 #include "norla/ftp/CFTPClient.h"
 #include "norla/proxy/CProxySettings.h"
 #include "norla/s3/CS3Client.h"
@@ -42,6 +43,18 @@ TEST(GuideTest, tellsWhyANoteIsRefused)
     const support::CNginxServer server;
     EXPECT_EQ(postNote(text(server.url("/status/404")), "note"),
         "HTTP response code said error (response code: http 404)\nNot here");
+}
+
+TEST(GuideTest, fetchesAWholeFile)
+{
+    const support::CNginxServer server;
+    const support::CTemporaryFolder folder;
+    const auto path = norla::CNetRequest::Path::fromBytes((folder.path() / "file").native());
+    const auto ignore = [](const norla::CFileProgress&) {};
+    const kx::String digest = "84d89877f0d4041efb6bf91a16f0248f2fd573e6af05c19f96bedb9f882f7882"; // of "0123456789"
+    EXPECT_EQ(fetchRelease(text(server.url("/digits.txt")), path, digest, ignore).toUTF8(), "");
+    EXPECT_EQ(folder.read("file"), "0123456789");
+    EXPECT_NE(fetchRelease(text(server.url("/missing")), path, digest, ignore).toUTF8(), "");
 }
 
 TEST(GuideTest, doesWithoutTheTypeOfAnAnswer)

@@ -1,0 +1,366 @@
+#include "norla/files/CDownloadRun.h"
+
+#include "kx/log/log.h"
+#include "kx/text/numbers.h"
+#include "norla/core/CCURLError.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/core/plainURL.h"
+#include "norla/files/suggestedName.h"
+#include "norla/http/util.h"
+#include "norla/pool/CAtOnceExecutor.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace norla {
+
+namespace {
+
+using namespace std::chrono_literals; // 2s
+
+constexpr auto checkpointPause = 2s;
+constexpr long long leastSegment = 1 << 20; // in bytes; a connection for less costs more than it brings
+constexpr long long mostOverlap = 64 << 10;
+constexpr int mostRestarts = 3;
+constexpr int rangeNotSatisfiable = 416;
+
+kx::P<CTransferPool> downloadPool(const CFileDownloadOptions& options)
+{
+    return options.pool ? options.pool : kx::newObj<CTransferPool>();
+}
+
+/// The server has no such part of the file, or gives no parts.
+bool isRefusedPart(const kx::CError& error, CNetRequest& request)
+{
+    if (!dynamic_cast<const CCURLError*>(&error))
+        return false;
+    const auto code = error.getCode();
+    return code == CURLE_BAD_DOWNLOAD_RESUME || code == CURLE_FTP_COULDNT_USE_REST
+        || (code == CURLE_HTTP_RETURNED_ERROR && request.getResponseCode() == rangeNotSatisfiable);
+}
+
+/// A copy of the list with one line more: who prepares a request may give the same list each time.
+kx::P<CNetHeaders> withHeader(const kx::P<CNetHeaders>& headers, const kx::String& name, const std::string& value)
+{
+    auto all = kx::newObj<CNetHeaders>();
+    if (headers) {
+        const auto line = headers->createIterator();
+        while (line->next()) {
+            if (line->getValue().isEmpty())
+                all->addEmpty(line->getName());
+            else
+                all->add(line->getName(), line->getValue());
+        }
+    }
+    all->add(name, kx::String::fromUTF8(value));
+    return all;
+}
+
+} // namespace
+
+CDownloadRun::CConnection::CConnection(int connectionNumber, CPartFile& part, const CRetryPolicy& policy)
+    : number(connectionNumber)
+    , sink(kx::newObj<CDownloadSink>(*request, part))
+    , retries(policy)
+{
+}
+
+CDownloadRun::CDownloadRun(const CFileDownload::Prepare& prepare, const CNetRequest::Path& path,
+    const CFileDownloadOptions& options, std::shared_ptr<CFileSignals> signals)
+    : m_prepare(prepare)
+    , m_options(options)
+    , m_signals(std::move(signals))
+    , m_part(path)
+    , m_pool(downloadPool(options))
+    , m_executor(kx::newObj<CAtOnceExecutor>())
+    , m_mostSegments(options.segments)
+{
+}
+
+CDownloadRun::~CDownloadRun()
+{
+    stopConnections();
+}
+
+void CDownloadRun::run()
+{
+    try {
+        throwIfCancelled();
+        if (!m_options.overwrite && m_part.isTaken())
+            throw kx::CError("The file '" + m_part.getPath().toString() + "' is there already.");
+        takeOlderPart();
+        m_nextCheckpoint = Clock::now() + checkpointPause;
+        while (!isWhole())
+            step();
+        finish();
+    } catch (...) { // of callbacks, anything
+        stopConnections();
+        keepOrRemove();
+        throw;
+    }
+}
+
+/// What an earlier download has left, as far as its record proves it.
+void CDownloadRun::takeOlderPart()
+{
+    const auto request = kx::newObj<CNetRequest>();
+    m_prepare(*request);
+    const std::string url = request->getURL().toUTF8();
+    m_record.place = withoutSecrets(url, true);
+    m_record.identity = identityOf(m_options.identity.isEmpty() ? readable(withoutLogin(url)) : m_options.identity);
+    m_defaultName = pathOf(url);
+
+    std::optional<CDownloadRecord> older;
+    if (const auto text = m_part.readRecord(); text && m_options.resume)
+        older = CDownloadRecord::fromText(*text);
+    m_isOurs = true;
+    const bool isUsable = older && older->identity == m_record.identity && older->validators.areStrong(older->total)
+        && (older->arrived.isEmpty() || older->arrived.getAll().rbegin()->second <= m_part.getSize());
+    if (!isUsable) {
+        forget();
+        return;
+    }
+    m_arrived = older->arrived;
+    m_known.isKnown = true;
+    m_known.validators = older->validators;
+    m_known.total = older->total;
+    m_known.modified = older->modified;
+    m_recordedSize = m_arrived.getSize();
+    requireExpectedSize();
+}
+
+bool CDownloadRun::isWhole() const
+{
+    return m_connections.empty() && m_known.total && m_arrived.covers(0, *m_known.total);
+}
+
+/// Whether what is there can be proved to be of what the server will give.
+bool CDownloadRun::canGoOn() const
+{
+    return m_known.isKnown && m_known.validators.areStrong(m_known.total);
+}
+
+void CDownloadRun::step()
+{
+    throwIfCancelled();
+    if (m_signals->isPauseWanted())
+        pause();
+    learn();
+    openConnections();
+    for (const auto& [number, connection] : m_connections) {
+        if (connection->nextAttempt && *connection->nextAttempt <= Clock::now())
+            startAttempt(*connection);
+    }
+    for (const int number : m_signals->wait(nextMoment())) {
+        const auto found = m_connections.find(number);
+        if (found != m_connections.end() && found->second->transfer && found->second->transfer->isDone())
+            takeEnd(*found->second);
+    }
+    if (Clock::now() >= m_nextCheckpoint)
+        checkpoint();
+    tellProgress(false);
+}
+
+void CDownloadRun::pause()
+{
+    stopConnections();
+    checkpoint();
+    m_signals->setState(FileState::Paused);
+    m_signals->waitForResume();
+    throwIfCancelled();
+    m_signals->setState(FileState::Running);
+}
+
+void CDownloadRun::openConnections()
+{
+    while (static_cast<int>(m_connections.size()) < getMostConnections()) {
+        const std::optional<CDownloadSink::CTask> task = nextTask();
+        if (!task)
+            return;
+        auto connection = std::make_unique<CConnection>(m_nextNumber++, m_part, m_options.retries);
+        connection->task = *task;
+        connection->retries.start();
+        startAttempt(*connection);
+        m_connections[connection->number] = std::move(connection);
+    }
+}
+
+/// Several where HTTP's server gives parts of what has a strong validator.
+int CDownloadRun::getMostConnections() const
+{
+    const bool isProved = !m_known.validators.eTag.empty() || !m_known.validators.lastModified.empty();
+    return m_known.takesRanges && m_known.total && isProved && m_restarts == 0 ? m_mostSegments : 1;
+}
+
+std::optional<CDownloadSink::CTask> CDownloadRun::nextTask()
+{
+    if (m_connections.empty() && m_known.isKnown && !canGoOn())
+        forget();
+    if (m_known.total && canGoOn())
+        return nextGap();
+    if (!m_connections.empty())
+        return std::nullopt;
+    return CDownloadSink::CTask{.start = m_arrived.sizeFrom(0), .end = {}, .overlap = overlapAt(m_arrived.sizeFrom(0))};
+}
+
+/// One that nobody fills, or else the second half of the largest that somebody does.
+std::optional<CDownloadSink::CTask> CDownloadRun::nextGap()
+{
+    CByteRanges taken = m_arrived;
+    CDownloadSink* busiest = nullptr;
+    CByteRanges::CRange rest{0, 2 * leastSegment - 1};
+    for (const auto& [number, connection] : m_connections) {
+        const auto status = connection->sink->getStatus();
+        const long long end = status.end.value_or(*m_known.total);
+        taken.add(status.start, end);
+        if (status.isJudged && end - status.position > rest.end - rest.start) {
+            busiest = connection->sink.get();
+            rest = {status.position, end};
+        }
+    }
+    if (const auto gap = taken.gapFrom(0, *m_known.total))
+        return taskFor(*gap);
+    const long long middle = rest.end - (rest.end - rest.start) / 2;
+    if (!busiest || !busiest->yieldFrom(middle))
+        return std::nullopt;
+    return taskFor({middle, rest.end});
+}
+
+CDownloadSink::CTask CDownloadRun::taskFor(const CByteRanges::CRange& gap) const
+{
+    const bool isRest = getMostConnections() == 1 && gap.end == *m_known.total;
+    return {.start = gap.start, .end = isRest ? std::nullopt : std::optional(gap.end), .overlap = overlapAt(gap.start)};
+}
+
+long long CDownloadRun::overlapAt(long long position) const
+{
+    return std::min(m_arrived.sizeBefore(position), mostOverlap);
+}
+
+void CDownloadRun::startAttempt(CConnection& connection)
+{
+    prepare(connection);
+    CTransfer::Options options;
+    options.onDone = [signals = m_signals, number = connection.number](CTransfer&) { signals->tellEnd(number); };
+    options.executor = m_executor;
+    connection.nextAttempt.reset();
+    connection.transfer = m_pool->start(connection.request.get(), options);
+}
+
+void CDownloadRun::prepare(CConnection& connection)
+{
+    CNetRequest& request = *connection.request;
+    request.reset();
+    request.setSafeDefaults();
+    m_prepare(request);
+    connection.sink->expect(connection.task, m_known);
+    request.setReceiveDataSink(connection.sink.get());
+    request.setOptionInt(CURLOPT_FILETIME, 1);
+    if (m_options.speedLimit > 0)
+        request.setOptionInt64(
+            CURLOPT_MAX_RECV_SPEED_LARGE, std::max(1LL, m_options.speedLimit / getMostConnections()));
+    const CAskedPart asked = connection.sink->getAsked();
+    if (!asked.isPart)
+        return;
+    request.setRange(asked.start, asked.end ? *asked.end - asked.start : -1);
+    const CValidators& validators = m_known.validators;
+    const std::string& validator = validators.eTag.empty() ? validators.lastModified : validators.eTag;
+    if (!validator.empty())
+        request.setCustomHTTPHeaders(withHeader(request.getCustomHTTPHeaders(), "If-Range", validator).get());
+}
+
+/// What the answers have told by now.
+void CDownloadRun::learn()
+{
+    for (const auto& [number, connection] : m_connections) {
+        const auto status = connection->sink->getStatus();
+        if (status.isJudged)
+            learnFrom(status.known);
+    }
+}
+
+void CDownloadRun::learnFrom(const CKnownResource& known)
+{
+    const bool hasNewTotal = !m_known.total && known.total;
+    m_known = known;
+    if (!hasNewTotal)
+        return;
+    requireExpectedSize();
+    m_part.reserve(*m_known.total);
+}
+
+void CDownloadRun::takeEnd(CConnection& connection)
+{
+    const auto status = connection.sink->getStatus();
+    const kx::P<kx::CError> error = status.isDone ? nullptr : connection.transfer->getError();
+    connection.transfer = nullptr;
+    if (status.isOther) {
+        startAnew();
+        return;
+    }
+    takeName(*connection.request);
+    if (status.isJudged)
+        learnFrom(status.known);
+    m_arrived.add(status.start, status.position);
+    const bool hasMoved = status.position > status.start;
+    if (error)
+        takeFailure(connection, *error, hasMoved);
+    else if (!hasMoved && !status.isDone)
+        throw kx::CError("The server has sent nothing of the file behind its byte " + kx::toString(status.start) + ".");
+    else
+        m_connections.erase(connection.number);
+}
+
+void CDownloadRun::takeFailure(CConnection& connection, const kx::CError& error, bool hasMoved)
+{
+    if (connection.sink->getAsked().isPart && isRefusedPart(error, *connection.request)) {
+        startAnew();
+        return;
+    }
+    if (hasMoved)
+        connection.retries.start();
+    const std::optional<kx::CTimeSpan> pause = connection.retries.afterFailure(*connection.request, error);
+    if (!pause) {
+        if (m_connections.size() == 1 || !dynamic_cast<const CCURLError*>(&error))
+            error.throwClone();
+        m_mostSegments = static_cast<int>(m_connections.size()) - 1; // the server may want fewer
+        m_connections.erase(connection.number);
+        return;
+    }
+    kx::logInfo("The download of '" + m_part.getPath().toString() + "' is tried again: " + error.getMessage());
+    const auto status = connection.sink->getStatus();
+    if (!canGoOn() && m_known.isKnown)
+        forget();
+    const long long start = m_known.isKnown ? status.position : 0;
+    connection.task
+        = {.start = start, .end = connection.task.end ? status.end : std::nullopt, .overlap = overlapAt(start)};
+    connection.nextAttempt = Clock::now() + std::chrono::microseconds(pause->getMicroseconds());
+}
+
+/// The server has another resource than the one of which a part is there, or gives no parts.
+void CDownloadRun::startAnew()
+{
+    stopConnections();
+    if (++m_restarts > mostRestarts)
+        throw kx::CError("The file has changed at the server again and again while it was fetched.");
+    kx::logInfo("The download of '" + m_part.getPath().toString() + "' begins anew: the server has another file.");
+    forget();
+}
+
+/// In this order no record can tell of bytes that others have taken the place of.
+void CDownloadRun::forget()
+{
+    m_part.removeRecord();
+    m_part.truncate(0);
+    m_arrived.clear();
+    m_known = CKnownResource();
+    m_recordedSize = 0;
+}
+
+void CDownloadRun::throwIfCancelled() const
+{
+    if (m_signals->isCancelled())
+        throw CCURLError(CURLE_ABORTED_BY_CALLBACK, "the download was cancelled", kx::String(), 0, kx::String());
+}
+
+} // namespace norla

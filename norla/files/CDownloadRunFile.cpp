@@ -1,0 +1,195 @@
+// What a download keeps, tells, and makes of what has come.
+
+#include "kx/base/onExceptionInDestructorIgnored.h"
+#include "kx/log/log.h"
+#include "kx/text/hex.h"
+#include "kx/text/numbers.h"
+#include "norla/files/CDownloadRun.h"
+#include "norla/files/suggestedName.h"
+#include "sela/CDigest.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace norla {
+
+namespace {
+
+constexpr auto downloadProgressPause = std::chrono::milliseconds(100);
+constexpr auto downloadCheckpointPause = std::chrono::seconds(2);
+
+std::string lowerHex(const kx::String& digits)
+{
+    std::string text = digits.toUTF8();
+    for (char& digit : text)
+        digit = digit >= 'A' && digit <= 'F' ? static_cast<char>(digit - 'A' + 'a') : digit;
+    return text;
+}
+
+} // namespace
+
+/// With what they have brought.
+void CDownloadRun::stopConnections() noexcept
+{
+    try {
+        for (const auto& [number, connection] : m_connections) {
+            if (connection->transfer)
+                connection->transfer->cancel();
+        }
+        for (const auto& [number, connection] : m_connections) {
+            if (!connection->transfer)
+                continue;
+            connection->transfer->wait();
+            const auto status = connection->sink->getStatus();
+            if (status.isJudged && !status.isOther) {
+                m_known = status.known;
+                m_arrived.add(status.start, status.position);
+            }
+        }
+        m_connections.clear();
+    } catch (const std::exception& error) {
+        kx::onExceptionInDestructorIgnored("norla::CDownloadRun", error, true);
+    }
+}
+
+/// Behind a failure.
+void CDownloadRun::keepOrRemove() noexcept
+{
+    try {
+        if (!m_isOurs) {
+            if (m_part.getSize() == 0 && !m_part.readRecord()) // made by this object
+                m_part.remove();
+            return;
+        }
+        if (m_options.keepPart && !m_isWrong && canGoOn() && !m_arrived.isEmpty())
+            writeRecord();
+        else
+            m_part.remove();
+    } catch (const std::exception& error) { // the record that is there, if any, tells less, and no lies
+        kx::logError(error, "What has come of a download cannot be kept as it is", kx::String());
+    }
+}
+
+CByteRanges CDownloadRun::arrivedBytes() const
+{
+    CByteRanges bytes = m_arrived;
+    for (const auto& [number, connection] : m_connections) {
+        const auto status = connection->sink->getStatus();
+        if (connection->transfer && status.isJudged && !status.isOther)
+            bytes.add(status.start, status.position);
+    }
+    return bytes;
+}
+
+void CDownloadRun::checkpoint()
+{
+    m_nextCheckpoint = Clock::now() + downloadCheckpointPause;
+    learn();
+    if (canGoOn() && m_options.keepPart && arrivedBytes().getSize() > m_recordedSize)
+        writeRecord();
+}
+
+/// What it claims is on the disk before.
+void CDownloadRun::writeRecord()
+{
+    m_record.arrived = arrivedBytes();
+    m_part.sync();
+    m_record.validators = m_known.validators;
+    m_record.total = m_known.total;
+    m_record.modified = m_known.modified;
+    m_part.writeRecord(m_record.toText());
+    m_recordedSize = m_record.arrived.getSize();
+}
+
+CDownloadRun::Clock::time_point CDownloadRun::nextMoment() const
+{
+    Clock::time_point first = std::min(m_nextCheckpoint, m_nextProgress);
+    for (const auto& [number, connection] : m_connections) {
+        if (connection->nextAttempt)
+            first = std::min(first, *connection->nextAttempt);
+    }
+    return first;
+}
+
+void CDownloadRun::tellProgress(bool isLast)
+{
+    if (Clock::now() < m_nextProgress && !isLast)
+        return;
+    m_nextProgress = Clock::now() + downloadProgressPause;
+    m_signals->setProgress(arrivedBytes().getSize(), m_known.total);
+    if (!m_options.onProgress)
+        return;
+    if (!m_options.executor) {
+        m_options.onProgress(m_signals->getProgress());
+        return;
+    }
+    m_options.executor->execute([tell = m_options.onProgress, progress = m_signals->getProgress()] {
+        try {
+            tell(progress);
+        } catch (const std::exception& error) {
+            kx::logError(error, "What is told of a download's progress has thrown", kx::String());
+        }
+    });
+}
+
+void CDownloadRun::takeName(CNetRequest& request)
+{
+    const auto& headers = request.getResponseHeaderMap();
+    const auto found = headers.find("content-disposition");
+    if (found != headers.end())
+        m_lastName = suggestedNameIn(found->second);
+}
+
+kx::String CDownloadRun::getSuggestedName() const
+{
+    return m_lastName.isEmpty() ? suggestedNameOf(m_defaultName) : m_lastName;
+}
+
+void CDownloadRun::requireExpectedSize() const
+{
+    if (m_options.expectedSize && m_known.total && *m_known.total != *m_options.expectedSize)
+        throw kx::CError("The file '" + m_part.getPath().toString() + "' has " + kx::toString(*m_known.total)
+            + " bytes at the server, and not the " + kx::toString(*m_options.expectedSize) + " that were expected.");
+}
+
+/// Of the bytes as they are in the file.
+void CDownloadRun::requireDigest(const kx::String& expected, const char* algorithm, const char* name)
+{
+    if (expected.isEmpty())
+        return;
+    constexpr size_t blockSize = 256 << 10;
+    sela::CDigest digest(algorithm);
+    std::vector<unsigned char> block(blockSize);
+    long long position = 0;
+    while (const size_t count = m_part.read(position, block.data(), blockSize)) {
+        digest.update(block.data(), count);
+        position += static_cast<long long>(count);
+        throwIfCancelled();
+    }
+    digest.finish();
+    const kx::String found = kx::hexEncode({reinterpret_cast<const char*>(digest.getBytes()), digest.getLength()});
+    if (found.toUTF8() == lowerHex(expected))
+        return;
+    m_isWrong = true;
+    throw kx::CError("The file '" + m_part.getPath().toString() + "' is not the one that was expected: its "
+        + kx::String::fromLatin1(name) + " is " + found + ", and not " + expected + ".");
+}
+
+void CDownloadRun::finish()
+{
+    m_signals->setState(FileState::Finishing);
+    requireExpectedSize();
+    m_part.truncate(*m_known.total);
+    requireDigest(m_options.sha256, "SHA256", "SHA-256");
+    requireDigest(m_options.md5, "MD5", "MD5");
+    CPartFile::CAttributes attributes;
+    if (m_options.permissions)
+        attributes.permissions = static_cast<mode_t>(*m_options.permissions & 0777);
+    if (m_options.keepModificationTime && m_known.modified >= 0)
+        attributes.modified = m_known.modified;
+    m_part.finish(attributes, m_options.overwrite);
+    tellProgress(true);
+}
+
+} // namespace norla

@@ -1,0 +1,78 @@
+#include "norla/files/CFileDownload.h"
+
+#include "kx/base/CInvalidArgError.h"
+#include "kx/text/hex.h"
+#include "kx/text/numbers.h"
+#include "norla/files/CDownloadRun.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace norla {
+
+namespace {
+
+constexpr char downloadClass[] = "CFileDownload";
+
+void requireHexDigits(const kx::String& digest, size_t count, const char* name)
+{
+    if (digest.isEmpty())
+        return;
+    const auto isHex = [](wchar_t c) { return c < 128 && kx::hexDecodeCharLax(static_cast<char>(c)) >= 0; };
+    if (digest.size() != count || !std::all_of(digest.begin(), digest.end(), isHex))
+        throw kx::CInvalidArgError(kx::String::fromLatin1(name) + " is '" + digest + "', and not "
+                + kx::toString(static_cast<long long>(count)) + " hexadecimal digits",
+            downloadClass);
+}
+
+void requireDownloadOptions(const CFileDownloadOptions& options)
+{
+    constexpr int mostSegments = 16;
+    constexpr size_t sha256Digits = 64;
+    constexpr size_t md5Digits = 32;
+    if (options.segments < 1 || options.segments > mostSegments)
+        throw kx::CInvalidArgError(
+            "segments is " + kx::toString(options.segments) + ", and not 1 to 16", downloadClass);
+    if (options.speedLimit < 0)
+        throw kx::CInvalidArgError(
+            "speedLimit is " + kx::toString(options.speedLimit) + ", and not 0 or more", downloadClass);
+    if (options.expectedSize && *options.expectedSize < 0)
+        throw kx::CInvalidArgError("expectedSize is negative", downloadClass);
+    requireHexDigits(options.sha256, sha256Digits, "sha256");
+    requireHexDigits(options.md5, md5Digits, "md5");
+}
+
+} // namespace
+
+CFileDownload::CFileDownload(const kx::String& url, const Path& path, const Options& options)
+    : CFileDownload([url](CNetRequest& request) { request.setURL(url); }, path, options)
+{
+    if (url.isEmpty())
+        throw kx::CInvalidArgError("the URL is empty", downloadClass);
+}
+
+CFileDownload::CFileDownload(Prepare prepare, const Path& path, const Options& options)
+    : m_prepare(std::move(prepare))
+    , m_path(path)
+    , m_options(options)
+{
+    if (!m_prepare)
+        throw kx::CInvalidArgError("the function that prepares requests is empty", downloadClass);
+    requireDownloadOptions(options);
+}
+
+CFileDownload::~CFileDownload() = default;
+
+kx::String CFileDownload::getSuggestedName() const
+{
+    return m_suggestedName;
+}
+
+void CFileDownload::transfer()
+{
+    CDownloadRun run(m_prepare, m_path, m_options, getSignals());
+    run.run();
+    m_suggestedName = run.getSuggestedName();
+}
+
+} // namespace norla

@@ -1,0 +1,107 @@
+#pragma once
+
+#include "kx/base/P.h"
+#include "kx/text/String.h"
+#include "norla/core/CNetRequest.h"
+#include "norla/core/CRetryPolicy.h"
+#include "norla/files/CFileTransfer.h"
+#include "norla/pool/CTransferPool.h"
+
+#include <functional>
+#include <optional>
+
+namespace norla {
+
+/// How a file is fetched. Fields are named in the order in which they stand here.
+struct CFileDownloadOptions {
+    /// What the file must be: another size, in bytes, or another digest, in hexadecimal digits of either case, is an
+    /// error, behind which nothing of the file stays. Empty: whatever comes.
+    std::optional<long long> expectedSize = {};
+    kx::String sha256 = {};
+    kx::String md5 = {};
+
+    /// Connections at once, 1 to 16. More than one where HTTP's server gives parts and a strong validator, and while a
+    /// mebibyte is left for each.
+    int segments = 1;
+
+    /// Bytes a second, of all connections together; 0: no limit.
+    long long speedLimit = 0;
+
+    /// Whether the file gets the time of its last change at the server, where that tells it.
+    bool keepModificationTime = false;
+
+    /// Mode bits of the file, such as 0600; empty: what the umask leaves.
+    std::optional<unsigned> permissions = {};
+
+    /// Whether a file of that name is replaced, once the new one is whole. Otherwise it is an error that there is one.
+    bool overwrite = false;
+
+    /// Whether a part that an earlier download has left is gone on with, where it can be proved that it is of the same
+    /// resource. Otherwise, and where that cannot be proved, it is fetched anew.
+    bool resume = true;
+
+    /// Whether what has come stays behind a failure or cancel(), to be resumed: beside the file, with the ends
+    /// ".norla-part" and ".norla-record". Where nothing can prove later what it is of, nothing stays.
+    bool keepPart = true;
+
+    /// What names the resource, where its URL is another one each time: a part is resumed under the same name only.
+    /// Only a digest of it is stored. Empty: the URL without user and password.
+    kx::String identity = {};
+
+    /// After which failures it is tried again. An attempt that has brought something counts as the first one again.
+    CRetryPolicy retries = {};
+
+    /// Where the transfers run; null: in a pool of its own. A reference is kept.
+    kx::P<CTransferPool> pool = {};
+
+    /// Called ten times a second at most, and once at the end. What it throws on the thread of run() ends the download.
+    std::function<void(const CFileProgress&)> onProgress = {};
+
+    /// Where onProgress is called; null: on the thread of run().
+    kx::P<IExecutor> executor = {};
+};
+
+/// Fetches a file over HTTP, HTTPS, FTP, FTPS or SFTP that appears under its name whole or not at all, and goes on
+/// where an earlier download has ended:
+///
+///     kx::newObj<norla::CFileDownload>(url, path)->run();
+///
+/// What has come is written beside the file, with a record of what it belongs to, and survives the end of the program
+/// at any moment. It is gone on with when the server shows that it still has the same resource (a strong ETag, or a
+/// Last-Modified a minute older than the answer; over FTP and SFTP size and time), and when the last bytes that are
+/// there come again as they are; anything else is fetched anew. Who knows a digest says it: only that proves all.
+///
+/// A body that ends too early, is too long or is another part than was asked for is an error, and never under the
+/// file's name. The program's own thread, or one of its own making, runs it: digests and disks take their time.
+class KX_EXPORT CFileDownload : public CFileTransfer {
+public:
+    using Path = CNetRequest::Path;
+    using Options = CFileDownloadOptions;
+
+    /// Makes a request ready for one attempt: URL, login, headers, trust. It has been reset, and has the safe defaults
+    /// (CNetRequest::setSafeDefaults()); range, sink and speed are set afterwards, and no compressed answer may be
+    /// asked for. Called on the thread of run(); what it throws ends the download.
+    using Prepare = std::function<void(CNetRequest&)>;
+
+    /// @param url with its scheme
+    /// @param path the folder must be there; a link of that name is replaced, not followed
+    /// @throws kx::CInvalidArgError naming the option that makes no sense
+    CFileDownload(const kx::String& url, const Path& path, const Options& options = {});
+    CFileDownload(Prepare prepare, const Path& path, const Options& options = {});
+    ~CFileDownload() override;
+
+    /// What the server calls the file (Content-Disposition, RFC 6266), or else the last name in the URL's path: one
+    /// name without a folder, that neither begins with a dot nor holds anything that a file's name should not. Known
+    /// behind run(); empty when there is none.
+    kx::String getSuggestedName() const;
+
+private:
+    void transfer() override;
+
+    const Prepare m_prepare;
+    const Path m_path;
+    const Options m_options;
+    kx::String m_suggestedName;
+};
+
+} // namespace norla

@@ -1,0 +1,124 @@
+#include "norla/files/CFileSignals.h"
+
+#include "kx/base/CError.h"
+
+#include <utility>
+
+namespace norla {
+
+namespace {
+
+bool isEndOfFile(FileState state) noexcept
+{
+    return state == FileState::Succeeded || state == FileState::Failed || state == FileState::Cancelled;
+}
+
+} // namespace
+
+void CFileSignals::begin()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_state != FileState::Waiting)
+        throw kx::CError("The transfer of a file runs once: another one is another object.");
+    m_state = FileState::Running;
+    m_rate.forget();
+}
+
+void CFileSignals::end(FileState state)
+{
+    const std::lock_guard lock(m_mutex);
+    if (!isEndOfFile(m_state))
+        m_state = state;
+}
+
+void CFileSignals::cancel()
+{
+    const std::lock_guard lock(m_mutex);
+    m_isCancelled = true;
+    m_changed.notify_all();
+}
+
+void CFileSignals::pause()
+{
+    const std::lock_guard lock(m_mutex);
+    m_isPauseWanted = true;
+    m_changed.notify_all();
+}
+
+void CFileSignals::resume()
+{
+    const std::lock_guard lock(m_mutex);
+    m_isPauseWanted = false;
+    m_changed.notify_all();
+}
+
+void CFileSignals::tellEnd(int connection)
+{
+    const std::lock_guard lock(m_mutex);
+    m_ended.push_back(connection);
+    m_changed.notify_all();
+}
+
+FileState CFileSignals::getState() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_state;
+}
+
+bool CFileSignals::isCancelled() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_isCancelled;
+}
+
+bool CFileSignals::isPauseWanted() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_isPauseWanted;
+}
+
+void CFileSignals::setState(FileState state)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state = state;
+}
+
+std::vector<int> CFileSignals::wait(Clock::time_point until, bool minds)
+{
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_until(
+        lock, until, [this, minds] { return m_isCancelled || (minds && m_isPauseWanted) || !m_ended.empty(); });
+    return std::exchange(m_ended, {});
+}
+
+void CFileSignals::waitForResume()
+{
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_isCancelled || !m_isPauseWanted; });
+    m_rate.forget(); // the pause was no slow transfer
+    m_rate.add(Clock::now(), m_done);
+}
+
+void CFileSignals::setProgress(long long done, std::optional<long long> total, bool isAnew)
+{
+    const std::lock_guard lock(m_mutex);
+    if (isAnew)
+        m_rate.forget();
+    m_done = done;
+    m_total = total;
+    m_rate.add(Clock::now(), done);
+}
+
+CFileProgress CFileSignals::getProgress() const
+{
+    const std::lock_guard lock(m_mutex);
+    CFileProgress progress{.done = m_done, .total = m_total, .bytesPerSecond = 0, .secondsLeft = {}};
+    if (m_state != FileState::Running)
+        return progress;
+    progress.bytesPerSecond = m_rate.bytesPerSecond(Clock::now());
+    if (m_total && progress.bytesPerSecond > 0)
+        progress.secondsLeft = static_cast<double>(*m_total - m_done) / progress.bytesPerSecond;
+    return progress;
+}
+
+} // namespace norla

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "norla/files/CFileProgress.h"
+#include "norla/files/CFileTransfer.h"
+#include "norla/files/CRateMeter.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+namespace norla {
+
+/// What the thread of a file's transfer is told, and what it tells others. Any thread.
+class CFileSignals {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// @throws kx::CError when it was called before
+    void begin();
+
+    /// The end; the first one counts.
+    void end(FileState state);
+
+    void cancel();
+    void pause();
+    void resume();
+
+    /// A connection of that number has come to the end of its attempt.
+    void tellEnd(int connection);
+
+    FileState getState() const;
+    bool isCancelled() const;
+    bool isPauseWanted() const;
+
+    /// Behind Waiting and before the ends. Of Paused and Running only one is wanted.
+    void setState(FileState state);
+
+    /// Blocks until a connection ends, cancel(), a wish to pause that was not there when it began, or that moment.
+    /// @param minds a wish to pause; otherwise that ends no waiting
+    /// @return the connections that have ended since the last time
+    std::vector<int> wait(Clock::time_point until, bool minds = true);
+
+    /// Blocks until resume() or cancel().
+    void waitForResume();
+
+    /// @param isAnew that what came before is void
+    void setProgress(long long done, std::optional<long long> total, bool isAnew = false);
+    CFileProgress getProgress() const;
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<int> m_ended;
+    FileState m_state = FileState::Waiting;
+    bool m_isCancelled = false;
+    bool m_isPauseWanted = false;
+    long long m_done = 0;
+    std::optional<long long> m_total;
+    CRateMeter m_rate;
+};
+
+} // namespace norla

@@ -1,0 +1,32 @@
+// Fetches one file as a program of its own, which tests may kill: file_downloader URL PATH [BYTES-A-SECOND]
+#include "norla/core/CDeadlines.h"
+#include "norla/core/explain.h"
+#include "norla/files/CFileDownload.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+int main(int count, char* arguments[])
+{
+    constexpr int usageExit = 2;
+    constexpr int decimal = 10;
+    if (count < 3) {
+        std::fputs("Usage: file_downloader URL PATH [BYTES-A-SECOND]\n", stderr);
+        return usageExit;
+    }
+    try {
+        norla::CFileDownloadOptions options;
+        options.retries.firstPause = kx::CTimeSpan::fromMilliseconds(100);
+        if (count > 3)
+            options.speedLimit = std::strtoll(arguments[3], nullptr, decimal);
+        const auto prepare = [url = kx::String::fromUTF8(arguments[1])](norla::CNetRequest& request) {
+            request.setURL(url);
+            request.setDeadlines({.inactivity = kx::CTimeSpan::fromSeconds(2)});
+        };
+        kx::newObj<norla::CFileDownload>(prepare, norla::CNetRequest::Path::fromBytes(arguments[2]), options)->run();
+    } catch (const kx::CError& error) {
+        std::fprintf(stderr, "%s\n", norla::explain(error).toUTF8().c_str());
+        return 1;
+    }
+    return 0;
+}

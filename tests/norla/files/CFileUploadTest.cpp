@@ -1,0 +1,419 @@
+#include "norla/files/CFileUpload.h"
+
+#include "kx/base/CError.h"
+#include "norla/core/CNetHeaders.h"
+#include "norla/core/errorKind.h"
+#include "norla/core/explain.h"
+#include "tests/support/CScriptedServer.h"
+#include "tests/support/CTemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <sys/stat.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using norla::ErrorKind;
+using norla::FileState;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr char created[] = "HTTP/1.1 201 Created\r\nConnection: close\r\nContent-Length: 0\r\n\r\n";
+
+/// A folder with a file, and a server that answers as the test wrote: a connection for each request.
+class CFileUploadTest : public testing::Test {
+protected:
+    using Options = norla::CFileUploadOptions;
+
+    CFileUploadTest()
+    {
+        m_options.retries.firstPause = kx::CTimeSpan::fromMilliseconds(1);
+        m_options.retries.longestPause = kx::CTimeSpan::fromMilliseconds(1);
+        m_options.pool = kx::newObj<norla::CTransferPool>();
+    }
+
+    support::CScriptedServer& server() { return m_server; }
+    Options& options() { return m_options; }
+    std::filesystem::path source() const { return m_folder.path() / "file"; }
+    void write(const std::string& bytes) const { m_folder.write("file", bytes); }
+
+    /// More than all that connections hold on the way.
+    void writeMuch() const
+    {
+        constexpr long long size = 64 << 20;
+        write("");
+        std::filesystem::resize_file(source(), size);
+    }
+
+    /// Takes a file of that size on the next connection.
+    support::CScript& take(size_t size, const std::string& answer = created)
+    {
+        return m_server.onConnection().readHead().readBytes(size).send(answer).close();
+    }
+
+    kx::P<norla::CFileUpload> upload(const std::string& path = "/file")
+    {
+        return kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(m_server.url(path)),
+            norla::CFileUpload::Path::fromBytes(source().native()), m_options);
+    }
+
+    /// The error with which it ends, null when it succeeds.
+    static kx::P<kx::CError> failureOf(norla::CFileUpload& upload)
+    {
+        try {
+            upload.run();
+        } catch (const kx::CError& error) {
+            return error.clone();
+        }
+        return nullptr;
+    }
+    kx::P<kx::CError> failure() { return failureOf(*upload()); }
+
+    /// What the server read on that connection, once all scripts are over.
+    std::string received(size_t connection)
+    {
+        m_server.join();
+        EXPECT_EQ(m_server.problems(), std::vector<std::string>());
+        return m_server.received(connection);
+    }
+
+private:
+    support::CScriptedServer m_server;
+    const support::CTemporaryFolder m_folder;
+    Options m_options;
+};
+
+TEST_F(CFileUploadTest, putsTheFileUnlessThereIsOne)
+{
+    write("the body");
+    take(8);
+    const auto file = upload();
+    EXPECT_EQ(file->getState(), FileState::Waiting);
+    file->run();
+    EXPECT_EQ(file->getState(), FileState::Succeeded);
+    EXPECT_THAT(received(0), StartsWith("PUT /file HTTP/1.1\r\n"));
+    EXPECT_THAT(received(0), HasSubstr("\r\nContent-Length: 8\r\n"));
+    EXPECT_THAT(received(0), HasSubstr("\r\nIf-None-Match: *\r\n"));
+    EXPECT_THAT(received(0), EndsWith("\r\n\r\nthe body"));
+}
+
+TEST_F(CFileUploadTest, anEmptyFileIsOneToo)
+{
+    write("");
+    take(0);
+    upload()->run();
+    EXPECT_THAT(received(0), HasSubstr("\r\nContent-Length: 0\r\n"));
+}
+
+TEST_F(CFileUploadTest, asksForNoConditionWhereItMayReplace)
+{
+    write("the body");
+    options().overwrite = true;
+    take(8);
+    upload()->run();
+    EXPECT_THAT(received(0), Not(HasSubstr("If-None-Match")));
+}
+
+TEST_F(CFileUploadTest, keepsTheHeadersOfWhoPrepares)
+{
+    write("the body");
+    take(8);
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    headers->add("X-Mine", "yes");
+    const auto prepare = [this, headers](norla::CNetRequest& request) {
+        request.setURL(kx::String::fromUTF8(server().url("/file")));
+        request.setCustomHTTPHeaders(headers.get());
+    };
+    kx::newObj<norla::CFileUpload>(prepare, norla::CFileUpload::Path::fromBytes(source().native()), options())->run();
+    EXPECT_THAT(received(0), HasSubstr("\r\nX-Mine: yes\r\n"));
+    EXPECT_THAT(received(0), HasSubstr("\r\nIf-None-Match: *\r\n"));
+}
+
+TEST_F(CFileUploadTest, postsWhereItIsToldTo)
+{
+    write("the body");
+    options().post = true;
+    take(8);
+    upload()->run();
+    EXPECT_THAT(received(0), StartsWith("POST /file HTTP/1.1\r\n"));
+    EXPECT_THAT(received(0), HasSubstr("\r\nContent-Type: application/octet-stream\r\n"));
+    EXPECT_THAT(received(0), Not(HasSubstr("If-None-Match")));
+    EXPECT_THAT(received(0), EndsWith("\r\n\r\nthe body"));
+}
+
+TEST_F(CFileUploadTest, postsOnceUnlessItMayDoSoTwice)
+{
+    write("the body");
+    options().post = true;
+    take(8, "HTTP/1.1 503 Busy\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), ErrorKind::Temporary);
+    EXPECT_EQ(server().connectionCount(), 1u);
+}
+
+TEST_F(CFileUploadTest, putsAllOfItAgainBehindAFailureThatMayGoAway)
+{
+    write("the body");
+    server().onConnection().readHead().readBytes(4).closeHard();
+    take(8, "HTTP/1.1 503 Busy\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+    take(8);
+    upload()->run();
+    EXPECT_THAT(received(2), EndsWith("\r\n\r\nthe body"));
+}
+
+TEST_F(CFileUploadTest, endsBehindTheAttemptsThatItHas)
+{
+    write("the body");
+    options().retries.attempts = 2;
+    server().onConnection().readHead().readBytes(8).closeHard();
+    server().onConnection().readHead().readBytes(8).closeHard();
+    ASSERT_TRUE(failure());
+    EXPECT_EQ(server().connectionCount(), 2u);
+}
+
+TEST_F(CFileUploadTest, saysThatThereIsAFileAlready)
+{
+    write("the body");
+    take(8, "HTTP/1.1 412 Precondition Failed\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(std::string(error->what()), "There is a file '" + server().url("/file") + "' already.");
+}
+
+TEST_F(CFileUploadTest, saysThatTheFileThereMayBeItsOwn)
+{
+    write("the body");
+    server().onConnection().readHead().readBytes(8).closeHard();
+    take(8, "HTTP/1.1 412 Precondition Failed\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->what(), HasSubstr("unless it is this one"));
+}
+
+TEST_F(CFileUploadTest, tellsWhyTheServerRefuses)
+{
+    write("the body");
+    take(8, "HTTP/1.1 403 No\r\nConnection: close\r\nContent-Type: text/plain\r\nContent-Length: 8\r\n\r\nnot here");
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), ErrorKind::Denied);
+    EXPECT_THAT(norla::explain(*error).toUTF8(), HasSubstr("not here"));
+}
+
+TEST_F(CFileUploadTest, anAnswerBeforeTheEndOfTheFileIsNoSuccess)
+{
+    writeMuch();
+    options().retries = norla::CRetryPolicy::none();
+    server().onConnection().readHead().send(
+        "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+    ASSERT_TRUE(failure());
+}
+
+TEST_F(CFileUploadTest, sendsNoEndOfAFileThatIsWrittenToMeanwhile)
+{
+    writeMuch();
+    options().retries.repeatUnsafe = true;
+    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readToEnd();
+    bool isChanged = false;
+    options().onProgress = [this, &isChanged](const norla::CFileProgress& progress) {
+        if (progress.done == 0 || isChanged)
+            return;
+        isChanged = true;
+        std::fstream(source(), std::ios::in | std::ios::out).write("x", 1);
+    };
+    options().speedLimit = 128 << 20;
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(std::string(error->what()), "The file '" + source().native() + "' has changed while it was sent.");
+    EXPECT_LT(received(0).size(), std::filesystem::file_size(source()));
+}
+
+TEST_F(CFileUploadTest, sendsNothingOfAFileThatHasBecomeShorterBefore)
+{
+    write("the body");
+    server().onConnection().readToEnd();
+    const auto prepare = [this](norla::CNetRequest& request) {
+        write("the");
+        request.setURL(kx::String::fromUTF8(server().url("/file")));
+    };
+    const auto error = failureOf(
+        *kx::newObj<norla::CFileUpload>(prepare, norla::CFileUpload::Path::fromBytes(source().native()), options()));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(std::string(error->what()), "The file '" + source().native() + "' has changed while it was sent.");
+}
+
+TEST_F(CFileUploadTest, namesAFileThatItCannotRead)
+{
+    const auto missing = failure();
+    ASSERT_TRUE(missing);
+    EXPECT_EQ(std::string(missing->what()),
+        "The file '" + source().native() + "' cannot be read: No such file or directory.");
+    EXPECT_EQ(server().connectionCount(), 0u);
+}
+
+TEST_F(CFileUploadTest, doesNotWaitForTheOtherEndOfAPipe)
+{
+    ASSERT_EQ(mkfifo(source().c_str(), 0600), 0);
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->what(), HasSubstr("it is no regular file"));
+}
+
+TEST_F(CFileUploadTest, namesASchemeOverWhichNoFilesAreSent)
+{
+    write("the body");
+    const auto error = failureOf(*kx::newObj<norla::CFileUpload>(
+        "smtp://localhost/file", norla::CFileUpload::Path::fromBytes(source().native()), options()));
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->what(), HasSubstr("and not over 'smtp'"));
+}
+
+TEST_F(CFileUploadTest, comparesTheSizeAtTheServerWhereItIsToldTo)
+{
+    write("the body");
+    options().askSizeAfterwards = true;
+    take(8);
+    server()
+        .onConnection()
+        .readHead()
+        .send("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 7\r\n\r\n")
+        .close();
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(std::string(error->what()),
+        "The file '" + source().native() + "' has 8 bytes, and what the server has of it as '" + server().url("/file")
+            + "' has 7.");
+    EXPECT_THAT(received(1), StartsWith("HEAD /file HTTP/1.1\r\n"));
+}
+
+TEST_F(CFileUploadTest, tellsItsProgress)
+{
+    write("the body");
+    take(8);
+    std::vector<long long> done;
+    norla::CFileUpload* running = nullptr;
+    FileState last = FileState::Waiting;
+    options().onProgress = [&](const norla::CFileProgress& progress) {
+        done.push_back(progress.done);
+        EXPECT_EQ(progress.total, 8);
+        last = running->getState();
+    };
+    const auto file = upload();
+    running = file.get();
+    file->run();
+    ASSERT_FALSE(done.empty());
+    EXPECT_EQ(done.back(), 8);
+    EXPECT_EQ(last, FileState::Finishing);
+}
+
+TEST_F(CFileUploadTest, whatProgressThrowsEndsIt)
+{
+    writeMuch();
+    server().onConnection().readHead().readToEnd();
+    options().onProgress = [](const norla::CFileProgress&) { throw kx::CError("enough"); };
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(std::string(error->what()), "enough");
+}
+
+TEST_F(CFileUploadTest, isCancelledAtOnce)
+{
+    writeMuch();
+    std::promise<void> began;
+    server().onConnection().readHead().stall();
+    options().onProgress = [&began, isTold = false](const norla::CFileProgress&) mutable {
+        if (!std::exchange(isTold, true))
+            began.set_value();
+    };
+    const auto file = upload();
+    auto cancelled = std::chrono::steady_clock::time_point::max();
+    std::thread canceller([&] {
+        began.get_future().wait();
+        cancelled = std::chrono::steady_clock::now();
+        file->cancel();
+    });
+    const auto error = failureOf(*file);
+    canceller.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - cancelled, std::chrono::seconds(10));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), ErrorKind::Cancelled);
+    EXPECT_EQ(file->getState(), FileState::Cancelled);
+}
+
+TEST_F(CFileUploadTest, beginsAnewBehindAPause)
+{
+    write("the body");
+    server().onConnection().readHead().readBytes(8).stall();
+    take(8);
+    norla::CFileUpload* running = nullptr;
+    options().onProgress = [&](const norla::CFileProgress&) {
+        if (server().connectionCount() == 1)
+            running->pause();
+    };
+    const auto file = upload();
+    running = file.get();
+    std::thread resumer([&] {
+        while (running->getState() != FileState::Paused)
+            std::this_thread::yield();
+        running->resume();
+    });
+    const auto began = std::chrono::steady_clock::now();
+    file->run();
+    resumer.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
+    EXPECT_EQ(file->getState(), FileState::Succeeded);
+    EXPECT_THAT(received(1), EndsWith("\r\n\r\nthe body"));
+}
+
+/// A server of FTP up to the rename: the next connection takes commands, the one behind it the file.
+support::CScript& takeByFTP(support::CScriptedServer& server, const std::string& data)
+{
+    const std::string port = std::to_string(server.getPort());
+    support::CScript& script = server.onConnection();
+    for (const char* reply : {"220 hello", "331 password", "230 in", "257 \"/\"", "200 type I", "550 no part"})
+        script.send(std::string(reply) + "\r\n").readUntil("\r\n");
+    // Each reply but the first is to the line that was read before.
+    script.send("229 there (|||" + port + "|)\r\n");
+    script.readUntil("STOR ").readUntil("\r\n").send("150 send\r\n");
+    server.onConnection().readBytes(data.size()).readToEnd();
+    return script;
+}
+
+TEST_F(CFileUploadTest, findsTheFileUnderItsNameWhereTheAnswerToTheRenameIsLost)
+{
+    write("the body");
+    options().overwrite = true;
+    support::CScript& first = takeByFTP(server(), "the body");
+    first.send("226 done\r\n").readUntil("SIZE ").readUntil("\r\n").send("213 8\r\n");
+    first.readUntil("REST 0\r\n").send("350 go on\r\n").readUntil("RNFR ").readUntil("\r\n").send("350 to\r\n");
+    first.readUntil("RNTO file\r\n").closeHard();
+    support::CScript& second = server().onConnection();
+    for (const char* reply : {"220 hello", "331 password", "230 in", "257 \"/\"", "200 type I", "550 no part", "213 8"})
+        second.send(std::string(reply) + "\r\n").readUntil("\r\n");
+    second.send("350 go on\r\n").readToEnd();
+    const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/file", "ftp")),
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    const auto error = failureOf(*file);
+    EXPECT_FALSE(error) << error->what();
+    EXPECT_EQ(server().received(1), "the body");
+    EXPECT_THAT(server().received(2), HasSubstr("SIZE file\r\n"));
+    EXPECT_THAT(server().received(2), Not(HasSubstr("RNFR")));
+}
+
+TEST_F(CFileUploadTest, refusesOptionsThatMakeNoSense)
+{
+    options().speedLimit = -1;
+    EXPECT_THROW(upload(), kx::CError);
+}
+
+} // namespace
