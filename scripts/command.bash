@@ -63,29 +63,34 @@ leave_nothing() {
 }
 
 # Whoever has not ended five seconds after a SIGTERM is killed. All of them stand still until each has it: nobody sees
-# that another one was ended, and complains.
+# that another one was ended, and complains. Each gets it once: the second may mean something else. A shell holds the
+# signal back while it starts somebody, who is told when he is seen; nobody is left when nobody is seen twice.
 end_group() {
-    local attempt
+    local attempt unseen=0 member
+    local -A told=()
     kill -STOP -- "-$1" || return 0
-    kill -TERM -- "-$1"
-    kill -CONT -- "-$1"
     for ((attempt = 0; attempt < 100; ++attempt)); do
-        group_runs "$1" || return 0
+        ((++unseen))
+        for member in $(members_of_group "$1"); do
+            unseen=0
+            [ -n "${told[$member]-}" ] || kill -TERM "$member" || true
+            told[$member]=yes
+        done
+        kill -CONT -- "-$1" || true
+        ((unseen < 2)) || return 0
         sleep 0.05
     done
     kill -KILL -- "-$1"
 }
 
 # Somebody who has ended counts as a member until he is reaped, which the first process of a container may never do.
-group_runs() {
+members_of_group() {
     local file line state group
-    kill -0 -- "-$1" || return
     for file in /proc/[0-9]*/stat; do
         read -r line < "$file" || continue
         read -r state _ group _ <<< "${line##*) }"
-        [ "$group" != "$1" ] || [ "$state" = Z ] || return 0
+        [ "$group" != "$1" ] || [ "$state" = Z ] || echo "${line%% *}"
     done
-    return 1
 }
 
 # The servers of a program that was ended are killed by their keepers a moment later, and may write until then.

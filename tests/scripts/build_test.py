@@ -33,6 +33,24 @@ class BuildingScriptTest(tree.TreeTest):
         return [*more, 'mkdir "$TMPDIR/mine"', 'sleep 60 &', f'touch "{self.folder}/started"', "wait"]
 
 
+# A shell too holds signals back while it starts somebody: who is told then ends when the other one is there already.
+STARTS_SOMEBODY_LATE = """
+import os, pathlib, signal, sys, time
+folder = pathlib.Path(sys.argv[1])
+def end(*_):
+    (folder / 'told').touch()
+    os._exit(0)
+signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGTERM})
+(folder / 'started').touch()
+while signal.SIGTERM not in signal.sigpending():
+    time.sleep(0.01)
+if os.fork() == 0:
+    signal.signal(signal.SIGTERM, end)
+signal.pthread_sigmask(signal.SIG_UNBLOCK, {signal.SIGTERM})
+time.sleep(60)
+"""
+
+
 class TestScriptTest(BuildingScriptTest):
     def test_options_reach_ctest_as_they_are(self):
         run = self.run_script("test", "-R", "a b*", "-j2", "--rerun-failed", "-E", "-x")
@@ -122,6 +140,16 @@ class TestScriptTest(BuildingScriptTest):
         self.stand_in("ctest", *self.works_until_ended("trap '' TERM"))
         status, _ = self.signalled("test", send=lambda pid: os.kill(pid, signal.SIGTERM))
         self.assertEqual(status, 143)
+
+    def test_who_comes_while_the_others_are_told_is_told_too(self):
+        self.stand_in("ctest", f'exec python3 -c "{STARTS_SOMEBODY_LATE}" "{self.folder}"')
+        self.signalled("test", send=lambda pid: os.kill(pid, signal.SIGTERM))
+        self.assertTrue((self.folder / "told").exists(), "it was killed without a word")
+
+    def test_nobody_is_told_twice(self):
+        self.stand_in("ctest", *self.works_until_ended(f"trap 'echo told >> \"{self.folder}/told\"; sleep 0.3' TERM"))
+        self.signalled("test", send=lambda pid: os.kill(pid, signal.SIGTERM))
+        self.assertEqual((self.folder / "told").read_text(), "told\n")
 
     def test_a_folder_that_somebody_still_writes_to_is_removed_a_moment_later(self):
         self.stand_in("rm", '[ "$(grep -c ^rm "$CALLS")" -gt 3 ] || { echo "not empty" >&2; exit 1; }',

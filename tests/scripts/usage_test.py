@@ -5,7 +5,7 @@ import unittest
 
 import tree
 
-SCRIPTS = ["check", "check-includes", "demo", "fuzz", "install-packages", "mutate", "test"]
+SCRIPTS = ["check", "check-includes", "demo", "fuzz", "install-packages", "mutate", "reliability", "test"]
 
 # Script, its arguments, what the answer must name.
 MISTAKES = [
@@ -31,6 +31,10 @@ MISTAKES = [
     ("mutate", ["--count", "-3"], "'-3'"),
     ("mutate", ["--count", "3x"], "'3x'"),
     ("mutate", ["--only", "kx/nothing"], "'kx/nothing'"),
+    ("reliability", ["--rnus", "3"], "--rnus"),
+    ("reliability", ["--runs", "0"], "'0'"),
+    ("reliability", ["--runs"], "--runs"),
+    ("reliability", ["50"], "'50'"),
     ("test", ["--repaet", "3"], "'--repaet'"),
     ("test", ["--repeat"], "--repeat"),
     ("test", ["--repeat", "0"], "'0'"),
