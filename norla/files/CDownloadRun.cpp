@@ -126,6 +126,7 @@ void CDownloadRun::takeOlderPart()
     m_known.total = older->total;
     m_known.modified = older->modified;
     m_recordedSize = m_arrived.getSize();
+    m_signals->setStart(m_recordedSize);
     requireExpectedSize();
 }
 

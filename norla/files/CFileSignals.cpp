@@ -1,19 +1,9 @@
 #include "norla/files/CFileSignals.h"
 
-#include "kx/base/CError.h"
-
+#include <algorithm>
 #include <utility>
 
 namespace norla {
-
-namespace {
-
-bool isEndOfFile(FileState state) noexcept
-{
-    return state == FileState::Succeeded || state == FileState::Failed || state == FileState::Cancelled;
-}
-
-} // namespace
 
 void CFileSignals::begin()
 {
@@ -21,14 +11,20 @@ void CFileSignals::begin()
     if (m_state != FileState::Waiting)
         throw kx::CError("The transfer of a file runs once: another one is another object.");
     m_state = FileState::Running;
-    m_rate.forget();
+    m_rate.add(Clock::now(), 0);
 }
 
-void CFileSignals::end(FileState state)
+void CFileSignals::succeed()
 {
     const std::lock_guard lock(m_mutex);
-    if (!isEndOfFile(m_state))
-        m_state = state;
+    m_state = FileState::Succeeded;
+}
+
+void CFileSignals::fail(const kx::P<kx::CError>& error)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state = m_isCancelled ? FileState::Cancelled : FileState::Failed;
+    m_error = error;
 }
 
 void CFileSignals::cancel()
@@ -65,6 +61,12 @@ FileState CFileSignals::getState() const
     return m_state;
 }
 
+kx::P<kx::CError> CFileSignals::getError() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_error;
+}
+
 bool CFileSignals::isCancelled() const
 {
     const std::lock_guard lock(m_mutex);
@@ -99,11 +101,18 @@ void CFileSignals::waitForResume()
     m_rate.add(Clock::now(), m_done);
 }
 
-void CFileSignals::setProgress(long long done, std::optional<long long> total, bool isAnew)
+void CFileSignals::setStart(long long done)
 {
     const std::lock_guard lock(m_mutex);
-    if (isAnew)
-        m_rate.forget();
+    m_done = done;
+    m_rate.forget();
+    m_rate.add(Clock::now(), done);
+}
+
+void CFileSignals::setProgress(long long done, std::optional<long long> total)
+{
+    const std::lock_guard lock(m_mutex);
+    m_moved += std::max(0LL, done - m_done);
     m_done = done;
     m_total = total;
     m_rate.add(Clock::now(), done);
@@ -112,7 +121,7 @@ void CFileSignals::setProgress(long long done, std::optional<long long> total, b
 CFileProgress CFileSignals::getProgress() const
 {
     const std::lock_guard lock(m_mutex);
-    CFileProgress progress{.done = m_done, .total = m_total, .bytesPerSecond = 0, .secondsLeft = {}};
+    CFileProgress progress{.done = m_done, .total = m_total, .moved = m_moved, .secondsLeft = {}};
     if (m_state != FileState::Running)
         return progress;
     progress.bytesPerSecond = m_rate.bytesPerSecond(Clock::now());

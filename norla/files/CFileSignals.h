@@ -19,8 +19,11 @@ public:
     /// @throws kx::CError when it was called before
     void begin();
 
-    /// The end; the first one counts.
-    void end(FileState state);
+    /// The one end, or else fail().
+    void succeed();
+
+    /// Of a cancelled one too. @param error not null
+    void fail(const kx::P<kx::CError>& error);
 
     void cancel();
     void pause();
@@ -30,6 +33,7 @@ public:
     void tellEnd(int connection);
 
     FileState getState() const;
+    kx::P<kx::CError> getError() const; ///< null before the end, and behind a success
     bool isCancelled() const;
     bool isPauseWanted() const;
 
@@ -44,8 +48,10 @@ public:
     /// Blocks until resume() or cancel().
     void waitForResume();
 
-    /// @param isAnew that what came before is void
-    void setProgress(long long done, std::optional<long long> total, bool isAnew = false);
+    /// So much is there from before, and was not moved by this object.
+    void setStart(long long done);
+
+    void setProgress(long long done, std::optional<long long> total);
     CFileProgress getProgress() const;
 
 private:
@@ -53,10 +59,12 @@ private:
     std::condition_variable m_changed;
     std::vector<int> m_ended;
     FileState m_state = FileState::Waiting;
+    kx::P<kx::CError> m_error;
     bool m_isCancelled = false;
     bool m_isPauseWanted = false;
     long long m_done = 0;
     std::optional<long long> m_total;
+    long long m_moved = 0;
     CRateMeter m_rate;
 };
 

@@ -1,5 +1,6 @@
 #include "norla/files/CFileTransfer.h"
 
+#include "kx/base/CStdExceptionError.h"
 #include "norla/files/CFileSignals.h"
 
 namespace norla {
@@ -16,9 +17,12 @@ void CFileTransfer::run()
     m_signals->begin();
     try {
         transfer();
-        m_signals->end(FileState::Succeeded);
+        m_signals->succeed();
+    } catch (const std::exception& error) {
+        m_signals->fail(kx::CStdExceptionError::exceptionToError(error));
+        throw;
     } catch (...) { // of callbacks, anything
-        m_signals->end(m_signals->isCancelled() ? FileState::Cancelled : FileState::Failed);
+        m_signals->fail(kx::newObj<kx::CError>("A callback has thrown something that is no std::exception."));
         throw;
     }
 }
@@ -46,6 +50,11 @@ FileState CFileTransfer::getState() const noexcept
 CFileProgress CFileTransfer::getProgress() const
 {
     return m_signals->getProgress();
+}
+
+kx::P<kx::CError> CFileTransfer::getError() const
+{
+    return m_signals->getError();
 }
 
 } // namespace norla

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "kx/base/CBase.h"
+#include "kx/base/CError.h"
+#include "kx/base/P.h"
 #include "norla/files/CFileProgress.h"
 
 #include <memory>
@@ -43,6 +45,9 @@ public:
 
     FileState getState() const noexcept;
     CFileProgress getProgress() const;
+
+    /// What run() threw; null before, and behind a success.
+    kx::P<kx::CError> getError() const;
 
 protected:
     CFileTransfer();

@@ -93,6 +93,7 @@ void CUploadRun::sendBytes()
         before = start;
         if (start == m_size && m_size > 0)
             return;
+        m_signals->setStart(start);
         m_isOurs = true;
         m_hasAppended = start > 0;
         const auto error = attempt([this, start](CNetRequest& request) { prepareFile(request, start); }, true);

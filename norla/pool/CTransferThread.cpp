@@ -2,35 +2,14 @@
 
 #include "kx/base/CError.h"
 #include "kx/threads/processGeneration.h"
+#include "norla/pool/CAllSignalsBlock.h"
 #include "norla/pool/CTransferSchedule.h"
 
-#include <csignal>
 #include <pthread.h>
 #include <system_error>
 #include <utility>
 
 namespace norla {
-
-namespace {
-
-/// The application's signals are handled on its own threads; SIGPIPE is of no use here.
-class CAllSignalsBlock {
-public:
-    CAllSignalsBlock() noexcept
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_previousMask);
-    }
-    CAllSignalsBlock(const CAllSignalsBlock&) = delete;
-    CAllSignalsBlock& operator=(const CAllSignalsBlock&) = delete;
-    ~CAllSignalsBlock() { pthread_sigmask(SIG_SETMASK, &m_previousMask, nullptr); }
-
-private:
-    sigset_t m_previousMask{};
-};
-
-} // namespace
 
 CTransferThread::CTransferThread(std::shared_ptr<CTransferSchedule> schedule, long idleConnections)
     : m_process(kx::processGeneration())

@@ -1,0 +1,196 @@
+#include "norla/files/CFileQueueWork.h"
+
+#include "kx/log/log.h"
+#include "kx/threads/processGeneration.h"
+#include "norla/pool/CAllSignalsBlock.h"
+
+#include <pthread.h>
+#include <system_error>
+
+namespace norla {
+
+namespace {
+
+void reportThrown(const std::function<void()>& call)
+{
+    try {
+        call();
+    } catch (const std::exception& error) {
+        kx::logError(error, "What is told of the end of a file has thrown", kx::String());
+    } catch (...) {
+        kx::logError(
+            kx::CError("It is no std::exception."), "What is told of the end of a file has thrown", kx::String());
+    }
+}
+
+} // namespace
+
+CFileQueueWork::CFileQueueWork(const CFileQueueOptions& options)
+    : m_options(options)
+    , m_process(kx::processGeneration())
+{
+    m_rate.add(Clock::now(), 0);
+}
+
+CFileQueueWork::~CFileQueueWork()
+{
+    if (kx::processGeneration() != m_process) {
+        for (std::thread& thread : m_threads)
+            thread.detach();
+        return;
+    }
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isStopping = true;
+    }
+    cancel();
+    for (std::thread& thread : m_threads)
+        thread.join();
+}
+
+void CFileQueueWork::add(CFileTransfer& file)
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_isStopping) // a thread that is there takes it
+        file.cancel();
+    else if (static_cast<int>(m_waiting.size()) >= m_freeThreads
+        && static_cast<int>(m_threads.size()) < m_options.atOnce)
+        startThread();
+    m_waiting.emplace_back(&file);
+    m_mayRun.notify_one();
+}
+
+/// Those that there are can do it alone, only slower.
+void CFileQueueWork::startThread()
+{
+    const CAllSignalsBlock block; // inherited
+    try {
+        m_threads.emplace_back([this] {
+            pthread_setname_np(pthread_self(), "norla.files");
+            runFiles();
+        });
+        ++m_freeThreads;
+    } catch (const std::system_error& error) {
+        if (m_threads.empty())
+            throw kx::CError("The queue's thread cannot be started: " + kx::String::fromLatin1(error.what()) + ".");
+    }
+}
+
+void CFileQueueWork::runFiles()
+{
+    std::unique_lock lock(m_mutex);
+    for (;;) {
+        m_mayRun.wait(
+            lock, [this] { return (!m_waiting.empty() && !m_isPaused) || (m_waiting.empty() && m_isStopping); });
+        if (m_waiting.empty())
+            return;
+        const kx::P<CFileTransfer> file = m_waiting.front();
+        m_waiting.pop_front();
+        const auto place = m_running.insert(m_running.end(), file);
+        --m_freeThreads;
+        lock.unlock();
+        try {
+            file->run();
+        } catch (...) { // the file knows it
+        }
+        tellEnd(file);
+        lock.lock();
+        noteEnd(place);
+    }
+}
+
+void CFileQueueWork::tellEnd(const kx::P<CFileTransfer>& file)
+{
+    if (!m_options.onEnd)
+        return;
+    const auto tell = [onEnd = m_options.onEnd, file] { reportThrown([&] { onEnd(*file); }); };
+    if (m_options.executor) {
+        reportThrown([&] { m_options.executor->execute(tell); });
+        return;
+    }
+    const std::lock_guard lock(m_telling);
+    tell();
+}
+
+void CFileQueueWork::noteEnd(Running::iterator place)
+{
+    const FileState state = (*place)->getState();
+    const CFileProgress progress = (*place)->getProgress();
+    m_endedMoved += progress.moved;
+    if (state == FileState::Succeeded) {
+        ++m_ended.succeeded;
+        m_ended.doneBytes += progress.done;
+    } else if (state == FileState::Cancelled) {
+        ++m_ended.cancelled;
+    } else {
+        ++m_ended.failed;
+    }
+    m_running.erase(place);
+    ++m_freeThreads;
+    m_someEnded.notify_all();
+}
+
+void CFileQueueWork::cancel()
+{
+    const std::lock_guard lock(m_mutex);
+    for (const auto& file : m_waiting)
+        file->cancel();
+    for (const auto& file : m_running)
+        file->cancel();
+    m_isPaused = false;
+    m_mayRun.notify_all();
+}
+
+void CFileQueueWork::pause()
+{
+    const std::lock_guard lock(m_mutex);
+    m_isPaused = true;
+    for (const auto& file : m_running)
+        file->pause();
+}
+
+void CFileQueueWork::resume()
+{
+    const std::lock_guard lock(m_mutex);
+    m_isPaused = false;
+    for (const auto& file : m_running)
+        file->resume();
+    m_mayRun.notify_all();
+}
+
+bool CFileQueueWork::waitUntil(std::optional<Clock::time_point> moment)
+{
+    std::unique_lock lock(m_mutex);
+    if (moment)
+        return m_someEnded.wait_until(lock, *moment, [this] { return isIdle(); });
+    m_someEnded.wait(lock, [this] { return isIdle(); });
+    return true;
+}
+
+CFileQueueSummary CFileQueueWork::getSummary()
+{
+    const std::lock_guard lock(m_mutex);
+    CFileQueueSummary summary = m_ended;
+    summary.waiting = static_cast<int>(m_waiting.size());
+    summary.running = static_cast<int>(m_running.size());
+    long long moved = m_endedMoved;
+    long long total = m_ended.doneBytes;
+    bool isTotalKnown = m_waiting.empty();
+    for (const auto& file : m_running) {
+        const CFileProgress progress = file->getProgress();
+        moved += progress.moved;
+        summary.doneBytes += progress.done;
+        total += progress.total.value_or(0);
+        isTotalKnown = isTotalKnown && progress.total;
+    }
+    if (isTotalKnown)
+        summary.totalBytes = total;
+    m_rate.add(Clock::now(), moved);
+    if (!m_isPaused && !m_running.empty())
+        summary.bytesPerSecond = m_rate.bytesPerSecond(Clock::now());
+    if (isTotalKnown && summary.bytesPerSecond > 0)
+        summary.secondsLeft = static_cast<double>(total - summary.doneBytes) / summary.bytesPerSecond;
+    return summary;
+}
+
+} // namespace norla
