@@ -32,6 +32,8 @@ void downloadWithProgress(const kx::String& url, const kx::TPathImpl<kx::CUnixPa
     const std::function<bool(double received, double size)>& report);
 kx::String fetchRelease(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path, const kx::String& sha256,
     const std::function<void(const norla::CFileProgress&)>& report);
+kx::String storeAndFetch(norla::CS3Client& client, const kx::String& bucket, const kx::String& name,
+    const kx::TPathImpl<kx::CUnixPathTraits>& file, const kx::TPathImpl<kx::CUnixPathTraits>& copy);
 kx::String searchURL(const kx::String& url, const kx::String& words);
 kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long long position, long long& size);
 void useProxies(const kx::String& proxies, const kx::String& directHosts);

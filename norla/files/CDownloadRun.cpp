@@ -65,9 +65,9 @@ CDownloadRun::CConnection::CConnection(int connectionNumber, CPartFile& part, co
 {
 }
 
-CDownloadRun::CDownloadRun(const CFileDownload::Prepare& prepare, const CNetRequest::Path& path,
-    const CFileDownloadOptions& options, std::shared_ptr<CFileSignals> signals)
-    : m_prepare(prepare)
+CDownloadRun::CDownloadRun(IDownloadOrigin& origin, const CNetRequest::Path& path, const CFileDownloadOptions& options,
+    std::shared_ptr<CFileSignals> signals)
+    : m_origin(origin)
     , m_options(options)
     , m_signals(std::move(signals))
     , m_part(path)
@@ -104,10 +104,11 @@ void CDownloadRun::run()
 void CDownloadRun::takeOlderPart()
 {
     const auto request = kx::newObj<CNetRequest>();
-    m_prepare(*request);
+    m_origin.prepare(*request);
     const std::string url = request->getURL().toUTF8();
     m_record.place = withoutSecrets(url, true);
-    m_record.identity = identityOf(m_options.identity.isEmpty() ? readable(withoutLogin(url)) : m_options.identity);
+    const kx::String identity = m_options.identity.isEmpty() ? m_origin.getIdentity() : m_options.identity;
+    m_record.identity = identityOf(identity.isEmpty() ? readable(withoutLogin(url)) : identity);
     m_defaultName = pathOf(url);
 
     std::optional<CDownloadRecord> older;
@@ -253,7 +254,7 @@ void CDownloadRun::prepare(CConnection& connection)
     CNetRequest& request = *connection.request;
     request.reset();
     request.setSafeDefaults();
-    m_prepare(request);
+    m_origin.prepare(request);
     connection.sink->expect(connection.task, m_known);
     request.setReceiveDataSink(connection.sink.get());
     request.setOptionInt(CURLOPT_FILETIME, 1);
@@ -300,8 +301,10 @@ void CDownloadRun::takeEnd(CConnection& connection)
         return;
     }
     takeName(*connection.request);
-    if (status.isJudged)
+    if (status.isJudged) {
         learnFrom(status.known);
+        m_origin.learn(*connection.request);
+    }
     m_arrived.add(status.start, status.position);
     const bool hasMoved = status.position > status.start;
     if (error)
@@ -312,23 +315,28 @@ void CDownloadRun::takeEnd(CConnection& connection)
         m_connections.erase(connection.number);
 }
 
-void CDownloadRun::takeFailure(CConnection& connection, const kx::CError& error, bool hasMoved)
+void CDownloadRun::takeFailure(CConnection& connection, const kx::CError& failure, bool hasMoved)
 {
-    if (connection.sink->getAsked().isPart && isRefusedPart(error, *connection.request)) {
+    if (connection.sink->getAsked().isPart && isRefusedPart(failure, *connection.request)) {
         startAnew();
+        return;
+    }
+    const kx::P<kx::CError> error = m_origin.explain(*connection.request, failure);
+    if (!error) {
+        startAttempt(connection);
         return;
     }
     if (hasMoved)
         connection.retries.start();
-    const std::optional<kx::CTimeSpan> pause = connection.retries.afterFailure(*connection.request, error);
+    const std::optional<kx::CTimeSpan> pause = connection.retries.afterFailure(*connection.request, *error);
     if (!pause) {
-        if (m_connections.size() == 1 || !dynamic_cast<const CCURLError*>(&error))
-            error.throwClone();
+        if (m_connections.size() == 1 || !dynamic_cast<const CCURLError*>(&failure))
+            error->throwClone();
         m_mostSegments = static_cast<int>(m_connections.size()) - 1; // the server may want fewer
         m_connections.erase(connection.number);
         return;
     }
-    kx::logInfo("The download of '" + m_part.getPath().toString() + "' is tried again: " + error.getMessage());
+    kx::logInfo("The download of '" + m_part.getPath().toString() + "' is tried again: " + error->getMessage());
     const auto status = connection.sink->getStatus();
     if (!canGoOn() && m_known.isKnown)
         forget();

@@ -7,19 +7,22 @@
 #include "norla/files/CFileDownload.h"
 #include "norla/files/CFileSignals.h"
 #include "norla/files/CPartFile.h"
+#include "norla/files/IDownloadOrigin.h"
 #include "norla/pool/CTransfer.h"
 
 #include <map>
 #include <memory>
 #include <optional>
+#include <string_view>
+#include <vector>
 
 namespace norla {
 
 /// One download, from what an earlier one has left to the whole file. Lives on the stack of CFileDownload::run().
 class CDownloadRun {
 public:
-    CDownloadRun(const CFileDownload::Prepare& prepare, const CNetRequest::Path& path,
-        const CFileDownloadOptions& options, std::shared_ptr<CFileSignals> signals);
+    CDownloadRun(IDownloadOrigin& origin, const CNetRequest::Path& path, const CFileDownloadOptions& options,
+        std::shared_ptr<CFileSignals> signals);
     CDownloadRun(const CDownloadRun&) = delete;
     CDownloadRun& operator=(const CDownloadRun&) = delete;
     ~CDownloadRun(); ///< cancels what is under way, and waits for that
@@ -61,7 +64,7 @@ private:
     void learn();
     void learnFrom(const CKnownResource& known);
     void takeEnd(CConnection& connection);
-    void takeFailure(CConnection& connection, const kx::CError& error, bool hasMoved);
+    void takeFailure(CConnection& connection, const kx::CError& failure, bool hasMoved);
     void startAnew();
     void forget();
     void throwIfCancelled() const;
@@ -76,10 +79,12 @@ private:
     void tellProgress(bool isLast);
     void takeName(CNetRequest& request);
     void requireExpectedSize() const;
+    std::string_view blockAt(long long& position, std::vector<unsigned char>& block) const;
     void requireDigest(const kx::String& expected, const char* algorithm, const char* name);
+    void requireAsOriginSays();
     void finish();
 
-    const CFileDownload::Prepare& m_prepare;
+    IDownloadOrigin& m_origin;
     const CFileDownloadOptions& m_options;
     const std::shared_ptr<CFileSignals> m_signals;
     CPartFile m_part;

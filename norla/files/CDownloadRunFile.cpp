@@ -6,6 +6,7 @@
 #include "kx/text/numbers.h"
 #include "norla/files/CDownloadRun.h"
 #include "norla/files/suggestedName.h"
+#include "norla/files/tellProgressTo.h"
 #include "sela/CDigest.h"
 
 #include <algorithm>
@@ -18,6 +19,7 @@ namespace {
 
 constexpr auto downloadProgressPause = std::chrono::milliseconds(100);
 constexpr auto downloadCheckpointPause = std::chrono::seconds(2);
+constexpr size_t digestBlockSize = 256 << 10;
 
 std::string lowerHex(const kx::String& digits)
 {
@@ -118,19 +120,8 @@ void CDownloadRun::tellProgress(bool isLast)
         return;
     m_nextProgress = Clock::now() + downloadProgressPause;
     m_signals->setProgress(arrivedBytes().getSize(), m_known.total);
-    if (!m_options.onProgress)
-        return;
-    if (!m_options.executor) {
-        m_options.onProgress(m_signals->getProgress());
-        return;
-    }
-    m_options.executor->execute([tell = m_options.onProgress, progress = m_signals->getProgress()] {
-        try {
-            tell(progress);
-        } catch (const std::exception& error) {
-            kx::logError(error, "What is told of a download's progress has thrown", kx::String());
-        }
-    });
+    tellProgressTo(m_options.onProgress, m_options.executor, m_signals->getProgress(),
+        "What is told of a download's progress has thrown");
 }
 
 void CDownloadRun::takeName(CNetRequest& request)
@@ -153,20 +144,25 @@ void CDownloadRun::requireExpectedSize() const
             + " bytes at the server, and not the " + kx::toString(*m_options.expectedSize) + " that were expected.");
 }
 
+/// @return what is empty behind the end of the file
+std::string_view CDownloadRun::blockAt(long long& position, std::vector<unsigned char>& block) const
+{
+    throwIfCancelled();
+    const size_t count = m_part.read(position, block.data(), block.size());
+    position += static_cast<long long>(count);
+    return {reinterpret_cast<const char*>(block.data()), count};
+}
+
 /// Of the bytes as they are in the file.
 void CDownloadRun::requireDigest(const kx::String& expected, const char* algorithm, const char* name)
 {
     if (expected.isEmpty())
         return;
-    constexpr size_t blockSize = 256 << 10;
     sela::CDigest digest(algorithm);
-    std::vector<unsigned char> block(blockSize);
+    std::vector<unsigned char> block(digestBlockSize);
     long long position = 0;
-    while (const size_t count = m_part.read(position, block.data(), blockSize)) {
-        digest.update(block.data(), count);
-        position += static_cast<long long>(count);
-        throwIfCancelled();
-    }
+    for (auto bytes = blockAt(position, block); !bytes.empty(); bytes = blockAt(position, block))
+        digest.update(bytes.data(), bytes.size());
     digest.finish();
     const kx::String found = kx::hexEncode({reinterpret_cast<const char*>(digest.getBytes()), digest.getLength()});
     if (found.toUTF8() == lowerHex(expected))
@@ -176,6 +172,16 @@ void CDownloadRun::requireDigest(const kx::String& expected, const char* algorit
         + kx::String::fromLatin1(name) + " is " + found + ", and not " + expected + ".");
 }
 
+void CDownloadRun::requireAsOriginSays()
+{
+    std::vector<unsigned char> block(digestBlockSize);
+    const auto wrong = m_origin.judge([this, &block, position = 0LL]() mutable { return blockAt(position, block); });
+    if (!wrong)
+        return;
+    m_isWrong = true;
+    wrong->throwClone();
+}
+
 void CDownloadRun::finish()
 {
     m_signals->setState(FileState::Finishing);
@@ -183,6 +189,7 @@ void CDownloadRun::finish()
     m_part.truncate(*m_known.total);
     requireDigest(m_options.sha256, "SHA256", "SHA-256");
     requireDigest(m_options.md5, "MD5", "MD5");
+    requireAsOriginSays();
     CPartFile::CAttributes attributes;
     if (m_options.permissions)
         attributes.permissions = static_cast<mode_t>(*m_options.permissions & 0777);

@@ -4,6 +4,7 @@
 #include "kx/text/hex.h"
 #include "kx/text/numbers.h"
 #include "norla/files/CDownloadRun.h"
+#include "norla/files/IDownloadOrigin.h"
 
 #include <algorithm>
 #include <utility>
@@ -42,6 +43,21 @@ void requireDownloadOptions(const CFileDownloadOptions& options)
     requireHexDigits(options.md5, md5Digits, "md5");
 }
 
+class CPreparedOrigin : public IDownloadOrigin {
+public:
+    explicit CPreparedOrigin(CFileDownload::Prepare prepare)
+        : m_prepare(std::move(prepare))
+    {
+        if (!m_prepare)
+            throw kx::CInvalidArgError("the function that prepares requests is empty", downloadClass);
+    }
+
+    void prepare(CNetRequest& request) override { m_prepare(request); }
+
+private:
+    const CFileDownload::Prepare m_prepare;
+};
+
 } // namespace
 
 CFileDownload::CFileDownload(const kx::String& url, const Path& path, const Options& options)
@@ -52,12 +68,15 @@ CFileDownload::CFileDownload(const kx::String& url, const Path& path, const Opti
 }
 
 CFileDownload::CFileDownload(Prepare prepare, const Path& path, const Options& options)
-    : m_prepare(std::move(prepare))
+    : CFileDownload(std::make_shared<CPreparedOrigin>(std::move(prepare)), path, options)
+{
+}
+
+CFileDownload::CFileDownload(std::shared_ptr<IDownloadOrigin> origin, const Path& path, const Options& options)
+    : m_origin(std::move(origin))
     , m_path(path)
     , m_options(options)
 {
-    if (!m_prepare)
-        throw kx::CInvalidArgError("the function that prepares requests is empty", downloadClass);
     requireDownloadOptions(options);
 }
 
@@ -70,7 +89,7 @@ kx::String CFileDownload::getSuggestedName() const
 
 void CFileDownload::transfer()
 {
-    CDownloadRun run(m_prepare, m_path, m_options, getSignals());
+    CDownloadRun run(*m_origin, m_path, m_options, getSignals());
     run.run();
     m_suggestedName = run.getSuggestedName();
 }

@@ -8,9 +8,12 @@
 #include "norla/pool/CTransferPool.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 
 namespace norla {
+
+class IDownloadOrigin;
 
 /// How a file is fetched. Fields are named in the order in which they stand here.
 struct CFileDownloadOptions {
@@ -95,10 +98,14 @@ public:
     /// behind run(); empty when there is none.
     kx::String getSuggestedName() const;
 
-private:
+protected:
+    /// For classes of this library. @param origin not null
+    CFileDownload(std::shared_ptr<IDownloadOrigin> origin, const Path& path, const Options& options);
+
     void transfer() override;
 
-    const Prepare m_prepare;
+private:
+    const std::shared_ptr<IDownloadOrigin> m_origin;
     const Path m_path;
     const Options m_options;
     kx::String m_suggestedName;

@@ -32,6 +32,8 @@ void CFileSignals::cancel()
     const std::lock_guard lock(m_mutex);
     m_isCancelled = true;
     m_changed.notify_all();
+    if (m_wishListener)
+        m_wishListener();
 }
 
 void CFileSignals::pause()
@@ -39,6 +41,8 @@ void CFileSignals::pause()
     const std::lock_guard lock(m_mutex);
     m_isPauseWanted = true;
     m_changed.notify_all();
+    if (m_wishListener)
+        m_wishListener();
 }
 
 void CFileSignals::resume()
@@ -46,6 +50,14 @@ void CFileSignals::resume()
     const std::lock_guard lock(m_mutex);
     m_isPauseWanted = false;
     m_changed.notify_all();
+}
+
+void CFileSignals::setWishListener(std::function<void()> listener)
+{
+    const std::lock_guard lock(m_mutex);
+    m_wishListener = std::move(listener);
+    if (m_wishListener && (m_isCancelled || m_isPauseWanted))
+        m_wishListener();
 }
 
 void CFileSignals::tellEnd(int connection)

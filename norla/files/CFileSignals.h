@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -28,6 +29,10 @@ public:
     void cancel();
     void pause();
     void resume();
+
+    /// Has it called on every cancel() and pause(), on their threads, and now when one of them came before. It must not
+    /// use this object. Null: nobody; behind that it is called no more.
+    void setWishListener(std::function<void()> listener);
 
     /// A connection of that number has come to the end of its attempt.
     void tellEnd(int connection);
@@ -66,6 +71,7 @@ private:
     std::optional<long long> m_total;
     long long m_moved = 0;
     CRateMeter m_rate;
+    std::function<void()> m_wishListener;
 };
 
 } // namespace norla

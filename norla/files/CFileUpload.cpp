@@ -3,6 +3,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/numbers.h"
 #include "norla/files/CUploadRun.h"
+#include "norla/files/IUploadWay.h"
 
 #include <utility>
 
@@ -33,11 +34,22 @@ CFileUpload::CFileUpload(Prepare prepare, const Path& path, const Options& optio
             "speedLimit is " + kx::toString(options.speedLimit) + ", and not 0 or more", uploadClass);
 }
 
+CFileUpload::CFileUpload(std::shared_ptr<IUploadWay> way, const Path& path, const Options& options)
+    : m_way(std::move(way))
+    , m_path(path)
+    , m_options(options)
+{
+}
+
 CFileUpload::~CFileUpload() = default;
 
 void CFileUpload::transfer()
 {
-    CUploadRun(m_prepare, m_path, m_options, getSignals()).run();
+    CUploadRun run(m_prepare, m_path, m_options, getSignals());
+    if (m_way)
+        run.runBy(*m_way);
+    else
+        run.run();
 }
 
 } // namespace norla

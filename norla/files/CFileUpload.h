@@ -8,8 +8,11 @@
 #include "norla/pool/CTransferPool.h"
 
 #include <functional>
+#include <memory>
 
 namespace norla {
+
+class IUploadWay;
 
 /// How a file is sent. Fields are named in the order in which they stand here.
 struct CFileUploadOptions {
@@ -87,10 +90,15 @@ public:
     CFileUpload(Prepare prepare, const Path& path, const Options& options = {});
     ~CFileUpload() override;
 
+protected:
+    /// For classes of this library. @param way not null
+    CFileUpload(std::shared_ptr<IUploadWay> way, const Path& path, const Options& options);
+
 private:
     void transfer() override;
 
-    const Prepare m_prepare;
+    const Prepare m_prepare;                 // empty where there is a way
+    const std::shared_ptr<IUploadWay> m_way; // null where there is none
     const Path m_path;
     const Options m_options;
 };

@@ -5,6 +5,7 @@
 #include "norla/core/CCURLError.h"
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/plainURL.h"
+#include "norla/files/tellProgressTo.h"
 #include "norla/http/util.h"
 #include "norla/pool/CAtOnceExecutor.h"
 
@@ -73,6 +74,18 @@ void CUploadRun::run()
     else
         throw kx::CError("A file is sent over HTTP, FTP or SFTP, and not over '" + readable(scheme) + "'.");
     tellProgress(true);
+}
+
+void CUploadRun::runBy(IUploadWay& way)
+{
+    throwIfCancelled();
+    way.send(*this);
+    tellProgress(true);
+}
+
+void CUploadRun::setWishListener(std::function<void()> listener)
+{
+    m_signals->setWishListener(std::move(listener));
 }
 
 void CUploadRun::sendOverHTTP()
@@ -172,15 +185,21 @@ kx::P<kx::CError> CUploadRun::ask(const Setup& setup)
 kx::P<kx::CError> CUploadRun::attempt(const Setup& setup, bool isBody)
 {
     throwIfCancelled();
-    m_isInterrupted = false;
     m_request->reset();
     m_request->setSafeDefaults();
     m_prepare(*m_request);
     setup(*m_request);
+    return perform(*m_request, isBody);
+}
+
+kx::P<kx::CError> CUploadRun::perform(CNetRequest& request, bool isBody)
+{
+    throwIfCancelled();
+    m_isInterrupted = false;
     CTransfer::Options options;
     options.onDone = [signals = m_signals](CTransfer&) { signals->tellEnd(0); };
     options.executor = m_executor;
-    const kx::P<CTransfer> transfer = m_pool->start(m_request.get(), options);
+    const kx::P<CTransfer> transfer = m_pool->start(&request, options);
     try {
         await(*transfer, isBody);
     } catch (...) { // of callbacks, anything
@@ -232,20 +251,19 @@ void CUploadRun::tellProgress(bool isLast)
     if (Clock::now() < m_nextProgress && !isLast)
         return;
     m_nextProgress = Clock::now() + uploadProgressPause;
-    m_signals->setProgress(isLast ? m_size : m_source->getPosition(), m_size);
-    if (!m_options.onProgress)
-        return;
-    if (!m_options.executor) {
-        m_options.onProgress(m_signals->getProgress());
-        return;
-    }
-    m_options.executor->execute([tell = m_options.onProgress, progress = m_signals->getProgress()] {
-        try {
-            tell(progress);
-        } catch (const std::exception& error) {
-            kx::logError(error, "What is told of an upload's progress has thrown", kx::String());
-        }
-    });
+    tell(isLast ? m_size : m_source->getPosition());
+}
+
+void CUploadRun::tellFound(long long done)
+{
+    m_signals->setStart(done);
+}
+
+void CUploadRun::tell(long long done)
+{
+    m_signals->setProgress(done, m_size);
+    tellProgressTo(m_options.onProgress, m_options.executor, m_signals->getProgress(),
+        "What is told of an upload's progress has thrown");
 }
 
 void CUploadRun::throwIfCancelled() const

@@ -5,6 +5,8 @@
 #include "norla/files/CFileSignals.h"
 #include "norla/files/CFileUpload.h"
 #include "norla/files/CUploadSource.h"
+#include "norla/files/IUploadSession.h"
+#include "norla/files/IUploadWay.h"
 #include "norla/files/uploadPlace.h"
 #include "norla/pool/CTransfer.h"
 
@@ -17,16 +19,19 @@
 namespace norla {
 
 /// One upload. Lives on the stack of CFileUpload::run().
-class CUploadRun {
+class CUploadRun : private IUploadSession {
 public:
     CUploadRun(const CFileUpload::Prepare& prepare, const CNetRequest::Path& path, const CFileUploadOptions& options,
         std::shared_ptr<CFileSignals> signals);
     CUploadRun(const CUploadRun&) = delete;
     CUploadRun& operator=(const CUploadRun&) = delete;
-    ~CUploadRun();
+    ~CUploadRun() override;
 
     /// @throws as CFileTransfer::run()
     void run();
+
+    /// The same for a file that is not sent by one request to an URL.
+    void runBy(IUploadWay& way);
 
 private:
     using Clock = CFileSignals::Clock;
@@ -34,10 +39,11 @@ private:
 
     // One request, and what is told meanwhile.
     kx::P<kx::CError> attempt(const Setup& setup, bool isBody);
+    kx::P<kx::CError> perform(CNetRequest& request, bool isBody) override;
     void await(CTransfer& transfer, bool isBody);
     kx::P<kx::CError> ask(const Setup& setup);
-    void waitOrPause(const kx::CTimeSpan& pause);
-    void pauseIfWanted();
+    void waitOrPause(const kx::CTimeSpan& pause) override;
+    void pauseIfWanted() override;
     void tellProgress(bool isLast);
     void throwIfCancelled() const;
 
@@ -48,6 +54,18 @@ private:
     void requireAllSent();
     void requireSizeOverHTTP();
     [[noreturn]] void throwOtherSize(long long size) const;
+
+    // For a way: CUploadRun.cpp.
+    CNetRequest::IDataSource& getSource() override { return *m_source; }
+    const CNetRequest::Path& getPath() override { return m_source->getPath(); }
+    CTransferPool& getPool() override { return *m_pool; }
+    bool isInterrupted() override { return m_isInterrupted; }
+    void setWishListener(std::function<void()> listener) override;
+    void requireUnchanged() override { m_source->requireUnchanged(); }
+    bool hasChanged() override { return m_source->hasChanged(); }
+    void setState(FileState state) override { m_signals->setState(state); }
+    void tellFound(long long done) override;
+    void tell(long long done) override;
 
     struct CRemoteFile {
         bool isKnown = false; // whether it is there

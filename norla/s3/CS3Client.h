@@ -17,7 +17,9 @@
 #include "norla/s3/IS3Credentials.h"
 #include "norla/s3/IS3Signer.h"
 
+#include <atomic>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -270,7 +272,9 @@ public:
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 
 private:
-    friend class CS3UploadRun; // sends requests in a pool, and has them corrected as performRequest() does
+    friend class CS3Attempt;     // for requests that others perform
+    friend class CS3ClientClaim;
+    friend class CS3PerformedBy; // the same of those that this client performs
 
     /// Where requests go, and what they are signed for.
     struct CPlace {
@@ -301,6 +305,7 @@ private:
     static void leaveOutExpect(CNetHeaders& headers, long long size);
 
     void performOnce(CNetRequest& request);
+    void throwBetterError(CNetRequest& request, std::exception& error);
     int performPrepared(CNetRequest& request, bool mayRepeat);
     int performByPolicy(CNetRequest& request, bool mayRepeat);
     void explainFailure(CNetRequest& request, const std::exception& error);
@@ -324,6 +329,8 @@ private:
     CS3Corrections m_corrections;
     int m_corrected = 0; // how often time or region have changed
     std::optional<CRetryPolicy> m_retryPolicy;
+    std::function<void(CNetRequest&)> m_performer; // null: each request performs itself
+    std::atomic<bool> m_isClaimed = false;
     std::optional<bool> m_signSources;
     int m_maxRetries = 50;
     bool m_printDebugInfo = false;

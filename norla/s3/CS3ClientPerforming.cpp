@@ -218,15 +218,24 @@ void CS3Client::signAgain(CNetRequest& request)
 void CS3Client::performOnce(CNetRequest& request)
 {
     try {
-        request.perform();
+        if (m_performer)
+            m_performer(request);
+        else
+            request.perform();
     } catch (std::exception& error) {
-        if (m_signer)
-            explainFailure(request, error);
-        tryThrowBetterError(error, *request.getDefaultReceiveBuffer());
-        if (usesTLS())
-            explainRedirect(error);
+        throwBetterError(request, error);
         throw;
     }
+}
+
+/// Returns where nothing better is known.
+void CS3Client::throwBetterError(CNetRequest& request, std::exception& error)
+{
+    if (m_signer)
+        explainFailure(request, error);
+    tryThrowBetterError(error, *request.getDefaultReceiveBuffer());
+    if (usesTLS())
+        explainRedirect(error);
 }
 
 } // namespace norla

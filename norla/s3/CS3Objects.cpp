@@ -11,7 +11,6 @@
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3DigestingSource.h"
 #include "norla/s3/CS3DocumentSink.h"
-#include "norla/s3/CS3HeaderFields.h"
 #include "norla/s3/documentTime.h"
 #include "norla/s3/hexSHA256.h"
 #include "norla/s3/objectCall.h"
@@ -57,21 +56,6 @@ void requireBound(long long mostBytes)
 {
     if (mostBytes < -1)
         throw kx::CInvalidArgError("mostBytes must not be less than -1: " + kx::toString(mostBytes), "CS3Objects::get");
-}
-
-CS3Call callForObject(
-    const kx::String& method, const kx::String& bucketName, const kx::String& objectName, const CS3GetOptions& options)
-{
-    const kx::String functionName = "CS3Objects::get";
-    CS3Call call = objectCall(method, bucketName, objectName, options.versionId, functionName);
-    CS3HeaderFields headers(functionName);
-    headers.addConditions(options.conditions, {});
-    headers.addCustomerKey(options.customerKey, {});
-    if (options.verify)
-        headers.add("x-amz-checksum-mode", "ENABLED");
-    call.headers = std::move(headers.fields());
-    call.headers.insert(call.headers.end(), options.headers.begin(), options.headers.end());
-    return call;
 }
 
 } // namespace
@@ -140,7 +124,7 @@ CS3ObjectInfo CS3Objects::get(const kx::String& bucketName, const kx::String& ob
     const CObjectPart part(options.start, options.length, functionName);
     if (part.isNothing())
         return head(bucketName, objectName, options);
-    CS3Call call = callForObject("GET", bucketName, objectName, options);
+    CS3Call call = getCall("GET", bucketName, objectName, options, functionName);
     if (!part.isWhole())
         call.headers.emplace_back("Range", part.toRange());
     const auto checking = kx::newObj<CS3CheckingSink>(sink, options, textOf(call));
@@ -161,7 +145,7 @@ CS3ObjectInfo CS3Objects::get(const kx::String& bucketName, const kx::String& ob
 
 CS3ObjectInfo CS3Objects::head(const kx::String& bucketName, const kx::String& objectName, const CS3GetOptions& options)
 {
-    m_client->performCall(*m_request, callForObject("HEAD", bucketName, objectName, options));
+    m_client->performCall(*m_request, getCall("HEAD", bucketName, objectName, options, "CS3Objects::get"));
     return CS3ObjectInfo::fromObjectHeaders(m_request->getResponseHeaderMap());
 }
 

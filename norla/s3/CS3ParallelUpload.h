@@ -59,6 +59,14 @@ struct CS3ParallelUploadOptions {
     /// Called on the thread of upload(), ten times a second at most and once behind the last part. Never goes back.
     /// What it throws ends the upload.
     std::function<void(long long bytes, long long total)> onProgress = {};
+
+    /// Called with the size of each part that the store has already and that is not sent, on the thread of upload().
+    /// What it throws ends the upload.
+    std::function<void(long long bytes)> onFound = {};
+
+    /// Called behind the last part, before the store makes the object of them, on the thread of upload(). What it
+    /// throws ends the upload, and there is no object.
+    std::function<void()> beforeCompletion = {};
 };
 
 /// Uploads a file or a source of any size by parts, several at once and each as often as it takes. One upload after the

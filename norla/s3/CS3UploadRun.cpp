@@ -6,7 +6,6 @@
 #include "kx/text/numbers.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CStreamDataSource.h"
-#include "norla/core/isTransient.h"
 #include "norla/core/performWithRetries.h"
 #include "norla/pool/CAtOnceExecutor.h"
 #include "norla/s3/CS3Client.h"
@@ -14,6 +13,7 @@
 #include "norla/s3/CS3SourceRange.h"
 #include "norla/s3/lateErrors.h"
 #include "norla/s3/multipartDocuments.h"
+#include "norla/s3/policyForStore.h"
 #include "norla/s3/uploadPartSize.h"
 
 #include <algorithm>
@@ -25,17 +25,6 @@ namespace norla {
 namespace {
 
 constexpr auto uploadProgressPause = std::chrono::milliseconds(100);
-
-CRetryPolicy policyFor(const CS3Client& client, const CRetryPolicy& wanted)
-{
-    CRetryPolicy policy = wanted;
-    if (!policy.isTransient) {
-        policy.isTransient = [&client](const kx::CError& error) {
-            return isTransient(error) || (dynamic_cast<const CS3Error*>(&error) && client.shouldRetryRequest(error));
-        };
-    }
-    return policy;
-}
 
 kx::P<CTransferPool> poolFor(const CS3ParallelUploadOptions& options, size_t atOnce)
 {
@@ -73,9 +62,11 @@ kx::P<CNetRequest::IDataSource> keptSource(CNetRequest::IDataSource& source, lon
 
 } // namespace
 
-CS3UploadRun::CPart::CPart(int partNumber, kx::P<CNetRequest::IDataSource> from, const CRetryPolicy& policy)
+CS3UploadRun::CPart::CPart(
+    CS3Client& client, int partNumber, kx::P<CNetRequest::IDataSource> from, const CRetryPolicy& policy)
     : number(partNumber)
     , source(std::move(from))
+    , attempt(client)
     , retries(policy)
 {
 }
@@ -95,7 +86,7 @@ CS3UploadRun::CS3UploadRun(CS3Client& client, CNetRequest& request, const CS3Par
     , m_partCount(static_cast<int>(std::max(1LL, (m_size + m_partSize - 1) / m_partSize)))
     , m_pool(poolFor(options, m_atOnce))
     , m_executor(kx::newObj<CAtOnceExecutor>())
-    , m_policy(policyFor(client, options.retries))
+    , m_policy(policyForStore(client, options.retries))
     , m_upload(&client, &request, bucketName, objectName, options.multipart)
 {
 }
@@ -111,6 +102,8 @@ kx::String CS3UploadRun::run()
     begin();
     sendParts();
     throwIfCancelled();
+    if (m_options.beforeCompletion)
+        m_options.beforeCompletion();
     return complete();
 }
 
@@ -154,11 +147,13 @@ void CS3UploadRun::startNextPart()
     const int number = m_nextPart;
     const long long start = (number - 1) * m_partSize;
     const long long size = std::min(m_partSize, m_size - start);
-    auto part = std::make_unique<CPart>(number, sourceOf(start, size), m_policy);
+    auto part = std::make_unique<CPart>(m_client, number, sourceOf(start, size), m_policy);
     part->digest = CS3PartDigest::of(*part->source, size);
     ++m_nextPart;
     if (isThere(*part)) {
         noteDone(*part, m_there[number].eTag);
+        if (m_options.onFound)
+            m_options.onFound(size);
         return;
     }
     part->retries.start(); // what was read before is not of its time
@@ -183,7 +178,7 @@ kx::P<CNetRequest::IDataSource> CS3UploadRun::sourceOf(long long start, long lon
 void CS3UploadRun::startAttempt(CPart& part)
 {
     prepare(part);
-    part.attempt = m_client.beginAttempt(*part.request);
+    part.attempt.begin(*part.request);
     send(part);
 }
 
@@ -214,7 +209,7 @@ void CS3UploadRun::takeEnd(CPart& part)
 {
     const kx::P<kx::CError> error = failureOf(part);
     part.transfer = nullptr;
-    if (error && m_client.isCorrected(part.attempt, *part.request, *error)) {
+    if (error && part.attempt.isCorrected(*part.request, *error)) {
         kx::logInfo("Part " + kx::toString(part.number) + " is signed again: " + error->getMessage());
         prepare(part);
         send(part);

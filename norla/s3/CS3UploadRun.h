@@ -5,6 +5,7 @@
 #include "norla/core/CRetries.h"
 #include "norla/pool/CTransfer.h"
 #include "norla/pool/CTransferPool.h"
+#include "norla/s3/CS3Attempt.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3ParallelUpload.h"
 #include "norla/s3/CS3UploadSignals.h"
@@ -37,13 +38,13 @@ private:
     using Clock = CS3UploadSignals::Clock;
 
     struct CPart {
-        CPart(int partNumber, kx::P<CNetRequest::IDataSource> from, const CRetryPolicy& policy);
+        CPart(CS3Client& client, int partNumber, kx::P<CNetRequest::IDataSource> from, const CRetryPolicy& policy);
 
         int number;
         kx::P<CNetRequest::IDataSource> source;
         CS3PartDigest digest;
         kx::P<CNetRequest> request = kx::newObj<CNetRequest>();
-        CS3Client::CCorrectedAttempt attempt;
+        CS3Attempt attempt;
         CRetries retries;
         kx::P<CTransfer> transfer;                    // null while it pauses
         std::optional<Clock::time_point> nextAttempt; // while it pauses

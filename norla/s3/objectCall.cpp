@@ -87,6 +87,20 @@ CS3Call objectCall(const kx::String& method, const kx::String& bucketName, const
     return call;
 }
 
+CS3Call getCall(const kx::String& method, const kx::String& bucketName, const kx::String& objectName,
+    const CS3GetOptions& options, const kx::String& functionName)
+{
+    CS3Call call = objectCall(method, bucketName, objectName, options.versionId, functionName);
+    CS3HeaderFields headers(functionName);
+    headers.addConditions(options.conditions, {});
+    headers.addCustomerKey(options.customerKey, {});
+    if (options.verify)
+        headers.add("x-amz-checksum-mode", "ENABLED");
+    call.headers = std::move(headers.fields());
+    call.headers.insert(call.headers.end(), options.headers.begin(), options.headers.end());
+    return call;
+}
+
 CS3Call putCall(const kx::String& bucketName, const kx::String& objectName, const CS3PutOptions& options)
 {
     constexpr char functionName[] = "CS3Objects::put";

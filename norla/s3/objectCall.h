@@ -6,6 +6,7 @@
 #include "norla/s3/CS3Call.h"
 #include "norla/s3/CS3CopyObjectResult.h"
 #include "norla/s3/CS3CopyOptions.h"
+#include "norla/s3/CS3GetOptions.h"
 #include "norla/s3/CS3PutOptions.h"
 
 #include <string_view>
@@ -23,6 +24,10 @@ kx::String textOf(const CS3Call& call);
 /// @param versionId empty for the newest @throws kx::CInvalidArgError for an empty name
 CS3Call objectCall(const kx::String& method, const kx::String& bucketName, const kx::String& objectName,
     const kx::String& versionId, const kx::String& functionName);
+
+/// @param method "GET" or "HEAD" @param options start, length and mostBytes are not looked at
+CS3Call getCall(const kx::String& method, const kx::String& bucketName, const kx::String& objectName,
+    const CS3GetOptions& options, const kx::String& functionName);
 
 /// With its headers, without its bytes. @throws kx::CInvalidArgError for an option that makes no sense
 CS3Call putCall(const kx::String& bucketName, const kx::String& objectName, const CS3PutOptions& options);

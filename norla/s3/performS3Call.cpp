@@ -50,9 +50,13 @@ CS3Document performForDocument(
 
 void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call)
 {
-    const kx::String title = "answer to " + call.method;
+    requireNoErrorIn(performForBytes(client, request, call), call);
+}
+
+void requireNoErrorIn(std::string_view answer, const CS3Call& call)
+{
     const std::optional<CXMLTree> tree
-        = CS3Document::parse(performForBytes(client, request, std::move(call)), title, CS3Document::mostElements);
+        = CS3Document::parse(answer, "answer to " + call.method, CS3Document::mostElements);
     if (tree && tree->hasRoot())
         requireNoS3Error(tree->getRoot());
 }

@@ -31,6 +31,9 @@ CS3Document performForDocument(
 /// sense only when it has more elements than any has
 void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call);
 
+/// @throws CS3Error with the HTTP status 0 for an answer that is an error document
+void requireNoErrorIn(std::string_view answer, const CS3Call& call);
+
 /// Gives the call a document to send, with its type and its MD5, which stores ask for.
 void setS3Document(CS3Call& call, std::string document);
 

@@ -258,6 +258,22 @@ TEST(GuideTest, archivesInAStoreOfToday)
     EXPECT_EQ(objects.head("bucket", "archive/note.txt").metadata.at("author"), L"Zo\u00EB");
 }
 
+TEST(GuideTest, storesAndFetchesWholeFiles)
+{
+    support::CCephServer store;
+    store.makeBucket("bucket");
+    const auto credentials = kx::newObj<norla::CS3StaticCredentials>(norla::CS3Credentials{
+        .accessKeyId = text(store.accessKeyId()), .secretAccessKey = text(store.secretAccessKey())});
+    const auto client = openStore(norla::CS3Endpoint::ceph(text(store.host()), false), credentials.get());
+    support::CTemporaryFolder folder;
+    const std::string content(17 << 20, 'c');
+    const auto file = norla::CNetRequest::Path::fromBytes(folder.write("file", content).string());
+    const auto copy = norla::CNetRequest::Path::fromBytes((folder.path() / "copy").string());
+    EXPECT_EQ(storeAndFetch(*client, "bucket", "name", file, copy), "");
+    EXPECT_TRUE(folder.read("copy") == content);
+    EXPECT_NE(storeAndFetch(*client, "nobodys-bucket", "name", file, copy), "");
+}
+
 TEST(GuideTest, storesAReportByFTP)
 {
     const support::CFTPServer server;

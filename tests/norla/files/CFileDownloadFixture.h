@@ -71,10 +71,10 @@ protected:
     }
 
     /// The error with which it ends, null when it succeeds.
-    static kx::P<kx::CError> failureOf(norla::CFileDownload& download)
+    static kx::P<kx::CError> failureOf(norla::CFileTransfer& file)
     {
         try {
-            download.run();
+            file.run();
         } catch (const kx::CError& error) {
             return error.clone();
         }
