@@ -61,7 +61,6 @@ private:
     kx::String m_eTag;
     kx::String m_uploadId;
     kx::String m_startedId; // that was told
-    long long m_found = 0;  // bytes that the store had already
     bool m_isFound = false; // the upload of that id: it is of an earlier program, or from before a pause
 };
 

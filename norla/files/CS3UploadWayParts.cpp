@@ -73,8 +73,7 @@ void CS3UploadWay::sendParts()
 /// @return false when a pause has ended it, or it has to begin anew
 bool CS3UploadWay::sendPartsOnce()
 {
-    m_found = 0;
-    m_session->tellFound(m_found);
+    m_session->tellAnew();
     CS3ParallelUpload upload(&m_client, m_request.get(), optionsOfParts());
     const CWishes wishes(*m_session, upload);
     try {
@@ -120,7 +119,7 @@ CS3ParallelUploadOptions CS3UploadWay::optionsOfParts()
         if (m_options.onStarted && std::exchange(m_startedId, id) != id)
             m_options.onStarted(id);
     };
-    options.onFound = [this](long long bytes) { m_session->tellFound(m_found += bytes); };
+    options.onFound = [this](long long bytes) { m_session->tellFound(bytes); };
     options.onProgress = [this](long long bytes, long long /*total*/) { m_session->tell(bytes); };
     options.beforeCompletion = [this] {
         m_session->requireUnchanged();

@@ -254,9 +254,9 @@ void CUploadRun::tellProgress(bool isLast)
     tell(isLast ? m_size : m_source->getPosition());
 }
 
-void CUploadRun::tellFound(long long done)
+void CUploadRun::tellFound(long long bytes)
 {
-    m_signals->setStart(done);
+    m_signals->setStart(m_signals->getProgress().done + bytes);
 }
 
 void CUploadRun::tell(long long done)

@@ -64,7 +64,8 @@ private:
     void requireUnchanged() override { m_source->requireUnchanged(); }
     bool hasChanged() override { return m_source->hasChanged(); }
     void setState(FileState state) override { m_signals->setState(state); }
-    void tellFound(long long done) override;
+    void tellAnew() override { m_signals->setStart(0); }
+    void tellFound(long long bytes) override;
     void tell(long long done) override;
 
     struct CRemoteFile {

@@ -46,10 +46,13 @@ public:
 
     virtual void setState(FileState state) = 0;
 
-    /// So many bytes are there, in place of what was told before, and were not sent by this upload or are sent again.
-    virtual void tellFound(long long done) = 0;
+    /// What was told before is void.
+    virtual void tellAnew() = 0;
 
-    /// So many bytes are there now.
+    /// So many bytes more are there, which were not sent.
+    virtual void tellFound(long long bytes) = 0;
+
+    /// So many bytes are there now, with those that were found.
     virtual void tell(long long done) = 0;
 };
 

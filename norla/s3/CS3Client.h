@@ -272,7 +272,7 @@ public:
     void tryThrowBetterError(std::exception& e, const Buffer& responseData);
 
 private:
-    friend class CS3Attempt;     // for requests that others perform
+    friend class CS3Attempt; // for requests that others perform
     friend class CS3ClientClaim;
     friend class CS3PerformedBy; // the same of those that this client performs
 

@@ -94,7 +94,7 @@ protected:
 
 TEST_F(S3FilesTest, fetchesAnObjectByOneConnectionAndByFour)
 {
-    const std::string bytes = bytesOf(12 << 20);
+    const std::string bytes = bytesOf(6 << 20);
     put(m_key, bytes);
     fetch();
     EXPECT_TRUE(fetched() == bytes);
@@ -123,9 +123,9 @@ TEST_F(S3FilesTest, fetchesWithASignatureOfVersion2)
 
 TEST_F(S3FilesTest, goesOnWithAnObjectWhereItWasCutOff)
 {
-    const std::string bytes = bytesOf(12 << 20);
+    const std::string bytes = bytesOf(6 << 20);
     put(m_key, bytes);
-    m_down.file.speedLimit = 8 << 20;
+    m_down.file.speedLimit = 4 << 20;
     kx::P<CS3FileDownload> first;
     m_down.file.onProgress = [&first](const norla::CFileProgress& progress) {
         if (progress.done > 2 << 20)
@@ -146,8 +146,8 @@ TEST_F(S3FilesTest, goesOnWithAnObjectWhereItWasCutOff)
 
 TEST_F(S3FilesTest, fetchesAnewWhatHasChangedMeanwhile)
 {
-    put(m_key, bytesOf(12 << 20));
-    m_down.file.speedLimit = 8 << 20;
+    put(m_key, bytesOf(6 << 20));
+    m_down.file.speedLimit = 4 << 20;
     kx::P<CS3FileDownload> first;
     m_down.file.onProgress = [&first](const norla::CFileProgress& progress) {
         if (progress.done > 2 << 20)
@@ -155,7 +155,7 @@ TEST_F(S3FilesTest, fetchesAnewWhatHasChangedMeanwhile)
     };
     first = download();
     EXPECT_TRUE(support::errorOf([&first] { first->run(); }));
-    const std::string other = "other " + bytesOf((12 << 20) - 6);
+    const std::string other = "other " + bytesOf((6 << 20) - 6);
     put(m_key, other);
     m_down.file.onProgress = {};
     m_down.file.speedLimit = 0;
@@ -212,10 +212,10 @@ TEST_F(S3FilesTest, storesAFileOfOnePartExactly)
 
 TEST_F(S3FilesTest, storesAndFetchesAFileOfSeveralParts)
 {
-    const std::string bytes = bytesOf(3 * partSize + 7);
+    const std::string bytes = bytesOf(2 * partSize + 7);
     m_up.object.metadata = {{"a", "b"}};
     storeFile(bytes);
-    EXPECT_TRUE(info().eTag.endsWith("-4\""));
+    EXPECT_TRUE(info().eTag.endsWith("-3\""));
     EXPECT_EQ(info().metadata.at("a"), "b");
     fetch();
     EXPECT_TRUE(fetched() == bytes);
@@ -236,7 +236,7 @@ TEST_F(S3FilesTest, replacesNothingUnlessItMay)
 
 TEST_F(S3FilesTest, goesOnWithAFileWhereAnotherWasCutOff)
 {
-    const std::string bytes = bytesOf(4 * partSize + 7);
+    const std::string bytes = bytesOf(3 * partSize + 7);
     m_folder.write("source", bytes);
     m_up.atOnce = 1;
     kx::P<CS3FileUpload> first;
@@ -252,7 +252,7 @@ TEST_F(S3FilesTest, goesOnWithAFileWhereAnotherWasCutOff)
     m_up.onProgress = {};
     upload()->run();
     EXPECT_TRUE(get(m_key) == bytes);
-    store().waitUntilLogged("partNumber=5&uploadId=" + id);
+    store().waitUntilLogged("partNumber=4&uploadId=" + id);
     EXPECT_EQ(countOf("partNumber=1&uploadId=" + id), 1U);
     EXPECT_EQ(countOf("partNumber=2&uploadId=" + id), 1U);
     EXPECT_EQ(uploadCount(), 0U);
@@ -260,7 +260,7 @@ TEST_F(S3FilesTest, goesOnWithAFileWhereAnotherWasCutOff)
 
 TEST_F(S3FilesTest, goesOnWithNoPartsOfAnotherFile)
 {
-    m_folder.write("source", bytesOf(3 * partSize));
+    m_folder.write("source", bytesOf(2 * partSize));
     kx::P<CS3FileUpload> first;
     m_up.onProgress = [&first](const norla::CFileProgress& progress) {
         if (progress.done >= static_cast<long long>(partSize))
@@ -269,7 +269,7 @@ TEST_F(S3FilesTest, goesOnWithNoPartsOfAnotherFile)
     first = upload();
     EXPECT_TRUE(support::errorOf([&first] { first->run(); }));
     m_up.onProgress = {};
-    const std::string other = "other " + bytesOf(3 * partSize - 6);
+    const std::string other = "other " + bytesOf(2 * partSize - 6);
     storeFile(other);
     EXPECT_TRUE(get(m_key) == other);
     EXPECT_EQ(uploadCount(), 1U);
@@ -277,7 +277,7 @@ TEST_F(S3FilesTest, goesOnWithNoPartsOfAnotherFile)
 
 TEST_F(S3FilesTest, leavesNothingWhereItIsNotToStay)
 {
-    m_folder.write("source", bytesOf(3 * partSize));
+    m_folder.write("source", bytesOf(2 * partSize));
     m_up.keepPart = false;
     kx::P<CS3FileUpload> first;
     m_up.onProgress = [&first](const norla::CFileProgress&) { first->cancel(); };
@@ -289,7 +289,7 @@ TEST_F(S3FilesTest, leavesNothingWhereItIsNotToStay)
 
 TEST_F(S3FilesTest, goesOnWithAFileBehindAPause)
 {
-    const std::string bytes = bytesOf(4 * partSize + 7);
+    const std::string bytes = bytesOf(3 * partSize + 7);
     m_folder.write("source", bytes);
     m_up.atOnce = 1;
     bool isPaused = false;

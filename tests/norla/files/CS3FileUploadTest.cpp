@@ -221,8 +221,10 @@ TEST_F(CS3FileUploadTest, refusesAnAnswerBeforeTheEndOfTheFile)
 {
     write(std::string(4 << 20, 'x'));
     m_options.retries = norla::CRetryPolicy::none();
-    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n" + stored("x"));
-    EXPECT_TRUE(failure());
+    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n" + stored(std::string(4 << 20, 'x')));
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(server().connectionCount(), 1U); // it does not look for the object
 }
 
 TEST_F(CS3FileUploadTest, refusesAnObjectOfAnotherSize)
@@ -460,7 +462,9 @@ TEST_F(CS3FileUploadPartsTest, goesOnWithTheNewestUploadOfThisFile)
     takePart(m_second);
     answerCompletion(completed());
     answerSize(2 * partSize + 3);
-    upload()->run();
+    const auto file = upload();
+    file->run();
+    EXPECT_EQ(file->getProgress().moved, static_cast<long long>(partSize));
     EXPECT_THAT(requestLine(0), StartsWith("GET /bucket?uploads&encoding-type=url&prefix=key "));
     EXPECT_THAT(requestLine(1), HasSubstr("uploadId=other"));
     EXPECT_THAT(requestLine(2), HasSubstr("uploadId=newer"));
@@ -482,6 +486,9 @@ TEST_F(CS3FileUploadPartsTest, goesOnWithNoPartsOfOtherSizes)
     answerCompletion(completed());
     answerSize(partSize + 3);
     upload()->run();
+    EXPECT_THAT(requestLine(2), HasSubstr("uploadId=b"));
+    EXPECT_THAT(requestLine(3), HasSubstr("uploadId=c"));
+    EXPECT_THAT(requestLine(4), HasSubstr("uploadId=d"));
     EXPECT_THAT(requestLine(6), HasSubstr("uploadId=id"));
 }
 
@@ -720,6 +727,7 @@ TEST_F(CS3FileUploadPartsTest, goesOnBehindAPauseWithWhatTheStoreHas)
     EXPECT_THAT(requestLine(3), HasSubstr("GET /bucket/key?uploadId=id "));
     EXPECT_THAT(requestLine(4), HasSubstr("partNumber=2&uploadId=id"));
     EXPECT_EQ(file->getProgress().done, 2 * static_cast<long long>(partSize));
+    EXPECT_GE(file->getProgress().moved, 2 * static_cast<long long>(partSize));
 }
 
 TEST_F(CS3FileUploadPartsTest, isCancelledInAPause)
