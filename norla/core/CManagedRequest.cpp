@@ -114,6 +114,16 @@ void CManagedRequest::failOverdue(const kx::String& within)
         "The transfer" + (host.isEmpty() ? kx::String() : " with " + host) + " was not done within " + within + ".");
 }
 
+void CManagedRequest::blameTime() noexcept
+{
+    m_request.m_rooms->isOverdue = true;
+}
+
+long long CManagedRequest::getLongestSilence() const noexcept
+{
+    return m_request.m_rooms->deadlines.getLongestSilence();
+}
+
 CTransferProgress CManagedRequest::getProgress() const noexcept
 {
     const CEasyHandle& handle = m_request.m_rooms->handle;

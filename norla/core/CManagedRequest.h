@@ -65,6 +65,10 @@ public:
     /// Of the next transfer, beside what is set. @param left a millisecond at least; infinite: no limit
     void limitNextTransfer(const kx::CTimeSpan& left) noexcept;
 
+    /// Without a byte of the body, from the start of the transfer on, in milliseconds: what the request allows for a
+    /// connection and for the inactivity behind it, one after the other. 0: for ever.
+    long long getLongestSilence() const noexcept;
+
     /// A transfer is to come: the request is not done until tellEnd().
     void expect();
 
@@ -78,6 +82,10 @@ public:
 
     /// The same with one of the limit Total. @param within what ends the sentence, such as "2 seconds"
     void failOverdue(const kx::String& within);
+
+    /// Behind a transfer that was cancelled for want of time, and not because the program wanted none: it may be made
+    /// once more.
+    void blameTime() noexcept;
 
     /// Of the current attempt, or the last one.
     CTransferProgress getProgress() const noexcept;

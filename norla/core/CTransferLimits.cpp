@@ -138,6 +138,12 @@ long long CTransferLimits::getTotal() const noexcept
     return m_total == 0 || m_left == 0 ? std::max(m_total, m_left) : std::min(m_total, m_left);
 }
 
+long long CTransferLimits::getLongestSilence() const noexcept
+{
+    constexpr long long longestConnect = 300'000; // libcurl's own
+    return m_inactivity == 0 ? 0 : m_inactivity + (m_connect == 0 ? longestConnect : m_connect);
+}
+
 TransferLimit CTransferLimits::findReached(const CTransferRecord& record, TransferPhase phase) const noexcept
 {
     const bool isBefore = !record.hasRequestBegun();

@@ -26,6 +26,9 @@ public:
     /// knows
     std::optional<long long> begin() noexcept;
 
+    /// How long a connection may take, and nothing may move behind it, one after the other: milliseconds, 0 for ever.
+    long long getLongestSilence() const noexcept;
+
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept { *this = CTransferLimits(); }
 

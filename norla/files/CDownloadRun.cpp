@@ -152,6 +152,8 @@ void CDownloadRun::step()
     for (const auto& [number, connection] : m_connections) {
         if (connection->nextAttempt && *connection->nextAttempt <= Clock::now())
             startAttempt(*connection);
+        if (connection->transfer && connection->silence.isTooLong(*connection->transfer))
+            connection->transfer->cancel();
     }
     for (const int number : m_signals->wait(nextMoment())) {
         const auto found = m_connections.find(number);
@@ -246,6 +248,7 @@ void CDownloadRun::startAttempt(CConnection& connection)
     options.onDone = [signals = m_signals, number = connection.number](CTransfer&) { signals->tellEnd(number); };
     options.executor = m_executor;
     connection.nextAttempt.reset();
+    connection.silence.begin(*connection.request);
     connection.transfer = m_pool->start(connection.request.get(), options);
 }
 
@@ -294,7 +297,7 @@ void CDownloadRun::learnFrom(const CKnownResource& known)
 void CDownloadRun::takeEnd(CConnection& connection)
 {
     const auto status = connection.sink->getStatus();
-    const kx::P<kx::CError> error = status.isDone ? nullptr : connection.transfer->getError();
+    const kx::P<kx::CError> error = status.isDone ? nullptr : connection.silence.explained(*connection.transfer);
     connection.transfer = nullptr;
     if (status.isOther) {
         startAnew();

@@ -7,6 +7,7 @@
 #include "norla/files/CFileDownload.h"
 #include "norla/files/CFileSignals.h"
 #include "norla/files/CPartFile.h"
+#include "norla/files/CSilenceWatch.h"
 #include "norla/files/IDownloadOrigin.h"
 #include "norla/pool/CTransfer.h"
 
@@ -45,6 +46,7 @@ private:
         kx::P<CTransfer> transfer;                    // null while it pauses
         std::optional<Clock::time_point> nextAttempt; // while it pauses
         CDownloadSink::CTask task;
+        CSilenceWatch silence;
     };
 
     // What is fetched next, by whom, and what has come of it: CDownloadRun.cpp.

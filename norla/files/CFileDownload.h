@@ -83,7 +83,8 @@ public:
 
     /// Makes a request ready for one attempt: URL, login, headers, trust. It has been reset, and has the safe defaults
     /// (CNetRequest::setSafeDefaults()); range, sink and speed are set afterwards, and no compressed answer may be
-    /// asked for. Called on the thread of run(); what it throws ends the download.
+    /// asked for. Over SFTP the limit of inactivity (CNetRequest::setDeadlines()) counts within commands, too, behind
+    /// the one for a connection. Called on the thread of run(); what it throws ends the download.
     using Prepare = std::function<void(CNetRequest&)>;
 
     /// @param url with its scheme

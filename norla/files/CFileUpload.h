@@ -79,8 +79,9 @@ public:
 
     /// Makes a request ready for one step: URL, login, headers, trust. It has been reset, and has the safe defaults
     /// (CNetRequest::setSafeDefaults()); method, body, range and speed are set afterwards, and over FTP and SFTP the
-    /// URL of the step. Called on
-    /// the thread of run(), and does the same each time; what it throws ends the upload.
+    /// URL of the step. Over SFTP the limit of inactivity (CNetRequest::setDeadlines()) counts within commands, too,
+    /// behind the one for a connection. Called on the thread of run(), and does the same each time; what it throws ends
+    /// the upload.
     using Prepare = std::function<void(CNetRequest&)>;
 
     /// @param url with its scheme, of the file at the server

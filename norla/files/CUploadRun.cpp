@@ -199,6 +199,7 @@ kx::P<kx::CError> CUploadRun::perform(CNetRequest& request, bool isBody)
     CTransfer::Options options;
     options.onDone = [signals = m_signals](CTransfer&) { signals->tellEnd(0); };
     options.executor = m_executor;
+    m_silence.begin(request);
     const kx::P<CTransfer> transfer = m_pool->start(&request, options);
     try {
         await(*transfer, isBody);
@@ -207,7 +208,7 @@ kx::P<kx::CError> CUploadRun::perform(CNetRequest& request, bool isBody)
         transfer->wait();
         throw;
     }
-    return transfer->getError();
+    return m_silence.explained(*transfer);
 }
 
 void CUploadRun::await(CTransfer& transfer, bool isBody)
@@ -222,6 +223,8 @@ void CUploadRun::await(CTransfer& transfer, bool isBody)
             return;
         }
         m_signals->wait(Clock::now() + uploadProgressPause, isBody);
+        if (m_silence.isTooLong(transfer))
+            transfer.cancel();
         if (isBody)
             tellProgress(false);
     }

@@ -4,6 +4,7 @@
 #include "norla/core/CRetries.h"
 #include "norla/files/CFileSignals.h"
 #include "norla/files/CFileUpload.h"
+#include "norla/files/CSilenceWatch.h"
 #include "norla/files/CUploadSource.h"
 #include "norla/files/IUploadSession.h"
 #include "norla/files/IUploadWay.h"
@@ -97,6 +98,7 @@ private:
     const kx::P<CTransferPool> m_pool;
     const kx::P<IExecutor> m_executor;
     const kx::P<CNetRequest> m_request = kx::newObj<CNetRequest>();
+    CSilenceWatch m_silence;
     kx::String m_place;         // at the server, without secrets
     CUploadPlace m_file;        // over FTP and SFTP
     bool m_isPartThere = false; // under the temporary name

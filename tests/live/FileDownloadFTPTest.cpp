@@ -1,10 +1,16 @@
 // CFileDownload from servers of FTP, FTPS and SFTP.
+#include "norla/core/CDeadlines.h"
 #include "norla/core/errorKind.h"
 #include "tests/live/CLiveDownload.h"
 #include "tests/live/FTPSession.h"
+#include "tests/support/CDescriptor.h"
 #include "tests/support/CSSHServer.h"
+#include "tests/support/systemError.h"
 
 #include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -165,6 +171,32 @@ TEST_P(FileDownloadFTPTest, leavesNothingOfAFileThatIsMissing)
     const auto error = failure();
     ASSERT_TRUE(error);
     EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::NotFound) << error->what();
+    EXPECT_TRUE(names().empty());
+}
+
+class FileDownloadSFTPTest : public live::CLiveDownload {};
+
+// The server waits for somebody who would write into the pipe, and answers nothing meanwhile.
+TEST_F(FileDownloadSFTPTest, aServerThatFallsSilentInACommandIsNotWaitedForWithoutEnd)
+{
+    const CRunningServer server = startSFTP();
+    const std::filesystem::path pipe = server.root / "pipe";
+    support::checked(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), "mkfifo");
+    int preparations = 0;
+    setPrepare([&](CNetRequest& request) {
+        ++preparations;
+        server.prepare(request, "pipe");
+        request.setDeadlines(
+            {.connect = kx::CTimeSpan::fromSeconds(2), .inactivity = kx::CTimeSpan::fromSeconds(1), .total = {}});
+    });
+    options().retries.attempts = 2;
+    options().retries.firstPause = kx::CTimeSpan::fromMilliseconds(1);
+    const auto error = failure();
+    const support::CDescriptor writer(open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); // whom they wait for
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::InactivityTimeout) << error->what();
+    EXPECT_THAT(error->what(), testing::EndsWith(" has not answered for 3 seconds."));
+    EXPECT_EQ(preparations, 1 + 2) << "it is asked for the URL, and then for two attempts";
     EXPECT_TRUE(names().empty());
 }
 

@@ -1,16 +1,21 @@
 // Files that are sent to FTP and SSH servers.
+#include "norla/core/CDeadlines.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/errorKind.h"
 #include "norla/files/CFileUpload.h"
 #include "tests/live/FTPSession.h"
+#include "tests/support/CDescriptor.h"
 #include "tests/support/CSSHServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/files.h"
+#include "tests/support/systemError.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -424,6 +429,35 @@ TEST_P(FileUploadTest, namesTheFolderThatIsNotThere)
     ASSERT_TRUE(failureOf(*upload("missing/file")));
     EXPECT_TRUE(names().empty());
 }
+
+class FileUploadSFTPTest : public FileUploadTest {};
+
+// As the part stands there: a pipe into which the server is to write, and which nobody reads.
+TEST_P(FileUploadSFTPTest, aServerThatFallsSilentInACommandIsNotWaitedForWithoutEnd)
+{
+    m_folder.write("source", bytesOf(4 * mebibyte));
+    leavePart("");
+    const std::filesystem::path pipe = part().value();
+    std::filesystem::remove(pipe);
+    support::checked(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), "mkfifo");
+    options().retries = norla::CRetryPolicy::none();
+    const auto file = kx::newObj<norla::CFileUpload>(
+        [this](norla::CNetRequest& request) {
+            m_store->prepare(request, "file");
+            request.setDeadlines(
+                {.connect = kx::CTimeSpan::fromSeconds(2), .inactivity = kx::CTimeSpan::fromSeconds(1), .total = {}});
+        },
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    const auto error = failureOf(*file);
+    const support::CDescriptor reader(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); // whom they wait for
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), ErrorKind::InactivityTimeout) << error->what();
+    EXPECT_THAT(error->what(), testing::EndsWith(" has not answered for 3 seconds."));
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, FileUploadSFTPTest,
+    testing::Values(CStoreRow{"OpenSSH", [] { return std::unique_ptr<IStore>(std::make_unique<CSSHStore>()); }}),
+    testing::PrintToStringParamName());
 
 INSTANTIATE_TEST_SUITE_P(Servers, FileUploadTest,
     testing::Values(CStoreRow{"pyftpdlib", makeFTPStore<live::makePyftpdlib, Security::None>},

@@ -1,7 +1,7 @@
 // Fetches one file as a program of its own, which tests may kill: file_downloader URL PATH [BYTES-A-SECOND]
-#include "norla/core/CDeadlines.h"
 #include "norla/core/explain.h"
 #include "norla/files/CFileDownload.h"
+#include "tests/live/fileProgram.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -19,10 +19,8 @@ int main(int count, char* arguments[])
         options.retries.firstPause = kx::CTimeSpan::fromMilliseconds(100);
         if (count > 3)
             options.speedLimit = std::strtoll(arguments[3], nullptr, decimal);
-        const auto prepare = [url = kx::String::fromUTF8(arguments[1])](norla::CNetRequest& request) {
-            request.setURL(url);
-            request.setDeadlines({.inactivity = kx::CTimeSpan::fromSeconds(2)});
-        };
+        const auto prepare = [url = kx::String::fromUTF8(arguments[1])](
+                                 norla::CNetRequest& request) { live::prepareFile(request, url); };
         kx::newObj<norla::CFileDownload>(prepare, norla::CNetRequest::Path::fromBytes(arguments[2]), options)->run();
     } catch (const kx::CError& error) {
         std::fprintf(stderr, "%s\n", norla::explain(error).toUTF8().c_str());

@@ -32,7 +32,8 @@ class TreeTest(unittest.TestCase):
         for new in (self.tree / "tests", self.home, self.temporary, self.folder / "bin"):
             new.mkdir(parents=True)
         shutil.copytree(TOP / "scripts", self.tree / "scripts")
-        shutil.copytree(TOP / "tests/fuzz", self.tree / "tests/fuzz")
+        for part in ("fuzz", "reliability"):
+            shutil.copytree(TOP / "tests" / part, self.tree / "tests" / part)
         for tool in TOOLS:
             (self.folder / "bin" / tool).symlink_to(shutil.which(tool))
         self.environment = {
