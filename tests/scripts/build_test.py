@@ -203,6 +203,130 @@ class FuzzScriptTest(BuildingScriptTest):
         self.assertEqual((status, output), (143, BUILDING))
 
 
+class FuzzAllTest(BuildingScriptTest):
+    """All targets are stand-ins, which say what libFuzzer says."""
+
+    SAYS = ["echo '#8 NEW    cov: 9 ft: 9 corp: 1/1b lim: 4' >&2",
+            "echo '#20 DONE   cov: 70 ft: 80 corp: 5/60b lim: 4' >&2", "echo 'stat::number_of_executed_units: 20' >&2"]
+
+    def setUp(self):
+        super().setUp()
+        self.names = sorted(path.stem for path in (self.tree / "tests/fuzz").glob("fuzz_*.cpp"))
+        for name in self.names:
+            self.target(name, *self.SAYS)
+
+    def target(self, name, *lines):
+        self.stand_in(name, *lines, where=self.tree / "build/fuzz/tests/fuzz")
+
+    def rows(self, run):
+        return [line.split() for line in run.stdout.splitlines()]
+
+    def test_shows_what_each_target_has_done(self):
+        run = self.run_script("fuzz", "--built", "--all", "7")
+        self.assertEqual(run.returncode, 0, run.stderr)
+        rows = self.rows(run)
+        self.assertEqual(rows[0], ["target", "runs", "edges", "inputs", "CPU", "s"])
+        self.assertEqual(rows[1:-1], [[name, "20", "70", "5", "0"] for name in self.names])
+        count = len(self.names)
+        self.assertEqual(run.stdout.splitlines()[-1],
+                         f"{count} targets, {20 * count} runs, 0 CPU s, nothing found")
+
+    def test_each_target_goes_on_from_what_it_has_found_and_from_its_seeds(self):
+        self.run_script("fuzz", "--built", "--all", "7")
+        self.assertRegex(self.calls("fuzz_utf8")[0],
+                         "^fuzz_utf8 -max_total_time=7 .* build/fuzz/corpus/fuzz_utf8 tests/fuzz/corpus/fuzz_utf8$")
+        self.assertEqual(self.names_in(self.tree / "build/fuzz/corpus"), self.names)
+
+    def test_builds_all_targets_at_once(self):
+        run = self.run_script("fuzz", "--all", "7")
+        self.assertEqual(run.stdout.splitlines()[0],
+                         "Building all targets in build/fuzz, which takes minutes the first time ...")
+        self.assertEqual(self.calls("cmake")[-1], "cmake --build --preset fuzz --target " + " ".join(self.names))
+
+    def test_goes_on_behind_a_target_that_breaks(self):
+        self.target("fuzz_cookie_line", *self.SAYS, "echo 'ERROR: AddressSanitizer' >&2", "exit 77")
+        run = self.run_script("fuzz", "--built", "--all", "7")
+        self.assertEqual((run.returncode, len(self.rows(run))), (1, len(self.names) + 2))
+        self.assertIn("Broken, each with its input in build/fuzz: fuzz_cookie_line\n", run.stdout)
+        self.assertEqual(run.stderr, "ERROR: AddressSanitizer\n")
+
+    def test_a_target_that_was_kept_waiting_runs_until_it_has_had_its_time(self):
+        self.target("fuzz_utf8", *self.SAYS, "sleep 0.5",
+                    'end=$((SECONDS + 1)); [ "$(grep -c ^fuzz_utf8 "$CALLS")" = 1 ] || while ((SECONDS < end)); do :; done')
+        run = self.run_script("fuzz", "--built", "--all", "1")
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertGreater(len(self.calls("fuzz_utf8")), 1)
+
+    def test_several_run_at_once(self):
+        meet = [f'mkdir -p "{self.folder}/here"', f'touch "{self.folder}/here/$$"',
+                f'until [ "$(find "{self.folder}/here" -type f | grep -c .)" -ge 2 ]; do sleep 0.01; done']
+        for name in self.names:
+            self.target(name, *meet, *self.SAYS)
+        self.assertEqual(self.run_script("fuzz", "--built", "--all", "--jobs", "2", "7").returncode, 0)
+
+    def test_what_is_interrupted_leaves_nothing(self):
+        self.target(self.names[0], *self.works_until_ended())
+        status, _ = self.signalled("fuzz", "--built", "--all", "7", send=lambda pid: os.killpg(pid, signal.SIGINT))
+        self.assertEqual(status, 130)
+
+
+class MinimizeCorpusTest(BuildingScriptTest):
+    """The stand-in adds to the first folder what the test gives it, as libFuzzer does."""
+
+    def setUp(self):
+        super().setUp()
+        self.corpus = self.tree / "tests/fuzz/corpus/fuzz_utf8"
+        self.found = self.tree / "build/fuzz/corpus/fuzz_utf8"
+        self.gift = self.folder / "gift"
+        self.gift.mkdir()
+        self.seeds = self.names_in(self.corpus)
+        self.stand_in("fuzz_utf8", 'kept=${@: -3:1}', f'cp "{self.gift}"/* "$kept"',
+                      where=self.tree / "build/fuzz/tests/fuzz")
+
+    def give(self, number, size=1):
+        name = f"{number:040x}"
+        (self.gift / name).write_text("x" * size)
+        return name
+
+    def minimize(self):
+        run = self.run_script("fuzz", "--built", "--minimize", "fuzz_utf8")
+        self.assertEqual(run.returncode, 0, run.stderr)
+        return run.stdout
+
+    def test_adds_what_was_found_to_the_seeds(self):
+        name = self.give(1, 3)
+        self.assertEqual(self.minimize(), "tests/fuzz/corpus/fuzz_utf8 has 1 inputs of 3 bytes that were found; "
+                                          "0 more are too many.\n")
+        self.assertEqual(self.names_in(self.corpus), sorted(self.seeds + [name]))
+        self.assertRegex(self.calls("fuzz_utf8")[0],
+                         " -merge=1 .* tests/fuzz/corpus/fuzz_utf8 build/fuzz/corpus/fuzz_utf8$")
+
+    def test_removes_what_was_added_before_and_is_not_needed(self):
+        (self.corpus / f"{7:040x}").write_text("older")
+        name = self.give(1)
+        self.minimize()
+        self.assertEqual(self.names_in(self.corpus), sorted(self.seeds + [name]))
+
+    def test_takes_no_more_than_a_hundred_inputs(self):
+        for number in range(103):
+            self.give(number)
+        self.assertIn("; 3 more are too many.", self.minimize())
+        self.assertEqual(len(self.names_in(self.corpus)), len(self.seeds) + 100)
+
+    def test_takes_the_smallest_first_up_to_64_kibibytes(self):
+        large, small = self.give(1, 60000), self.give(2, 6000)
+        self.assertIn(" 1 inputs of 6000 bytes ", self.minimize())
+        self.assertEqual(self.names_in(self.corpus), sorted(self.seeds + [small]))
+        self.assertNotIn(large, self.names_in(self.corpus))
+
+    def test_a_target_that_fails_leaves_the_corpus_as_it_was(self):
+        (self.corpus / f"{7:040x}").write_text("older")
+        before = self.names_in(self.corpus)
+        self.stand_in("fuzz_utf8", "echo broken >&2", "exit 1", where=self.tree / "build/fuzz/tests/fuzz")
+        run = self.run_script("fuzz", "--built", "--minimize", "fuzz_utf8")
+        self.assertEqual((run.returncode, run.stderr, self.names_in(self.corpus)), (1, "broken\n", before))
+
+
 class MutateScriptTest(BuildingScriptTest):
     def test_tells_that_it_builds_a_copy(self):
         for name in ("cmake", "docs", "kx", "norla", "sela"):
