@@ -91,6 +91,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     m_rooms->prerequest.noticePointer(option, value);
     m_rooms->tls.noticePointer(option, value != nullptr);
     m_rooms->redirects.noticePointer(option, value);
+    m_rooms->lines.noticePointer(option, value);
     m_rooms->sideEffects.noticePointer(option, value != nullptr);
 }
 
@@ -114,6 +115,7 @@ void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
         m_rooms->sending.setCopiedBody(bytes);
     else
         m_rooms->handle.setText(option, bytes);
+    m_rooms->lines.noticeText(option, bytes);
     m_rooms->redirects.noticeText(option, bytes);
     m_rooms->proxy.noticeText(option, bytes);
 }
@@ -241,14 +243,18 @@ void CNetRequest::setCustomHTTPHeaders(CNetHeaders* headers)
 // In the two list setters the old list is dropped last: libcurl holds on to it until it has taken the new one.
 void CNetRequest::setFTPCustomPreCommands(CNetStringList* commands)
 {
-    m_rooms->handle.set(CURLOPT_PREQUOTE, commands ? commands->getCurlList() : nullptr);
+    curl_slist* const list = commands ? commands->getCurlList() : nullptr;
+    m_rooms->handle.set(CURLOPT_PREQUOTE, list);
+    m_rooms->lines.noticePointer(CURLOPT_PREQUOTE, list);
     m_rooms->ftpPreCommands = commands;
     m_rooms->sideEffects.noticePointer(CURLOPT_PREQUOTE, commands && !commands->isEmpty());
 }
 
 void CNetRequest::setFTPCustomPostCommands(CNetStringList* commands)
 {
-    m_rooms->handle.set(CURLOPT_POSTQUOTE, commands ? commands->getCurlList() : nullptr);
+    curl_slist* const list = commands ? commands->getCurlList() : nullptr;
+    m_rooms->handle.set(CURLOPT_POSTQUOTE, list);
+    m_rooms->lines.noticePointer(CURLOPT_POSTQUOTE, list);
     m_rooms->ftpPostCommands = commands;
     m_rooms->sideEffects.noticePointer(CURLOPT_POSTQUOTE, commands && !commands->isEmpty());
 }

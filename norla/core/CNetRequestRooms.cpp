@@ -12,6 +12,8 @@ namespace norla {
 // The options are set for who needs them, so that everybody else's stay what they were.
 void CNetRequest::CRooms::begin()
 {
+    if (safety && safety->oneLineEach)
+        lines.requireOneLineEach(headers.getCallersList());
     if (judgesByProtocol())
         url = CRequestURL(url.toString()); // what was spoken last says nothing of this transfer
     if (const auto limit = deadlines.begin())
@@ -56,6 +58,7 @@ void CNetRequest::CRooms::forgetOptions()
     deadlines.forgetOptions();
     proxy.forgetOptions();
     redirects.forgetOptions();
+    lines.forgetOptions();
     sideEffects.forgetOptions();
     receiveLimits.set(0, 0);
     safety.reset();

@@ -22,6 +22,7 @@
 #include "norla/core/CSafeDefaults.h"
 #include "norla/core/CSending.h"
 #include "norla/core/CSentHeaders.h"
+#include "norla/core/CSentLines.h"
 #include "norla/core/CSideEffects.h"
 #include "norla/core/CTLSTrust.h"
 #include "norla/core/CTransferLimits.h"
@@ -59,6 +60,7 @@ struct CNetRequest::CRooms {
     CPrerequest prerequest{handle};
     CRedirects redirects{handle, headers};
     CReceiveLimits receiveLimits;
+    CSentLines lines;
     CSideEffects sideEffects;
     std::optional<CSafeDefaults> safety; // as set, with what its lines are asked for here
     CTransferSockets sockets{handle};

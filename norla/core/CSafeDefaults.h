@@ -57,6 +57,11 @@ struct CSafeDefaults {
     /// without a scheme, and in the background for such in capitals. Header lines that end in a line feed alone are
     /// understood as others are, and an answer that breaks off among them is an error, where libcurl sees an empty one.
     bool judgeByProtocol = true;
+
+    /// No custom header, FTP or SFTP command, sender or recipient holds a line end, with which a text from elsewhere
+    /// would begin another one: kx::CInvalidArgError when the transfer begins, before anything is sent. URLs, methods
+    /// and the texts of most options are refused with line ends anyway.
+    bool oneLineEach = true;
 };
 
 } // namespace norla

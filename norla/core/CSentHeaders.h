@@ -34,6 +34,9 @@ public:
     /// Null when there are none.
     const kx::P<CNetHeaders>& getCallers() const noexcept { return m_callers; }
 
+    /// All lines of the caller's, however they were set; null when there are none.
+    curl_slist* getCallersList() const;
+
     /// An option that takes a pointer was set: CURLOPT_HTTPHEADER is the caller's list too, as long as no other is set.
     void noticePointer(CURLoption option, void* value) noexcept;
 
@@ -63,7 +66,6 @@ private:
         Precedence precedence = Precedence::Callers;
     };
 
-    curl_slist* getCallersList() const;
     void hand(const kx::P<CNetStringList>& lines);
     bool isReplaced(std::string_view callersLine) const;
 

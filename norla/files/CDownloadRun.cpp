@@ -70,7 +70,7 @@ CDownloadRun::CDownloadRun(IDownloadOrigin& origin, const CNetRequest::Path& pat
     : m_origin(origin)
     , m_options(options)
     , m_signals(std::move(signals))
-    , m_part(path)
+    , m_part(path, options.permissions.has_value())
     , m_pool(downloadPool(options))
     , m_executor(kx::newObj<CAtOnceExecutor>())
     , m_mostSegments(options.segments)

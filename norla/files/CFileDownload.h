@@ -33,7 +33,8 @@ struct CFileDownloadOptions {
     /// Whether the file gets the time of its last change at the server, where that tells it.
     bool keepModificationTime = false;
 
-    /// Mode bits of the file, such as 0600; empty: what the umask leaves.
+    /// Mode bits of the file, such as 0600: until it is whole its owner alone can read what has come. Empty: what the
+    /// umask leaves, from the beginning on; behind an older part with mode bits, as that one has it.
     std::optional<unsigned> permissions = {};
 
     /// Whether a file of that name is replaced, once the new one is whole. Otherwise it is an error that there is one.

@@ -26,6 +26,8 @@ constexpr std::string_view partEnd = ".norla-part";
 constexpr std::string_view recordEnd = ".norla-record";
 constexpr std::string_view newRecordEnd = ".new";
 constexpr size_t longestRecord = 1 << 20;
+constexpr mode_t ownersAlone = S_IRUSR | S_IWUSR;
+constexpr mode_t everybodys = 0666; // less the umask
 
 /// The name as it stands before the ends. Where there is no room for these, a beginning of it and a digest: it must be
 /// the same one every time.
@@ -90,8 +92,9 @@ ssize_t readAll(int file, unsigned char* data, size_t size, long long position)
 
 } // namespace
 
-CPartFile::CPartFile(const Path& path)
+CPartFile::CPartFile(const Path& path, bool isPrivate)
     : m_path(path)
+    , m_isPrivate(isPrivate)
 {
     const std::string name = path.toBytes();
     if (name.find('\0') != std::string::npos)
@@ -108,7 +111,11 @@ CPartFile::CPartFile(const Path& path)
         fail(errno);
     try {
         lock();
+        if (m_isPrivate && fchmod(m_file, ownersAlone) != 0) // of an older part
+            fail(errno);
     } catch (const kx::CError&) {
+        if (m_file >= 0)
+            close(m_file);
         close(m_folder);
         throw;
     }
@@ -148,8 +155,8 @@ void CPartFile::lock()
 /// What somebody else has put there under the name would be written for him, or read from him.
 int CPartFile::openOwn(const std::string& name, int flags) const
 {
-    constexpr mode_t everybody = 0666; // less the umask
-    const int file = openat(m_folder, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, everybody);
+    const int file = openat(m_folder, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
+        m_isPrivate ? ownersAlone : everybodys);
     if (file < 0)
         return -1;
     struct stat status {};

@@ -20,8 +20,9 @@ public:
     using Path = CNetRequest::Path;
 
     /// @param path of the whole file; links are not followed
+    /// @param isPrivate whether nobody else may read what is there, from now on: only finish() gives it permissions
     /// @throws also when somebody else has it, and where the parts are not ours
-    explicit CPartFile(const Path& path);
+    explicit CPartFile(const Path& path, bool isPrivate = false);
     CPartFile(const CPartFile&) = delete;
     CPartFile& operator=(const CPartFile&) = delete;
     ~CPartFile(); ///< leaves the files as they are
@@ -74,6 +75,7 @@ private:
     [[noreturn]] void fail(int errorNumber) const;
 
     const Path m_path;
+    const bool m_isPrivate;
     std::string m_name; // in its folder
     std::string m_partName;
     std::string m_recordName;

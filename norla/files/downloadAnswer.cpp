@@ -90,11 +90,13 @@ std::optional<long long> requireAskedPart(const CAskedPart& asked, const CDownlo
     const kx::String header = headerIn(answer.headers, "content-range");
     const auto range = rangeOf(asked, header);
     const long long total = range->getTotal();
-    const bool isInside = range->getLast() >= range->getFirst() && (total < 0 || range->getLast() < total)
-        && (!asked.end || range->getLast() < *asked.end);
-    const bool isWhole = asked.end || total < 0 || range->getLast() == total - 1;
-    const bool isAnnounced = !answer.announced || *answer.announced == range->getLast() - range->getFirst() + 1;
-    if (range->getUnit() != "bytes" || range->getFirst() != asked.start || !isInside || !isWhole || !isAnnounced)
+    const long long last = range->getLast();
+    const bool isPart = range->getUnit() == "bytes" && range->getFirst() == asked.start && last >= asked.start;
+    const bool isInside = (total < 0 || last < total) && (!asked.end || last < *asked.end);
+    const bool isWhole = asked.end || total < 0 || last == total - 1;
+    // Numbers may be as large as they can be: with isPart there is room for the difference, but for no more.
+    const bool isAnnounced = isPart && (!answer.announced || *answer.announced - 1 == last - asked.start);
+    if (!isPart || !isInside || !isWhole || !isAnnounced)
         throwOther(asked, "Content-Range '" + header + "'");
     return total < 0 ? std::nullopt : std::optional(total);
 }
@@ -123,7 +125,7 @@ AnswerVerdict judgePart(const CAskedPart& asked, const CDownloadAnswer& answer, 
 AnswerVerdict judgePartOfFile(const CAskedPart& asked, const CDownloadAnswer& answer, const CKnownResource& known)
 {
     const bool hasSize = answer.announced && known.total;
-    if (!hasSize || asked.start + *answer.announced != *known.total || !isSameResource(known.validators, answer))
+    if (!hasSize || *known.total - asked.start != *answer.announced || !isSameResource(known.validators, answer))
         return AnswerVerdict::StartAnew;
     return AnswerVerdict::Fits;
 }

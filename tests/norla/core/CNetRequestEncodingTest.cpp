@@ -92,6 +92,14 @@ TEST_F(CNetRequestEncodingTest, asksForNothingAtFirstAndAfterAReset)
     expectGoodTransfer(); // of four bytes
 }
 
+TEST_F(CNetRequestEncodingTest, unpacksNothingThatItHasNotAskedFor)
+{
+    const std::string bytes = packed("0", mebibyte, {"gzip"});
+    answer(ok(bytes, "Content-Encoding: gzip\r\n"));
+    performPath();
+    EXPECT_EQ(m_sink->m_size, static_cast<long long>(bytes.size()));
+}
+
 TEST_F(CNetRequestEncodingTest, refusesAnEncodingThatNobodyKnows)
 {
     EXPECT_EQ(support::messageOf([this] { request().setAcceptEncoding({.encodings = "gzip, lzma"}); }),

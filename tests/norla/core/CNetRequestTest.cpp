@@ -332,6 +332,19 @@ TEST_F(CNetRequestTest, sendsCustomHeaders)
         "GET / HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server().getPort()) + "\r\nX-A: \xC3\xBC\r\n\r\n");
 }
 
+TEST_F(CNetRequestTest, tellsAProxyThatMakesATunnelNoCustomHeaders)
+{
+    server().onConnection().readHead().send("HTTP/1.1 403 No\r\nContent-Length: 0\r\n\r\n");
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    headers->add("X-Token", "secret");
+    request().setCustomHTTPHeaders(headers.get());
+    request().setProxy(kx::String::fromUTF8(server().url()));
+    request().setURL("https://host.invalid/");
+    EXPECT_NE(failure(), nullptr);
+    EXPECT_TRUE(received().starts_with("CONNECT host.invalid:443 HTTP/1.1\r\n")) << received();
+    EXPECT_EQ(received().find("secret"), std::string::npos) << received();
+}
+
 TEST_F(CNetRequestTest, sendsHeadersAddedAfterTheFirstTransferInTheSecond)
 {
     const auto headers = kx::newObj<norla::CNetHeaders>();

@@ -124,6 +124,17 @@ TEST_F(CFileDownloadTest, setsTimeAndPermissions)
     EXPECT_EQ(status.st_mode & 0777, 0600u);
 }
 
+TEST_F(CFileDownloadTest, showsNobodyElseWhatHasComeOfAFileWithPermissions)
+{
+    options().permissions = 0600;
+    options().retries.attempts = 1;
+    answer(whole(bytesOf(100000), 50000));
+    EXPECT_NE(failure(), nullptr);
+    struct stat status {};
+    ASSERT_EQ(stat((folder().path() / "file.norla-part").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
 TEST_F(CFileDownloadTest, namesTheFileAsTheServerDoes)
 {
     answer(whole("body", std::string::npos, "Content-Disposition: attachment; filename=\"../report.pdf\"\r\n"));

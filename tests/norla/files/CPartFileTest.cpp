@@ -37,6 +37,13 @@ protected:
         return "";
     }
 
+    unsigned modeOf(const std::string& name) const
+    {
+        struct stat status {};
+        EXPECT_EQ(stat((m_folder.path() / name).c_str(), &status), 0) << name;
+        return status.st_mode & 0777;
+    }
+
     size_t fileCount() const
     {
         return static_cast<size_t>(std::distance(fs::directory_iterator(m_folder.path()), fs::directory_iterator()));
@@ -113,6 +120,24 @@ TEST_F(CPartFileTest, setsPermissionsAndTime)
     ASSERT_EQ(stat((m_folder.path() / "file").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0640u);
     EXPECT_EQ(status.st_mtime, 784111777);
+}
+
+TEST_F(CPartFileTest, isForItsOwnerAloneOnDemand)
+{
+    CPartFile part(path(), true);
+    part.writeRecord("text");
+    EXPECT_EQ(modeOf("file.norla-part"), 0600u);
+    EXPECT_EQ(modeOf("file.norla-record"), 0600u);
+}
+
+TEST_F(CPartFileTest, closesAnOlderPartToOthersOnDemand)
+{
+    {
+        const CPartFile part(path());
+        fs::permissions(m_folder.path() / "file.norla-part", fs::perms(0644));
+    }
+    const CPartFile part(path(), true);
+    EXPECT_EQ(modeOf("file.norla-part"), 0600u);
 }
 
 TEST_F(CPartFileTest, followsNoLinkThatSomebodyHasPutThere)

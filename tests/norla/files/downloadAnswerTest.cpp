@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace {
 
 using norla::AnswerVerdict;
@@ -137,6 +139,24 @@ TEST_F(DownloadAnswerTest, aLengthThatIsNotTheRangesIsAnError)
 {
     askForPart();
     EXPECT_NE(errorOf(206, {{"etag", "\"v1\""}, {"content-range", "bytes 100-199/1000"}}, 101), "");
+}
+
+TEST_F(DownloadAnswerTest, numbersBeyondAllFilesAreOtherPartsToo)
+{
+    askForRest();
+    m_known.total.reset();
+    EXPECT_NE(errorOf(206, {{"etag", "\"v1\""}, {"content-range", "bytes 0-9223372036854775807/*"}}, 1), "");
+    EXPECT_NE(errorOf(206, {{"etag", "\"v1\""}, {"content-range", "bytes -9223372036854775808-1/*"}}, 1), "");
+    EXPECT_NE(errorOf(206, {{"etag", "\"v1\""}, {"content-range", "bytes 100-9223372036854775807/*"}}, 1), "");
+    EXPECT_NE(errorOf(206, {{"etag", "\"v1\""}, {"content-range", "bytes 100-199/-9223372036854775808"}}, 1), "");
+}
+
+TEST_F(DownloadAnswerTest, aSizeBeyondAllFilesStartsAnewOverOtherProtocols)
+{
+    askForRest();
+    m_known.validators = {.fileTime = 784111777};
+    m_fileTime = 784111777;
+    EXPECT_EQ(judge(-1, {}, std::numeric_limits<long long>::max()), AnswerVerdict::StartAnew);
 }
 
 TEST_F(DownloadAnswerTest, anotherETagStartsAnew)

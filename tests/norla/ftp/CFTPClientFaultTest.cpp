@@ -137,6 +137,25 @@ TEST_F(CFTPClientFaultTest, isARefusedDataConnection)
     expectUsable();
 }
 
+TEST_F(CFTPClientFaultTest, isNoWayToAnotherHost)
+{
+    const unsigned short port = m_data.getPort();
+    login(m_control.onConnection())
+        .readUntil("EPSV\r\n")
+        .send("500 what?\r\n")
+        .readUntil("PASV\r\n")
+        .send("227 ok (127,0,0,2," + std::to_string(port / 256) + "," + std::to_string(port % 256) + ")\r\n")
+        .readUntil("TYPE A\r\n")
+        .send("200 ok\r\n")
+        .readUntil("MLSD\r\n")
+        .send("150 here it comes\r\n226 done\r\n")
+        .readUntil("QUIT\r\n")
+        .close();
+    m_data.onConnection().send("type=file;size=1; a\r\n").close();
+    EXPECT_FALSE(failureOfListing()); // the data come from the host of the commands
+    expectUsable();
+}
+
 TEST_F(CFTPClientFaultTest, isAListingThatIsCutButCalledComplete)
 {
     untilListing(m_control.onConnection(), m_data.getPort())

@@ -75,6 +75,27 @@ TEST_F(CSMTPClientEncryptionTest, aMailThatDemandsTLSDoesNotGoOverAnOldPlainConn
     expectCleanConversations(2);
 }
 
+TEST_F(CSMTPClientEncryptionTest, answersThatCameInClearBehindTheGoAheadAreNotTaken)
+{
+    const auto& certificates = support::CTestCertificates::get();
+    greet("250 STARTTLS\r\n")
+        .readUntil("STARTTLS\r\n")
+        .send("220 go ahead\r\n250-localhost\r\n250 AUTH PLAIN\r\n") // the second is from somebody on the way
+        .startTLS(certificates.serverCertificate(), certificates.serverKey())
+        .readToEnd();
+    CSMTPParams secure = paramsFor(CSMTPParams::ConnectStartTLS);
+    secure.userName = "user";
+    secure.password = "not-to-be-seen";
+    auto request = kx::newObj<norla::CNetRequest>();
+    prepare(*request, secure);
+    const auto error = errorOf([&request] { request->perform(); });
+    request = nullptr;
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getCode(), CURLE_WEIRD_SERVER_REPLY);
+    m_server.join();
+    EXPECT_EQ(m_server.received(0).find("AUTH"), std::string::npos) << m_server.received(0);
+}
+
 TEST_F(CSMTPClientEncryptionTest, aMailInTheBackgroundThatDemandsTLSDoesNotGoOverAnOldPlainConnection)
 {
     takeMessage(greet()).readToEnd();
