@@ -14,6 +14,7 @@ namespace sela {
 /// fails for the certificate. Any thread.
 class KX_EXPORT CPeerRecord {
 public:
+    /// What a server's certificate says, as texts to show. A value.
     struct CCertificate {
         kx::String subject;      ///< such as "CN = localhost"
         kx::String issuer;       ///< the same

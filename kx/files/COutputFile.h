@@ -27,6 +27,7 @@ public:
     /// What a new file begins with, and who may read it.
     enum class Start { Empty, OlderContent };
     enum class Readers { Everybody, Owner };
+    /// How a file is made. A value.
     struct COptions {
         /// OlderContent: the file goes on behind what an older one of its name holds, which is copied.
         Start start = Start::Empty;

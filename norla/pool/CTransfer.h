@@ -76,6 +76,7 @@ private:
     const std::unique_ptr<CTransferWork> m_work;
 };
 
+/// How one start of a request goes. A value. Fields are named in the order in which they stand here.
 struct CTransfer::Options {
     /// Greater ones are started before smaller ones.
     int priority = 0;

@@ -25,6 +25,7 @@ class CTransferAwaiter;
 /// parent's connections alone.
 class KX_EXPORT CTransferPool : public kx::CBase, public virtual IAsyncNetRequestManager {
 public:
+    /// How much a pool does at once. A value. Fields are named in the order in which they stand here.
     struct Options {
         /// Each with connections of its own; transfers to one host stay together. More than one is of use where a
         /// single processor cannot keep up, with TLS at gigabits. At least 1.

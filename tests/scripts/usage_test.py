@@ -5,7 +5,7 @@ import unittest
 
 import tree
 
-SCRIPTS = ["check", "check-includes", "demo", "fuzz", "install-packages", "mutate", "reliability", "test"]
+SCRIPTS = ["check", "check-includes", "demo", "fuzz", "install-packages", "mutate", "reliability", "site", "test"]
 
 # Script, its arguments, what the answer must name.
 MISTAKES = [
@@ -50,6 +50,10 @@ MISTAKES = [
     ("reliability", ["--fault"], "killed reset stall"),
     ("reliability", ["--verbose", "--protocol", "gopher"], "'gopher': http https ftp sftp."),
     ("reliability", ["--direction", "sideways"], "'sideways': down up."),
+    ("site", ["--opne"], "'--opne'"),
+    ("site", ["one", "two"], "'two'"),
+    ("site", [""], "''"),
+    ("site", ["/"], "'/'"),
     ("test", ["--repaet", "3"], "'--repaet'"),
     ("test", ["--repeat"], "--repeat"),
     ("test", ["--repeat", "0"], "'0'"),
