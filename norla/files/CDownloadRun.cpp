@@ -329,7 +329,7 @@ void CDownloadRun::takeFailure(CConnection& connection, const kx::CError& failur
         startAttempt(connection);
         return;
     }
-    if (hasMoved)
+    if (hasMoved && canGoOn()) // else it begins anew, and would for ever
         connection.retries.start();
     const std::optional<kx::CTimeSpan> pause = connection.retries.afterFailure(*connection.request, *error);
     if (!pause) {

@@ -52,7 +52,8 @@ struct CFileDownloadOptions {
     /// Only a digest of it is stored. Empty: the URL without user and password.
     kx::String identity = {};
 
-    /// After which failures it is tried again. An attempt that has brought something counts as the first one again.
+    /// After which failures it is tried again. An attempt that has brought something counts as the first one again
+    /// where that can be gone on with.
     CRetryPolicy retries = {};
 
     /// Where the transfers run; null: in a pool of its own. A reference is kept.
