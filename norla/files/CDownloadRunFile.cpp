@@ -195,8 +195,9 @@ void CDownloadRun::finish()
         attributes.permissions = static_cast<mode_t>(*m_options.permissions & 0777);
     if (m_options.keepModificationTime && m_known.modified >= 0)
         attributes.modified = m_known.modified;
+    tellProgress(true); // which may throw: behind the name there is nothing to go back to
+    throwIfCancelled();
     m_part.finish(attributes, m_options.overwrite);
-    tellProgress(true);
 }
 
 } // namespace norla

@@ -59,7 +59,8 @@ struct CFileDownloadOptions {
     /// Where the transfers run; null: in a pool of its own. A reference is kept.
     kx::P<CTransferPool> pool = {};
 
-    /// Called ten times a second at most, and once at the end. What it throws on the thread of run() ends the download.
+    /// Called ten times a second at most, and once when all is there, before the file has its name. What it throws on
+    /// the thread of run() ends the download.
     std::function<void(const CFileProgress&)> onProgress = {};
 
     /// Where onProgress is called; null: on the thread of run().

@@ -46,4 +46,17 @@ TEST_F(CFileDownloadFaultTest, withoutAProofNoAttemptCountsAsTheFirstOneAgain)
     EXPECT_EQ(server().connectionCount(), 2u);
 }
 
+TEST_F(CFileDownloadFaultTest, whatTheLastCallOfItsListenerThrowsLeavesThePart)
+{
+    answer(whole(m_bytes));
+    options().onProgress = [](const norla::CFileProgress& progress) {
+        if (progress.done == progress.total)
+            throw kx::CError("of the listener");
+    };
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_STREQ(error->what(), "of the listener");
+    EXPECT_THAT(names(), ElementsAre("file.norla-part", "file.norla-record"));
+}
+
 } // namespace
