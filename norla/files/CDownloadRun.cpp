@@ -88,6 +88,7 @@ void CDownloadRun::run()
         throwIfCancelled();
         if (!m_options.overwrite && m_part.isTaken())
             throw kx::CError("The file '" + m_part.getPath().toString() + "' is there already.");
+        m_part.requireReplaceable();
         takeOlderPart();
         m_nextCheckpoint = Clock::now() + checkpointPause;
         while (!isWhole())

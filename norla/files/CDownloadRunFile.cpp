@@ -64,10 +64,12 @@ void CDownloadRun::keepOrRemove() noexcept
                 m_part.remove();
             return;
         }
-        if (m_options.keepPart && !m_isWrong && canGoOn() && !m_arrived.isEmpty())
+        if (m_options.keepPart && !m_isWrong && canGoOn() && !m_arrived.isEmpty()) {
+            m_part.releaseReserve();
             writeRecord();
-        else
+        } else {
             m_part.remove();
+        }
     } catch (const std::exception& error) { // the record that is there, if any, tells less, and no lies
         kx::logError(error, "What has come of a download cannot be kept as it is", kx::String());
     }

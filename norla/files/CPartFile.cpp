@@ -103,6 +103,8 @@ CPartFile::CPartFile(const Path& path, bool isPrivate)
     m_name = name.substr(nameStart);
     if (m_name.empty() || m_name == "." || m_name == "..")
         fail(name.empty() ? ENOENT : EISDIR);
+    if (m_name.size() > NAME_MAX) // which would be noticed once all is there
+        fail(ENAMETOOLONG);
     m_partName = stemOf(m_name).append(partEnd);
     m_recordName = stemOf(m_name).append(recordEnd);
     const std::string folder = nameStart == 0 ? "." : name.substr(0, nameStart);
@@ -123,8 +125,10 @@ CPartFile::CPartFile(const Path& path, bool isPrivate)
 
 CPartFile::~CPartFile()
 {
-    if (m_file >= 0)
+    if (m_file >= 0) {
+        flock(m_file, LOCK_UN); // a child process that was forked meanwhile may have it, too
         close(m_file);
+    }
     close(m_folder);
 }
 
@@ -135,14 +139,9 @@ void CPartFile::lock()
         m_file = openOwn(m_partName, O_RDWR | O_CREAT);
         if (m_file < 0)
             fail(errno);
-        struct stat ours {};
-        struct stat named {};
         const bool isLocked = flock(m_file, LOCK_EX | LOCK_NB) == 0;
         const int lockError = errno;
-        const bool isStillNamed = fstat(m_file, &ours) == 0
-            && fstatat(m_folder, m_partName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 && named.st_dev == ours.st_dev
-            && named.st_ino == ours.st_ino;
-        if (isLocked && isStillNamed)
+        if (isLocked && isStillNamed())
             return;
         close(std::exchange(m_file, -1));
         if (!isLocked && lockError == EWOULDBLOCK)
@@ -167,10 +166,33 @@ int CPartFile::openOwn(const std::string& name, int flags) const
         + Path::fromBytes(name).toString() + "' beside it is no file of this user alone.");
 }
 
+bool CPartFile::isStillNamed() const noexcept
+{
+    struct stat ours {};
+    struct stat named {};
+    return fstat(m_file, &ours) == 0 && fstatat(m_folder, m_partName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0
+        && named.st_dev == ours.st_dev && named.st_ino == ours.st_ino;
+}
+
+/// Somebody may have removed it, and somebody else may write another one under its name by now.
+void CPartFile::requireStillNamed() const
+{
+    if (!isStillNamed())
+        throw kx::CError("The file '" + m_path.toString() + "' cannot be written: its part '"
+            + Path::fromBytes(m_partName).toString() + "' was taken away meanwhile.");
+}
+
 bool CPartFile::isTaken() const
 {
     struct stat status {};
     return fstatat(m_folder, m_name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+void CPartFile::requireReplaceable() const
+{
+    struct stat status {};
+    if (fstatat(m_folder, m_name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode))
+        fail(EISDIR);
 }
 
 void CPartFile::write(long long position, const unsigned char* data, size_t size)
@@ -209,6 +231,11 @@ void CPartFile::reserve(long long size)
         fail(errno);
 }
 
+void CPartFile::releaseReserve()
+{
+    truncate(getSize());
+}
+
 void CPartFile::sync()
 {
     if (fdatasync(m_file) != 0)
@@ -233,6 +260,7 @@ std::optional<std::string> CPartFile::readRecord() const
 
 void CPartFile::writeRecord(const std::string& text)
 {
+    requireStillNamed();
     const std::string newName = m_recordName + std::string(newRecordEnd);
     unlinkat(m_folder, newName.c_str(), 0); // left by a process that was killed
     {
@@ -247,6 +275,7 @@ void CPartFile::writeRecord(const std::string& text)
 
 void CPartFile::removeRecord()
 {
+    requireStillNamed();
     if (unlinkat(m_folder, m_recordName.c_str(), 0) != 0) {
         if (errno == ENOENT)
             return;
@@ -267,9 +296,19 @@ void CPartFile::finish(const CAttributes& attributes, bool replaces)
     }
     if (fsync(m_file) != 0)
         fail(errno);
+    requireStillNamed();
     giveName(replaces);
     syncFolder();
-    unlinkat(m_folder, m_recordName.c_str(), 0); // says nothing any more: its part is gone
+    unlinkRecords(); // they say nothing any more: their part is gone
+}
+
+void CPartFile::unlinkRecords() noexcept
+{
+    unlinkat(m_folder, m_recordName.c_str(), 0);
+    try {
+        unlinkat(m_folder, (m_recordName + std::string(newRecordEnd)).c_str(), 0);
+    } catch (const std::bad_alloc&) { // the next one sees to it
+    }
 }
 
 void CPartFile::giveName(bool replaces)
@@ -289,7 +328,9 @@ void CPartFile::giveName(bool replaces)
 
 void CPartFile::remove() noexcept
 {
-    unlinkat(m_folder, m_recordName.c_str(), 0);
+    if (!isStillNamed())
+        return;
+    unlinkRecords();
     unlinkat(m_folder, m_partName.c_str(), 0);
 }
 

@@ -13,6 +13,8 @@ namespace norla {
 /// survives with it: NAME.norla-record. One process at a time has it. Both are found in their folder even when that is
 /// moved. What of older ones is there stays until somebody truncates or removes it.
 ///
+/// Where the part was removed or replaced meanwhile, texts and name are an error, and what is there now stays.
+///
 /// read() and write() may be called by several threads at once, for different bytes. Errors are kx::CError and name the
 /// path and the reason; the property "systemError" is the system's number of it (errno).
 class CPartFile {
@@ -32,6 +34,9 @@ public:
     /// Whether something has the name already that the whole file is to have.
     bool isTaken() const;
 
+    /// @throws where it is a folder, which no file takes the place of
+    void requireReplaceable() const;
+
     void write(long long position, const unsigned char* data, size_t size);
 
     /// @return how many bytes were read, fewer than asked for at the end only
@@ -42,6 +47,9 @@ public:
 
     /// Sees that there is room for so many bytes, where the file system can tell.
     void reserve(long long size);
+
+    /// What was reserved behind its end is room for others again.
+    void releaseReserve();
 
     /// All that was written is on the disk behind it.
     void sync();
@@ -64,11 +72,14 @@ public:
     /// @param replaces false: where something has the name already that is an error, and stays
     void finish(const CAttributes& attributes, bool replaces);
 
-    /// Removes both.
+    /// Removes both, unless somebody has put another part in the place of this one.
     void remove() noexcept;
 
 private:
     void lock();
+    bool isStillNamed() const noexcept;
+    void requireStillNamed() const;
+    void unlinkRecords() noexcept;
     int openOwn(const std::string& name, int flags) const;
     void giveName(bool replaces);
     void syncFolder() const;

@@ -46,6 +46,28 @@ TEST_F(CFileDownloadFaultTest, withoutAProofNoAttemptCountsAsTheFirstOneAgain)
     EXPECT_EQ(server().connectionCount(), 2u);
 }
 
+TEST_F(CFileDownloadFaultTest, givesItsNameToNoFileThatSomebodyHasPutInThePlaceOfThePart)
+{
+    std::promise<void> replaced;
+    server()
+        .onConnection()
+        .readHead()
+        .send(whole(m_bytes, 100'000))
+        .waitFor(replaced.get_future().share())
+        .send(m_bytes.substr(100'000))
+        .close();
+    options().onProgress = [&, isDone = false](const norla::CFileProgress& progress) mutable {
+        if (progress.done < 100'000 || std::exchange(isDone, true))
+            return;
+        fs::remove(folder().path() / "file.norla-part");
+        folder().write("file.norla-part", "somebody's");
+        replaced.set_value();
+    };
+    EXPECT_TRUE(failure());
+    EXPECT_THAT(names(), ElementsAre("file.norla-part"));
+    EXPECT_EQ(folder().read("file.norla-part"), "somebody's");
+}
+
 TEST_F(CFileDownloadFaultTest, whatTheLastCallOfItsListenerThrowsLeavesThePart)
 {
     answer(whole(m_bytes));
@@ -57,6 +79,36 @@ TEST_F(CFileDownloadFaultTest, whatTheLastCallOfItsListenerThrowsLeavesThePart)
     ASSERT_TRUE(error);
     EXPECT_STREQ(error->what(), "of the listener");
     EXPECT_THAT(names(), ElementsAre("file.norla-part", "file.norla-record"));
+}
+
+TEST_F(CFileDownloadFaultTest, aNameThatNoFileCanHaveIsAnErrorBeforeAnythingIsFetched)
+{
+    const auto path = norla::CFileDownload::Path::fromBytes((folder().path() / std::string(256, 'n')).native());
+    const auto file = kx::newObj<norla::CFileDownload>(kx::String::fromUTF8(server().url("/")), path, options());
+    const auto error = failureOf(*file);
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->what(), HasSubstr("File name too long"));
+    EXPECT_EQ(server().connectionCount(), 0u);
+    EXPECT_THAT(names(), IsEmpty());
+}
+
+TEST_F(CFileDownloadFaultTest, aFolderIsNotReplacedAndNothingIsFetchedForIt)
+{
+    fs::create_directory(folder().path() / "file");
+    options().overwrite = true;
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->what(), HasSubstr("Is a directory"));
+    EXPECT_EQ(server().connectionCount(), 0u);
+    EXPECT_THAT(names(), ElementsAre("file"));
+}
+
+TEST_F(CFileDownloadFaultTest, whatAKilledProcessHasLeftOfARecordGoesToo)
+{
+    folder().write("file.norla-record.new", "half of a rec");
+    answer(whole(m_bytes));
+    download()->run();
+    EXPECT_THAT(names(), ElementsAre("file"));
 }
 
 } // namespace

@@ -5,8 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
+#include <memory>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -75,6 +78,54 @@ TEST_F(CPartFileTest, staysForTheNextOne)
     const CPartFile part(path());
     EXPECT_EQ(part.getSize(), 3);
     EXPECT_EQ(part.readRecord(), "text");
+}
+
+TEST_F(CPartFileTest, aChildThatKnowsNothingOfItDoesNotKeepIt)
+{
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    auto part = std::make_unique<CPartFile>(path());
+    const pid_t child = fork();
+    if (child == 0) {
+        close(ends[1]);
+        char byte = 0;
+        _exit(static_cast<int>(::read(ends[0], &byte, 1)));
+    }
+    close(ends[0]);
+    part.reset();
+    EXPECT_EQ(errorOf([&] { part = std::make_unique<CPartFile>(path()); }), "");
+    close(ends[1]); // which the child waits for
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+}
+
+TEST_F(CPartFileTest, leavesAloneWhatSomebodyHasPutInItsPlace)
+{
+    CPartFile part(path());
+    write(part, 0, "abc");
+    fs::remove(m_folder.path() / "file.norla-part");
+    m_folder.write("file.norla-part", "somebody's");
+    m_folder.write("file.norla-record", "somebody's");
+    EXPECT_NE(errorOf([&] { part.writeRecord("text"); }), "");
+    EXPECT_NE(errorOf([&] { part.removeRecord(); }), "");
+    EXPECT_NE(errorOf([&] { part.finish({}, true); }), "");
+    part.remove();
+    EXPECT_EQ(m_folder.read("file.norla-part"), "somebody's");
+    EXPECT_EQ(m_folder.read("file.norla-record"), "somebody's");
+    EXPECT_EQ(fileCount(), 2u);
+}
+
+TEST_F(CPartFileTest, givesBackTheRoomThatItDoesNotFill)
+{
+    constexpr long long blockUnit = 512; // of st_blocks
+    CPartFile part(path());
+    write(part, 0, "abc");
+    part.reserve(64 << 20);
+    part.releaseReserve();
+    struct stat status {};
+    ASSERT_EQ(stat((m_folder.path() / "file.norla-part").c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, 3);
+    EXPECT_LT(status.st_blocks * blockUnit, 1 << 20);
 }
 
 TEST_F(CPartFileTest, aRemovedRecordIsGone)
