@@ -116,9 +116,7 @@ void CDownloadRun::takeOlderPart()
     if (const auto text = m_part.readRecord(); text && m_options.resume)
         older = CDownloadRecord::fromText(*text);
     m_isOurs = true;
-    const bool isUsable = older && older->identity == m_record.identity && older->validators.areStrong(older->total)
-        && (older->arrived.isEmpty() || older->arrived.getAll().rbegin()->second <= m_part.getSize());
-    if (!isUsable) {
+    if (!older || !isUsable(*older)) {
         forget();
         return;
     }
@@ -129,7 +127,14 @@ void CDownloadRun::takeOlderPart()
     m_known.modified = older->modified;
     m_recordedSize = m_arrived.getSize();
     m_signals->setStart(m_recordedSize);
-    requireExpectedSize();
+}
+
+/// Whether it tells of a part that is there, and may be of what is fetched now.
+bool CDownloadRun::isUsable(const CDownloadRecord& older) const
+{
+    const bool isExpected = !older.total || !m_options.expectedSize || *older.total == *m_options.expectedSize;
+    return older.identity == m_record.identity && isExpected && older.validators.areStrong(older.total)
+        && !older.arrived.isEmpty() && older.arrived.getAll().rbegin()->second <= m_part.getSize();
 }
 
 bool CDownloadRun::isWhole() const
@@ -149,6 +154,7 @@ void CDownloadRun::step()
     if (m_signals->isPauseWanted())
         pause();
     learn();
+    requireExpectedSize();
     openConnections();
     for (const auto& [number, connection] : m_connections) {
         if (connection->nextAttempt && *connection->nextAttempt <= Clock::now())

@@ -51,6 +51,7 @@ private:
 
     // What is fetched next, by whom, and what has come of it: CDownloadRun.cpp.
     void takeOlderPart();
+    bool isUsable(const CDownloadRecord& older) const;
     bool isWhole() const;
     bool canGoOn() const;
     void step();
@@ -80,7 +81,7 @@ private:
     Clock::time_point nextMoment() const;
     void tellProgress(bool isLast);
     void takeName(CNetRequest& request);
-    void requireExpectedSize() const;
+    void requireExpectedSize();
     std::string_view blockAt(long long& position, std::vector<unsigned char>& block) const;
     void requireDigest(const kx::String& expected, const char* algorithm, const char* name);
     void requireAsOriginSays();

@@ -139,11 +139,18 @@ kx::String CDownloadRun::getSuggestedName() const
     return m_lastName.isEmpty() ? suggestedNameOf(m_defaultName) : m_lastName;
 }
 
-void CDownloadRun::requireExpectedSize() const
+/// A body of unknown size may have no end.
+void CDownloadRun::requireExpectedSize()
 {
-    if (m_options.expectedSize && m_known.total && *m_known.total != *m_options.expectedSize)
-        throw kx::CError("The file '" + m_part.getPath().toString() + "' has " + kx::toString(*m_known.total)
-            + " bytes at the server, and not the " + kx::toString(*m_options.expectedSize) + " that were expected.");
+    if (!m_options.expectedSize)
+        return;
+    const long long size = m_known.total.value_or(arrivedBytes().getSize());
+    if (m_known.total ? size == *m_options.expectedSize : size <= *m_options.expectedSize)
+        return;
+    m_isWrong = true;
+    throw kx::CError("The file '" + m_part.getPath().toString() + "' has " + kx::toString(size) + " bytes"
+        + kx::String(m_known.total ? L"" : L" or more") + " at the server, and not the "
+        + kx::toString(*m_options.expectedSize) + " that were expected.");
 }
 
 /// @return what is empty behind the end of the file

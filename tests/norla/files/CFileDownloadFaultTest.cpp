@@ -46,6 +46,27 @@ TEST_F(CFileDownloadFaultTest, withoutAProofNoAttemptCountsAsTheFirstOneAgain)
     EXPECT_EQ(server().connectionCount(), 2u);
 }
 
+TEST_F(CFileDownloadFaultTest, nothingStaysOfAFileOfAnotherSize)
+{
+    options().expectedSize = 1000;
+    server().onConnection().readHead().send(whole(m_bytes, 1)).readToEnd();
+    EXPECT_TRUE(failure());
+    EXPECT_THAT(names(), IsEmpty());
+}
+
+TEST_F(CFileDownloadFaultTest, aPartOfAnotherSizeThanIsExpectedHindersNobody)
+{
+    const std::string other(150'000, 'x');
+    options().retries.attempts = 1;
+    answer(whole(m_bytes, 100'000));
+    EXPECT_TRUE(failure());
+    options().expectedSize = 150'000;
+    answer(whole(other, std::string::npos, "ETag: \"v2\"\r\n"));
+    const auto error = failure();
+    EXPECT_FALSE(error) << error->what();
+    EXPECT_EQ(file(), other);
+}
+
 TEST_F(CFileDownloadFaultTest, givesItsNameToNoFileThatSomebodyHasPutInThePlaceOfThePart)
 {
     std::promise<void> replaced;
@@ -79,6 +100,22 @@ TEST_F(CFileDownloadFaultTest, whatTheLastCallOfItsListenerThrowsLeavesThePart)
     ASSERT_TRUE(error);
     EXPECT_STREQ(error->what(), "of the listener");
     EXPECT_THAT(names(), ElementsAre("file.norla-part", "file.norla-record"));
+}
+
+TEST_F(CFileDownloadFaultTest, aBodyWithoutEndEndsBehindTheExpectedSize)
+{
+    options().expectedSize = 1000;
+    server()
+        .onConnection()
+        .readHead()
+        .send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n")
+        .sendRepeated("10000\r\n" + std::string(0x10000, 'x') + "\r\n", 16)
+        .readToEnd();
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->what(), HasSubstr("not the 1000 that were expected"));
+    EXPECT_THAT(names(), IsEmpty());
+    EXPECT_THAT(server().problems(), IsEmpty());
 }
 
 TEST_F(CFileDownloadFaultTest, aNameThatNoFileCanHaveIsAnErrorBeforeAnythingIsFetched)
