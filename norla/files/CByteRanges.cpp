@@ -20,6 +20,13 @@ void CByteRanges::add(long long start, long long end)
     m_ends.emplace(start, end);
 }
 
+void CByteRanges::cut(long long position)
+{
+    m_ends.erase(m_ends.lower_bound(position), m_ends.end());
+    if (!m_ends.empty())
+        m_ends.rbegin()->second = std::min(m_ends.rbegin()->second, position);
+}
+
 long long CByteRanges::getSize() const noexcept
 {
     long long size = 0;

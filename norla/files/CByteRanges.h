@@ -12,6 +12,9 @@ public:
     void add(long long start, long long end);
     void clear() noexcept { m_ends.clear(); }
 
+    /// Nothing at or behind that position is there any more.
+    void cut(long long position);
+
     bool isEmpty() const noexcept { return m_ends.empty(); }
     long long getSize() const noexcept; ///< of all of them, in bytes
     bool covers(long long start, long long end) const;

@@ -121,6 +121,8 @@ void CDownloadRun::takeOlderPart()
         return;
     }
     m_arrived = older->arrived;
+    if (older->total)
+        m_arrived.cut(*older->total - 1); // the server is asked in any case: it may have another file by now
     m_known.isKnown = true;
     m_known.validators = older->validators;
     m_known.total = older->total;

@@ -92,4 +92,24 @@ TEST(CByteRangesTest, countsWithoutAGapFromAPositionAndBeforeIt)
     EXPECT_EQ(ranges.sizeBefore(35), 0);
 }
 
+TEST(CByteRangesTest, whatIsCutIsNotThere)
+{
+    CByteRanges ranges;
+    ranges.cut(5);
+    EXPECT_TRUE(ranges.isEmpty());
+    ranges.add(0, 10);
+    ranges.add(20, 30);
+    ranges.add(40, 50);
+    ranges.cut(60);
+    EXPECT_EQ(ranges.getSize(), 30);
+    ranges.cut(29);
+    EXPECT_EQ(ranges.getSize(), 19);
+    ranges.cut(20);
+    EXPECT_EQ(ranges.getSize(), 10);
+    ranges.cut(15);
+    EXPECT_EQ(ranges.getSize(), 10);
+    ranges.cut(0);
+    EXPECT_TRUE(ranges.isEmpty());
+}
+
 } // namespace

@@ -67,6 +67,25 @@ TEST_F(CFileDownloadFaultTest, aPartOfAnotherSizeThanIsExpectedHindersNobody)
     EXPECT_EQ(file(), other);
 }
 
+TEST_F(CFileDownloadFaultTest, aPartThatIsWholeIsComparedWithWhatTheServerHas)
+{
+    leaveWholePart();
+    answer(rest(m_bytes, 199'999 - 65'536));
+    download()->run();
+    EXPECT_EQ(file(), m_bytes);
+    EXPECT_THAT(received(1), HasSubstr("Range: bytes=134463-\r\n"));
+}
+
+TEST_F(CFileDownloadFaultTest, aPartThatIsWholeIsNotTakenForWhatTheServerHasNow)
+{
+    const std::string other(150'000, 'x');
+    leaveWholePart();
+    answer(whole(other, 10, "ETag: \"v2\"\r\n"));
+    answer(whole(other, std::string::npos, "ETag: \"v2\"\r\n"));
+    download()->run();
+    EXPECT_EQ(file(), other);
+}
+
 TEST_F(CFileDownloadFaultTest, givesItsNameToNoFileThatSomebodyHasPutInThePlaceOfThePart)
 {
     std::promise<void> replaced;
