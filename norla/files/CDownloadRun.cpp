@@ -321,8 +321,9 @@ void CDownloadRun::takeEnd(CConnection& connection)
     const bool hasMoved = status.position > status.start;
     if (error)
         takeFailure(connection, *error, hasMoved);
-    else if (!hasMoved && !status.isDone)
-        throw kx::CError("The server has sent nothing of the file behind its byte " + kx::toString(status.start) + ".");
+    else if (!status.isDone && !(hasMoved && canGoOn()))
+        throw kx::CError("The server has sent nothing of the file behind its byte " + kx::toString(status.position)
+            + ", and takes that for its end.");
     else
         m_connections.erase(connection.number);
 }

@@ -104,7 +104,10 @@ void CDownloadSink::end(int responseCode, const CNetRequest::HeaderMap& response
     const std::lock_guard lock(m_mutex);
     if (!m_status.isJudged)
         judge(responseCode, responseHeaders);
-    m_status.isDone = !m_status.end || m_status.position >= *m_status.end;
+    // A rest that tells no size may be shorter than what was asked for, unless it brings nothing (RFC 9110, section
+    // 14.4).
+    const bool isEnd = !m_isPart || m_status.position == m_status.start;
+    m_status.isDone = m_status.end ? m_status.position >= *m_status.end : isEnd;
     if (!m_status.known.total && m_status.isDone && !m_task.end)
         m_status.known.total = m_status.position;
 }

@@ -4,6 +4,8 @@
 #include "norla/http/CHTTPContentRange.h"
 #include "norla/http/util.h"
 
+#include <algorithm>
+
 namespace norla {
 
 namespace {
@@ -130,6 +132,31 @@ AnswerVerdict judgePartOfFile(const CAskedPart& asked, const CDownloadAnswer& an
     return AnswerVerdict::Fits;
 }
 
+/// libcurl takes a size that is too large to be counted for none, and then the end of the connection for that of the
+/// file; of several it takes one. The same one may be there twice (RFC 9110 section 8.6).
+bool isOneSize(const kx::String& header)
+{
+    const kx::String last = header.substr(header.rfind(L',') + 1).trim(); // all of it without a comma
+    try {
+        for (size_t start = 0; start <= header.size();) {
+            const size_t end = std::min(header.find(L",", start), header.size());
+            if (header.substr(start, end - start).trim() != last)
+                return false;
+            start = end + 1;
+        }
+        return kx::parseInt64(last, false) >= 0;
+    } catch (const kx::CError&) {
+        return false;
+    }
+}
+
+void requireOneSize(const CAskedPart& asked, const CDownloadAnswer& answer)
+{
+    const kx::String header = headerIn(answer.headers, "content-length");
+    if (!header.isEmpty() && !answer.headers.contains("transfer-encoding") && !isOneSize(header))
+        throwOther(asked, "Content-Length '" + header + "'");
+}
+
 void learn(const CDownloadAnswer& answer, CKnownResource& known)
 {
     known.isKnown = true;
@@ -147,6 +174,7 @@ AnswerVerdict judgeAnswer(const CAskedPart& asked, const CDownloadAnswer& answer
         return answer.status < 0 ? judgePartOfFile(asked, answer, known) : judgePart(asked, answer, known);
     if (answer.status >= 0 && answer.status != statusOK)
         throwOther(asked, "status " + kx::toString(answer.status));
+    requireOneSize(asked, answer);
     learn(answer, known);
     return AnswerVerdict::Fits;
 }

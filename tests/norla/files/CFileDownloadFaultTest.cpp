@@ -137,6 +137,40 @@ TEST_F(CFileDownloadFaultTest, aBodyWithoutEndEndsBehindTheExpectedSize)
     EXPECT_THAT(server().problems(), IsEmpty());
 }
 
+TEST_F(CFileDownloadFaultTest, aRestOfUnknownSizeProvesNoEnd)
+{
+    const std::string head = "HTTP/1.1 200 OK\r\nETag: \"v1\"\r\nTransfer-Encoding: chunked\r\n\r\n";
+    const auto part = [this](size_t start, size_t end) {
+        return "HTTP/1.1 206 Partial Content\r\nConnection: close\r\nETag: \"v1\"\r\nContent-Length: "
+            + std::to_string(end - start) + "\r\nContent-Range: bytes " + std::to_string(start) + "-"
+            + std::to_string(end - 1) + "/*\r\n\r\n" + m_bytes.substr(start, end - start);
+    };
+    answer(head + "186a0\r\n" + m_bytes.substr(0, 100'000) + "\r\n");
+    answer(part(100'000 - 65'536, 150'000));
+    answer(part(150'000 - 65'536, 200'000));
+    answer(part(200'000 - 65'536, 200'000));
+    const auto error = failure();
+    EXPECT_FALSE(error) << error->what();
+    EXPECT_EQ(file(), m_bytes);
+}
+
+TEST_F(CFileDownloadFaultTest, aSizeThatNobodyCanCountIsAnError)
+{
+    for (const char* size : {"9223372036854775808", "99999999999999999999999", "-1", "7, 8"}) {
+        answer("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " + std::string(size) + "\r\n\r\nthe body");
+        options().retries = norla::CRetryPolicy::none();
+        EXPECT_TRUE(failure()) << size;
+        EXPECT_THAT(names(), IsEmpty()) << size;
+    }
+}
+
+TEST_F(CFileDownloadFaultTest, aSizeMayBeThereTwice)
+{
+    answer("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 8\r\nContent-Length: 8\r\n\r\nthe body");
+    download()->run();
+    EXPECT_EQ(file(), "the body");
+}
+
 TEST_F(CFileDownloadFaultTest, aNameThatNoFileCanHaveIsAnErrorBeforeAnythingIsFetched)
 {
     const auto path = norla::CFileDownload::Path::fromBytes((folder().path() / std::string(256, 'n')).native());
