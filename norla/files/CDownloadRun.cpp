@@ -3,8 +3,8 @@
 #include "kx/log/log.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CCURLError.h"
-#include "norla/core/CNetHeaders.h"
 #include "norla/core/plainURL.h"
+#include "norla/files/headersWith.h"
 #include "norla/files/suggestedName.h"
 #include "norla/http/util.h"
 #include "norla/pool/CAtOnceExecutor.h"
@@ -37,23 +37,6 @@ bool isRefusedPart(const kx::CError& error, CNetRequest& request)
     const auto code = error.getCode();
     return code == CURLE_BAD_DOWNLOAD_RESUME || code == CURLE_FTP_COULDNT_USE_REST
         || (code == CURLE_HTTP_RETURNED_ERROR && request.getResponseCode() == rangeNotSatisfiable);
-}
-
-/// A copy of the list with one line more: who prepares a request may give the same list each time.
-kx::P<CNetHeaders> withHeader(const kx::P<CNetHeaders>& headers, const kx::String& name, const std::string& value)
-{
-    auto all = kx::newObj<CNetHeaders>();
-    if (headers) {
-        const auto line = headers->createIterator();
-        while (line->next()) {
-            if (line->getValue().isEmpty())
-                all->addEmpty(line->getName());
-            else
-                all->add(line->getName(), line->getValue());
-        }
-    }
-    all->add(name, kx::String::fromUTF8(value));
-    return all;
 }
 
 } // namespace
@@ -270,6 +253,8 @@ void CDownloadRun::prepare(CConnection& connection)
     connection.sink->expect(connection.task, m_known);
     request.setReceiveDataSink(connection.sink.get());
     request.setOptionInt(CURLOPT_FILETIME, 1);
+    request.setOptionPtr(CURLOPT_RANGE, nullptr);
+    request.setOptionPtr(CURLOPT_ACCEPT_ENCODING, nullptr); // parts of a packed file are none of the file
     if (m_options.speedLimit > 0)
         request.setOptionInt64(
             CURLOPT_MAX_RECV_SPEED_LARGE, std::max(1LL, m_options.speedLimit / getMostConnections()));
@@ -280,7 +265,8 @@ void CDownloadRun::prepare(CConnection& connection)
     const CValidators& validators = m_known.validators;
     const std::string& validator = validators.eTag.empty() ? validators.lastModified : validators.eTag;
     if (!validator.empty())
-        request.setCustomHTTPHeaders(withHeader(request.getCustomHTTPHeaders(), "If-Range", validator).get());
+        request.setCustomHTTPHeaders(
+            headersWith(request.getCustomHTTPHeaders(), "If-Range", kx::String::fromUTF8(validator)).get());
 }
 
 /// What the answers have told by now.

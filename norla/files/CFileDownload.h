@@ -85,8 +85,8 @@ public:
     using Options = CFileDownloadOptions;
 
     /// Makes a request ready for one attempt: URL, login, headers, trust. It has been reset, and has the safe defaults
-    /// (CNetRequest::setSafeDefaults()); range, sink and speed are set afterwards, and no compressed answer may be
-    /// asked for. Over SFTP the limit of inactivity (CNetRequest::setDeadlines()) counts within commands, too, behind
+    /// (CNetRequest::setSafeDefaults()); range, sink and speed are set afterwards, and no compressed answer is asked
+    /// for. Over SFTP the limit of inactivity (CNetRequest::setDeadlines()) counts within commands, too, behind
     /// the one for a connection. Called on the thread of run(); what it throws ends the download.
     using Prepare = std::function<void(CNetRequest&)>;
 

@@ -3,8 +3,8 @@
 #include "kx/log/log.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CCURLError.h"
-#include "norla/core/CNetHeaders.h"
 #include "norla/core/plainURL.h"
+#include "norla/files/headersWith.h"
 #include "norla/files/tellProgressTo.h"
 #include "norla/http/util.h"
 #include "norla/pool/CAtOnceExecutor.h"
@@ -21,27 +21,6 @@ constexpr auto uploadProgressPause = std::chrono::milliseconds(100);
 kx::P<CTransferPool> uploadPool(const CFileUploadOptions& options)
 {
     return options.pool ? options.pool : kx::newObj<CTransferPool>();
-}
-
-/// A copy of the list with one line more, unless it has one of that name: who prepares a request may give the same list
-/// each time.
-kx::P<CNetHeaders> withUploadHeader(const kx::P<CNetHeaders>& headers, const char* name, const char* value)
-{
-    auto all = kx::newObj<CNetHeaders>();
-    bool isThere = false;
-    if (headers) {
-        const auto line = headers->createIterator();
-        while (line->next()) {
-            isThere = isThere || line->getName().toLower() == kx::String::fromLatin1(name).toLower();
-            if (line->getValue().isEmpty())
-                all->addEmpty(line->getName());
-            else
-                all->add(line->getName(), line->getValue());
-        }
-    }
-    if (!isThere)
-        all->add(kx::String::fromLatin1(name), kx::String::fromLatin1(value));
-    return all;
 }
 
 } // namespace
@@ -122,9 +101,9 @@ void CUploadRun::prepareHTTP(CNetRequest& request)
     request.setHTTPMethod(kx::String(m_options.post ? L"POST" : L"PUT"));
     if (m_options.post)
         request.setCustomHTTPHeaders(
-            withUploadHeader(request.getCustomHTTPHeaders(), "Content-Type", "application/octet-stream").get());
+            headersWith(request.getCustomHTTPHeaders(), "Content-Type", "application/octet-stream").get());
     else if (!m_options.overwrite)
-        request.setCustomHTTPHeaders(withUploadHeader(request.getCustomHTTPHeaders(), "If-None-Match", "*").get());
+        request.setCustomHTTPHeaders(headersWith(request.getCustomHTTPHeaders(), "If-None-Match", "*").get());
 }
 
 void CUploadRun::prepareBody(CNetRequest& request)

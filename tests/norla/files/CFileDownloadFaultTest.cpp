@@ -137,6 +137,55 @@ TEST_F(CFileDownloadFaultTest, aBodyWithoutEndEndsBehindTheExpectedSize)
     EXPECT_THAT(server().problems(), IsEmpty());
 }
 
+TEST_F(CFileDownloadFaultTest, aRangeOfWhoPreparesIsNotAskedFor)
+{
+    answer(whole(m_bytes));
+    const kx::String url = kx::String::fromUTF8(server().url("/file"));
+    const auto file = kx::newObj<norla::CFileDownload>(
+        [&](norla::CNetRequest& request) {
+            request.setURL(url);
+            request.setRange(0, 10);
+        },
+        target(), options());
+    file->run();
+    EXPECT_EQ(this->file(), m_bytes);
+    EXPECT_THAT(received(0), Not(HasSubstr("Range:")));
+}
+
+TEST_F(CFileDownloadFaultTest, aCompressedAnswerOfWhoPreparesIsNotAskedFor)
+{
+    answer(whole(m_bytes));
+    const kx::String url = kx::String::fromUTF8(server().url("/file"));
+    const auto file = kx::newObj<norla::CFileDownload>(
+        [&](norla::CNetRequest& request) {
+            request.setURL(url);
+            request.setAcceptEncoding({});
+        },
+        target(), options());
+    file->run();
+    EXPECT_THAT(received(0), Not(HasSubstr("Accept-Encoding:")));
+}
+
+TEST_F(CFileDownloadFaultTest, headersThatAreLeftOutStayLeftOutInLaterAttempts)
+{
+    answer(whole(m_bytes, 100'000));
+    answer(rest(m_bytes, 100'000 - 65'536));
+    const kx::String url = kx::String::fromUTF8(server().url("/file"));
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    headers->add("Accept", "");
+    headers->addEmpty("X-Empty");
+    const auto file = kx::newObj<norla::CFileDownload>(
+        [&](norla::CNetRequest& request) {
+            request.setURL(url);
+            request.setCustomHTTPHeaders(headers.get());
+        },
+        target(), options());
+    file->run();
+    EXPECT_THAT(received(0), Not(HasSubstr("Accept:")));
+    EXPECT_THAT(received(1), Not(HasSubstr("Accept:")));
+    EXPECT_THAT(received(1), HasSubstr("\r\nX-Empty:"));
+}
+
 TEST_F(CFileDownloadFaultTest, aRestOfUnknownSizeProvesNoEnd)
 {
     const std::string head = "HTTP/1.1 200 OK\r\nETag: \"v1\"\r\nTransfer-Encoding: chunked\r\n\r\n";
