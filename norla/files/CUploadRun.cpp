@@ -119,8 +119,10 @@ void CUploadRun::prepareBody(CNetRequest& request)
 void CUploadRun::requireAllSent()
 {
     const long long reached = std::max(0LL, m_source->getReached());
+    // What is told is of the last request, which behind some redirects is a GET without a body.
     const bool isOneRequest = m_request->getInfoLong(CURLINFO_REDIRECT_COUNT) == 0;
-    const long long sent = isOneRequest ? m_request->getInfoInt64(CURLINFO_SIZE_UPLOAD_T) : reached;
+    const bool isBodySent = isOneRequest || m_request->getInfoString(CURLINFO_EFFECTIVE_METHOD) != "GET";
+    const long long sent = isBodySent ? m_request->getInfoInt64(CURLINFO_SIZE_UPLOAD_T) : reached;
     if (std::min(reached, sent) < m_size)
         throw kx::CError("The server has taken '" + m_place + "' for whole with "
             + kx::toString(std::min(reached, sent)) + " of the " + kx::toString(m_size) + " bytes of '"

@@ -375,6 +375,91 @@ TEST_F(CFileUploadTest, beginsAnewBehindAPause)
     EXPECT_THAT(received(1), EndsWith("\r\n\r\nthe body"));
 }
 
+TEST_F(CFileUploadTest, anAnswerThatBreaksOffAtAnyByteIsNoSuccess)
+{
+    write("the body");
+    options().retries = norla::CRetryPolicy::none();
+    const std::string answer = created;
+    for (size_t size = 0; size < answer.size(); ++size) {
+        take(8, answer.substr(0, size));
+        EXPECT_TRUE(failure()) << size;
+    }
+    take(8);
+    EXPECT_FALSE(failure());
+}
+
+TEST_F(CFileUploadTest, whatTheFirstServerTookIsNotWhatTheSecondOneHas)
+{
+    writeMuch();
+    options().retries = norla::CRetryPolicy::none();
+    const size_t size = 64 << 20;
+    take(size,
+        "HTTP/1.1 307 Go on\r\nConnection: close\r\nContent-Length: 0\r\nLocation: " + server().url("/other")
+            + "\r\n\r\n");
+    server()
+        .onConnection()
+        .readHead()
+        .send("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n")
+        .closeHard();
+    EXPECT_TRUE(failure());
+}
+
+TEST_F(CFileUploadTest, goesWhereRedirectsLead)
+{
+    write("the body");
+    for (const char* status : {"307 There", "308 There", "303 See"}) {
+        take(8,
+            "HTTP/1.1 " + std::string(status)
+                + "\r\nConnection: close\r\nContent-Length: 0\r\nLocation: " + server().url("/other") + "\r\n\r\n");
+        take(std::string(status) == "303 See" ? 0 : 8);
+        const auto error = failure();
+        EXPECT_FALSE(error) << status << ": " << error->what();
+    }
+    EXPECT_THAT(received(1), EndsWith("\r\n\r\nthe body"));
+    EXPECT_THAT(received(5), StartsWith("GET /other "));
+}
+
+TEST_F(CFileUploadTest, anAnswerThatRefusesEarlyIsToldAtOnce)
+{
+    writeMuch();
+    options().retries = norla::CRetryPolicy::none();
+    for (const char* status : {"401 Who", "403 No", "413 Too large", "417 No", "503 Busy"}) {
+        server().onConnection().readHead().send(
+            "HTTP/1.1 " + std::string(status) + "\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+        const auto error = failure();
+        ASSERT_TRUE(error) << status;
+    }
+}
+
+TEST_F(CFileUploadTest, headersThatAreLeftOutStayLeftOut)
+{
+    write("the body");
+    take(8);
+    const auto headers = kx::newObj<norla::CNetHeaders>();
+    headers->add("Accept", "");
+    headers->addEmpty("X-Empty");
+    const auto prepare = [this, headers](norla::CNetRequest& request) {
+        request.setURL(kx::String::fromUTF8(server().url("/file")));
+        request.setCustomHTTPHeaders(headers.get());
+    };
+    kx::newObj<norla::CFileUpload>(prepare, norla::CFileUpload::Path::fromBytes(source().native()), options())->run();
+    EXPECT_THAT(received(0), Not(HasSubstr("Accept:")));
+    EXPECT_THAT(received(0), HasSubstr("\r\nX-Empty:"));
+}
+
+TEST_F(CFileUploadTest, aServerThatSpeaksForeverIsAnError)
+{
+    write("the body");
+    options().retries = norla::CRetryPolicy::none();
+    const std::string early = "HTTP/1.1 103 Early Hints\r\nX: " + std::string(1000, 'x') + "\r\n\r\n";
+    server().onConnection().readHead().readBytes(8).sendRepeated(early, 10'000).close();
+    EXPECT_TRUE(failure());
+    server().onConnection().sendRepeated("220-" + std::string(1000, 'x') + "\r\n", 10'000).close();
+    const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/file", "ftp")),
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    EXPECT_TRUE(failureOf(*file));
+}
+
 /// A server of FTP up to the rename: the next connection takes commands, the one behind it the file.
 support::CScript& takeByFTP(support::CScriptedServer& server, const std::string& data)
 {
@@ -408,6 +493,23 @@ TEST_F(CFileUploadTest, findsTheFileUnderItsNameWhereTheAnswerToTheRenameIsLost)
     EXPECT_EQ(server().received(1), "the body");
     EXPECT_THAT(server().received(2), HasSubstr("SIZE file\r\n"));
     EXPECT_THAT(server().received(2), Not(HasSubstr("RNFR")));
+}
+
+TEST_F(CFileUploadTest, aFileOfWhichTheServerHasAnotherSizeIsNoSuccess)
+{
+    write("the body");
+    options().overwrite = true;
+    for (const char* size : {"213 7", "213 9", "213 -8", "213 88888888888888888888", "213 eight"}) {
+        const size_t first = server().connectionCount();
+        support::CScript& script = takeByFTP(server(), "the body");
+        script.send("226 done\r\n").readUntil("SIZE ").readUntil("\r\n").send(std::string(size) + "\r\n");
+        script.closeHard();
+        options().pool = kx::newObj<norla::CTransferPool>(); // and so another connection
+        const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/file", "ftp")),
+            norla::CFileUpload::Path::fromBytes(source().native()), options());
+        EXPECT_TRUE(failureOf(*file)) << size;
+        EXPECT_THAT(server().received(first), Not(HasSubstr("RNFR"))) << size;
+    }
 }
 
 TEST_F(CFileUploadTest, refusesOptionsThatMakeNoSense)
