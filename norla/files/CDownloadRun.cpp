@@ -340,9 +340,9 @@ void CDownloadRun::takeFailure(CConnection& connection, const kx::CError& failur
     if (!canGoOn() && m_known.isKnown)
         forget();
     const long long start = m_known.isKnown ? status.position : 0;
-    connection.task
-        = {.start = start, .end = connection.task.end ? status.end : std::nullopt, .overlap = overlapAt(start)};
-    connection.nextAttempt = Clock::now() + std::chrono::microseconds(pause->getMicroseconds());
+    const bool hasEnd = m_known.isKnown && (connection.task.end || status.end != m_known.total); // or has yielded
+    connection.task = {.start = start, .end = hasEnd ? status.end : std::nullopt, .overlap = overlapAt(start)};
+    connection.nextAttempt = CFileSignals::momentAfter(*pause);
 }
 
 /// The server has another resource than the one of which a part is there, or gives no parts.

@@ -67,6 +67,13 @@ void CFileSignals::tellEnd(int connection)
     m_changed.notify_all();
 }
 
+CFileSignals::Clock::time_point CFileSignals::momentAfter(const kx::CTimeSpan& span)
+{
+    constexpr long long longest = 1'000'000'000'000'000; // thirty years; a clock's nanoseconds end some time later
+    const long long microseconds = span.isInfinite() ? longest : std::clamp(span.getMicroseconds(), 0LL, longest);
+    return Clock::now() + std::chrono::microseconds(microseconds);
+}
+
 FileState CFileSignals::getState() const
 {
     const std::lock_guard lock(m_mutex);

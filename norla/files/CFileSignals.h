@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/time/CTimeSpan.h"
 #include "norla/files/CFileProgress.h"
 #include "norla/files/CFileTransfer.h"
 #include "norla/files/CRateMeter.h"
@@ -16,6 +17,9 @@ namespace norla {
 class CFileSignals {
 public:
     using Clock = std::chrono::steady_clock;
+
+    /// So long from now: not before, and thirty years at most.
+    static Clock::time_point momentAfter(const kx::CTimeSpan& span);
 
     /// @throws kx::CError when it was called before
     void begin();

@@ -213,7 +213,7 @@ void CUploadRun::await(CTransfer& transfer, bool isBody)
 
 void CUploadRun::waitOrPause(const kx::CTimeSpan& pause)
 {
-    const auto until = Clock::now() + std::chrono::microseconds(pause.getMicroseconds());
+    const auto until = CFileSignals::momentAfter(pause);
     while (Clock::now() < until && !m_signals->isCancelled() && !m_signals->isPauseWanted())
         m_signals->wait(until);
     pauseIfWanted();

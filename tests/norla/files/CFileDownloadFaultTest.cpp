@@ -250,4 +250,36 @@ TEST_F(CFileDownloadFaultTest, whatAKilledProcessHasLeftOfARecordGoesToo)
     EXPECT_THAT(names(), ElementsAre("file"));
 }
 
+TEST_F(CFileDownloadFaultTest, aConnectionThatGoesOnKeepsToItsHalf)
+{
+    const std::string bytes = bytesOf(4 << 20);
+    std::promise<void> halved;
+    options().segments = 2;
+    server()
+        .onConnection()
+        .readHead()
+        .send(whole(bytes, 500'000, "ETag: \"v1\"\r\nAccept-Ranges: bytes\r\n"))
+        .waitFor(halved.get_future().share())
+        .closeHard();
+    server().onConnection().readHead().stall();
+    server().onConnection().readHead().stall();
+    norla::CFileDownload* running = nullptr;
+    options().onProgress = [&, isHalved = false](const norla::CFileProgress&) mutable {
+        if (server().received(1).ends_with("\r\n\r\n") && !std::exchange(isHalved, true))
+            halved.set_value();
+        if (server().received(2).ends_with("\r\n\r\n"))
+            running->cancel();
+    };
+    const auto file = download();
+    running = file.get();
+    EXPECT_TRUE(failureOf(*file));
+    const auto asked = [this](size_t connection) {
+        std::smatch found;
+        const std::string head = server().received(connection);
+        EXPECT_TRUE(std::regex_search(head, found, std::regex("Range: bytes=([0-9]+)-([0-9]*)\r\n")));
+        return std::pair(found.str(1), found.str(2));
+    };
+    EXPECT_EQ(asked(2).second, std::to_string(std::stoll(asked(1).first) - 1));
+}
+
 } // namespace
