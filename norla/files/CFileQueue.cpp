@@ -3,6 +3,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/numbers.h"
 #include "norla/files/CFileQueueWork.h"
+#include "norla/files/CFileSignals.h"
 
 namespace norla {
 
@@ -56,10 +57,7 @@ void CFileQueue::wait()
 
 bool CFileQueue::waitFor(const kx::CTimeSpan& time)
 {
-    constexpr long long forever = 1'000'000'000'000'000; // thirty years; a clock's nanoseconds end some time later
-    if (time.isInfinite() || time.getMicroseconds() > forever)
-        return m_work->waitUntil({});
-    return m_work->waitUntil(CRateMeter::Clock::now() + std::chrono::microseconds(time.getMicroseconds()));
+    return m_work->waitUntil(CFileSignals::momentAfter(time));
 }
 
 CFileQueueSummary CFileQueue::getSummary() const

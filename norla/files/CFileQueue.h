@@ -21,7 +21,8 @@ struct CFileQueueOptions {
     int atOnce = 4;
 
     /// Called once for each file when it has ended, however it did: getState() and getError() of the file say it. What
-    /// it throws is logged. It may add files, such as one that is to be tried again.
+    /// it throws is logged. It may add files, such as another try of this one, which
+    /// is another object.
     std::function<void(CFileTransfer& file)> onEnd = {};
 
     /// Where onEnd is called; null: on the thread on which the file ran, never two at once.
@@ -72,7 +73,8 @@ public:
 
     /// Runs it when its turn comes; also while others run, behind cancel(), and when everything had ended.
     /// @param file not null, and not run by anybody else; a reference is kept until its end
-    /// @throws kx::CInvalidArgError for null; kx::CError when the system has no thread to give
+    /// @throws kx::CInvalidArgError for null, and for one that is here or has run already: what is to be tried again is
+    /// another object; kx::CError when the system has no thread to give, and in a child process (fork)
     void add(CFileTransfer* file);
 
     /// Cancels the files that wait and those that run.
@@ -84,6 +86,7 @@ public:
 
     /// Blocks until every file that was added has ended, and onEnd was called for it or handed to the executor. Behind
     /// pause() that may need resume().
+    /// @throws kx::CError in a child process (fork), where nothing would end
     void wait();
 
     /// The same, for so long at the most. @return whether everything has ended

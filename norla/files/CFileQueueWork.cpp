@@ -1,5 +1,6 @@
 #include "norla/files/CFileQueueWork.h"
 
+#include "kx/base/CInvalidArgError.h"
 #include "kx/log/log.h"
 #include "kx/threads/processGeneration.h"
 #include "norla/pool/CAllSignalsBlock.h"
@@ -48,15 +49,31 @@ CFileQueueWork::~CFileQueueWork()
         thread.join();
 }
 
+/// In a child of it nobody would run or end anything, and a lock may be held for ever.
+void CFileQueueWork::requireOwnProcess() const
+{
+    if (kx::processGeneration() != m_process)
+        throw kx::CError("In a child process a queue of files runs nothing.");
+}
+
 void CFileQueueWork::add(CFileTransfer& file)
 {
+    requireOwnProcess();
     const std::lock_guard lock(m_mutex);
+    if (file.getState() != FileState::Waiting || m_there.contains(&file))
+        throw kx::CInvalidArgError("the file has run already, or is in the queue already", "CFileQueue");
     if (m_isStopping) // a thread that is there takes it
         file.cancel();
     else if (static_cast<int>(m_waiting.size()) >= m_freeThreads
         && static_cast<int>(m_threads.size()) < m_options.atOnce)
         startThread();
-    m_waiting.emplace_back(&file);
+    const auto place = m_there.insert(&file).first;
+    try {
+        m_waiting.emplace_back(&file);
+    } catch (const std::bad_alloc&) {
+        m_there.erase(place);
+        throw;
+    }
     m_mayRun.notify_one();
 }
 
@@ -125,6 +142,7 @@ void CFileQueueWork::noteEnd(Running::iterator place)
     } else {
         ++m_ended.failed;
     }
+    m_there.erase(place->get());
     m_running.erase(place);
     ++m_freeThreads;
     m_someEnded.notify_all();
@@ -160,6 +178,7 @@ void CFileQueueWork::resume()
 
 bool CFileQueueWork::waitUntil(std::optional<Clock::time_point> moment)
 {
+    requireOwnProcess();
     std::unique_lock lock(m_mutex);
     if (moment)
         return m_someEnded.wait_until(lock, *moment, [this] { return isIdle(); });

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <unordered_set>
 #include <vector>
 
 namespace norla {
@@ -35,6 +36,7 @@ public:
 private:
     using Running = std::list<kx::P<CFileTransfer>>;
 
+    void requireOwnProcess() const;
     void startThread();
     void runFiles();
     bool isIdle() const noexcept { return m_waiting.empty() && m_running.empty(); }
@@ -47,6 +49,7 @@ private:
     std::condition_variable m_mayRun;
     std::condition_variable m_someEnded;
     std::deque<kx::P<CFileTransfer>> m_waiting;
+    std::unordered_set<const CFileTransfer*> m_there; // waiting or running
     Running m_running;
     CFileQueueSummary m_ended; // counts and bytes of those that have ended
     long long m_endedMoved = 0;

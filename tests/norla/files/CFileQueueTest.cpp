@@ -9,9 +9,12 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -333,6 +336,80 @@ TEST(CFileQueueTest, theTotalIsNotKnownWhileAFileWaits)
     queue->add(endless().get());
     queue->add(endless().get());
     EXPECT_FALSE(queue->getSummary().totalBytes);
+}
+
+TEST(CFileQueueTest, aFileIsAddedOnce)
+{
+    const auto queue = queueOf(1);
+    const auto running = endless();
+    const auto waiting = endless();
+    queue->add(running.get());
+    queue->add(waiting.get());
+    EXPECT_THROW(queue->add(running.get()), kx::CInvalidArgError);
+    EXPECT_THROW(queue->add(waiting.get()), kx::CInvalidArgError);
+    queue->cancel();
+    queue->wait();
+    EXPECT_THROW(queue->add(waiting.get()), kx::CInvalidArgError);
+    EXPECT_EQ(queue->getSummary().cancelled, 2);
+}
+
+TEST(CFileQueueTest, manyThreadsMayUseItAtOnce)
+{
+    constexpr int filesEach = 500;
+    std::atomic<int> ended = 0;
+    const auto queue = queueOf(8, [&ended](norla::CFileTransfer&) { ++ended; });
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int number = 0; number < filesEach; ++number)
+                queue->add(number % 3 ? quick().get() : failing("no").get());
+        });
+    }
+    for (int i = 0; i < 100; ++i) {
+        queue->pause();
+        EXPECT_GE(queue->getSummary().waiting, 0);
+        queue->resume();
+        if (i % 10 == 0)
+            queue->cancel();
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    queue->wait();
+    const auto summary = queue->getSummary();
+    EXPECT_EQ(summary.succeeded + summary.failed + summary.cancelled, 4 * filesEach);
+    EXPECT_EQ(ended, 4 * filesEach);
+}
+
+TEST(CFileQueueTest, waitsForNoTimeThatIsLongPast)
+{
+    const auto queue = queueOf(1);
+    queue->add(endless().get());
+    EXPECT_FALSE(queue->waitFor(kx::CTimeSpan::fromMicroseconds(std::numeric_limits<long long>::min() + 1)));
+}
+
+TEST(CFileQueueTest, refusesToWaitInAChild)
+{
+    const auto queue = queueOf(1);
+    const auto running = endless();
+    queue->add(running.get());
+    const pid_t child = fork();
+    if (child == 0) {
+        const auto refuses = [](const auto& action) {
+            try {
+                action();
+            } catch (const kx::CError&) {
+                return true;
+            }
+            return false;
+        };
+        alarm(60);
+        const auto another = quick();
+        const bool isRefused = refuses([&] { queue->wait(); }) && refuses([&] { queue->add(another.get()); });
+        _exit(isRefused ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(CFileQueueTest, whatIsNoFileOrNoNumberIsRefused)
