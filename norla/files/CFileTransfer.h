@@ -30,7 +30,8 @@ public:
     CFileTransfer& operator=(const CFileTransfer&) = delete;
     ~CFileTransfer() override;
 
-    /// Blocks until the file is whole at its place. Once for each object; not in a callback on a pool's thread.
+    /// Blocks until the file is whole at its place. Once for each object, which its caller keeps until then, also in
+    /// callbacks; not in a callback on a pool's thread.
     /// @throws kx::CError naming the file or the server, and why; of the kind Cancelled behind cancel()
     /// (getErrorKind()); kx::CError when it was called before
     void run();

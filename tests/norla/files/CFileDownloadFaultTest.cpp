@@ -220,6 +220,15 @@ TEST_F(CFileDownloadFaultTest, aSizeMayBeThereTwice)
     EXPECT_EQ(file(), "the body");
 }
 
+TEST_F(CFileDownloadFaultTest, aSizeThatIsALieOfTheLargestIsAnError)
+{
+    answer("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 9223372036854775807\r\n\r\nthe body");
+    options().retries = norla::CRetryPolicy::none();
+    options().segments = 16;
+    EXPECT_TRUE(failure());
+    EXPECT_THAT(names(), IsEmpty());
+}
+
 TEST_F(CFileDownloadFaultTest, aNameThatNoFileCanHaveIsAnErrorBeforeAnythingIsFetched)
 {
     const auto path = norla::CFileDownload::Path::fromBytes((folder().path() / std::string(256, 'n')).native());
@@ -248,6 +257,93 @@ TEST_F(CFileDownloadFaultTest, whatAKilledProcessHasLeftOfARecordGoesToo)
     answer(whole(m_bytes));
     download()->run();
     EXPECT_THAT(names(), ElementsAre("file"));
+}
+
+TEST_F(CFileDownloadFaultTest, aConnectionThatEndsAtAnyByteOfTheAnswerIsNoWholeFile)
+{
+    const std::string bytes = "some bytes";
+    const std::string all = whole(bytes, std::string::npos, "ETag: \"v1\"\r\nAccept-Ranges: bytes\r\n");
+    options().retries = norla::CRetryPolicy::none();
+    options().keepPart = false;
+    for (size_t size = 0; size < all.size(); ++size) {
+        server().onConnection().readHead().send(all.substr(0, size)).close();
+        EXPECT_TRUE(failure()) << size;
+        EXPECT_THAT(names(), IsEmpty()) << size;
+    }
+    answer(all);
+    EXPECT_FALSE(failure());
+    EXPECT_EQ(file(), bytes);
+}
+
+TEST_F(CFileDownloadFaultTest, aConnectionThatEndsAtAnyByteOfTheRestLosesNothing)
+{
+    const std::string bytes = bytesOf(100);
+    options().retries = norla::CRetryPolicy::none();
+    const std::string all = rest(bytes, 0, "ETag: \"v1\"\r\n");
+    answer(whole(bytes, 40));
+    EXPECT_TRUE(failure());
+    const size_t head = all.find("\r\n\r\n") + 4;
+    for (size_t size = 0; size < head + 40; ++size) {
+        server().onConnection().readHead().send(all.substr(0, size)).close();
+        EXPECT_TRUE(failure()) << size;
+        EXPECT_THAT(names(), ElementsAre("file.norla-part", "file.norla-record")) << size;
+        EXPECT_EQ(folder().read("file.norla-part").substr(0, 40), bytes.substr(0, 40)) << size;
+    }
+    answer(all);
+    const auto error = failure();
+    EXPECT_FALSE(error) << error->what();
+    EXPECT_EQ(file(), bytes);
+}
+
+TEST_F(CFileDownloadFaultTest, aPoolThatStopsEndsIt)
+{
+    options().segments = 4;
+    server().onConnection().readHead().send(whole(m_bytes, 100'000)).readToEnd();
+    options().onProgress = [this](const norla::CFileProgress& progress) {
+        if (progress.done == 100'000)
+            options().pool->stop();
+    };
+    EXPECT_TRUE(failure());
+    EXPECT_THAT(names(), ElementsAre("file.norla-part", "file.norla-record"));
+    EXPECT_TRUE(failure());
+}
+
+TEST_F(CFileDownloadFaultTest, anAnswerThatIsNeitherIsAnError)
+{
+    options().retries = norla::CRetryPolicy::none();
+    options().keepPart = false;
+    const std::string part = rest(m_bytes, 0);
+    const std::string head = "HTTP/1.1 ";
+    const std::string tail = "\r\nConnection: close\r\nETag: \"v1\"\r\nContent-Length: 4\r\n\r\nbody";
+    for (const std::string& answered : std::vector<std::string>{part, head + "204 No" + tail, head + "304 No" + tail,
+             head + "201 Created" + tail, head + "206 Part" + tail, head + "300 Many" + tail, head + "302 No" + tail,
+             head + "999 No" + tail, "body", "", "\r\n\r\n", "HTTP/1.1 200 OK\r\nETag: \"v1\"\r\n"}) {
+        answer(answered);
+        EXPECT_TRUE(failure()) << answered.substr(0, 40);
+        EXPECT_THAT(names(), IsEmpty());
+    }
+}
+
+TEST_F(CFileDownloadFaultTest, partsThatAreNotThoseThatWereAskedForLoseNothing)
+{
+    options().retries = norla::CRetryPolicy::none();
+    answer(whole(m_bytes, 100'000));
+    EXPECT_TRUE(failure());
+    for (const char* range : {"", "Content-Range: bytes 34464-199999/\r\n", "Content-Range: bytes 34464-199999\r\n",
+             "Content-Range: bytes 34464-199998/200000\r\n", "Content-Range: bytes 34464-200000/200000\r\n",
+             "Content-Range: bytes */200000\r\n", "Content-Range: lines 34464-199999/200000\r\n",
+             "Content-Range: bytes 34464-9223372036854775808/9223372036854775809\r\n",
+             "Content-Range: bytes 34464-9223372036854775806/9223372036854775807\r\n",
+             "Content-Range: bytes 199999-34464/200000\r\n", "Content-Range: bytes -1-199999/200000\r\n",
+             "Content-Type: multipart/byteranges; boundary=x\r\n"}) {
+        answer("HTTP/1.1 206 Partial Content\r\nConnection: close\r\nETag: \"v1\"\r\nContent-Length: 165536\r\n"
+            + std::string(range) + "\r\n" + m_bytes.substr(34'464));
+        EXPECT_TRUE(failure()) << range;
+        EXPECT_THAT(names(), ElementsAre("file.norla-part", "file.norla-record")) << range;
+    }
+    answer(rest(m_bytes, 34'464));
+    download()->run();
+    EXPECT_EQ(file(), m_bytes);
 }
 
 TEST_F(CFileDownloadFaultTest, aConnectionThatGoesOnKeepsToItsHalf)
