@@ -7,7 +7,7 @@ function(norla_add_library target file_name export_name)
         OUTPUT_NAME ${file_name}
         EXPORT_NAME ${export_name}
         VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR} # before 1.0 each minor version may change the ABI
+        SOVERSION ${norla_abi}
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
         POSITION_INDEPENDENT_CODE ON # the static library may become a part of a shared one
