@@ -327,6 +327,62 @@ class MinimizeCorpusTest(BuildingScriptTest):
         self.assertEqual((run.returncode, run.stderr, self.names_in(self.corpus)), (1, "broken\n", before))
 
 
+class PackageScriptTest(BuildingScriptTest):
+    def setUp(self):
+        super().setUp()
+        for name in ("CMakeLists.txt", "CHANGELOG.md"):
+            shutil.copy(tree.TOP / name, self.tree)
+        shutil.copytree(tree.TOP / "debian", self.tree / "debian")
+        self.stand_in("git", "echo 1700000000")
+        self.packs()
+
+    def packs(self, *lines):
+        """What packs makes two files of the first line of the changelog, beside its folder as the real one does."""
+        self.stand_in("dpkg-buildpackage", *lines, "version=$(sed -n '1s/.*(\\(.*\\)).*/\\1/p' debian/changelog)",
+                      'for type in amd64.deb amd64.changes amd64.buildinfo; do touch "../libnorla0_${version}_$type"; done')
+
+    def version(self):
+        lines = (tree.TOP / "CMakeLists.txt").read_text().splitlines()
+        return next(line.split()[1] for line in lines if line.startswith("    VERSION "))
+
+    def test_the_packages_have_the_version_of_the_tree(self):
+        run = self.run_script("package")
+        package = self.tree / f"build/packages/libnorla0_{self.version()}_amd64.deb"
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertEqual(run.stdout.splitlines()[1:], [str(package)])
+        self.assertTrue(package.exists())
+        self.assertEqual(self.calls("dpkg-buildpackage"), ["dpkg-buildpackage --build=binary --no-sign"])
+
+    def test_the_packages_come_where_the_caller_wants_them(self):
+        run = self.run_script("package", "--output", "out put", cwd=self.folder)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertEqual(len(self.names_in(self.folder / "out put")), 3)
+
+    def test_a_copy_is_packed_without_what_was_built_before(self):
+        (self.tree / "build/dev").mkdir(parents=True)
+        self.packs(f'find . -name build -prune -o -name dev > "{self.folder}/found"', "test -e CMakeLists.txt || exit 1")
+        run = self.run_script("package")
+        self.assertEqual((run.returncode, (self.folder / "found").read_text()), (0, ""), run.stderr)
+        self.assertFalse((self.tree / "debian/changelog").exists())
+
+    def test_the_change_log_is_as_old_as_the_sources(self):
+        self.packs(f'tail -1 debian/changelog > "{self.folder}/last"')
+        self.assertEqual(self.run_script("package").returncode, 0)
+        self.assertRegex((self.folder / "last").read_text(), r"^ -- .*<.*@.*>  Tue, 14 Nov 2023 \d\d:13:20 ")
+
+    def test_what_cannot_be_packed_is_shown(self):
+        self.packs("echo 'a symbol is gone'", "exit 2")
+        run = self.run_script("package")
+        self.assertNotEqual(run.returncode, 0)
+        self.assertIn("a symbol is gone", run.stderr)
+        self.assertEqual(self.names_in(self.tree / "build/packages") + self.names_in(self.temporary), [])
+
+    def test_an_interrupted_build_leaves_nothing(self):
+        self.stand_in("dpkg-buildpackage", *self.works_until_ended())
+        status, output = self.signalled("package", send=lambda pid: os.killpg(pid, signal.SIGINT))
+        self.assertEqual((status, output.count("\n")), (130, 1))
+
+
 class MutateScriptTest(BuildingScriptTest):
     def test_tells_that_it_builds_a_copy(self):
         for name in ("cmake", "docs", "kx", "norla", "sela"):

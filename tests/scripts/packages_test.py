@@ -37,7 +37,7 @@ class InstallPackagesTest(tree.TreeTest):
     def test_root_is_not_asked_when_everything_is_installed(self):
         self.has_sudo()
         run = self.run_script("install-packages", "build", "demo", "mutate", "clang", "docs", "lint",
-                              "coverage", "valgrind")
+                              "coverage", "valgrind", "package", "root", "abi")
         self.assertEqual((run.returncode, run.stdout, run.stderr), (0, "", ""))
         self.assertEqual(self.calls("sudo") + self.calls("apt-get"), [])
 
@@ -57,9 +57,9 @@ class InstallPackagesTest(tree.TreeTest):
         self.assertEqual(self.names_in(self.cache()), tree.UNPACKED)
 
     def test_a_newer_library_is_unpacked_without_root(self):
-        run = self.run_script("install-packages", "newer")
+        run = self.run_script("install-packages", "newer", "newer-headers")
         self.assertEqual((run.returncode, self.installations()), (0, []), run.stderr)
-        self.assertEqual(self.names_in(self.cache()), ["libcurl4-8.14.1"])
+        self.assertEqual(self.names_in(self.cache()), ["libcurl4-8.14.1", "libcurl4-openssl-dev-8.14.1"])
 
     def test_the_lists_of_the_machine_are_not_renewed_for_what_is_unpacked(self):
         self.run_script("install-packages", "test", "newer")

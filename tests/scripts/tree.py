@@ -11,8 +11,8 @@ import unittest
 TOP = pathlib.Path(__file__).resolve().parents[2]
 
 # What the scripts use of a Debian without any further package.
-TOOLS = ["awk", "bash", "cat", "chmod", "cmp", "cp", "cut", "dirname", "env", "find", "grep", "head", "id", "mkdir",
-         "mktemp", "mv", "paste", "python3", "rm", "sed", "sleep", "sort", "touch", "uniq"]
+TOOLS = ["awk", "bash", "cat", "chmod", "cmp", "cp", "cut", "date", "dirname", "env", "find", "grep", "head", "id", "mkdir",
+         "mktemp", "mv", "paste", "python3", "rm", "sed", "sleep", "sort", "stat", "tail", "tar", "touch", "uniq"]
 
 UNPACKED = ["postfix", "proftpd-core", "proftpd-mod-crypto", "pure-ftpd", "vsftpd"]
 

@@ -5,10 +5,13 @@ import unittest
 
 import tree
 
-SCRIPTS = ["check", "check-includes", "demo", "fuzz", "install-packages", "mutate", "reliability", "site", "test"]
+SCRIPTS = ["abi", "check", "check-includes", "demo", "fuzz", "install-packages", "mutate", "package", "reliability", "site",
+           "test"]
 
 # Script, its arguments, what the answer must name.
 MISTAKES = [
+    ("abi", ["--recrod"], "'--recrod'"),
+    ("abi", ["libnorla"], "'libnorla'"),
     ("check", ["--quick"], "'--quick'"),
     ("check", ["docs", "tody"], "'tody'"),
     ("check-includes", ["--slef-test"], "--slef-test"),
@@ -41,6 +44,11 @@ MISTAKES = [
     ("mutate", ["--count", "-3"], "'-3'"),
     ("mutate", ["--count", "3x"], "'3x'"),
     ("mutate", ["--only", "kx/nothing"], "'kx/nothing'"),
+    ("package", ["--ouptut", "x"], "'--ouptut'"),
+    ("package", ["--output"], "--output"),
+    ("package", ["--output", ""], "--output"),
+    ("package", ["--output", "--quick"], "'--quick'"),
+    ("package", ["x"], "'x'"),
     ("reliability", ["--rnus", "3"], "--rnus"),
     ("reliability", ["--runs", "0"], "'0'"),
     ("reliability", ["--runs"], "--runs"),
