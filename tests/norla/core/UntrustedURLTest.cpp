@@ -14,14 +14,15 @@ protected:
         request().setFullRequestTimeout(kx::CTimeSpan::fromSeconds(20));
     }
 
-    int codeOf(const std::string& url)
+    /// 0 for a success.
+    long long codeOf(const std::string& url)
     {
         request().setURL(kx::String::fromUTF8(url));
         const auto error = failure();
-        return error ? error->getCode() : CURLE_OK;
+        return error ? error->getCode() : 0;
     }
 
-    std::string hostAndPort() const { return "127.0.0.1:" + std::to_string(server().getPort()); }
+    std::string hostAndPort() { return "127.0.0.1:" + std::to_string(server().getPort()); }
 };
 
 TEST_F(UntrustedURLTest, beginsNoFieldOfHTTP)
