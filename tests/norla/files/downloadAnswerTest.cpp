@@ -154,6 +154,7 @@ TEST_F(DownloadAnswerTest, numbersBeyondAllFilesAreOtherPartsToo)
 TEST_F(DownloadAnswerTest, aSizeBeyondAllFilesStartsAnewOverOtherProtocols)
 {
     askForRest();
+    m_known.validators = {};
     m_known.validators.fileTime = 784111777;
     m_fileTime = 784111777;
     EXPECT_EQ(judge(-1, {}, std::numeric_limits<long long>::max()), AnswerVerdict::StartAnew);
