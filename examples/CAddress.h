@@ -44,6 +44,13 @@ public:
     }
     void setPassword(const kx::String& password) { m_password = password; }
 
+    /// Whose password it is: addresses with the same account have the same one.
+    kx::String account() const { return m_scheme + "://" + m_user + "@" + m_host; }
+    const std::optional<kx::String>& password() const { return m_password; }
+
+    /// With its port.
+    const kx::String& host() const { return m_host; }
+
     /// Asks for the password that belongs to a user's name without one (see credentials.h). SFTP may do without: there
     /// are keys.
     /// @param variable of the environment that may hold it

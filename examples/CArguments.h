@@ -20,7 +20,8 @@ struct COption {
 /// What a program takes, as its --help shows it.
 struct CProgram {
     std::string name;
-    std::vector<std::string> operands; ///< such as "URL"; the last may be given several times when it ends in "..."
+    std::vector<std::string> operands; ///< such as "URL"; the last may be given several times when it ends in "...",
+                                       ///< and be missing when it begins with "["
     std::string purpose;               ///< whole lines
     std::vector<COption> options;
     std::string notes = {}; ///< whole lines, shown below the options
@@ -72,14 +73,22 @@ public:
         return all;
     }
 
-    /// What is no option: as many words as the program has operands, at least.
+    /// A whole number.
+    /// @param usual where the option is not given
+    long long number(const std::string& option, long long least, long long most, long long usual) const
+    {
+        const kx::String name = "the value of " + shownPath(option);
+        return has(option) ? numberOf(text(option), name, least, most) : usual;
+    }
+
+    /// What is no option: as many words as the program has operands, at least, but for one that may be missing.
     const std::vector<std::string>& operands() const { return m_operands; }
 
     /// @param names as CProgram::operands
     /// @throws as usageError() when there are more or fewer words than that
     static void requireOperands(const std::vector<std::string>& names, const std::vector<std::string>& words)
     {
-        if (words.size() < names.size())
+        if (words.size() < names.size() && !names[words.size()].starts_with('['))
             throw usageError(shownPath(withoutDots(names[words.size()])) + " is missing");
         if (words.size() > names.size() && (names.empty() || !names.back().ends_with("...")))
             throw usageError("too many words: '" + shownPath(words[names.size()]) + "'");

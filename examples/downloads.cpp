@@ -86,14 +86,6 @@ fs::path fileNameOf(const std::string& url, const CAddress& address)
     return name;
 }
 
-void requireFolder(const fs::path& folder)
-{
-    if (access((folder / ".").c_str(), W_OK | X_OK) == 0)
-        return;
-    const int errorNumber = errno;
-    throw fileError("The folder '" + shownPath(folder.native()) + "' cannot be written", errorNumber);
-}
-
 /// One URL on its way into a file, which has its name as soon as all of it is there. Request and file are there as long
 /// as the transfer is: a process may have fewer descriptors than there are URLs.
 class CDownload {
@@ -290,7 +282,7 @@ int downloadAll(const CArguments& arguments)
 {
     const fs::path folder = arguments.operands().front();
     const Path authority = arguments.has("--ca") ? readablePath(arguments.value("--ca")) : Path();
-    requireFolder(folder);
+    requireFolder(folder.native());
     Downloads downloads;
     std::set<fs::path> names;
     for (size_t i = 1; i < arguments.operands().size(); ++i) {

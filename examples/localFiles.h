@@ -28,3 +28,12 @@ inline Path readablePath(const std::string& name)
     close(file);
     return Path::fromBytes(name);
 }
+
+/// @throws as fileError() where files cannot be made in the folder
+inline void requireFolder(const std::string& folder)
+{
+    if (access((folder + "/.").c_str(), W_OK | X_OK) == 0)
+        return;
+    const int errorNumber = errno;
+    throw fileError("The folder '" + shownPath(folder) + "' cannot be written", errorNumber);
+}

@@ -97,22 +97,14 @@ kx::P<norla::CS3Client> clientOf(const CArguments& arguments)
     return client;
 }
 
-/// @param usual where the option is not given
-long long numberIn(
-    const CArguments& arguments, const std::string& option, long long least, long long most, long long usual)
-{
-    const kx::String name = "the value of " + shownPath(option);
-    return arguments.has(option) ? numberOf(arguments.text(option), name, least, most) : usual;
-}
-
 CS3Settings settingsOf(const CArguments& arguments)
 {
     constexpr long long week = 7LL * 24 * 3600;
     constexpr long long mib = 1LL << 20;
     CS3Settings settings;
-    settings.pageSize = static_cast<int>(numberIn(arguments, "--page", 1, 1000, -1));
-    settings.lifetime = kx::CTimeSpan::fromSeconds(numberIn(arguments, "--expires", 1, week, 3600));
-    settings.partSize = mib * numberIn(arguments, "--part", 5, 5120, 0);
+    settings.pageSize = static_cast<int>(arguments.number("--page", 1, 1000, -1));
+    settings.lifetime = kx::CTimeSpan::fromSeconds(arguments.number("--expires", 1, week, 3600));
+    settings.partSize = mib * arguments.number("--part", 5, 5120, 0);
     settings.versionId = arguments.text("--version-id");
     settings.isRecursive = arguments.has("--recursive");
     settings.showsFolders = arguments.has("--folders");

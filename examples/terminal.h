@@ -32,7 +32,8 @@ inline bool canGoUp(int descriptor)
 
 /// As much of the text's start as fits into so many columns, in a printable form. Letters beyond U+1100, among which
 /// are the wide ones, count as two columns.
-inline std::string fitted(const kx::String& text, size_t columns)
+/// @param columns those that are left, afterwards
+inline std::string takeFitting(const kx::String& text, size_t& columns)
 {
     std::string shown;
     for (const wchar_t character : text) {
@@ -44,6 +45,18 @@ inline std::string fitted(const kx::String& text, size_t columns)
         shown += piece;
     }
     return shown;
+}
+
+inline std::string fitted(const kx::String& text, size_t columns)
+{
+    return takeFitting(text, columns);
+}
+
+/// The same, with blanks behind it in the columns that are left.
+inline std::string filled(const kx::String& text, size_t columns)
+{
+    const std::string shown = takeFitting(text, columns);
+    return shown + std::string(columns, ' ');
 }
 
 /// A name of a server's for standard output: printable on a terminal, else as it is, for other programs.

@@ -14,6 +14,8 @@
 namespace norla {
 class CSMTPParams;
 class CTransferPool;
+struct CFileProgress;
+struct CFileQueueSummary;
 } // namespace norla
 
 using Path = norla::CNetRequest::Path;
@@ -23,11 +25,16 @@ void downloadFile(const kx::String& url, const Path& path);
 void downloadAndShow(
     const kx::String& url, const Path& path, const std::function<void(long long received, long long size)>& report);
 void resumeDownload(const kx::String& url, const Path& path, const kx::String& etag);
+void downloadLarge(const kx::String& url, const Path& path, const kx::String& sha256);
+kx::TArray<kx::String> downloadAll(const kx::TArray<kx::String>& urls, const Path& folder,
+    const std::function<void(const norla::CFileQueueSummary&)>& report);
 kx::TMap<kx::String, kx::String> downloadMany(const kx::TMap<kx::String, Path>& paths);
 bool performUnlessCancelled(
     norla::CTransferPool& pool, norla::CNetRequest& request, const std::function<bool()>& isCancelled);
 long long askSize(const kx::String& url);
 void uploadFile(const kx::String& url, const Path& path);
+void uploadVerified(
+    const kx::String& url, const Path& path, const std::function<void(const norla::CFileProgress&)>& report);
 void postForm(const kx::String& url, const kx::String& title, const Path& picture);
 void postFields(const kx::String& url, const kx::TMap<kx::String, kx::String>& fields);
 kx::String postJSON(const kx::String& url, const kx::String& json);

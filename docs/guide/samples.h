@@ -21,6 +21,7 @@ struct CS3Endpoint;
 class CSMTPParams;
 class CTransferPool;
 struct CFileProgress;
+struct CFileQueueSummary;
 } // namespace norla
 
 kx::String postNote(const kx::String& url, const kx::String& note);
@@ -34,6 +35,10 @@ kx::String fetchRelease(const kx::String& url, const kx::TPathImpl<kx::CUnixPath
     const std::function<void(const norla::CFileProgress&)>& report);
 kx::String storeAndFetch(norla::CS3Client& client, const kx::String& bucket, const kx::String& name,
     const kx::TPathImpl<kx::CUnixPathTraits>& file, const kx::TPathImpl<kx::CUnixPathTraits>& copy);
+kx::String sendFile(const kx::String& url, const kx::TPathImpl<kx::CUnixPathTraits>& path,
+    const std::function<void(const norla::CFileProgress&)>& report);
+kx::TArray<kx::String> fetchFiles(const kx::TArray<kx::String>& urls, const kx::TPathImpl<kx::CUnixPathTraits>& folder,
+    const std::function<void(const norla::CFileQueueSummary&)>& report);
 kx::String searchURL(const kx::String& url, const kx::String& words);
 kx::CTime fetchRest(norla::CNetRequest& request, const kx::String& url, long long position, long long& size);
 void useProxies(const kx::String& proxies, const kx::String& directHosts);

@@ -3,8 +3,10 @@
 #include "kx/base/CInvalidArgError.h"
 #include "kx/text/hex.h"
 #include "kx/text/numbers.h"
+#include "norla/core/plainURL.h"
 #include "norla/files/CDownloadRun.h"
 #include "norla/files/IDownloadOrigin.h"
+#include "norla/files/suggestedName.h"
 
 #include <algorithm>
 #include <utility>
@@ -85,6 +87,11 @@ CFileDownload::~CFileDownload() = default;
 kx::String CFileDownload::getSuggestedName() const
 {
     return m_suggestedName;
+}
+
+kx::String CFileDownload::suggestNameFor(const kx::String& url)
+{
+    return suggestedNameOf(pathOf(url.toUTF8()));
 }
 
 void CFileDownload::transfer()

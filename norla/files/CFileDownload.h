@@ -102,6 +102,9 @@ public:
     /// behind run(); empty when there is none.
     kx::String getSuggestedName() const;
 
+    /// The same as far as the URL alone tells it, for who needs a path before anything is fetched.
+    static kx::String suggestNameFor(const kx::String& url);
+
 protected:
     /// For classes of this library. @param origin not null
     CFileDownload(std::shared_ptr<IDownloadOrigin> origin, const Path& path, const Options& options);

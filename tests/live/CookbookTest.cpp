@@ -3,6 +3,8 @@
 #include "norla/core/CCURLError.h"
 #include "norla/core/CTLSOptions.h"
 #include "norla/core/errorKind.h"
+#include "norla/files/CFileProgress.h"
+#include "norla/files/CFileQueue.h"
 #include "norla/mail/CSMTPParams.h"
 #include "norla/pool/CTransferPool.h"
 #include "tests/live/liveRequest.h"
@@ -143,6 +145,43 @@ TEST_F(CookbookTest, uploadsAFile)
     m_folder.write("note", "to be kept");
     uploadFile(url("/store/uploaded"), file("note"));
     EXPECT_EQ(stored("uploaded"), "to be kept");
+}
+
+TEST_F(CookbookTest, uploadsAFileAndVerifiesIt)
+{
+    m_folder.write("note", "to be kept");
+    uploadVerified(url("/dav/note"), file("note"), [](const norla::CFileProgress&) {});
+    EXPECT_EQ(support::readFile(s_server->root() / "dav/note"), "to be kept");
+    EXPECT_THAT(s_server->lastAccess(), StartsWith("HEAD /dav/note "));
+}
+
+TEST_F(CookbookTest, downloadsALargeFileOfWhichTheDigestIsKnown)
+{
+    testing::internal::CaptureStderr();
+    downloadLarge(url("/digits.txt"), file("digits"),
+        "84d89877f0d4041efb6bf91a16f0248f2fd573e6af05c19f96bedb9f882f7882"); // of "0123456789"
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\r10 of 10 bytes, "));
+    EXPECT_EQ(m_folder.read("digits"), "0123456789");
+}
+
+TEST_F(CookbookTest, keepsNothingThatHasAnotherDigest)
+{
+    EXPECT_THROW(
+        downloadLarge(url("/noranges/digits.txt"), file("digits"), kx::String(std::wstring(64, L'0'))), kx::CError);
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
+}
+
+TEST_F(CookbookTest, downloadsAListOfFiles)
+{
+    norla::CFileQueueSummary last;
+    const auto problems = downloadAll({url("/digits.txt"), url("/gzip/text.txt"), url("/status/404")},
+        pathOf(m_folder.path()), [&last](const norla::CFileQueueSummary& summary) { last = summary; });
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_THAT(problems[0].toUTF8(), HasSubstr("404"));
+    EXPECT_EQ(last.succeeded, 2);
+    EXPECT_EQ(last.failed, 1);
+    EXPECT_EQ(last.doneBytes, 10'010);
+    EXPECT_EQ(m_folder.read("digits.txt"), "0123456789");
 }
 
 TEST_F(CookbookTest, postsAForm)

@@ -78,6 +78,23 @@ TEST(ExampleArgumentsTest, areNamedWhenTheyAreWrong)
     EXPECT_EQ(support::messageOf([] { CArguments::requireOperands({"FILE"}, {"a", "b"}); }), "too many words: 'b'");
 }
 
+TEST(ExampleArgumentsTest, mayBeMissingWhereTheirNameIsInBrackets)
+{
+    const std::vector<std::string> names{"FILE", "[URL]..."};
+    EXPECT_NO_THROW(CArguments::requireOperands(names, {"f"}));
+    EXPECT_NO_THROW(CArguments::requireOperands(names, {"f", "u", "v"}));
+    EXPECT_EQ(support::messageOf([&] { CArguments::requireOperands(names, {}); }), "FILE is missing");
+}
+
+TEST(ExampleArgumentsTest, areNumbersInTheirBounds)
+{
+    const CArguments arguments(program, {"--output", "7", "f", "u"});
+    EXPECT_EQ(arguments.number("--output", 1, 7, 3), 7);
+    EXPECT_EQ(arguments.number("--header", 1, 7, 3), 3);
+    EXPECT_EQ(support::messageOf([&] { arguments.number("--output", 1, 6, 3); }),
+        "the value of --output is no whole number from 1 to 6: '7'");
+}
+
 TEST(ExampleArgumentsTest, areNotLookedAtAnyMoreWhenSomebodyAsksForHelp)
 {
     for (const std::string help : {"--help", "-h"})
@@ -117,7 +134,8 @@ TEST_P(ExampleHelpTest, isPointedToByWhatIsWrong)
     EXPECT_EQ(result.exitStatus(), 2);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, ExampleHelpTest, testing::Values("downloads", "fetch", "ftp", "mail", "s3", "upload"),
+INSTANTIATE_TEST_SUITE_P(All, ExampleHelpTest,
+    testing::Values("downloads", "fetch", "ftp", "get", "mail", "s3", "upload"),
     [](const testing::TestParamInfo<std::string>& row) { return row.param; });
 
 TEST(HelloTest, takesNoOptionForAHost)
@@ -161,6 +179,24 @@ INSTANTIATE_TEST_SUITE_P(All, ExampleWrongWordsTest,
         {"uploadNothing", {"upload", "file"}, "upload: URL is missing"},
         {"downloadsNothing", {"downloads", "/tmp"}, "downloads: URL is missing"},
         {"downloadsTwins", {"downloads", "/tmp", "http://a/x", "http://b/x"}, "downloads: two files named x"},
+        {"getNothing", {"get"}, "get: URL is missing"},
+        {"getOneNameForTwo", {"get", "--output", "x", "http://a/1", "http://a/2"},
+            "get: option '--output' is for one URL"},
+        {"getOneDigestForTwo", {"get", "--sha256", "x", "http://a/1", "http://a/2"},
+            "get: option '--sha256' is for one URL"},
+        {"getTwoWishes", {"get", "--overwrite", "--skip", "http://a/1"},
+            "get: --overwrite and --skip exclude each other"},
+        {"getTooManySegments", {"get", "--segments", "17", "http://a/1"},
+            "get: the value of --segments is no whole number from 1 to 16: '17'"},
+        {"getNoLimit", {"get", "--limit", "fast", "http://a/1"},
+            "get: the value of --limit is no size such as 800, 500k, 1M or 2G: 'fast'"},
+        {"getNoDigest", {"get", "--sha256", "abc", "http://a/1"},
+            "get: sha256 is 'abc', and not 64 hexadecimal digits"},
+        {"getNoName", {"get", "http://a/"}, "get: no file name in the URL http://a/: --output gives it one"},
+        {"getStandardOutput", {"get", "--output", "-", "http://a/1"},
+            "get: no file '-': the program fetch writes to standard output"},
+        {"getPasswordOnTheCommandLine", {"get", "--user", "me:secret", "http://a/1"},
+            "get: --user takes a name alone: the password is that of GET_PASSWORD, or is asked for"},
         {"ftpNothing", {"ftp", "host"}, "ftp: COMMAND is missing"},
         {"ftpUnknown", {"ftp", "host", "sing"}, "ftp: unknown command 'sing'"},
         {"ftpTooFew", {"ftp", "host", "get", "/one"}, "ftp: FILE is missing"},

@@ -4,6 +4,7 @@
 #include "norla/core/CCURLError.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/files/CFileProgress.h"
+#include "norla/files/CFileQueue.h"
 #include "norla/ftp/CFTPClient.h"
 #include "norla/proxy/CProxySettings.h"
 #include "norla/s3/CS3Client.h"
@@ -55,6 +56,35 @@ TEST(GuideTest, fetchesAWholeFile)
     EXPECT_EQ(fetchRelease(text(server.url("/digits.txt")), path, digest, ignore).toUTF8(), "");
     EXPECT_EQ(folder.read("file"), "0123456789");
     EXPECT_NE(fetchRelease(text(server.url("/missing")), path, digest, ignore).toUTF8(), "");
+}
+
+TEST(GuideTest, sendsAWholeFile)
+{
+    const support::CNginxServer server;
+    const support::CTemporaryFolder folder;
+    const auto path = norla::CNetRequest::Path::fromBytes(folder.write("file", "to be sent").native());
+    long long sent = 0;
+    const auto note = [&sent](const norla::CFileProgress& progress) { sent = progress.done; };
+    EXPECT_EQ(sendFile(text(server.url("/dav/file")), path, note).toUTF8(), "");
+    EXPECT_EQ(support::readFile(server.root() / "dav/file"), "to be sent");
+    EXPECT_EQ(sent, 10);
+    EXPECT_NE(server.lastAccess().find("HEAD /dav/file "), std::string::npos) << server.lastAccess();
+    EXPECT_NE(sendFile(text(server.url("/status/404")), path, note).toUTF8(), "");
+}
+
+TEST(GuideTest, fetchesManyFilesByAQueue)
+{
+    const support::CNginxServer server;
+    const support::CTemporaryFolder folder;
+    support::writeFile(server.root() / "more.txt", "more");
+    const Texts urls{text(server.url("/digits.txt?1")), text(server.url("/status/404")), text(server.url("/more.txt"))};
+    const auto lines = fetchFiles(
+        urls, norla::CNetRequest::Path::fromBytes(folder.path().native()), [](const norla::CFileQueueSummary&) {});
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_NE(lines[0].find("404"), kx::String::npos) << lines[0];
+    EXPECT_EQ(lines[1], "2 files, 14 bytes");
+    EXPECT_EQ(folder.read("digits.txt"), "0123456789");
+    EXPECT_EQ(folder.read("more.txt"), "more");
 }
 
 TEST(GuideTest, doesWithoutTheTypeOfAnAnswer)

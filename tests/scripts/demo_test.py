@@ -9,7 +9,7 @@ import unittest
 import tree
 
 BUILD = pathlib.Path(os.environ["NORLA_BUILD_DIR"])
-PROGRAMS = ["downloads", "fetch", "ftp", "hello", "mail", "s3", "upload"]
+PROGRAMS = ["downloads", "fetch", "ftp", "get", "hello", "mail", "s3", "upload"]
 
 
 class DemoTest(tree.TreeTest):

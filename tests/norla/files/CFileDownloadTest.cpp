@@ -151,6 +151,13 @@ TEST_F(CFileDownloadTest, namesTheFileAsItsURLDoesOtherwise)
     EXPECT_EQ(file->getSuggestedName().toUTF8(), "some name");
 }
 
+TEST_F(CFileDownloadTest, suggestsANameForAURLAlone)
+{
+    EXPECT_EQ(norla::CFileDownload::suggestNameFor("https://host/folder/some%20name?a/b").toUTF8(), "some name");
+    EXPECT_EQ(norla::CFileDownload::suggestNameFor("https://host/folder/..%2f.name#part").toUTF8(), "name");
+    EXPECT_EQ(norla::CFileDownload::suggestNameFor("https://host").toUTF8(), "");
+}
+
 TEST_F(CFileDownloadTest, refusesOptionsThatMakeNoSense)
 {
     const auto errorOf = [this](const auto& change) -> std::string {
