@@ -18,6 +18,7 @@ import layout
 import links
 import prose
 import reference
+import samples
 
 # The chapters of docs/guide.md in the order of what people want; others follow as they come.
 GUIDE = [
@@ -42,8 +43,8 @@ GROUPS = [
     ("Figures", ["docs/performance.md", "docs/reliability.md"]),
     ("Project", ["CHANGELOG.md", "CONTRIBUTING.md"]),
 ]
-LABELS = {"README.md": "Get it, build it", "docs/choosing.md": "Perform or pool", "docs/guide.md": "Objects, text, errors",
-          "docs/text.md": "Text, paths, escaping", "docs/ownership.md": "Who owns what", "CHANGELOG.md": "Changes",
+LABELS = {"README.md": "Get it, build it", "docs/choosing.md": "Perform or pool",
+          "docs/guide.md": "Objects, text, errors", "docs/text.md": "Text, paths, escaping", "docs/ownership.md": "Who owns what", "CHANGELOG.md": "Changes",
           "CONTRIBUTING.md": "Work on it", "docs/reliability.md": "Reliability", "docs/performance.md": "Performance"}
 
 # What the first page leads to: a task, a sentence, and where that is told.
@@ -69,12 +70,21 @@ LANDING_SAMPLE = "docs/cookbook/downloadFile.cpp"
 DIFFERENT = "what-makes-it-different"  # the chapter of the README that the first page shows
 
 
+def files_of(top):
+    """The files of the tree, without what is built in it; also where it is no repository."""
+    listed = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=top,
+                            capture_output=True, check=False, text=True)
+    if listed.returncode == 0:
+        return listed.stdout.split("\0")[:-1]
+    files = (path.relative_to(top) for path in top.glob("**/*") if path.is_file())
+    return [path.as_posix() for path in files if path.parts[0] not in ("build", ".git")]
+
+
 class Builder:
     def __init__(self, top, xml):
         self.top = top
         self.problems = []
-        self.files = set(subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=top,
-                                        capture_output=True, check=True, text=True).stdout.split("\0")[:-1])
+        self.files = set(files_of(top))
         version = re.search(r"\bproject\([^)]*?VERSION (\d[\d.]*)", self.read("CMakeLists.txt"))[1]
         self.site = layout.Site(version)
         self.model = doxygen.Model(xml, doxygen.public_headers(top))
@@ -82,8 +92,9 @@ class Builder:
         self.sources = {}  # path -> url of its page
         self.copied = {}  # path -> url
         self.places = self._places()
-        self.reference = reference.Reference(self.model, self._samples(), self.problems)
-        self.renderer = prose.Renderer(self.resolve, self.reference.link_name, self.reference.named)
+        self.reference = reference.Reference(self.model, self._samples(), self._tests(), self.problems)
+        self.renderer = prose.Renderer(self.resolve, self.reference.link_name, self.reference.named,
+                                       self._title_of)
 
     def read(self, name):
         return (self.top / name).read_text(encoding="utf-8")
@@ -132,6 +143,10 @@ class Builder:
             self.problems.append(f"{name}: the link '{link}' leads to nothing in this tree")
         return layout.relative(url, page) if url else None
 
+    def _title_of(self, name, link):
+        document = self.documents.get(posixpath.normpath(posixpath.join(posixpath.dirname(name), link)))
+        return document.title if document else link
+
     def _url_of_file(self, target):
         """The page of a file or folder of the tree; None when it has none, empty when it is not there."""
         if target in self.model.headers:
@@ -158,7 +173,7 @@ class Builder:
 
     def _samples(self):
         """The files that are compiled and that a page shows, and the example programs."""
-        samples = []
+        found = []
         for name, document in self.documents.items():
             for link, number in document.samples:
                 path = posixpath.normpath(posixpath.join(posixpath.dirname(name), link))
@@ -166,11 +181,15 @@ class Builder:
                     chapter = document.chapters[number]
                     label = "Guide" if name == "docs/guide.md" else document.title
                     title = f"{label}: {chapter.title}" if chapter.title else label
-                    samples.append(reference.Sample(path, self.read(path), title, self.address(name, chapter.anchor)))
+                    found.append(samples.Sample(path, self.read(path), title, self.address(name, chapter.anchor)))
         for path in sorted(self.files):
             if re.fullmatch(r"examples/\w+\.(cpp|h)", path):
-                samples.append(reference.Sample(path, self.read(path), path, self._source(path)))
-        return samples
+                found.append(samples.Sample(path, self.read(path), path, self._source(path)))
+        return found
+
+    def _tests(self):
+        return [test for path in sorted(self.files) if re.fullmatch(r"tests/.*Test\.cpp", path)
+                for test in samples.tests_of(path, self.read(path))]
 
     # --- pages
 
@@ -218,8 +237,8 @@ class Builder:
                 url = layout.relative(self.places[name, 0], "decisions/index.html")
                 number = int(posixpath.basename(name)[:4])
                 rows.append(f'<li value="{number}"><a href="{url}">{html.escape(document.title)}</a></li>\n')
-        self.site.add("decisions/index.html", "Decisions", "<h1>Decisions</h1>\n<p>What could have been decided otherwise, "
-                      f"and why it was not.</p>\n<ol>\n{''.join(rows)}</ol>\n")
+        self.site.add("decisions/index.html", "Decisions", "<h1>Decisions</h1>\n<p>What could have been decided "
+                      f"otherwise, and why it was not.</p>\n<ol>\n{''.join(rows)}</ol>\n")
 
     def _source_page(self, path):
         url = self.sources[path]
@@ -240,7 +259,7 @@ class Builder:
         sample = layout.code_block(self.read(LANDING_SAMPLE), "cpp", lambda word: self.reference.link_name(word, url))
         self.site.add(url, "libnorla", f"""<div class="hero">
 <div><h1>libnorla</h1>
-{intro}<p class="ways"><a href="readme.html">Get it</a> <a href="guide.html">Guide</a>
+{intro}<p class="ways"><a href="readme.html#use-it">Get it</a> <a href="guide.html">Guide</a>
 <a href="cookbook.html">Cookbook</a> <a href="reference/index.html">Reference</a></p></div>
 <div>{sample}</div>
 </div>
@@ -297,10 +316,13 @@ class Builder:
                         for chapter in document.chapters if chapter.anchor and name != "docs/guide.md"]
         entries += [[name, url] for name, url in self.reference.by_name.items() if "#" in url and "::" in name]
         self.entries = sorted({url: [text, url] for text, url in entries}.values(), key=lambda entry: len(entry[0]))
-        self.site.add("find.html", "Find", '<h1>Find</h1>\n<p><input type="search" id="words" autofocus '
-                      'aria-label="Words" placeholder="a class, a function, a task"></p>\n<ul id="found"></ul>\n<noscript>'
-                      '<p>Without JavaScript: the <a href="reference/index.html">reference</a> lists all classes, the '
-                      '<a href="cookbook.html">cookbook</a> all tasks.</p></noscript>\n<script src="find.js"></script>\n')
+        self.site.add("find.html", "Find", """<h1>Find</h1>
+<p><input type="search" id="words" autofocus aria-label="Words" placeholder="a class, a function, a task"></p>
+<ul id="found"></ul>
+<noscript><p>Without JavaScript: the <a href="reference/index.html">reference</a> lists all classes, the
+<a href="cookbook.html">cookbook</a> all tasks.</p></noscript>
+<script src="find.js"></script>
+""")
 
     def write(self, folder):
         for url in self.site.pages:
@@ -319,7 +341,7 @@ class Builder:
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--xml", required=True, type=pathlib.Path, help="the folder with Doxygen's XML")
-    parser.add_argument("--output", required=True, type=pathlib.Path, help="the folder for the site, which is not there yet")
+    parser.add_argument("--output", required=True, type=pathlib.Path, help="the folder for the site, not there yet")
     options = parser.parse_args()
     builder = Builder(pathlib.Path(__file__).resolve().parents[2], options.xml)
     builder.build()

@@ -33,8 +33,9 @@ def bar(x, y, width, height, kind):
 
 
 def picture(title, height, inside):
-    return f'<figure class="chart"><svg viewBox="0 0 {WIDTH} {height:.0f}" role="img" aria-label="{html.escape(title)}">' \
-        f"\n{inside}</svg><figcaption>{html.escape(title)}</figcaption></figure>\n"
+    title = html.escape(title)
+    return f'<figure class="chart"><svg viewBox="0 0 {WIDTH} {height:.0f}" role="img" aria-label="{title}">\n{inside}' \
+        f"</svg><figcaption>{title}</figcaption></figure>\n"
 
 
 def bars(title, rows, header, own):
@@ -47,7 +48,8 @@ def bars(title, rows, header, own):
         y += 6
         for name, cell in zip(header[1:], row[1:]):
             length = 140 * numbers(cell)[0] / greatest
-            parts += [label(146, y + 12, name, "", "end"), bar(152, y + 1, length, 14, "own" if name == own else "other"),
+            kind = "own" if name == own else "other"
+            parts += [label(146, y + 12, name, "", "end"), bar(152, y + 1, length, 14, kind),
                       label(156 + length, y + 12, cell)]
             y += 18
         y += 6
@@ -78,12 +80,13 @@ def ratios(table):
     parts = [label(at(1), 12, "as bare libcurl", "", "middle")]
     y = 20
     for what, least, most, limit in chosen:
+        said = f"{least:.2f}" if least == most else f"{least:.2f} to {most:.2f}"
         parts += [label(0, y + 11, what, "small"), bar(at(least), y + 15, at(most) - at(least) + 3, 8, "own"),
                   bar(at(limit), y + 13, 2, 12, "limit"),
-                  label(WIDTH, y + 23, f"{least:.2f}" if least == most else f"{least:.2f} to {most:.2f}", "small", "end")]
+                  label(WIDTH, y + 23, said, "small", "end")]
         y += 32
     line = f'<line x1="{at(1):.1f}" y1="16" x2="{at(1):.1f}" y2="{y}" class="one"/>\n'
-    title = "Cost beside bare libcurl, which is 1: least and greatest median, and (upright) the limit that fails the run"
+    title = "Cost beside bare libcurl, which is 1: least and greatest median, and (red) the limit that fails a run"
     return '<div class="charts">' + picture(title, y + 4, line + "".join(parts)) + "</div>\n"
 
 
@@ -105,8 +108,8 @@ def outcomes(table):
                 parts.append(bar(x, y + 20, WIDTH * count / whole - 1, 16, word))
                 x += WIDTH * count / whole
         y += 48
-    title = "How the runs of all faults ended: green is a whole file, grey an error that was told, red a success that was " \
-        "none"
+    title = "How the runs of all faults ended: green is a whole file, grey an error that was told, red a success that " \
+        "was none"
     return '<div class="charts">' + picture(title, y, "".join(parts)) + "</div>\n"
 
 

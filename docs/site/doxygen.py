@@ -6,6 +6,7 @@ import xml.etree.ElementTree as tree
 
 import layout
 
+PERCENT = "\ue025"  # what the filter in docs/Doxyfile makes of it
 MEMBER_KINDS = ("function", "variable", "typedef", "enum", "define")
 TAGS = {"bold": "strong", "emphasis": "em", "computeroutput": "code", "itemizedlist": "ul", "orderedlist": "ol",
         "listitem": "li", "para": "p"}
@@ -90,7 +91,8 @@ class Model:
         self.compounds, self.free = [], {}
         for path in sorted(pathlib.Path(folder).glob("*.xml")):
             if path.name.startswith(("class", "struct", "concept", "namespace")):
-                self._read(tree.parse(path).getroot().find("compounddef"), wanted)
+                text = path.read_text(encoding="utf-8").replace(PERCENT, "%")
+                self._read(tree.fromstring(text.encode("utf-8")).find("compounddef"), wanted)
         self.compounds.sort(key=lambda compound: compound.name.lower())
         for members in self.free.values():
             members.sort(key=lambda member: member.line)

@@ -84,7 +84,8 @@ class Site:
 <body class="{kind}">
 <a class="skip" href="#content">To the text</a>
 <header>
-<a class="name" href="{relative("index.html", url)}">libnorla</a> <span class="version">{html.escape(self.version)}</span>
+<a class="name" href="{relative("index.html", url)}">libnorla</a>
+<span class="version">{html.escape(self.version)}</span>
 <a class="find" href="{relative("find.html", url)}">Find</a>
 <input type="checkbox" id="menu" aria-label="Menu"><label for="menu" aria-hidden="true">Menu</label>
 <nav class="all" aria-label="All pages">

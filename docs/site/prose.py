@@ -64,8 +64,8 @@ class Renderer:
     """Makes HTML of chapters. `resolve(name, link, page)` gives the address within the site, or None for what has no
     page of its own; it notes what is wrong."""
 
-    def __init__(self, resolve, link_names, page_of_name):
-        self.resolve, self.link_names, self.page_of_name = resolve, link_names, page_of_name
+    def __init__(self, resolve, link_names, page_of_name, title_of):
+        self.resolve, self.link_names, self.page_of_name, self.title_of = resolve, link_names, page_of_name, title_of
 
     def render(self, name, tokens, page, title_level=2):
         self.page, self.name = page, name
@@ -106,6 +106,10 @@ class Renderer:
                                  if language == "cpp" else None)
 
     def _inline(self, children):
+        """Links lead to pages, code to the reference, and a page is named by its title."""
+        for link, text in zip(children, children[1:]):
+            if link.type == "link_open" and text.type == "text" and text.content == link.attrs["href"]:
+                text.content = self.title_of(self.name, text.content)
         dropped = []
         linked = 0
         for child in children:

@@ -6,6 +6,7 @@ import re
 
 import doxygen
 import layout
+import samples as code
 
 ROOMS = [
     ("norla/core", "The transfer, its options, its errors"),
@@ -31,23 +32,15 @@ ROOMS = [
 KINDS = [("enum", "Types"), ("typedef", "Types"), ("function", "Operations"), ("variable", "Fields")]
 
 
-class Sample:
-    """A file that is compiled, and the place in the site that shows it."""
-
-    def __init__(self, path, text, title, url):
-        self.path, self.text, self.title, self.url = path, text, title, url
-        self.words = set(re.findall(r"\w+", text))
-        self.includes = set(re.findall(r'#include "([^"]+)"', text))
-
-
 class Reference:
-    def __init__(self, model, samples, problems):
-        self.model, self.samples, self.problems = model, samples, problems
+    def __init__(self, model, samples, tests, problems):
+        self.model, self.samples, self.tests, self.problems = model, samples, tests, problems
         self.addresses = {}  # Doxygen's id -> url
         self.by_name = {}  # "norla::CNetRequest::setURL", "CNetRequest::setURL", "CNetRequest" -> url
         self.page = ""
         self.comments = doxygen.Comments(self._address)
-        self.mentions = self._mentions()
+        self.mentions = self._mentions(lambda compound: [member.element for member in compound.members])
+        self.uses = self._mentions(lambda compound: [compound.element])  # with what is private
         for compound in model.compounds:
             self._register(compound.id, compound.qualified, self.url_of(compound))
             self._register_members(compound.members, self.url_of(compound))
@@ -94,22 +87,21 @@ class Reference:
         address = layout.relative(self.by_name[word], page)
         return f'<a href="{address}">{html.escape(word)}</a>'
 
-    def _mentions(self):
-        """Class -> the classes whose declarations name it."""
+    def _mentions(self, declared):
+        """Class -> the classes whose declarations, those that `declared(compound)` gives, name it."""
         found = {}
         for compound in self.model.compounds:
-            for ref in (ref for member in compound.members for ref in member.element.iter("ref")):
+            for ref in (ref for element in declared(compound) for ref in element.iter("ref")):
                 if ref.get("kindref") == "compound" and ref.get("refid") != compound.id:
                     found.setdefault(ref.get("refid"), set()).add(compound.qualified)
         return found
 
     def samples_of(self, compound):
-        """Those that name the class or include its header; the shortest and most telling first."""
-        word = compound.qualified.rpartition("::")[2]
-        nested = compound.qualified.count("::") > 1
-        outer = compound.qualified.split("::")[1]
-        found = [sample for sample in self.samples if word in sample.words and (not nested or outer in sample.words)]
-        return sorted(found, key=lambda sample: (sample.path.startswith("examples/"), len(sample.text)))
+        """Those that name the class; pages before programs, the shortest first; or a test."""
+        found = sorted((sample for sample in self.samples if sample.names(compound.qualified)),
+                       key=lambda sample: (sample.path.startswith("examples/"), len(sample.text)))
+        test = None if found else code.best_test(compound.qualified, self.tests)
+        return [test] if test else found
 
     # --- pages
 
@@ -177,19 +169,48 @@ class Reference:
 
     def _used_in(self, header):
         found = [sample for sample in self.samples if header in sample.includes]
-        return f"<p>Used in: {self._links(found)}</p>\n" if found else ""
+        return self._used(found) if found else ""
 
     def _example(self, compound):
-        """The shortest sample in full, and where the class is used else; or the samples of those that name it."""
+        """The shortest sample in full, and where the class is used else; or where to find one."""
         found = self.samples_of(compound)
         if not found:
-            return ""
+            return self._others_example(compound)
         first = found[0]
-        code = layout.code_block(first.text, "cpp", lambda word: None if word == compound.name else
-                                 self.link_name(word, self.page))
+        block = layout.code_block(first.text, "cpp", lambda word: None if word == compound.name else
+                                  self.link_name(word, self.page))
         opened = " open" if len(first.text) < 1600 else ""
-        return f'<h2 id="example">Example</h2>\n<details{opened}><summary>{html.escape(first.title)}</summary>\n{code}' \
-            f"</details>\n<p>Used in: {self._links(found)}</p>\n"
+        return f'<h2 id="example">Example</h2>\n<details{opened}><summary>{html.escape(first.title)}</summary>\n' \
+            f"{block}</details>\n{self._used(found)}"
+
+    def _others_example(self, compound):
+        """Of a class that names this one, such as the one that takes these options, or of a kind of it."""
+        near = self._near(compound)
+        shown = [other for other in near if self.samples_of(other)] or \
+            [further for other in near for further in self._near(other) if self.samples_of(further)]
+        if not shown:
+            comment = compound.element.find("detaileddescription")
+            if compound.kind != "concept" and not any(True for _ in comment.iter("verbatim")):
+                self.problems.append(f"{compound.file}: no sample and no test shows how {compound.qualified} is used, "
+                                     "nor a class that names it")
+            return ""
+        places = {other.name: layout.relative(self.url_of(other) + "#example", self.page) for other in shown}
+        links = [f'<a href="{place}"><code>{name}</code></a>' for name, place in places.items()]
+        return f'<h2 id="example">Example</h2>\n<p>That of {", ".join(links[:4])}.</p>\n'
+
+    def _near(self, compound):
+        numbers = {derived.get("refid") for derived in compound.derived}
+        return [other for other in self.model.compounds
+                if other.qualified in self.uses.get(compound.id, ()) or other.id in numbers or
+                compound.qualified.startswith(other.qualified + "::")]
+
+    def _used(self, samples):
+        shown = [sample for sample in samples if sample.url]
+        count = len({sample.url for sample in shown})
+        links = self._links(shown)
+        if count > 8:
+            return f"<details><summary>Used in {count} places</summary>\n<p>{links}</p></details>\n"
+        return f"<p>Used in: {links}</p>\n" if shown else ""
 
     def _overview(self, members):
         parts, seen = [], []
@@ -247,8 +268,8 @@ class Reference:
             f'<th>Throws</th></tr>\n{"".join(rows)}</table></div>\n'
 
     def _index(self):
-        parts = ["<h1>Reference</h1>\n<p>Made of the comments in the headers. A class is in the header of its name; what"
-                 " stands in no class is listed by header.</p>\n"]
+        parts = ["<h1>Reference</h1>\n<p>Made of the comments in the headers. A class is in the header of its name; "
+                 "what stands in no class is listed by header.</p>\n"]
         rooms = dict(ROOMS)
         for header in self.model.headers:
             rooms.setdefault(posixpath.dirname(header), "")
