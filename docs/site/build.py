@@ -44,7 +44,8 @@ GROUPS = [
     ("Project", ["CHANGELOG.md", "CONTRIBUTING.md"]),
 ]
 LABELS = {"README.md": "Get it, build it", "docs/choosing.md": "Perform or pool",
-          "docs/guide.md": "Objects, text, errors", "docs/text.md": "Text, paths, escaping", "docs/ownership.md": "Who owns what", "CHANGELOG.md": "Changes",
+          "docs/guide.md": "Objects, text, errors", "docs/text.md": "Text, paths, escaping",
+          "docs/ownership.md": "Who owns what", "CHANGELOG.md": "Changes",
           "CONTRIBUTING.md": "Work on it", "docs/reliability.md": "Reliability", "docs/performance.md": "Performance"}
 
 # What the first page leads to: a task, a sentence, and where that is told.

@@ -108,8 +108,8 @@ def outcomes(table):
                 parts.append(bar(x, y + 20, WIDTH * count / whole - 1, 16, word))
                 x += WIDTH * count / whole
         y += 48
-    title = "How the runs of all faults ended: green is a whole file, grey an error that was told, red a success that " \
-        "was none"
+    title = "How the runs of all faults ended: green is a whole file, grey an error that was told, red a " \
+        "success that was none"
     return '<div class="charts">' + picture(title, y, "".join(parts)) + "</div>\n"
 
 
