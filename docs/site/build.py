@@ -224,7 +224,7 @@ class Builder:
         self.site.pages[url] = (title, f'{body}<h2 id="all-files">All their files</h2>\n<ul>{"".join(items)}</ul>\n')
 
     def _page(self, name, title, tokens, url, title_level):
-        pictures = dict(charts.before_tables(name, tokens))
+        pictures = dict(charts.before_tables(name, tokens, self.problems))
         body = self.renderer.render(name, tokens, url, title_level)
         parts = re.split(r'(?=<div class="table")', body)
         for number, drawn in pictures.items():

@@ -121,12 +121,13 @@ CHARTS = [
 ]
 
 
-def before_tables(name, tokens):
+def before_tables(name, tokens, problems):
     """Picture and number of the table that it stands before, for the charts of a page."""
     found = tables(tokens)
     for page, corner, draw in CHARTS:
         if page == name:
             places = [at for at, rows in enumerate(found) if rows[0][0] == corner]
-            if not places:
-                raise ValueError(f"{name} has no table whose first cell is '{corner}', of which there is a picture")
-            yield places[0], draw(found[places[0]])
+            if places:
+                yield places[0], draw(found[places[0]])
+            else:
+                problems.append(f"{name} has no table whose first cell is '{corner}', of which there is a picture")
