@@ -50,6 +50,15 @@ TEST_F(CTransferLimitsTest, saysWhoWasSilent)
         "Nothing could be sent to the server host:80 for 1 second, and it has not answered.");
 }
 
+TEST_F(CTransferLimitsTest, theLongestSilenceIsThatOfAConnectionAndTheOneBehindIt)
+{
+    EXPECT_EQ(m_limits.getLongestSilence(), 1500 + 1000);
+    m_limits.noticeNumber(CURLOPT_CONNECTTIMEOUT_MS, 0);
+    EXPECT_EQ(m_limits.getLongestSilence(), 300'000 + 1000) << "libcurl's own limit for a connection";
+    m_limits.noticeNumber(CURLOPT_LOW_SPEED_TIME, 0);
+    EXPECT_EQ(m_limits.getLongestSilence(), 0);
+}
+
 TEST_F(CTransferLimitsTest, saysWhatTookTooLong)
 {
     using enum TransferPhase;
