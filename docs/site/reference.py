@@ -180,8 +180,17 @@ class Reference:
         block = layout.code_block(first.text, "cpp", lambda word: None if word == compound.name else
                                   self.link_name(word, self.page))
         opened = " open" if len(first.text) < 1600 else ""
+        more = "" if first.url else self._links_to([other for other in self._near(compound) if self._has_page(other)])
         return f'<h2 id="example">Example</h2>\n<details{opened}><summary>{html.escape(first.title)}</summary>\n' \
-            f"{block}</details>\n{self._used(found)}"
+            f"{block}</details>\n{self._used(found)}{f'<p>See also that of {more}.</p>' if more else ''}\n"
+
+    def _has_page(self, compound):
+        """Whether a page or a program shows how it is used, and not a test alone."""
+        return any(sample.url for sample in self.samples_of(compound))
+
+    def _links_to(self, compounds):
+        places = {other.name: layout.relative(self.url_of(other) + "#example", self.page) for other in compounds}
+        return ", ".join(f'<a href="{place}"><code>{name}</code></a>' for name, place in list(places.items())[:4])
 
     def _others_example(self, compound):
         """Of a class that names this one, such as the one that takes these options, or of a kind of it."""
@@ -194,9 +203,7 @@ class Reference:
                 self.problems.append(f"{compound.file}: no sample and no test shows how {compound.qualified} is used, "
                                      "nor a class that names it")
             return ""
-        places = {other.name: layout.relative(self.url_of(other) + "#example", self.page) for other in shown}
-        links = [f'<a href="{place}"><code>{name}</code></a>' for name, place in places.items()]
-        return f'<h2 id="example">Example</h2>\n<p>That of {", ".join(links[:4])}.</p>\n'
+        return f'<h2 id="example">Example</h2>\n<p>That of {self._links_to(shown)}.</p>\n'
 
     def _near(self, compound):
         numbers = {derived.get("refid") for derived in compound.derived}
