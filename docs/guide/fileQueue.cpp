@@ -1,3 +1,4 @@
+#include "kx/text/numbers.h"
 #include "norla/core/explain.h"
 #include "norla/files/CFileDownload.h"
 #include "norla/files/CFileQueue.h"
