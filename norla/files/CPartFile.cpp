@@ -267,10 +267,17 @@ void CPartFile::writeRecord(const std::string& text)
         const COpenFile file(openOwn(newName, O_WRONLY | O_CREAT | O_EXCL));
         if (file.get() < 0 || !writeAll(file.get(), reinterpret_cast<const unsigned char*>(text.data()), text.size(), 0)
             || fdatasync(file.get()) != 0)
-            fail(errno);
+            failWithout(newName);
     }
     if (renameat(m_folder, newName.c_str(), m_folder, m_recordName.c_str()) != 0)
-        fail(errno);
+        failWithout(newName);
+}
+
+void CPartFile::failWithout(const std::string& name) const
+{
+    const int error = errno;
+    unlinkat(m_folder, name.c_str(), 0);
+    fail(error);
 }
 
 void CPartFile::removeRecord()

@@ -84,6 +84,7 @@ private:
     void giveName(bool replaces);
     void syncFolder() const;
     [[noreturn]] void fail(int errorNumber) const;
+    [[noreturn]] void failWithout(const std::string& name) const; // with errno
 
     const Path m_path;
     const bool m_isPrivate;

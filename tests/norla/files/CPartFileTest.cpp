@@ -128,6 +128,14 @@ TEST_F(CPartFileTest, givesBackTheRoomThatItDoesNotFill)
     EXPECT_LT(status.st_blocks * blockUnit, 1 << 20);
 }
 
+TEST_F(CPartFileTest, aRecordThatCannotBeWrittenLeavesNothing)
+{
+    CPartFile part(path());
+    fs::create_directory(m_folder.path() / "file.norla-record");
+    EXPECT_NE(errorOf([&] { part.writeRecord("text"); }), "");
+    EXPECT_EQ(fileCount(), 2u);
+}
+
 TEST_F(CPartFileTest, aRemovedRecordIsGone)
 {
     CPartFile part(path());
