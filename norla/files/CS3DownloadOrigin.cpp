@@ -87,18 +87,10 @@ kx::P<kx::CError> CS3DownloadOrigin::explain(CNetRequest& request, const kx::CEr
     return attempt.isCorrected ? nullptr : explained;
 }
 
-/// Of what had come before, to the last byte, no answer has told.
 kx::P<kx::CError> CS3DownloadOrigin::judge(const NextBlock& nextBlock)
 {
     if (!m_verifies)
         return nullptr;
-    if (m_said.empty()) {
-        const auto request = kx::newObj<CNetRequest>();
-        CS3Call call = m_call;
-        call.method = "HEAD";
-        m_client.performCall(*request, call);
-        learn(*request);
-    }
     std::vector<CS3BodyDigest> digests = digestsSaidIn(m_said);
     if (digests.empty())
         return nullptr;

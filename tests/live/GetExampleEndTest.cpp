@@ -130,7 +130,7 @@ TEST_F(GetEndTest, fetchesAFileOverSeveralConnections)
 {
     const std::string bytes = randomBytes(12 << 20);
     support::writeFile(server().root() / "large.bin", bytes);
-    EXPECT_EQ(get({"--segments", "4", server().url("/large.bin")}).exitStatus(), 0);
+    EXPECT_EQ(get({"--segments", "4", "--limit", "16M", server().url("/large.bin")}).exitStatus(), 0);
     EXPECT_TRUE(content("large.bin") == bytes);
     const auto log = server().accessLog();
     EXPECT_GE(std::count_if(log.begin(), log.end(),

@@ -124,12 +124,18 @@ class TestScriptTest(BuildingScriptTest):
         status, output = self.signalled("test", "--busy", send=lambda pid: os.kill(pid, signal.SIGTERM))
         self.assertEqual((status, output), (143, ""))
 
+    def documentation(self):
+        (self.tree / "docs").mkdir()
+        (self.tree / "docs/Doxyfile").touch()
+
     def test_interrupted_checks_leave_nothing(self):
+        self.documentation()
         self.stand_in("doxygen", *self.works_until_ended())
         status, output = self.signalled("check", "docs", send=lambda pid: os.killpg(pid, signal.SIGINT))
         self.assertEqual((status, output), (130, "== docs\n"))
 
     def test_checks_stop_at_the_first_stage_that_fails(self):
+        self.documentation()
         self.stand_in("doxygen", "exit 3")
         self.stand_in("git", "exit 4")
         run = self.run_script("check", "docs", "format")

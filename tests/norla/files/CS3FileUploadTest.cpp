@@ -249,11 +249,19 @@ TEST_F(CS3FileUploadTest, believesAStoreThatDoesNotLetItLook)
 TEST_F(CS3FileUploadTest, sendsNoEndOfAFileThatIsWrittenToMeanwhile)
 {
     write(std::string(8 << 20, 'x'));
-    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readToEnd();
-    bool isChanged = false;
+    std::promise<void> isChanged;
+    server()
+        .onConnection()
+        .readHead()
+        .waitFor(isChanged.get_future().share())
+        .send("HTTP/1.1 100 Continue\r\n\r\n")
+        .readToEnd();
+    bool isFirst = true;
     m_options.onProgress = [&](const norla::CFileProgress&) {
-        if (!std::exchange(isChanged, true))
-            std::fstream(folder().path() / "file", std::ios::in | std::ios::out).write("y", 1);
+        if (!std::exchange(isFirst, false))
+            return;
+        std::fstream(folder().path() / "file", std::ios::in | std::ios::out).write("y", 1);
+        isChanged.set_value();
     };
     m_options.retries.repeatUnsafe = true;
     const auto error = failure();
@@ -716,6 +724,8 @@ TEST_F(CS3FileUploadPartsTest, goesOnBehindAPauseWithWhatTheStoreHas)
     answerSize(2 * partSize);
     const auto file = upload();
     std::thread other = atConnection(3, [&] {
+        while (file->getProgress().done < static_cast<long long>(partSize)) // it is told now and then
+            std::this_thread::yield();
         file->pause();
         while (file->getState() != FileState::Paused)
             std::this_thread::yield();
