@@ -60,7 +60,9 @@ void requirePart(const norla::CAskedPart& asked, const norla::CDownloadAnswer& a
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     std::string_view text(reinterpret_cast<const char*>(data), size);
-    norla::CAskedPart asked{.start = takeSize(text).value_or(0), .end = takeSize(text)};
+    norla::CAskedPart asked;
+    asked.start = takeSize(text).value_or(0);
+    asked.end = takeSize(text);
     asked.isPart = asked.start > 0 || asked.end;
     const std::optional<long long> announced = takeSize(text);
     const int status = static_cast<int>(std::clamp(takeNumber(text).value_or(-1), -1LL, 999LL));
@@ -68,8 +70,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const norla::CDownloadAnswer answer{.status = status, .headers = headers, .announced = announced};
     norla::CKnownResource known;
     const auto eTag = headers.find("etag");
-    if (asked.isPart && eTag != headers.end())
-        known = {.isKnown = true, .validators = {.eTag = eTag->second.toUTF8()}, .total = announced};
+    if (asked.isPart && eTag != headers.end()) {
+        known.isKnown = true;
+        known.validators.eTag = eTag->second.toUTF8();
+        known.total = announced;
+    }
     try {
         const auto verdict = norla::judgeAnswer(asked, answer, known);
         require(!known.total || *known.total >= 0, "no size is negative");

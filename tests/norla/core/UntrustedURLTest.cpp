@@ -41,7 +41,14 @@ TEST_F(UntrustedURLTest, sendsAnEscapedLineEndEscapedOverHTTP)
 
 TEST_F(UntrustedURLTest, beginsNoCommandOfFTP)
 {
-    server().onConnection().send("220 hello\r\n").readUntil("USER anonymous\r\n").send("230 in\r\n").readToEnd();
+    server()
+        .onConnection()
+        .send("220 hello\r\n")
+        .readUntil("USER anonymous\r\n")
+        .send("230 in\r\n")
+        .readUntil("PWD\r\n")
+        .send("257 \"/\"\r\n")
+        .readToEnd();
     EXPECT_EQ(codeOf("ftp://" + hostAndPort() + "/a%0D%0ADELE%20b"), CURLE_URL_MALFORMAT);
     useNewRequest();
     server().join();
