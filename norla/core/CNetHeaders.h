@@ -20,8 +20,8 @@ public:
     ~CNetHeaders() override;
 
     /// Adds the line name + ": " + value, both without surrounding white space. Nothing is checked: line ends within
-    /// reach the server. libcurl does not send a line with an empty value; it leaves out its own header of that name
-    /// instead (CURLOPT_HTTPHEADER). addEmpty() sends one.
+    /// reach the server, unless the request has the safe defaults. libcurl does not send a line with an empty value; it
+    /// leaves out its own header of that name instead (CURLOPT_HTTPHEADER). addEmpty() sends one.
     /// @throws as CNetStringList::add()
     void add(const kx::String& name, const kx::String& value);
 

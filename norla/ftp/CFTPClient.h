@@ -20,7 +20,8 @@ namespace norla {
 /// Paths are the server's own, as a rule from "/" on. They are sent as they are. In uploads, downloads, listings and
 /// moves with createMissingDirs they stand in a URL, which libcurl takes only escaped ("my%20file") and reads from the
 /// directory of the login on; the other operations put them into commands, which take them unescaped ("my file"). A
-/// line end in a path would begin another command: never pass on a path with one.
+/// line end in a path would begin another command: never pass on a path with one. With the safe defaults it is an
+/// error.
 ///
 /// Immutable but for its setters: several threads may use one client with a request each.
 class KX_EXPORT CFTPClient : public virtual kx::CBase {

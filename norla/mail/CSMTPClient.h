@@ -25,8 +25,9 @@ class CNetRequest;
 ///
 /// Addresses of the envelope are passed on unchanged, with or without angle brackets, and nothing in them is checked
 /// but that no recipient is empty: a line end in one would be a command of its own. Whoever takes addresses from
-/// outside refuses line ends and control characters in them before. The same goes for the header fields of a message
-/// (CMimeMessage::getHeaders()).
+/// outside refuses line ends and control characters in them before, or has CSMTPParams::safeDefaults, with which a line
+/// end is an error. The same goes for the header fields of a message (CMimeMessage::getHeaders()), of which nothing is
+/// checked in any case.
 class KX_EXPORT CSMTPClient : public virtual kx::CBase {
 public:
     using Buffer = kx::TBuffer<unsigned char>;
