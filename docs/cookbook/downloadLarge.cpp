@@ -7,8 +7,9 @@
 void downloadLarge(const kx::String& url, const norla::CNetRequest::Path& path, const kx::String& sha256)
 {
     const auto show = [](const norla::CFileProgress& progress) {
-        std::fprintf(stderr, "\r%lld of %lld bytes, %.0f a second, %.0f seconds left ", progress.done,
-            progress.total.value_or(-1), progress.bytesPerSecond, progress.secondsLeft.value_or(-1));
+        if (progress.total)
+            std::fprintf(stderr, "\r%lld of %lld bytes, %.0f seconds left ", progress.done, *progress.total,
+                progress.secondsLeft.value_or(0));
     };
     norla::CFileDownloadOptions options{.sha256 = sha256, .segments = 4};
     options.retries.attempts = 5;
