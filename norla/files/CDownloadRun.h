@@ -6,6 +6,7 @@
 #include "norla/files/CDownloadSink.h"
 #include "norla/files/CFileDownload.h"
 #include "norla/files/CFileSignals.h"
+#include "norla/files/CPartDigests.h"
 #include "norla/files/CPartFile.h"
 #include "norla/files/CSilenceWatch.h"
 #include "norla/files/IDownloadOrigin.h"
@@ -37,10 +38,10 @@ private:
     using Clock = CFileSignals::Clock;
 
     struct CConnection {
-        CConnection(int connectionNumber, CPartFile& part, const CRetryPolicy& policy);
+        CConnection(int connectionNumber, kx::P<CNetRequest> itsRequest, CPartFile& part, const CRetryPolicy& policy);
 
         int number;
-        kx::P<CNetRequest> request = kx::newObj<CNetRequest>();
+        kx::P<CNetRequest> request;
         kx::P<CDownloadSink> sink;
         CRetries retries;
         kx::P<CTransfer> transfer;                    // null while it pauses
@@ -65,7 +66,7 @@ private:
     void startAttempt(CConnection& connection);
     void prepare(CConnection& connection);
     void learn();
-    void learnFrom(const CKnownResource& known);
+    void learnFrom(const CDownloadSink::CStatus& status);
     void takeEnd(CConnection& connection);
     void takeFailure(CConnection& connection, const kx::CError& failure, bool hasMoved);
     void startAnew();
@@ -83,13 +84,14 @@ private:
     void takeName(CNetRequest& request);
     void requireExpectedSize();
     std::string_view blockAt(long long& position, std::vector<unsigned char>& block) const;
-    void requireDigest(const kx::String& expected, const char* algorithm, const char* name);
+    void requireDigests();
     void requireAsOriginSays();
     void finish();
 
     IDownloadOrigin& m_origin;
     const CFileDownloadOptions& m_options;
     const std::shared_ptr<CFileSignals> m_signals;
+    CPartDigests m_digests;
     CPartFile m_part;
     const kx::P<CTransferPool> m_pool;
     const kx::P<IExecutor> m_executor;
@@ -97,6 +99,7 @@ private:
     std::string m_defaultName; // a URL's path
     bool m_isOurs = false;     // the part: what an earlier download has left was taken or thrown away
     bool m_isWrong = false;    // what it holds
+    kx::P<CNetRequest> m_spareRequest;
     CKnownResource m_known;
     CByteRanges m_arrived; // but for what connections that are open have brought
     std::map<int, std::unique_ptr<CConnection>> m_connections;

@@ -2,16 +2,13 @@
 
 #include "kx/base/onExceptionInDestructorIgnored.h"
 #include "kx/log/log.h"
-#include "kx/text/hex.h"
 #include "kx/text/numbers.h"
 #include "norla/files/CDownloadRun.h"
 #include "norla/files/suggestedName.h"
 #include "norla/files/tellProgressTo.h"
-#include "sela/CDigest.h"
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 namespace norla {
 
@@ -20,14 +17,6 @@ namespace {
 constexpr auto downloadProgressPause = std::chrono::milliseconds(100);
 constexpr auto downloadCheckpointPause = std::chrono::seconds(2);
 constexpr size_t digestBlockSize = 256 << 10;
-
-std::string lowerHex(const kx::String& digits)
-{
-    std::string text = digits.toUTF8();
-    for (char& digit : text)
-        digit = digit >= 'A' && digit <= 'F' ? static_cast<char>(digit - 'A' + 'a') : digit;
-    return text;
-}
 
 } // namespace
 
@@ -162,23 +151,16 @@ std::string_view CDownloadRun::blockAt(long long& position, std::vector<unsigned
     return {reinterpret_cast<const char*>(block.data()), count};
 }
 
-/// Of the bytes as they are in the file.
-void CDownloadRun::requireDigest(const kx::String& expected, const char* algorithm, const char* name)
+void CDownloadRun::requireDigests()
 {
-    if (expected.isEmpty())
-        return;
-    sela::CDigest digest(algorithm);
-    std::vector<unsigned char> block(digestBlockSize);
-    long long position = 0;
-    for (auto bytes = blockAt(position, block); !bytes.empty(); bytes = blockAt(position, block))
-        digest.update(bytes.data(), bytes.size());
-    digest.finish();
-    const kx::String found = kx::hexEncode({reinterpret_cast<const char*>(digest.getBytes()), digest.getLength()});
-    if (found.toUTF8() == lowerHex(expected))
+    while (m_digests.follow(m_part, *m_known.total))
+        throwIfCancelled();
+    const kx::String difference = m_digests.findDifference();
+    if (difference.isEmpty())
         return;
     m_isWrong = true;
-    throw kx::CError("The file '" + m_part.getPath().toString() + "' is not the one that was expected: its "
-        + kx::String::fromLatin1(name) + " is " + found + ", and not " + expected + ".");
+    throw kx::CError(
+        "The file '" + m_part.getPath().toString() + "' is not the one that was expected: its " + difference + ".");
 }
 
 void CDownloadRun::requireAsOriginSays()
@@ -196,8 +178,7 @@ void CDownloadRun::finish()
     m_signals->setState(FileState::Finishing);
     requireExpectedSize();
     m_part.truncate(*m_known.total);
-    requireDigest(m_options.sha256, "SHA256", "SHA-256");
-    requireDigest(m_options.md5, "MD5", "MD5");
+    requireDigests();
     requireAsOriginSays();
     CPartFile::CAttributes attributes;
     if (m_options.permissions)

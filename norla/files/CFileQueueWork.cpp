@@ -145,7 +145,8 @@ void CFileQueueWork::noteEnd(Running::iterator place)
     m_there.erase(place->get());
     m_running.erase(place);
     ++m_freeThreads;
-    m_someEnded.notify_all();
+    if (isIdle()) // nobody waits for less
+        m_allEnded.notify_all();
 }
 
 void CFileQueueWork::cancel()
@@ -181,8 +182,8 @@ bool CFileQueueWork::waitUntil(std::optional<Clock::time_point> moment)
     requireOwnProcess();
     std::unique_lock lock(m_mutex);
     if (moment)
-        return m_someEnded.wait_until(lock, *moment, [this] { return isIdle(); });
-    m_someEnded.wait(lock, [this] { return isIdle(); });
+        return m_allEnded.wait_until(lock, *moment, [this] { return isIdle(); });
+    m_allEnded.wait(lock, [this] { return isIdle(); });
     return true;
 }
 

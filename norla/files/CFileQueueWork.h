@@ -47,7 +47,7 @@ private:
     const unsigned int m_process; // in a child there are no threads
     std::mutex m_mutex;
     std::condition_variable m_mayRun;
-    std::condition_variable m_someEnded;
+    std::condition_variable m_allEnded;
     std::deque<kx::P<CFileTransfer>> m_waiting;
     std::unordered_set<const CFileTransfer*> m_there; // waiting or running
     Running m_running;

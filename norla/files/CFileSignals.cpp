@@ -62,9 +62,11 @@ void CFileSignals::setWishListener(std::function<void()> listener)
 
 void CFileSignals::tellEnd(int connection)
 {
-    const std::lock_guard lock(m_mutex);
-    m_ended.push_back(connection);
-    m_changed.notify_all();
+    {
+        const std::lock_guard lock(m_mutex);
+        m_ended.push_back(connection);
+    }
+    m_changed.notify_all(); // who wakes up finds the lock free
 }
 
 CFileSignals::Clock::time_point CFileSignals::momentAfter(const kx::CTimeSpan& span)

@@ -1,5 +1,7 @@
 // What a download makes of what an earlier attempt, or an earlier download, has left.
+#include "kx/text/hex.h"
 #include "norla/core/errorKind.h"
+#include "sela/CDigest.h"
 #include "tests/norla/files/CFileDownloadFixture.h"
 
 #include <gmock/gmock.h>
@@ -23,6 +25,14 @@ protected:
         EXPECT_THAT(names(), ElementsAre("file.norla-part", "file.norla-record"));
     }
 
+    static kx::String sha256Of(const std::string& bytes)
+    {
+        sela::CDigest digest("SHA256");
+        digest.update(bytes.data(), bytes.size());
+        digest.finish();
+        return kx::hexEncode({reinterpret_cast<const char*>(digest.getBytes()), digest.getLength()});
+    }
+
     const std::string m_bytes = bytesOf(200'000);
 };
 
@@ -44,6 +54,26 @@ TEST_F(CFileDownloadResumeTest, goesOnWhereAnotherOneHasEnded)
     EXPECT_EQ(file(), m_bytes);
     EXPECT_THAT(names(), ElementsAre("file"));
     EXPECT_THAT(received(1), HasSubstr("Range: bytes=34464-\r\n"));
+}
+
+TEST_F(CFileDownloadResumeTest, digestsAreOfAllBytesTheOlderOnesToo)
+{
+    options().sha256 = sha256Of(m_bytes);
+    leavePart(m_bytes, 100'000);
+    answer(rest(m_bytes, 100'000 - 65'536));
+    download()->run();
+    EXPECT_EQ(file(), m_bytes);
+}
+
+TEST_F(CFileDownloadResumeTest, digestsKnowNothingOfBytesThatWereThrownAway)
+{
+    const std::string other = bytesOf(300'000).substr(100'000);
+    options().sha256 = sha256Of(other);
+    answer(whole(m_bytes, 100'000));
+    answer(whole(other, 10, "ETag: \"v2\"\r\n")); // If-Range has found another file
+    answer(whole(other, std::string::npos, "ETag: \"v2\"\r\n"));
+    download()->run();
+    EXPECT_EQ(file(), other);
 }
 
 TEST_F(CFileDownloadResumeTest, asManyAttemptsAsBringSomethingAreMade)
