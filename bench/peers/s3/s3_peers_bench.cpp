@@ -1,21 +1,22 @@
 // Objects beside the programs that people would take instead, and beside libcurl by hand, with one store: a large one
 // up and down, and many small ones. Each is a program of its own; all of them do the same work, in turns.
+#include "bench/peers/contest/CProgramContest.h"
+#include "bench/peers/contest/checkedFiles.h"
+#include "bench/peers/contest/programs.h"
 #include "bench/peers/s3/CCheckedStore.h"
-#include "bench/peers/s3/CStoreContest.h"
 #include "bench/peers/s3/s3Work.h"
 #include "tests/support/CTemporaryFolder.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
 #include <utility>
 
 namespace {
 
-using bench::CStoreContender;
-using bench::CStoreStep;
-using Words = std::vector<std::string>;
+using bench::CProgramContender;
+using bench::CProgramStep;
+using bench::Words;
 
 constexpr char bareName[] = "libcurl by hand";
 constexpr char norlaName[] = "libnorla";
@@ -48,25 +49,6 @@ CSizes sizesOf(int count, char** arguments)
     return sizes;
 }
 
-bool isInstalled(const std::string& program)
-{
-    const std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
-    for (size_t start = 0; start < path.size();) {
-        const size_t end = std::min(path.find(':', start), path.size());
-        if (access((path.substr(start, end - start) + '/' + program).c_str(), X_OK) == 0)
-            return true;
-        start = end + 1;
-    }
-    std::fprintf(stderr, "%s is not installed, and left out.\n", program.c_str());
-    return false;
-}
-
-Words joined(Words words, const Words& more)
-{
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
-}
-
 class CComparison {
 public:
     explicit CComparison(const CSizes& sizes)
@@ -88,10 +70,10 @@ public:
 
     void run()
     {
-        const bench::CStoreContest contest(NORLA_S3_MEASURE, m_folder.path() / "log", environment());
+        const bench::CProgramContest contest(m_folder.path() / "log", environment());
         for (auto contenders : {uploads(), downloads(), small()}) {
             contest.run(contenders, m_sizes.rounds);
-            bench::printStoreTables(contenders);
+            bench::printProgramTables(contenders);
         }
     }
 
@@ -112,56 +94,57 @@ private:
 
     static Words rclone(const Words& words)
     {
-        return joined({"rclone", "--quiet", "--s3-no-check-bucket", "--retries=1", "--low-level-retries=1"}, words);
+        return bench::joined(
+            {"rclone", "--quiet", "--s3-no-check-bucket", "--retries=1", "--low-level-retries=1"}, words);
     }
     Words s3cmd(const Words& words) const
     {
-        return joined({"s3cmd", "--config=" + (m_folder.path() / "s3cmd.cfg").native(), "--no-progress"}, words);
+        return bench::joined({"s3cmd", "--config=" + (m_folder.path() / "s3cmd.cfg").native(), "--no-progress"}, words);
     }
 
     /// @return a contender with the only step
-    CStoreContender upload(const std::string& name, const Words& command)
+    CProgramContender upload(const std::string& name, const Words& command)
     {
         const auto check = [this](const std::string&) { m_store.requireObject("large", "up", m_large); };
         return {name, {{sizeText() + " from a file, in parts of 8 MiB, 4 at once", command, check}}};
     }
 
-    std::vector<CStoreContender> uploads()
+    std::vector<CProgramContender> uploads()
     {
-        std::vector<CStoreContender> all{upload(bareName, {NORLA_S3_BARE_PEER, "up", "large", m_large, "up"}),
+        std::vector<CProgramContender> all{upload(bareName, {NORLA_S3_BARE_PEER, "up", "large", m_large, "up"}),
             upload("the same, without digests", {NORLA_S3_BARE_PEER, "up-undigested", "large", m_large, "up"}),
             upload(norlaName, {NORLA_S3_NORLA_PEER, "up", "large", m_large, "up"})};
-        if (isInstalled("rclone"))
+        if (bench::isInstalled("rclone"))
             all.push_back(upload("rclone",
                 rclone({"copyto", "--s3-chunk-size=8Mi", "--s3-upload-concurrency=4", "--s3-upload-cutoff=8Mi",
                     "--s3-disable-checksum", "--no-check-dest", m_large, "store:large/up"})));
-        if (isInstalled("s3cmd"))
+        if (bench::isInstalled("s3cmd"))
             all.push_back(upload("s3cmd, one at once",
                 s3cmd({"put", "--no-preserve", "--multipart-chunk-size-mb=8", m_large, "s3://large/up"})));
         return all;
     }
 
-    CStoreContender download(const std::string& name, bool isChecked, const Words& command)
+    CProgramContender download(const std::string& name, bool isChecked, const Words& command)
     {
         const std::string title
             = sizeText() + " into a file, one connection, " + (isChecked ? "MD5 compared" : "nothing compared");
         return {name, {{title, command, [this](const std::string&) { bench::requireSameFile(m_down, m_large); }}}};
     }
 
-    std::vector<CStoreContender> downloads()
+    std::vector<CProgramContender> downloads()
     {
-        std::vector<CStoreContender> all;
+        std::vector<CProgramContender> all;
         for (const bool isChecked : {true, false}) {
             const std::string operation = isChecked ? "down" : "down-unchecked";
             for (const auto& [name, program] :
                 {std::pair{bareName, NORLA_S3_BARE_PEER}, {norlaName, NORLA_S3_NORLA_PEER}})
                 all.push_back(download(name, isChecked, {program, operation, "large", "down", m_down}));
-            if (isInstalled("rclone"))
+            if (bench::isInstalled("rclone"))
                 all.push_back(download("rclone", isChecked,
                     rclone({"copyto", "--multi-thread-streams=0", "--no-check-dest", "--use-server-modtime",
                         isChecked ? "--ignore-checksum=false" : "--ignore-checksum", "store:large/down", m_down})));
         }
-        if (isInstalled("s3cmd"))
+        if (bench::isInstalled("s3cmd"))
             all.push_back(download("s3cmd", true, s3cmd({"get", "s3://large/down", m_down})));
         return all;
     }
@@ -174,7 +157,7 @@ private:
         Words remove;
     };
 
-    CStoreContender smallContender(
+    CProgramContender smallContender(
         const std::string& name, const std::string& bucket, const CCommands& commands, bool showsAll = true)
     {
         server().makeBucket(bucket);
@@ -194,7 +177,7 @@ private:
                 {showsAll ? count + "removed" : "", commands.remove, isEmpty}}};
     }
 
-    std::vector<CStoreContender> small()
+    std::vector<CProgramContender> small()
     {
         const std::string from = m_objects.native();
         const std::string to = m_fetched.native();
@@ -202,18 +185,18 @@ private:
             return CCommands{{program, "put" + way, bucket, from}, {program, "list", bucket},
                 {program, "get" + way, bucket, to}, {program, "delete", bucket}};
         };
-        std::vector<CStoreContender> all{smallContender(bareName, "bare", peer(NORLA_S3_BARE_PEER, "bare")),
+        std::vector<CProgramContender> all{smallContender(bareName, "bare", peer(NORLA_S3_BARE_PEER, "bare")),
             smallContender("libnorla's pool", "pool", peer(NORLA_S3_NORLA_PEER, "pool")),
             smallContender(
                 "libnorla in 8 threads", "threads", peer(NORLA_S3_NORLA_PEER, "threads", "-threads"), false)};
-        if (isInstalled("rclone"))
+        if (bench::isInstalled("rclone"))
             all.push_back(smallContender("rclone", "rclone",
                 {rclone({"copy", "--transfers=8", "--no-check-dest", "--s3-no-head", from, "store:rclone"}),
                     rclone({"lsf", "--format=sp", "--fast-list", "store:rclone"}),
                     rclone({"copy", "--transfers=8", "--no-check-dest", "--s3-no-head-object", "--use-server-modtime",
                         "store:rclone", to}),
                     rclone({"delete", "--checkers=8", "--transfers=8", "--use-server-modtime", "store:rclone"})}));
-        if (isInstalled("s3cmd"))
+        if (bench::isInstalled("s3cmd"))
             all.push_back(smallContender("s3cmd, one at once", "s3cmd",
                 {s3cmd({"put", "--no-preserve", "--quiet", "--recursive", from + '/', "s3://s3cmd/"}),
                     s3cmd({"ls", "s3://s3cmd"}), s3cmd({"get", "--quiet", "--recursive", "s3://s3cmd/", to + '/'}),

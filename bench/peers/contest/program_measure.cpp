@@ -37,7 +37,7 @@ double secondsOf(const timeval& time)
 int main(int count, char** arguments)
 {
     if (count < 3) {
-        std::fprintf(stderr, "Usage: s3_measure LOG PROGRAM ARGUMENT...\n");
+        std::fprintf(stderr, "Usage: program_measure LOG PROGRAM ARGUMENT...\n");
         return 2;
     }
     const double start = now();
@@ -47,7 +47,7 @@ int main(int count, char** arguments)
     int status = 0;
     rusage usage{};
     if (child < 0 || wait4(child, &status, 0, &usage) != child) {
-        std::perror("s3_measure");
+        std::perror("program_measure");
         return 1;
     }
     std::printf(

@@ -1,4 +1,4 @@
-#include "bench/peers/s3/CStoreContest.h"
+#include "bench/peers/contest/CProgramContest.h"
 
 #include "bench/compare.h"
 #include "tests/support/CProcessRun.h"
@@ -13,7 +13,7 @@ namespace bench {
 
 namespace {
 
-std::vector<double> valuesOf(const CStoreStep& step, double CUse::*member)
+std::vector<double> valuesOf(const CProgramStep& step, double CUse::*member)
 {
     std::vector<double> values;
     for (const CUse& use : step.uses)
@@ -22,7 +22,7 @@ std::vector<double> valuesOf(const CStoreStep& step, double CUse::*member)
 }
 
 /// The median of the rounds.
-double ratio(const CStoreStep& step, const CStoreStep& beside, double CUse::*member)
+double ratio(const CProgramStep& step, const CProgramStep& beside, double CUse::*member)
 {
     std::vector<double> ratios;
     for (size_t round = 0; round < step.uses.size(); ++round)
@@ -30,20 +30,20 @@ double ratio(const CStoreStep& step, const CStoreStep& beside, double CUse::*mem
     return median(ratios);
 }
 
-void printSeconds(const CStoreStep& step, const CStoreStep& beside, double CUse::*member)
+void printSeconds(const CProgramStep& step, const CProgramStep& beside, double CUse::*member)
 {
     const std::vector<double> values = valuesOf(step, member);
     const auto [least, most] = std::minmax_element(values.begin(), values.end());
     std::printf(" %.3f | %.3f to %.3f | %.2f |", median(values), *least, *most, ratio(step, beside, member));
 }
 
-void printTable(const std::string& title, const std::vector<CStoreContender>& contenders)
+void printTable(const std::string& title, const std::vector<CProgramContender>& contenders)
 {
     std::printf("\n| %s | wall s | least to most | ratio | CPU s | least to most | ratio | MiB |\n", title.c_str());
     std::printf("|---|---|---|---|---|---|---|---|\n");
-    const CStoreStep* first = nullptr;
-    for (const CStoreContender& contender : contenders) {
-        for (const CStoreStep& step : contender.steps) {
+    const CProgramStep* first = nullptr;
+    for (const CProgramContender& contender : contenders) {
+        for (const CProgramStep& step : contender.steps) {
             if (step.title != title)
                 continue;
             first = first ? first : &step;
@@ -57,19 +57,18 @@ void printTable(const std::string& title, const std::vector<CStoreContender>& co
 
 } // namespace
 
-CStoreContest::CStoreContest(std::string measure, std::filesystem::path log, std::vector<std::string> environment)
-    : m_measure(std::move(measure))
-    , m_log(std::move(log))
+CProgramContest::CProgramContest(std::filesystem::path log, std::vector<std::string> environment)
+    : m_log(std::move(log))
     , m_environment(std::move(environment))
 {
 }
 
-void CStoreContest::run(std::vector<CStoreContender>& contenders, int rounds) const
+void CProgramContest::run(std::vector<CProgramContender>& contenders, int rounds) const
 {
     for (int round = 0; round <= rounds; ++round) {
         std::fprintf(stderr, "round %d of %d\n", round, rounds);
         for (size_t turn = 0; turn < contenders.size(); ++turn) {
-            for (CStoreStep& step : contenders[(turn + static_cast<size_t>(round)) % contenders.size()].steps) {
+            for (CProgramStep& step : contenders[(turn + static_cast<size_t>(round)) % contenders.size()].steps) {
                 const CUse use = perform(step);
                 if (round > 0)
                     step.uses.push_back(use);
@@ -78,9 +77,9 @@ void CStoreContest::run(std::vector<CStoreContender>& contenders, int rounds) co
     }
 }
 
-CUse CStoreContest::perform(const CStoreStep& step) const
+CUse CProgramContest::perform(const CProgramStep& step) const
 {
-    std::vector<std::string> arguments{m_measure, m_log};
+    std::vector<std::string> arguments{NORLA_PROGRAM_MEASURE, m_log};
     arguments.insert(arguments.end(), step.command.begin(), step.command.end());
     const support::CProcessRun run(
         {.arguments = arguments, .environment = m_environment, .limit = std::chrono::minutes(30)});
@@ -98,11 +97,16 @@ CUse CStoreContest::perform(const CStoreStep& step) const
     return use;
 }
 
-void printStoreTables(const std::vector<CStoreContender>& contenders)
+double medianOf(const CProgramStep& step, double CUse::*member)
+{
+    return median(valuesOf(step, member));
+}
+
+void printProgramTables(const std::vector<CProgramContender>& contenders)
 {
     std::vector<std::string> titles;
-    for (const CStoreContender& contender : contenders) {
-        for (const CStoreStep& step : contender.steps) {
+    for (const CProgramContender& contender : contenders) {
+        for (const CProgramStep& step : contender.steps) {
             if (!step.title.empty() && std::find(titles.begin(), titles.end(), step.title) == titles.end())
                 titles.push_back(step.title);
         }

@@ -15,7 +15,7 @@ struct CUse {
 };
 
 /// One thing that a program does.
-struct CStoreStep {
+struct CProgramStep {
     std::string title; ///< of its table; empty where it is done and not shown
     std::vector<std::string> command;
     std::function<void(const std::string& output)> check; ///< throws where it was not done
@@ -23,33 +23,34 @@ struct CStoreStep {
 };
 
 /// Who does the same as others, step by step.
-struct CStoreContender {
+struct CProgramContender {
     std::string name;
-    std::vector<CStoreStep> steps;
+    std::vector<CProgramStep> steps;
 };
 
-/// Programs that do the same with a store, in turns.
-class CStoreContest {
+/// Programs that do the same, in turns.
+class CProgramContest {
 public:
-    /// @param measure the program that runs the others
     /// @param log a file that is overwritten
     /// @param environment of all programs, "NAME=value"
-    CStoreContest(std::string measure, std::filesystem::path log, std::vector<std::string> environment);
+    CProgramContest(std::filesystem::path log, std::vector<std::string> environment);
 
     /// Runs all of them once to get warm, and then so many times; each round another one begins.
     /// @throws std::runtime_error naming the command that has failed, with what it wrote
-    void run(std::vector<CStoreContender>& contenders, int rounds) const;
+    void run(std::vector<CProgramContender>& contenders, int rounds) const;
 
 private:
-    CUse perform(const CStoreStep& step) const;
+    CUse perform(const CProgramStep& step) const;
 
-    const std::string m_measure;
     const std::filesystem::path m_log;
     const std::vector<std::string> m_environment;
 };
 
+/// Of the rounds.
+double medianOf(const CProgramStep& step, double CUse::*member);
+
 /// A table for each title, in Markdown: medians, least and most, and the medians of the rounds' ratios beside the first
 /// contender that has the step.
-void printStoreTables(const std::vector<CStoreContender>& contenders);
+void printProgramTables(const std::vector<CProgramContender>& contenders);
 
 } // namespace bench
