@@ -91,11 +91,11 @@ def ratios(table):
 
 
 def outcomes(table):
-    """How often a program was done, told an error or was wrong, over all faults."""
+    """How often a program was done, told an error, left a part or was wrong, over all faults."""
     header, *rows = table
     parts, y = [], 0
     for column, name in enumerate(header[1:], 1):
-        counts = {"done": 0, "error": 0, "wrong": 0, "hang": 0}
+        counts = {"done": 0, "error": 0, "left": 0, "wrong": 0, "hang": 0}
         for row in rows:
             for count, word in re.findall(r"(\d+) (\w+)", row[column]):
                 counts[word] += int(count)
@@ -108,8 +108,8 @@ def outcomes(table):
                 parts.append(bar(x, y + 20, WIDTH * count / whole - 1, 16, word))
                 x += WIDTH * count / whole
         y += 48
-    title = "How the runs of all faults ended: green is a whole file, grey an error that was told, red a " \
-        "success that was none"
+    title = "How the runs of all faults ended: green is a whole file, grey an error that was told, " \
+        "light red a part that was left under the name, red a success that was none"
     return '<div class="charts">' + picture(title, y, "".join(parts)) + "</div>\n"
 
 
