@@ -4,6 +4,7 @@
 #include "norla/core/CTransferInfo.h"
 #include "norla/files/CFileDownload.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/distinctBytes.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>
@@ -40,15 +41,7 @@ protected:
     void setPrepare(Prepare prepare) { m_prepare = std::move(prepare); }
 
     /// Bytes of which no two parts are the same.
-    static std::string bytesOf(size_t size)
-    {
-        std::string bytes;
-        bytes.reserve(size + 16);
-        for (unsigned number = 0; bytes.size() < size; ++number)
-            bytes += std::to_string(number) + ' ';
-        bytes.resize(size);
-        return bytes;
-    }
+    static std::string bytesOf(size_t size) { return support::distinctBytes(size); }
 
     /// A file that was changed so long ago that its time is a proof.
     static void writeOld(const std::filesystem::path& file, const std::string& bytes)

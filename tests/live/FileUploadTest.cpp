@@ -7,6 +7,7 @@
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CSSHServer.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/distinctBytes.h"
 #include "tests/support/files.h"
 #include "tests/support/systemError.h"
 
@@ -113,14 +114,7 @@ protected:
     std::filesystem::path onDisk(const std::string& name) const { return m_store->root() / name; }
 
     /// Bytes of which no two parts are the same.
-    static std::string bytesOf(size_t size)
-    {
-        std::string bytes;
-        for (unsigned number = 0; bytes.size() < size; ++number)
-            bytes += std::to_string(number) + ' ';
-        bytes.resize(size);
-        return bytes;
-    }
+    static std::string bytesOf(size_t size) { return support::distinctBytes(size); }
 
     kx::P<norla::CFileUpload> upload(const std::string& escapedName = "file")
     {

@@ -6,6 +6,7 @@
 #include "norla/s3/CS3UploadEnum.h"
 #include "tests/live/S3EndpointSession.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/distinctBytes.h"
 #include "tests/support/errorOf.h"
 
 #include <algorithm>
@@ -33,14 +34,7 @@ protected:
     }
 
     /// Bytes of which no two parts are the same.
-    static std::string bytesOf(size_t size)
-    {
-        std::string bytes;
-        for (unsigned number = 0; bytes.size() < size; ++number)
-            bytes += std::to_string(number) + ' ';
-        bytes.resize(size);
-        return bytes;
-    }
+    static std::string bytesOf(size_t size) { return support::distinctBytes(size); }
 
     norla::CNetRequest::Path path(const std::string& name) const
     {

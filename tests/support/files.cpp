@@ -2,8 +2,8 @@
 
 #include "tests/support/systemError.h"
 
+#include <array>
 #include <fstream>
-#include <iterator>
 #include <pwd.h>
 #include <stdexcept>
 #include <unistd.h>
@@ -15,7 +15,11 @@ std::string readFile(const std::filesystem::path& file)
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         throw std::runtime_error(file.string() + " cannot be read");
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::string bytes;
+    std::array<char, 64 << 10> block; // the sizes of some files, as those of /proc, are not told
+    while (stream.read(block.data(), block.size()), stream.gcount() > 0)
+        bytes.append(block.data(), static_cast<size_t>(stream.gcount()));
+    return bytes;
 }
 
 void writeFile(const std::filesystem::path& file, std::string_view bytes)

@@ -4,6 +4,7 @@
 #include "norla/files/CFileDownload.h"
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/distinctBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -28,14 +29,7 @@ protected:
     Options& options() { return m_options; }
 
     /// Bytes of which no two parts are the same.
-    static std::string bytesOf(size_t size)
-    {
-        std::string bytes;
-        for (unsigned number = 0; bytes.size() < size; ++number)
-            bytes += std::to_string(number) + ' ';
-        bytes.resize(size);
-        return bytes;
-    }
+    static std::string bytesOf(size_t size) { return support::distinctBytes(size); }
 
     /// An answer with the whole file, of which a beginning is sent.
     static std::string whole(
