@@ -16,6 +16,7 @@ int main(int count, char* arguments[])
     }
     try {
         norla::CFileDownloadOptions options;
+        options.overwrite = true; // one that was killed just behind the end of its work is started again
         options.retries.firstPause = kx::CTimeSpan::fromMilliseconds(100);
         if (count > 3)
             options.speedLimit = std::strtoll(arguments[3], nullptr, decimal);
