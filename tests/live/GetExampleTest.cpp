@@ -299,7 +299,7 @@ TEST_F(GetExampleTest, isNoFasterThanItsLimit)
 {
     constexpr std::uintmax_t size = 8 << 20;
     std::vector<std::string> words{"--limit", "8M"};
-    for (const std::uintmax_t more : {0, 1, 2, 3})
+    for (std::uintmax_t more = 0; more < 4; ++more)
         words.push_back(server().url(server().big(size + more)));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(get(words).exitStatus(), 0);

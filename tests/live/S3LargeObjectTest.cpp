@@ -39,7 +39,8 @@ std::string bytesOf(const sela::CDigest& digest)
 std::string hexOf(const std::string& bytes)
 {
     std::string hex;
-    for (const unsigned char byte : bytes) {
+    for (const char character : bytes) {
+        const auto byte = static_cast<unsigned char>(character);
         for (const int digit : {byte >> 4, byte & 15})
             hex += "0123456789abcdef"[digit];
     }
