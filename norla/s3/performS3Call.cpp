@@ -48,7 +48,7 @@ CS3Document performForDocument(
     return readS3Document(performForBytes(client, request, std::move(call)), rootName, title);
 }
 
-void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call)
+void performForNothing(CS3Client& client, CNetRequest& request, const CS3Call& call)
 {
     requireNoErrorIn(performForBytes(client, request, call), call);
 }

@@ -29,7 +29,7 @@ CS3Document performForDocument(
 
 /// Performs a call of whose answer nothing is wanted. @throws as above, but for a document that makes no
 /// sense only when it has more elements than any has
-void performForNothing(CS3Client& client, CNetRequest& request, CS3Call call);
+void performForNothing(CS3Client& client, CNetRequest& request, const CS3Call& call);
 
 /// @throws CS3Error with the HTTP status 0 for an answer that is an error document
 void requireNoErrorIn(std::string_view answer, const CS3Call& call);
