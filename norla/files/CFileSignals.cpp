@@ -71,8 +71,9 @@ void CFileSignals::tellEnd(int connection)
 
 CFileSignals::Clock::time_point CFileSignals::momentAfter(const kx::CTimeSpan& span)
 {
-    constexpr long long longest = 1'000'000'000'000'000; // thirty years; a clock's nanoseconds end some time later
-    const long long microseconds = span.isInfinite() ? longest : std::clamp(span.getMicroseconds(), 0LL, longest);
+    constexpr long long longestSpan = 1'000'000'000'000'000; // thirty years; a clock's nanoseconds end some time later
+    const long long microseconds
+        = span.isInfinite() ? longestSpan : std::clamp(span.getMicroseconds(), 0LL, longestSpan);
     return Clock::now() + std::chrono::microseconds(microseconds);
 }
 
