@@ -133,7 +133,7 @@ kx::P<kx::CError> CS3UploadWay::performWhole(const CS3Call& call)
     attempt.begin(*m_request);
     for (;;) {
         m_session->getSource().seek(0); // from where progress is told
-        const kx::P<kx::CError> error = m_session->perform(*m_request, true);
+        kx::P<kx::CError> error = m_session->perform(*m_request, true);
         if (!error || m_session->isInterrupted())
             return error;
         kx::P<kx::CError> explained = attempt.explain(*m_request, *error);
