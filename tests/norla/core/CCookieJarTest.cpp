@@ -5,6 +5,7 @@
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/files.h"
+#include "tests/support/libcurlWords.h"
 
 #include <algorithm>
 #include <array>
@@ -396,6 +397,8 @@ TEST_F(CCookieJarTest, refusesAFileOfTooManyCookies)
 
 TEST_F(CCookieJarTest, isUsedByManyThreads)
 {
+    if (support::isLibcurlSince(8, 14))
+        GTEST_SKIP() << "libcurl 8.14.1 breaks down among shared cookies: docs/known-limits.md";
     constexpr int threadCount = 4;
     constexpr int transfers = 20;
     const auto transferOften = [this](int number) {
