@@ -4,6 +4,7 @@
 #include "kx/base/onExceptionInDestructorIgnored.h"
 #include "kx/threads/CPosixSelect.h"
 #include "kx/threads/CThread.h"
+#include "norla/core/CHeldCookies.h"
 #include "norla/core/CManagedRequest.h"
 #include "norla/core/CMultiHandle.h"
 #include "norla/core/CSigPipeBlock.h"
@@ -220,6 +221,7 @@ int CAsyncNetRequestManager::handleEvents(RequestArray* finished)
     {
         const CSigPipeBlock block;
         result = curl_multi_perform(m_multi->get(), &running);
+        CHeldCookies::release();
     }
     if (result == CURLM_CALL_MULTI_PERFORM) {
         m_performAgain = true;

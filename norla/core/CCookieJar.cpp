@@ -6,6 +6,7 @@
 #include "kx/text/numbers.h"
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CGlobalInit.h"
+#include "norla/core/CHeldCookies.h"
 #include "norla/core/cookieLine.h"
 
 #include <algorithm>
@@ -24,7 +25,7 @@ struct CListCleanup {
 };
 using CList = std::unique_ptr<curl_slist, CListCleanup>;
 
-using Mutexes = std::array<std::mutex, CURL_LOCK_DATA_LAST>;
+using Mutexes = std::array<std::recursive_mutex, CURL_LOCK_DATA_LAST>; // as CHeldCookies takes them
 
 void lockShare(CURL* /*handle*/, curl_lock_data data, curl_lock_access /*access*/, void* mutexes) noexcept
 {
@@ -169,6 +170,11 @@ void CCookieJar::clear()
 CURLSH* CCookieJar::getShare() const noexcept
 {
     return m_share->share.get();
+}
+
+void CCookieJar::hold() const noexcept
+{
+    CHeldCookies::hold(m_share->mutexes[CURL_LOCK_DATA_COOKIE]);
 }
 
 } // namespace norla

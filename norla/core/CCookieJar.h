@@ -59,6 +59,9 @@ public:
     /// For CNetRequest: libcurl's, owned by this object.
     CURLSH* getShare() const noexcept;
 
+    /// For CNetRequest: keeps other threads from the cookies until CHeldCookies::release().
+    void hold() const noexcept;
+
 private:
     struct CShare;
     const std::unique_ptr<CShare> m_share;

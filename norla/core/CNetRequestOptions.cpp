@@ -73,6 +73,7 @@ void CNetRequest::CRooms::noticeNumber(CURLoption option, long long value) noexc
     proxy.noticeNumber(option, value);
     ssh.noticeNumber(option, value);
     redirects.noticeNumber(option, value);
+    progress.noticeNumber(option, value);
     sideEffects.noticeNumber(option, value);
 }
 
@@ -89,6 +90,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     m_rooms->headers.noticePointer(option, value);
     m_rooms->sockets.noticePointer(option, value != nullptr);
     m_rooms->prerequest.noticePointer(option, value);
+    m_rooms->progress.noticePointer(option, value);
     m_rooms->tls.noticePointer(option, value != nullptr);
     m_rooms->redirects.noticePointer(option, value);
     m_rooms->lines.noticePointer(option, value);

@@ -22,8 +22,10 @@ void CNetRequest::CRooms::begin()
     ssh.begin(url);
     keyPassword.begin(url);
     demands.begin(url, run.isManaged());
-    if (demands.wantsToBeAsked() || redirects.wantsToBeAsked() || judgesByProtocol())
+    if (demands.wantsToBeAsked() || redirects.wantsToBeAsked() || judgesByProtocol() || holdsCookies())
         prerequest.use(&CRooms::beforeRequest, this);
+    if (holdsCookies())
+        progress.use(&CRooms::goOn, this);
 }
 
 void CNetRequest::CRooms::beginAttempt()
@@ -52,6 +54,7 @@ void CNetRequest::CRooms::forgetOptions()
     sockets.forgetOptions();
     demands.forgetOptions();
     prerequest.forgetOptions();
+    progress.forgetOptions();
     tls.forgetOptions();
     ssh.forgetOptions();
     keyPassword.forgetOptions();
@@ -79,6 +82,7 @@ CURLcode CNetRequest::CRooms::perform()
     const CSigPipeBlock block;
     const CRunState::CPerforming performing(run);
     const CURLcode result = curl_easy_perform(handle.get());
+    CHeldCookies::release();
     dropConnectionAfter(result);
     record.end();
     return result;
@@ -208,6 +212,7 @@ size_t CNetRequest::CRooms::write(char* data, size_t size, size_t count, void* r
 
 size_t CNetRequest::CRooms::read(char* buffer, size_t size, size_t count, void* rooms) noexcept
 {
+    CHeldCookies::release(); // the head is written, and the body may take its time
     auto& self = *static_cast<CRooms*>(rooms);
     size_t delivered = CURL_READFUNC_ABORT;
     self.callbackError.keepFrom(
@@ -235,7 +240,17 @@ int CNetRequest::CRooms::beforeRequest(void* rooms, char* peerIP, char* localIP,
     });
     if (!isAllowed)
         return CURL_PREREQFUNC_ABORT;
-    return self.prerequest.callApplications(peerIP, localIP, peerPort, localPort);
+    const int answer = self.prerequest.callApplications(peerIP, localIP, peerPort, localPort);
+    if (answer == CURL_PREREQFUNC_OK && self.holdsCookies())
+        self.cookieJar->hold();
+    return answer;
+}
+
+int CNetRequest::CRooms::goOn(
+    void* rooms, curl_off_t toDownload, curl_off_t downloaded, curl_off_t toUpload, curl_off_t uploaded) noexcept
+{
+    CHeldCookies::release();
+    return static_cast<CRooms*>(rooms)->progress.callApplications(toDownload, downloaded, toUpload, uploaded);
 }
 
 // When an FTP server has said where it waits for the data connection before libcurl has come to wait for that, older

@@ -8,10 +8,12 @@
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CFirstError.h"
 #include "norla/core/CFormSending.h"
+#include "norla/core/CHeldCookies.h"
 #include "norla/core/CKeyPassword.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/core/CPrerequest.h"
+#include "norla/core/CProgressCalls.h"
 #include "norla/core/CProxyRoute.h"
 #include "norla/core/CReceiveLimits.h"
 #include "norla/core/CRedirects.h"
@@ -58,6 +60,7 @@ struct CNetRequest::CRooms {
     CUnpackingLimits unpacking{handle};
     CConnectionDemands demands{handle};
     CPrerequest prerequest{handle};
+    CProgressCalls progress{handle};
     CRedirects redirects{handle, headers};
     CReceiveLimits receiveLimits;
     CSentLines lines;
@@ -112,6 +115,8 @@ struct CNetRequest::CRooms {
 
     bool judgesByProtocol() const noexcept { return safety && safety->judgeByProtocol; }
 
+    bool holdsCookies() const noexcept { return cookieJar && CHeldCookies::areNeeded(); }
+
     /// Does nothing for an empty text. The second one has the same for a person.
     /// @throws CCURLError CURLE_FILESIZE_EXCEEDED with it
     void requireNoExcess(const kx::String& excess) const;
@@ -130,6 +135,8 @@ struct CNetRequest::CRooms {
     static size_t read(char* buffer, size_t size, size_t count, void* rooms) noexcept;
     static int seek(void* rooms, curl_off_t offset, int origin) noexcept;
     static int beforeRequest(void* rooms, char* peerIP, char* localIP, int peerPort, int localPort) noexcept;
+    static int goOn(
+        void* rooms, curl_off_t toDownload, curl_off_t downloaded, curl_off_t toUpload, curl_off_t uploaded) noexcept;
     static size_t takeHeader(char* data, size_t size, size_t count, void* rooms) noexcept;
 };
 

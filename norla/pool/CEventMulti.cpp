@@ -1,6 +1,7 @@
 #include "norla/pool/CEventMulti.h"
 
 #include "norla/core/CEasyHandle.h"
+#include "norla/core/CHeldCookies.h"
 #include "norla/core/CManagedRequest.h"
 #include "norla/pool/CSocketEvents.h"
 
@@ -99,7 +100,9 @@ bool CEventMulti::addAgain(CNetRequest& request) noexcept
 CURLMcode CEventMulti::act(curl_socket_t socket, int bits) noexcept
 {
     int running = 0;
-    return curl_multi_socket_action(m_multi.get(), socket, bits, &running);
+    const CURLMcode result = curl_multi_socket_action(m_multi.get(), socket, bits, &running);
+    CHeldCookies::release();
+    return result;
 }
 
 CURLMcode CEventMulti::actOnTime() noexcept

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <future>
 #include <sys/stat.h>
 #include <thread>
 
@@ -95,6 +96,17 @@ protected:
     }
 
     kx::String named(const kx::String& message) const { return "The file '" + path().toString() + "' " + message; }
+
+    void countProgressIn(int& calls)
+    {
+        const auto count = [](void* data, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+            ++*static_cast<int*>(data);
+            return 0;
+        };
+        request().setOptionPtr(
+            CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(static_cast<curl_xferinfo_callback>(count)));
+        request().setOptionPtr(CURLOPT_XFERINFODATA, &calls);
+    }
 
     const support::CTemporaryFolder m_folder;
     const kx::P<CCookieJar> m_jar = kx::newObj<CCookieJar>();
@@ -397,8 +409,6 @@ TEST_F(CCookieJarTest, refusesAFileOfTooManyCookies)
 
 TEST_F(CCookieJarTest, isUsedByManyThreads)
 {
-    if (support::isLibcurlSince(8, 14))
-        GTEST_SKIP() << "libcurl 8.14.1 breaks down among shared cookies: docs/known-limits.md";
     constexpr int threadCount = 4;
     constexpr int transfers = 20;
     const auto transferOften = [this](int number) {
@@ -422,6 +432,44 @@ TEST_F(CCookieJarTest, isUsedByManyThreads)
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(m_jar->getCookies().size(), static_cast<size_t>(threadCount * transfers));
+}
+
+// The request whose server waits has been sent, with the jar's cookies.
+TEST_F(CCookieJarTest, isFreeForOthersWhileAServerIsSlow)
+{
+    std::promise<void> othersHaveCome;
+    server().onConnection().readHead().waitFor(othersHaveCome.get_future().share()).send(ok(""));
+    request().setURL("http://one.test/");
+    std::thread slow([this] { request().perform(); });
+    while (server().received(0).find("\r\n\r\n") == std::string::npos)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    support::CScriptedServer another;
+    another.onConnection().readHead().send(okWithCookies({"a=b"}));
+    const auto fast = kx::newObj<norla::CNetRequest>();
+    fast->setProxy(kx::String::fromUTF8(another.url()));
+    fast->setCookieJar(m_jar.get());
+    fast->setURL("http://one.test/");
+    fast->perform();
+    othersHaveCome.set_value();
+    slow.join();
+    EXPECT_EQ(inJar(), Texts({"a=b"}));
+}
+
+TEST_F(CCookieJarTest, leavesTheApplicationItsProgress)
+{
+    int calls = 0;
+    countProgressIn(calls);
+    request().setOptionInt(CURLOPT_NOPROGRESS, 0);
+    performAll({}, {"http://one.test/"});
+    EXPECT_GT(calls, 0);
+}
+
+TEST_F(CCookieJarTest, callsNoProgressThatTheApplicationDoesNotWant)
+{
+    int calls = 0;
+    countProgressIn(calls);
+    performAll({}, {"http://one.test/"});
+    EXPECT_EQ(calls, 0);
 }
 
 } // namespace

@@ -288,14 +288,13 @@ TEST(CFileQueueTest, leavesNothingRunningBehindIt)
 TEST(CFileQueueTest, aFileThatComesWhileItEndsIsCancelled)
 {
     const auto late = endless();
+    CFileQueue* ending = nullptr;
     {
-        kx::P<CFileQueue> queue;
-        CFileQueue* added = nullptr;
-        queue = queueOf(2, [&](norla::CFileTransfer& file) {
+        const kx::P<CFileQueue> queue = queueOf(2, [&](norla::CFileTransfer& file) {
             if (&file != late.get())
-                added->add(late.get());
+                ending->add(late.get());
         });
-        added = queue.get();
+        ending = queue.get();
         const auto first = endless();
         queue->add(first.get());
         waitForState(*first, FileState::Running);

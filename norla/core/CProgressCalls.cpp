@@ -1,0 +1,56 @@
+#include "norla/core/CProgressCalls.h"
+
+#include "norla/core/CEasyHandle.h"
+
+namespace norla {
+
+CProgressCalls::CProgressCalls(CEasyHandle& handle) noexcept
+    : m_handle(handle)
+{
+}
+
+void CProgressCalls::noticePointer(CURLoption option, void* value) noexcept
+{
+    if (option == CURLOPT_XFERINFOFUNCTION)
+        m_callback = reinterpret_cast<curl_xferinfo_callback>(value);
+    else if (static_cast<int>(option) == CURLOPTTYPE_FUNCTIONPOINT + 56) // CURLOPT_PROGRESSFUNCTION, deprecated
+        m_oldCallback = reinterpret_cast<curl_progress_callback>(value);
+    else if (option == CURLOPT_XFERINFODATA)
+        m_data = value;
+}
+
+void CProgressCalls::noticeNumber(CURLoption option, long long value) noexcept
+{
+    if (option == CURLOPT_NOPROGRESS)
+        m_isWanted = value == 0;
+}
+
+void CProgressCalls::forgetOptions() noexcept
+{
+    m_callback = nullptr;
+    m_oldCallback = nullptr;
+    m_data = nullptr;
+    m_isWanted = false;
+}
+
+void CProgressCalls::use(curl_xferinfo_callback callback, void* data)
+{
+    m_handle.set(CURLOPT_XFERINFOFUNCTION, callback);
+    m_handle.set(CURLOPT_XFERINFODATA, data);
+    m_handle.setNumber(CURLOPT_NOPROGRESS, 0);
+}
+
+int CProgressCalls::callApplications(
+    curl_off_t toDownload, curl_off_t downloaded, curl_off_t toUpload, curl_off_t uploaded) const
+{
+    if (!m_isWanted)
+        return 0;
+    if (m_callback)
+        return m_callback(m_data, toDownload, downloaded, toUpload, uploaded);
+    if (m_oldCallback)
+        return m_oldCallback(m_data, static_cast<double>(toDownload), static_cast<double>(downloaded),
+            static_cast<double>(toUpload), static_cast<double>(uploaded));
+    return CURL_PROGRESSFUNC_CONTINUE;
+}
+
+} // namespace norla
