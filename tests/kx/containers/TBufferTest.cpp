@@ -1,6 +1,7 @@
 #include "kx/containers/TBuffer.h"
 
 #include "kx/base/P.h"
+#include "tests/support/sanitized.h"
 
 #include <gtest/gtest.h>
 
@@ -141,14 +142,6 @@ TEST(TBufferTest, isAssigned)
 }
 
 // The memory of AddressSanitizer and ThreadSanitizer does not fit into the limit.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define NORLA_TEST_MEMORY_IS_SANITIZED
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define NORLA_TEST_MEMORY_IS_SANITIZED
-#endif
-#endif
-
 #if !defined(NORLA_TEST_MEMORY_IS_SANITIZED)
 
 [[noreturn]] void assignWithoutMemory()

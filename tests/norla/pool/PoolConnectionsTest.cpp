@@ -3,6 +3,7 @@
 #include "tests/norla/pool/CPoolFixture.h"
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CPathServer.h"
+#include "tests/support/sanitized.h"
 
 #include <algorithm>
 #include <chrono>
@@ -204,7 +205,7 @@ TEST_F(PoolLanesTest, letAllGoThatAreCancelled)
 
 TEST_F(PoolLanesTest, endWithThePoolsStopAtOnce)
 {
-    constexpr std::chrono::steady_clock::duration longestStop = std::chrono::milliseconds(250);
+    constexpr std::chrono::steady_clock::duration longestStop = std::chrono::milliseconds(250) * support::slowdown;
     auto quickest = std::chrono::steady_clock::duration::max();
     for (int tries = 0; tries < 5 && quickest > longestStop && !HasFailure(); ++tries)
         quickest = std::min(quickest, timeOfStop());
