@@ -72,8 +72,8 @@ public:
     /// A line that stays. @param isError shown to who wants it quiet, too
     void say(const kx::String& line, bool isError)
     {
-        if (isError || !m_isQuiet)
-            m_said += printable("get: " + line) + '\n';
+        sayLogged();
+        addSaid(line, isError);
     }
 
     /// Draws what is on its way.
@@ -145,11 +145,22 @@ private:
                 rateOf(summary.bytesPerSecond), restOf(summary.secondsLeft)});
     }
 
+    void addSaid(const kx::String& line, bool isError)
+    {
+        if (isError || !m_isQuiet)
+            m_said += printable("get: " + line) + '\n';
+    }
+
+    void sayLogged()
+    {
+        for (const CLoggedLines::CLine& logged : m_logged.take())
+            addSaid(logged.text, logged.isError);
+    }
+
     /// In one piece, so that nothing flickers.
     void draw(const std::vector<std::string>& lines)
     {
-        for (const CLoggedLines::CLine& logged : m_logged.take())
-            say(logged.text, logged.isError);
+        sayLogged();
         std::string text;
         for (const std::string& line : lines)
             text += line + "\033[K\n";

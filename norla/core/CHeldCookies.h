@@ -6,8 +6,8 @@ namespace norla {
 
 /// The shared cookies that this thread keeps from all others. libcurl 8.11 to 8.15 gives back their lock before it
 /// writes the cookies that it sends, out of a list whose links stand in the cookies themselves: another thread that
-/// looks for some meanwhile makes a list of its own of the same links, or frees what is being read. Held from the moment
-/// when a request begins until libcurl calls for the first time after it was written.
+/// looks for some meanwhile makes a list of its own of the same links, or frees what is being read. Held from the
+/// moment when a request begins until libcurl calls for the first time after it was written.
 class CHeldCookies {
 public:
     /// Whether the libcurl of this process has to be helped. @param version as curl_version_info_data has it
