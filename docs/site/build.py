@@ -7,7 +7,6 @@ import pathlib
 import posixpath
 import re
 import shutil
-import subprocess
 import sys
 
 sys.dont_write_bytecode = True
@@ -19,6 +18,7 @@ import links
 import prose
 import reference
 import samples
+import treefiles
 
 # The chapters of docs/guide.md in the order of what people want; others follow as they come.
 GUIDE = [
@@ -71,21 +71,11 @@ LANDING_SAMPLE = "docs/cookbook/downloadFile.cpp"
 DIFFERENT = "what-makes-it-different"  # the chapter of the README that the first page shows
 
 
-def files_of(top):
-    """The files of the tree, without what is built in it; also where it is no repository."""
-    listed = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=top,
-                            capture_output=True, check=False, text=True)
-    if listed.returncode == 0:
-        return listed.stdout.split("\0")[:-1]
-    files = (path.relative_to(top) for path in top.glob("**/*") if path.is_file())
-    return [path.as_posix() for path in files if path.parts[0] not in ("build", ".git")]
-
-
 class Builder:
     def __init__(self, top, xml):
         self.top = top
         self.problems = []
-        self.files = set(files_of(top))
+        self.files = set(treefiles.files_of(top))
         version = re.search(r"\bproject\([^)]*?VERSION (\d[\d.]*)", self.read("CMakeLists.txt"))[1]
         self.site = layout.Site(version)
         self.model = doxygen.Model(xml, doxygen.public_headers(top))

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""What the maker of the documentation's site finds wrong: docs/site/links.py, and Markdown that is made into pages."""
+"""What the maker of the documentation's site finds wrong: docs/site/links.py, which files it has, and Markdown that is made into pages."""
 import pathlib
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -9,6 +10,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "docs/site"))
 
 import links  # noqa: E402
+import treefiles  # noqa: E402
 
 INDEX = '<a href="other.html#place">There</a><link rel="stylesheet" href="style.css">'
 OTHER = '<p id="place">Here. <a href="index.html">Back</a> <a href="https://www.example.com/">away</a></p>'
@@ -59,6 +61,29 @@ class LinksTest(unittest.TestCase):
 
     def test_a_folder_without_a_first_page_is_one(self):
         self.assertIn("there is no index.html", self.problems(index_html=None)[0])
+
+
+class FilesTest(unittest.TestCase):
+    def files(self, *names, ignored=None):
+        """That are found in a folder, which may be one that the repository around it ignores."""
+        with tempfile.TemporaryDirectory() as folder:
+            top = pathlib.Path(folder, ignored or "")
+            for name in names:
+                (top / name).parent.mkdir(parents=True, exist_ok=True)
+                (top / name).write_text("", encoding="utf-8")
+            if ignored:
+                pathlib.Path(folder, ".gitignore").write_text(ignored, encoding="utf-8")
+                subprocess.run(["git", "init", "--quiet"], cwd=folder, check=True)
+            return sorted(treefiles.files_of(top))
+
+    def test_those_of_a_tree_without_a_repository_are_found(self):
+        self.assertEqual(self.files("README.md", "docs/a.md"), ["README.md", "docs/a.md"])
+
+    def test_those_of_a_copy_in_an_ignored_folder_are_found(self):
+        self.assertEqual(self.files("README.md", "docs/a.md", ignored="copy"), ["README.md", "docs/a.md"])
+
+    def test_built_ones_are_left_out(self):
+        self.assertEqual(self.files("build/x.md", "obj-docs/x.md", "debian/tmp/x.md", "debian/rules"), ["debian/rules"])
 
 
 if __name__ == "__main__":
