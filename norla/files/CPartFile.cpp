@@ -191,8 +191,12 @@ bool CPartFile::isTaken() const
 void CPartFile::requireReplaceable() const
 {
     struct stat status {};
-    if (fstatat(m_folder, m_name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode))
+    if (fstatat(m_folder, m_name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return;
+    if (S_ISDIR(status.st_mode))
         fail(EISDIR);
+    if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) // root would replace /dev/null for everybody
+        throw kx::CError("The file '" + m_path.toString() + "' cannot be written: what has that name is no file.");
 }
 
 void CPartFile::write(long long position, const unsigned char* data, size_t size)

@@ -34,7 +34,7 @@ public:
     /// Whether something has the name already that the whole file is to have.
     bool isTaken() const;
 
-    /// @throws where it is a folder, which no file takes the place of
+    /// @throws where it is a folder, a device, a pipe or a socket, which no file takes the place of
     void requireReplaceable() const;
 
     void write(long long position, const unsigned char* data, size_t size);

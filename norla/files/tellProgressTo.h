@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kx/base/CError.h"
 #include "kx/base/P.h"
 #include "kx/log/log.h"
 #include "norla/files/CFileProgress.h"
@@ -26,6 +27,8 @@ inline void tellProgressTo(const std::function<void(const CFileProgress&)>& tell
             tell(progress);
         } catch (const std::exception& error) {
             kx::logError(error, failure, kx::String());
+        } catch (...) { // it would end the thread that runs it
+            kx::logError(kx::CError("It is no std::exception."), failure, kx::String());
         }
     });
 }
