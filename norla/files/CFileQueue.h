@@ -72,7 +72,8 @@ public:
     ~CFileQueue() override;
 
     /// Runs it when its turn comes; also while others run, behind cancel(), and when everything had ended.
-    /// @param file not null, and not run by anybody else; a reference is kept until its end
+    /// @param file not null, and not run by anybody else; a reference is kept until its end, so that it does not stand
+    /// on the stack
     /// @throws kx::CInvalidArgError for null, and for one that is here or has run already: what is to be tried again is
     /// another object; kx::CError when the system has no thread to give, and in a child process (fork)
     void add(CFileTransfer* file);

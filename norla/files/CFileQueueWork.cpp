@@ -7,6 +7,7 @@
 
 #include <pthread.h>
 #include <system_error>
+#include <utility>
 
 namespace norla {
 
@@ -171,10 +172,22 @@ void CFileQueueWork::pause()
 void CFileQueueWork::resume()
 {
     const std::lock_guard lock(m_mutex);
-    m_isPaused = false;
+    if (std::exchange(m_isPaused, false)) {
+        m_rate.forget(); // the pause was no slow transfer
+        m_rate.add(Clock::now(), movedBytes());
+    }
     for (const auto& file : m_running)
         file->resume();
     m_mayRun.notify_all();
+}
+
+/// Of all files, the ended ones too; under the lock.
+long long CFileQueueWork::movedBytes() const
+{
+    long long moved = m_endedMoved;
+    for (const auto& file : m_running)
+        moved += file->getProgress().moved;
+    return moved;
 }
 
 bool CFileQueueWork::waitUntil(std::optional<Clock::time_point> moment)
@@ -193,19 +206,17 @@ CFileQueueSummary CFileQueueWork::getSummary()
     CFileQueueSummary summary = m_ended;
     summary.waiting = static_cast<int>(m_waiting.size());
     summary.running = static_cast<int>(m_running.size());
-    long long moved = m_endedMoved;
     long long total = m_ended.doneBytes;
     bool isTotalKnown = m_waiting.empty();
     for (const auto& file : m_running) {
         const CFileProgress progress = file->getProgress();
-        moved += progress.moved;
         summary.doneBytes += progress.done;
         total += progress.total.value_or(0);
         isTotalKnown = isTotalKnown && progress.total;
     }
     if (isTotalKnown)
         summary.totalBytes = total;
-    m_rate.add(Clock::now(), moved);
+    m_rate.add(Clock::now(), movedBytes());
     if (!m_isPaused && !m_running.empty())
         summary.bytesPerSecond = m_rate.bytesPerSecond(Clock::now());
     if (isTotalKnown && summary.bytesPerSecond > 0)

@@ -42,6 +42,7 @@ private:
     bool isIdle() const noexcept { return m_waiting.empty() && m_running.empty(); }
     void tellEnd(const kx::P<CFileTransfer>& file);
     void noteEnd(Running::iterator place);
+    long long movedBytes() const;
 
     const CFileQueueOptions m_options;
     const unsigned int m_process; // in a child there are no threads

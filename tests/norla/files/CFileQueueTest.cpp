@@ -329,6 +329,26 @@ TEST(CFileQueueTest, sumsUpWhatItsFilesHave)
     EXPECT_EQ(queue->getSummary().doneBytes, 100);
 }
 
+TEST(CFileQueueTest, aPauseWasNoSlowTransfer)
+{
+    const auto queue = queueOf(1);
+    const auto file = acted([](CFileSignals& signals) {
+        signals.setProgress(1000, 2000);
+        while (!signals.isCancelled())
+            signals.wait(CFileSignals::Clock::now() + std::chrono::seconds(1), false);
+        throw kx::CError("cancelled");
+    });
+    queue->add(file.get());
+    while (file->getProgress().done < 1000)
+        std::this_thread::yield();
+    EXPECT_GT(queue->getSummary().bytesPerSecond, 0);
+    queue->resume(); // nothing was paused
+    EXPECT_GT(queue->getSummary().bytesPerSecond, 0);
+    queue->pause();
+    queue->resume();
+    EXPECT_EQ(queue->getSummary().bytesPerSecond, 0); // nothing has moved since
+}
+
 TEST(CFileQueueTest, theTotalIsNotKnownWhileAFileWaits)
 {
     const auto queue = queueOf(1);
