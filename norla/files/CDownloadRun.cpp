@@ -30,6 +30,17 @@ kx::P<CTransferPool> downloadPool(const CFileDownloadOptions& options)
     return options.pool ? options.pool : kx::newObj<CTransferPool>();
 }
 
+/// libcurl 7.88 keeps the buffer of an attempt that has found no address, and then refuses any other size.
+void enlargeBuffer(CNetRequest& request)
+{
+    try {
+        request.setOptionInt(CURLOPT_BUFFERSIZE, receiveBuffer);
+    } catch (const CCURLError& error) {
+        if (error.getCode() != CURLE_BAD_FUNCTION_ARGUMENT)
+            throw;
+    }
+}
+
 /// The server has no such part of the file, or gives no parts.
 bool isRefusedPart(const kx::CError& error, CNetRequest& request)
 {
@@ -256,7 +267,7 @@ void CDownloadRun::prepare(CConnection& connection)
     request.reset();
     request.setSafeDefaults();
     if (m_options.speedLimit == 0) // how much is read at once is also how much comes before a limit begins
-        request.setOptionInt(CURLOPT_BUFFERSIZE, receiveBuffer);
+        enlargeBuffer(request);
     m_origin.prepare(request);
     connection.sink->expect(connection.task, m_known);
     request.setReceiveDataSink(connection.sink.get());
@@ -359,8 +370,10 @@ void CDownloadRun::startAnew()
 {
     stopConnections();
     if (++m_restarts > mostRestarts)
-        throw kx::CError("The file has changed at the server again and again while it was fetched.");
-    kx::logInfo("The download of '" + m_part.getPath().toString() + "' begins anew: the server has another file.");
+        throw kx::CError("The file '" + m_part.getPath().toString()
+            + "' has changed at the server again and again while it was fetched, or the server gives no parts of it.");
+    kx::logInfo("The download of '" + m_part.getPath().toString()
+        + "' begins anew: the server has another file, or gives no parts of it.");
     forget();
 }
 

@@ -9,6 +9,9 @@
 #include "norla/files/suggestedName.h"
 
 #include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace norla {
@@ -41,8 +44,23 @@ void requireDownloadOptions(const CFileDownloadOptions& options)
             "speedLimit is " + kx::toString(options.speedLimit) + ", and not 0 or more", downloadClass);
     if (options.expectedSize && *options.expectedSize < 0)
         throw kx::CInvalidArgError("expectedSize is negative", downloadClass);
+    constexpr unsigned special = 07000; // what a number without its leading 0 has mostly: 600, 644, 755
+    if (options.permissions && (*options.permissions & special) != 0)
+        throw kx::CInvalidArgError("permissions is " + kx::toString(static_cast<long long>(*options.permissions))
+                + ", and not mode bits of 0 to 0777, which are octal",
+            downloadClass);
     requireHexDigits(options.sha256, sha256Digits, "sha256");
     requireHexDigits(options.md5, md5Digits, "md5");
+}
+
+/// URLs may come from elsewhere, and must not name files of this machine. libcurl guesses where there is no scheme.
+void requireServed(const kx::String& url)
+{
+    constexpr std::array<std::string_view, 6> served{"", "http", "https", "ftp", "ftps", "sftp"};
+    const std::string scheme = schemeOf(url.toUTF8());
+    if (std::find(served.begin(), served.end(), scheme) == served.end())
+        throw kx::CInvalidArgError(
+            "a file is fetched over HTTP, FTP or SFTP, and not over '" + readable(scheme) + "'", downloadClass);
 }
 
 class CPreparedOrigin : public IDownloadOrigin {
@@ -54,7 +72,11 @@ public:
             throw kx::CInvalidArgError("the function that prepares requests is empty", downloadClass);
     }
 
-    void prepare(CNetRequest& request) override { m_prepare(request); }
+    void prepare(CNetRequest& request) override
+    {
+        m_prepare(request);
+        requireServed(request.getURL());
+    }
 
 private:
     const CFileDownload::Prepare m_prepare;

@@ -33,11 +33,13 @@ struct CFileDownloadOptions {
     /// Whether the file gets the time of its last change at the server, where that tells it.
     bool keepModificationTime = false;
 
-    /// Mode bits of the file, such as 0600: until it is whole its owner alone can read what has come. Empty: what the
-    /// umask leaves, from the beginning on; behind an older part with mode bits, as that one has it.
+    /// Mode bits of the file, 0 to 0777 in octal digits, such as 0600; those of a file's type are left out. Until it is
+    /// whole its owner alone can read what has come. Empty: what the umask leaves, from the beginning on; behind an
+    /// older part with mode bits, as that one has it.
     std::optional<unsigned> permissions = {};
 
-    /// Whether a file of that name is replaced, once the new one is whole. Otherwise it is an error that there is one.
+    /// Whether a file of that name is replaced, once the new one is whole. Otherwise it is an error that there is one;
+    /// and always one that there is a folder, a device, a pipe or a socket.
     bool overwrite = false;
 
     /// Whether a part that an earlier download has left is gone on with, where it can be proved that it is of the same
@@ -86,11 +88,12 @@ public:
 
     /// Makes a request ready for one attempt: URL, login, headers, trust. It has been reset, and has the safe defaults
     /// (CNetRequest::setSafeDefaults()); range, sink and speed are set afterwards, and no compressed answer is asked
-    /// for. Over SFTP the limit of inactivity (CNetRequest::setDeadlines()) counts within commands, too, behind
-    /// the one for a connection. Called on the thread of run(); what it throws ends the download.
+    /// for: one that comes all the same is stored as it comes. Over SFTP the limit of inactivity
+    /// (CNetRequest::setDeadlines()) counts within commands, too, behind the one for a connection. Called on the thread
+    /// of run(); what it throws ends the download.
     using Prepare = std::function<void(CNetRequest&)>;
 
-    /// @param url with its scheme
+    /// @param url with its scheme, which is one of the above: any other is an error of run()
     /// @param path the folder must be there; a link of that name is replaced, not followed
     /// @throws kx::CInvalidArgError naming the option that makes no sense
     CFileDownload(const kx::String& url, const Path& path, const Options& options = {});
@@ -98,11 +101,12 @@ public:
     ~CFileDownload() override;
 
     /// What the server calls the file (Content-Disposition, RFC 6266), or else the last name in the URL's path: one
-    /// name without a folder, that neither begins with a dot nor holds anything that a file's name should not. Known
-    /// behind run(); empty when there is none.
+    /// name without a folder, that neither begins with a dot nor holds anything that a file's name should not. The URL
+    /// is the one that was asked for, also where it redirects to another. Known behind run(); empty when there is none.
     kx::String getSuggestedName() const;
 
-    /// The same as far as the URL alone tells it, for who needs a path before anything is fetched.
+    /// The same as far as the URL alone tells it, for who needs a path before anything is fetched. Empty for one whose
+    /// path ends in "/" or in bytes that are no UTF-8: such a file needs a name of the program's own.
     static kx::String suggestNameFor(const kx::String& url);
 
 protected:

@@ -1,6 +1,7 @@
 // Servers, disks and callers that do what nobody expects of them.
 #include "norla/core/CAcceptEncoding.h"
 #include "norla/core/CNetHeaders.h"
+#include "norla/core/errorKind.h"
 #include "tests/norla/files/CFileDownloadFixture.h"
 
 #include <gmock/gmock.h>
@@ -8,6 +9,7 @@
 #include <future>
 #include <regex>
 #include <string>
+#include <sys/stat.h>
 #include <utility>
 
 namespace {
@@ -249,6 +251,46 @@ TEST_F(CFileDownloadFaultTest, aFolderIsNotReplacedAndNothingIsFetchedForIt)
     EXPECT_THAT(error->what(), HasSubstr("Is a directory"));
     EXPECT_EQ(server().connectionCount(), 0u);
     EXPECT_THAT(names(), ElementsAre("file"));
+}
+
+TEST_F(CFileDownloadFaultTest, noPipeOrDeviceIsReplaced)
+{
+    const std::string name = (folder().path() / "file").native();
+    ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+    options().overwrite = true;
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->what(), "The file '" + name + "' cannot be written: what has that name is no file.");
+    EXPECT_EQ(server().connectionCount(), 0u);
+    EXPECT_THAT(names(), ElementsAre("file"));
+    EXPECT_TRUE(fs::is_fifo(name));
+}
+
+TEST_F(CFileDownloadFaultTest, isFetchedFromServersAlone)
+{
+    folder().write("secret", "of this machine");
+    for (const char* const scheme : {"file", "FILE", "dict"}) {
+        const kx::String url
+            = kx::String::fromUTF8(std::string(scheme) + "://" + (folder().path() / "secret").native());
+        const auto error = failureOf(*kx::newObj<norla::CFileDownload>(url, target(), options()));
+        ASSERT_TRUE(error) << scheme;
+        EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::InvalidArgument);
+        EXPECT_THAT(error->what(), HasSubstr("over HTTP, FTP or SFTP, and not over '"));
+    }
+    EXPECT_THAT(names(), ElementsAre("secret"));
+}
+
+TEST_F(CFileDownloadFaultTest, isTriedAgainWhereNobodyKnewTheServer)
+{
+    const std::string nobody = "http://" + std::string(64, 'x') + ".invalid/file"; // refused without a question
+    int count = 0;
+    const auto prepare = [&](norla::CNetRequest& request) {
+        request.setURL(kx::String::fromUTF8(++count < 4 ? nobody : server().url("/file")));
+    };
+    options().retries.attempts = 5;
+    answer(whole(m_bytes));
+    kx::newObj<norla::CFileDownload>(prepare, target(), options())->run();
+    EXPECT_EQ(file(), m_bytes);
 }
 
 TEST_F(CFileDownloadFaultTest, whatAKilledProcessHasLeftOfARecordGoesToo)

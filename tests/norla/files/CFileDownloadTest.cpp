@@ -3,6 +3,7 @@
 #include "norla/core/explain.h"
 #include "norla/pool/CExecutorQueue.h"
 #include "tests/norla/files/CFileDownloadFixture.h"
+#include "tests/support/CLogRecorder.h"
 
 #include <gmock/gmock.h>
 
@@ -13,6 +14,7 @@ namespace {
 
 using norla::ErrorKind;
 using norla::FileState;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -175,6 +177,8 @@ TEST_F(CFileDownloadTest, refusesOptionsThatMakeNoSense)
     EXPECT_THAT(errorOf([](Options& options) { options.speedLimit = -1; }), HasSubstr("speedLimit is -1"));
     EXPECT_THAT(errorOf([](Options& options) { options.expectedSize = -1; }), HasSubstr("expectedSize"));
     EXPECT_THAT(errorOf([](Options& options) { options.sha256 = "abc"; }), HasSubstr("sha256 is 'abc'"));
+    EXPECT_THAT(errorOf([](Options& options) { options.permissions = 644; }), HasSubstr("permissions is 644"));
+    EXPECT_EQ(errorOf([](Options& options) { options.permissions = S_IFREG | 0644; }), "");
     EXPECT_THAT(errorOf([](Options& options) { options.md5 = "zz1a2d689ad86bd1611447453c22c6fc"; }), HasSubstr("md5"));
 }
 
@@ -246,6 +250,19 @@ TEST_F(CFileDownloadTest, tellsItsProgressWhereTheExecutorSays)
     EXPECT_EQ(count, 0);
     queue->runPending();
     EXPECT_GT(count, 0);
+}
+
+TEST_F(CFileDownloadTest, whatItsListenerThrowsElsewhereIsLoggedWhateverItIs)
+{
+    answer(whole("the body"));
+    const support::CLogRecorder log;
+    const auto queue = kx::newObj<norla::CExecutorQueue>();
+    options().executor = queue.get();
+    options().onProgress = [](const norla::CFileProgress&) { throw 7; };
+    download()->run();
+    EXPECT_NO_THROW(queue->runPending());
+    EXPECT_THAT(
+        log.lines(), Contains("error: What is told of a download's progress has thrown: It is no std::exception."));
 }
 
 TEST_F(CFileDownloadTest, preparesEachAttemptAnew)
