@@ -11,7 +11,7 @@ struct CFileProgress {
     long long done = 0; ///< of the whole file, with what an earlier attempt has left
     std::optional<long long> total;
     long long moved = 0;       ///< by this object alone; those that came again count again
-    double bytesPerSecond = 0; ///< of the last five seconds, or fewer where it began later
+    double bytesPerSecond = 0; ///< of the last five seconds, or fewer where it began later; 0 unless FileState::Running
 
     /// In seconds, at that rate. Empty while the total is not known or nothing moves.
     std::optional<double> secondsLeft;

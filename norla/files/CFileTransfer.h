@@ -33,7 +33,8 @@ public:
     /// Blocks until the file is whole at its place. Once for each object, which its caller keeps until then, also in
     /// callbacks; not in a callback on a pool's thread.
     /// @throws kx::CError naming the file or the server, and why; of the kind Cancelled behind cancel()
-    /// (getErrorKind()); kx::CError when it was called before
+    /// (getErrorKind()); kx::CError when it was called before; what a callback of the program has thrown on this
+    /// thread, as it is, which need not be a kx::CError
     void run();
 
     /// Ends it. What has come stays, to be resumed by another object, where the options say so.
