@@ -82,6 +82,15 @@ CGetSettings settingsOf(const CArguments& arguments)
     return settings;
 }
 
+/// An empty one is a script's variable that was never set: taken for none, nobody would be told that no digest counts.
+void requireValues(const CArguments& arguments)
+{
+    for (const COption& option : program.options) {
+        if (!option.value.empty() && arguments.has(option.name) && arguments.value(option.name).empty())
+            throw usageError("option '" + shownPath(option.name) + "' needs a value: " + shownPath(option.value));
+    }
+}
+
 /// Blocks until all have ended, which a signal makes those do that are under way. @return bytes that have come
 void run(const GetFiles& files, int atOnce, CGetView& view, std::atomic<bool>& isInterrupted)
 {
@@ -145,6 +154,7 @@ int codeOf(const GetFiles& files)
 
 int get(const CArguments& arguments)
 {
+    requireValues(arguments);
     const int atOnce = filesAtOnce(arguments);
     CGetSettings settings = settingsOf(arguments); // before anybody is asked for a password
     const CGetTargets targets(arguments);

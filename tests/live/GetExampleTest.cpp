@@ -219,6 +219,16 @@ TEST_F(GetExampleTest, knowsByItsDigestThatAFileIsThere)
     EXPECT_EQ(content("digits.txt"), "0123456789");
 }
 
+TEST_F(GetExampleTest, takesNoEmptyValueForNone)
+{
+    for (const char* const option : {"--sha256", "--known-hosts", "--output", "--user"}) {
+        const auto result = get({option, "", server().url("/digits.txt")});
+        EXPECT_EQ(result.exitStatus(), 2) << option;
+        EXPECT_THAT(result.errors(), HasSubstr("get: option '" + std::string(option) + "' needs a value: "));
+    }
+    EXPECT_THAT(files(), IsEmpty());
+}
+
 TEST_F(GetExampleTest, takesDigestsFromAList)
 {
     const std::string all = std::string(digitsDigest) + " *folder/digits.txt\n" + otherDigest + "  text.txt\n";
