@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -35,8 +36,8 @@ kx::String CLoopWatch::report() const
 {
     using Milliseconds = std::chrono::duration<double, std::milli>;
     std::array<char, 160> text{};
-    std::snprintf(text.data(), text.size(), "longest pause %.1f ms, with waits for a processor %.1f ms, in %lld turns",
-        Milliseconds(m_longest).count(), Milliseconds(m_longestOnTheClock).count(), m_turns);
+    std::snprintf(text.data(), text.size(), "longest pause %.1f ms, most work %.1f ms, %lld of %lld pauses above 50 ms",
+        Milliseconds(m_longestPause).count(), Milliseconds(m_longestWork).count(), m_noticeable, m_turns);
     return kx::String::fromLatin1(text.data());
 }
 
@@ -60,17 +61,28 @@ CLoopWatch::Clock::duration CLoopWatch::processorWaits() const
     return std::chrono::nanoseconds(waited);
 }
 
+CLoopWatch::Clock::duration CLoopWatch::work()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
 void CLoopWatch::beginTurn()
 {
     m_waitsAtTurn = processorWaits();
+    m_workAtTurn = work();
     m_turnBegan = Clock::now();
 }
 
 void CLoopWatch::endTurn()
 {
+    constexpr std::chrono::milliseconds noticeable{50};
     const auto onTheClock = Clock::now() - m_turnBegan;
-    const auto waits = processorWaits() - m_waitsAtTurn;
-    m_longestOnTheClock = std::max(m_longestOnTheClock, onTheClock);
-    m_longest = std::max(m_longest, onTheClock - waits);
+    const auto worked = work() - m_workAtTurn;
+    const auto pause = onTheClock - (processorWaits() - m_waitsAtTurn);
+    m_longestPause = std::max(m_longestPause, pause);
+    m_longestWork = std::max(m_longestWork, worked);
+    m_noticeable += pause > noticeable ? 1 : 0;
     ++m_turns;
 }

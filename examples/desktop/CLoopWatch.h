@@ -16,14 +16,9 @@ public:
     CLoopWatch& operator=(const CLoopWatch&) = delete;
     ~CLoopWatch();
 
-    /// The longest time, without what the thread has waited for a processor that others had. On a system that does not
-    /// tell that (/proc/thread-self/schedstat) it is in here.
-    Clock::duration longestPause() const { return m_longest; }
-
-    /// With it.
-    Clock::duration longestWithProcessorWaits() const { return m_longestOnTheClock; }
-
-    /// In a line.
+    /// In a line: the longest pause, without what the thread itself has waited for a processor that others had (which
+    /// is in it where the system does not tell: /proc/thread-self/schedstat); how much of a pause was work at the most,
+    /// the rest being waits for locks, disks and the display; and how many pauses people may notice.
     kx::String report() const;
 
 private:
@@ -32,6 +27,9 @@ private:
     /// What the thread has waited for a processor since it began.
     Clock::duration processorWaits() const;
 
+    /// For how long it has worked.
+    static Clock::duration work();
+
     void beginTurn();
     void endTurn();
 
@@ -39,7 +37,9 @@ private:
     const int m_statistics;
     Clock::time_point m_turnBegan;
     Clock::duration m_waitsAtTurn{};
-    Clock::duration m_longest{};
-    Clock::duration m_longestOnTheClock{};
+    Clock::duration m_workAtTurn{};
+    Clock::duration m_longestPause{};
+    Clock::duration m_longestWork{};
     long long m_turns = 0;
+    long long m_noticeable = 0;
 };

