@@ -131,7 +131,7 @@ TEST_F(DesktopTest, theWindowAnswersBesideHangingLookupsManyTransfersAndServersT
     RecordProperty("mostWork", std::to_string(pauses->mostWork));
     RecordProperty("noticeable", pauses->noticeable);
     EXPECT_LT(pauses->mostWork, 50) << program->log();
-    // Where processors are scarce it waits now and then for the display, or for a thread that holds a lock and has none.
+    // Where processors are scarce it waits now and then for the display, or for a thread that has a lock and none.
     EXPECT_LT(pauses->longest, 2000) << program->log();
     EXPECT_LT(pauses->noticeable, 0.01 * pauses->all) << program->log();
 }
