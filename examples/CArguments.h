@@ -119,12 +119,16 @@ private:
         if (has(name) && !option->isRepeated)
             throw usageError(shown + " is given more than once");
         const bool hasOwnValue = equals != std::string::npos;
-        if (option->value.empty() && hasOwnValue)
+        const bool wantsValue = !option->value.empty();
+        if (hasOwnValue && !wantsValue)
             throw usageError(shown + " takes no value");
-        if (!option->value.empty() && !hasOwnValue && !following)
+        const bool takesFollowing = wantsValue && !hasOwnValue;
+        if (!takesFollowing)
+            m_values[name].push_back(hasOwnValue ? word.substr(equals + 1) : "");
+        else if (following)
+            m_values[name].push_back(*following);
+        else
             throw usageError(shown + " needs a value: " + shownPath(option->value));
-        const bool takesFollowing = !option->value.empty() && !hasOwnValue;
-        m_values[name].push_back(takesFollowing ? *following : hasOwnValue ? word.substr(equals + 1) : "");
         return takesFollowing;
     }
 

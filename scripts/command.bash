@@ -103,11 +103,22 @@ remove() {
     rm -rf "$1"
 }
 
-# Shows what the command says only if it fails.
+# Shows what the command says only if it fails, and without the test cases that passed and said nothing: a thousand of them
+# would hide the one that failed.
 quietly() {
     local log
     log=$(mktemp "$work/log-XXXXXX")
-    "$@" > "$log" 2>&1 || { cat "$log" >&2; return 1; }
+    "$@" > "$log" 2>&1 || { without_silent_cases < "$log" >&2; return 1; }
+}
+
+# A case that runs when everything ends is shown: it may be the one that never ended.
+without_silent_cases() {
+    awk '
+        /^\[ RUN / { if (begun != "") print begun; begun = $0; next }
+        /^\[       OK \]/ && begun != "" { begun = ""; next }
+        /^\[-----/ { next }
+        { if (begun != "") print begun; begun = ""; print }
+        END { if (begun != "") print begun }'
 }
 
 # What runs on loopback is asked directly, whatever way this machine takes to the rest of the world.

@@ -50,6 +50,20 @@ signal.pthread_sigmask(signal.SIG_UNBLOCK, {signal.SIGTERM})
 time.sleep(60)
 """
 
+CASES = ["1/2 Test #1: first_test ..........***Failed",
+         "[----------] 2 tests from ATest",
+         "[ RUN      ] ATest.isSilent",
+         "[       OK ] ATest.isSilent (1 ms)",
+         "[ RUN      ] ATest.fails",
+         "file.cpp:3: Failure",
+         "[  FAILED  ] ATest.fails (1 ms)",
+         "[ RUN      ] ATest.saysSomething",
+         "something",
+         "[       OK ] ATest.saysSomething (1 ms)",
+         "[ RUN      ] ATest.isSilentToo",
+         "[       OK ] ATest.isSilentToo (1 ms)",
+         "[ RUN      ] ATest.neverEnds"]
+
 
 class TestScriptTest(BuildingScriptTest):
     def test_options_reach_ctest_as_they_are(self):
@@ -141,6 +155,13 @@ class TestScriptTest(BuildingScriptTest):
         run = self.run_script("check", "docs", "format")
         self.assertNotEqual(run.returncode, 0)
         self.assertEqual((run.stdout, self.calls("git")), ("== docs\n", []))
+
+    def test_what_failed_is_shown_without_the_cases_that_passed_silently(self):
+        self.stand_in("flock")
+        self.stand_in("ctest", "cat << 'END'", *CASES, "END", "exit 8")
+        run = self.run_script("check", "tsan")
+        self.assertNotEqual(run.returncode, 0)
+        self.assertEqual(run.stderr.splitlines(), [line for line in CASES if "Silent" not in line and "----" not in line])
 
     def test_who_does_not_want_to_end_is_killed(self):
         self.stand_in("ctest", *self.works_until_ended("trap '' TERM"))
