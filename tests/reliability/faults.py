@@ -3,6 +3,7 @@
 import random
 import select
 import socket
+import ssl
 import struct
 import threading
 import time
@@ -49,13 +50,15 @@ IMPOSSIBLE = {
     ("http", "down"): {"garbled"},
     ("https", "down"): set(),
     ("ftp", "down"): {"garbled"},
+    ("ftps", "down"): set(),
     ("sftp", "down"): {"over-long", "no-ranges", "other-range", "lying-range", "page"},
     ("http", "up"): {"garbled", "no-append"},
     ("https", "up"): {"no-append"},
     ("ftp", "up"): {"garbled", "early"},
+    ("ftps", "up"): {"early"},
     ("sftp", "up"): {"refused", "early", "lost", "no-append"},
 }
-PROTOCOLS = ["http", "https", "ftp", "sftp"]
+PROTOCOLS = ["http", "https", "ftp", "ftps", "sftp"]
 DIRECTIONS = ["down", "up"]
 BROKEN_OFF = {"down": {"no-ranges", "other-range", "lying-range", "changed", "same-size", "page"}, "up": {"no-append"}}
 BROKEN_ANYWHERE = {"reset", "stall", "truncated", "garbled"}
@@ -78,6 +81,7 @@ class FaultyFile:
         self.transfers = 0
         self.is_gone = False  # the folder at the server
         self.files = {}  # what the server was sent: bytes by their name
+        self.detour = None  # to a port of the server's: another port, which leads there
         self.breaks = 1 if fault in BROKEN_OFF[direction] else 0
         if fault in BROKEN_ANYWHERE:
             self.breaks = self.random.randint(1, 3)
@@ -164,6 +168,15 @@ def stop_listening(connection):
     poll = select.poll()
     poll.register(connection, select.POLLHUP | select.POLLERR | select.POLLRDHUP)
     poll.poll(PATIENCE * 1000)
+
+
+def finish(connection):
+    """With TLS an end is told, or else it is no end. The client may have gone by then."""
+    if isinstance(connection, ssl.SSLSocket):
+        try:
+            connection.unwrap()
+        except OSError:
+            pass
 
 
 def reset(connection):

@@ -11,8 +11,10 @@ NOT_THERE = "550 No such file or folder."
 class Server:
     """The file NAME stands as /NAME/file, where what is sent is kept under the names that it comes with."""
 
-    def __init__(self):
+    def __init__(self, context=None):
+        """context: of TLS from the first byte on, None for none."""
         self.files = {}
+        self.context = context
         self.listener = faults.Listener(lambda connection: Session(self, connection).run())
         self.port = self.listener.port
 
@@ -22,7 +24,7 @@ class Session:
 
     def __init__(self, server, control):
         self.server = server
-        self.control = control
+        self.control = self.protected(control)
         self.folder = ""
         self.start = 0
         self.from_name = None
@@ -59,6 +61,12 @@ class Session:
         if file.direction == "down":
             return file.body if name == "file" else None
         return file.files.get(name)
+
+    def do_pbsz(self, _):
+        self.say("200 None.")
+
+    def do_prot(self, _):
+        self.say("200 So be it.")
 
     def do_user(self, _):
         self.say("331 Password?")
@@ -139,12 +147,18 @@ class Session:
         self.listener.settimeout(faults.PATIENCE)
         return self.listener.getsockname()[1]
 
-    def do_pasv(self, _):
+    def data_port(self):
+        """Where the client is to connect to."""
         port = self.listen()
+        file, _ = self.find("file")
+        return file.detour(port) if file is not None and file.detour else port
+
+    def do_pasv(self, _):
+        port = self.data_port()
         self.say(f"227 Entering Passive Mode (127,0,0,1,{port >> 8},{port & 255})")
 
     def do_epsv(self, _):
-        self.say(f"229 Entering Extended Passive Mode (|||{self.listen()}|)")
+        self.say(f"229 Entering Extended Passive Mode (|||{self.data_port()}|)")
 
     def accept(self):
         with self.listener:
@@ -152,12 +166,21 @@ class Session:
         connection.settimeout(faults.PATIENCE)
         return connection
 
+    def protected(self, connection):
+        return self.server.context.wrap_socket(connection, server_side=True) if self.server.context else connection
+
+    def open(self, answer):
+        """The data connection: with TLS the client begins to speak behind this answer."""
+        connection = self.accept()
+        self.say(answer)
+        return self.protected(connection)
+
     def send(self, content, file):
         """Who has enough may close it."""
-        with self.accept() as data:
-            self.say("150 Here it comes.")
+        with self.open("150 Here it comes.") as data:
             try:
                 file.send(data, content)
+                faults.finish(data)
             except OSError:
                 self.say("426 Broken off.")
                 return
@@ -231,8 +254,7 @@ class Break:
     def give(self, start, broken_at):
         if broken_at < 0:
             return self.end_early()
-        with self.session.accept() as data:
-            self.session.say("150 Here it comes.")
+        with self.session.open("150 Here it comes.") as data:
             whole = self.file.fault == "stall" and broken_at % 4 == 0  # the last answer is what is missing
             data.sendall(self.file.body[start:len(self.file.body) if whole else max(start, broken_at)])
             if self.file.fault in ("changed", "same-size"):
@@ -251,6 +273,7 @@ class Break:
         fault = self.file.fault
         if fault == "stall":
             if is_whole:
+                faults.finish(data)
                 data.close()
             faults.wait_for_end(self.control)
             return False
@@ -285,8 +308,7 @@ class Upload:
         content = file.files.setdefault(self.name, bytearray())  # which others may still write to
         del content[start:]
         self.position = start
-        with session.accept() as data:
-            session.say("150 Go on.")
+        with session.open("150 Go on.") as data:
             if broken_at is not None:
                 return self.break_off(data, content, broken_at)
             if file.fault == "disk-full" and not self.read_to(data, content, file.room):
@@ -294,6 +316,7 @@ class Upload:
                 session.say("452 The disk is full.")
                 return None
             self.read_to(data, content, None)
+            faults.finish(data)
         if file.fault == "refused" and is_first:
             session.say("451 Something went wrong.")
             return None

@@ -74,7 +74,7 @@ class Run:
     def outcome(self, make_command, is_ours):
         try:
             for attempt in range(STARTS):
-                command = make_command(self.place, self.path, self.protocol)
+                command = make_command(self.place, self.path)
                 if self.start(command, attempt, is_ours):
                     return "done" if self.is_right(self.content()) else "wrong"
             return "error" if self.is_clean() else "left"

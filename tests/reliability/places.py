@@ -48,24 +48,42 @@ class Http:
         return open_place(self.server, f"http://127.0.0.1:{self.server.port}/{name}", file, name, {})
 
 
+def make_trust(folder, name):
+    """What a server of our own shows in TLS, and what programs are told to believe it by."""
+    certificate, key = os.path.join(folder, name + "-certificate.pem"), os.path.join(folder, name + "-key.pem")
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                    "-days", "2", "-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
+                    key, "-out", certificate], check=True, stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(certificate, key)
+    return context, {"NORLA_CA_FILE": certificate}
+
+
+class Garbler:
+    """A way to ports of a server's that does what the file would suffer from."""
+
+    def __init__(self, file):
+        self.port = None  # of the server
+        self.relay = relay.Relay(faults.FaultyFile(file.fault, file.direction, file.random.random()),
+                                 lambda: socket.create_connection(("127.0.0.1", self.port)))
+        file.breaks = 0
+
+    def to(self, port):
+        self.port = port
+        return self.relay.port
+
+
 class Https:
     def __init__(self, folder):
-        certificate, key = os.path.join(folder, "certificate.pem"), os.path.join(folder, "key.pem")
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-                        "-days", "2", "-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
-                        key, "-out", certificate], check=True, stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(certificate, key)
-        self.environment = {"NORLA_CA_FILE": certificate}
+        context, self.environment = make_trust(folder, "https")
         self.server = http_faults.Server(context)
 
     def open(self, file, name, _folder):
         if file.fault != "garbled":
             return open_place(self.server, f"https://127.0.0.1:{self.server.port}/{name}", file, name, self.environment)
-        way = relay.Relay(faults.FaultyFile(file.fault, file.direction, file.random.random()),
-                          lambda: socket.create_connection(("127.0.0.1", self.server.port)))
-        file.breaks = 0
-        return open_place(self.server, f"https://127.0.0.1:{way.port}/{name}", file, name, self.environment, way.close)
+        way = Garbler(file)
+        return open_place(self.server, f"https://127.0.0.1:{way.to(self.server.port)}/{name}", file, name,
+                          self.environment, way.relay.close)
 
 
 class Ftp:
@@ -74,6 +92,22 @@ class Ftp:
 
     def open(self, file, name, _folder):
         return open_place(self.server, f"ftp://127.0.0.1:{self.server.port}/{name}/file", file, name, {})
+
+
+class Ftps:
+    """TLS from the first byte on, of the files too."""
+
+    def __init__(self, folder):
+        context, self.environment = make_trust(folder, "ftps")
+        self.server = ftp_faults.Server(context)
+
+    def open(self, file, name, _folder):
+        url = f"ftps://127.0.0.1:{self.server.port}/{name}/file"
+        if file.fault != "garbled":
+            return open_place(self.server, url, file, name, self.environment)
+        way = Garbler(file)
+        file.detour = way.to
+        return open_place(self.server, url, file, name, self.environment, way.relay.close)
 
 
 class Sftp:
@@ -163,4 +197,4 @@ def remove_contents(folder):
     shutil.rmtree(folder, ignore_errors=True)
 
 
-OPENERS = {"http": Http, "https": Https, "ftp": Ftp, "sftp": Sftp}
+OPENERS = {"http": Http, "https": Https, "ftp": Ftp, "ftps": Ftps, "sftp": Sftp}
