@@ -14,11 +14,12 @@ struct CComparison {
     std::function<void()> bare;  ///< the work with libcurl alone
     std::function<void()> norla; ///< the same work with the library
     double (*clock)() = nullptr; ///< what is measured; null for threadSeconds()
+    double enough = 0;           ///< seconds of the library's side that are good enough whatever the ratio; 0: none
 };
 
 /// Runs both sides in turns on this thread and prints a row: the median of each side, the median of the rounds' ratios
 /// (a machine that is slow for a while is slow for both sides of a round) and the limit.
-/// @return whether the ratio is within the limit
+/// @return whether the ratio is within the limit, or the library's side took no longer than is enough
 bool compare(const CComparison& comparison);
 
 /// CPU time that this thread has used, in seconds.

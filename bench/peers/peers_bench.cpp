@@ -86,6 +86,12 @@ void compare(const std::string& url, int atOnce)
 #ifdef NORLA_SOUP_PEER
     add("libsoup", NORLA_SOUP_PEER);
 #endif
+#ifdef NORLA_CURLPP_PEER
+    add("curlpp", NORLA_CURLPP_PEER);
+#endif
+#ifdef NORLA_POCO_PEER
+    add("POCO", NORLA_POCO_PEER);
+#endif
     bench::runInTurns(contenders, rounds);
     for (const bench::CContender& contender : contenders)
         bench::printTurnsRow(std::to_string(atOnce) + " at once", contender, contenders[0], transfers);

@@ -64,6 +64,15 @@ def peers(table):
         bars("Transfers of 1 KiB in a second: more is better", rate, header, "pool") + "</div>\n"
 
 
+def programs(table):
+    """Seconds of each program: the table's columns are told by its header, its rows by their first cell."""
+    header, *rows = table
+    turned = [[what + ","] + [row[header.index(column)] for row in rows]
+              for what, column in (("wall clock", "wall s"), ("CPU", "CPU s"))]
+    title = f"{header[0]}: seconds, less is better"
+    return '<div class="charts">' + bars(title, turned, [""] + [row[0] for row in rows], "libnorla") + "</div>\n"
+
+
 def ratios(table):
     """The rows whose ratio is one number or range and whose limit is near to 1: what the library costs."""
     chosen = []
@@ -117,6 +126,10 @@ def outcomes(table):
 CHARTS = [
     ("docs/performance.md", "What", ratios),
     ("docs/performance.md", "", peers),
+    ("docs/performance.md", "1024 MiB from a file, in parts of 8 MiB, 4 at once", programs),
+    ("docs/performance.md", "1024 MiB into a file, one connection, MD5 compared", programs),
+    ("docs/performance.md", "1024 MiB, one connection", programs),
+    ("docs/performance.md", "1000 files of 100 KiB, 16 at once", programs),
     ("docs/reliability.md", "Fault", outcomes),
 ]
 

@@ -1,5 +1,6 @@
 // Whole files beside the programs that people would take instead, from one nginx on the loopback interface: a large
-// one, over one connection and over four, many small ones, and how much memory all that takes.
+// one, over one connection and over four, many small ones, and how much memory all that takes. The large one from an
+// FTP server, too.
 #include "bench/peers/contest/CProgramContest.h"
 #include "bench/peers/contest/checkedFiles.h"
 #include "bench/peers/contest/programs.h"
@@ -7,6 +8,7 @@
 #include "sela/CDigest.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CProcessRun.h"
+#include "tests/support/CPureFTPdServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/files.h"
 
@@ -123,6 +125,7 @@ public:
         , m_target(choice.into.empty() ? std::filesystem::temp_directory_path() : choice.into)
     {
         bench::makeFile(m_large, choice.largeMiB * mebibyte);
+        std::filesystem::create_hard_link(m_large, m_ftpServer.root() / "large");
         std::filesystem::create_directory(m_small);
         std::filesystem::create_directory(m_fetched);
         std::string list;
@@ -138,7 +141,7 @@ public:
     {
         printVersions();
         const bench::CProgramContest contest(m_folder.path() / "log", {"no_proxy=127.0.0.1"});
-        for (auto contenders : {plain(), digested(), inSegments(), many()}) {
+        for (auto contenders : {plain(), digested(), inSegments(), overFTP(), many()}) {
             contest.run(contenders, m_choice.rounds);
             bench::printProgramTables(contenders);
         }
@@ -149,7 +152,7 @@ public:
 private:
     static void printVersions()
     {
-        for (const char* const program : {"curl", "wget", "aria2c"}) {
+        for (const char* const program : {"curl", "wget", "aria2c", "lftp"}) {
             if (!bench::isInstalled(program))
                 continue;
             const std::string line = support::splitLines(support::CProcessRun({program, "--version"}).output()).at(0);
@@ -167,10 +170,9 @@ private:
     std::string largeTitle(const std::string& way) const { return std::to_string(m_choice.largeMiB) + " MiB, " + way; }
 
     /// Programs that fetch one file and do nothing else with it.
-    std::vector<CProgramContender> fetchers(const std::string& title, const std::string& path)
+    std::vector<CProgramContender> fetchers(
+        const std::string& title, const std::string& url, const std::filesystem::path& original)
     {
-        const std::string url = m_server.url(path);
-        const std::filesystem::path original = m_server.root() / path.substr(1);
         std::vector<CProgramContender> all;
         if (bench::isInstalled("curl"))
             all.push_back(intoOne("curl", title, curl({"-o", m_file, url}), original));
@@ -186,7 +188,7 @@ private:
     std::vector<CProgramContender> plain()
     {
         const std::string title = largeTitle("one connection");
-        std::vector<CProgramContender> all = fetchers(title, "/large");
+        std::vector<CProgramContender> all = fetchers(title, m_server.url("/large"), m_large);
         // What it takes until the file is on the disk, as it is behind CFileDownload.
         if (m_choice.hasSynced)
             all.push_back(intoOne("curl, and sync", title,
@@ -228,6 +230,18 @@ private:
         return all;
     }
 
+    std::vector<CProgramContender> overFTP()
+    {
+        const std::string title = largeTitle("one connection, FTP");
+        const std::string login = m_ftpServer.userName() + ':' + m_ftpServer.password();
+        const std::string url = "ftp://" + login + '@' + m_ftpServer.url("/large").substr(std::string("ftp://").size());
+        std::vector<CProgramContender> all = fetchers(title, url, m_large);
+        if (bench::isInstalled("lftp"))
+            all.push_back(intoOne(
+                "lftp", title, {"lftp", "--norc", "-c", "get '" + url + "' -o '" + m_file.native() + "'"}, m_large));
+        return all;
+    }
+
     std::vector<CProgramContender> many()
     {
         const std::string title = std::to_string(m_choice.files) + " files of 100 KiB, 16 at once";
@@ -266,7 +280,8 @@ private:
         std::vector<std::vector<CProgramContender>> columns;
         for (const auto& [title, size] : sizes) {
             std::printf(" %s |", title);
-            columns.push_back(fetchers(title, m_server.big(static_cast<std::uintmax_t>(size))));
+            const std::string path = m_server.big(static_cast<std::uintmax_t>(size));
+            columns.push_back(fetchers(title, m_server.url(path), m_server.root() / path.substr(1)));
             columns.back().insert(columns.back().begin(),
                 {"libcurl by hand, 10 bytes",
                     {{title, {NORLA_HELLO_BARE, m_server.url("/digits.txt")}, [](const std::string&) {}}}});
@@ -283,6 +298,7 @@ private:
 
     const CChoice m_choice;
     const support::CNginxServer m_server;
+    const support::CPureFTPdServer m_ftpServer;
     const support::CTemporaryFolder m_folder;
     const CFolderIn m_target;
     const std::filesystem::path m_large = m_server.root() / "large";
