@@ -3,6 +3,7 @@
 #include "kx/base/CError.h"
 #include "kx/files/readWholeFile.h"
 #include "sela/CErrorMark.h"
+#include "sela/CKnownFiles.h"
 #include "sela/base64.h"
 
 #include <openssl/bio.h>
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 namespace sela {
 
@@ -108,6 +110,10 @@ std::string cipherOf(const std::string& bytes)
 
 void requireRootCertificates(const Path& file)
 {
+    static CKnownFiles known; // that are usable: a hundred roots and more take their time for each request
+    const std::optional<CKnownFiles::CState> state = CKnownFiles::stateOf(file.toBytes());
+    if (state && known.isKnown(*state))
+        return;
     const CErrorMark mark;
     const std::string bytes = kx::readWholeFile(file, mostBytes);
     const BIOPointer stream = streamOf(bytes);
@@ -118,6 +124,8 @@ void requireRootCertificates(const Path& file)
         fail(file, "one of its certificates is broken");
     if (!isAnyThere)
         fail(file, "it holds no certificate in PEM");
+    if (state)
+        known.add(*state);
 }
 
 void requireCertificateWithKey(const Path& certificateFile, const Path& keyFile, const kx::String& password)

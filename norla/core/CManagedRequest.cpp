@@ -38,7 +38,10 @@ void CManagedRequest::enter(COpenSockets& sockets)
 void CManagedRequest::enterEvents(COpenSockets& sockets, IStallWatcher& watcher)
 {
     enter(sockets);
-    m_request.m_rooms->stallWatcher = &watcher;
+    CNetRequest::CRooms& rooms = *m_request.m_rooms;
+    rooms.stallWatcher = &watcher;
+    if (rooms.url.isMail())
+        rooms.progress.use(&CNetRequest::CRooms::goOn, &rooms);
 }
 
 bool CManagedRequest::opensSockets() const noexcept

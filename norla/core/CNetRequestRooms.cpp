@@ -250,7 +250,21 @@ int CNetRequest::CRooms::goOn(
     void* rooms, curl_off_t toDownload, curl_off_t downloaded, curl_off_t toUpload, curl_off_t uploaded) noexcept
 {
     CHeldCookies::release();
-    return static_cast<CRooms*>(rooms)->progress.callApplications(toDownload, downloaded, toUpload, uploaded);
+    const auto& self = *static_cast<CRooms*>(rooms);
+    if (self.isHeldUpByGoodbye())
+        return 1;
+    return self.progress.callApplications(toDownload, downloaded, toUpload, uploaded);
+}
+
+// Older versions of libcurl look up once a second there, and would wait for as long as a transfer may be silent. How
+// the transfer ends is decided.
+bool CNetRequest::CRooms::isHeldUpByGoodbye() const noexcept
+{
+    constexpr auto longestGoodbye = std::chrono::milliseconds(900);
+    if (!stallWatcher || !record.isRefused())
+        return false;
+    const std::chrono::microseconds silence(record.getSilentMicroseconds());
+    return silence >= longestGoodbye && silence <= stallWatcher->getCallDuration();
 }
 
 // When an FTP server has said where it waits for the data connection before libcurl has come to wait for that, older

@@ -115,6 +115,9 @@ struct CNetRequest::CRooms {
 
     bool judgesByProtocol() const noexcept { return safety && safety->judgeByProtocol; }
 
+    /// Whether libcurl waits in one call for a mail server that has refused something and does not answer the goodbye.
+    bool isHeldUpByGoodbye() const noexcept;
+
     bool holdsCookies() const noexcept { return cookieJar && CHeldCookies::areNeeded(); }
 
     /// Does nothing for an empty text. The second one has the same for a person.

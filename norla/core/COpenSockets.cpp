@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace norla {
 
@@ -50,6 +51,9 @@ bool COpenSockets::hasOpened(curl_socket_t socket) const noexcept
 
 void COpenSockets::stopReading() noexcept
 {
+    const std::lock_guard lock(m_mutex);
+    if (!std::exchange(m_hasReading, false))
+        return; // it is asked for each of many transfers
     for (const auto& known : m_sockets) {
         if (hasOpened(known.first))
             shutdown(known.first, SHUT_RD); // fails where the server has closed already, which is as good
@@ -93,9 +97,10 @@ curl_socket_t COpenSockets::open(const curl_sockaddr& address) noexcept
 int COpenSockets::onClose(void* sockets, curl_socket_t socket) noexcept
 {
     auto& self = *static_cast<COpenSockets*>(sockets);
-    self.m_sockets.erase(socket);
     if (self.m_onClosing)
         self.m_onClosing(socket);
+    const std::lock_guard lock(self.m_mutex); // the number is another one's from here on
+    self.m_sockets.erase(socket);
     return close(socket);
 }
 
@@ -114,8 +119,10 @@ bool COpenSockets::note(curl_socket_t socket) noexcept
     CIdentity identity{};
     if (!identify(socket, identity))
         return true;
+    const std::lock_guard lock(m_mutex);
     try {
         m_sockets.insert_or_assign(socket, identity);
+        m_hasReading = true;
         return true;
     } catch (const std::exception&) {
         m_sockets.erase(socket);

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <sys/types.h>
 #include <utility>
@@ -15,7 +16,7 @@ namespace norla {
 /// It opens and closes them for libcurl (CTransferSockets, CURLOPT_CLOSESOCKETFUNCTION), so that the goodbyes which
 /// libcurl says when it frees a cache need not wait for a server that never answers them.
 ///
-/// Lives longer than the cache. Used by the thread that works with the cache.
+/// Lives longer than the cache. Used by the thread that works with the cache; stopReading() by any.
 class COpenSockets {
 public:
     COpenSockets() = default;
@@ -33,8 +34,8 @@ public:
     /// accepted ones, and pipes of its own.
     bool hasOpened(curl_socket_t socket) const noexcept;
 
-    /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once. For the
-    /// moment before libcurl closes all of the cache's connections.
+    /// From now on nothing is waited for: what is sent still goes out, and reading finds the end at once, as in a call
+    /// that another thread is in. For the moment before libcurl closes all of the cache's connections.
     void stopReading() noexcept;
 
     /// The same for the connection that one transfer uses, which ends here. @param localPort of it
@@ -61,7 +62,9 @@ private:
     static bool identify(curl_socket_t socket, CIdentity& identity) noexcept;
     [[nodiscard]] bool note(curl_socket_t socket) noexcept;
 
+    std::mutex m_mutex; // guards changes of the sockets, and others' looks at them
     std::map<curl_socket_t, CIdentity> m_sockets;
+    bool m_hasReading = false;                      // some that stopReading() has not met
     std::function<void(curl_socket_t)> m_onClosing; // may be empty
     std::function<void(curl_socket_t)> m_onOpening; // the same
     const COpenSockets* m_keptBefore = nullptr;     // so that all that are kept can be found

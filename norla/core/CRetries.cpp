@@ -9,6 +9,7 @@
 #include "norla/http/util.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -100,13 +101,15 @@ void CRetries::afterSuccess(CNetRequest& request)
     record(request, nullptr);
 }
 
-// The server has closed an open connection in the moment in which it was used again. For one way of noticing it libcurl
-// does not begin anew by itself: when the body cannot be sent.
+// The server has closed an open connection in the moment in which it was used again. libcurl begins anew by itself, but
+// not where it cannot send a body, with HTTP/2 mostly not, and with FTP and mail never. A stream of HTTP/2 that has no
+// end is a partial file to it, also one without a beginning.
 bool CRetries::wasSwallowed(const CRepeatability& repeatability, const kx::CError& error) const
 {
-    const bool isLost = error.getDomain() == "curl"
-        && (error.getCode() == CURLE_GOT_NOTHING || error.getCode() == CURLE_SEND_ERROR
-            || error.getCode() == CURLE_RECV_ERROR);
+    constexpr std::array results
+        = {CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR, CURLE_HTTP2, CURLE_PARTIAL_FILE};
+    const bool isLost
+        = error.getDomain() == "curl" && std::find(results.begin(), results.end(), error.getCode()) != results.end();
     return isLost && repeatability.isUnanswered && !repeatability.isOwnError && mayRepeat(repeatability)
         && isWithinBudget(kx::CTimeSpan());
 }

@@ -37,6 +37,9 @@ public:
     /// Those that have ended, the first one first, without those that were made in place of another.
     const kx::TArray<CAttempt>& getAttempts() const noexcept { return m_attempts; }
 
+    /// Whether the attempt that afterFailure() has just asked for is made in place of the one that has ended.
+    bool isReplaced() const noexcept { return m_isReplaced; }
+
     /// What is left of the budget, never negative; infinite without one. To an attempt that begins now this is a limit
     /// of time.
     kx::CTimeSpan getTimeLeft() const noexcept;

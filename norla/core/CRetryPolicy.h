@@ -18,7 +18,7 @@ namespace norla {
 struct CRetryPolicy {
     /// All in all, with the first one; 1 or less: one. Not counted is an attempt in place of one that an open
     /// connection has swallowed: the server closed it in the moment in which it was used again, and has answered
-    /// nothing. There is one such for each attempt at most; most of these libcurl makes by itself.
+    /// nothing. There is one such for each attempt at most; most of those of HTTP/1.1 libcurl makes by itself.
     int attempts = 3;
 
     /// Before the second attempt, and the pause that no later one exceeds. Negative: none. The longest may be infinite.

@@ -170,7 +170,8 @@ void CTransferRecord::noticeStatus(std::string_view status, bool isLastLine) noe
     if (status == "230" || status == "235" || replies.agreements > replies.greetings)
         replies.areAfterLogin = true;
     replies.hasDataBegun = replies.hasDataBegun || status == "354";
-    if (status.starts_with('4') || status.starts_with('5'))
+    replies.isRefused = status.starts_with('4') || status.starts_with('5');
+    if (replies.isRefused)
         replies.isRecipientRefused = replies.agreements > replies.greetings && !replies.hasDataBegun;
 }
 
@@ -296,11 +297,14 @@ TransferPhase CTransferRecord::phaseAfterRequest() const
     return sizeOf(m_handle, CURLINFO_SIZE_DOWNLOAD_T) > 0 ? TransferPhase::Receiving : TransferPhase::Waiting;
 }
 
+// What FTP and mail servers are asked counts as sent only behind all their answers; whom libcurl asks it knows before.
 bool CTransferRecord::isConnectionReused() const noexcept
 {
     if (m_replies.areThere)
         return m_replies.connections == 0;
-    return numberOf(m_handle, CURLINFO_NUM_CONNECTS) == 0 && sizeOf(m_handle, CURLINFO_PRETRANSFER_TIME_T) > 0;
+    const bool hasConnection
+        = sizeOf(m_handle, CURLINFO_PRETRANSFER_TIME_T) > 0 || numberOf(m_handle, CURLINFO_PRIMARY_PORT) > 0;
+    return hasConnection && numberOf(m_handle, CURLINFO_NUM_CONNECTS) == 0;
 }
 
 CTransferInfo::CTimes CTransferRecord::getTimes() const

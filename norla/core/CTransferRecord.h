@@ -55,6 +55,9 @@ public:
     /// Since the last reply of an FTP or mail server; 0 before the first.
     long long getSilentMicroseconds() const noexcept;
 
+    /// Whether the last thing that an FTP or mail server said was a refusal.
+    bool isRefused() const noexcept { return m_replies.isRefused; }
+
     /// Whether the last refusal of a mail server came behind its consent to the sender and before the message.
     bool isRecipientRefused() const noexcept { return m_replies.isRecipientRefused; }
 
@@ -114,6 +117,7 @@ private:
         bool areAfterLogin = false;
         bool startTLS = false;
         bool hasDataBegun = false; // of a mail
+        bool isRefused = false;
         bool isRecipientRefused = false;
         Clock::time_point last;
     };

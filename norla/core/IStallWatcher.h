@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
+
 namespace norla {
 
 /// Tells libcurl what happens to the sockets of transfers, and nothing else. It is told of transfers that older
@@ -9,6 +11,9 @@ namespace norla {
 class IStallWatcher {
 public:
     virtual void setMayStall(CURL* handle, bool mayStall) noexcept = 0;
+
+    /// How long the call to libcurl lasts already, asked by a callback in it.
+    virtual std::chrono::steady_clock::duration getCallDuration() const noexcept = 0;
 
 protected:
     ~IStallWatcher() = default;

@@ -185,6 +185,7 @@ void CDownloadRun::pause()
 
 void CDownloadRun::openConnections()
 {
+    shareSpeed();
     while (static_cast<int>(m_connections.size()) < getMostConnections()) {
         const std::optional<CDownloadSink::CTask> task = nextTask();
         if (!task)
@@ -196,6 +197,21 @@ void CDownloadRun::openConnections()
         startAttempt(*connection);
         m_connections[connection->number] = std::move(connection);
     }
+}
+
+/// Only an answer tells whether there may be several, and libcurl takes another limit with the next attempt alone: what
+/// had all of it for itself goes on as one of several, each with its share.
+void CDownloadRun::shareSpeed()
+{
+    if (m_options.speedLimit == 0 || getMostConnections() == 1)
+        return;
+    const auto isAlone = [](const CConnection& connection) { return connection.hasWholeLimit && connection.transfer; };
+    if (m_connections.size() > 1 || (!m_connections.empty() && !isAlone(*m_connections.begin()->second)))
+        return; // what pauses takes its share by itself
+    const long long left = *m_known.total - arrivedBytes().getSize();
+    m_mostSegments = static_cast<int>(std::clamp<long long>(left / leastSegment, 1, m_mostSegments));
+    if (m_mostSegments > 1)
+        stopConnections();
 }
 
 /// Several where HTTP's server gives parts of what has a strong validator.
@@ -274,6 +290,7 @@ void CDownloadRun::prepare(CConnection& connection)
     request.setOptionInt(CURLOPT_FILETIME, 1);
     request.setOptionPtr(CURLOPT_RANGE, nullptr);
     request.setOptionPtr(CURLOPT_ACCEPT_ENCODING, nullptr); // parts of a packed file are none of the file
+    connection.hasWholeLimit = getMostConnections() == 1;
     if (m_options.speedLimit > 0)
         request.setOptionInt64(
             CURLOPT_MAX_RECV_SPEED_LARGE, std::max(1LL, m_options.speedLimit / getMostConnections()));
@@ -375,23 +392,6 @@ void CDownloadRun::startAnew()
     kx::logInfo("The download of '" + m_part.getPath().toString()
         + "' begins anew: the server has another file, or gives no parts of it.");
     forget();
-}
-
-/// In this order no record can tell of bytes that others have taken the place of.
-void CDownloadRun::forget()
-{
-    m_part.removeRecord();
-    m_part.truncate(0);
-    m_arrived.clear();
-    m_digests.forget();
-    m_known = CKnownResource();
-    m_recordedSize = 0;
-}
-
-void CDownloadRun::throwIfCancelled() const
-{
-    if (m_signals->isCancelled())
-        throw CCURLError(CURLE_ABORTED_BY_CALLBACK, "the download was cancelled", kx::String(), 0, kx::String());
 }
 
 } // namespace norla

@@ -47,6 +47,7 @@ private:
         kx::P<CTransfer> transfer;                    // null while it pauses
         std::optional<Clock::time_point> nextAttempt; // while it pauses
         CDownloadSink::CTask task;
+        bool hasWholeLimit = false; // of speed
         CSilenceWatch silence;
     };
 
@@ -58,6 +59,7 @@ private:
     void step();
     void pause();
     void openConnections();
+    void shareSpeed();
     int getMostConnections() const;
     std::optional<CDownloadSink::CTask> nextTask();
     std::optional<CDownloadSink::CTask> nextGap();
@@ -70,11 +72,11 @@ private:
     void takeEnd(CConnection& connection);
     void takeFailure(CConnection& connection, const kx::CError& failure, bool hasMoved);
     void startAnew();
-    void forget();
-    void throwIfCancelled() const;
 
     // What is kept, told and made of it: CDownloadRunFile.cpp.
+    void throwIfCancelled() const;
     void stopConnections() noexcept;
+    void forget();
     void keepOrRemove() noexcept;
     CByteRanges arrivedBytes() const;
     void checkpoint();

@@ -3,6 +3,7 @@
 #include "kx/base/onExceptionInDestructorIgnored.h"
 #include "kx/log/log.h"
 #include "kx/text/numbers.h"
+#include "norla/core/CCURLError.h"
 #include "norla/files/CDownloadRun.h"
 #include "norla/files/suggestedName.h"
 #include "norla/files/tellProgressTo.h"
@@ -20,6 +21,12 @@ constexpr size_t digestBlockSize = 256 << 10;
 
 } // namespace
 
+void CDownloadRun::throwIfCancelled() const
+{
+    if (m_signals->isCancelled())
+        throw CCURLError(CURLE_ABORTED_BY_CALLBACK, "the download was cancelled", kx::String(), 0, kx::String());
+}
+
 /// With what they have brought.
 void CDownloadRun::stopConnections() noexcept
 {
@@ -34,6 +41,8 @@ void CDownloadRun::stopConnections() noexcept
             connection->transfer->wait();
             const auto status = connection->sink->getStatus();
             if (status.isJudged && !status.isOther) {
+                takeName(*connection->request);
+                m_origin.learn(*connection->request);
                 m_known = status.known;
                 m_arrived.add(status.start, status.position);
             }
@@ -42,6 +51,18 @@ void CDownloadRun::stopConnections() noexcept
     } catch (const std::exception& error) {
         kx::onExceptionInDestructorIgnored("norla::CDownloadRun", error, true);
     }
+}
+
+/// In this order no record can tell of bytes that others have taken the place of.
+void CDownloadRun::forget()
+{
+    m_part.removeRecord();
+    m_part.truncate(0);
+    m_arrived.clear();
+    m_digests.forget();
+    m_known = CKnownResource();
+    m_recordedSize = 0;
+    m_signals->setStart(0);
 }
 
 /// Behind a failure.
@@ -165,8 +186,11 @@ void CDownloadRun::requireDigests()
 
 void CDownloadRun::requireAsOriginSays()
 {
-    std::vector<unsigned char> block(digestBlockSize);
-    const auto wrong = m_origin.judge([this, &block, position = 0LL]() mutable { return blockAt(position, block); });
+    std::vector<unsigned char> block; // for those who read: most do not
+    const auto wrong = m_origin.judge([this, &block, position = 0LL]() mutable {
+        block.resize(digestBlockSize);
+        return blockAt(position, block);
+    });
     if (!wrong)
         return;
     m_isWrong = true;

@@ -27,7 +27,9 @@ struct CFileDownloadOptions {
     /// mebibyte is left for each.
     int segments = 1;
 
-    /// Bytes a second, of all connections together; 0: no limit.
+    /// Bytes a second, of all connections together; 0: no limit. Several have the same share each. The first one has
+    /// all of it until its answer shows that there may be several: then it is given up, and one of them fetches its
+    /// rest.
     long long speedLimit = 0;
 
     /// Whether the file gets the time of its last change at the server, where that tells it.
@@ -56,7 +58,7 @@ struct CFileDownloadOptions {
 
     /// After which failures it is tried again. An attempt that has brought something counts as the first one again
     /// where that can be gone on with.
-    CRetryPolicy retries = {};
+    CRetryPolicy retries = CRetryPolicy();
 
     /// Where the transfers run; null: in a pool of its own. A reference is kept.
     kx::P<CTransferPool> pool = {};

@@ -46,7 +46,7 @@ struct CFileUploadOptions {
 
     /// After which failures it is tried again. An attempt that has brought something counts as the first one again
     /// where that can be gone on with.
-    CRetryPolicy retries = {};
+    CRetryPolicy retries = CRetryPolicy();
 
     /// Where the transfers run; null: in a pool of its own. A reference is kept.
     kx::P<CTransferPool> pool = {};
@@ -66,7 +66,8 @@ struct CFileUploadOptions {
 /// byte has left, that is an error ("The file '...' has changed while it was sent."), and nothing of the mixture stands
 /// under the final name: HTTP's server does not get the end, the temporary file is removed.
 ///
-/// Over FTP and SFTP it is sent into a temporary file, whose size is compared before that gets its name. A later upload
+/// Over FTP and SFTP it is sent into a temporary file, whose size is compared before that gets its name. A server that
+/// tells no size (FTP's SIZE is refused) is believed when it has confirmed the end of the file. A later upload
 /// of the same file to the same URL goes on behind the part that is there, when the first and the last 64 KiB of the
 /// part are those of the file. One that runs at the same time is not noticed. The way to the folder is a CWD for each
 /// step (CURLFTPMETHOD_MULTICWD), and the URL has neither query nor fragment. FTP servers replace a file by the rename;

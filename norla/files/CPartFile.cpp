@@ -242,8 +242,16 @@ void CPartFile::releaseReserve()
 
 void CPartFile::sync()
 {
-    if (fdatasync(m_file) != 0)
-        fail(errno);
+    syncWith(&fdatasync);
+}
+
+/// The system tells once that it has lost bytes: no later success proves that they are there.
+void CPartFile::syncWith(int (*function)(int))
+{
+    if (m_syncError == 0 && function(m_file) != 0)
+        m_syncError = errno;
+    if (m_syncError != 0)
+        fail(m_syncError);
 }
 
 std::optional<std::string> CPartFile::readRecord() const
@@ -305,8 +313,7 @@ void CPartFile::finish(const CAttributes& attributes, bool replaces)
         if (futimens(m_file, times.data()) != 0)
             fail(errno);
     }
-    if (fsync(m_file) != 0)
-        fail(errno);
+    syncWith(&fsync);
     requireStillNamed();
     giveName(replaces);
     syncFolder();

@@ -51,7 +51,7 @@ public:
     /// What was reserved behind its end is room for others again.
     void releaseReserve();
 
-    /// All that was written is on the disk behind it.
+    /// All that was written is on the disk behind it. Behind a failure it fails for ever, and so does finish().
     void sync();
 
     /// The text beside it. @return empty when there is none, or an enormous one
@@ -82,6 +82,7 @@ private:
     void unlinkRecords() noexcept;
     int openOwn(const std::string& name, int flags) const;
     void giveName(bool replaces);
+    void syncWith(int (*function)(int));
     void syncFolder() const;
     [[noreturn]] void fail(int errorNumber) const;
     [[noreturn]] void failWithout(const std::string& name) const; // with errno
@@ -93,6 +94,7 @@ private:
     std::string m_recordName;
     int m_folder = -1;
     int m_file = -1;
+    int m_syncError = 0; // of the first one that has failed
 };
 
 } // namespace norla

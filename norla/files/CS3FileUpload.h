@@ -53,7 +53,7 @@ struct CS3FileUploadOptions {
     /// After which failures the whole or a part is sent again. Where it has no word of its own, also the service's
     /// codes of CS3Client::performRequest() count as transient. What begins, lists and completes an upload, and asks
     /// for an object, is tried again as the client says.
-    CRetryPolicy retries = {};
+    CRetryPolicy retries = CRetryPolicy();
 
     /// Where the transfers run; null: in a pool of its own. A reference is kept.
     kx::P<CTransferPool> pool = {};

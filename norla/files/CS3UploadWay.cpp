@@ -24,28 +24,12 @@ namespace norla {
 
 namespace {
 
-CS3Call wholeCall(const kx::String& bucketName, const kx::String& objectName, const CS3FileUploadOptions& options)
+CS3PutOptions objectOf(const CS3FileUploadOptions& options)
 {
     CS3PutOptions object = options.object;
     if (!options.overwrite)
         object.ifNoneMatch = "*";
-    return putCall(bucketName, objectName, object);
-}
-
-/// Which request of an upload by parts each header belongs to.
-CS3MultipartOptions multipartOptions(const CS3Call::Fields& headers)
-{
-    CS3MultipartOptions options;
-    for (const auto& field : headers) {
-        const kx::String name = field.first.toLower();
-        if (name == "if-match" || name == "if-none-match")
-            options.completeHeaders.push_back(field);
-        else if (name.startsWith("x-amz-server-side-encryption-customer-"))
-            options.partHeaders.push_back(field);
-        else
-            options.headers.push_back(field);
-    }
-    return options;
+    return object;
 }
 
 } // namespace
@@ -56,8 +40,8 @@ CS3UploadWay::CS3UploadWay(
     , m_bucketName(bucketName)
     , m_objectName(objectName)
     , m_options(options)
-    , m_call(wholeCall(bucketName, objectName, options))
-    , m_multipart(multipartOptions(m_call.headers))
+    , m_call(putCall(bucketName, objectName, objectOf(options)))
+    , m_multipart(CS3MultipartOptions::of(objectOf(options)))
 {
     constexpr long long nothing = 0;
     uploadPartSize(nothing, options.partSize); // throws for one that makes no sense

@@ -103,6 +103,16 @@ bool isControl(wchar_t c)
     return c < L' ' || (c >= 0x7F && c < 0xA0);
 }
 
+bool isEdge(wchar_t c)
+{
+    return c == L'.' || c == L' ';
+}
+
+void trimEnd(std::wstring& name)
+{
+    name.erase(std::find_if_not(name.rbegin(), name.rend(), isEdge).base(), name.end());
+}
+
 /// Cut in front of its ending, where it has a short one.
 std::wstring shortened(std::wstring name)
 {
@@ -110,9 +120,12 @@ std::wstring shortened(std::wstring name)
     const size_t dot = name.rfind(L'.');
     const bool hasEnding = dot != std::wstring::npos && dot > 0 && name.size() - dot <= longestEnding;
     const std::wstring ending = hasEnding ? name.substr(dot) : std::wstring();
-    name.resize(name.size() - ending.size());
+    const size_t whole = name.size() - ending.size();
+    name.resize(whole);
     while (!name.empty() && kx::String(name + ending).toUTF8().size() > longestName)
         name.pop_back();
+    if (name.size() < whole)
+        trimEnd(name);
     return name + ending;
 }
 
@@ -125,9 +138,8 @@ kx::String safeName(const kx::String& text)
         else if (!isControl(c) && !isDeceptive(c) && kx::isScalarValue(c))
             name += c;
     }
-    const auto isEdge = [](wchar_t c) { return c == L'.' || c == L' '; };
     name.erase(name.begin(), std::find_if_not(name.begin(), name.end(), isEdge));
-    name.erase(std::find_if_not(name.rbegin(), name.rend(), isEdge).base(), name.end());
+    trimEnd(name);
     return kx::String(shortened(std::move(name)));
 }
 

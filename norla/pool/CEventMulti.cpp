@@ -3,6 +3,7 @@
 #include "norla/core/CEasyHandle.h"
 #include "norla/core/CHeldCookies.h"
 #include "norla/core/CManagedRequest.h"
+#include "norla/pool/CCallWatch.h"
 #include "norla/pool/CSocketEvents.h"
 
 #include <algorithm>
@@ -16,8 +17,9 @@ constexpr auto stallPause = std::chrono::milliseconds(10);
 
 } // namespace
 
-CEventMulti::CEventMulti(CSocketEvents& events, long idleConnections)
+CEventMulti::CEventMulti(CSocketEvents& events, CCallWatch& calls, long idleConnections)
     : m_events(events)
+    , m_calls(calls)
     , m_multi(idleConnections)
 {
     m_multi.getSockets().tellClosings([this](curl_socket_t socket) noexcept { m_events.forget(socket); });
@@ -66,6 +68,7 @@ void CEventMulti::add(CNetRequest& request)
 
 void CEventMulti::remove(CNetRequest& request) noexcept
 {
+    const CCallWatch::CCall call(m_calls, m_multi.getSockets());
     m_stalling.erase(request.getEasyHandle());
     if (curl_multi_remove_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK) {
         --m_count;
@@ -93,12 +96,14 @@ void CEventMulti::withdraw(CNetRequest& request) noexcept
 
 bool CEventMulti::addAgain(CNetRequest& request) noexcept
 {
+    const CCallWatch::CCall call(m_calls, m_multi.getSockets());
     return curl_multi_remove_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK
         && curl_multi_add_handle(m_multi.get(), request.getEasyHandle()) == CURLM_OK;
 }
 
 CURLMcode CEventMulti::act(curl_socket_t socket, int bits) noexcept
 {
+    const CCallWatch::CCall call(m_calls, m_multi.getSockets());
     int running = 0;
     const CURLMcode result = curl_multi_socket_action(m_multi.get(), socket, bits, &running);
     CHeldCookies::release();
@@ -136,6 +141,11 @@ void CEventMulti::setMayStall(CURL* handle, bool mayStall) noexcept
         return;
     }
     onTimeChange();
+}
+
+std::chrono::steady_clock::duration CEventMulti::getCallDuration() const noexcept
+{
+    return std::chrono::steady_clock::now() - m_calls.getStart();
 }
 
 bool CEventMulti::takeEnd(const CURL*& handle, CURLcode& result) noexcept

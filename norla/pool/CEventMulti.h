@@ -9,6 +9,7 @@
 
 namespace norla {
 
+class CCallWatch;
 class CNetRequest;
 class CSocketEvents;
 
@@ -19,9 +20,9 @@ class CEventMulti : private IStallWatcher {
 public:
     using CMoment = std::chrono::steady_clock::time_point;
 
-    /// @param events that watch its sockets; they live longer
+    /// @param events that watch its sockets, @param calls that watch what it asks of libcurl; both live longer
     /// @throws as CGlobalInit::get()
-    CEventMulti(CSocketEvents& events, long idleConnections);
+    CEventMulti(CSocketEvents& events, CCallWatch& calls, long idleConnections);
     CEventMulti(const CEventMulti&) = delete;
     CEventMulti& operator=(const CEventMulti&) = delete;
 
@@ -66,12 +67,14 @@ protected:
 
 private:
     void setMayStall(CURL* handle, bool mayStall) noexcept override;
+    std::chrono::steady_clock::duration getCallDuration() const noexcept override;
 
     // libcurl's, with this object as their data
     static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* known) noexcept;
     static int onTimer(CURLM* handle, long milliseconds, void* self) noexcept;
 
     CSocketEvents& m_events;
+    CCallWatch& m_calls;
     size_t m_count = 0;
     std::optional<CMoment> m_time;
     std::set<CURL*> m_stalling;

@@ -39,7 +39,9 @@ public:
     ~CTransfer() override;
 
     /// Ends it, whatever it does, with an error of the kind Cancelled, and returns at once; does nothing after its end.
-    /// The end is told as any other, once the pool's thread gets to it, at once as a rule.
+    /// The end is told as any other, once the pool's thread gets to it: at once as a rule, or behind what it is at just
+    /// then, such as to read the root certificates for a TLS connection (15 to 50 ms), a callback, or a goodbye that
+    /// libcurl waits for (docs/known-limits.md).
     void cancel();
 
     /// Blocks until its end is there, at most that many milliseconds: 0 only looks, a negative number waits without

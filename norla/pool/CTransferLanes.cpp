@@ -22,7 +22,7 @@ CTransferLanes::CTransferLanes(int wakeDescriptor, long idleConnections)
 CTransferLanes::~CTransferLanes() = default;
 
 CTransferLanes::CLane::CLane(CTransferLanes& theLanes, size_t theNumber, long idleConnections)
-    : CEventMulti(theLanes.m_events, idleConnections)
+    : CEventMulti(theLanes.m_events, theLanes.m_calls, idleConnections)
     , lanes(theLanes)
     , number(theNumber)
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "norla/pool/CCallWatch.h"
 #include "norla/pool/CEventMulti.h"
 #include "norla/pool/CSocketEvents.h"
 #include "norla/pool/TTimerQueue.h"
@@ -57,6 +58,9 @@ public:
     /// @return whether a transfer has ended, by the last act(), that was not told before
     bool takeEnd(const CURL*& handle, CURLcode& result) noexcept;
 
+    /// While another thread waits for the end of the one that uses this: see CCallWatch. Any thread.
+    void endLongCalls() noexcept { m_calls.endLongCalls(); }
+
     /// In a child process: what it shares with its parent stays untouched when this goes.
     void forget() noexcept;
 
@@ -81,6 +85,7 @@ private:
 
     const long m_idleConnections;
     CSocketEvents m_events;
+    CCallWatch m_calls;
     TTimerQueue<CLane> m_timers;
     std::array<CLane*, 2> m_acted{}; // those which the last act() was for; null: none
     std::vector<std::unique_ptr<CLane>> m_lanes;

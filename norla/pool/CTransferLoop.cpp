@@ -253,7 +253,7 @@ kx::P<kx::CError> CTransferLoop::record(CTransferWork& work, CURLcode result) no
     try {
         CManagedRequest request(*work.request);
         kx::P<kx::CError> error = request.endAttempt(result);
-        if (work.wantsProgress())
+        if (work.hasBegun && work.wantsProgress()) // or else it would be that of the request's last transfer
             work.setProgress(request.getProgress());
         return error;
     } catch (const std::exception&) {
@@ -301,9 +301,11 @@ bool CTransferLoop::pause(CTransferWork& work, const kx::CError& error) noexcept
     const std::optional<kx::CTimeSpan> pause = recordFailure(work, error);
     if (!pause)
         return false;
-    work.nextAttempt = momentAfter(std::chrono::steady_clock::now(), *pause);
-    if (work.end && *work.nextAttempt >= *work.end)
+    const CMoment next = momentAfter(std::chrono::steady_clock::now(), *pause);
+    if (work.end && next >= *work.end)
         return false;
+    if (!work.retries.isReplaced())
+        work.nextAttempt = next;
     work.attemptEnd.reset();
     work.nextProgress.reset();
     try {
@@ -312,10 +314,18 @@ bool CTransferLoop::pause(CTransferWork& work, const kx::CError& error) noexcept
     } catch (const std::exception&) {
         return false;
     }
+    if (work.nextAttempt)
+        makeRoom(work);
+    else
+        work.inbox->ask(work, CLoopInbox::ToStart); // in the room that it has
+    return true;
+}
+
+void CTransferLoop::makeRoom(CTransferWork& work) noexcept
+{
     work.setState(TransferState::Pausing);
     m_schedule->pause(work);
     m_schedule->startNext();
-    return true;
 }
 
 void CTransferLoop::goOn(CTransferWork& work)

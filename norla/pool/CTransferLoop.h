@@ -25,6 +25,9 @@ public:
     /// before.
     void run() noexcept;
 
+    /// While another thread waits for the end of run(): see CCallWatch. Any thread.
+    void endLongCalls() noexcept { m_lanes.endLongCalls(); }
+
     /// In a child process: what it shares with its parent stays untouched when it goes.
     void forget() noexcept { m_lanes.forget(); }
 
@@ -48,6 +51,7 @@ private:
     void succeed(CTransferWork& work) noexcept;
     static std::optional<kx::CTimeSpan> recordFailure(CTransferWork& work, const kx::CError& error) noexcept;
     bool pause(CTransferWork& work, const kx::CError& error) noexcept;
+    void makeRoom(CTransferWork& work) noexcept;
     kx::P<kx::CError> record(CTransferWork& work, CURLcode result) noexcept;
     void end(CTransferWork& work, TransferState state, kx::P<kx::CError> error) noexcept;
     void setTimer(CTransferWork& work);

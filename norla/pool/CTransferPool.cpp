@@ -56,8 +56,11 @@ CTransferPool::Options checked(CTransferPool::Options options)
     requireNotNegative(options.idleConnections, "idleConnections");
     if (options.threads < 1)
         throw kx::CInvalidArgError("the option 'threads' is less than 1", "norla::CTransferPool");
-    if (options.atOnce == 0)
+    if (options.atOnce == 0) {
         options.atOnce = std::min(usualAtOnce, thirdOfDescriptors());
+        if (options.perHost == 0)
+            options.perHost = options.atOnce - options.atOnce / 4;
+    }
     if (options.idleConnections == 0)
         options.idleConnections = std::clamp(thirdOfDescriptors() / options.threads, 1, usualIdleConnections);
     return options;

@@ -35,8 +35,8 @@ public:
         /// as many descriptors. Where it is set to more than these, some transfers fail, and their errors say why.
         int atOnce = 0;
 
-        /// The same for each host (scheme, name and port of the URL). 0: no limit of its own, so that a slow host may
-        /// have all the room there is.
+        /// The same for each host (scheme, name and port of the URL). 0: three quarters of all where atOnce is 0 as
+        /// well, so that one slow host leaves room for the others, or else as many as atOnce.
         int perHost = 0;
 
         /// Connections that stay open when nobody uses them, in each thread; those that a host needed beyond 128 at
@@ -84,9 +84,9 @@ public:
     /// Cancels all that is there; all that are started later are not concerned. Returns at once.
     void cancelAll();
 
-    /// Cancels all, tells their ends, and waits for the threads' end: a quarter of a second at most, beside what
-    /// callbacks take. Afterwards nothing of the pool calls anybody; what waits in an executor is that one's matter.
-    /// In a callback on a thread of the pool it returns at once.
+    /// Cancels all, tells their ends, and waits for the threads' end: a quarter of a second at most, whatever servers
+    /// do, beside what callbacks take. Afterwards nothing of the pool calls anybody; what waits in an executor is that
+    /// one's matter. In a callback on a thread of the pool it returns at once.
     void stop();
 
 private:

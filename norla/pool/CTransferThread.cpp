@@ -5,6 +5,7 @@
 #include "norla/pool/CAllSignalsBlock.h"
 #include "norla/pool/CTransferSchedule.h"
 
+#include <chrono>
 #include <pthread.h>
 #include <system_error>
 #include <utility>
@@ -14,19 +15,22 @@ namespace norla {
 CTransferThread::CTransferThread(std::shared_ptr<CTransferSchedule> schedule, long idleConnections)
     : m_process(kx::processGeneration())
     , m_loop(std::make_shared<CTransferLoop>(std::move(schedule), idleConnections))
-    , m_thread(run(m_loop))
+    , m_thread(run(m_loop, m_end))
     , m_id(m_thread.get_id())
 {
 }
 
-std::thread CTransferThread::run(std::shared_ptr<CTransferLoop> loop)
+std::thread CTransferThread::run(std::shared_ptr<CTransferLoop> loop, std::future<void>& end)
 {
+    std::promise<void> promise;
+    end = promise.get_future();
     const CAllSignalsBlock block; // inherited
     try {
-        std::thread thread([loop = std::move(loop)]() mutable {
+        std::thread thread([loop = std::move(loop), promise = std::move(promise)]() mutable {
             pthread_setname_np(pthread_self(), "norla.pool");
             loop->run();
             loop.reset();
+            promise.set_value();
         });
         return thread;
     } catch (const std::system_error& error) {
@@ -54,7 +58,10 @@ void CTransferThread::join() noexcept
 {
     if (kx::processGeneration() != m_process || isCurrent())
         return;
+    constexpr auto patience = std::chrono::milliseconds(20);
     const std::lock_guard lock(m_mutex);
+    while (m_end.wait_for(patience) != std::future_status::ready)
+        m_loop->endLongCalls();
     if (m_thread.joinable())
         m_thread.join();
 }

@@ -2,6 +2,7 @@
 
 #include "norla/pool/CTransferLoop.h"
 
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -23,17 +24,18 @@ public:
     /// To end what it does, and then itself. Returns at once.
     void askToStop() noexcept;
 
-    /// Waits until it has stopped; its own thread, and one of a child process, does not.
+    /// Waits until it has stopped, and for no server; its own thread, and one of a child process, does not.
     void join() noexcept;
 
     bool isCurrent() const noexcept { return m_id == std::this_thread::get_id(); }
 
 private:
-    static std::thread run(std::shared_ptr<CTransferLoop> loop);
+    static std::thread run(std::shared_ptr<CTransferLoop> loop, std::future<void>& end);
 
     const unsigned int m_process;
     std::shared_ptr<CTransferLoop> m_loop; // the thread has a reference of its own
     std::mutex m_mutex;                    // guards the thread's end
+    std::future<void> m_end;               // the thread's work is done
     std::thread m_thread;
     const std::thread::id m_id;
 };

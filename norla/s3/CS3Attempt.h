@@ -16,7 +16,11 @@ public:
     }
 
     /// The request has been prepared.
-    void begin(CNetRequest& request) { m_attempt = m_client->beginAttempt(request); }
+    void begin(CNetRequest& request)
+    {
+        m_attempt = {};
+        m_client->beginAttempt(m_attempt, request);
+    }
 
     /// What performRequest() would throw: a CS3Error where the store says why.
     kx::P<kx::CError> explain(CNetRequest& request, const kx::CError& error) const
@@ -31,7 +35,7 @@ public:
     }
 
     /// Whether the client knows better now, about time or region: then the request is to be prepared and performed once
-    /// more, at once, without begin().
+    /// more, at once, without begin(). Of what the store says of each, an attempt heeds one answer.
     bool isCorrected(CNetRequest& request, const kx::CError& error)
     {
         return m_client->isCorrected(m_attempt, request, error);

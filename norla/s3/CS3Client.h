@@ -188,9 +188,10 @@ public:
     ///
     /// A client of an endpoint signs each attempt anew. Where the store forbids, and its clock is more than five
     /// minutes from ours, the request is made once more by the store's time, which counts from then on; where it says
-    /// that the bucket is in another region, once more for that one, if the signer is the endpoint's own. Neither
-    /// leads to another scheme. A failure without a document, such as that of a HEAD, gets the code that its status
-    /// stands for.
+    /// that the bucket is in another region, once more for that one, if the signer is the endpoint's own. Each of
+    /// the two is done once a call at most, whatever the attempts; a region whose host is not there counts for
+    /// nothing. Neither leads to another scheme. A failure without a document, such as that of a HEAD, gets the code
+    /// that its status stands for.
     /// @return how many attempts it took, 1 or more
     /// @throws CS3Error when the store explained the failure, else CCURLError
     int performRequest(CNetRequest& request);
@@ -286,9 +287,11 @@ private:
 
     /// An attempt at a request: it is made again by what the store says of time and region.
     struct CCorrectedAttempt {
-        CPlace begun; // before the first correction
-        int corrections = 0;
+        CPlace begun;  // before the first correction
         int known = 0; // m_corrected when the request was signed
+        bool isSignedAgain = false;
+        bool isTimeCorrected = false;  // by this attempt, or one before it at the same request
+        bool isRegionFollowed = false; // the same
     };
 
     bool usesTLS() const { return m_endpointURL.startsWith("https:"); }
@@ -310,10 +313,11 @@ private:
     int performByPolicy(CNetRequest& request, bool mayRepeat);
     void explainFailure(CNetRequest& request, const std::exception& error);
     void explainRedirect(const std::exception& error) const;
-    CCorrectedAttempt beginAttempt(CNetRequest& request) const;
+    void beginAttempt(CCorrectedAttempt& attempt, CNetRequest& request) const;
     bool isCorrected(CCorrectedAttempt& attempt, CNetRequest& request, const std::exception& error);
-    bool correct(CNetRequest& request, const std::exception& error);
-    void performAttempt(CNetRequest& request);
+    bool correctTime(CCorrectedAttempt& attempt, CNetRequest& request);
+    bool correctRegion(CCorrectedAttempt& attempt, CNetRequest& request, const std::exception& error);
+    void performAttempt(CCorrectedAttempt& attempt, CNetRequest& request);
     void goBack(CNetRequest& request, const CPlace& place);
     void signAgain(CNetRequest& request);
     kx::String md5Of(const void* data, size_t size);

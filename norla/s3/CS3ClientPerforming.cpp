@@ -85,9 +85,10 @@ int CS3Client::performPrepared(CNetRequest& request, bool mayRepeat)
 {
     if (m_retryPolicy)
         return performByPolicy(request, mayRepeat);
+    CCorrectedAttempt corrected;
     for (int attempt = 1;; ++attempt) {
         try {
-            performAttempt(request);
+            performAttempt(corrected, request);
             return attempt;
         } catch (const kx::CError& error) {
             if (!shouldRetryRequest(error))
@@ -121,18 +122,19 @@ int CS3Client::performByPolicy(CNetRequest& request, bool mayRepeat)
         };
     }
     bool isFirst = true;
-    const auto attempts = performWithRetries(request, policy, [this, &request, &isFirst] {
+    CCorrectedAttempt corrected;
+    const auto attempts = performWithRetries(request, policy, [this, &request, &isFirst, &corrected] {
         if (!isFirst)
             signAgain(request);
         isFirst = false;
-        performAttempt(request);
+        performAttempt(corrected, request);
     });
     return static_cast<int>(attempts.size());
 }
 
-void CS3Client::performAttempt(CNetRequest& request)
+void CS3Client::performAttempt(CCorrectedAttempt& attempt, CNetRequest& request)
 {
-    CCorrectedAttempt attempt = beginAttempt(request);
+    beginAttempt(attempt, request);
     for (;;) {
         try {
             performOnce(request);
@@ -145,24 +147,27 @@ void CS3Client::performAttempt(CNetRequest& request)
     }
 }
 
-CS3Client::CCorrectedAttempt CS3Client::beginAttempt(CNetRequest& request) const
+void CS3Client::beginAttempt(CCorrectedAttempt& attempt, CNetRequest& request) const
 {
-    return {.begun = {m_endpointURL, m_signer, m_region, request.getURL()}, .corrections = 0, .known = m_corrected};
+    attempt.begun = {m_endpointURL, m_signer, m_region, request.getURL()};
+    attempt.known = m_corrected;
+    attempt.isSignedAgain = false;
 }
 
 /// @return whether the request is to be signed and performed once more; else its failure stands
 bool CS3Client::isCorrected(CCorrectedAttempt& attempt, CNetRequest& request, const std::exception& error)
 {
-    constexpr int mostCorrections = 2; // time and region
     // Another request may have brought the correction while this one was on its way.
     const bool isOld = attempt.known != m_corrected && CS3Corrections::mayBeOfTimeOrPlace(request);
-    if (m_signer && attempt.corrections < mostCorrections && (isOld || correct(request, error))) {
-        ++attempt.corrections;
+    if (m_signer && (isOld || correctTime(attempt, request) || correctRegion(attempt, request, error))) {
+        attempt.isSignedAgain = true;
         attempt.known = m_corrected;
         return true;
     }
-    if (attempt.corrections > 0 && m_region != attempt.begun.region && request.getResponseCode() <= 0)
+    if (attempt.isSignedAgain && m_region != attempt.begun.region && request.getResponseCode() <= 0) {
         goBack(request, attempt.begun);
+        attempt.isRegionFollowed = false; // which has led nowhere
+    }
     return false;
 }
 
@@ -176,15 +181,23 @@ void CS3Client::goBack(CNetRequest& request, const CPlace& place)
     request.setURL(place.url);
 }
 
-bool CS3Client::correct(CNetRequest& request, const std::exception& error)
+bool CS3Client::correctTime(CCorrectedAttempt& attempt, CNetRequest& request)
 {
-    if (m_corrections.learnTime(request)) {
-        ++m_corrected;
-        return true;
-    }
-    const kx::String region = m_region.isEmpty() ? kx::String() : CS3Corrections::regionSaid(request, error, m_region);
+    if (attempt.isTimeCorrected || !m_corrections.learnTime(request))
+        return false;
+    attempt.isTimeCorrected = true;
+    ++m_corrected;
+    return true;
+}
+
+bool CS3Client::correctRegion(CCorrectedAttempt& attempt, CNetRequest& request, const std::exception& error)
+{
+    if (attempt.isRegionFollowed || m_region.isEmpty())
+        return false;
+    const kx::String region = CS3Corrections::regionSaid(request, error, m_region);
     if (region.isEmpty())
         return false;
+    attempt.isRegionFollowed = true;
     const kx::String endpointURL = withRegion(m_endpointURL, m_region, region);
     request.setURL(movedTo(endpointURL, request.getURL(), m_endpointURL));
     m_endpointURL = endpointURL;

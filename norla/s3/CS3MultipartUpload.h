@@ -8,6 +8,7 @@
 #include "norla/core/CNetRequest.h"
 #include "norla/s3/CS3Call.h"
 #include "norla/s3/CS3CopySource.h"
+#include "norla/s3/CS3MultipartOptions.h"
 #include "norla/s3/CS3PartDigest.h"
 #include "norla/s3/CS3UploadedPart.h"
 
@@ -16,24 +17,6 @@
 namespace norla {
 
 class CS3Client;
-
-/// What an upload by parts is told beside bucket and key.
-struct CS3MultipartOptions {
-    /// Of CreateMultipartUpload: "Content-Type", "Cache-Control", "x-amz-meta-...", "x-amz-storage-class" and whatever
-    /// else is a header of the object: `{{"Content-Type", "image/png"}, {"x-amz-meta-author", "Ann"}}`. Sent as they
-    /// are: metadata in other letters than ASCII wants encoded words (RFC 2047), which CS3PutOptions makes by itself.
-    CS3Call::Fields headers = {};
-
-    /// Of CreateMultipartUpload, UploadPart and UploadPartCopy: a customer's own key
-    /// ("x-amz-server-side-encryption-customer-...").
-    CS3Call::Fields partHeaders = {};
-
-    /// Of CompleteMultipartUpload, such as the condition "If-None-Match" "*".
-    CS3Call::Fields completeHeaders = {};
-
-    /// A page of listParts(), "max-parts" of ListParts; 0: as many as the store likes, 1,000 as a rule.
-    int partsPerPage = 0;
-};
 
 /// One object that is uploaded by parts, in the words of the store's documentation. Parts may be sent in any order and
 /// more than once (the last one counts); all but the last have 5 MiB at least, and stores look at that in the end only.

@@ -26,7 +26,7 @@ struct CS3ObjectCopyOptions {
     long long partSize = 0;
 
     /// How often is tried again what the store reports behind the status of a success.
-    CRetryPolicy retries = {};
+    CRetryPolicy retries = CRetryPolicy();
 
     /// Called behind each part. What it throws ends the copy.
     std::function<void(long long bytes, long long total)> onProgress = {};

@@ -16,7 +16,8 @@ class CS3SeenMarks;
 
 /// Walks the objects of a bucket, fetching page after page of its listing as they are needed:
 /// `while (objects->next()) show(objects->getCurrObject()->getKey());`
-/// Used by one thread at a time.
+/// What the store lists is given as it comes, names outside the prefix, too: CS3ObjectListing compares it with what was
+/// asked for. Used by one thread at a time.
 class KX_EXPORT CS3ObjectEnum : public kx::CBase {
 public:
     /// Fetches nothing yet.

@@ -35,7 +35,7 @@ struct CS3ParallelUploadOptions {
 
     /// After which failures a part is sent again, with a new signature. Where it has no word of its own, also the
     /// service's codes of CS3Client::performRequest() count as transient.
-    CRetryPolicy retries = {};
+    CRetryPolicy retries = CRetryPolicy();
 
     /// Of each attempt of each part. Zero and the infinite span: none beside the limits of each request.
     kx::CTimeSpan partDeadline = {};

@@ -79,6 +79,15 @@ std::string singleSpaced(std::string_view value)
     return text;
 }
 
+/// @return the size where there is none
+size_t firstOfAnotherLine(std::string_view text)
+{
+    // find_first_of() would call a function for each character.
+    const auto* const first
+        = std::find_if(text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+    return static_cast<size_t>(first - text.begin());
+}
+
 CS3RequestToSign::Headers headersToSign(std::string_view host, const CS3RequestToSign::Headers& headers)
 {
     requireOneLineHeaders(headers);
@@ -136,10 +145,9 @@ std::string escapeForSignature(std::string_view text, char kept)
 
 void requireOneLineHeaders(const CS3RequestToSign::Headers& headers)
 {
-    constexpr std::string_view forbidden("\r\n\0", 3);
     for (const auto& [name, value] : headers) {
-        const size_t end = name.find_first_of(forbidden);
-        if (end != std::string::npos || value.find_first_of(forbidden) != std::string::npos)
+        const size_t end = firstOfAnotherLine(name);
+        if (end < name.size() || firstOfAnotherLine(value) < value.size())
             throw kx::CInvalidArgError(
                 "the header '" + kx::String::fromLatin1(name.substr(0, end)) + "' holds a line end or a zero character",
                 "norla::requireOneLineHeaders");

@@ -12,6 +12,7 @@ namespace norla {
 
 namespace {
 
+constexpr char putFunction[] = "CS3Objects::put";
 constexpr char copyFunction[] = "CS3Objects::copy";
 
 bool hasContent(const CS3PutOptions& options)
@@ -101,15 +102,19 @@ CS3Call getCall(const kx::String& method, const kx::String& bucketName, const kx
     return call;
 }
 
-CS3Call putCall(const kx::String& bucketName, const kx::String& objectName, const CS3PutOptions& options)
+CS3Call::Fields putHeaders(const CS3PutOptions& options)
 {
-    constexpr char functionName[] = "CS3Objects::put";
-    CS3Call call = objectCall("PUT", bucketName, objectName, {}, functionName);
-    CS3HeaderFields headers(functionName);
+    CS3HeaderFields headers(putFunction);
     headers.addContent(options);
     headers.addTags(options);
     headers.addStorage(options);
-    call.headers = std::move(headers.fields());
+    return std::move(headers.fields());
+}
+
+CS3Call putCall(const kx::String& bucketName, const kx::String& objectName, const CS3PutOptions& options)
+{
+    CS3Call call = objectCall("PUT", bucketName, objectName, {}, putFunction);
+    call.headers = putHeaders(options);
     return call;
 }
 

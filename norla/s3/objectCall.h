@@ -29,6 +29,9 @@ CS3Call objectCall(const kx::String& method, const kx::String& bucketName, const
 CS3Call getCall(const kx::String& method, const kx::String& bucketName, const kx::String& objectName,
     const CS3GetOptions& options, const kx::String& functionName);
 
+/// What an object is stored with. @throws kx::CInvalidArgError for an option that makes no sense
+CS3Call::Fields putHeaders(const CS3PutOptions& options);
+
 /// With its headers, without its bytes. @throws kx::CInvalidArgError for an option that makes no sense
 CS3Call putCall(const kx::String& bucketName, const kx::String& objectName, const CS3PutOptions& options);
 

@@ -5,6 +5,7 @@
 #include "tests/support/CTemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <map>

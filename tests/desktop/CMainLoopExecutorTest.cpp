@@ -3,6 +3,7 @@
 #include "kx/base/P.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <functional>

@@ -7,6 +7,7 @@
 #include "tests/support/CTemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>

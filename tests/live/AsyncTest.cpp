@@ -44,7 +44,7 @@ private:
 };
 
 /// A transfer, and how it must end.
-struct CTransfer {
+struct CExpectedTransfer {
     kx::P<CNetRequest> request;
     std::string result = "success"; ///< what the error's message starts with
     std::string body = {};
@@ -88,7 +88,7 @@ protected:
         return request;
     }
 
-    CTransfer download(int index)
+    CExpectedTransfer download(int index)
     {
         switch (index % 4) {
         case 0:
@@ -102,7 +102,7 @@ protected:
         }
     }
 
-    CTransfer failure(int index)
+    CExpectedTransfer failure(int index)
     {
         switch (index % 8) {
         case 0:
@@ -128,41 +128,42 @@ protected:
         }
     }
 
-    CTransfer timeOut()
+    CExpectedTransfer timeOut()
     {
         // A server that takes the connection and says nothing.
-        CTransfer transfer{live::requestFor("http://127.0.0.1:" + std::to_string(support::portOf(m_silent.get()))),
+        CExpectedTransfer transfer{
+            live::requestFor("http://127.0.0.1:" + std::to_string(support::portOf(m_silent.get()))),
             "Timeout was reached: Operation timed out"};
         transfer.request->setFullRequestTimeout(kx::CTimeSpan::fromMilliseconds(200));
         return transfer;
     }
 
-    static CTransfer callbackError(int index)
+    static CExpectedTransfer callbackError(int index)
     {
         const std::string text = "sink " + std::to_string(index) + " failed";
-        CTransfer transfer{live::requestFor(nginx().url("/digits.txt")), text};
+        CExpectedTransfer transfer{live::requestFor(nginx().url("/digits.txt")), text};
         transfer.request->setReceiveDataSink(kx::newObj<CThrowingSink>(text).get());
         return transfer;
     }
 
-    void add(const CTransfer& transfer)
+    void add(const CExpectedTransfer& transfer)
     {
         transfer.request->setDoneListener(transfer.listener.get());
         m_thread->addRequest(transfer.request.get());
     }
 
-    void runAll(const std::vector<CTransfer>& transfers)
+    void runAll(const std::vector<CExpectedTransfer>& transfers)
     {
-        for (const CTransfer& transfer : transfers)
+        for (const CExpectedTransfer& transfer : transfers)
             add(transfer);
-        for (const CTransfer& transfer : transfers)
+        for (const CExpectedTransfer& transfer : transfers)
             expectEnd(transfer);
         m_thread->stop(true); // so that every listener has been told
-        for (const CTransfer& transfer : transfers)
+        for (const CExpectedTransfer& transfer : transfers)
             EXPECT_EQ(transfer.listener->m_calls, 1) << transfer.request->getURL();
     }
 
-    static void expectEnd(const CTransfer& transfer)
+    static void expectEnd(const CExpectedTransfer& transfer)
     {
         ASSERT_TRUE(transfer.request->waitAsyncDone(30'000)) << transfer.request->getURL();
         const std::string result = resultOf(*transfer.request);
@@ -204,7 +205,7 @@ private:
 TEST_F(AsyncTest, downloadsOneOfEachProtocol)
 {
     for (int i = 0; i < 4; ++i) {
-        const CTransfer transfer = download(i);
+        const CExpectedTransfer transfer = download(i);
         add(transfer);
         expectEnd(transfer);
     }
@@ -217,7 +218,7 @@ TEST_F(AsyncTest, runsTwoAtOnce)
 
 TEST_F(AsyncTest, runsSixtyFourAtOnceAndGivesEachItsOwnResult)
 {
-    std::vector<CTransfer> transfers;
+    std::vector<CExpectedTransfer> transfers;
     for (int i = 0; i < 32; ++i) {
         transfers.push_back(download(i));
         transfers.push_back(failure(i));
@@ -227,7 +228,7 @@ TEST_F(AsyncTest, runsSixtyFourAtOnceAndGivesEachItsOwnResult)
 
 TEST_F(AsyncTest, uploadsByAllProtocolsAtOnce)
 {
-    std::vector<CTransfer> transfers;
+    std::vector<CExpectedTransfer> transfers;
     const auto addUpload = [&transfers](const kx::P<CNetRequest>& request, const std::string& text) {
         request->setSendDataAsUTF8(kx::String::fromUTF8(text));
         request->setUpload(true);
@@ -283,7 +284,7 @@ TEST_F(AsyncTest, reusesConnections)
 
 TEST_F(AsyncTest, withdrawsADownloadInItsBody)
 {
-    const CTransfer transfer{live::requestFor(nginx().url("/slow.bin"))};
+    const CExpectedTransfer transfer{live::requestFor(nginx().url("/slow.bin"))};
     class CFirstBlockSink : public kx::CBase, public virtual CNetRequest::IDataSink {
     public:
         int write(const unsigned char*, int size, int, const CNetRequest::HeaderMap&) override
@@ -305,7 +306,7 @@ TEST_F(AsyncTest, withdrawsADownloadInItsBody)
 
 TEST_F(AsyncTest, withdrawsWhatIsOnlyConnecting)
 {
-    const CTransfer transfer = timeOut();
+    const CExpectedTransfer transfer = timeOut();
     transfer.request->setFullRequestTimeout(kx::CTimeSpan::fromSeconds(60));
     add(transfer);
     EXPECT_TRUE(m_thread->removeRequest(transfer.request.get()));
@@ -315,7 +316,7 @@ TEST_F(AsyncTest, withdrawsWhatIsOnlyConnecting)
 TEST_F(AsyncTest, withdrawsAtOnceWhatAnSFTPServerDoesNotAnswer)
 {
     const live::CStuckFile file(ssh().root() / "stuck");
-    const CTransfer transfer{sftpRequest("stuck")};
+    const CExpectedTransfer transfer{sftpRequest("stuck")};
     live::CStuckFile::appendMuch(*transfer.request);
     add(transfer);
     ASSERT_TRUE(file.waitUntilStuck());
@@ -326,7 +327,7 @@ TEST_F(AsyncTest, withdrawsAtOnceWhatAnSFTPServerDoesNotAnswer)
 
 TEST_F(AsyncTest, goesOnAfterAWithdrawal)
 {
-    const CTransfer slow{live::requestFor(nginx().url("/slow.bin"))};
+    const CExpectedTransfer slow{live::requestFor(nginx().url("/slow.bin"))};
     add(slow);
     EXPECT_TRUE(m_thread->removeRequest(slow.request.get()));
     runAll({download(0), download(1), download(2), download(3)});
@@ -335,7 +336,7 @@ TEST_F(AsyncTest, goesOnAfterAWithdrawal)
 TEST_F(AsyncTest, finishesTransfersOfAllProtocolsInAProcessFullOfDescriptors)
 {
     const support::CFullProcess full;
-    std::vector<CTransfer> transfers;
+    std::vector<CExpectedTransfer> transfers;
     for (int i = 0; i < 16; ++i)
         transfers.push_back(download(i));
     transfers.push_back(failure(0));

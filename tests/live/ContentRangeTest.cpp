@@ -8,7 +8,7 @@
 
 namespace {
 
-struct CExpected {
+struct CExpectedRange {
     long long first;
     long long last;
     long long total;
@@ -21,7 +21,7 @@ protected:
 
     static support::CNginxServer& server() { return *s_server; }
 
-    static void expectRange(const norla::CNetRequest& request, const CExpected& expected)
+    static void expectRange(const norla::CNetRequest& request, const CExpectedRange& expected)
     {
         const auto range = norla::CHTTPContentRange::parse(request.getResponseHeaderMap().at("content-range"));
         EXPECT_EQ(range->getUnit(), "bytes");

@@ -3,7 +3,10 @@
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3StaticCredentials.h"
 #include "tests/support/CCephServer.h"
+#include "tests/support/CScriptedServer.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/distinctBytes.h"
+#include "tests/support/stringOf.h"
 
 #include <gtest/gtest.h>
 
@@ -12,12 +15,9 @@
 #include <utility>
 #include <vector>
 
-namespace {
+using support::stringOf;
 
-kx::String text(const std::string& utf8)
-{
-    return kx::String::fromUTF8(utf8);
-}
+namespace {
 
 class CookbookS3Test : public testing::Test {
 protected:
@@ -28,14 +28,14 @@ protected:
     }
     static void TearDownTestSuite() { s_store.reset(); }
 
-    static kx::P<norla::CS3Client> open()
+    static kx::P<norla::CS3Client> open(const std::string& host)
     {
-        const auto credentials
-            = kx::newObj<norla::CS3StaticCredentials>(norla::CS3Credentials{.accessKeyId = text(s_store->accessKeyId()),
-                .secretAccessKey = text(s_store->secretAccessKey()),
+        const auto credentials = kx::newObj<norla::CS3StaticCredentials>(
+            norla::CS3Credentials{.accessKeyId = stringOf(s_store->accessKeyId()),
+                .secretAccessKey = stringOf(s_store->secretAccessKey()),
                 .sessionToken = {},
                 .expiry = {}});
-        return openS3(norla::CS3Endpoint::ceph(text(s_store->host()), false), credentials.get());
+        return openS3(norla::CS3Endpoint::ceph(stringOf(host), false), credentials.get());
     }
 
     Path file(const std::string& name) const { return Path::fromBytes((m_folder.path() / name).string()); }
@@ -43,10 +43,10 @@ protected:
     void store(const std::string& name, const std::string& content)
     {
         m_folder.write("stored", content);
-        storeInS3(*m_client, "bucket", text(name), file("stored"), {});
+        storeInS3(*m_client, "bucket", stringOf(name), file("stored"), {});
     }
 
-    const kx::P<norla::CS3Client> m_client = open();
+    const kx::P<norla::CS3Client> m_client = open(s_store->host());
     const support::CTemporaryFolder m_folder;
 
 private:
@@ -69,6 +69,20 @@ TEST_F(CookbookS3Test, tellsHowFarAFileIs)
         [&reports](long long bytes, long long total) { reports.emplace_back(bytes, total); });
     ASSERT_FALSE(reports.empty());
     EXPECT_EQ(reports.back(), std::make_pair(10LL, 10LL));
+}
+
+TEST_F(CookbookS3Test, goesOnWithAnObjectWhereTheConnectionWasLost)
+{
+    const std::string content = support::distinctBytes(200'000);
+    const std::string end = content.substr(100'000 - (64 << 10)); // 64 KiB are compared
+    const std::string head = "\r\nConnection: close\r\nETag: \"v1\"\r\nContent-Length: ";
+    support::CScriptedServer server;
+    server.onConnection().readHead().send("HTTP/1.1 200 OK" + head + "200000\r\n\r\n" + content.substr(0, 100'000));
+    server.onConnection().readHead().send("HTTP/1.1 206 Partial Content" + head + std::to_string(end.size())
+        + "\r\nContent-Range: bytes " + std::to_string(content.size() - end.size()) + "-199999/200000\r\n\r\n" + end);
+    fetchFromS3(*open("127.0.0.1:" + std::to_string(server.getPort())), "bucket", "large", file("fetched"));
+    EXPECT_TRUE(m_folder.read("fetched") == content);
+    EXPECT_NE(server.received(1).find("\r\nRange: bytes=34464-\r\n"), std::string::npos) << server.received(1);
 }
 
 TEST_F(CookbookS3Test, keepsAnOlderFileWhenThereIsNoObject)

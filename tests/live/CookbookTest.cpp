@@ -3,7 +3,7 @@
 #include "norla/core/CCURLError.h"
 #include "norla/core/CTLSOptions.h"
 #include "norla/core/errorKind.h"
-#include "norla/files/CFileProgress.h"
+#include "norla/files/CFileDownload.h"
 #include "norla/files/CFileQueue.h"
 #include "norla/mail/CSMTPParams.h"
 #include "norla/pool/CTransferPool.h"
@@ -18,8 +18,11 @@
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/CTinyproxyServer.h"
+#include "tests/support/distinctBytes.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/files.h"
+#include "tests/support/pathOf.h"
+#include "tests/support/stringOf.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,29 +34,38 @@ namespace {
 using live::bodyOf;
 using live::requestFor;
 using support::CTestCertificates;
+using support::pathOf;
+using support::stringOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
-
-kx::String text(const std::string& utf8)
-{
-    return kx::String::fromUTF8(utf8);
-}
-
-Path pathOf(const std::filesystem::path& file)
-{
-    return Path::fromBytes(file.string());
-}
 
 class CookbookTest : public testing::Test {
 protected:
     static void SetUpTestSuite() { s_server = std::make_unique<support::CNginxServer>(); }
     static void TearDownTestSuite() { s_server.reset(); }
 
-    static kx::String url(const std::string& path) { return text(s_server->url(path)); }
+    static kx::String url(const std::string& path) { return stringOf(s_server->url(path)); }
     static std::string stored(const std::string& name) { return support::readFile(s_server->root() / "store" / name); }
     Path file(const std::string& name) const { return pathOf(m_folder.path() / name); }
 
+    /// Fetches the beginning of a large file of the server's, as a program that is ended then.
+    void beginDownload(const std::string& name)
+    {
+        norla::CFileDownload* running = nullptr;
+        norla::CFileDownloadOptions options{.speedLimit = 16 << 20};
+        options.onProgress = [&running](const norla::CFileProgress& progress) {
+            if (progress.done >= cutAt)
+                running->cancel();
+        };
+        const auto download = kx::newObj<norla::CFileDownload>(url("/" + name), file(name), options);
+        running = download.get();
+        EXPECT_THROW(download->run(), kx::CError);
+        EXPECT_FALSE(std::filesystem::exists(m_folder.path() / name));
+    }
+
+    static constexpr size_t largeSize = 8 << 20;
+    static constexpr long long cutAt = 2 << 20; // bytes of a large file
     static inline std::unique_ptr<support::CNginxServer> s_server;
     const support::CTemporaryFolder m_folder;
 };
@@ -78,28 +90,32 @@ TEST_F(CookbookTest, keepsAnOlderFileWhenADownloadFails)
 
 TEST_F(CookbookTest, showsProgress)
 {
-    std::vector<std::pair<long long, long long>> reports;
-    downloadAndShow(url("/digits.txt"), file("digits"),
-        [&reports](long long received, long long size) { reports.emplace_back(received, size); });
-    EXPECT_EQ(reports, (std::vector<std::pair<long long, long long>>{{10, 10}}));
+    norla::CFileProgress last;
+    downloadAndShow(
+        url("/digits.txt"), file("digits"), [&last](const norla::CFileProgress& progress) { last = progress; });
+    EXPECT_EQ(last.done, 10);
+    EXPECT_EQ(last.total, 10);
     EXPECT_EQ(m_folder.read("digits"), "0123456789");
 }
 
 TEST_F(CookbookTest, resumesADownload)
 {
-    const auto first = requestFor(s_server->url("/digits.txt"));
-    first->perform();
-    m_folder.write("digits", "0123");
-    resumeDownload(url("/digits.txt"), file("digits"), first->getResponseHeaderMap().at("etag"));
-    EXPECT_EQ(m_folder.read("digits"), "0123456789");
-    EXPECT_THAT(s_server->lastAccess(), HasSubstr(" 206 range=bytes=4- "));
+    const std::string bytes = support::distinctBytes(largeSize);
+    support::writeFile(s_server->root() / "resumed.bin", bytes);
+    beginDownload("resumed.bin");
+    EXPECT_LE(resumeDownload(url("/resumed.bin"), file("resumed.bin")),
+        static_cast<long long>(largeSize) - cutAt + (64 << 10)); // which are compared
+    EXPECT_TRUE(m_folder.read("resumed.bin") == bytes);
+    EXPECT_THAT(s_server->lastAccess(), HasSubstr(" 206 range=bytes="));
 }
 
 TEST_F(CookbookTest, fetchesAllOfAFileThatIsAnotherOneNow)
 {
-    m_folder.write("digits", "abcd");
-    resumeDownload(url("/digits.txt"), file("digits"), "\"another\"");
-    EXPECT_EQ(m_folder.read("digits"), "0123456789");
+    support::writeFile(s_server->root() / "changed.bin", support::distinctBytes(largeSize));
+    beginDownload("changed.bin");
+    support::writeFile(s_server->root() / "changed.bin", "another file");
+    EXPECT_EQ(resumeDownload(url("/changed.bin"), file("changed.bin")), 12);
+    EXPECT_EQ(m_folder.read("changed.bin"), "another file");
 }
 
 TEST_F(CookbookTest, downloadsManyAndTellsWhatWentWrong)
@@ -211,7 +227,7 @@ TEST_F(CookbookTest, saysThatItPostsJSON)
 {
     support::CScriptedServer server;
     server.onConnection().readHead().readBytes(2).send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n[]");
-    EXPECT_EQ(postJSON(text(server.url()), "{}"), "[]");
+    EXPECT_EQ(postJSON(stringOf(server.url()), "{}"), "[]");
     EXPECT_THAT(server.received(0), HasSubstr("\r\nContent-Type: application/json\r\n"));
 }
 
@@ -258,7 +274,7 @@ TEST_F(CookbookTest, goesThroughAProxy)
 {
     const support::CTinyproxyServer proxy;
     const auto request = requestFor(s_server->url("/digits.txt"));
-    performThroughProxy(*request, text("http://" + proxy.host()));
+    performThroughProxy(*request, stringOf("http://" + proxy.host()));
     EXPECT_EQ(bodyOf(*request), "0123456789");
     proxy.waitUntilLogged("GET " + s_server->url("/digits.txt"));
 }
@@ -283,15 +299,15 @@ TEST_F(CookbookTest, trustsOneKeyAlone)
         .package = "openssl"});
     const std::string digest = pin.output().substr(0, pin.output().find('\n'));
     const auto request = requestFor(s_server->httpsURL("/digits.txt"));
-    performWithPin(*request, text("sha256//" + digest), pathOf(certificates.caFile()));
+    performWithPin(*request, stringOf("sha256//" + digest), pathOf(certificates.caFile()));
     EXPECT_EQ(bodyOf(*request), "0123456789");
 }
 
 TEST_F(CookbookTest, trustsNoOtherKey)
 {
     const auto error = support::errorOf([] {
-        performWithPin(*requestFor(s_server->httpsURL("/digits.txt")), text("sha256//" + std::string(43, 'A') + "="),
-            pathOf(CTestCertificates::get().caFile()));
+        performWithPin(*requestFor(s_server->httpsURL("/digits.txt")),
+            stringOf("sha256//" + std::string(43, 'A') + "="), pathOf(CTestCertificates::get().caFile()));
     });
     EXPECT_EQ(error->getCode(), CURLE_SSL_PINNEDPUBKEYNOTMATCH);
 }
@@ -330,10 +346,10 @@ TEST_F(CookbookTest, storesAFileBySFTP)
     std::string asked;
     const auto isRight = [&asked, &server](const kx::String& host, const kx::String& fingerprint) {
         asked += host.toUTF8() + "\n";
-        return fingerprint == text(server.fingerprint());
+        return fingerprint == stringOf(server.fingerprint());
     };
     for (int i = 0; i < 2; ++i)
-        storeBySFTP(text(server.url((server.root() / "stored").string())), text(server.userName()),
+        storeBySFTP(stringOf(server.url((server.root() / "stored").string())), stringOf(server.userName()),
             pathOf(server.privateKeyFile()), file("note"), file("known_hosts"), isRight);
     EXPECT_EQ(support::readFile(server.root() / "stored"), "to be kept");
     EXPECT_EQ(asked, "127.0.0.1\n"); // once

@@ -10,13 +10,13 @@
 
 namespace {
 
-struct CExpected {
+struct CExpectedError {
     int code;
     bool isDown;
     int status;
 };
 
-void expectFailure(norla::CNetRequest& request, const CExpected& expected)
+void expectFailure(norla::CNetRequest& request, const CExpectedError& expected)
 {
     const auto error = live::failureOf(request);
     ASSERT_NE(error, nullptr);

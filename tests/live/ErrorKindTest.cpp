@@ -6,6 +6,7 @@
 #include "norla/core/explain.h"
 #include "tests/live/FTPSession.h"
 #include "tests/live/S3Session.h"
+#include "tests/live/liveRequest.h"
 #include "tests/live/mail.h"
 #include "tests/support/CApacheServer.h"
 #include "tests/support/CEximServer.h"
@@ -58,12 +59,6 @@ std::string toldOf(norla::CNetRequest& request)
 std::string toldOf(const std::string& url)
 {
     return toldOf(*live::requestFor(url));
-}
-
-void trustTestCertificates(norla::CNetRequest& request)
-{
-    request.setRootCertBundlePath(
-        norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().caFile().native()));
 }
 
 TEST(ErrorKindLiveTest, refusedPort)
@@ -140,7 +135,7 @@ TEST(ErrorKindLiveTest, tlsOfNginx)
     const support::CNginxServer server;
     const auto toldOfTLS = [](const std::string& url) {
         const auto request = live::requestFor(url);
-        trustTestCertificates(*request);
+        live::trustTestCertificates(*request);
         return toldOf(*request);
     };
     EXPECT_EQ(toldOfTLS(server.wrongHostURL("/a")),

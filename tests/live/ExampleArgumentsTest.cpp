@@ -13,7 +13,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-const CProgram program{.name = "program",
+const CProgram downloader{.name = "program",
     .operands = {"FILE", "URL..."},
     .purpose = "Does things.\n",
     .options = {
@@ -24,19 +24,19 @@ const CProgram program{.name = "program",
 
 kx::String refusalOf(const std::vector<std::string>& words)
 {
-    return support::messageOf([&] { const CArguments arguments(program, words); });
+    return support::messageOf([&] { const CArguments arguments(downloader, words); });
 }
 
 TEST(ExampleArgumentsTest, haveTheirValuesBehindABlankOrAnEqualsSign)
 {
     for (const std::vector<std::string>& words :
         {std::vector<std::string>{"--output", "a=b", "f", "u"}, {"--output=a=b", "f", "u"}})
-        EXPECT_EQ(CArguments(program, words).value("--output"), "a=b");
+        EXPECT_EQ(CArguments(downloader, words).value("--output"), "a=b");
 }
 
 TEST(ExampleArgumentsTest, mayHaveEmptyValuesAndSuchAsLookLikeOptions)
 {
-    const CArguments arguments(program, {"--output=", "--header", "--quietly", "f", "u"});
+    const CArguments arguments(downloader, {"--output=", "--header", "--quietly", "f", "u"});
     EXPECT_TRUE(arguments.has("--output"));
     EXPECT_EQ(arguments.value("--output"), "");
     EXPECT_EQ(arguments.value("--header"), "--quietly");
@@ -45,7 +45,7 @@ TEST(ExampleArgumentsTest, mayHaveEmptyValuesAndSuchAsLookLikeOptions)
 
 TEST(ExampleArgumentsTest, standAnywhere)
 {
-    const CArguments arguments(program, {"f", "--quietly", "u", "--output", "o", "-"});
+    const CArguments arguments(downloader, {"f", "--quietly", "u", "--output", "o", "-"});
     EXPECT_TRUE(arguments.has("--quietly"));
     EXPECT_EQ(arguments.value("--output"), "o");
     EXPECT_THAT(arguments.operands(), ElementsAre("f", "u", "-"));
@@ -53,7 +53,7 @@ TEST(ExampleArgumentsTest, standAnywhere)
 
 TEST(ExampleArgumentsTest, areNoOptionsBehindTwoDashes)
 {
-    const CArguments arguments(program, {"f", "--", "--quietly", "--help", "--"});
+    const CArguments arguments(downloader, {"f", "--", "--quietly", "--help", "--"});
     EXPECT_FALSE(arguments.has("--quietly"));
     EXPECT_FALSE(arguments.asksForHelp());
     EXPECT_THAT(arguments.operands(), ElementsAre("f", "--quietly", "--help", "--"));
@@ -61,7 +61,7 @@ TEST(ExampleArgumentsTest, areNoOptionsBehindTwoDashes)
 
 TEST(ExampleArgumentsTest, mayBeRepeatedWhereTheTableSaysSo)
 {
-    const CArguments arguments(program, {"--header", "a", "f", "--header=b", "u"});
+    const CArguments arguments(downloader, {"--header", "a", "f", "--header=b", "u"});
     EXPECT_THAT(arguments.values("--header"), ElementsAre("a", "b"));
     EXPECT_EQ(refusalOf({"--output", "a", "--output", "b", "f", "u"}), "option '--output' is given more than once");
 }
@@ -88,7 +88,7 @@ TEST(ExampleArgumentsTest, mayBeMissingWhereTheirNameIsInBrackets)
 
 TEST(ExampleArgumentsTest, areNumbersInTheirBounds)
 {
-    const CArguments arguments(program, {"--output", "7", "f", "u"});
+    const CArguments arguments(downloader, {"--output", "7", "f", "u"});
     EXPECT_EQ(arguments.number("--output", 1, 7, 3), 7);
     EXPECT_EQ(arguments.number("--header", 1, 7, 3), 3);
     EXPECT_EQ(support::messageOf([&] { arguments.number("--output", 1, 6, 3); }),
@@ -98,7 +98,7 @@ TEST(ExampleArgumentsTest, areNumbersInTheirBounds)
 TEST(ExampleArgumentsTest, areNotLookedAtAnyMoreWhenSomebodyAsksForHelp)
 {
     for (const std::string help : {"--help", "-h"})
-        EXPECT_TRUE(CArguments(program, {help, "--unknown"}).asksForHelp());
+        EXPECT_TRUE(CArguments(downloader, {help, "--unknown"}).asksForHelp());
 }
 
 /// With the name of a program.
@@ -186,6 +186,7 @@ INSTANTIATE_TEST_SUITE_P(All, ExampleWrongWordsTest,
             "get: option '--sha256' is for one URL"},
         {"getTwoWishes", {"get", "--overwrite", "--skip", "http://a/1"},
             "get: --overwrite and --skip exclude each other"},
+        {"getResumeAnew", {"get", "--resume", "--anew", "http://a/1"}, "get: --resume and --anew exclude each other"},
         {"getTooManySegments", {"get", "--segments", "17", "http://a/1"},
             "get: the value of --segments is no whole number from 1 to 16: '17'"},
         {"getNoLimit", {"get", "--limit", "fast", "http://a/1"},
@@ -211,11 +212,36 @@ INSTANTIATE_TEST_SUITE_P(All, ExampleWrongWordsTest,
         {"s3TooFew", {"s3", "put", "one"}, "s3: BUCKET/KEY is missing"},
         {"s3Page", {"s3", "--page", "0", "ls", "bucket"},
             "s3: the value of --page is no whole number from 1 to 1000: '0'"},
+        {"s3PageOfBuckets", {"s3", "--page", "9", "ls"}, "s3: BUCKET is missing"},
+        {"s3FoldersOfBuckets", {"s3", "--folders", "ls"}, "s3: BUCKET is missing"},
         {"s3PageOfAnObject", {"s3", "--page", "9", "get", "bucket/key", "file"}, "s3: option '--page' is not for get"},
         {"s3VersionMoved", {"s3", "--version-id", "1", "mv", "bucket/a", "bucket/b"},
             "s3: option '--version-id' is not for mv"},
         {"s3VersionOfTwo", {"s3", "--version-id", "1", "rm", "bucket/a", "bucket/b"},
             "s3: a version is one of one object"},
+        {"s3VersionsOfBuckets", {"s3", "--versions", "ls"}, "s3: BUCKET is missing"},
+        {"s3VersionsInFolders", {"s3", "--versions", "--folders", "ls", "bucket"},
+            "s3: --folders and --versions exclude each other"},
+        {"s3VersionsRemoved", {"s3", "--versions", "rm", "bucket/a"}, "s3: option '--versions' is not for rm"},
+        {"s3TypeOfACopy", {"s3", "--content-type", "a/b", "cp", "bucket/a", "bucket/b"},
+            "s3: option '--content-type' is not for cp"},
+        {"s3TypeOfTwoLines", {"s3", "--content-type", "a/b\rX: y", "put", "file", "bucket/key"},
+            "s3: the value of --content-type holds a control character: 'a/b\\x0dX: y'"},
+        {"s3MetadataOfACopy", {"s3", "--metadata", "a=b", "cp", "bucket/a", "bucket/b"},
+            "s3: option '--metadata' is not for cp"},
+        {"s3MetadataWithoutAValue", {"s3", "--metadata", "nonsense", "put", "file", "bucket/key"},
+            "s3: no metadata NAME=VALUE: 'nonsense'"},
+        {"s3MetadataWithoutAName", {"s3", "--metadata", "=b", "put", "file", "bucket/key"},
+            "s3: no metadata NAME=VALUE: '=b'"},
+        {"s3MetadataTwice", {"s3", "--metadata", "a=b", "--metadata", "A=c", "put", "file", "bucket/key"},
+            "s3: the metadata 'a' is given more than once"},
+        {"s3MetadataOfNoHeader", {"s3", "--metadata", "a b=c", "put", "file", "bucket/key"},
+            "s3: the name of metadata has other characters than A-Z, a-z, 0-9, '-', '_' and '.': 'a b=c'"},
+        {"s3MetadataOfTwoLines", {"s3", "--metadata", "a=b\rX: y", "put", "file", "bucket/key"},
+            "s3: metadata holds a control character: 'a=b\\x0dX: y'"},
+        {"s3TagWithoutAValue", {"s3", "tag", "bucket/key", "nonsense"}, "s3: no tag NAME=VALUE: 'nonsense'"},
+        {"s3TagTwice", {"s3", "tag", "bucket/key", "a=b", "a=c"}, "s3: the tag 'a' is given more than once"},
+        {"s3TagOfABucket", {"s3", "tag", "bucket"}, "s3: KEY is missing: 'bucket'"},
         {"s3NoBucket", {"s3", "rm", "/key"}, "s3: BUCKET is missing: '/key'"},
         {"mailNothing", {"mail"}, "mail: HOST:PORT is missing"},
     }),

@@ -5,6 +5,7 @@
 #include "tests/live/FTPSession.h"
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CSSHServer.h"
+#include "tests/support/pathOf.h"
 #include "tests/support/systemError.h"
 
 #include <gmock/gmock.h>
@@ -15,6 +16,7 @@
 namespace {
 
 using norla::CNetRequest;
+using support::pathOf;
 using testing::ElementsAre;
 using Security = support::IFTPServer::Security;
 
@@ -24,11 +26,6 @@ struct CRunningServer {
     std::filesystem::path root;
     std::function<void(CNetRequest& request, const std::string& name)> prepare;
 };
-
-CNetRequest::Path pathOf(const std::filesystem::path& path)
-{
-    return CNetRequest::Path::fromBytes(path.native());
-}
 
 using MakeServer = std::unique_ptr<support::IFTPServer> (*)(Security security);
 
@@ -216,7 +213,9 @@ INSTANTIATE_TEST_SUITE_P(Servers, FileDownloadFTPTest,
         CStartRow{"Vsftpd", startFTP<makeVsftpd, Security::None>},
         CStartRow{"ProFTPDWithTLS", startFTP<makeProFTPD, Security::Explicit>},
         CStartRow{"PureFTPdWithTLS", startFTP<live::makePureFTPd, Security::Explicit>},
-        CStartRow{"VsftpdWithTLS", startFTP<makeVsftpd, Security::Explicit>}, CStartRow{"SFTP", startSFTP}),
+        CStartRow{"VsftpdWithTLS", startFTP<makeVsftpd, Security::Explicit>},
+        CStartRow{"ProFTPDOverFTPS", startFTP<makeProFTPD, Security::Implicit>},
+        CStartRow{"VsftpdOverFTPS", startFTP<makeVsftpd, Security::Implicit>}, CStartRow{"SFTP", startSFTP}),
     [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace

@@ -6,7 +6,10 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <ostream>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -152,6 +155,42 @@ TEST_P(FileDownloadHTTPTest, leavesNothingOfAFileThatIsMissing)
     ASSERT_TRUE(error);
     EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::NotFound);
     EXPECT_TRUE(names().empty());
+}
+
+class FileDownloadSpeedTest : public CHTTPDownload {
+protected:
+    FileDownloadSpeedTest()
+        : CHTTPDownload({"HTTP11", false, CURL_HTTP_VERSION_1_1, "HTTP/1.1"})
+    {
+    }
+};
+
+// Each connection begins with what libcurl reads at once, a megabyte and a half. The rate is the one behind these, when
+// one that had all of the limit would still be busy with its part of the file: 1.75 times the limit together. libcurl
+// makes up for what a busy machine has kept from it.
+TEST_F(FileDownloadSpeedTest, severalConnectionsKeepToTheLimitTogether)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr long long limit = 8 << 20;
+    constexpr long long from = 10 << 20;
+    constexpr long long to = from + 3 * limit;
+    writeOld(onDisk(), "");
+    std::filesystem::resize_file(onDisk(), 256 << 20);
+    options().segments = 4;
+    options().speedLimit = limit;
+    std::vector<std::pair<Clock::time_point, long long>> points;
+    options().onProgress = [&](const norla::CFileProgress& progress) {
+        if (progress.done >= (points.empty() ? from : to))
+            points.emplace_back(Clock::now(), progress.done);
+        if (points.size() == 2)
+            throw kx::CError("seen enough");
+    };
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    ASSERT_EQ(points.size(), 2U) << error->what();
+    const std::chrono::duration<double> taken = points[1].first - points[0].first;
+    EXPECT_LT(static_cast<double>(points[1].second - points[0].second) / taken.count(), 1.5 * limit);
+    EXPECT_EQ(server().accessLog().size(), 1U + 4U) << "the first connection was given up";
 }
 
 INSTANTIATE_TEST_SUITE_P(Nginx, FileDownloadHTTPTest,

@@ -3,6 +3,7 @@
 #include "tests/support/CChildProcess.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/distinctBytes.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>
@@ -23,9 +24,6 @@ class FileDownloadKillTest : public testing::Test {
 protected:
     FileDownloadKillTest()
     {
-        std::mt19937 random(1); // NOLINT: the same bytes each time
-        for (char& byte : m_bytes)
-            byte = static_cast<char>(random());
         support::writeFile(m_server.root() / "file.bin", m_bytes);
         std::filesystem::last_write_time(
             m_server.root() / "file.bin", std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
@@ -80,7 +78,7 @@ protected:
     }
 
     support::CNginxServer m_server;
-    std::string m_bytes = std::string(killedSize, ' ');
+    const std::string m_bytes = support::distinctBytes(killedSize);
     const support::CTemporaryFolder m_folder;
 };
 

@@ -210,10 +210,13 @@ TEST_P(FileUploadTest, sendsItUnderItsOwnNameWhereItIsToldTo)
 {
     m_folder.write("source", bytesOf(4 * mebibyte));
     options().temporaryName = false;
-    options().speedLimit = 8 * mebibyte;
+    options().speedLimit = 3 * mebibyte;
     bool wasThere = false;
     options().onProgress = [&](const norla::CFileProgress& progress) {
-        wasThere = wasThere || (progress.done > 0 && progress.done < progress.total && names().size() == 1);
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5); // for the server
+        while (!wasThere && progress.done > 0 && progress.done < progress.total
+            && std::chrono::steady_clock::now() < limit)
+            wasThere = names().size() == 1;
         EXPECT_FALSE(part());
     };
     upload()->run();
@@ -364,6 +367,30 @@ TEST_P(FileUploadTest, leavesNothingOfAnotherFileThatItIsMeanwhile)
     EXPECT_TRUE(names().empty());
 }
 
+TEST_P(FileUploadTest, leavesNothingOfAFileThatIsReplacedMeanwhile)
+{
+    m_folder.write("source", bytesOf(4 * mebibyte));
+    const std::filesystem::path newer = m_folder.write("newer", bytesOf(4 * mebibyte));
+    const auto error = failureMeanwhile([&](norla::CFileUpload&) { std::filesystem::rename(newer, source()); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(std::string(error->what()), "The file '" + source().native() + "' has changed while it was sent.");
+    EXPECT_TRUE(names().empty());
+}
+
+// The file that was opened stays as it is, with all of its times.
+TEST_P(FileUploadTest, leavesNothingWhereThePathLeadsToAnotherFileMeanwhile)
+{
+    m_folder.write("older", bytesOf(4 * mebibyte));
+    m_folder.write("newer", bytesOf(4 * mebibyte));
+    std::filesystem::create_symlink("older", source());
+    const std::filesystem::path link = m_folder.path() / "link";
+    std::filesystem::create_symlink("newer", link);
+    const auto error = failureMeanwhile([&](norla::CFileUpload&) { std::filesystem::rename(link, source()); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(std::string(error->what()), "The file '" + source().native() + "' has changed while it was sent.");
+    EXPECT_TRUE(names().empty());
+}
+
 TEST_P(FileUploadTest, sendsAFileAnewOnceItHasChanged)
 {
     const std::string bytes = bytesOf(4 * mebibyte);
@@ -460,6 +487,8 @@ INSTANTIATE_TEST_SUITE_P(Servers, FileUploadTest,
         CStoreRow{"vsftpd", makeFTPStore<live::makeLenient<support::CVsftpdServer>, Security::None>},
         CStoreRow{"ProFTPDWithTLS", makeFTPStore<live::makeLenient<support::CProFTPDServer>, Security::Explicit>},
         CStoreRow{"VsftpdWithTLS", makeFTPStore<live::makeLenient<support::CVsftpdServer>, Security::Explicit>},
+        CStoreRow{"ProFTPDOverFTPS", makeFTPStore<live::makeLenient<support::CProFTPDServer>, Security::Implicit>},
+        CStoreRow{"vsftpdOverFTPS", makeFTPStore<live::makeLenient<support::CVsftpdServer>, Security::Implicit>},
         CStoreRow{"OpenSSH", [] { return std::unique_ptr<IStore>(std::make_unique<CSSHStore>()); }}),
     testing::PrintToStringParamName());
 

@@ -4,6 +4,7 @@
 #include "tests/support/CChildProcess.h"
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CFTPServer.h"
+#include "tests/support/distinctBytes.h"
 #include "tests/support/files.h"
 
 #include <gmock/gmock.h>
@@ -12,7 +13,6 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
-#include <random>
 #include <regex>
 #include <sstream>
 
@@ -25,15 +25,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr size_t fileSize = 8 << 20;
-
-std::string randomBytes(size_t count)
-{
-    std::mt19937 random(1); // NOLINT: the same bytes each time
-    std::string bytes(count, ' ');
-    for (char& byte : bytes)
-        byte = static_cast<char>(random());
-    return bytes;
-}
 
 class GetEndTest : public testing::Test, protected CGetRun {
 protected:
@@ -67,7 +58,7 @@ protected:
         return std::regex_search(server().lastAccess(), std::regex("GET /file.bin .* 206 range=bytes=[1-9][0-9]*- "));
     }
 
-    const std::string m_bytes = randomBytes(fileSize);
+    const std::string m_bytes = support::distinctBytes(fileSize);
     std::string m_errors;
 };
 
@@ -115,6 +106,14 @@ TEST_F(GetEndTest, beginsAnewWhenItIsToldTo)
     EXPECT_TRUE(content("file.bin") == m_bytes);
 }
 
+TEST_F(GetEndTest, goesOnWhenItIsToldTo)
+{
+    interrupt(SIGKILL, {server().url("/file.bin")});
+    EXPECT_EQ(get({"--resume", server().url("/file.bin")}).exitStatus(), 0);
+    EXPECT_TRUE(hasGoneOn()) << server().lastAccess();
+    EXPECT_TRUE(content("file.bin") == m_bytes);
+}
+
 TEST_F(GetEndTest, tellsWhatIsKeptBehindAFailureToo)
 {
     interrupt(SIGKILL, {server().url("/file.bin")});
@@ -128,7 +127,7 @@ TEST_F(GetEndTest, tellsWhatIsKeptBehindAFailureToo)
 
 TEST_F(GetEndTest, fetchesAFileOverSeveralConnections)
 {
-    const std::string bytes = randomBytes(12 << 20);
+    const std::string bytes = support::distinctBytes(12 << 20);
     support::writeFile(server().root() / "large.bin", bytes);
     EXPECT_EQ(get({"--segments", "4", "--limit", "16M", server().url("/large.bin")}).exitStatus(), 0);
     EXPECT_TRUE(content("large.bin") == bytes);
@@ -159,7 +158,7 @@ TEST_F(GetEndTest, drawsALineOfProgressForEachFile)
     const auto lines = linesOf(terminal.shown());
     EXPECT_THAT(lines,
         testing::Contains(
-            testing::MatchesRegex("file\\.bin  *[0-9]+%  *[0-9.]+ [KM]iB  *[0-9.]+ [KM]iB/s  *0:0[0-9] left")))
+            testing::MatchesRegex("file\\.bin  *[0-9]+%  *[0-9.]+ [KM]iB  *[0-9.]+ [KM]iB/s  *[0-9]:[0-5][0-9] left")))
         << terminal.shown();
     EXPECT_THAT(lines, testing::Contains(testing::MatchesRegex("also with a name t  *[0-9]+%  *[0-9.]+ [KM]iB .*")));
     EXPECT_THAT(lines, testing::Contains(testing::MatchesRegex("[01] of 2 files  *[0-9]+%  *[0-9.]+ [KM]iB .*")));

@@ -3,6 +3,7 @@
 #include "norla/pool/CTransferPool.h"
 #include "tests/support/CNginxServer.h"
 #include "tests/support/CScriptedServer.h"
+#include "tests/support/stringOf.h"
 
 #include <gtest/gtest.h>
 
@@ -11,29 +12,26 @@
 #include <glib.h>
 #include <unistd.h>
 
-namespace {
+using support::stringOf;
 
-kx::String text(const std::string& utf8)
-{
-    return kx::String::fromUTF8(utf8);
-}
+namespace {
 
 kx::String notFoundAt(const support::CNginxServer& server)
 {
-    return text("There is no '/status/404' on the server 127.0.0.1:" + std::to_string(server.getPort())
+    return stringOf("There is no '/status/404' on the server 127.0.0.1:" + std::to_string(server.getPort())
         + "; the server says: \"Not here\".");
 }
 
 kx::String cancelledAt(const support::CScriptedServer& server)
 {
-    return text("The transfer with the server 127.0.0.1:" + std::to_string(server.getPort()) + " was cancelled.");
+    return stringOf("The transfer with the server 127.0.0.1:" + std::to_string(server.getPort()) + " was cancelled.");
 }
 
 TEST(GuidePoolTest, fetchesPages)
 {
     const support::CNginxServer server;
-    const kx::String good = text(server.url("/digits.txt"));
-    const auto problems = fetchPages({good, text(server.url("/status/404")), good});
+    const kx::String good = stringOf(server.url("/digits.txt"));
+    const auto problems = fetchPages({good, stringOf(server.url("/status/404")), good});
     ASSERT_EQ(problems.size(), 1U);
     EXPECT_EQ(problems.front(), notFoundAt(server));
     EXPECT_EQ(server.accessLog().size(), 3U);
@@ -51,7 +49,7 @@ protected:
     /// @param onLine what the person does who sees a line
     void run(const std::string& url, const std::function<void(const std::string& line)>& onLine = {})
     {
-        cancel = showDownload(*m_pool, text(url), [this, onLine](const kx::String& line) {
+        cancel = showDownload(*m_pool, stringOf(url), [this, onLine](const kx::String& line) {
             lines.push_back(line.toUTF8());
             if (onLine)
                 onLine(lines.back());
@@ -138,14 +136,14 @@ private:
 TEST_F(GuidePollTest, fetchesAPage)
 {
     const support::CNginxServer server;
-    EXPECT_EQ(fetchUnlessKey(text(server.url("/digits.txt")), keyboard()), "It is all there.");
+    EXPECT_EQ(fetchUnlessKey(stringOf(server.url("/digits.txt")), keyboard()), "It is all there.");
 }
 
 TEST_F(GuidePollTest, cancelsAtAKey)
 {
     support::CScriptedServer server;
     server.onConnection().readHead().stall();
-    auto outcome = std::async(std::launch::async, [&] { return fetchUnlessKey(text(server.url()), keyboard()); });
+    auto outcome = std::async(std::launch::async, [&] { return fetchUnlessKey(stringOf(server.url()), keyboard()); });
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (server.received(0).empty() && std::chrono::steady_clock::now() < limit)
         std::this_thread::yield();
@@ -159,7 +157,7 @@ protected:
     {
         std::promise<std::string> told;
         const auto pool = kx::newObj<norla::CTransferPool>();
-        followAddress(*pool, text(url), [&told](const kx::String& page) { told.set_value(page.toUTF8()); });
+        followAddress(*pool, stringOf(url), [&told](const kx::String& page) { told.set_value(page.toUTF8()); });
         auto page = told.get_future();
         return page.wait_for(std::chrono::seconds(20)) == std::future_status::ready ? page.get() : "(nothing)";
     }

@@ -20,29 +20,27 @@
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/files.h"
+#include "tests/support/stringOf.h"
 
 #include <gtest/gtest.h>
+
+using support::stringOf;
 
 namespace {
 
 using Texts = kx::TArray<kx::String>;
 
-kx::String text(const std::string& utf8)
-{
-    return kx::String::fromUTF8(utf8);
-}
-
 TEST(GuideTest, postsANote)
 {
     const support::CNginxServer server;
-    EXPECT_EQ(postNote(text(server.url("/post")), "note"), "text/plain");
+    EXPECT_EQ(postNote(stringOf(server.url("/post")), "note"), "text/plain");
     EXPECT_EQ(server.lastAccess(), "POST /post HTTP/1.1 200 range=- length=4 auth=-");
 }
 
 TEST(GuideTest, tellsWhyANoteIsRefused)
 {
     const support::CNginxServer server;
-    EXPECT_EQ(postNote(text(server.url("/status/404")), "note"),
+    EXPECT_EQ(postNote(stringOf(server.url("/status/404")), "note"),
         "HTTP response code said error (response code: http 404)\nNot here");
 }
 
@@ -53,9 +51,9 @@ TEST(GuideTest, fetchesAWholeFile)
     const auto path = norla::CNetRequest::Path::fromBytes((folder.path() / "file").native());
     const auto ignore = [](const norla::CFileProgress&) {};
     const kx::String digest = "84d89877f0d4041efb6bf91a16f0248f2fd573e6af05c19f96bedb9f882f7882"; // of "0123456789"
-    EXPECT_EQ(fetchRelease(text(server.url("/digits.txt")), path, digest, ignore).toUTF8(), "");
+    EXPECT_EQ(fetchRelease(stringOf(server.url("/digits.txt")), path, digest, ignore).toUTF8(), "");
     EXPECT_EQ(folder.read("file"), "0123456789");
-    EXPECT_NE(fetchRelease(text(server.url("/missing")), path, digest, ignore).toUTF8(), "");
+    EXPECT_NE(fetchRelease(stringOf(server.url("/missing")), path, digest, ignore).toUTF8(), "");
 }
 
 TEST(GuideTest, sendsAWholeFile)
@@ -65,11 +63,11 @@ TEST(GuideTest, sendsAWholeFile)
     const auto path = norla::CNetRequest::Path::fromBytes(folder.write("file", "to be sent").native());
     long long sent = 0;
     const auto note = [&sent](const norla::CFileProgress& progress) { sent = progress.done; };
-    EXPECT_EQ(sendFile(text(server.url("/dav/file")), path, note).toUTF8(), "");
+    EXPECT_EQ(sendFile(stringOf(server.url("/dav/file")), path, note).toUTF8(), "");
     EXPECT_EQ(support::readFile(server.root() / "dav/file"), "to be sent");
     EXPECT_EQ(sent, 10);
     EXPECT_NE(server.lastAccess().find("HEAD /dav/file "), std::string::npos) << server.lastAccess();
-    EXPECT_NE(sendFile(text(server.url("/status/404")), path, note).toUTF8(), "");
+    EXPECT_NE(sendFile(stringOf(server.url("/status/404")), path, note).toUTF8(), "");
 }
 
 TEST(GuideTest, fetchesManyFilesByAQueue)
@@ -77,7 +75,8 @@ TEST(GuideTest, fetchesManyFilesByAQueue)
     const support::CNginxServer server;
     const support::CTemporaryFolder folder;
     support::writeFile(server.root() / "more.txt", "more");
-    const Texts urls{text(server.url("/digits.txt?1")), text(server.url("/status/404")), text(server.url("/more.txt"))};
+    const Texts urls{
+        stringOf(server.url("/digits.txt?1")), stringOf(server.url("/status/404")), stringOf(server.url("/more.txt"))};
     const auto lines = fetchFiles(
         urls, norla::CNetRequest::Path::fromBytes(folder.path().native()), [](const norla::CFileQueueSummary&) {});
     ASSERT_EQ(lines.size(), 2u);
@@ -91,7 +90,7 @@ TEST(GuideTest, doesWithoutTheTypeOfAnAnswer)
 {
     support::CScriptedServer server;
     server.onConnection().readHead().readBytes(4).send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
-    EXPECT_EQ(postNote(text(server.url()), "note"), "");
+    EXPECT_EQ(postNote(stringOf(server.url()), "note"), "");
 }
 
 TEST(GuideTest, downloadsIntoAFile)
@@ -100,9 +99,9 @@ TEST(GuideTest, downloadsIntoAFile)
     const support::CTemporaryFolder folder;
     const std::string file = folder.write("digits", "older content");
     EXPECT_THROW(
-        download(text(server.url("/status/404")), norla::CNetRequest::Path::fromBytes(file)), norla::CCURLError);
+        download(stringOf(server.url("/status/404")), norla::CNetRequest::Path::fromBytes(file)), norla::CCURLError);
     EXPECT_EQ(folder.read("digits"), "older content");
-    download(text(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes(file));
+    download(stringOf(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes(file));
     EXPECT_EQ(folder.read("digits"), "0123456789");
 }
 
@@ -114,10 +113,10 @@ TEST(GuideTest, downloadsSafely)
     const auto pathOf
         = [](const std::filesystem::path& file) { return norla::CNetRequest::Path::fromBytes(file.string()); };
     const auto file = pathOf(folder.path() / "digits");
-    EXPECT_EQ(downloadSafely(text(server.httpsURL("/digits.txt")), file, pathOf(certificates.caFile())), "");
+    EXPECT_EQ(downloadSafely(stringOf(server.httpsURL("/digits.txt")), file, pathOf(certificates.caFile())), "");
     EXPECT_EQ(folder.read("digits"), "0123456789");
     const std::string refused
-        = downloadSafely(text(server.httpsURL("/digits.txt")), file, pathOf(certificates.otherCAFile())).toUTF8();
+        = downloadSafely(stringOf(server.httpsURL("/digits.txt")), file, pathOf(certificates.otherCAFile())).toUTF8();
     EXPECT_TRUE(refused.ends_with(" Please ask your administrator.")) << refused;
 }
 
@@ -130,7 +129,7 @@ TEST(GuideTest, triesADownloadAgain)
     const support::CTemporaryFolder folder;
     const support::CLogRecorder log;
     downloadPatiently(
-        text(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes((folder.path() / "digits").string()));
+        stringOf(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes((folder.path() / "digits").string()));
     EXPECT_EQ(folder.read("digits"), "0123456789");
     EXPECT_EQ(log.lines().size(), 2U);
 }
@@ -141,7 +140,7 @@ TEST(GuideTest, showsTheProgressOfADownload)
     const support::CTemporaryFolder folder;
     const auto file = norla::CNetRequest::Path::fromBytes((folder.path() / "digits").string());
     std::vector<std::pair<double, double>> reports;
-    downloadWithProgress(text(server.url("/digits.txt")), file, [&reports](double received, double size) {
+    downloadWithProgress(stringOf(server.url("/digits.txt")), file, [&reports](double received, double size) {
         reports.emplace_back(received, size);
         return true;
     });
@@ -156,7 +155,7 @@ TEST(GuideTest, cancelsADownload)
     const std::string file = folder.write("digits", "older content");
     const auto cancel = [](double, double) { return false; };
     try {
-        downloadWithProgress(text(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes(file), cancel);
+        downloadWithProgress(stringOf(server.url("/digits.txt")), norla::CNetRequest::Path::fromBytes(file), cancel);
         ADD_FAILURE() << "was not cancelled";
     } catch (const kx::CError& error) {
         EXPECT_EQ(error.getMessage(), "The download was cancelled.");
@@ -169,7 +168,7 @@ TEST(GuideTest, reportsNoProgressOfAnError)
     const support::CNginxServer server;
     const support::CTemporaryFolder folder;
     const auto file = norla::CNetRequest::Path::fromBytes((folder.path() / "digits").string());
-    EXPECT_THROW(downloadWithProgress(text(server.url("/status/404")), file,
+    EXPECT_THROW(downloadWithProgress(stringOf(server.url("/status/404")), file,
                      [](double, double) {
                          ADD_FAILURE() << "reported";
                          return true;
@@ -187,7 +186,7 @@ TEST(GuideTest, fetchesTheRestOfAFile)
     const support::CNginxServer server;
     const auto request = kx::newObj<norla::CNetRequest>();
     long long size = 0;
-    const kx::CTime changed = fetchRest(*request, text(server.url("/digits.txt")), 7, size);
+    const kx::CTime changed = fetchRest(*request, stringOf(server.url("/digits.txt")), 7, size);
     EXPECT_EQ(live::bodyOf(*request), "789");
     EXPECT_EQ(size, 10);
     EXPECT_GT(changed.getMicroseconds(), 1'600'000'000'000'000);
@@ -198,7 +197,7 @@ TEST(GuideTest, refusesAWholeFileForItsRest)
     const support::CNginxServer server;
     const auto request = kx::newObj<norla::CNetRequest>();
     long long size = 0;
-    EXPECT_THROW(fetchRest(*request, text(server.url("/noranges/digits.txt")), 7, size), kx::CError);
+    EXPECT_THROW(fetchRest(*request, stringOf(server.url("/noranges/digits.txt")), 7, size), kx::CError);
 }
 
 TEST(GuideTest, doesWithoutTheTimeAndTheSizeOfAFile)
@@ -208,7 +207,7 @@ TEST(GuideTest, doesWithoutTheTimeAndTheSizeOfAFile)
         "HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 7-9/*\r\nContent-Length: 3\r\n\r\n789");
     const auto request = kx::newObj<norla::CNetRequest>();
     long long size = 0;
-    EXPECT_FALSE(fetchRest(*request, text(server.url()), 7, size).isSet());
+    EXPECT_FALSE(fetchRest(*request, stringOf(server.url()), 7, size).isSet());
     EXPECT_EQ(size, -1);
 }
 
@@ -217,7 +216,7 @@ protected:
     GuideProxyTest()
     {
         const std::string proxy = "http://user:secret@" + m_proxy.host();
-        useProxies(text("http=" + proxy + "; ftp=" + proxy), "localhost, intranet");
+        useProxies(stringOf("http=" + proxy + "; ftp=" + proxy), "localhost, intranet");
     }
     ~GuideProxyTest() override { norla::CProxySettings::getUserSettings()->clear(); }
 
@@ -259,7 +258,8 @@ TEST(GuideTest, storesANoteInS3)
 {
     support::CCephServer store;
     store.makeBucket("bucket");
-    norla::CS3Client client(text(store.accessKeyId()), text(store.secretAccessKey()), false, text(store.host()));
+    norla::CS3Client client(
+        stringOf(store.accessKeyId()), stringOf(store.secretAccessKey()), false, stringOf(store.host()));
     EXPECT_EQ(storeNote(client, "bucket", "note"), Texts{"notes/today.txt"});
     EXPECT_EQ(problemWith(client, "bucket", "notes/today.txt"), "");
     EXPECT_EQ(problemWith(client, "bucket", "notes/yesterday.txt"), "NoSuchKey");
@@ -270,8 +270,8 @@ TEST(GuideTest, archivesInAStoreOfToday)
     support::CCephServer store;
     store.makeBucket("bucket");
     const auto credentials = kx::newObj<norla::CS3StaticCredentials>(norla::CS3Credentials{
-        .accessKeyId = text(store.accessKeyId()), .secretAccessKey = text(store.secretAccessKey())});
-    const auto client = openStore(norla::CS3Endpoint::ceph(text(store.host()), false), credentials.get());
+        .accessKeyId = stringOf(store.accessKeyId()), .secretAccessKey = stringOf(store.secretAccessKey())});
+    const auto client = openStore(norla::CS3Endpoint::ceph(stringOf(store.host()), false), credentials.get());
     support::CTemporaryFolder folder;
     const std::string content(6 << 20, 'c');
     const auto file = folder.write("file", content).string();
@@ -293,8 +293,8 @@ TEST(GuideTest, storesAndFetchesWholeFiles)
     support::CCephServer store;
     store.makeBucket("bucket");
     const auto credentials = kx::newObj<norla::CS3StaticCredentials>(norla::CS3Credentials{
-        .accessKeyId = text(store.accessKeyId()), .secretAccessKey = text(store.secretAccessKey())});
-    const auto client = openStore(norla::CS3Endpoint::ceph(text(store.host()), false), credentials.get());
+        .accessKeyId = stringOf(store.accessKeyId()), .secretAccessKey = stringOf(store.secretAccessKey())});
+    const auto client = openStore(norla::CS3Endpoint::ceph(stringOf(store.host()), false), credentials.get());
     support::CTemporaryFolder folder;
     const std::string content(17 << 20, 'c');
     const auto file = norla::CNetRequest::Path::fromBytes(folder.write("file", content).string());
@@ -307,8 +307,8 @@ TEST(GuideTest, storesAndFetchesWholeFiles)
 TEST(GuideTest, storesAReportByFTP)
 {
     const support::CFTPServer server;
-    norla::CFTPClient client(text("127.0.0.1:" + std::to_string(server.getPort())), text(server.userName()),
-        text(server.password()), norla::CFTPClient::ConnectUnencrypted);
+    norla::CFTPClient client(stringOf("127.0.0.1:" + std::to_string(server.getPort())), stringOf(server.userName()),
+        stringOf(server.password()), norla::CFTPClient::ConnectUnencrypted);
     EXPECT_EQ(storeReport(client, "report"), Texts{"report.txt"});
     EXPECT_EQ(support::readFile(server.root() / "2026/may/report.txt"), "report");
 }

@@ -52,9 +52,11 @@ protected:
 
 class PoolNginxTest : public PoolLiveTest {
 protected:
-    Request secureRequest(const std::string& path)
+    Request secureRequest(const std::string& path) { return secureRequestFor(m_nginx.httpsURL(path)); }
+
+    static Request secureRequestFor(const std::string& url)
     {
-        auto request = live::requestFor(m_nginx.httpsURL(path));
+        auto request = live::requestFor(url);
         request->setRootCertBundlePath(
             CNetRequest::Path::fromBytes(support::CTestCertificates::get().caFile().native()));
         request->setOptionInt(CURLOPT_PIPEWAIT, 1); // rather than connections of their own
@@ -103,6 +105,46 @@ TEST_F(PoolNginxTest, keepsConnectionsOfHTTP1ForTheTransfersBehind)
     }
     EXPECT_EQ(connections, 1);
 }
+
+/// At a server that gives up each connection behind a few requests: no transfer fails for that, though none is repeated
+/// by a policy.
+class PoolImpatientNginxTest : public PoolNginxTest, public testing::WithParamInterface<int> {
+protected:
+    Request impatientRequest()
+    {
+        auto request = secureRequestFor(m_nginx.impatientURL("/digits.txt"));
+        request->setOptionInt(CURLOPT_HTTP_VERSION, GetParam());
+        return request;
+    }
+};
+
+TEST_P(PoolImpatientNginxTest, runsManyTransfersAtOnce)
+{
+    constexpr int count = 300;
+    std::vector<kx::P<CTransfer>> transfers;
+    for (int number = 0; number < count; ++number)
+        transfers.push_back(start(impatientRequest()));
+    expectSuccess(transfers);
+    for (const auto& transfer : transfers)
+        EXPECT_EQ(live::bodyOf(transfer->getRequest()), "0123456789");
+}
+
+TEST_P(PoolImpatientNginxTest, runsManyTransfersOneBehindTheOther)
+{
+    int connections = 0;
+    for (int number = 0; number < 50; ++number) {
+        const auto request = impatientRequest();
+        expectSuccess({start(request)});
+        EXPECT_EQ(live::bodyOf(*request), "0123456789");
+        connections += request->getInfoLong(CURLINFO_NUM_CONNECTS);
+    }
+    EXPECT_GE(connections, 7);
+    EXPECT_LT(connections, 50);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEachVersion, PoolImpatientNginxTest,
+    testing::Values(int{CURL_HTTP_VERSION_1_1}, int{CURL_HTTP_VERSION_2TLS}),
+    [](const auto& version) { return version.param == CURL_HTTP_VERSION_1_1 ? "HTTP1" : "HTTP2"; });
 
 TEST_F(PoolNginxTest, takesAServerThatClosesAKeptConnectionForNoFailure)
 {

@@ -15,6 +15,7 @@
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/CTinyproxyServer.h"
 #include "tests/support/libcurlWords.h"
+#include "tests/support/stringOf.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,16 +37,12 @@ using support::CNginxServer;
 using support::CProxyServer;
 using support::CSquidServer;
 using support::CTinyproxyServer;
+using support::stringOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
 const CProxyServer::CLogin login{.user = "user", .password = "secret"};
-
-kx::String text(const std::string& utf8)
-{
-    return kx::String::fromUTF8(utf8);
-}
 
 std::string withPort(unsigned short port)
 {
@@ -84,8 +81,8 @@ CTarget sftpTarget(const char*)
 {
     const auto server = std::make_shared<support::CSSHServer>();
     return {server->url((server->root() / "digits.txt").string()), server->getPort(), [server](auto& request) {
-                request.setUserName(text(server->userName()));
-                request.setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, text(server->privateKeyFile().string()));
+                request.setUserName(stringOf(server->userName()));
+                request.setOptionString(CURLOPT_SSH_PRIVATE_KEYFILE, stringOf(server->privateKeyFile().string()));
             }};
 }
 
@@ -186,7 +183,7 @@ TEST_P(SchemeTest, goesThroughTheProxyThatTheSettingsName)
     const auto& [scheme, way] = GetParam();
     const CTarget target = scheme.makeTarget(scheme.name);
     const auto proxy = makeProxy(way.kind);
-    settings().addProxiesFromString(text(std::string(scheme.name) + "=" + proxyText(way.kind, *proxy)));
+    settings().addProxiesFromString(stringOf(std::string(scheme.name) + "=" + proxyText(way.kind, *proxy)));
     {
         const auto request = requestFor(target.url);
         target.configure(*request);
@@ -233,7 +230,7 @@ INSTANTIATE_TEST_SUITE_P(All, WayTest,
 
 TEST_P(WayTest, carriesALargeUpload)
 {
-    settings().addProxiesFromString(text("http=" + proxyText()));
+    settings().addProxiesFromString(stringOf("http=" + proxyText()));
     const auto request = requestFor(m_server.url("/store/large.bin"));
     request->setSendDataAsUTF8(kx::String(std::wstring(3'000'000, L'x')));
     request->setHTTPMethod("PUT");
@@ -244,14 +241,14 @@ TEST_P(WayTest, carriesALargeUpload)
 
 TEST_P(WayTest, followsRedirects)
 {
-    settings().addProxiesFromString(text("http=" + proxyText()));
+    settings().addProxiesFromString(stringOf("http=" + proxyText()));
     EXPECT_EQ(bodyFrom(m_server.url("/chain/3")), "0123456789");
     waitUntilLogged();
 }
 
 TEST_P(WayTest, servesManyRequestsOverOneTunnel)
 {
-    settings().addProxiesFromString(text("https=" + proxyText()));
+    settings().addProxiesFromString(stringOf("https=" + proxyText()));
     {
         const auto request = requestFor(m_server.httpsURL("/digits.txt"));
         request->perform();
@@ -265,7 +262,7 @@ TEST_P(WayTest, servesManyRequestsOverOneTunnel)
 // The transfer after it is in the log, so that the log would have the direct one too.
 TEST_P(WayTest, sendsNothingOfADirectHostToTheProxy)
 {
-    settings().addProxiesFromString(text("http=" + proxyText()));
+    settings().addProxiesFromString(stringOf("http=" + proxyText()));
     settings().addDirectConnectHostsFromString("elsewhere; 127.0.0.1");
     EXPECT_EQ(bodyFrom(m_server.url("/digits.txt")), "0123456789");
     settings().removeDirectConnectHost("127.0.0.1");
@@ -280,7 +277,7 @@ TEST_P(WayTest, sendsNothingOfADirectHostToTheProxy)
 
 TEST_P(WayTest, isNotUsedAnyMoreAfterTheSettingsAreCleared)
 {
-    settings().addProxiesFromString(text("http=" + proxyText()));
+    settings().addProxiesFromString(stringOf("http=" + proxyText()));
     const auto request = requestFor(m_server.url("/echo"));
     request->perform();
     waitUntilLogged();
@@ -293,7 +290,7 @@ TEST_P(WayTest, isNotUsedAnyMoreAfterTheSettingsAreCleared)
 
 TEST_P(WayTest, refusesAWrongPasswordWithoutShowingIt)
 {
-    settings().addProxiesFromString(text("http=" + proxyText("user:wr0ng@")));
+    settings().addProxiesFromString(stringOf("http=" + proxyText("user:wr0ng@")));
     const auto error = failureFrom(m_server.url("/digits.txt"));
     EXPECT_THAT(error->what(), Not(HasSubstr("success")));
     EXPECT_THAT(error->what(), Not(HasSubstr("wr0ng")));
@@ -303,7 +300,7 @@ TEST_P(WayTest, refusesAWrongPasswordWithoutShowingIt)
 
 TEST_P(WayTest, isNotPassedByWhenItWantsALogin)
 {
-    settings().addProxiesFromString(text("http=" + proxyText("") + ";https=" + proxyText("")));
+    settings().addProxiesFromString(stringOf("http=" + proxyText("") + ";https=" + proxyText("")));
     EXPECT_NE(messageOf(*requestFor(m_server.url("/digits.txt"))), "success");
     EXPECT_NE(messageOf(*requestFor(m_server.httpsURL("/digits.txt"))), "success");
     EXPECT_THAT(m_server.accessLog(), IsEmpty());
@@ -314,7 +311,7 @@ protected:
     void use(const std::string& credentials)
     {
         const std::string proxy = "http://" + credentials + m_proxy.host();
-        settings().addProxiesFromString(text("http=" + proxy + " https=" + proxy + " ftp=" + proxy));
+        settings().addProxiesFromString(stringOf("http=" + proxy + " https=" + proxy + " ftp=" + proxy));
     }
 
     CNginxServer m_server;
@@ -341,7 +338,7 @@ TEST_F(SquidTest, asksForALoginBeforeATunnel)
 TEST_F(SquidTest, takesEscapedLogins)
 {
     const CSquidServer proxy({.user = "us@er", .password = "se;cr,et =%"});
-    settings().addProxiesFromString(text("http=http://us%40er:se%3Bcr%2Cet%20=%25@" + proxy.host()));
+    settings().addProxiesFromString(stringOf("http=http://us%40er:se%3Bcr%2Cet%20=%25@" + proxy.host()));
     EXPECT_EQ(bodyFrom(m_server.url("/digits.txt")), "0123456789");
     proxy.waitUntilLogged("request: GET " + m_server.url("/digits.txt") + " 200 user=us");
 }
@@ -377,7 +374,7 @@ class MicrosocksTest : public ProxyTest {
 protected:
     std::string use(const std::string& scheme)
     {
-        settings().addProxiesFromString(text("http=" + scheme + "://" + m_proxy.host()));
+        settings().addProxiesFromString(stringOf("http=" + scheme + "://" + m_proxy.host()));
         const auto request = requestFor("http://localhost:" + std::to_string(m_server.getPort()) + "/digits.txt");
         if (support::isLibcurlSince(8, 14)) // hands over the first address of a name, of whatever kind
             request->setOptionInt(CURLOPT_IPRESOLVE, CURL_IPRESOLVE_V4);
@@ -403,7 +400,7 @@ TEST_F(MicrosocksTest, getsAddressesOtherwise)
 TEST_F(MicrosocksTest, carriesTheDataOfFTPToo)
 {
     const support::CFTPServer ftp;
-    settings().addProxiesFromString(text("ftp=socks5://" + m_proxy.host()));
+    settings().addProxiesFromString(stringOf("ftp=socks5://" + m_proxy.host()));
     const auto request = requestFor(ftp.url("/digits.txt"));
     request->setUserName("user");
     request->setUserPassword("secret");
@@ -415,7 +412,7 @@ TEST_F(MicrosocksTest, carriesTheDataOfFTPToo)
 // As the lists are read, the URL speaks for its own scheme.
 TEST_F(MicrosocksTest, isNotUsedWhenTheListNamesNoScheme)
 {
-    settings().addProxiesFromString(text("socks5://" + m_proxy.host()));
+    settings().addProxiesFromString(stringOf("socks5://" + m_proxy.host()));
     EXPECT_EQ(bodyFrom(m_server.url("/digits.txt")), "0123456789");
     EXPECT_THAT(m_proxy.log(), Not(HasSubstr("connected to")));
 }
@@ -423,7 +420,7 @@ TEST_F(MicrosocksTest, isNotUsedWhenTheListNamesNoScheme)
 TEST_F(MicrosocksTest, tellsThatItWantsALogin)
 {
     const CMicrosocksServer proxy(login);
-    settings().addProxiesFromString(text("http=socks5://" + proxy.host()));
+    settings().addProxiesFromString(stringOf("http=socks5://" + proxy.host()));
     EXPECT_EQ(
         failureFrom(m_server.url())->getMessage(), "proxy handshake error: No authentication method was acceptable.");
 }
@@ -431,14 +428,14 @@ TEST_F(MicrosocksTest, tellsThatItWantsALogin)
 TEST_F(MicrosocksTest, tellsThatTheLoginIsWrong)
 {
     const CMicrosocksServer proxy(login);
-    settings().addProxiesFromString(text("http=socks5://user:wr0ng@" + proxy.host()));
+    settings().addProxiesFromString(stringOf("http=socks5://user:wr0ng@" + proxy.host()));
     EXPECT_THAT(failureFrom(m_server.url())->what(), HasSubstr("User was rejected by the SOCKS5 server"));
 }
 
 TEST_F(MicrosocksTest, tellsThatNobodyListensBehindIt)
 {
     const support::CRefusedPort port;
-    settings().addProxiesFromString(text("http=socks5://" + m_proxy.host()));
+    settings().addProxiesFromString(stringOf("http=socks5://" + m_proxy.host()));
     EXPECT_THAT(failureFrom(port.url())->what(),
         HasSubstr(support::libcurlSays("Can't complete SOCKS5 connection to 127.0.0.1")));
 }
@@ -451,7 +448,7 @@ protected:
 
 TEST_F(TinyproxyTest, servesTheDefaultSchemesWhenItsHostAndPortAreNamed)
 {
-    settings().addProxiesFromString(text(m_proxy.host()));
+    settings().addProxiesFromString(stringOf(m_proxy.host()));
     EXPECT_EQ(bodyFrom(m_server.url("/digits.txt")), "0123456789");
     EXPECT_EQ(bodyFrom(m_server.httpsURL("/digits.txt")), "0123456789");
     m_proxy.waitUntilLogged("GET " + m_server.url("/digits.txt") + " HTTP/1.1\n");
@@ -461,7 +458,7 @@ TEST_F(TinyproxyTest, servesTheDefaultSchemesWhenItsHostAndPortAreNamed)
 TEST_F(TinyproxyTest, leavesOtherSchemesToOtherProxies)
 {
     const CMicrosocksServer socks;
-    settings().addProxiesFromString(text("http=" + m_proxy.host() + ";\thttps=socks5://" + socks.host()));
+    settings().addProxiesFromString(stringOf("http=" + m_proxy.host() + ";\thttps=socks5://" + socks.host()));
     bodyFrom(m_server.url("/digits.txt"));
     bodyFrom(m_server.httpsURL("/digits.txt"));
     m_proxy.waitUntilLogged("GET " + m_server.url("/digits.txt") + " HTTP/1.1\n");
@@ -472,7 +469,7 @@ TEST_F(TinyproxyTest, leavesOtherSchemesToOtherProxies)
 
 TEST_F(TinyproxyTest, servesOtherNamesOfADirectHost)
 {
-    settings().addProxiesFromString(text(m_proxy.host()));
+    settings().addProxiesFromString(stringOf(m_proxy.host()));
     settings().addDirectConnectHost("127.0.0.1");
     const std::string url = "http://localhost:" + std::to_string(m_server.getPort()) + "/digits.txt";
     EXPECT_EQ(bodyFrom(url), "0123456789");
@@ -482,7 +479,7 @@ TEST_F(TinyproxyTest, servesOtherNamesOfADirectHost)
 TEST_F(TinyproxyTest, tellsAWrongLogin)
 {
     const CTinyproxyServer proxy(login);
-    settings().addProxiesFromString(text("http=http://user:wr0ng@" + proxy.host()));
+    settings().addProxiesFromString(stringOf("http=http://user:wr0ng@" + proxy.host()));
     EXPECT_EQ(failureFrom(m_server.url())->getMessage(), "HTTP response code said error (response code: http 401)");
 }
 
@@ -493,7 +490,7 @@ TEST_F(TinyproxyTest, staysTheProxyOfARequestThatIsRedirectedToADirectHost)
     redirecting.onConnection().readHead().send(
         "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\nLocation: " + m_server.url("/digits.txt")
         + "\r\n\r\n");
-    settings().addProxiesFromString(text(m_proxy.host()));
+    settings().addProxiesFromString(stringOf(m_proxy.host()));
     settings().addDirectConnectHost("127.0.0.1");
     EXPECT_EQ(bodyFrom("http://localhost:" + std::to_string(redirecting.getPort()) + "/"), "0123456789");
     m_proxy.waitUntilLogged("GET " + m_server.url("/digits.txt") + " HTTP/1.1\n");
@@ -502,7 +499,7 @@ TEST_F(TinyproxyTest, staysTheProxyOfARequestThatIsRedirectedToADirectHost)
 /// FTP through a proxy that speaks HTTP. libcurl asks such a proxy for the file by a GET, unless it is told to tunnel.
 class FTPTunnelTest : public ProxyTest {
 protected:
-    FTPTunnelTest() { settings().addProxiesFromString(text("ftp=http://user:secret@" + m_proxy.host())); }
+    FTPTunnelTest() { settings().addProxiesFromString(stringOf("ftp=http://user:secret@" + m_proxy.host())); }
 
     kx::P<norla::CNetRequest> requestFor(const std::string& path, bool tunnel)
     {
@@ -516,7 +513,7 @@ protected:
     std::string messageOfDelete(bool tunnel)
     {
         const auto client = kx::newObj<norla::CFTPClient>(
-            text(withPort(m_server.getPort())), "user", "secret", norla::CFTPClient::ConnectUnencrypted);
+            stringOf(withPort(m_server.getPort())), "user", "secret", norla::CFTPClient::ConnectUnencrypted);
         const auto request = kx::newObj<norla::CNetRequest>();
         client->prepareDeleteFileRequest(*request, "/digits.txt");
         request->setProxyForCurrentURLFromUserSettings();
@@ -587,7 +584,7 @@ TEST_P(DeadProxyTest, isNamedAndNotPassedBy)
     const CNginxServer server;
     const support::CRefusedPort port;
     const std::string scheme = GetParam().urlScheme;
-    settings().addProxiesFromString(text(scheme + "=" + port.url("", GetParam().proxyScheme)));
+    settings().addProxiesFromString(stringOf(scheme + "=" + port.url("", GetParam().proxyScheme)));
     const auto error = failureFrom(scheme == "https" ? server.httpsURL() : scheme + "://" + withPort(server.getPort()));
     EXPECT_EQ(error->getCode(), CURLE_COULDNT_CONNECT);
     EXPECT_THAT(error->what(), HasSubstr("Failed to connect to 127.0.0.1 port " + std::to_string(port.getPort())));
@@ -651,7 +648,7 @@ TEST_P(EnvironmentTest, givesNoProxyToTheSettings)
 TEST_P(EnvironmentTest, doesNotReplaceTheProxyOfTheSettings)
 {
     const CTinyproxyServer proxy;
-    settings().addProxiesFromString(text(proxy.host()));
+    settings().addProxiesFromString(stringOf(proxy.host()));
     EXPECT_EQ(bodyFrom(urlOf(m_server)), "0123456789");
     proxy.waitUntilLogged("Established connection to host");
 }
@@ -664,7 +661,7 @@ INSTANTIATE_TEST_SUITE_P(All, EnvironmentTest,
 TEST_F(TinyproxyTest, isPassedByForAHostOfNoProxyUnlessThatIsSwitchedOff)
 {
     const CVariable variable("no_proxy", "127.0.0.1");
-    settings().addProxiesFromString(text(m_proxy.host()));
+    settings().addProxiesFromString(stringOf(m_proxy.host()));
     bodyFrom(m_server.url("/digits.txt"));
     const auto request = requestFor(m_server.url("/echo"));
     request->setOptionString(CURLOPT_NOPROXY, "");

@@ -84,6 +84,13 @@ TEST_F(S3ExampleAnswerTest, isNotTakenWithOtherBytesThanTheStoreSpeaksOf)
     EXPECT_TRUE(std::filesystem::is_empty(m_folder.path()));
 }
 
+TEST_F(S3ExampleAnswerTest, isAskedForWithASignatureForTheRegion)
+{
+    answer("200 OK", "whole");
+    run({"--region", "eu-west-1", "get", "bucket/key", file()});
+    EXPECT_NE(m_store.received(0).find("/eu-west-1/s3/aws4_request"), std::string::npos) << m_store.received(0);
+}
+
 TEST_F(S3ExampleAnswerTest, explainsWhatIsRefused)
 {
     answer("403 Forbidden", "<Error><Code>AccessDenied</Code><Message>No</Message></Error>");
@@ -99,6 +106,53 @@ TEST_F(S3ExampleAnswerTest, tellsEachObjectThatIsNotRemoved)
     EXPECT_EQ(result.errors(),
         "s3: bucket/b: Not yours (AccessDenied)\ns3: bucket/c: (InternalError)\ns3: objects that were not removed: "
         "2\n");
+    EXPECT_EQ(result.exitStatus(), 1);
+}
+
+TEST_F(S3ExampleAnswerTest, listsTheBucketsWhereNoneIsNamed)
+{
+    answer("200 OK",
+        "<ListAllMyBucketsResult><Buckets>"
+        "<Bucket><Name>one</Name><CreationDate>2026-11-21T08:49:37.000Z</CreationDate></Bucket>"
+        "<Bucket><Name>two</Name></Bucket></Buckets></ListAllMyBucketsResult>");
+    const auto result = run({"ls"});
+    EXPECT_EQ(result.output(), "-\t2026-11-21T08:49:37.000Z\tone\n-\t-\ttwo\n");
+    EXPECT_EQ(result.errors(), "");
+    EXPECT_TRUE(m_store.received(0).starts_with("GET / HTTP/1.1\r\n"));
+}
+
+TEST_F(S3ExampleAnswerTest, tellsTheKindsOfVersions)
+{
+    const auto version = [](const std::string& id, const std::string& isLatest, const std::string& size) {
+        return "<Key>k</Key><VersionId>" + id + "</VersionId><IsLatest>" + isLatest
+            + "</IsLatest><LastModified>2026-11-21T08:49:37.000Z</LastModified>" + size;
+    };
+    answer("200 OK",
+        "<ListVersionsResult><IsTruncated>false</IsTruncated><Version>" + version("v3", "true", "<Size>3</Size>")
+            + "</Version><DeleteMarker>" + version("v2", "false", "") + "</DeleteMarker><Version>"
+            + version("v1", "false", "<Size>1</Size>") + "</Version></ListVersionsResult>");
+    EXPECT_EQ(run({"--versions", "ls", "bucket/k"}).output(),
+        "3\t2026-11-21T08:49:37.000Z\tv3\tlatest\tk\n"
+        "-\t2026-11-21T08:49:37.000Z\tv2\tremoved\tk\n"
+        "1\t2026-11-21T08:49:37.000Z\tv1\tolder\tk\n");
+    EXPECT_TRUE(m_store.received(0).starts_with("GET /bucket?versions&")) << m_store.received(0);
+}
+
+TEST_F(S3ExampleAnswerTest, asksForTheTagsOfAVersion)
+{
+    answer("200 OK",
+        "<Tagging><TagSet><Tag><Key>a</Key><Value>1</Value></Tag><Tag><Key>b</Key><Value></Value></Tag></TagSet>"
+        "</Tagging>");
+    EXPECT_EQ(run({"--version-id", "v1", "tag", "bucket/k"}).output(), "a=1\nb=\n");
+    EXPECT_TRUE(m_store.received(0).starts_with("GET /bucket/k?tagging&versionId=v1 HTTP/1.1\r\n"))
+        << m_store.received(0);
+}
+
+TEST_F(S3ExampleAnswerTest, explainsWhyTheBucketsAreNotListed)
+{
+    answer("403 Forbidden", "<Error><Code>AccessDenied</Code><Message>No</Message></Error>");
+    const auto result = run({"ls"});
+    EXPECT_EQ(result.errors(), "s3: buckets: Amazon S3 error: No(AccessDenied)\n  403 Forbidden\n");
     EXPECT_EQ(result.exitStatus(), 1);
 }
 

@@ -3,6 +3,8 @@
 #include "norla/s3/CS3Objects.h"
 #include "tests/live/S3ExampleSession.h"
 
+#include <sstream>
+
 namespace {
 
 using support::CProcessRun;
@@ -15,6 +17,13 @@ TEST_F(S3ExampleTest, makesAndRemovesABucket)
     EXPECT_EQ(s3({"ls", "another"}).exitStatus(), 0);
     EXPECT_EQ(s3({"rb", "another"}).errors(), "");
     EXPECT_EQ(s3({"ls", "another"}).exitStatus(), 1);
+}
+
+TEST_F(S3ExampleTest, listsTheBuckets)
+{
+    const std::string listing = s3({"ls"}).output();
+    EXPECT_TRUE(listing.starts_with("-\t20")) << listing;
+    EXPECT_NE(listing.find("Z\tbucket\n"), std::string::npos) << listing;
 }
 
 TEST_F(S3ExampleTest, lendsAnObjectByAURL)
@@ -192,6 +201,55 @@ TEST_F(S3ExampleTest, knowsVersions)
     EXPECT_EQ(s3({"--version-id", first, "rm", "versions/key"}).errors(), "");
     EXPECT_EQ(s3({"--version-id", first, "stat", "versions/key"}).exitStatus(), 1);
     EXPECT_TRUE(s3({"stat", "versions/key"}).output().starts_with("content-length: 10\n"));
+}
+
+TEST_F(S3ExampleTest, listsVersions)
+{
+    s3({"mb", "listed"});
+    const auto request = kx::newObj<norla::CNetRequest>();
+    const auto store = client();
+    norla::CS3Buckets(store.get(), request.get()).setVersioning("listed", norla::CS3Buckets::Versioning::Enabled);
+    s3({"put", m_folder.write("file", "first"), "listed/key"});
+    s3({"put", m_folder.write("file", "second one"), "listed/key"});
+    s3({"rm", "listed/key"});
+    EXPECT_EQ(s3({"ls", "listed"}).output(), "");
+
+    std::istringstream listing(s3({"--versions", "--page", "1", "ls", "listed/k"}).output());
+    std::vector<std::string> told;
+    std::string version;
+    for (std::string size, time, id, kind, key; listing >> size >> time >> id >> kind >> key;) {
+        told.push_back(size + ' ' + kind + ' ' + key);
+        version = id;
+    }
+    EXPECT_EQ(told, (std::vector<std::string>{"- removed key", "10 older key", "5 older key"}));
+    const auto fetched = (m_folder.path() / "fetched").string();
+    EXPECT_EQ(s3({"--version-id", version, "get", "listed/key", fetched}).errors(), "5 bytes fetched\n");
+}
+
+TEST_F(S3ExampleTest, keepsTypeAndMetadata)
+{
+    for (const int size : {7, 6 << 20}) { // at once, and by parts
+        const auto file = m_folder.write("file", std::string(static_cast<size_t>(size), 'm')).string();
+        s3({"--part", "5", "--content-type", "text/x-notes", "--metadata", "Author=Zo\xC3\xAB =?x", "--metadata",
+            "empty=", "--metadata", "place= here ", "put", file, "bucket/noted-by-us"});
+        const std::string shown = s3({"stat", "bucket/noted-by-us"}).output();
+        EXPECT_NE(shown.find("\ncontent-type: text/x-notes\n"), std::string::npos) << shown;
+        EXPECT_NE(shown.find("\nx-amz-meta-author: Zo\xC3\xAB =?x\n"), std::string::npos) << shown;
+        EXPECT_NE(shown.find("\nx-amz-meta-place:  here \n"), std::string::npos) << shown;
+    }
+}
+
+TEST_F(S3ExampleTest, givesTags)
+{
+    s3({"put", m_folder.write("file", "content"), "bucket/tagged"});
+    EXPECT_EQ(s3({"tag", "bucket/tagged"}).output(), "");
+    EXPECT_EQ(s3({"tag", "bucket/tagged", "a=1", "b c=d=\xC3\xAB"}).errors(), "");
+    EXPECT_EQ(s3({"tag", "bucket/tagged"}).output(), "a=1\nb c=d=\xC3\xAB\n");
+    EXPECT_EQ(s3({"tag", "bucket/tagged", "z="}).errors(), "");
+    EXPECT_EQ(s3({"tag", "bucket/tagged"}).output(), "z=\n");
+    EXPECT_EQ(s3({"untag", "bucket/tagged"}).errors(), "");
+    EXPECT_EQ(s3({"tag", "bucket/tagged"}).output(), "");
+    EXPECT_EQ(s3({"tag", "bucket/never"}).exitStatus(), 1);
 }
 
 TEST_F(S3ExampleTest, noticesThatItsOutputIsLost)

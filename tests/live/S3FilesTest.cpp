@@ -5,15 +5,20 @@
 #include "norla/s3/CS3Objects.h"
 #include "norla/s3/CS3UploadEnum.h"
 #include "tests/live/S3EndpointSession.h"
+#include "tests/support/CChildProcess.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/distinctBytes.h"
 #include "tests/support/errorOf.h"
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -69,6 +74,21 @@ protected:
         for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
             ++count;
         return count;
+    }
+
+    /// Sends the file by a program of its own. @return its exit status; nothing when it does not end
+    std::optional<int> runUploader(const std::vector<std::string>& more)
+    {
+        support::CChildProcess::CSettings settings{
+            .arguments = {NORLA_S3_FILE_UPLOADER, store().host(), m_bucket.toUTF8(), m_key.toUTF8(),
+                m_folder.path() / "source", std::to_string(partSize)},
+            .environment = support::inheritedLibraryPath()};
+        settings.arguments.insert(settings.arguments.end(), more.begin(), more.end());
+        settings.environment.insert(settings.environment.end(),
+            {"AWS_ACCESS_KEY_ID=" + store().accessKeyId(), "AWS_SECRET_ACCESS_KEY=" + store().secretAccessKey()});
+        support::CChildProcess program(settings);
+        program.waitForEnd(std::chrono::seconds(60));
+        return program.exitStatus();
     }
 
     size_t uploadCount()
@@ -247,6 +267,22 @@ TEST_F(S3FilesTest, goesOnWithAFileWhereAnotherWasCutOff)
     upload()->run();
     EXPECT_TRUE(get(m_key) == bytes);
     store().waitUntilLogged("partNumber=4&uploadId=" + id);
+    EXPECT_EQ(countOf("partNumber=1&uploadId=" + id), 1U);
+    EXPECT_EQ(countOf("partNumber=2&uploadId=" + id), 1U);
+    EXPECT_EQ(uploadCount(), 0U);
+}
+
+TEST_F(S3FilesTest, goesOnWithAFileWhoseProgramWasKilled)
+{
+    const std::string bytes = bytesOf(4 * partSize + 7);
+    m_folder.write("source", bytes);
+    EXPECT_EQ(runUploader({std::to_string(2 * partSize)}), 128 + SIGKILL);
+    norla::CS3UploadEnum uploads(&client(), &request(), m_bucket);
+    ASSERT_TRUE(uploads.next());
+    const std::string id = uploads.getCurrent()->uploadId.toUTF8();
+    EXPECT_EQ(runUploader({}), 0);
+    EXPECT_TRUE(get(m_key) == bytes);
+    store().waitUntilLogged("partNumber=5&uploadId=" + id);
     EXPECT_EQ(countOf("partNumber=1&uploadId=" + id), 1U);
     EXPECT_EQ(countOf("partNumber=2&uploadId=" + id), 1U);
     EXPECT_EQ(uploadCount(), 0U);

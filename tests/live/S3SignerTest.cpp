@@ -38,8 +38,8 @@ protected:
         const CWay& way = GetParam();
         const std::string host = way.useTLS ? store().tlsHost() : store().host();
         const bool isVirtual = way.addressing == Addressing::VirtualHost;
-        CS3Endpoint endpoint
-            = CS3Endpoint::ceph(live::text(isVirtual ? "localhost" + host.substr(host.find(':')) : host), way.useTLS);
+        CS3Endpoint endpoint = CS3Endpoint::ceph(
+            live::text(isVirtual ? "s3.localhost" + host.substr(host.find(':')) : host), way.useTLS);
         endpoint.addressing = way.addressing;
         endpoint.signature = way.signature;
         endpoint.region = region;
@@ -168,8 +168,10 @@ INSTANTIATE_TEST_SUITE_P(Ways, S3SignerTest,
     testing::Values(CWay{"V4", Signature::V4, Addressing::Path, false},
         CWay{"V4OverTLS", Signature::V4, Addressing::Path, true},
         CWay{"V4VirtualHost", Signature::V4, Addressing::VirtualHost, false},
+        CWay{"V4VirtualHostOverTLS", Signature::V4, Addressing::VirtualHost, true},
         CWay{"V2", Signature::V2, Addressing::Path, false},
-        CWay{"V2VirtualHost", Signature::V2, Addressing::VirtualHost, false}),
+        CWay{"V2VirtualHost", Signature::V2, Addressing::VirtualHost, false},
+        CWay{"V2VirtualHostOverTLS", Signature::V2, Addressing::VirtualHost, true}),
     [](const auto& tested) { return tested.param.name; });
 
 class S3ClientWithAKeyTest : public live::S3Session {};

@@ -25,8 +25,6 @@ using support::CSMTPServer;
 using support::errorOf;
 using Recipients = kx::TArray<kx::String>;
 
-constexpr const char* text = "Subject: 1\r\n\r\ntext\r\n";
-
 CSMTPParams paramsFor(unsigned short port, CSMTPParams::ConnectType type = CSMTPParams::ConnectUnencrypted,
     const kx::String& userName = "", const kx::String& password = "secret")
 {
@@ -52,8 +50,8 @@ kx::P<CSMTPClient::Buffer> bufferOf(const std::string& bytes)
     return buffer;
 }
 
-void send(CSMTPClient& client, const std::string& message = text, const Recipients& recipients = {"to@b.example"},
-    const kx::String& from = "from@a.example")
+void send(CSMTPClient& client, const std::string& message = live::shortMessage,
+    const Recipients& recipients = {"to@b.example"}, const kx::String& from = "from@a.example")
 {
     client.sendMail(from, recipients, *bufferOf(message));
 }
@@ -95,12 +93,12 @@ TEST(SMTPTest, arrivesWithItsEnvelopeOverEachKindOfConnection)
              std::pair(CSMTPServer::Security::Implicit, CSMTPParams::ConnectSSL)}) {
         SCOPED_TRACE(type);
         const CSMTPServer server({.security = security, .authentication = CSMTPServer::Authentication::Demanded});
-        send(*clientOf(server.getPort(), type, "user"), text, {"to@b.example", "<other@c.example>"});
+        send(*clientOf(server.getPort(), type, "user"), live::shortMessage, {"to@b.example", "<other@c.example>"});
         const auto messages = server.messages();
         ASSERT_EQ(messages.size(), 1u);
         EXPECT_EQ(messages[0].from, "from@a.example");
         EXPECT_EQ(messages[0].recipients, (std::vector<std::string>{"to@b.example", "other@c.example"}));
-        EXPECT_EQ(messages[0].body, text);
+        EXPECT_EQ(messages[0].body, live::shortMessage);
         EXPECT_EQ(messages[0].user, "user");
         EXPECT_EQ(messages[0].isSecure, type != CSMTPParams::ConnectUnencrypted);
     }
@@ -127,7 +125,7 @@ TEST(SMTPTest, logsInWithEachMechanism)
     for (const char* const mechanism : {"AUTH=PLAIN", "AUTH=LOGIN"}) {
         const auto request = kx::newObj<norla::CNetRequest>();
         CSMTPClient::makeSendMailRequest(*request, paramsFor(server.getPort(), CSMTPParams::ConnectUnencrypted, "user"),
-            "from@a.example", {"to@b.example"}, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+            "from@a.example", {"to@b.example"}, kx::newObj<kx::CBufferStream>(bufferOf(live::shortMessage)).get());
         request->setOptionString(CURLOPT_LOGIN_OPTIONS, kx::String::fromLatin1(mechanism));
         request->perform();
     }
@@ -212,7 +210,7 @@ TEST(SMTPTest, anEmptyMessageArrives)
 TEST(SMTPTest, anEmptySenderIsOne)
 {
     const CEximServer server;
-    send(*clientOf(server.getPort()), text, {"to@b.example"}, "");
+    send(*clientOf(server.getPort()), live::shortMessage, {"to@b.example"}, "");
     EXPECT_NE(server.log().find(" from <> for to@b.example\n"), std::string::npos) << server.log();
 }
 
@@ -225,7 +223,7 @@ TEST(SMTPTest, aHundredRecipientsGetTheMessage)
         recipients.push_back(kx::String::fromUTF8(expected.back()));
     }
     const CSMTPServer server;
-    send(*clientOf(server.getPort()), text, recipients);
+    send(*clientOf(server.getPort()), live::shortMessage, recipients);
     EXPECT_EQ(server.messages().at(0).recipients, expected);
 }
 
@@ -297,7 +295,7 @@ TEST(SMTPTest, sendsBeforeBetweenAndAfterConnectionTests)
     client->testConnection();
     client->testConnection();
     send(*client);
-    EXPECT_EQ(server.waitForMessages(2), (std::vector<std::string>{text, text}));
+    EXPECT_EQ(server.waitForMessages(2), (std::vector<std::string>{live::shortMessage, live::shortMessage}));
 }
 
 // Failures, and the send after them.
@@ -316,7 +314,7 @@ protected:
         ASSERT_EQ(messages.size(), 1u);
         EXPECT_EQ(messages[0].from, "from@a.example");
         EXPECT_EQ(messages[0].recipients, std::vector<std::string>{"to@b.example"});
-        EXPECT_EQ(messages[0].body, text);
+        EXPECT_EQ(messages[0].body, live::shortMessage);
     }
 
     const CSMTPServer m_server{
@@ -400,7 +398,7 @@ TEST(SMTPTest, failsWithoutRecipientsAtATransferAgent)
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getMessage(), "Failed sending data to the peer: the message has no recipients and was not sent");
     send(*client);
-    EXPECT_EQ(server.waitForMessages(1), std::vector<std::string>{text});
+    EXPECT_EQ(server.waitForMessages(1), std::vector<std::string>{live::shortMessage});
 }
 
 TEST(SMTPTest, libcurlAloneIsContentWithoutRecipients)
@@ -408,7 +406,7 @@ TEST(SMTPTest, libcurlAloneIsContentWithoutRecipients)
     const CEximServer server;
     const auto request = kx::newObj<norla::CNetRequest>();
     CSMTPClient::makeSendMailRequest(*request, paramsFor(server.getPort()), "from@a.example", {},
-        kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+        kx::newObj<kx::CBufferStream>(bufferOf(live::shortMessage)).get());
     EXPECT_EQ(curl_easy_perform(request->getEasyHandle()), CURLE_OK);
     EXPECT_TRUE(live::bodyOf(*request).starts_with("214")) << live::bodyOf(*request);
     request->setAsyncInfo(true, CURLE_OK); // as a manager does at the end
@@ -448,7 +446,7 @@ TEST(SMTPTest, theErrorHasTheServersLastReply)
 {
     const CEximServer server;
     const auto client = clientOf(server.getPort());
-    const auto error = errorOf([&client] { send(*client, text, {"reject@b.example"}); });
+    const auto error = errorOf([&client] { send(*client, live::shortMessage, {"reject@b.example"}); });
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getProps().get("responseCode"), "550");
     EXPECT_EQ(error->getProps().get("responseCodeDomain"), "smtp");

@@ -6,6 +6,7 @@
 #include "tests/support/CSSHServer.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/pathOf.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,14 +21,10 @@ using norla::CSSHHostKey;
 using norla::CSSHOptions;
 using norla::SSHHostAnswer;
 using norla::UnknownSSHHost;
+using support::pathOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
-
-CSSHOptions::Path pathOf(const std::filesystem::path& file)
-{
-    return CSSHOptions::Path::fromBytes(file.string());
-}
 
 /// An agent of OpenSSH that holds nothing at first, for this process.
 class CAgent {

@@ -8,6 +8,7 @@
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/pathOf.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,12 +21,8 @@ namespace {
 using live::failureOf;
 using live::messageOf;
 using norla::CNetRequest;
+using support::pathOf;
 using testing::HasSubstr;
-
-CNetRequest::Path pathOf(const std::filesystem::path& file)
-{
-    return CNetRequest::Path::fromBytes(file.string());
-}
 
 kx::P<kx::CError> failureInTheBackground(CNetRequest& request)
 {

@@ -17,15 +17,13 @@ namespace {
 using norla::CSMTPParams;
 using testing::ElementsAre;
 
-constexpr const char* text = "Subject: 1\r\n\r\ntext\r\n";
-
 TEST(TLSDemandTest, oneRequestSendsWhatMustBeEncryptedOverAnEncryptedConnection)
 {
     const support::CSMTPServer server({.security = support::CSMTPServer::Security::StartTLS});
     const auto request = kx::newObj<norla::CNetRequest>();
     for (const auto type :
         {CSMTPParams::ConnectUnencrypted, CSMTPParams::ConnectStartTLS, CSMTPParams::ConnectUnencrypted}) {
-        live::prepareMail(*request, server.getPort(), type, text);
+        live::prepareMail(*request, server.getPort(), type, live::shortMessage);
         request->perform();
     }
     const auto messages = server.messages();
@@ -33,7 +31,7 @@ TEST(TLSDemandTest, oneRequestSendsWhatMustBeEncryptedOverAnEncryptedConnection)
     EXPECT_FALSE(messages[0].isSecure);
     EXPECT_TRUE(messages[1].isSecure);
     for (const auto& message : messages)
-        EXPECT_EQ(message.body, text);
+        EXPECT_EQ(message.body, live::shortMessage);
 }
 
 TEST(TLSDemandTest, oneThreadSendsWhatMustBeEncryptedOverAnEncryptedConnection)
@@ -43,12 +41,12 @@ TEST(TLSDemandTest, oneThreadSendsWhatMustBeEncryptedOverAnEncryptedConnection)
     thread->start();
     for (const auto type : {CSMTPParams::ConnectUnencrypted, CSMTPParams::ConnectStartTLS}) {
         const auto request = kx::newObj<norla::CNetRequest>();
-        live::prepareMail(*request, server.getPort(), type, text);
+        live::prepareMail(*request, server.getPort(), type, live::shortMessage);
         thread->addRequest(request.get());
         ASSERT_TRUE(request->waitAsyncDone(60'000));
         request->checkAsyncResult();
     }
-    EXPECT_THAT(server.waitForMessages(2), ElementsAre(text, text));
+    EXPECT_THAT(server.waitForMessages(2), ElementsAre(live::shortMessage, live::shortMessage));
     const std::string log = server.log();
     EXPECT_NE(log.find(" P=esmtp "), std::string::npos) << log;
     EXPECT_NE(log.find(" P=esmtps X=TLS"), std::string::npos) << log;

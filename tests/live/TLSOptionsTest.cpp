@@ -8,6 +8,7 @@
 #include "tests/support/CSMTPServer.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/pathOf.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,14 +19,10 @@ using live::failureOf;
 using live::messageOf;
 using norla::CTLSOptions;
 using support::CTestCertificates;
+using support::pathOf;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-
-CTLSOptions::Path pathOf(const std::filesystem::path& file)
-{
-    return CTLSOptions::Path::fromBytes(file.string());
-}
 
 /// The pin of a certificate's key, as the openssl program makes it.
 std::string pinOf(const std::filesystem::path& certificate)
@@ -105,7 +102,7 @@ TEST_F(TLSOptionsTest, believeNobodyElse)
     EXPECT_EQ(error->getCode(), CURLE_PEER_FAILED_VERIFICATION);
     EXPECT_THAT(error->getMessage().toUTF8(),
         HasSubstr("unable to get local issuer certificate; the certificate is that "
-                  "of \"CN = localhost\" (DNS:localhost, IP Address:127.0.0.1), "
+                  "of \"CN = localhost\" (DNS:localhost, DNS:*.s3.localhost, IP Address:127.0.0.1), "
                   "issued by \"CN = test authority\", valid from "));
 }
 

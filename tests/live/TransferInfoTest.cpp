@@ -2,6 +2,7 @@
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "norla/core/CTransferInfo.h"
 #include "tests/live/FTPSession.h"
+#include "tests/live/liveRequest.h"
 #include "tests/live/mail.h"
 #include "tests/support/CEximServer.h"
 #include "tests/support/CNginxServer.h"
@@ -20,12 +21,6 @@ namespace {
 
 using norla::CTransferInfo;
 
-void trustTestCertificates(norla::CNetRequest& request)
-{
-    request.setRootCertBundlePath(
-        norla::CNetRequest::Path::fromBytes(support::CTestCertificates::get().caFile().native()));
-}
-
 /// That each moment is not before the one that must come first.
 void expectOrder(const CTransferInfo::CTimes& times)
 {
@@ -41,7 +36,7 @@ TEST(TransferInfoTest, http2OverTLS)
 {
     const support::CNginxServer server;
     const auto request = live::requestFor(server.httpsURL("/digits.txt"));
-    trustTestCertificates(*request);
+    live::trustTestCertificates(*request);
     request->perform();
     const CTransferInfo info = request->getTransferInfo();
     EXPECT_EQ(info.protocol, "h2");
@@ -66,7 +61,7 @@ TEST(TransferInfoTest, allCertificatesThatTheServerSends)
         .readHead()
         .send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     const auto request = live::requestFor(server.url("/", "https"));
-    trustTestCertificates(*request);
+    live::trustTestCertificates(*request);
     request->perform();
     ASSERT_TRUE(request->getTransferInfo().tls);
     EXPECT_EQ(request->getTransferInfo().tls->subjects, (kx::TArray<kx::String>{"CN=localhost", "CN=test authority"}));
@@ -85,7 +80,7 @@ TEST(TransferInfoTest, resumedTLSSessionNamesTheServer)
 {
     const support::CNginxServer server;
     const auto request = live::requestFor(server.httpsURL("/digits.txt"));
-    trustTestCertificates(*request);
+    live::trustTestCertificates(*request);
     request->perform();
     request->setOptionInt(CURLOPT_FRESH_CONNECT, 1);
     request->perform();
@@ -127,7 +122,7 @@ TEST_P(TransferInfoFTPTest, connectionForDataIsNotCountedIn)
 {
     const auto server = live::makeLenient<support::CProFTPDServer>(GetParam());
     const auto request = live::requestFor(server->url("/digits.txt"));
-    trustTestCertificates(*request);
+    live::trustTestCertificates(*request);
     request->setUserName(kx::String::fromUTF8(server->userName()));
     request->setUserPassword(kx::String::fromUTF8(server->password()));
     const bool isSecure = GetParam() != live::Security::None;

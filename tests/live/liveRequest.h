@@ -3,6 +3,8 @@
 #include "kx/streams/CBufferStream.h"
 #include "norla/core/CCURLError.h"
 #include "norla/core/CNetRequest.h"
+#include "tests/support/CTestCertificates.h"
+#include "tests/support/pathOf.h"
 
 #include <string>
 
@@ -14,6 +16,11 @@ inline kx::P<norla::CNetRequest> requestFor(const std::string& url)
     request->setURL(kx::String::fromUTF8(url));
     request->setFullRequestTimeout(kx::CTimeSpan::fromSeconds(60));
     return request;
+}
+
+inline void trustTestCertificates(norla::CNetRequest& request)
+{
+    request.setRootCertBundlePath(support::pathOf(support::CTestCertificates::get().caFile()));
 }
 
 inline std::string bodyOf(const norla::CNetRequest& request)

@@ -23,6 +23,8 @@ inline void prepareMail(
         request, params, "from@a.example", {"to@b.example"}, kx::newObj<kx::CBufferStream>(buffer).get());
 }
 
+inline constexpr const char* shortMessage = "Subject: 1\r\n\r\ntext\r\n";
+
 /// What a server may take for the end of a message ...
 inline const std::vector<std::string> falseMessageEnds = {"\n.\n", "\n.\r\n", "\r.\r", "\r\n.\n", "\r\n.\r", "\n.\r"};
 

@@ -5,21 +5,23 @@
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/files.h"
+#include "tests/support/pathOf.h"
 
 #include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <string>
+#include <thread>
 
 namespace {
 
 using Path = kx::TPathImpl<kx::CUnixPathTraits>;
 using support::CTestCertificates;
+using support::pathOf;
 
 const kx::String password = "open sesame";
 const kx::String fine = "(no error)";
-
-Path pathOf(const std::filesystem::path& file)
-{
-    return Path::fromBytes(file.string());
-}
 
 /// The message without the file's name before it.
 template <typename TAction>
@@ -72,6 +74,32 @@ protected:
 TEST_F(CertificateFilesTest, takeRootCertificates)
 {
     EXPECT_EQ(rootsProblem(m_certificates.caFile()), fine);
+}
+
+/// What this process has read so far, in bytes.
+long long bytesRead()
+{
+    std::ifstream counters("/proc/self/io");
+    std::string name;
+    long long count = 0;
+    counters >> name >> count; // "rchar:" is the first line
+    return count;
+}
+
+TEST_F(CertificateFilesTest, readRootsOnceWhileTheirFileStaysTheSame)
+{
+    constexpr int manyTimes = 1000;
+    std::string roots;
+    for (int count = 0; count < manyTimes; ++count)
+        roots += support::readFile(m_certificates.caFile());
+    const std::string file = m_folder.write("roots", roots);
+    std::this_thread::sleep_for(std::chrono::seconds(4)); // a younger one is read each time
+    EXPECT_EQ(rootsProblem(file), fine);
+    const long long before = bytesRead();
+    EXPECT_EQ(rootsProblem(file), fine);
+    EXPECT_LT(bytesRead() - before, static_cast<long long>(roots.size()));
+    m_folder.write("roots", "");
+    EXPECT_EQ(rootsProblem(file), "used: it holds no certificate in PEM.");
 }
 
 TEST_F(CertificateFilesTest, refuseRootsThatAreNotThere)

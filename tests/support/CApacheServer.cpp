@@ -3,6 +3,7 @@
 #include "tests/support/CRawClient.h"
 #include "tests/support/configuration.h"
 #include "tests/support/files.h"
+#include "tests/support/isRoot.h"
 #include "tests/support/loopback.h"
 #include "tests/support/openSSLError.h"
 
@@ -12,19 +13,12 @@
 #include <cstdio>
 #include <map>
 #include <stdexcept>
-#include <unistd.h>
 
 namespace support {
 
 namespace {
 
-const char* const serverUser = "www-data";
-
-/// Apache, started as root, serves as a user without rights.
-bool hasOwnUser()
-{
-    return geteuid() == 0;
-}
+const char* const apacheUser = "www-data";
 
 std::string md5(const std::string& text)
 {
@@ -73,19 +67,19 @@ void CApacheServer::makeFiles() const
     m_folder.write("root/digest/digits.txt", "0123456789");
     m_folder.write("digest-passwords", "user:digest:" + md5("user:digest:secret") + "\n");
     std::filesystem::create_directory(m_folder.path() / "locks");
-    if (!hasOwnUser())
+    if (!isRoot())
         return;
     std::filesystem::permissions(m_folder.path(), std::filesystem::perms{0755});
-    giveToUser(root(), serverUser);
-    giveToUser(m_folder.path() / "locks", serverUser);
+    giveToUser(root(), apacheUser);
+    giveToUser(m_folder.path() / "locks", apacheUser);
 }
 
 std::unique_ptr<CServerProcess> CApacheServer::start()
 {
     makeFiles();
-    const std::string user = std::string("User ") + serverUser + "\nGroup " + serverUser;
+    const std::string user = std::string("User ") + apacheUser + "\nGroup " + apacheUser;
     const auto settingsFor = [&](unsigned short port) {
-        const std::map<std::string, std::string> values{{"USER", hasOwnUser() ? user : ""}, {"FOLDER", m_folder.path()},
+        const std::map<std::string, std::string> values{{"USER", isRoot() ? user : ""}, {"FOLDER", m_folder.path()},
             {"MODULES", "/usr/lib/apache2/modules"}, {"PORT", std::to_string(port)}};
         const std::filesystem::path configuration
             = m_folder.write("apache.conf", expandConfiguration("apache.conf", values));

@@ -38,10 +38,10 @@ public:
     /// Kills all the daemons.
     ~CCephServer();
 
-    /// @return "127.0.0.1:port" for HTTP
+    /// @return "127.0.0.1:port" for HTTP; a bucket may stand in front of "s3.localhost:port"
     std::string host() const;
 
-    /// @return "127.0.0.1:port" for HTTPS with the server certificate of CTestCertificates
+    /// @return "127.0.0.1:port" for HTTPS with the server certificate of CTestCertificates, also with a bucket
     std::string tlsHost() const;
 
     unsigned short getPort() const;

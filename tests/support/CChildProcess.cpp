@@ -80,9 +80,11 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts)
     return pointers;
 }
 
-/// Everything that the new process needs between fork() and exec(), where it may not allocate.
+enum class Lifetime { EndsWithUs, OutlivesUs };
+
+/// Everything that the new process needs between vfork() and exec(), where it may not allocate.
 struct CPreparation {
-    explicit CPreparation(const CChildProcess::CSettings& settings)
+    CPreparation(const CChildProcess::CSettings& settings, Lifetime itsLifetime)
         : file(existingProgram(settings))
         , argumentTexts(settings.arguments)
         , environmentTexts(wholeEnvironment(settings.environment))
@@ -91,6 +93,7 @@ struct CPreparation {
         , inherited(settings.inheritedDescriptors)
         , streams{settings.input, settings.output, settings.errors}
         , parent(getpid())
+        , lifetime(itsLifetime)
     {
     }
 
@@ -102,6 +105,7 @@ struct CPreparation {
     std::vector<int> inherited;
     std::array<int, 3> streams;
     pid_t parent;
+    Lifetime lifetime;
 };
 
 [[noreturn]] void failInChild(const char* what)
@@ -124,16 +128,26 @@ void openStreams(const CPreparation& preparation)
     }
 }
 
+/// The program ends with us; its keeper sees our end, and is stopped by SIGKILL alone.
+void endOnlyAsItMust(const CPreparation& preparation)
+{
+    sigset_t blocked;
+    if (preparation.lifetime == Lifetime::OutlivesUs) {
+        sigfillset(&blocked);
+    } else {
+        sigemptyset(&blocked);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != preparation.parent)
+            _exit(127); // it died before prctl()
+    }
+    sigprocmask(SIG_SETMASK, &blocked, nullptr);
+    signal(SIGPIPE, SIG_DFL);
+}
+
 [[noreturn]] void becomeProgram(const CPreparation& preparation)
 {
     setpgid(0, 0);
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != preparation.parent)
-        _exit(127); // it died before prctl()
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    signal(SIGPIPE, SIG_DFL);
+    endOnlyAsItMust(preparation);
     openStreams(preparation);
     close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
     for (const int descriptor : preparation.inherited) {
@@ -144,30 +158,14 @@ void openStreams(const CPreparation& preparation)
     failInChild(preparation.file.c_str());
 }
 
+/// Not fork(): under a sanitizer a process has much memory to copy, and to copy once more when it is written to.
 pid_t start(const CPreparation& preparation)
 {
-    const pid_t pid = checked(fork(), "fork");
+    const pid_t pid = checked(vfork(), "vfork");
     if (pid == 0)
         becomeProgram(preparation);
-    setpgid(pid, pid); // whoever of the two comes first
+    setpgid(pid, pid); // ThreadSanitizer makes it a fork(): whoever of the two comes first
     return pid;
-}
-
-/// Holds nothing but its end of the pipe, which comes to its end when the other process ends.
-[[noreturn]] void keepGroup(pid_t group, unsigned lifelineEnd)
-{
-    setpgid(0, 0);
-    sigset_t all;
-    sigfillset(&all);
-    sigprocmask(SIG_SETMASK, &all, nullptr);
-    close_range(lifelineEnd + 1, ~0U, 0);
-    if (lifelineEnd > 0)
-        close_range(0, lifelineEnd - 1, 0);
-    char byte = 0;
-    while (read(static_cast<int>(lifelineEnd), &byte, 1) == -1 && errno == EINTR)
-        continue;
-    ::kill(-group, SIGKILL);
-    _exit(0);
 }
 
 /// A process that kills the group when ours ends: PR_SET_PDEATHSIG reaches the program alone, not what it has started.
@@ -177,10 +175,9 @@ std::pair<pid_t, CDescriptor> startKeeper(pid_t group)
     checked(pipe2(ends.data(), O_CLOEXEC), "pipe2");
     const CDescriptor theirEnd(ends[0]);
     CDescriptor ourEnd(ends[1]);
-    const pid_t pid = checked(fork(), "fork");
-    if (pid == 0)
-        keepGroup(group, static_cast<unsigned>(ends[0]));
-    return {pid, std::move(ourEnd)};
+    const std::string waitAndKill = "read -r end; kill -s KILL -- -" + std::to_string(group);
+    const CPreparation keeper({.arguments = {"/bin/sh", "-c", waitAndKill}, .input = ends[0]}, Lifetime::OutlivesUs);
+    return {start(keeper), std::move(ourEnd)};
 }
 
 /// The header of glibc 2.36's own pidfd_open() does not link in C++.
@@ -206,7 +203,7 @@ int reapChild(pid_t pid)
 } // namespace
 
 CChildProcess::CChildProcess(const CSettings& settings)
-    : m_pid(start(CPreparation(settings)))
+    : m_pid(start(CPreparation(settings, Lifetime::EndsWithUs)))
     , m_processDescriptor(openProcess(m_pid))
 {
     auto [keeper, lifeline] = startKeeper(m_pid);

@@ -3,6 +3,7 @@
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/configuration.h"
 #include "tests/support/files.h"
+#include "tests/support/isRoot.h"
 #include "tests/support/loopback.h"
 
 #include <algorithm>
@@ -17,12 +18,7 @@ namespace support {
 namespace {
 
 /// Exim, started as root, serves as its own user; nobody else may let it change users.
-const char* const serverUser = "Debian-exim";
-
-bool hasOwnUser()
-{
-    return geteuid() == 0;
-}
+const char* const eximUser = "Debian-exim";
 
 /// @return the ids of the accepted messages in order of arrival: "DATE TIME ID <= SENDER ..."
 std::vector<std::string> acceptedIds(const std::string& log)
@@ -113,8 +109,8 @@ void CEximServer::makeFiles() const
     for (const char* folder : {"mail/cur", "mail/new", "mail/tmp"})
         create_directories(m_folder.path() / folder);
     m_folder.write("main.log", "");
-    if (hasOwnUser())
-        giveToUser(m_folder.path(), serverUser);
+    if (isRoot())
+        giveToUser(m_folder.path(), eximUser);
 }
 
 /// It stays with the user who runs the test: Exim refuses a configuration that others may write.
@@ -122,8 +118,8 @@ std::filesystem::path CEximServer::writeConfiguration(Authentication authenticat
 {
     const bool demanded = authentication == Authentication::Demanded;
     const std::map<std::string, std::string> values{
-        {"USER", hasOwnUser() ? serverUser : std::to_string(geteuid())},
-        {"GROUP", hasOwnUser() ? serverUser : std::to_string(getegid())},
+        {"USER", isRoot() ? eximUser : std::to_string(geteuid())},
+        {"GROUP", isRoot() ? eximUser : std::to_string(getegid())},
         {"FOLDER", m_folder.path()},
         {"PORT", std::to_string(m_port)},
         {"TLS_PORT", std::to_string(m_tlsPort)},

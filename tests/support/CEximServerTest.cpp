@@ -17,10 +17,10 @@ using testing::IsEmpty;
 
 namespace {
 
-const char* const text = "Subject: 1\r\nX-Folded:  two \r\n\tlines\r\n\r\n.dot\r\n\xff\r\n";
+const char* const foldedMessage = "Subject: 1\r\nX-Folded:  two \r\n\tlines\r\n\r\n.dot\r\n\xff\r\n";
 
-CProcessRun sendMail(const std::string& url, std::vector<std::string> options, const std::string& message = text,
-    const std::string& recipient = "to@test.example")
+CProcessRun sendMail(const std::string& url, std::vector<std::string> options,
+    const std::string& message = foldedMessage, const std::string& recipient = "to@test.example")
 {
     const std::string authority = support::CTestCertificates::get().caFile();
     options.insert(options.end(),
@@ -35,23 +35,24 @@ TEST(CEximServerTest, storesMessagesByteForByteInOrder)
     EXPECT_EQ(sendMail(server.url(), {}).exitStatus(), 0);
     EXPECT_EQ(sendMail(server.url(), {}, "Subject: 2\r\n\r\n..\r\n").exitStatus(), 0);
     EXPECT_EQ(sendMail(server.url(), {}, "Subject: 3\r\n\r\n\r\n").exitStatus(), 0);
-    EXPECT_THAT(server.waitForMessages(3), ElementsAre(text, "Subject: 2\r\n\r\n..\r\n", "Subject: 3\r\n\r\n\r\n"));
+    EXPECT_THAT(
+        server.waitForMessages(3), ElementsAre(foldedMessage, "Subject: 2\r\n\r\n..\r\n", "Subject: 3\r\n\r\n\r\n"));
 }
 
 TEST(CEximServerTest, storesACopyForEachRecipientAndLogsTheEnvelope)
 {
     const CEximServer server;
     EXPECT_EQ(sendMail(server.url(), {"--mail-rcpt", "other@elsewhere.example"}).exitStatus(), 0);
-    EXPECT_THAT(server.waitForMessages(2), ElementsAre(text, text));
+    EXPECT_THAT(server.waitForMessages(2), ElementsAre(foldedMessage, foldedMessage));
     EXPECT_THAT(server.log(), HasSubstr(" from <from@test.example> for other@elsewhere.example to@test.example\n"));
 }
 
 TEST(CEximServerTest, refusesSomeRecipients)
 {
     const CEximServer server;
-    const CProcessRun rejected = sendMail(server.url(), {}, text, "reject@test.example");
+    const CProcessRun rejected = sendMail(server.url(), {}, foldedMessage, "reject@test.example");
     EXPECT_THAT(rejected.errors(), HasSubstr("RCPT failed: 550"));
-    const CProcessRun deferred = sendMail(server.url(), {}, text, "tempfail@test.example");
+    const CProcessRun deferred = sendMail(server.url(), {}, foldedMessage, "tempfail@test.example");
     EXPECT_THAT(deferred.errors(), HasSubstr("RCPT failed: 451"));
     server.waitUntilLogged("rejected RCPT <reject@test.example>: 550 5.1.1 No such recipient");
     server.waitUntilLogged("temporarily rejected RCPT <tempfail@test.example>: 451 4.3.0 Try again later");
@@ -62,7 +63,7 @@ TEST(CEximServerTest, offersStartTLS)
     const CEximServer server;
     const CProcessRun run = sendMail(server.url(), {"--ssl-reqd"});
     EXPECT_EQ(run.exitStatus(), 0) << run.errors();
-    EXPECT_THAT(server.waitForMessages(1), ElementsAre(text));
+    EXPECT_THAT(server.waitForMessages(1), ElementsAre(foldedMessage));
     EXPECT_THAT(server.log(), HasSubstr(" P=esmtps X=TLS1.3:"));
 }
 
@@ -71,7 +72,7 @@ TEST(CEximServerTest, hasAPortForImplicitTLS)
     const CEximServer server;
     const CProcessRun run = sendMail(server.tlsURL(), {});
     EXPECT_EQ(run.exitStatus(), 0) << run.errors();
-    EXPECT_THAT(server.waitForMessages(1), ElementsAre(text));
+    EXPECT_THAT(server.waitForMessages(1), ElementsAre(foldedMessage));
     EXPECT_THAT(server.log(), HasSubstr(" P=esmtps X=TLS1.3:"));
 }
 
@@ -80,7 +81,7 @@ TEST(CEximServerTest, demandsALoginIfToldTo)
     const CEximServer server(CEximServer::Authentication::Demanded);
     EXPECT_THAT(sendMail(server.url(), {}).errors(), HasSubstr("MAIL failed: 530"));
     EXPECT_EQ(sendMail(server.url(), {"-u", "user:secret"}).exitStatus(), 0);
-    EXPECT_THAT(server.waitForMessages(1), ElementsAre(text));
+    EXPECT_THAT(server.waitForMessages(1), ElementsAre(foldedMessage));
 }
 
 struct CMechanism {
@@ -142,7 +143,7 @@ TEST(CEximServerTest, runsBesideAnother)
     const CEximServer server;
     const CEximServer other;
     EXPECT_EQ(sendMail(other.url(), {}).exitStatus(), 0);
-    EXPECT_THAT(other.waitForMessages(1), ElementsAre(text));
+    EXPECT_THAT(other.waitForMessages(1), ElementsAre(foldedMessage));
     EXPECT_THAT(server.waitForMessages(0), IsEmpty());
 }
 

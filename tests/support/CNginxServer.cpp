@@ -48,6 +48,11 @@ std::string CNginxServer::oldTLSURL(std::string_view path) const
     return loopbackURL("https", m_ports[OldTLS], path);
 }
 
+std::string CNginxServer::impatientURL(std::string_view path) const
+{
+    return loopbackURL("https", m_ports[Impatient], path);
+}
+
 unsigned short CNginxServer::getPort() const
 {
     return m_ports[Plain];
@@ -109,6 +114,7 @@ void CNginxServer::writeConfiguration() const
         {"EXPIRED_PORT", std::to_string(m_ports[Expired])},
         {"MUTUAL_PORT", std::to_string(m_ports[Mutual])},
         {"OLD_TLS_PORT", std::to_string(m_ports[OldTLS])},
+        {"IMPATIENT_PORT", std::to_string(m_ports[Impatient])},
         {"CA_CERTIFICATE", certificates.caFile()},
         {"SERVER_CERTIFICATE", certificates.serverCertificate()},
         {"SERVER_KEY", certificates.serverKey()},

@@ -63,6 +63,9 @@ public:
     /// As httpsURL(), with nothing newer than TLS 1.1.
     std::string oldTLSURL(std::string_view path = "/") const;
 
+    /// As httpsURL(), at a server that closes each connection behind its seventh request.
+    std::string impatientURL(std::string_view path = "/") const;
+
     unsigned short getPort() const;
     unsigned short getHTTPSPort() const;
 
@@ -83,7 +86,7 @@ public:
     std::string lastAccess() const;
 
 private:
-    enum Listener { Plain, Secure, WrongHost, Expired, Mutual, OldTLS, ListenerCount };
+    enum Listener { Plain, Secure, WrongHost, Expired, Mutual, OldTLS, Impatient, ListenerCount };
 
     void writeFiles() const;
     void writeConfiguration() const;

@@ -16,10 +16,10 @@ namespace support {
 
 namespace {
 
-const char* const package = "postfix";
+const char* const postfixPackage = "postfix";
 
 /// Postfix serves as a user of its own, who may not be root. Debian has this one on every machine.
-const char* const serverUser = "daemon";
+const char* const postfixUser = "daemon";
 
 /// Postfix is started by root only: whoever else runs the test does it in a user namespace, where there is no other
 /// user.
@@ -28,17 +28,17 @@ bool isInNamespace()
     return geteuid() != 0;
 }
 
-std::string serverUserId()
+std::string postfixUserId()
 {
-    const passwd* const user = getpwnam(serverUser);
+    const passwd* const user = getpwnam(postfixUser);
     if (!user)
-        throw std::runtime_error(std::string("there is no user ") + serverUser);
+        throw std::runtime_error(std::string("there is no user ") + postfixUser);
     return std::to_string(user->pw_uid);
 }
 
 std::filesystem::path masterProgram()
 {
-    return packageFile(package, "usr/lib/postfix/sbin/master");
+    return packageFile(postfixPackage, "usr/lib/postfix/sbin/master");
 }
 
 /// What all programs of the server need in their environment, also those that the first one starts.
@@ -133,11 +133,11 @@ void CPostfixServer::configure() const
     const std::filesystem::path daemons = masterProgram().parent_path();
     const std::map<std::string, std::string> values{
         {"FOLDER", m_folder.path()},
-        {"COMMANDS", packageFile(package, "usr/sbin/postfix").parent_path()},
+        {"COMMANDS", packageFile(postfixPackage, "usr/sbin/postfix").parent_path()},
         {"DAEMONS", daemons},
         {"LIBRARIES", daemons.parent_path()},
-        {"USER", serverUser},
-        {"USER_ID", serverUserId()},
+        {"USER", postfixUser},
+        {"USER_ID", postfixUserId()},
         {"ENVIRONMENT", inBraces(environment())},
         {"PORT", std::to_string(m_port)},
     };
@@ -154,9 +154,9 @@ std::unique_ptr<CServerProcess> CPostfixServer::start()
     makeFiles();
     configure();
     if (!isInNamespace())
-        giveToUser(m_folder.path(), serverUser);
+        giveToUser(m_folder.path(), postfixUser);
     auto server = std::make_unique<CServerProcess>(CServerProcess::CSettings{
-        .arguments = command(m_folder.path()), .package = package, .logFile = m_folder.path() / "mail.log"});
+        .arguments = command(m_folder.path()), .package = postfixPackage, .logFile = m_folder.path() / "mail.log"});
     server->waitUntilLogged("daemon started");
     return server;
 }

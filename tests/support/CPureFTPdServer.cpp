@@ -11,7 +11,7 @@ namespace support {
 
 namespace {
 
-const char* const package = "pure-ftpd";
+const char* const pureFTPdPackage = "pure-ftpd";
 
 /// It never lets root in, so that root needs another user: "nobody" and "nogroup".
 const char* const nobody = "65534";
@@ -53,7 +53,7 @@ CPureFTPdServer::CPureFTPdServer(const CSettings& settings)
     if (!isInNamespace())
         openToNobody();
     makeUser(settings.loginFolder);
-    start({packageFile(package, "usr/sbin/pure-ftpd"),
+    start({packageFile(pureFTPdPackage, "usr/sbin/pure-ftpd"),
               configure("pure-ftpd.conf", {{"TLS", tlsLevel(settings.security)}})},
         namespaceUser);
 }
@@ -70,7 +70,8 @@ void CPureFTPdServer::makeUser(const std::string& loginFolder) const
     const std::string number = isInNamespace() ? namespaceUser : nobody;
     const std::string users
         = configure("pure-ftpd.passwd", {{"UID", number}, {"GID", number}, {"LOGIN_FOLDER", loginFolder}});
-    run({packageFile(package, "usr/bin/pure-pw"), "mkdb", folder().path() / "pure-ftpd.pdb", "-f", users}, package);
+    run({packageFile(pureFTPdPackage, "usr/bin/pure-pw"), "mkdb", folder().path() / "pure-ftpd.pdb", "-f", users},
+        pureFTPdPackage);
 }
 
 } // namespace support

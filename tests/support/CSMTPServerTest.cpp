@@ -24,7 +24,7 @@ using testing::StartsWith;
 
 namespace {
 
-const char* const text = "Subject: 1\r\n\r\ntext\r\n";
+const char* const shortMessage = "Subject: 1\r\n\r\ntext\r\n";
 
 CProcessRun sendMail(const CSMTPServer& server, const std::vector<std::string>& recipients, const std::string& message,
     const std::vector<std::string>& options = {})
@@ -96,9 +96,9 @@ TEST(CSMTPServerTest, keepsMessagesInOrder)
 TEST(CSMTPServerTest, keepsMessagesInItsFolder)
 {
     const CSMTPServer server;
-    EXPECT_EQ(sendMail(server, {"to@test.example"}, text).exitStatus(), 0);
+    EXPECT_EQ(sendMail(server, {"to@test.example"}, shortMessage).exitStatus(), 0);
     EXPECT_EQ(sendMail(server, {"to@test.example"}, "2\r\n").exitStatus(), 0);
-    EXPECT_EQ(support::readFile(server.messageFolder() / "000000.body"), text);
+    EXPECT_EQ(support::readFile(server.messageFolder() / "000000.body"), shortMessage);
     EXPECT_EQ(support::readFile(server.messageFolder() / "000001.body"), "2\r\n");
 }
 
@@ -133,8 +133,8 @@ TEST(CSMTPServerTest, answersHelp)
 TEST(CSMTPServerTest, offersStartTLS)
 {
     const CSMTPServer server({.security = CSMTPServer::Security::StartTLS});
-    EXPECT_EQ(sendMail(server, {"a@test.example"}, text, {"--ssl-reqd"}).exitStatus(), 0);
-    EXPECT_EQ(sendMail(server, {"b@test.example"}, text).exitStatus(), 0);
+    EXPECT_EQ(sendMail(server, {"a@test.example"}, shortMessage, {"--ssl-reqd"}).exitStatus(), 0);
+    EXPECT_EQ(sendMail(server, {"b@test.example"}, shortMessage).exitStatus(), 0);
     const std::vector<CSMTPServer::CMessage> messages = server.messages();
     ASSERT_THAT(messages, SizeIs(2));
     EXPECT_TRUE(messages[0].isSecure);
@@ -144,14 +144,14 @@ TEST(CSMTPServerTest, offersStartTLS)
 TEST(CSMTPServerTest, offersNoTLSUnlessToldTo)
 {
     const CSMTPServer server;
-    EXPECT_EQ(sendMail(server, {"to@test.example"}, text, {"--ssl-reqd"}).exitStatus(), 64);
+    EXPECT_EQ(sendMail(server, {"to@test.example"}, shortMessage, {"--ssl-reqd"}).exitStatus(), 64);
 }
 
 TEST(CSMTPServerTest, acceptsImplicitTLS)
 {
     const CSMTPServer server({.security = CSMTPServer::Security::Implicit});
     EXPECT_THAT(server.url(), StartsWith("smtps://"));
-    const CProcessRun run = sendMail(server, {"to@test.example"}, text);
+    const CProcessRun run = sendMail(server, {"to@test.example"}, shortMessage);
     EXPECT_EQ(run.exitStatus(), 0) << run.errors();
     EXPECT_TRUE(server.messages().at(0).isSecure);
 }
@@ -159,7 +159,7 @@ TEST(CSMTPServerTest, acceptsImplicitTLS)
 TEST(CSMTPServerTest, offersNoStartTLSInsideTLS)
 {
     const CSMTPServer server({.security = CSMTPServer::Security::Implicit});
-    EXPECT_THAT(sendMail(server, {"to@test.example"}, text, {"-v"}).errors(),
+    EXPECT_THAT(sendMail(server, {"to@test.example"}, shortMessage, {"-v"}).errors(),
         AllOf(HasSubstr("\n< 250-SIZE "), Not(HasSubstr("STARTTLS"))));
 }
 
@@ -168,7 +168,7 @@ TEST(CSMTPServerTest, offersALogin)
     const CSMTPServer server({.authentication = CSMTPServer::Authentication::Offered});
     const auto sendAs = [&server](const char* mechanism, const char* login) {
         const std::vector<std::string> options{"--login-options", mechanism, "-u", login};
-        return sendMail(server, {"to@test.example"}, text, options).exitStatus();
+        return sendMail(server, {"to@test.example"}, shortMessage, options).exitStatus();
     };
     for (const char* mechanism : {"AUTH=PLAIN", "AUTH=LOGIN"}) {
         EXPECT_EQ(sendAs(mechanism, "user:secret"), 0) << mechanism;
@@ -181,21 +181,22 @@ TEST(CSMTPServerTest, offersALogin)
 TEST(CSMTPServerTest, demandsNoLoginIfItOnlyOffersOne)
 {
     const CSMTPServer server({.authentication = CSMTPServer::Authentication::Offered});
-    EXPECT_EQ(sendMail(server, {"to@test.example"}, text).exitStatus(), 0);
+    EXPECT_EQ(sendMail(server, {"to@test.example"}, shortMessage).exitStatus(), 0);
     EXPECT_EQ(server.messages().at(0).user, "");
 }
 
 TEST(CSMTPServerTest, demandsALoginIfToldTo)
 {
     const CSMTPServer server({.authentication = CSMTPServer::Authentication::Demanded});
-    EXPECT_THAT(sendMail(server, {"to@test.example"}, text).errors(), HasSubstr("MAIL failed: 530"));
-    EXPECT_EQ(sendMail(server, {"to@test.example"}, text, {"-u", "user:secret"}).exitStatus(), 0);
+    EXPECT_THAT(sendMail(server, {"to@test.example"}, shortMessage).errors(), HasSubstr("MAIL failed: 530"));
+    EXPECT_EQ(sendMail(server, {"to@test.example"}, shortMessage, {"-u", "user:secret"}).exitStatus(), 0);
 }
 
 TEST(CSMTPServerTest, offersNoLoginUnlessToldTo)
 {
     const CSMTPServer server({.security = CSMTPServer::Security::StartTLS});
-    const CProcessRun run = sendMail(server, {"to@test.example"}, text, {"-v", "-u", "user:secret", "--ssl-reqd"});
+    const CProcessRun run
+        = sendMail(server, {"to@test.example"}, shortMessage, {"-v", "-u", "user:secret", "--ssl-reqd"});
     EXPECT_EQ(run.exitStatus(), 0) << run.errors();
     EXPECT_THAT(run.errors(), Not(HasSubstr("AUTH")));
     EXPECT_EQ(server.messages().at(0).user, "");

@@ -3,6 +3,7 @@
 #include "tests/support/CProcessRun.h"
 #include "tests/support/configuration.h"
 #include "tests/support/files.h"
+#include "tests/support/isRoot.h"
 #include "tests/support/systemError.h"
 
 #include <map>
@@ -14,13 +15,7 @@ namespace support {
 
 namespace {
 
-const char* const serverUser = "proxy";
-
-/// Squid, started as root, serves as a user without rights.
-bool hasOwnUser()
-{
-    return geteuid() == 0;
-}
+const char* const squidUser = "proxy";
 
 /// With the line feed behind it.
 std::string hashOf(const std::string& password)
@@ -57,14 +52,14 @@ void CSquidServer::makeFiles(const CLogin& login) const
 {
     folder().write("passwords", login.user + ":" + hashOf(login.password));
     writeFile(logFile(), "");
-    if (hasOwnUser())
-        giveToUser(folder().path(), serverUser);
+    if (isRoot())
+        giveToUser(folder().path(), squidUser);
 }
 
 std::string CSquidServer::writeConfiguration() const
 {
     const std::map<std::string, std::string> values{
-        {"USER", hasOwnUser() ? std::string("cache_effective_user ") + serverUser : ""},
+        {"USER", isRoot() ? std::string("cache_effective_user ") + squidUser : ""},
         {"FOLDER", folder().path()},
         {"LOG_FILE", logFile()},
         {"PORT", std::to_string(getPort())},

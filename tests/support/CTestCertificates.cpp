@@ -7,7 +7,7 @@ namespace support {
 namespace {
 
 constexpr long day = 24 * 3600;
-const char* const localNames = "DNS:localhost,IP:127.0.0.1";
+const char* const localNames = "DNS:localhost,DNS:*.s3.localhost,IP:127.0.0.1";
 
 } // namespace
 

@@ -3,12 +3,12 @@
 #include "norla/async/CAsyncNetRequestManager.h"
 #include "norla/core/CNetRequest.h"
 #include "tests/support/CScriptedServer.h"
+#include "tests/support/waitUntil.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -130,17 +130,7 @@ protected:
         return "success";
     }
 
-    /// Waits for what another thread does, at most 20 seconds.
-    static bool waitUntil(const std::function<bool()>& condition)
-    {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > limit)
-                return false;
-            std::this_thread::yield();
-        }
-        return true;
-    }
+    static bool waitUntil(const std::function<bool()>& condition) { return support::waitUntil(condition); }
 
 private:
     support::CScriptedServer m_server;

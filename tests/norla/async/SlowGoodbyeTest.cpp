@@ -1,6 +1,6 @@
 // Servers that never answer the goodbye which libcurl says when it closes a connection.
 #include "norla/async/CAsyncNetRequestThread.h"
-#include "tests/norla/async/CAsyncFixture.h"
+#include "tests/norla/async/CSlowGoodbyeFixture.h"
 
 #include <optional>
 
@@ -13,51 +13,14 @@ using std::chrono::steady_clock;
 
 constexpr auto limit = std::chrono::seconds(1);
 
-class SlowGoodbyeTest : public CAsyncFixture {
+class SlowGoodbyeTest : public CSlowGoodbyeFixture {
 protected:
-    /// A transfer that needs no data connection, and leaves one that libcurl may use again.
-    Request ftpRequest()
-    {
-        server()
-            .onConnection()
-            .send("220 hello\r\n")
-            .readUntil("USER anonymous\r\n")
-            .send("230 in\r\n")
-            .readUntil("PWD\r\n")
-            .send("257 \"/\"\r\n")
-            .readUntil("QUIT\r\n")
-            .stall();
-        auto request = requestTo(server().url("/", "ftp"));
-        request->setOptionInt(CURLOPT_NOBODY, 1);
-        return request;
-    }
-
-    Request mailRequest()
-    {
-        server()
-            .onConnection()
-            .send("220 hello\r\n")
-            .readUntil("\r\n")
-            .send("250 you are welcome\r\n")
-            .readUntil("HELP\r\n")
-            .send("214 fine\r\n")
-            .readUntil("QUIT\r\n")
-            .stall();
-        return requestTo(server().url("/", "smtp"));
-    }
-
     template <typename TAction>
     static void expectQuick(TAction action)
     {
         const auto start = steady_clock::now();
         action();
         EXPECT_LT(steady_clock::now() - start, limit);
-    }
-
-    /// The goodbye is said all the same.
-    void expectGoodbye()
-    {
-        EXPECT_TRUE(waitUntil([this] { return server().received(0).ends_with("QUIT\r\n"); })) << server().received(0);
     }
 
     static void finish(CAsyncNetRequestManager& manager, CNetRequest& request)

@@ -6,6 +6,7 @@
 #include "tests/support/errorOf.h"
 #include "tests/support/files.h"
 #include "tests/support/libcurlWords.h"
+#include "tests/support/waitUntil.h"
 
 #include <algorithm>
 #include <array>
@@ -441,8 +442,7 @@ TEST_F(CCookieJarTest, isFreeForOthersWhileAServerIsSlow)
     server().onConnection().readHead().waitFor(othersHaveCome.get_future().share()).send(ok(""));
     request().setURL("http://one.test/");
     std::thread slow([this] { request().perform(); });
-    while (server().received(0).find("\r\n\r\n") == std::string::npos)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_TRUE(support::waitUntil([this] { return server().received(0).find("\r\n\r\n") != std::string::npos; }));
     support::CScriptedServer another;
     another.onConnection().readHead().send(okWithCookies({"a=b"}));
     const auto fast = kx::newObj<norla::CNetRequest>();

@@ -46,9 +46,9 @@ using norla::CKnownHosts;
 using norla::CKnownHostsFile;
 using Verdict = CKnownHosts::Verdict;
 
-const std::string key{"\0\0\0\4type-one", 12};
-const std::string otherKey{"\0\0\0\4type-two", 12};
-const std::string line = "host type AAAABHR5cGUtb25l\n";
+const std::string hostKey{"\0\0\0\4type-one", 12};
+const std::string otherHostKey{"\0\0\0\4type-two", 12};
+const std::string knownLine = "host type AAAABHR5cGUtb25l\n";
 
 class CKnownHostsFileTest : public testing::Test {
 protected:
@@ -59,7 +59,8 @@ protected:
 
     static kx::String reasonOf(const CKnownHostsFile& file)
     {
-        const kx::String message = support::messageOf([&file] { static_cast<void>(file.add({.name = "host"}, key)); });
+        const kx::String message
+            = support::messageOf([&file] { static_cast<void>(file.add({.name = "host"}, hostKey)); });
         const kx::String start = "The file '" + file.getPath().toString() + "' of known SSH hosts cannot be written: ";
         return message.startsWith(start) ? message.substr(start.size()) : message;
     }
@@ -76,13 +77,13 @@ protected:
 
 TEST_F(CKnownHostsFileTest, knowsNobodyWhenItIsMissing)
 {
-    EXPECT_EQ(file("no/such/file").read().judge({.name = "host"}, key), Verdict::Unknown);
+    EXPECT_EQ(file("no/such/file").read().judge({.name = "host"}, hostKey), Verdict::Unknown);
 }
 
 TEST_F(CKnownHostsFileTest, isMadeForOneselfAlone)
 {
-    EXPECT_EQ(file("ssh/known_hosts").add({.name = "host"}, key), Verdict::Known);
-    EXPECT_EQ(m_folder.read("ssh/known_hosts"), line);
+    EXPECT_EQ(file("ssh/known_hosts").add({.name = "host"}, hostKey), Verdict::Known);
+    EXPECT_EQ(m_folder.read("ssh/known_hosts"), knownLine);
     EXPECT_EQ(modeOf("ssh"), 0700U);
     EXPECT_EQ(modeOf("ssh/known_hosts"), 0600U);
 }
@@ -91,39 +92,39 @@ TEST_F(CKnownHostsFileTest, keepsWhatOthersHaveWritten)
 {
     const std::string before = "# comment\n\n@revoked * ssh-rsa AAAA gone\n|1|a|b ssh-rsa\ngarbage \xFF\n";
     m_folder.write("known_hosts", before);
-    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
-    EXPECT_EQ(m_folder.read("known_hosts"), before + line);
+    EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known);
+    EXPECT_EQ(m_folder.read("known_hosts"), before + knownLine);
 }
 
 TEST_F(CKnownHostsFileTest, keepsItsMode)
 {
     chmod(m_folder.write("known_hosts", "").c_str(), 0640);
-    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known);
     EXPECT_EQ(modeOf("known_hosts"), 0640U);
 }
 
 TEST_F(CKnownHostsFileTest, endsALineThatHasNoEnd)
 {
     m_folder.write("known_hosts", "other");
-    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
-    EXPECT_EQ(m_folder.read("known_hosts"), "other\n" + line);
+    EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known);
+    EXPECT_EQ(m_folder.read("known_hosts"), "other\n" + knownLine);
 }
 
 TEST_F(CKnownHostsFileTest, isWrittenWhereALinkLeads)
 {
     std::filesystem::create_symlink(m_folder.write("elsewhere", ""), m_folder.path() / "known_hosts");
-    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
-    EXPECT_EQ(m_folder.read("elsewhere"), line);
+    EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known);
+    EXPECT_EQ(m_folder.read("elsewhere"), knownLine);
 }
 
 TEST_F(CKnownHostsFileTest, hasAHostOnceHoweverManyAddIt)
 {
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i)
-        threads.emplace_back([this] { EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known); });
+        threads.emplace_back([this] { EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known); });
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_EQ(m_folder.read("known_hosts"), line);
+    EXPECT_EQ(m_folder.read("known_hosts"), knownLine);
 }
 
 TEST_F(CKnownHostsFileTest, waitsForOthersWhoAreWritingIt)
@@ -133,26 +134,26 @@ TEST_F(CKnownHostsFileTest, waitsForOthersWhoAreWritingIt)
     std::promise<pid_t> number;
     std::jthread adding([this, &number] {
         number.set_value(gettid());
-        EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+        EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known);
     });
     support::waitUntilAsleep(number.get_future().get());
-    EXPECT_EQ(write(other.get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    EXPECT_EQ(write(other.get(), knownLine.data(), knownLine.size()), static_cast<ssize_t>(knownLine.size()));
     EXPECT_EQ(flock(other.get(), LOCK_UN), 0);
     adding.join();
-    EXPECT_EQ(m_folder.read("known_hosts"), line);
+    EXPECT_EQ(m_folder.read("known_hosts"), knownLine);
 }
 
 TEST_F(CKnownHostsFileTest, isNotChangedForAHostThatOthersHaveAddedWithAnotherKey)
 {
-    EXPECT_EQ(file().add({.name = "host"}, otherKey), Verdict::Known);
+    EXPECT_EQ(file().add({.name = "host"}, otherHostKey), Verdict::Known);
     const std::string before = m_folder.read("known_hosts");
-    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Changed);
+    EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Changed);
     EXPECT_EQ(m_folder.read("known_hosts"), before);
 }
 
 TEST_F(CKnownHostsFileTest, refusesAHostThatCannotStandInIt)
 {
-    const kx::String message = support::messageOf([this] { static_cast<void>(file().add({.name = "a,b"}, key)); });
+    const kx::String message = support::messageOf([this] { static_cast<void>(file().add({.name = "a,b"}, hostKey)); });
     EXPECT_TRUE(message.startsWith("The host 'a,b' cannot be remembered in the file '")) << message;
     EXPECT_FALSE(std::filesystem::exists(m_folder.path() / "known_hosts"));
 }
@@ -174,7 +175,7 @@ TEST_F(CKnownHostsFileTest, waitsForNoPipe)
 TEST_F(CKnownHostsFileTest, isWrittenWhateverErrorWasBefore)
 {
     errno = EINTR; // as after a wait that a signal has interrupted
-    EXPECT_EQ(file("ssh/known_hosts").add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(file("ssh/known_hosts").add({.name = "host"}, hostKey), Verdict::Known);
 }
 
 /// As a disk that is full in the middle of the line.
@@ -235,16 +236,16 @@ TEST_F(CUsualKnownHostsFileTest, isNoneWhereNobodyKnowsTheUser)
 TEST_F(CKnownHostsFileTest, isWrittenAndClosedInAProgramWithoutStandardInput)
 {
     const support::CWithoutStandardInput closed;
-    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
-    EXPECT_EQ(m_folder.read("known_hosts"), line);
+    EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known);
+    EXPECT_EQ(m_folder.read("known_hosts"), knownLine);
     EXPECT_TRUE(closed.isFree());
 }
 
 TEST_F(CKnownHostsFileTest, isClosedUnchangedInAProgramWithoutStandardInput)
 {
-    m_folder.write("known_hosts", line);
+    m_folder.write("known_hosts", knownLine);
     const support::CWithoutStandardInput closed;
-    EXPECT_EQ(file().add({.name = "host"}, key), Verdict::Known);
+    EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known);
     EXPECT_TRUE(closed.isFree());
 }
 

@@ -1,6 +1,7 @@
 // The asynchronous side of a request, driven by hand as a manager drives it.
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/norla/core/CThrowingListener.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/libcurlWords.h"
@@ -34,11 +35,6 @@ public:
 
     std::future<void> m_look;
     bool m_couldLook = false;
-};
-
-class CThrowingListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
-public:
-    void onNetRequestDone(norla::CNetRequest*, const kx::CError*) override { throw kx::CError("listener failed"); }
 };
 
 class CThrowingSink : public kx::CBase, public virtual norla::CNetRequest::IDataSink {

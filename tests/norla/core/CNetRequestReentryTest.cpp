@@ -2,6 +2,7 @@
 #include "kx/log/log.h"
 #include "norla/core/CNetRequest.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/norla/core/CThrowingListener.h"
 
 #include <functional>
 
@@ -215,11 +216,6 @@ TEST_F(CNetRequestReentryTest, whatTheLogThrowsForABadHeaderComesOutOfTheTransfe
     EXPECT_EQ(error->getMessage(), "the log is full");
     EXPECT_EQ(body(), "hello"); // the line itself ends nothing
 }
-
-class CThrowingListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
-public:
-    void onNetRequestDone(norla::CNetRequest*, const kx::CError*) override { throw kx::CError("listener failed"); }
-};
 
 TEST_F(CNetRequestReentryTest, whatTheLogThrowsForAListenerIsDropped)
 {

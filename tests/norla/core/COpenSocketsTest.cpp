@@ -1,9 +1,6 @@
 #include "norla/core/COpenSockets.h"
 
-#include "tests/support/CDescriptor.h"
-#include "tests/support/loopback.h"
-
-#include <gtest/gtest.h>
+#include "tests/norla/core/COpenSocketsFixture.h"
 
 #include <array>
 #include <cerrno>
@@ -17,41 +14,7 @@ namespace {
 
 using norla::COpenSockets;
 
-class COpenSocketsTest : public testing::Test {
-protected:
-    int openSocket()
-    {
-        curl_sockaddr address{};
-        address.family = AF_INET;
-        address.socktype = SOCK_STREAM;
-        address.protocol = IPPROTO_TCP;
-        return m_sockets.open(address);
-    }
-
-    /// A socket of these that is connected to the test.
-    int connectedSocket()
-    {
-        const support::CDescriptor listener = support::listenOnLoopback();
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(support::portOf(listener.get()));
-        const int socket = openSocket();
-        EXPECT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-        m_peer = support::CDescriptor(accept(listener.get(), nullptr, nullptr));
-        return socket;
-    }
-
-    /// Whether a read of the socket would find the end at once.
-    static bool isAtItsEnd(int socket)
-    {
-        char byte = 0;
-        return recv(socket, &byte, 1, MSG_DONTWAIT) == 0;
-    }
-
-    COpenSockets m_sockets;
-    support::CDescriptor m_peer;
-};
+class COpenSocketsTest : public COpenSocketsFixture {};
 
 TEST_F(COpenSocketsTest, opensWhatLibcurlAsksFor)
 {
@@ -97,6 +60,17 @@ TEST_F(COpenSocketsTest, readingEndsAtOnceAndSendingDoesNot)
     std::array<char, 10> bytes{};
     EXPECT_EQ(read(m_peer.get(), bytes.data(), bytes.size()), 4);
     COpenSockets::onClose(&m_sockets, socket);
+}
+
+TEST_F(COpenSocketsTest, readingEndsForThoseThatCameLaterToo)
+{
+    COpenSockets::onClose(&m_sockets, connectedSocket());
+    m_sockets.stopReading();
+    const int later = connectedSocket();
+    EXPECT_FALSE(isAtItsEnd(later));
+    m_sockets.stopReading();
+    EXPECT_TRUE(isAtItsEnd(later));
+    COpenSockets::onClose(&m_sockets, later);
 }
 
 // libcurl closes a socket that was never connected without asking.

@@ -14,7 +14,7 @@ int ownCallback(void* /*data*/, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
     return 0;
 }
 
-int applicationsCallback(void* data, curl_off_t a, curl_off_t b, curl_off_t c, curl_off_t d)
+int applicationsProgress(void* data, curl_off_t a, curl_off_t b, curl_off_t c, curl_off_t d)
 {
     for (const curl_off_t number : {a, b, c, d})
         *static_cast<std::string*>(data) += std::to_string(number) + " ";
@@ -56,14 +56,14 @@ TEST_F(CProgressCallsTest, areSetWhenTheyAreUsed)
 
 TEST_F(CProgressCallsTest, callNothingWhereTheApplicationWantsNoProgress)
 {
-    setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsCallback));
+    setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsProgress));
     EXPECT_EQ(callApplications(), 0);
     EXPECT_EQ(m_seen, "");
 }
 
 TEST_F(CProgressCallsTest, answerAsTheApplications)
 {
-    setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsCallback));
+    setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsProgress));
     m_progress.noticeNumber(CURLOPT_NOPROGRESS, 0);
     EXPECT_EQ(callApplications(), 7);
     EXPECT_EQ(m_seen, "1 2 3 4 ");
@@ -80,7 +80,7 @@ TEST_F(CProgressCallsTest, answerAsTheOldKindOfTheApplications)
 TEST_F(CProgressCallsTest, preferTheNewKindAsLibcurlDoes)
 {
     setApplications(oldOption, reinterpret_cast<void*>(&oldCallback));
-    setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsCallback));
+    setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsProgress));
     m_progress.noticeNumber(CURLOPT_NOPROGRESS, 0);
     EXPECT_EQ(callApplications(), 7);
 }
@@ -101,7 +101,7 @@ TEST_F(CProgressCallsTest, callNothingOnceProgressIsUnwantedAgain)
 
 TEST_F(CProgressCallsTest, forgetTheApplicationsAtAReset)
 {
-    setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsCallback));
+    setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsProgress));
     m_progress.noticeNumber(CURLOPT_NOPROGRESS, 0);
     m_progress.forgetOptions();
     EXPECT_EQ(callApplications(), 0);

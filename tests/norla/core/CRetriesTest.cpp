@@ -560,9 +560,9 @@ protected:
 TEST_F(CSwallowedTest, isNoAttempt)
 {
     swallow();
-    for (const CURLcode code : {CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR})
+    for (const CURLcode code : {CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR, CURLE_HTTP2, CURLE_PARTIAL_FILE})
         EXPECT_TRUE(isReplaced(CCURLError(code, "", "", 0, ""))) << code;
-    for (const CURLcode code : {CURLE_OPERATION_TIMEDOUT, CURLE_PARTIAL_FILE, CURLE_HTTP2})
+    for (const CURLcode code : {CURLE_OPERATION_TIMEDOUT, CURLE_READ_ERROR, CURLE_HTTP2_STREAM})
         EXPECT_FALSE(isReplaced(CCURLError(code, "", "", 0, ""))) << code;
     EXPECT_FALSE(isReplaced(kx::CError("m", "other", CURLE_RECV_ERROR)));
 }

@@ -10,6 +10,7 @@
 #include "tests/support/CWithoutStandardInput.h"
 #include "tests/support/errorOf.h"
 #include "tests/support/files.h"
+#include "tests/support/pathOf.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 namespace {
 
 using norla::CSSHOptions;
+using support::pathOf;
 using testing::Contains;
 using testing::Not;
 using testing::StartsWith;
@@ -28,11 +30,6 @@ const std::string ecdsa = "ecdsa-sha2-nistp256 AAAAE2VjZHNhLXNoYTItbmlzdHAyNTYAA
 
 class CSSHTrustTest : public testing::Test {
 protected:
-    static CSSHOptions::Path pathOf(const std::filesystem::path& file)
-    {
-        return CSSHOptions::Path::fromBytes(file.string());
-    }
-
     /// What knows the hosts of these lines.
     CSSHOptions knowing(const std::string& lines) const
     {

@@ -136,25 +136,25 @@ TEST_F(CTLSDemandTest, keepsTheApplicationsWishForANewConnection)
     EXPECT_EQ(error->getCode(), CURLE_USE_SSL_FAILED);
 }
 
-struct CAsked {
+struct CApplicationsAnswer {
     int calls = 0;
     int answer = CURL_PREREQFUNC_OK;
 };
 
-int applicationsCallback(void* asked, char* /*peerIP*/, char* /*localIP*/, int /*peerPort*/, int /*localPort*/)
+int applicationsAnswer(void* asked, char* /*peerIP*/, char* /*localIP*/, int /*peerPort*/, int /*localPort*/)
 {
-    ++static_cast<CAsked*>(asked)->calls;
-    return static_cast<CAsked*>(asked)->answer;
+    ++static_cast<CApplicationsAnswer*>(asked)->calls;
+    return static_cast<CApplicationsAnswer*>(asked)->answer;
 }
 
 TEST_F(CTLSDemandTest, asksTheApplicationsOwnCallbackToo)
 {
-    CAsked asked;
+    CApplicationsAnswer asked;
     answer(ok("1")).readHead().send(ok("2"));
     request().setProxy("");
     request().setURL(kx::String::fromUTF8(server().url()));
     request().setFTPUseSSL(CURLUSESSL_ALL);
-    request().setOptionPtr(CURLOPT_PREREQFUNCTION, reinterpret_cast<void*>(&applicationsCallback));
+    request().setOptionPtr(CURLOPT_PREREQFUNCTION, reinterpret_cast<void*>(&applicationsAnswer));
     request().setOptionPtr(CURLOPT_PREREQDATA, &asked);
     EXPECT_EQ(failure(), nullptr);
     EXPECT_EQ(failure(), nullptr);

@@ -6,6 +6,7 @@
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/CTestCertificates.h"
 #include "tests/support/errorOf.h"
+#include "tests/support/pathOf.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 namespace {
 
 using norla::CTLSOptions;
+using support::pathOf;
 using testing::Contains;
 using testing::Not;
 using testing::StartsWith;
@@ -20,11 +22,6 @@ using Texts = std::vector<std::string>;
 
 const kx::String pin = "sha256//47DEQpj8HBSa+/TImW+5JCeuQeRkm5NMpJWZG3hSuFU=";
 const kx::String anotherPin = "sha256//AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=";
-
-CTLSOptions::Path pathOf(const std::filesystem::path& file)
-{
-    return CTLSOptions::Path::fromBytes(file.string());
-}
 
 class CTLSTrustTest : public testing::Test {
 protected:

@@ -17,7 +17,7 @@ using norla::CCURLError;
 using norla::CFailureDetails;
 using norla::isTransient;
 
-bool ofFTP(CURLcode code, const kx::String& reply)
+bool isTransientReply(CURLcode code, const kx::String& reply)
 {
     return isTransient(CCURLError(
         code, "", "ftp", std::stoi(reply.substr(0, 3).toUTF8()), "", "", CFailureDetails{.ftpReply = reply}));
@@ -51,7 +51,7 @@ TEST(IsTransientTest, isToldByTheStatusOfHTTP)
 TEST(IsTransientTest, everyFTPStatusBelow500ButALoginAsksToComeAgain)
 {
     for (int status = 400; status <= 599; ++status)
-        EXPECT_EQ(ofFTP(CURLE_UPLOAD_FAILED, kx::toString(status)), status < 500 && status != 430) << status;
+        EXPECT_EQ(isTransientReply(CURLE_UPLOAD_FAILED, kx::toString(status)), status < 500 && status != 430) << status;
 }
 
 TEST(IsTransientTest, everyMailStatusBelow500AsksToComeAgain)
@@ -73,14 +73,14 @@ TEST(IsTransientTest, encryptionThatIsRefusedForNowMayBeThereLater)
 {
     EXPECT_TRUE(ofMail(CURLE_USE_SSL_FAILED, "454 4.7.0 TLS not available"));
     EXPECT_FALSE(ofMail(CURLE_USE_SSL_FAILED, "502 5.5.1 what?"));
-    EXPECT_TRUE(ofFTP(CURLE_USE_SSL_FAILED, "431 not now"));
-    EXPECT_FALSE(ofFTP(CURLE_USE_SSL_FAILED, "534 no"));
+    EXPECT_TRUE(isTransientReply(CURLE_USE_SSL_FAILED, "431 not now"));
+    EXPECT_FALSE(isTransientReply(CURLE_USE_SSL_FAILED, "534 no"));
 }
 
 TEST(IsTransientTest, whatTheServerHasSaidBeforeTheProgramEndedItDoesNotCount)
 {
     EXPECT_FALSE(ofMail(CURLE_ABORTED_BY_CALLBACK, "452 full"));
-    EXPECT_FALSE(ofFTP(CURLE_ABORTED_BY_CALLBACK, "421 bye"));
+    EXPECT_FALSE(isTransientReply(CURLE_ABORTED_BY_CALLBACK, "421 bye"));
     EXPECT_FALSE(ofMail(CURLE_SSL_CONNECT_ERROR, "452 full"));
 }
 

@@ -388,6 +388,50 @@ TEST_F(CFileDownloadFaultTest, partsThatAreNotThoseThatWereAskedForLoseNothing)
     EXPECT_EQ(file(), m_bytes);
 }
 
+TEST_F(CFileDownloadFaultTest, aConnectionThatHadTheLimitOfSpeedForItselfIsGivenUpForSeveral)
+{
+    const std::string bytes = bytesOf(4 << 20);
+    options().segments = 2;
+    options().speedLimit = 100 << 20;
+    const std::string ranges = "ETag: \"v1\"\r\nAccept-Ranges: bytes\r\n";
+    server().onConnection().readHead().send(whole(bytes, 500'000, ranges)).readToEnd();
+    server().onConnection().readHead().send(rest(bytes, 500'000 - 65'536).substr(0, 100'000)).readToEnd();
+    server().onConnection().readHead().stall();
+    norla::CFileDownload* running = nullptr;
+    options().onProgress = [&](const norla::CFileProgress&) {
+        if (server().received(2).ends_with("\r\n\r\n"))
+            running->cancel();
+    };
+    const auto file = download();
+    running = file.get();
+    EXPECT_TRUE(failureOf(*file));
+    EXPECT_THAT(server().received(1), HasSubstr("\r\nRange: bytes=434464-4194303\r\n"));
+    EXPECT_THAT(server().received(2), testing::ContainsRegex("\r\nRange: bytes=2[0-9]*-4194303\r\n"));
+}
+
+TEST_F(CFileDownloadFaultTest, aConnectionThatHadTheLimitOfSpeedForItselfBringsALittleRestItself)
+{
+    const std::string bytes = bytesOf(2 << 20);
+    std::promise<void> seen;
+    options().segments = 2;
+    options().speedLimit = 100 << 20;
+    const std::string all = whole(bytes, std::string::npos, "ETag: \"v1\"\r\nAccept-Ranges: bytes\r\n");
+    server()
+        .onConnection()
+        .readHead()
+        .send(all.substr(0, 500'000))
+        .waitFor(seen.get_future().share())
+        .send(all.substr(500'000))
+        .close();
+    options().onProgress = [&, count = 0](const norla::CFileProgress& progress) mutable {
+        if (progress.done > 0 && ++count == 3) // behind the first time another connection may be opened
+            seen.set_value();
+    };
+    download()->run();
+    EXPECT_EQ(file(), bytes);
+    EXPECT_EQ(server().connectionCount(), 1u);
+}
+
 TEST_F(CFileDownloadFaultTest, aConnectionThatGoesOnKeepsToItsHalf)
 {
     const std::string bytes = bytesOf(4 << 20);

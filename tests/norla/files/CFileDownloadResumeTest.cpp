@@ -46,6 +46,17 @@ TEST_F(CFileDownloadResumeTest, asksForTheRestAndForTheBytesBeforeIt)
     EXPECT_THAT(received(1), HasSubstr("If-Range: \"v1\"\r\n"));
 }
 
+TEST_F(CFileDownloadResumeTest, asksWithATimeWhereThatIsTheProof)
+{
+    const std::string times = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\nDate: Sun, 06 Nov 1994 08:51:00 GMT\r\n";
+    answer(whole(m_bytes, 100'000, times));
+    answer(rest(m_bytes, 100'000 - 65'536, times));
+    download()->run();
+    EXPECT_EQ(file(), m_bytes);
+    EXPECT_THAT(received(1), HasSubstr("Range: bytes=34464-\r\n"));
+    EXPECT_THAT(received(1), HasSubstr("If-Range: Sun, 06 Nov 1994 08:49:37 GMT\r\n"));
+}
+
 TEST_F(CFileDownloadResumeTest, goesOnWhereAnotherOneHasEnded)
 {
     leavePart(m_bytes, 100'000);
@@ -54,6 +65,17 @@ TEST_F(CFileDownloadResumeTest, goesOnWhereAnotherOneHasEnded)
     EXPECT_EQ(file(), m_bytes);
     EXPECT_THAT(names(), ElementsAre("file"));
     EXPECT_THAT(received(1), HasSubstr("Range: bytes=34464-\r\n"));
+}
+
+TEST_F(CFileDownloadResumeTest, allBytesOfWhatBeginsAnewHaveMoved)
+{
+    const std::string other = bytesOf(50'000);
+    leavePart(m_bytes, 100'000);
+    answer(whole(other, 10, "ETag: \"v2\"\r\n")); // If-Range has found another file
+    answer(whole(other, std::string::npos, "ETag: \"v2\"\r\n"));
+    const auto anew = download();
+    anew->run();
+    EXPECT_EQ(anew->getProgress().moved, 50'000);
 }
 
 TEST_F(CFileDownloadResumeTest, digestsAreOfAllBytesTheOlderOnesToo)

@@ -200,6 +200,23 @@ TEST_F(CFileDownloadTest, aCancelledOneEndsAtOnceAndKeepsWhatHasCome)
     EXPECT_THAT(names(), ElementsAre("file.norla-part", "file.norla-record"));
 }
 
+TEST_F(CFileDownloadTest, aCancelledOneLeavesNothingWhereNothingIsToStay)
+{
+    server().onConnection().readHead().send(whole(bytesOf(100'000), 50'000)).readToEnd();
+    options().keepPart = false;
+    norla::CFileDownload* running = nullptr;
+    options().onProgress = [&running](const norla::CFileProgress& progress) {
+        if (progress.done == 50'000)
+            running->cancel();
+    };
+    const auto file = download();
+    running = file.get();
+    const auto error = failureOf(*file);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), ErrorKind::Cancelled);
+    EXPECT_TRUE(names().empty());
+}
+
 TEST_F(CFileDownloadTest, goesOnBehindAPause)
 {
     const std::string bytes = bytesOf(100'000);

@@ -5,6 +5,7 @@
 #include "norla/pool/CExecutorQueue.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>

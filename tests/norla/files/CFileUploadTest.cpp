@@ -16,6 +16,7 @@
 #include <future>
 #include <sys/stat.h>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -356,8 +357,9 @@ TEST_F(CFileUploadTest, beginsAnewBehindAPause)
     server().onConnection().readHead().readBytes(8).stall();
     take(8);
     norla::CFileUpload* running = nullptr;
+    bool wasPaused = false;
     options().onProgress = [&](const norla::CFileProgress&) {
-        if (server().connectionCount() == 1)
+        if (server().connectionCount() == 1 && !std::exchange(wasPaused, true)) // nobody resumes it twice
             running->pause();
     };
     const auto file = upload();
@@ -474,6 +476,15 @@ support::CScript& takeByFTP(support::CScriptedServer& server, const std::string&
     return script;
 }
 
+/// Whether the file's connection has brought that, which its own thread reads: within 20 seconds.
+bool hasTaken(const support::CScriptedServer& server, const std::string& data)
+{
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (server.received(1) != data && std::chrono::steady_clock::now() < limit)
+        std::this_thread::yield();
+    return server.received(1) == data;
+}
+
 TEST_F(CFileUploadTest, findsTheFileUnderItsNameWhereTheAnswerToTheRenameIsLost)
 {
     write("the body");
@@ -490,7 +501,7 @@ TEST_F(CFileUploadTest, findsTheFileUnderItsNameWhereTheAnswerToTheRenameIsLost)
         norla::CFileUpload::Path::fromBytes(source().native()), options());
     const auto error = failureOf(*file);
     EXPECT_FALSE(error) << error->what();
-    EXPECT_EQ(server().received(1), "the body");
+    EXPECT_TRUE(hasTaken(server(), "the body"));
     EXPECT_THAT(server().received(2), HasSubstr("SIZE file\r\n"));
     EXPECT_THAT(server().received(2), Not(HasSubstr("RNFR")));
 }
@@ -510,6 +521,37 @@ TEST_F(CFileUploadTest, aFileOfWhichTheServerHasAnotherSizeIsNoSuccess)
         EXPECT_TRUE(failureOf(*file)) << size;
         EXPECT_THAT(server().received(first), Not(HasSubstr("RNFR"))) << size;
     }
+}
+
+// Its confirmation of the end of the file is all that it tells.
+TEST_F(CFileUploadTest, aServerThatTellsNoSizeAfterwardsIsBelieved)
+{
+    write("the body");
+    options().overwrite = true;
+    support::CScript& script = takeByFTP(server(), "the body");
+    script.send("226 done\r\n").readUntil("SIZE ").readUntil("\r\n").send("502 no such command\r\n");
+    script.readUntil("REST 0\r\n").send("350 go on\r\n").readUntil("RNFR ").readUntil("\r\n").send("350 to\r\n");
+    script.readUntil("RNTO file\r\n").send("250 it has its name\r\n").readToEnd();
+    const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/file", "ftp")),
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    const auto error = failureOf(*file);
+    EXPECT_FALSE(error) << error->what();
+    EXPECT_THAT(server().received(0), HasSubstr("RNTO file\r\n"));
+    EXPECT_TRUE(hasTaken(server(), "the body"));
+}
+
+TEST_F(CFileUploadTest, aServerThatTellsNoSizeMustConfirmTheEndOfTheFile)
+{
+    write("the body");
+    options().overwrite = true;
+    options().retries = norla::CRetryPolicy::none();
+    support::CScript& script = takeByFTP(server(), "the body");
+    script.send("426 half of it\r\n").readUntil("SIZE ").readUntil("\r\n").send("502 no such command\r\n");
+    script.readUntil("REST 0\r\n").send("350 go on\r\n").readUntil("RNFR ").closeHard();
+    const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/file", "ftp")),
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    EXPECT_TRUE(failureOf(*file));
+    EXPECT_THAT(server().received(0), Not(HasSubstr("RNFR")));
 }
 
 TEST_F(CFileUploadTest, refusesOptionsThatMakeNoSense)

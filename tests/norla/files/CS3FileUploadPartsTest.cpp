@@ -2,6 +2,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "norla/core/errorKind.h"
 #include "tests/norla/files/CS3FileUploadFixture.h"
+#include "tests/support/waitUntil.h"
 
 #include <gmock/gmock.h>
 
@@ -89,8 +90,7 @@ protected:
     std::thread atConnection(size_t count, const std::function<void()>& action)
     {
         return std::thread([this, count, action] {
-            while (!isAtConnection(count))
-                std::this_thread::yield();
+            EXPECT_TRUE(support::waitUntil([this, count] { return isAtConnection(count); }));
             action();
         });
     }
@@ -269,8 +269,8 @@ TEST_F(CS3FileUploadPartsTest, completesNothingOfAFileThatHasChanged)
     answerGone();
     const auto file = upload();
     std::thread writer([&] {
-        while (server().received(2).find("\r\n\r\nend") == std::string::npos)
-            std::this_thread::yield();
+        EXPECT_TRUE(
+            support::waitUntil([this] { return server().received(2).find("\r\n\r\nend") != std::string::npos; }));
         std::ofstream(folder().path() / "file", std::ios::app) << "more";
         changed.set_value();
     });
@@ -384,11 +384,10 @@ TEST_F(CS3FileUploadPartsTest, goesOnBehindAPauseWithWhatTheStoreHas)
     answerSize(2 * partSize);
     const auto file = upload();
     std::thread other = atConnection(3, [&] {
-        while (file->getProgress().done < static_cast<long long>(partSize)) // it is told now and then
-            std::this_thread::yield();
+        EXPECT_TRUE(support::waitUntil( // it is told now and then
+            [&] { return file->getProgress().done >= static_cast<long long>(partSize); }));
         file->pause();
-        while (file->getState() != FileState::Paused)
-            std::this_thread::yield();
+        EXPECT_TRUE(support::waitUntil([&] { return file->getState() == FileState::Paused; }));
         file->resume();
     });
     file->run();
@@ -408,8 +407,7 @@ TEST_F(CS3FileUploadPartsTest, isCancelledInAPause)
     const auto file = upload();
     std::thread other = atConnection(2, [&] {
         file->pause();
-        while (file->getState() != FileState::Paused)
-            std::this_thread::yield();
+        EXPECT_TRUE(support::waitUntil([&] { return file->getState() == FileState::Paused; }));
         file->cancel();
     });
     const auto error = failureOf(*file);

@@ -60,6 +60,13 @@ TEST(SuggestedNameTest, isShortenedBeforeItsEnding)
     EXPECT_TRUE(name.ends_with("\xc3\xa9.tar"));
 }
 
+TEST(SuggestedNameTest, endsInNoDotOrBlankWhereItIsCut)
+{
+    const std::string letters(250, 'a');
+    EXPECT_EQ(nameIn(kx::String::fromUTF8("inline; filename=\"" + letters + std::string(20, ' ') + "bbb\"")), letters);
+    EXPECT_EQ(nameIn(kx::String::fromUTF8("inline; filename=\"" + letters + "......" + letters + "\"")), letters);
+}
+
 TEST(SuggestedNameTest, isEmptyWhereThereIsNone)
 {
     EXPECT_EQ(nameIn(""), "");

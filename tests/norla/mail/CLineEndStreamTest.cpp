@@ -14,9 +14,9 @@ namespace {
 using norla::CLineEndStream;
 
 /// Gives at most so many bytes at a time.
-class CSlowStream : public kx::CBufferStream {
+class CStreamInPieces : public kx::CBufferStream {
 public:
-    CSlowStream(const std::string& bytes, int most)
+    CStreamInPieces(const std::string& bytes, int most)
         : CBufferStream(bufferOf(bytes))
         , m_most(most)
     {
@@ -45,7 +45,7 @@ std::string readAll(kx::IInStream& stream, int size)
 
 std::string sent(const std::string& message, int sourceBlock = 1 << 20, int block = 1 << 20)
 {
-    return readAll(*kx::newObj<CLineEndStream>(kx::newObj<CSlowStream>(message, sourceBlock).get()), block);
+    return readAll(*kx::newObj<CLineEndStream>(kx::newObj<CStreamInPieces>(message, sourceBlock).get()), block);
 }
 
 /// The same, from a message that is in memory as a whole.
@@ -117,7 +117,7 @@ TEST(CLineEndStreamTest, isRightAboutRandomMessages)
 
 TEST(CLineEndStreamTest, startsAnewAtItsStart)
 {
-    const auto stream = kx::newObj<CLineEndStream>(kx::newObj<CSlowStream>("\nab\rc", 2).get());
+    const auto stream = kx::newObj<CLineEndStream>(kx::newObj<CStreamInPieces>("\nab\rc", 2).get());
     for (int count = 1; count < 9; ++count) {
         stream->seek(0);
         EXPECT_EQ(stream->getPosition(), 0);
@@ -133,7 +133,7 @@ TEST(CLineEndStreamTest, startsAnewAtItsStart)
 
 TEST(CLineEndStreamTest, knowsWhenItsSourceDoesNotStandAtTheStart)
 {
-    const auto source = kx::newObj<CSlowStream>("abc", 10);
+    const auto source = kx::newObj<CStreamInPieces>("abc", 10);
     source->seek(2);
     const auto stream = kx::newObj<CLineEndStream>(source.get());
     EXPECT_EQ(stream->getPosition(), 2);
@@ -143,7 +143,7 @@ TEST(CLineEndStreamTest, knowsWhenItsSourceDoesNotStandAtTheStart)
 
 TEST(CLineEndStreamTest, readsNoMoreThanABlockAhead)
 {
-    const auto source = kx::newObj<CSlowStream>(std::string(1 << 20, 'x'), 1 << 20);
+    const auto source = kx::newObj<CStreamInPieces>(std::string(1 << 20, 'x'), 1 << 20);
     const auto stream = kx::newObj<CLineEndStream>(source.get());
     std::string block(1 << 18, '\0');
     EXPECT_EQ(stream->read(reinterpret_cast<unsigned char*>(block.data()), 1 << 18), 1 << 18);

@@ -4,6 +4,7 @@
 #include "norla/core/CNetHeaders.h"
 #include "tests/norla/core/CRequestFixture.h"
 #include "tests/norla/mail/mimeBytes.h"
+#include "tests/norla/mail/repeated.h"
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
@@ -60,14 +61,6 @@ public:
 kx::P<norla::CMimeMessage> newMessage(const kx::String& contentType = "")
 {
     return kx::newObj<norla::CMimeMessage>(contentType);
-}
-
-kx::String repeated(const kx::String& text, int count)
-{
-    kx::String all;
-    for (int i = 0; i < count; ++i)
-        all += text;
-    return all;
 }
 
 kx::P<kx::CError> storeFailure(const norla::CMimeMessage& message, kx::IOutStream& out)

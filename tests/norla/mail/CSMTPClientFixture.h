@@ -27,9 +27,9 @@ using Recipients = kx::TArray<kx::String>;
 /// The options that a mail leaves behind.
 inline const Texts clearing = {"CONNECT_ONLY=0", "UPLOAD=0", "MAIL_FROM=", "MAIL_RCPT=null"};
 
-inline constexpr const char* text = "Subject: 1\r\n\r\ntext\r\n";
+inline constexpr const char* shortMessage = "Subject: 1\r\n\r\ntext\r\n";
 inline const std::string conversation
-    = std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + text + ".\r\nQUIT\r\n";
+    = std::string("MAIL FROM:<a@x>\r\nRCPT TO:<b@x>\r\nDATA\r\n") + shortMessage + ".\r\nQUIT\r\n";
 
 inline norla::CSMTPParams paramsOf(int port, int connectType = CSMTPParams::ConnectUnencrypted,
     const kx::String& userName = "", const kx::String& password = "")
@@ -111,10 +111,11 @@ protected:
     static void prepare(norla::CNetRequest& request, const CSMTPParams& params, const Recipients& recipients = {"b@x"})
     {
         CSMTPClient::makeSendMailRequest(
-            request, params, "a@x", recipients, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+            request, params, "a@x", recipients, kx::newObj<kx::CBufferStream>(bufferOf(shortMessage)).get());
     }
 
-    static void send(CSMTPClient& client, const std::string& message = text, const Recipients& recipients = {"b@x"})
+    static void send(
+        CSMTPClient& client, const std::string& message = shortMessage, const Recipients& recipients = {"b@x"})
     {
         client.sendMail("a@x", recipients, *bufferOf(message));
     }

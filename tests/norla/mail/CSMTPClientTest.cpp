@@ -28,7 +28,7 @@ using support::errorOf;
 using mail_test::operator+;
 using mail_test::paramsOf;
 using mail_test::Recipients;
-using mail_test::text;
+using mail_test::shortMessage;
 using mail_test::Texts;
 
 /// Tells when it is gone.
@@ -81,7 +81,7 @@ protected:
     {
         m_calls.takeOptions();
         CSMTPClient::initRequestForSendMail(
-            *m_request, from, recipients, kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+            *m_request, from, recipients, kx::newObj<kx::CBufferStream>(bufferOf(shortMessage)).get());
         return m_calls.takeOptions();
     }
 
@@ -219,7 +219,7 @@ TEST_F(CSMTPClientOptionsTest, clearingLeavesNothingToRead)
 TEST_F(CSMTPClientOptionsTest, clearingLeavesNothingToReadAlsoBehindASeek)
 {
     mailPartOf("a@x", {"b@x"});
-    EXPECT_EQ(readData(), text);
+    EXPECT_EQ(readData(), shortMessage);
     CSMTPClient::resetOptions(*m_request);
     EXPECT_EQ(rewindData(), CURL_SEEKFUNC_OK);
     EXPECT_EQ(readData(), "");
@@ -242,7 +242,7 @@ TEST_F(CSMTPClientOptionsTest, wholeRequestIsServerPartAndMailPart)
 {
     m_calls.takeOptions();
     CSMTPClient::makeSendMailRequest(*m_request, paramsOf(465, 1, "user", "secret"), "a@x", {"b@x"},
-        kx::newObj<kx::CBufferStream>(bufferOf(text)).get());
+        kx::newObj<kx::CBufferStream>(bufferOf(shortMessage)).get());
     EXPECT_EQ(behindReset(m_calls.takeOptions()),
         Texts({"URL=smtps://h:465", "USERNAME=user", "PASSWORD=secret", "SSL_VERIFYPEER=0"}) + clearing
             + Texts({"CONNECT_ONLY=0", "MAIL_FROM=a@x", "UPLOAD=1", "MAIL_RCPT=[b@x]"}));
@@ -369,7 +369,7 @@ TEST_F(CSMTPClientTest, sendsOneCommandForEachRecipientInTheirOrder)
         .readUntil("\r\n.\r\n")
         .send("250 taken\r\n")
         .readUntil("QUIT\r\n");
-    send(*newClient(), text, {"z@x", "<b@x>", "z@x"});
+    send(*newClient(), shortMessage, {"z@x", "<b@x>", "z@x"});
     EXPECT_TRUE(
         received().starts_with("MAIL FROM:<a@x>\r\nRCPT TO:<z@x>\r\nRCPT TO:<b@x>\r\nRCPT TO:<z@x>\r\nDATA\r\n"));
 }
@@ -377,7 +377,7 @@ TEST_F(CSMTPClientTest, sendsOneCommandForEachRecipientInTheirOrder)
 TEST_F(CSMTPClientTest, sendsAnEmptySender)
 {
     takeMail();
-    newClient()->sendMail("", {"b@x"}, *bufferOf(text));
+    newClient()->sendMail("", {"b@x"}, *bufferOf(shortMessage));
     EXPECT_TRUE(received().starts_with("MAIL FROM:<>\r\n"));
 }
 

@@ -3,6 +3,7 @@
 #include "norla/mail/CMultiPartMimeMessage.h"
 #include "sela/base64.h"
 #include "tests/norla/mail/mimeBytes.h"
+#include "tests/norla/mail/repeated.h"
 #include "tests/support/CProcessRun.h"
 #include "tests/support/files.h"
 
@@ -110,14 +111,6 @@ CEntity newBase64Leaf(const std::string& body)
     const std::string encoded = sela::base64Encode(bytes->getData(), bytes->getSize(), true, true).toLatin1();
     message->setBody(bufferOf(encoded).get(), "base64");
     return {message, body};
-}
-
-kx::String repeated(const kx::String& text, size_t count)
-{
-    kx::String all;
-    for (size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
 }
 
 /// The 66 code points that Unicode gives to nobody, which are valid UTF-8 all the same.

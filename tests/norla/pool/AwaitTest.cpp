@@ -3,6 +3,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "norla/core/errorKind.h"
 #include "norla/pool/CExecutorQueue.h"
+#include "tests/norla/pool/CCoroutine.h"
 #include "tests/norla/pool/CPoolFixture.h"
 #include "tests/support/CLogRecorder.h"
 #include "tests/support/errorOf.h"
@@ -16,63 +17,6 @@ namespace {
 using norla::CTransfer;
 using norla::CTransferPool;
 using norla::ErrorKind;
-
-/// A coroutine, which begins at once, and is destroyed with this.
-class CCoroutine {
-public:
-    struct promise_type;
-    using Handle = std::coroutine_handle<promise_type>;
-
-    /// Tells the end when nothing of the coroutine runs any more.
-    struct CEnd {
-        static bool await_ready() noexcept { return false; }
-        static void await_suspend(Handle handle) noexcept;
-        static void await_resume() noexcept {}
-    };
-
-    struct promise_type {
-        CCoroutine get_return_object() { return CCoroutine(Handle::from_promise(*this), ended); }
-        static std::suspend_never initial_suspend() noexcept { return {}; }
-        static CEnd final_suspend() noexcept { return {}; }
-        static void return_void() noexcept {}
-        static void unhandled_exception() noexcept { std::terminate(); }
-
-        std::shared_ptr<std::promise<void>> ended = std::make_shared<std::promise<void>>();
-    };
-
-    CCoroutine(CCoroutine&& other) noexcept
-        : m_handle(std::exchange(other.m_handle, nullptr))
-        , m_ended(std::move(other.m_ended))
-    {
-    }
-    CCoroutine& operator=(CCoroutine&&) = delete;
-    ~CCoroutine() { destroy(); }
-
-    void destroy()
-    {
-        if (m_handle)
-            std::exchange(m_handle, nullptr).destroy();
-    }
-
-    bool hasEnded() const { return m_ended.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }
-    bool wait() const { return m_ended.wait_for(std::chrono::seconds(20)) == std::future_status::ready; }
-
-private:
-    CCoroutine(Handle handle, const std::shared_ptr<std::promise<void>>& ended)
-        : m_handle(handle)
-        , m_ended(ended->get_future())
-    {
-    }
-
-    Handle m_handle;
-    std::future<void> m_ended;
-};
-
-void CCoroutine::CEnd::await_suspend(Handle handle) noexcept
-{
-    const auto ended = handle.promise().ended; // the coroutine may go at once
-    ended->set_value();
-}
 
 /// What comes of an awaited transfer.
 struct COutcome {

@@ -4,12 +4,16 @@
 #include "norla/core/CNetHeaders.h"
 #include "norla/core/CSSHOptions.h"
 #include "norla/core/CTLSOptions.h"
+#include "norla/pool/CTransferLanes.h"
 #include "tests/norla/pool/CFailingCall.h"
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <ostream>
 #include <poll.h>
+#include <stdexcept>
 #include <thread>
 
 using norla::CNetRequest;
@@ -19,7 +23,8 @@ using norla::TransferState;
 
 namespace {
 
-constexpr int longest = 20'000; // milliseconds
+constexpr int longest = 20'000;       // milliseconds
+constexpr size_t elsewherePorts = 20; // one of them is another thread's as good as always
 
 using Witness = kx::P<CWitness>;
 using Pool = kx::P<CTransferPool>;
@@ -100,15 +105,40 @@ void withdraw(const CStage& stage)
     }
 }
 
-Pool newPool(int atOnce)
+Pool newPool(const CScenario& scenario)
 {
+    const CTransferPool::Options options{.threads = scenario.threads, .atOnce = scenario.atOnce};
     Pool pool;
     try {
-        CFailingCall::inLibrary([&] { pool = kx::newObj<CTransferPool>(CTransferPool::Options{.atOnce = atOnce}); });
+        CFailingCall::inLibrary([&] { pool = kx::newObj<CTransferPool>(options); });
     } catch (const std::exception&) {
         return nullptr; // which is a way to say it
     }
     return pool;
+}
+
+kx::P<CNetRequest> requestTo(const std::string& url)
+{
+    auto request = kx::newObj<CNetRequest>();
+    request->setURL(kx::String::fromUTF8(url));
+    return request;
+}
+
+/// Which threads of a pool do the transfers to these.
+std::vector<std::thread::id> threadsOf(const std::vector<std::string>& urls, int threads)
+{
+    auto pool = kx::newObj<CTransferPool>(CTransferPool::Options{.threads = threads});
+    std::vector<std::thread::id> ids(urls.size());
+    std::vector<kx::P<CTransfer>> transfers;
+    for (size_t index = 0; index < urls.size(); ++index) {
+        CTransfer::Options options;
+        options.onDone = [&id = ids[index]](CTransfer&) { id = std::this_thread::get_id(); };
+        transfers.push_back(pool->start(requestTo(urls[index]).get(), options));
+    }
+    for (const auto& transfer : transfers)
+        EXPECT_TRUE(transfer->wait(longest));
+    pool = nullptr; // with all its callbacks
+    return ids;
 }
 
 /// What sets options of libcurl's when the transfer begins, and on its way.
@@ -157,63 +187,6 @@ void scriptFTP(support::CScript& script, unsigned short dataPort)
 
 } // namespace
 
-CWitness::CWitness(const std::string& url)
-{
-    request->setURL(kx::String::fromUTF8(url));
-    options.onDone = [this](CTransfer&) { ++ends; };
-}
-
-void CWitness::onNetRequestDone(CNetRequest* /*request*/, const kx::CError* error)
-{
-    ++requestEnds;
-    hasSucceeded = !error;
-}
-
-bool CWitness::start(CTransferPool& pool)
-{
-    request->setDoneListener(this);
-    try {
-        CFailingCall::inLibrary([&] { transfer = pool.start(request.get(), options); });
-    } catch (const std::exception&) {
-        EXPECT_FALSE(request->isManaged());
-    }
-    return static_cast<bool>(transfer);
-}
-
-void CWitness::wait() const
-{
-    EXPECT_TRUE(!transfer || transfer->wait(longest)) << "no end";
-}
-
-void CWitness::check()
-{
-    request->setDoneListener(nullptr); // the end of the circle
-    options = {};
-    EXPECT_FALSE(request->isManaged());
-    queue->runPending();
-    EXPECT_EQ(ends, transfer ? 1 : 0);
-    EXPECT_EQ(requestEnds, transfer && !isWithdrawn ? 1 : 0);
-    if (!transfer)
-        return;
-    const bool isSuccess = transfer->getState() == TransferState::Succeeded;
-    EXPECT_EQ(transfer->getError() == nullptr, isSuccess);
-    EXPECT_EQ(hasSucceeded, isSuccess);
-    if (isWithdrawn)
-        return; // of which the request says nothing
-    EXPECT_TRUE(request->isAsyncDone());
-    EXPECT_EQ(isResultGood(), isSuccess);
-}
-
-bool CWitness::isResultGood() const
-{
-    try {
-        request->checkAsyncResult();
-    } catch (const std::exception&) {
-        return false;
-    }
-    return true;
-}
-
 void PrintTo(const CScenario& scenario, std::ostream* out)
 {
     *out << scenario.name;
@@ -231,7 +204,12 @@ const std::vector<CScenario>& CPoolTorture::scenarios()
         {"Stop", 1, {"/silent", "/ok"}, &waitForFirst}, {"HostName", 0, {"/ok?name"}, &waitForAll},
         {"AllSortsOfOptions", 0, {"/307"}, &waitForAll}, {"FileTransfer", 0, {"/ftp"}, &waitForAll},
         {"SecureFileTransfer", 0, {"/sftp"}, &waitForAll}, {"Mail", 0, {"/mail?refused"}, &waitForAll},
-        {"WithdrawalOfAMail", 0, {"/mail"}, &cancelWhileTheFirstRuns}};
+        {"WithdrawalOfAMail", 0, {"/mail"}, &cancelWhileTheFirstRuns},
+        {"TwoThreads", 0, {"/ok", "/ok?elsewhere"}, &waitForAll, 2},
+        {"QueuedForAnotherThread", 1, {"/ok", "/ok?elsewhere"}, &waitForAll, 2},
+        {"StopOfTwoThreads", 0, {"/silent", "/silent?elsewhere"}, &waitForFirst, 2},
+        {"SecondLane", 0, {"/ok"}, &waitForAll, 1, true},
+        {"StopWithASecondLane", 0, {"/silent"}, &waitForFirst, 1, true}};
     return all;
 }
 
@@ -245,10 +223,14 @@ CPoolTorture::CPoolTorture()
           {"/503?long", support::CPathServer::answer("503 Busy", "")},
           {"/307", "HTTP/1.1 307 There\r\nLocation: " + m_other.url("/ok") + "\r\nContent-Length: 0\r\n\r\n"},
           {"/half", "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc"}})
+    , m_elsewhere({{"/ok", support::CPathServer::answer("200 OK", "hello")},
+                      {"/ok?elsewhere", support::CPathServer::answer("200 OK", "hello")}},
+          elsewherePorts)
 {
     kx::setLogHandler([](const kx::CLogEntry&) {}); // which says what could not be done
     m_other.start();
     m_server.start();
+    m_elsewhere.start();
 }
 
 CPoolTorture::~CPoolTorture()
@@ -263,9 +245,14 @@ void CPoolTorture::play(
     std::vector<Witness> witnesses;
     for (const std::string& path : scenario.paths)
         witnesses.push_back(newWitness(path));
-    const size_t before = requestCount();
     arm();
-    Pool pool = newPool(scenario.atOnce);
+    Pool pool = newPool(scenario);
+    if (pool && scenario.isInSecondLane) {
+        disarm();
+        fillLane(*pool);
+        arm();
+    }
+    const size_t before = requestCount();
     if (pool) {
         for (const Witness& witness : witnesses)
             witness->start(*pool);
@@ -273,6 +260,7 @@ void CPoolTorture::play(
         disarm();
         if (std::all_of(witnesses.begin(), witnesses.end(), [](const Witness& its) { return its->isOver(); }))
             witnesses.push_back(useOnceMore(*pool));
+        emptyLane();
         arm();
         const auto begin = std::chrono::steady_clock::now();
         CFailingCall::inLibrary([&] { pool->stop(); });
@@ -304,10 +292,53 @@ std::string CPoolTorture::urlOf(const std::string& path)
         return m_refused.url(path, "sftp");
     if (path.starts_with("/mail"))
         return m_scripted->url("/", "smtp");
+    if (path.ends_with("?elsewhere"))
+        return urlElsewhere(path);
     std::string url = m_server.url(path);
     if (path == "/ok?name")
         url.replace(url.find("127.0.0.1"), std::string("127.0.0.1").size(), "localhost");
     return url;
+}
+
+std::string CPoolTorture::urlElsewhere(const std::string& path)
+{
+    if (!m_elsewhereIndex) {
+        std::vector<std::string> urls = {m_server.url("/ok")};
+        for (size_t index = 0; index < elsewherePorts; ++index)
+            urls.push_back(m_elsewhere.url("/ok?elsewhere", index));
+        const auto threads = threadsOf(urls, 2);
+        const auto other = std::find_if(
+            threads.begin(), threads.end(), [&](const std::thread::id& thread) { return thread != threads.front(); });
+        if (other == threads.end())
+            throw std::runtime_error("all ports are of one thread");
+        m_elsewhereIndex = other - threads.begin() - 1;
+    }
+    return m_elsewhere.url(path, *m_elsewhereIndex);
+}
+
+/// So that whoever is started next to the same host goes in another one. They wait for one connection to say whether
+/// it is good for all of them.
+void CPoolTorture::fillLane(CTransferPool& pool)
+{
+    while (m_fillers.size() < norla::CTransferLanes::width) {
+        const auto& request = m_fillers.emplace_back(requestTo(m_server.url("/silent")));
+        request->setOptionInt(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_2_0);
+        request->setOptionInt(CURLOPT_PIPEWAIT, 1);
+    }
+    const size_t before = requestCount();
+    for (const auto& request : m_fillers)
+        m_filling.push_back(pool.start(request.get()));
+    const auto last = pool.start(requestTo(m_other.url("/ok")).get()); // begins behind them
+    EXPECT_TRUE(last->wait(longest) && waitUntil([&] { return requestCount() > before; }));
+}
+
+void CPoolTorture::emptyLane()
+{
+    for (const auto& transfer : m_filling)
+        transfer->cancel();
+    for (const auto& transfer : m_filling)
+        EXPECT_TRUE(transfer->wait(longest));
+    m_filling.clear();
 }
 
 void CPoolTorture::prepare(CWitness& witness, const std::string& path)

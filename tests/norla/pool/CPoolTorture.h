@@ -1,52 +1,16 @@
 #pragma once
 
-#include "norla/core/CNetRequest.h"
-#include "norla/core/CNetStringList.h"
-#include "norla/pool/CExecutorQueue.h"
-#include "norla/pool/CTransferPool.h"
+#include "tests/norla/pool/CWitness.h"
 #include "tests/support/CPathServer.h"
 #include "tests/support/CRefusedPort.h"
 #include "tests/support/CScriptedServer.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <functional>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
-
-/// One start of a request, and who has been told its end how often.
-class CWitness : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
-public:
-    explicit CWitness(const std::string& url);
-
-    void onNetRequestDone(norla::CNetRequest* request, const kx::CError* error) override;
-
-    /// @return whether the pool has taken it
-    bool start(norla::CTransferPool& pool);
-
-    void wait() const;
-    bool isOver() const { return !transfer || transfer->isDone(); }
-
-    /// Once the pool is gone: each end was told once.
-    void check();
-
-    const kx::P<norla::CNetRequest> request = kx::newObj<norla::CNetRequest>();
-    const kx::P<norla::CExecutorQueue> queue = kx::newObj<norla::CExecutorQueue>();
-    const kx::P<norla::CNetStringList> recipients = kx::newObj<norla::CNetStringList>(); // of a mail
-    norla::CNetRequest::Buffer body;
-    norla::CTransfer::Options options;
-    kx::P<norla::CTransfer> transfer;
-    std::atomic<int> ends{0};
-    std::atomic<int> requestEnds{0};
-    std::atomic<bool> hasSucceeded{false};
-    bool isWithdrawn = false;
-
-private:
-    bool isResultGood() const;
-};
 
 /// Where a scenario plays.
 struct CStage {
@@ -61,6 +25,8 @@ struct CScenario {
     int atOnce = 0;
     std::vector<std::string> paths;
     std::function<void(const CStage&)> act;
+    int threads = 1;
+    bool isInSecondLane = false; ///< as many transfers as one lane has go already
 };
 
 void PrintTo(const CScenario& scenario, std::ostream* out);
@@ -87,6 +53,9 @@ private:
     using Witness = kx::P<CWitness>;
 
     std::string urlOf(const std::string& path);
+    std::string urlElsewhere(const std::string& path);
+    void fillLane(norla::CTransferPool& pool);
+    void emptyLane();
     Witness newWitness(const std::string& path);
     void prepare(CWitness& witness, const std::string& path);
     Witness useOnceMore(norla::CTransferPool& pool);
@@ -98,5 +67,9 @@ private:
     support::CPathServer m_server;
     std::unique_ptr<support::CScriptedServer> m_scripted; // of other protocols
     support::CScriptedServer m_data;                      // of FTP
+    support::CPathServer m_elsewhere;
+    std::optional<size_t> m_elsewhereIndex;           // of a port that another thread serves than m_server
+    std::vector<kx::P<norla::CNetRequest>> m_fillers; // of a lane
+    std::vector<kx::P<norla::CTransfer>> m_filling;
     bool m_mayBeLost = false;
 };

@@ -262,6 +262,18 @@ TEST_F(CTransferPoolTest, isNotHeldUpByAHostThatIsSlow)
     EXPECT_EQ(waiting->getState(), TransferState::Queued);
 }
 
+TEST_F(CTransferPoolTest, leavesRoomBesideAHostThatIsSlow)
+{
+    constexpr int all = 256;
+    for (int count = 0; count < all; ++count) {
+        server().onConnection().stall();
+        pool().start(newRequest().get());
+    }
+    support::CScriptedServer other;
+    other.onConnection().readHead().send(ok("quick"));
+    EXPECT_TRUE(pool().start(requestTo(other.url()).get())->wait(longest));
+}
+
 TEST_F(CTransferPoolTest, startsTheHigherPriorityFirst)
 {
     replacePool({.atOnce = 1});

@@ -11,6 +11,7 @@
 #include <functional>
 #include <future>
 #include <poll.h>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -142,6 +143,29 @@ TEST_F(PoolCallbacksTest, letsNoCallbackGoWhileItRuns)
     EXPECT_TRUE(isThere);
 }
 
+/// Runs what it is given, and says that it has not.
+class CFickleExecutor : public kx::CBase, public virtual norla::IExecutor {
+public:
+    void execute(std::function<void()> task) override
+    {
+        task();
+        throw kx::CError("closed");
+    }
+};
+
+TEST_F(PoolCallbacksTest, tellsTheEndOnceWhereAnExecutorThrowsBehindIt)
+{
+    const support::CLogRecorder log;
+    answer(ok(""));
+    CTransfer::Options options = countingEnds();
+    options.executor = kx::newObj<CFickleExecutor>();
+    const auto transfer = pool().start(newRequest().get(), options);
+    EXPECT_TRUE(transfer->wait(longest));
+    pool().stop();
+    EXPECT_EQ(m_ends, 1);
+    EXPECT_EQ(transfer->getState(), TransferState::Succeeded);
+}
+
 TEST_F(PoolCallbacksTest, letsCallbacksGoWithTheEnd)
 {
     answer(ok(""));
@@ -199,6 +223,83 @@ TEST_F(PoolCallbacksTest, tellsProgressAtMostEvery100Milliseconds)
     EXPECT_TRUE(waitUntil([&] { return told >= count; }));
     EXPECT_FALSE(isTooEarly);
     pool().stop();
+}
+
+/// What is told at the end alone, since callbacks are called where the test looks, and in which order: p for
+/// onProgress, d for onDone.
+class PoolLastProgressTest : public CPoolFixture {
+protected:
+    PoolLastProgressTest() { replacePool({.atOnce = 1}); }
+
+    CTransfer::Options recording()
+    {
+        CTransfer::Options options{.executor = m_queue};
+        options.onProgress = [this](const norla::CTransferProgress& progress) {
+            m_calls += 'p';
+            m_last = progress;
+        };
+        options.onDone = [this](CTransfer&) { m_calls += 'd'; };
+        return options;
+    }
+
+    void expectProgressBeforeTheEnd(long long received)
+    {
+        pool().stop();
+        m_queue->runPending();
+        EXPECT_EQ(m_calls, "pd");
+        EXPECT_EQ(m_last.received, received);
+    }
+
+    const kx::P<norla::CExecutorQueue> m_queue = kx::newObj<norla::CExecutorQueue>();
+    std::string m_calls;
+    norla::CTransferProgress m_last;
+};
+
+TEST_F(PoolLastProgressTest, isThatOfATransferThatFails)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").close();
+    const auto transfer = pool().start(newRequest().get(), recording());
+    EXPECT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(transfer->getState(), TransferState::Failed);
+    expectProgressBeforeTheEnd(3);
+}
+
+TEST_F(PoolLastProgressTest, isThatOfATransferThatIsStopped)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").stall();
+    const auto transfer = pool().start(newRequest().get(), recording());
+    EXPECT_TRUE(waitUntil([&] { return transfer->getProgress().received == 3; }));
+    expectProgressBeforeTheEnd(3);
+}
+
+TEST_F(PoolLastProgressTest, isToldOfATransferThatIsCancelledBeforeItBegins)
+{
+    startStalled();
+    const auto transfer = pool().start(newRequest().get(), recording());
+    transfer->cancel();
+    EXPECT_TRUE(transfer->wait(longest));
+    expectProgressBeforeTheEnd(0);
+}
+
+TEST_F(PoolLastProgressTest, isToldOfATransferThatIsStoppedBeforeItBegins)
+{
+    startStalled();
+    pool().start(newRequest().get(), recording());
+    expectProgressBeforeTheEnd(0);
+}
+
+TEST_F(PoolLastProgressTest, isNotThatOfTheRequestsTransferBefore)
+{
+    answer(ok("hello"));
+    const auto request = newRequest();
+    EXPECT_TRUE(pool().start(request.get())->wait(longest));
+    startStalled();
+    const auto transfer = pool().start(request.get(), recording());
+    transfer->cancel();
+    EXPECT_TRUE(transfer->wait(longest));
+    expectProgressBeforeTheEnd(0);
+    EXPECT_FALSE(m_last.toReceive);
+    EXPECT_EQ(transfer->getProgress().received, 0);
 }
 
 TEST_F(PoolCallbacksTest, callsNobodyAfterItsStop)

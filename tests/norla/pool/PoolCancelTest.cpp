@@ -5,6 +5,7 @@
 #include "tests/support/CBusyPort.h"
 #include "tests/support/sleepingThread.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
@@ -225,6 +226,29 @@ TEST_F(PoolCallbackTest, cancelsItsTransferAtOnce)
                 return std::chrono::steady_clock::now() - begin.get_future().get();
             }),
         longestCancel);
+}
+
+// The sink falls through by itself, so that a cancel that waits for it fails here and does not hang.
+TEST_F(PoolCallbackTest, isNotWaitedForByACancel)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc").stall();
+    const auto request = newRequest();
+    std::promise<void> gate;
+    std::atomic<bool> isHeld{false};
+    const auto sink = kx::newObj<CActionSink>([&isHeld, opened = gate.get_future().share()] {
+        isHeld = true;
+        opened.wait_for(std::chrono::seconds(5));
+        isHeld = false;
+    });
+    request->setReceiveDataSink(sink.get());
+    const auto transfer = pool().start(request.get());
+    EXPECT_TRUE(waitUntil([&isHeld] { return isHeld.load(); }));
+    transfer->cancel();
+    EXPECT_TRUE(isHeld);
+    EXPECT_FALSE(transfer->isDone());
+    gate.set_value();
+    EXPECT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(transfer->getState(), TransferState::Cancelled);
 }
 
 TEST_F(PoolCallbackTest, stopsThePool)

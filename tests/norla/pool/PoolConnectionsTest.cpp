@@ -3,17 +3,20 @@
 #include "tests/norla/pool/CPoolFixture.h"
 #include "tests/support/CDescriptor.h"
 #include "tests/support/CPathServer.h"
+#include "tests/support/libcurlWords.h"
 #include "tests/support/sanitized.h"
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <set>
 #include <string>
 #include <sys/resource.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -229,6 +232,13 @@ TEST_F(PoolLanesTest, tryAgainInWhicheverHasRoom)
 
 class PoolThreadsTest : public CPoolFixture {
 protected:
+    /// All of the process, whatever their names, without those of pools before.
+    static long countAllThreads()
+    {
+        EXPECT_TRUE(waitUntil([] { return countThreads() == 0; }));
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    }
+
     static size_t countThreads()
     {
         size_t count = 0;
@@ -271,6 +281,80 @@ TEST_F(PoolThreadsTest, goWithThePoolsStop)
     EXPECT_TRUE(waitUntil([] { return countThreads() == 3; })); // they give themselves their names
     pool().stop();
     EXPECT_TRUE(waitUntil([] { return countThreads() == 0; })); // the system takes a moment to forget them
+}
+
+TEST_F(PoolThreadsTest, areOneUnlessTheOptionsSayMore)
+{
+    destroyPool();
+    const long before = countAllThreads();
+    replacePool({});
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}), before + 1);
+}
+
+TEST_F(PoolThreadsTest, goWithThePool)
+{
+    destroyPool();
+    const long before = countAllThreads();
+    replacePool({.threads = 3});
+    pool().start(badRequest().get())->wait(longest);
+    destroyPool();
+    EXPECT_EQ(countAllThreads(), before);
+}
+
+/// The descriptors that a pool needs for itself.
+class PoolDescriptorsTest : public CPoolFixture {
+protected:
+    /// What the process has open, by what it is.
+    static std::multiset<std::string> links()
+    {
+        std::multiset<std::string> links;
+        for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone; // that of this loop
+            links.insert(std::filesystem::read_symlink(descriptor.path(), gone).string());
+        }
+        return links;
+    }
+
+    /// Those of the system that are no sockets, so that they do not change with the test's server.
+    static std::map<std::string, size_t> countEvents()
+    {
+        std::map<std::string, size_t> counts;
+        for (const std::string& link : links()) {
+            if (link.starts_with("anon_inode:"))
+                ++counts[link];
+        }
+        return counts;
+    }
+
+    // libcurl's own way to wake its handle: two sockets, or an event descriptor, which nothing here needs.
+    const size_t m_ofLibcurl = support::isLibcurlSince(8, 9) ? 1 : 2;
+};
+
+TEST_F(PoolDescriptorsTest, areAFewForEachThread)
+{
+    destroyPool();
+    const size_t before = links().size();
+    replacePool({});
+    EXPECT_EQ(links().size(), before + 2 + m_ofLibcurl);
+    replacePool({.threads = 3});
+    EXPECT_EQ(links().size(), before + 3 * (2 + m_ofLibcurl));
+    destroyPool();
+    EXPECT_EQ(links().size(), before);
+}
+
+TEST_F(PoolDescriptorsTest, areNotMoreBehindManyTransfers)
+{
+    destroyPool();
+    auto events = countEvents();
+    events["anon_inode:[eventpoll]"] += 1;
+    events["anon_inode:[eventfd]"] += m_ofLibcurl == 1 ? 2 : 1;
+    replacePool({});
+    EXPECT_EQ(countEvents(), events);
+    for (int count = 0; count < 100; ++count) {
+        answer("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+        EXPECT_TRUE(pool().start(newRequest().get())->wait(longest));
+    }
+    EXPECT_EQ(countEvents(), events);
 }
 
 } // namespace

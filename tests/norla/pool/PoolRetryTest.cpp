@@ -1,16 +1,19 @@
 // Attempts of a pool's transfers: until when they go on, and which of them do not count.
+#include "norla/core/CNetHeaders.h"
 #include "norla/core/errorKind.h"
 #include "tests/norla/pool/CPoolFixture.h"
 #include "tests/support/CRefusedPort.h"
-#include "tests/support/CTestCertificates.h"
+#include "tests/support/distinctBytes.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <future>
 #include <limits>
+#include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace {
 
@@ -166,68 +169,130 @@ TEST_F(PoolRetryTest, triesAServerUntilItsFailuresAreOver)
     EXPECT_EQ(transfer->getAttempts().size(), failures + 1U);
 }
 
-/// An open connection that the server closes in the moment in which it is used again.
-class PoolSwallowedTest : public CPoolFixture {
+/// A transfer whose first attempt the server refuses for a moment.
+class PoolRepetitionTest : public CPoolFixture {
 protected:
-    using Script = std::function<void(support::CScript&)>;
-
-    void expectNoFailure(const std::string& method, const Script& end)
+    /// @return how many attempts it took
+    size_t attemptsOf(const Request& request)
     {
-        replacePool({});
-        end(server().onConnection().readHead().send(ok("first")));
-        server().onConnection().readHead().send(ok("")).readToEnd();
-        const auto first = pool().start(newRequest().get());
-        EXPECT_TRUE(first->wait(longest));
-        const auto request = newRequest();
-        if (method.starts_with('P'))
-            request->setSendDataAsUTF8("text");
-        request->setHTTPMethod(kx::String::fromLatin1(method));
-        const auto transfer = pool().start(request.get());
-        EXPECT_TRUE(transfer->wait(longest));
-        EXPECT_EQ(failureOf(transfer), "") << method;
+        CTransfer::Options options;
+        options.retries = {.attempts = 3, .firstPause = ms(1)};
+        m_transfer = pool().start(request.get(), options);
+        EXPECT_TRUE(m_transfer->wait(longest));
+        return m_transfer->getAttempts().size();
     }
+
+    Request putRequest()
+    {
+        auto request = newRequest();
+        request->setHTTPMethod("PUT");
+        const auto headers = kx::newObj<norla::CNetHeaders>();
+        headers->addEmpty("Expect");
+        request->setCustomHTTPHeaders(headers.get());
+        return request;
+    }
+
+    Transfer m_transfer;
 };
 
-TEST_F(PoolSwallowedTest, isNoFailure)
+TEST_F(PoolRepetitionTest, sendsTheSameBodyAgain)
 {
-    const std::vector<Script> ends = {[](support::CScript& script) { script.close(); },
-        [](support::CScript& script) { script.readHead().close(); },
-        [](support::CScript& script) { script.readHead().reset(); },
-        [](support::CScript& script) { script.readBytes(1).closeHard(); }};
-    for (const char* method : {"GET", "HEAD", "PUT", "POST"}) {
-        for (size_t end = 0; end < ends.size() && !HasFailure(); ++end)
-            expectNoFailure(method, ends[end]);
-    }
+    const std::string body = support::distinctBytes(300'000);
+    const auto takeBody = [&](const std::string& answer) {
+        server().onConnection().readHead().readBytes(body.size()).send(answer).readToEnd();
+    };
+    takeBody(status(503, "Connection: close\r\n"));
+    takeBody(ok("good"));
+    norla::CNetRequest::Buffer buffer;
+    buffer.append(reinterpret_cast<const unsigned char*>(body.data()), body.size());
+    const auto request = putRequest();
+    request->setSendDataBuffer(&buffer);
+    EXPECT_EQ(attemptsOf(request), 2U);
+    EXPECT_EQ(bodyOf(request), "good");
+    const std::string first = server().received(0);
+    EXPECT_EQ(first.size(), first.find("\r\n\r\n") + 4 + body.size());
+    EXPECT_TRUE(first.ends_with(body));
+    EXPECT_EQ(server().received(1), first);
 }
 
-// libcurl does not notice there in each case that it may begin anew.
-TEST_F(PoolSwallowedTest, isNoFailureWhereTheConnectionIsEncrypted)
-{
-    constexpr size_t bodySize = 5'000'000;
-    constexpr size_t taken = 500'000;
-    const auto& certificates = support::CTestCertificates::get();
-    const auto start = [&](support::CScript& script) -> support::CScript& {
-        return script.startTLS(certificates.serverCertificate(), certificates.serverKey()).readHead();
-    };
-    for (int count = 0; count < 8 && !HasFailure(); ++count) {
-        replacePool({});
-        start(server().onConnection()).send(ok("first")).readHead().readBytes(taken).reset();
-        start(server().onConnection()).readBytes(bodySize).send(ok("good"));
-        std::vector<Request> requests;
-        for (const size_t size : {size_t{0}, bodySize}) {
-            const auto request = requests.emplace_back(requestTo(server().url("/", "https")));
-            request->setRootCertBundlePath(norla::CNetRequest::Path::fromBytes(certificates.caFile().native()));
-            request->setOptionInt(CURLOPT_EXPECT_100_TIMEOUT_MS, 1);
-            if (size != 0) {
-                request->setSendDataAsUTF8(kx::String::fromLatin1(std::string(size, 'x')));
-                request->setHTTPMethod("PUT");
-            }
-            const auto transfer = pool().start(request.get());
-            EXPECT_TRUE(transfer->wait(longest));
-            EXPECT_EQ(failureOf(transfer), "");
-        }
-        EXPECT_EQ(bodyOf(requests.back()), "good");
+/// Some bytes that nobody reads twice.
+class CStreamWithoutWayBack : public kx::CBase, public virtual kx::IInStream {
+public:
+    int read(unsigned char* data, int size) override
+    {
+        const int count = std::min(size, std::exchange(m_left, 0));
+        std::fill_n(data, count, static_cast<unsigned char>('x'));
+        return count;
     }
+    long long getLength() override { return -1; }
+    void seek(long long) override { throw kx::CError("There is no way back."); }
+    long long getPosition() override { return 4 - m_left; }
+
+private:
+    int m_left = 4;
+};
+
+TEST_F(PoolRepetitionTest, isNoneForASourceThatCannotGoBack)
+{
+    server().onConnection().readHead().readBytes(4).send(status(503, "Connection: close\r\n"));
+    const auto request = putRequest();
+    request->setSendDataStream(kx::newObj<CStreamWithoutWayBack>().get());
+    request->setSendDataSize(4);
+    EXPECT_EQ(attemptsOf(request), 1U);
+    EXPECT_EQ(failureOf(m_transfer), "HTTP response code said error (response code: http 503)");
+    EXPECT_EQ(server().connectionCount(), 1U);
+}
+
+TEST_F(PoolRepetitionTest, asksAnFTPServerAgain)
+{
+    server().onConnection().send("421 too many\r\n");
+    server()
+        .onConnection()
+        .send("220 hello\r\n")
+        .readUntil("\r\n")
+        .send("230 in\r\n")
+        .readUntil("PWD\r\n")
+        .send("257 \"/\"\r\n")
+        .readToEnd();
+    const auto request = requestTo(server().url("/", "ftp"));
+    request->setOptionInt(CURLOPT_NOBODY, 1);
+    EXPECT_EQ(attemptsOf(request), 2U);
+    EXPECT_EQ(failureOf(m_transfer), "");
+}
+
+TEST_F(PoolRepetitionTest, sendsAMailAgain)
+{
+    const std::string mail = "Subject: a\r\n\r\nb\r\n";
+    const auto greet = [this]() -> support::CScript& {
+        support::CScript& script = server().onConnection().send("220 hello\r\n").readUntil("EHLO ").readUntil("\r\n");
+        return script.send("250 hello\r\n").readUntil("MAIL FROM:<me@example.org>\r\n").send("250 yes\r\n");
+    };
+    greet()
+        .readUntil("RCPT TO:<them@example.org>\r\n")
+        .send("451 not yet\r\n")
+        .readUntil("QUIT\r\n")
+        .send("221 bye\r\n");
+    greet()
+        .readUntil("RCPT TO:<them@example.org>\r\n")
+        .send("250 yes\r\n")
+        .readUntil("DATA\r\n")
+        .send("354 go on\r\n")
+        .readUntil("\r\n.\r\n")
+        .send("250 taken\r\n")
+        .readToEnd();
+    const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> recipients(
+        curl_slist_append(nullptr, "<them@example.org>"), &curl_slist_free_all);
+    const auto request = requestTo(server().url("/", "smtp"));
+    request->setOptionPtr(CURLOPT_MAIL_RCPT, recipients.get());
+    request->setOptionString(CURLOPT_MAIL_FROM, "<me@example.org>");
+    request->setUpload(true);
+    request->setSendDataAsUTF8(kx::String::fromLatin1(mail));
+    EXPECT_EQ(attemptsOf(request), 2U);
+    EXPECT_EQ(failureOf(m_transfer), "");
+    destroyPool(); // says goodbye
+    server().join();
+    EXPECT_NE(server().received(1).find("DATA\r\n" + mail + ".\r\n"), std::string::npos) << server().received(1);
+    request->setOptionPtr(CURLOPT_MAIL_RCPT, nullptr);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "tests/curlcalls/CCurlCalls.h"
 #include "tests/norla/pool/CFailingCall.h"
 #include "tests/norla/pool/CPoolTorture.h"
+#include "tests/norla/pool/letFail.h"
 #include "tests/support/CPathServer.h"
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/errorOf.h"
@@ -11,8 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <iostream>
-#include <iterator>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -21,51 +21,11 @@
 
 namespace {
 
-/// Plays the scenario until nothing fails in it any more.
-/// @param function of CFailingCall
-/// @return how often it has failed
-long letFail(CPoolTorture& torture, const CScenario& scenario, const std::string& function)
+Play playOf(CPoolTorture& torture, const CScenario& scenario)
 {
-    for (long number = 0;; ++number) {
-        const CFailingCall call(function, number);
-        torture.play(
-            scenario, [&call] { call.arm(); }, &CFailingCall::disarm);
-        if (testing::Test::HasFailure())
-            std::cout << scenario.name << ", call of number " << number << " of " << function << '\n';
-        if (testing::Test::HasFailure() || !call.hasFailed())
-            return number;
-    }
-}
-
-/// The same with a function of CCurlCalls. @param options gets the names of those that were refused
-int letFailOfLibcurls(
-    CPoolTorture& torture, const CScenario& scenario, const std::string& function, std::set<std::string>& options)
-{
-    for (int number = 0;; ++number) {
-        support::CCurlCalls calls;
-        int armedCalls = 0;
-        int before = 0;
-        torture.play(
-            scenario,
-            [&] {
-                before = calls.countOf(function);
-                if (armedCalls <= number)
-                    calls.fail(function, number - armedCalls, 1);
-            },
-            [&] {
-                calls.succeed();
-                armedCalls += calls.countOf(function) - before;
-                before = calls.countOf(function);
-            });
-        options.merge(calls.refusedOptions());
-        if (testing::Test::HasFailure()) {
-            std::cout << scenario.name << ", call of number " << number << " of " << function << '\n';
-            for (const std::string& option : calls.refusedOptions())
-                std::cout << "for the option " << option << '\n';
-        }
-        if (testing::Test::HasFailure() || armedCalls <= number)
-            return number;
-    }
+    return [&](const std::function<void()>& arm, const std::function<void()>& disarm) {
+        torture.play(scenario, arm, disarm);
+    };
 }
 
 class PoolTortureTest : public testing::TestWithParam<CScenario> {
@@ -75,7 +35,7 @@ protected:
 
 TEST_P(PoolTortureTest, outlivesEachAllocationThatFails)
 {
-    EXPECT_GT(letFail(m_torture, GetParam(), CFailingCall::allocation), 20);
+    EXPECT_GT(letFail(GetParam().name, playOf(m_torture, GetParam()), CFailingCall::allocation), 20);
 }
 
 /// Of one function, in all scenarios.
@@ -91,7 +51,7 @@ TEST_P(PoolTortureBySystemCallTest, outlivesEachThatFails)
     long count = 0;
     for (const CScenario& scenario : CPoolTorture::scenarios()) {
         if (!HasFailure())
-            count += letFail(m_torture, scenario, GetParam());
+            count += letFail(scenario.name, playOf(m_torture, scenario), GetParam());
     }
     EXPECT_GT(count, 0) << "none was made";
 }
@@ -104,7 +64,7 @@ TEST_P(PoolTortureByCallTest, outlivesEachThatFails)
     std::set<std::string> options;
     for (const CScenario& scenario : CPoolTorture::scenarios()) {
         if (!HasFailure())
-            count += letFailOfLibcurls(m_torture, scenario, GetParam(), options);
+            count += letFailOfLibcurls(scenario.name, playOf(m_torture, scenario), GetParam(), options);
     }
     const bool isNeeded = GetParam() != "curl_easy_pause" || !support::isLibcurlSince(8, 14);
     EXPECT_EQ(count > 0, isNeeded) << count << " calls were made";
@@ -117,12 +77,12 @@ TEST(PoolTortureByOptionTest, outlivesEachThatIsRefused)
     std::set<std::string> options;
     for (const CScenario& scenario : CPoolTorture::scenarios()) {
         if (!testing::Test::HasFailure())
-            letFailOfLibcurls(torture, scenario, "curl_easy_setopt", options);
+            letFailOfLibcurls(scenario.name, playOf(torture, scenario), "curl_easy_setopt", options);
     }
     EXPECT_EQ(options,
         (std::set<std::string>{"CLOSESOCKETDATA", "CLOSESOCKETFUNCTION", "COOKIE", "FRESH_CONNECT", "HTTPHEADER",
-            "MAIL_RCPT", "OPENSOCKETDATA", "OPENSOCKETFUNCTION", "PREREQDATA", "PREREQFUNCTION", "QUICK_EXIT",
-            "REDIR_PROTOCOLS_STR", "REFERER", "SSH_KNOWNHOSTS"}));
+            "MAIL_RCPT", "NOPROGRESS", "OPENSOCKETDATA", "OPENSOCKETFUNCTION", "PREREQDATA", "PREREQFUNCTION",
+            "QUICK_EXIT", "REDIR_PROTOCOLS_STR", "REFERER", "SSH_KNOWNHOSTS", "XFERINFODATA", "XFERINFOFUNCTION"}));
 }
 
 /// A transfer over FTP whose server says where its data are before libcurl has come to wait for that.
@@ -205,11 +165,7 @@ const auto nameOfScenario = [](const testing::TestParamInfo<CScenario>& scenario
 const auto nameOfFunction = [](const testing::TestParamInfo<std::string>& function) { return function.param; };
 
 INSTANTIATE_TEST_SUITE_P(Scenarios, PoolTortureTest, testing::ValuesIn(CPoolTorture::scenarios()), nameOfScenario);
-INSTANTIATE_TEST_SUITE_P(Libcurl, PoolTortureByCallTest,
-    testing::Values("curl_easy_getinfo", "curl_easy_pause", "curl_slist_append", "curl_url", "curl_url_set",
-        "curl_url_get", "curl_multi_init", "curl_multi_setopt", "curl_multi_add_handle", "curl_multi_remove_handle",
-        "curl_multi_socket_action"),
-    nameOfFunction);
+INSTANTIATE_TEST_SUITE_P(Libcurl, PoolTortureByCallTest, testing::ValuesIn(functionsOfLibcurl()), nameOfFunction);
 INSTANTIATE_TEST_SUITE_P(
     System, PoolTortureBySystemCallTest, testing::ValuesIn(CFailingCall::functions()), nameOfFunction);
 

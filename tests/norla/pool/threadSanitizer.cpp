@@ -4,6 +4,7 @@
 extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions()
 {
-    return "race:norla::CSocketEvents\nrace:norla::COpenSockets::identify";
+    return "race:norla::CSocketEvents::set\nrace:norla::CSocketEvents::forget\n"
+           "race:norla::COpenSockets::identify";
 }
 #endif

@@ -121,7 +121,7 @@ public:
         const size_t size = 1 + m_random() % 40;
         while (key.size() < size) {
             const auto c = static_cast<wchar_t>(m_random() % (m_random() % 4 == 0 ? 0x11'0000U : 0x80U));
-            if (c >= 0x20 && !(c >= 0xD800 && c <= 0xDFFF))
+            if (c > 0 && !(c >= 0xD800 && c <= 0xDFFF))
                 key += c;
         }
         return kx::String(key);
@@ -146,44 +146,128 @@ std::string withSlashes(std::string url)
     return url + query;
 }
 
+kx::P<norla::CS3Client> clientWith(const std::string& sessionToken)
+{
+    const norla::CS3Credentials credentials{.accessKeyId = "AKID",
+        .secretAccessKey = "secret/+",
+        .sessionToken = kx::String::fromLatin1(sessionToken),
+        .expiry = {}};
+    return kx::newObj<norla::CS3Client>(
+        norla::CS3Endpoint::minio("localhost:9000", false), kx::newObj<norla::CS3StaticCredentials>(credentials).get());
+}
+
+const std::vector<std::string> tokens{"", "of a session /+="};
+
+/// What clients have signed, written for the other one.
+class CSignedByClients {
+public:
+    void add(const Row& row, const std::string& signature)
+    {
+        for (size_t field = 0; field < row.size(); ++field)
+            m_input += (field == 0 ? "" : "\t") + hexOf(row[field]);
+        m_input += "\n";
+        m_signatures.push_back(signature);
+    }
+
+    /// @param column of what the other one writes
+    void expectTheSame(size_t column) const
+    {
+        const std::vector<Row> judged = rowsOf({"sign"}, m_input);
+        ASSERT_EQ(judged.size(), m_signatures.size());
+        for (size_t i = 0; i < judged.size(); ++i)
+            EXPECT_EQ(m_signatures[i], judged[i].at(column)) << i;
+    }
+
+private:
+    std::string m_input;
+    std::vector<std::string> m_signatures;
+};
+
+void prepareOne(norla::CS3Client& client, norla::CNetRequest& request, CMadeKeys& keys, int number)
+{
+    const kx::String key = keys.next();
+    switch (number % 5) {
+    case 0:
+        client.preparePutObjectRequest(request, "bucket", key, "12", 2, "text/plain;  a=\"b   c\"");
+        break;
+    case 1:
+        client.prepareListObjectsRequest(request, "bucket", key, keys.next(), "", number);
+        break;
+    case 2:
+        client.prepareGetObjectRequest(request, "bucket", key, number, 1);
+        break;
+    case 3:
+        client.prepareGetObjectHeadersRequest(request, "bucket", key);
+        break;
+    default:
+        client.prepareDeleteObjectRequest(request, "bucket", key);
+    }
+}
+
+/// A request as the other one reads it, without what it adds itself.
+void addSigned(CSignedByClients& all, norla::CNetRequest& request, const std::string& token)
+{
+    Row row{request.getHTTPMethod().toUTF8(), withSlashes(request.getURL().toUTF8()), "", "AKID", "secret/+", token,
+        "us-east-1", "", "1"};
+    std::string signature;
+    const auto headers = request.getCustomHTTPHeaders();
+    for (const auto line = headers->createIterator(); line->next();) {
+        const std::string name = line->getName().toUTF8();
+        const std::string value = line->getValue().toUTF8();
+        if (name == "Authorization")
+            signature = behind(value, '=');
+        else if (name == "x-amz-date")
+            row[2] = value;
+        else if (name == "x-amz-content-sha256")
+            row[7] = value;
+        else if (name != "x-amz-security-token" && name != "Expect") // the latter is libcurl's matter
+            row.insert(row.end(), {name, value});
+    }
+    all.add(row, signature);
+}
+
 TEST(BotocoreTest, signsTheRequestsOfAClientInTheSameWay)
 {
-    const norla::CS3Credentials credentials{
-        .accessKeyId = "AKID", .secretAccessKey = "secret/+", .sessionToken = {}, .expiry = {}};
-    const auto client = kx::newObj<norla::CS3Client>(
-        norla::CS3Endpoint::minio("localhost:9000", false), kx::newObj<norla::CS3StaticCredentials>(credentials).get());
     const auto request = kx::newObj<norla::CNetRequest>();
     CMadeKeys keys;
-    std::string input;
-    std::vector<std::string> signatures;
-    for (int i = 0; i < 1000; ++i) {
-        if (i % 2 == 0)
-            client->preparePutObjectRequest(*request, "bucket", keys.next(), "12", 2, "text/plain");
-        else
-            client->prepareListObjectsRequest(*request, "bucket", keys.next(), keys.next(), "", i);
-        Row row{request->getHTTPMethod().toUTF8(), withSlashes(request->getURL().toUTF8()), "", "AKID", "secret/+", "",
-            "us-east-1", "", "1"};
-        const auto headers = request->getCustomHTTPHeaders();
-        for (const auto line = headers->createIterator(); line->next();) {
-            const std::string name = line->getName().toUTF8();
-            const std::string value = line->getValue().toUTF8();
-            if (name == "Authorization")
-                signatures.push_back(behind(value, '='));
-            else if (name == "x-amz-date")
-                row[2] = value;
-            else if (name == "x-amz-content-sha256")
-                row[7] = value;
-            else if (name != "Expect") // libcurl's matter
-                row.insert(row.end(), {name, value});
+    CSignedByClients all;
+    for (const std::string& token : tokens) {
+        const auto client = clientWith(token);
+        for (int i = 0; i < 1000; ++i) {
+            prepareOne(*client, *request, keys, i);
+            addSigned(all, *request, token);
         }
-        for (size_t field = 0; field < row.size(); ++field)
-            input += (field == 0 ? "" : "\t") + hexOf(row[field]);
-        input += "\n";
     }
-    const std::vector<Row> judged = rowsOf({"sign"}, input);
-    ASSERT_EQ(judged.size(), signatures.size());
-    for (size_t i = 0; i < judged.size(); ++i)
-        EXPECT_EQ(signatures[i], judged[i].at(0)) << i;
+    all.expectTheSame(0);
+}
+
+/// As addSigned(). @param url presigned
+void addURL(
+    CSignedByClients& all, const std::string& method, const std::string& url, int lifetime, const std::string& token)
+{
+    const std::string date = "&X-Amz-Date=";
+    const size_t dateSize = std::string("20130524T000000Z").size();
+    all.add({method, withSlashes(url.substr(0, url.find('?'))), url.substr(url.find(date) + date.size(), dateSize),
+                "AKID", "secret/+", token, "us-east-1", "UNSIGNED-PAYLOAD", std::to_string(lifetime)},
+        behind(url, '='));
+}
+
+TEST(BotocoreTest, signsTheURLsOfAClientInTheSameWay)
+{
+    const auto request = kx::newObj<norla::CNetRequest>();
+    CMadeKeys keys;
+    CSignedByClients all;
+    for (const std::string& token : tokens) {
+        const auto client = clientWith(token);
+        for (const std::string method : {"GET", "HEAD", "PUT", "DELETE"}) {
+            for (int lifetime = 1; lifetime < 200; ++lifetime) {
+                const kx::String url = client->presignObjectURL(*request, kx::String::fromLatin1(method), "bucket",
+                    keys.next(), kx::CTimeSpan::fromSeconds(lifetime));
+                addURL(all, method, url.toUTF8(), lifetime, token);
+            }
+        }
+    }
+    all.expectTheSame(1);
 }
 
 } // namespace

@@ -189,6 +189,15 @@ TEST_F(CS3ClientCallTest, endsWhenTheStoreForbidsByItsOwnTimeToo)
 
 TEST_F(CS3ClientCallTest, endsWithAStoreWhoseClockRuns)
 {
+    for (int count = 1; count <= 2; ++count)
+        answer(withStatus(403, dateHeader(count * anHour), errorDocument("RequestTimeTooSkewed")));
+    EXPECT_EQ(codeOf(failureOf(get)), "RequestTimeTooSkewed");
+    EXPECT_EQ(server().connectionCount(), 2U);
+}
+
+TEST_F(CS3ClientCallTest, goesByTheStoresClockOnceHoweverOftenItTries)
+{
+    client().setMaxRetries(1);
     for (int count = 1; count <= 3; ++count)
         answer(withStatus(403, dateHeader(count * anHour), errorDocument("RequestTimeTooSkewed")));
     EXPECT_EQ(codeOf(failureOf(get)), "RequestTimeTooSkewed");
@@ -206,6 +215,26 @@ TEST_F(CS3ClientCallTest, signsForTheRegionThatTheStoreNames)
     EXPECT_EQ(body(), "hello");
     EXPECT_THAT(received(0), HasSubstr("/us-east-1/s3/aws4_request"));
     EXPECT_THAT(received(1), HasSubstr("/eu-west-3/s3/aws4_request"));
+}
+
+TEST_F(CS3ClientCallTest, followsAStoreToOneOtherRegion)
+{
+    for (const char* const region : {"eu-west-3", "eu-north-1"})
+        answer(withStatus(301, std::string("x-amz-bucket-region: ") + region + "\r\n"));
+    EXPECT_EQ(codeOf(failureOf(get)), "PermanentRedirect");
+    EXPECT_EQ(server().connectionCount(), 2U);
+    EXPECT_THAT(received(1), HasSubstr("/eu-west-3/s3/aws4_request"));
+}
+
+TEST_F(CS3ClientCallTest, goesByBothClockAndRegionOfAStore)
+{
+    answer(withStatus(403, dateHeader(anHour), errorDocument("RequestTimeTooSkewed")));
+    answer(withStatus(400, dateHeader(anHour), wrongRegion));
+    answer(ok("hello"));
+    perform(get);
+    EXPECT_EQ(body(), "hello");
+    EXPECT_THAT(signedMinute(2), testing::AnyOf(minuteAt(anHour), minuteAt(anHour - 60)));
+    EXPECT_THAT(received(2), HasSubstr("/eu-west-3/s3/aws4_request"));
 }
 
 TEST_F(CS3ClientCallTest, goesToTheHostOfTheRegion)
@@ -303,6 +332,41 @@ TEST_F(CS3ClientCallTest, saysOfAHEADWhatItsStatusStandsFor)
     EXPECT_EQ(error->getProps().get("s3-resource"), "/bucket/a%2Fb");
 }
 
+TEST_F(CS3ClientCallTest, saysOfAHEADWhatEachStatusStandsFor)
+{
+    struct CRow {
+        int status;
+        const char* code;
+        const char* message;
+    };
+    constexpr auto rows = std::to_array<CRow>({
+        {301, "PermanentRedirect", "The bucket is at another address"},
+        {304, "NotModified", "The object is as it was"},
+        {307, "TemporaryRedirect", "The bucket is at another address for the time being"},
+        {400, "BadRequest", "The store does not understand the request"},
+        {403, "AccessDenied", "The store forbids the request"},
+        {405, "MethodNotAllowed", "The store does not allow this with this resource"},
+        {409, "OperationAborted", "Another operation on this resource is under way"},
+        {411, "MissingContentLength", "The store wants to know the length of the body"},
+        {412, "PreconditionFailed", "A condition of the request does not hold"},
+        {416, "InvalidRange", "The object has no such part"},
+        {500, "InternalError", "The store has failed"},
+        {501, "NotImplemented", "The store cannot do this"},
+        {503, "SlowDown", "The store wants fewer requests"},
+    });
+    CS3Call head = get;
+    head.method = "HEAD";
+    for (const CRow& row : rows) {
+        answer(withStatus(row.status, ""));
+        const auto error = failureOf(head);
+        EXPECT_EQ(codeOf(error).toUTF8(), row.code) << row.status;
+        ASSERT_TRUE(error) << row.status;
+        EXPECT_EQ(error->getCode(), row.status);
+        EXPECT_EQ(error->getMessage().toUTF8(), "Amazon S3 error: " + std::string(row.message) + "(" + row.code + ")");
+        EXPECT_EQ(error->getProps().get("s3-resource"), "/bucket/a%2Fb") << row.status;
+    }
+}
+
 TEST_F(CS3ClientCallTest, saysThatTheBucketIsMissingWhereNobodyAskedForAnObject)
 {
     answer(withStatus(404, ""));
@@ -396,6 +460,20 @@ TEST_F(CS3ClientCallTest, comesBackFromARegionWhoseHostIsNotThere)
     perform(get);
     EXPECT_EQ(body(), "hello");
     EXPECT_THAT(received(1), HasSubstr("/0/s3/aws4_request"));
+}
+
+TEST_F(CS3ClientCallTest, triesARegionAgainWhoseHostWasNotThere)
+{
+    CS3Endpoint endpoint = CS3Endpoint::ceph("127.0.0.1:" + kx::toString(server().getPort()), false);
+    endpoint.region = "0"; // as above
+    useEndpoint(endpoint);
+    client().setMaxRetries(1);
+    for (int count = 1; count <= 2; ++count)
+        answer(withStatus(301, "x-amz-bucket-region: 1\r\n"));
+    const auto error = failureOf(get);
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->getMessage().toUTF8(), HasSubstr("127.1.0.1"));
+    EXPECT_EQ(server().connectionCount(), 2U);
 }
 
 } // namespace

@@ -7,6 +7,10 @@
 
 #include <gmock/gmock.h>
 
+#include <ostream>
+#include <string>
+#include <vector>
+
 namespace {
 
 using norla::CS3Client;
@@ -190,15 +194,48 @@ TEST_F(CS3ClientEndpointTest, lendsNothingWithoutAName)
         client->presignObjectURL(request(), "", "bucket", "k", kx::CTimeSpan::fromSeconds(1)), kx::CInvalidArgError);
 }
 
-TEST(CS3EndpointTest, knowsTheHostsOfStores)
+using Addressing = CS3Endpoint::Addressing;
+
+struct CStoreRow {
+    const char* name;
+    CS3Endpoint made;
+    CS3Endpoint expected;
+};
+
+void PrintTo(const CStoreRow& row, std::ostream* stream)
 {
-    EXPECT_EQ(CS3Endpoint::aws("eu-west-1").host, "s3.eu-west-1.amazonaws.com");
-    EXPECT_EQ(CS3Endpoint::b2("us-west-004").host, "s3.us-west-004.backblazeb2.com");
-    EXPECT_EQ(CS3Endpoint::gcs().host, "storage.googleapis.com");
-    EXPECT_EQ(CS3Endpoint::r2("0123").host, "0123.r2.cloudflarestorage.com");
-    EXPECT_EQ(CS3Endpoint::wasabi("eu-central-1").host, "s3.eu-central-1.wasabisys.com");
-    EXPECT_EQ(CS3Endpoint::r2("0123").region, "auto");
-    EXPECT_FALSE(CS3Endpoint::minio("localhost:9000", false).useTLS);
+    *stream << row.name;
 }
+
+class CS3EndpointTest : public testing::TestWithParam<CStoreRow> {};
+
+TEST_P(CS3EndpointTest, knowsHowAStoreWantsToBeAsked)
+{
+    const CS3Endpoint& made = GetParam().made;
+    const CS3Endpoint& expected = GetParam().expected;
+    EXPECT_EQ(made.host, expected.host);
+    EXPECT_EQ(made.useTLS, expected.useTLS);
+    EXPECT_EQ(made.region, expected.region);
+    EXPECT_EQ(made.addressing, expected.addressing);
+    EXPECT_EQ(made.signature, CS3Endpoint::Signature::V4);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, CS3EndpointTest,
+    testing::ValuesIn(std::vector<CStoreRow>{
+        {"aws", CS3Endpoint::aws("eu-west-1"),
+            {"s3.eu-west-1.amazonaws.com", true, "eu-west-1", Addressing::VirtualHost}},
+        {"b2", CS3Endpoint::b2("us-west-004"),
+            {"s3.us-west-004.backblazeb2.com", true, "us-west-004", Addressing::Path}},
+        {"ceph", CS3Endpoint::ceph("gateway:7480"), {"gateway:7480", true, "us-east-1", Addressing::Path}},
+        {"cephWithoutTLS", CS3Endpoint::ceph("gateway", false), {"gateway", false, "us-east-1", Addressing::Path}},
+        {"gcs", CS3Endpoint::gcs(), {"storage.googleapis.com", true, "auto", Addressing::Path}},
+        {"minio", CS3Endpoint::minio("localhost:9000"), {"localhost:9000", true, "us-east-1", Addressing::Path}},
+        {"minioWithoutTLS", CS3Endpoint::minio("localhost", false),
+            {"localhost", false, "us-east-1", Addressing::Path}},
+        {"r2", CS3Endpoint::r2("0123"), {"0123.r2.cloudflarestorage.com", true, "auto", Addressing::Path}},
+        {"wasabi", CS3Endpoint::wasabi("eu-central-1"),
+            {"s3.eu-central-1.wasabisys.com", true, "eu-central-1", Addressing::Path}},
+    }),
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 } // namespace

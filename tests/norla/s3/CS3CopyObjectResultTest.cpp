@@ -1,5 +1,6 @@
 #include "norla/s3/CS3CopyObjectResult.h"
 
+#include "tests/norla/s3/parseDocument.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
@@ -10,21 +11,11 @@ namespace {
 
 using norla::CS3CopyObjectResult;
 
-kx::P<CS3CopyObjectResult> parse(std::string_view document)
-{
-    return kx::newObj<CS3CopyObjectResult>(document.data(), static_cast<int>(document.size()));
-}
-
-kx::String messageOf(std::string_view document)
-{
-    return support::messageOf([document] { parse(document); });
-}
-
 TEST(CS3CopyObjectResultTest, readsACopy)
 {
-    const auto result
-        = parse("<CopyObjectResult xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\">\n"
-                "<LastModified>2026-11-21T08:49:37.000Z</LastModified><ETag>\"e\"</ETag><X/></CopyObjectResult>");
+    const auto result = parseDocument<CS3CopyObjectResult>(
+        "<CopyObjectResult xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\">\n"
+        "<LastModified>2026-11-21T08:49:37.000Z</LastModified><ETag>\"e\"</ETag><X/></CopyObjectResult>");
     EXPECT_FALSE(result->getErrorResponse());
     EXPECT_EQ(result->getLastModified(), "2026-11-21T08:49:37.000Z");
     EXPECT_EQ(result->getETag(), "\"e\"");
@@ -32,7 +23,8 @@ TEST(CS3CopyObjectResultTest, readsACopy)
 
 TEST(CS3CopyObjectResultTest, readsAnErrorInItsPlace)
 {
-    const auto result = parse("<Error><Code>InternalError</Code><Message>m</Message></Error>");
+    const auto result
+        = parseDocument<CS3CopyObjectResult>("<Error><Code>InternalError</Code><Message>m</Message></Error>");
     ASSERT_TRUE(result->getErrorResponse());
     EXPECT_EQ(result->getErrorResponse()->getCode(), "InternalError");
     EXPECT_EQ(result->getErrorResponse()->getMessage(), "m");
@@ -42,7 +34,7 @@ TEST(CS3CopyObjectResultTest, readsAnErrorInItsPlace)
 
 TEST(CS3CopyObjectResultTest, readsACopyWithoutDetails)
 {
-    EXPECT_EQ(parse("<CopyObjectResult/>")->getETag(), "");
+    EXPECT_EQ(parseDocument<CS3CopyObjectResult>("<CopyObjectResult/>")->getETag(), "");
 }
 
 TEST(CS3CopyObjectResultTest, readsABuffer)
@@ -56,7 +48,9 @@ TEST(CS3CopyObjectResultTest, readsABuffer)
 TEST(CS3CopyObjectResultTest, refusesBytesThatAreNoXML)
 {
     for (const auto document : {"", "OK", "<CopyObjectResult>"})
-        EXPECT_EQ(messageOf(document), "Error parsing Amazon S3 'copy object' result: invalid XML.") << document;
+        EXPECT_EQ(
+            parseMessage<CS3CopyObjectResult>(document), "Error parsing Amazon S3 'copy object' result: invalid XML.")
+            << document;
 }
 
 TEST(CS3CopyObjectResultTest, refusesANegativeSize)
@@ -67,14 +61,14 @@ TEST(CS3CopyObjectResultTest, refusesANegativeSize)
 
 TEST(CS3CopyObjectResultTest, namesAnUnknownRoot)
 {
-    EXPECT_EQ(messageOf("<CopyPartResult/>"),
+    EXPECT_EQ(parseMessage<CS3CopyObjectResult>("<CopyPartResult/>"),
         "Error parsing Amazon S3 'copy object' result: unknown root element 'CopyPartResult'.");
 }
 
 TEST(CS3CopyObjectResultTest, isAPlainErrorWhenItCannotBeParsed)
 {
     for (const auto document : {"", "<html/>"}) {
-        const auto error = support::errorOf([document] { parse(document); });
+        const auto error = support::errorOf([document] { parseDocument<CS3CopyObjectResult>(document); });
         ASSERT_TRUE(error);
         EXPECT_EQ(error->getDomain(), "");
         EXPECT_EQ(error->getCode(), -1);

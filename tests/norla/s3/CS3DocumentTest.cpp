@@ -72,11 +72,12 @@ TEST_F(CS3NodeTest, isReadAsTheResultOfACopy)
     EXPECT_EQ(copy.getETag(), "e");
 }
 
-TEST_F(CS3NodeTest, givesTheSameAsItsBytes)
+TEST_F(CS3NodeTest, givesTheSameListingAsItsBytes)
 {
     const std::string text
         = "<ListBucketResult>x<IsTruncated>TRUE</IsTruncated><!-- c --><NextMarker>m<!-- c -->n</NextMarker>"
-          "<Contents><Key><![CDATA[]]>y</Key><Key> \xC3\xA4&amp;\n</Key><Size>7</Size><ETag>\"e\"</ETag></Contents>"
+          "<Contents><Key><![CDATA[]]>y</Key><Key> \xC3\xA4&amp;\n</Key><Size>7</Size><ETag>\"e\"</ETag>"
+          "<LastModified>2026-11-21T08:49:37.000Z</LastModified></Contents>"
           "<CommonPrefixes><Prefix>p/</Prefix><Other/><Prefix>q/</Prefix></CommonPrefixes></ListBucketResult>";
     const norla::CS3ListObjectsResult ofNode(rootOf(text));
     const norla::CS3ListObjectsResult ofBytes(text.data(), static_cast<int>(text.size()));
@@ -88,6 +89,59 @@ TEST_F(CS3NodeTest, givesTheSameAsItsBytes)
         EXPECT_EQ(listing->getContents()[0]->getKey(), kx::String::fromUTF8(" \xC3\xA4&\n"));
         EXPECT_EQ(listing->getContents()[0]->getSize(), 7);
         EXPECT_EQ(listing->getContents()[0]->getETag(), "\"e\"");
+        EXPECT_EQ(listing->getContents()[0]->getLastModified(), "2026-11-21T08:49:37.000Z");
+    }
+}
+
+TEST_F(CS3NodeTest, givesTheSameErrorResponseAsItsBytes)
+{
+    const std::string text
+        = "<Error>x<Code>Slow<!-- c -->Down</Code><Code>First</Code><!-- c --><Message> \xC3\xA4&amp;\n</Message>"
+          "<Resource>/b/<![CDATA[<k>]]></Resource><RequestId>tx</RequestId><HostId>h</HostId><Region>r</Region>"
+          "<Details><Code>inner</Code></Details><code>y</code></Error>";
+    const norla::CS3ErrorResponse ofNode(rootOf(text));
+    const norla::CS3ErrorResponse ofBytes(text.data(), static_cast<int>(text.size()));
+    for (const auto* const response : {&ofNode, &ofBytes}) {
+        EXPECT_EQ(response->getCode(), "First");
+        EXPECT_EQ(response->getMessage(), kx::String::fromUTF8(" \xC3\xA4&\n"));
+        EXPECT_EQ(response->getResource(), "/b/");
+        EXPECT_EQ(response->getRequestId(), "tx");
+        EXPECT_EQ(response->getHostId(), "h");
+        EXPECT_EQ(response->getRegion(), "r");
+    }
+}
+
+TEST_F(CS3NodeTest, givesTheSameResultOfACopyAsItsBytes)
+{
+    const std::string text
+        = "<CopyObjectResult>x<ETag>old</ETag><LastModified>2026-11-21T08:49:37.000Z</LastModified><!-- c -->"
+          "<ETag>&quot;\xC3\xA4<!-- c -->n&quot;</ETag><Other><ETag>inner</ETag></Other></CopyObjectResult>";
+    const norla::CS3CopyObjectResult ofNode(rootOf(text));
+    const norla::CS3CopyObjectResult ofBytes(text.data(), static_cast<int>(text.size()));
+    for (const auto* const copy : {&ofNode, &ofBytes}) {
+        EXPECT_FALSE(copy->getErrorResponse());
+        EXPECT_EQ(copy->getLastModified(), "2026-11-21T08:49:37.000Z");
+        EXPECT_EQ(copy->getETag(), kx::String::fromUTF8("\"\xC3\xA4"));
+    }
+}
+
+TEST_F(CS3NodeTest, givesTheSameFailureOfACopyAsItsBytes)
+{
+    const std::string text = "<Error><Code>InternalError</Code><Message>m</Message><Resource>/b/k</Resource>"
+                             "<RequestId>tx</RequestId><HostId>h</HostId><Region>r</Region></Error>";
+    const norla::CS3CopyObjectResult ofNode(rootOf(text));
+    const norla::CS3CopyObjectResult ofBytes(text.data(), static_cast<int>(text.size()));
+    for (const auto* const copy : {&ofNode, &ofBytes}) {
+        const auto response = copy->getErrorResponse();
+        ASSERT_TRUE(response);
+        EXPECT_EQ(response->getCode(), "InternalError");
+        EXPECT_EQ(response->getMessage(), "m");
+        EXPECT_EQ(response->getResource(), "/b/k");
+        EXPECT_EQ(response->getRequestId(), "tx");
+        EXPECT_EQ(response->getHostId(), "h");
+        EXPECT_EQ(response->getRegion(), "r");
+        EXPECT_EQ(copy->getLastModified(), "");
+        EXPECT_EQ(copy->getETag(), "");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "norla/s3/CS3ErrorResponse.h"
 
+#include "tests/norla/s3/parseDocument.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
@@ -7,16 +8,6 @@
 namespace {
 
 using norla::CS3ErrorResponse;
-
-kx::P<CS3ErrorResponse> parse(std::string_view document)
-{
-    return kx::newObj<CS3ErrorResponse>(document.data(), static_cast<int>(document.size()));
-}
-
-kx::String messageOf(std::string_view document)
-{
-    return support::messageOf([document] { parse(document); });
-}
 
 TEST(CS3ErrorResponseTest, holdsWhatItWasMadeFrom)
 {
@@ -29,10 +20,10 @@ TEST(CS3ErrorResponseTest, holdsWhatItWasMadeFrom)
 
 TEST(CS3ErrorResponseTest, readsTheFourFieldsOfADocument)
 {
-    const auto response
-        = parse("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Error>\n <Code>NoSuchKey</Code>\n <Message>It is not "
-                "there &amp; never was</Message>\n <Resource>/bucket/key</Resource>\n <RequestId>tx01</RequestId>\n "
-                "<HostId>host</HostId>\n</Error>\n");
+    const auto response = parseDocument<CS3ErrorResponse>(
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Error>\n <Code>NoSuchKey</Code>\n <Message>It is not "
+        "there &amp; never was</Message>\n <Resource>/bucket/key</Resource>\n <RequestId>tx01</RequestId>\n "
+        "<HostId>host</HostId>\n</Error>\n");
     EXPECT_EQ(response->getCode(), "NoSuchKey");
     EXPECT_EQ(response->getMessage(), "It is not there & never was");
     EXPECT_EQ(response->getResource(), "/bucket/key");
@@ -41,7 +32,7 @@ TEST(CS3ErrorResponseTest, readsTheFourFieldsOfADocument)
 
 TEST(CS3ErrorResponseTest, leavesFieldsEmptyThatTheDocumentDoesNotHave)
 {
-    const auto response = parse("<Error><Message>why</Message></Error>");
+    const auto response = parseDocument<CS3ErrorResponse>("<Error><Message>why</Message></Error>");
     EXPECT_EQ(response->getMessage(), "why");
     EXPECT_EQ(response->getCode(), "");
     EXPECT_EQ(response->getResource(), "");
@@ -50,36 +41,39 @@ TEST(CS3ErrorResponseTest, leavesFieldsEmptyThatTheDocumentDoesNotHave)
 
 TEST(CS3ErrorResponseTest, takesTheLastOfSeveralFieldsOfOneName)
 {
-    EXPECT_EQ(parse("<Error><Code>first</Code><Code>last</Code></Error>")->getCode(), "last");
+    EXPECT_EQ(parseDocument<CS3ErrorResponse>("<Error><Code>first</Code><Code>last</Code></Error>")->getCode(), "last");
 }
 
 TEST(CS3ErrorResponseTest, readsOnlyTheRootsOwnChildren)
 {
-    EXPECT_EQ(parse("<Error><Details><Code>inner</Code></Details></Error>")->getCode(), "");
+    EXPECT_EQ(parseDocument<CS3ErrorResponse>("<Error><Details><Code>inner</Code></Details></Error>")->getCode(), "");
 }
 
 TEST(CS3ErrorResponseTest, tellsNamesApartByCase)
 {
-    EXPECT_EQ(parse("<Error><code>x</code><CODE>y</CODE></Error>")->getCode(), "");
+    EXPECT_EQ(parseDocument<CS3ErrorResponse>("<Error><code>x</code><CODE>y</CODE></Error>")->getCode(), "");
 }
 
 TEST(CS3ErrorResponseTest, readsTextOutsideLatin1)
 {
-    EXPECT_EQ(parse("<Error><Message>\xe6\xbc\xa2\xf0\x9f\x98\x80</Message></Error>")->getMessage(),
+    EXPECT_EQ(
+        parseDocument<CS3ErrorResponse>("<Error><Message>\xe6\xbc\xa2\xf0\x9f\x98\x80</Message></Error>")->getMessage(),
         kx::String(L"\u6f22\U0001f600"));
 }
 
 TEST(CS3ErrorResponseTest, keepsWhiteSpaceInAField)
 {
-    EXPECT_EQ(parse("<Error><Message> a </Message><Code>  </Code></Error>")->getMessage(), " a ");
-    EXPECT_EQ(parse("<Error><Message> a </Message><Code>  </Code></Error>")->getCode(), "  ");
+    EXPECT_EQ(
+        parseDocument<CS3ErrorResponse>("<Error><Message> a </Message><Code>  </Code></Error>")->getMessage(), " a ");
+    EXPECT_EQ(parseDocument<CS3ErrorResponse>("<Error><Message> a </Message><Code>  </Code></Error>")->getCode(), "  ");
 }
 
 TEST(CS3ErrorResponseTest, refusesBytesThatAreNoXML)
 {
     for (const auto document :
         {"", "Service Unavailable", "<Error>", "<Error></error>", "<Error/>trailing", "\xff\xfe"})
-        EXPECT_EQ(messageOf(document), "Error parsing Amazon S3 error response: invalid XML.") << document;
+        EXPECT_EQ(parseMessage<CS3ErrorResponse>(document), "Error parsing Amazon S3 error response: invalid XML.")
+            << document;
 }
 
 TEST(CS3ErrorResponseTest, refusesANegativeSize)
@@ -91,12 +85,13 @@ TEST(CS3ErrorResponseTest, refusesANegativeSize)
 TEST(CS3ErrorResponseTest, refusesAnotherRoot)
 {
     for (const auto document : {"<html/>", "<error/>", "<Errors/>", "<ListBucketResult/>"})
-        EXPECT_EQ(messageOf(document), "Error parsing Amazon S3 error result: root element is not 'Error'.");
+        EXPECT_EQ(parseMessage<CS3ErrorResponse>(document),
+            "Error parsing Amazon S3 error result: root element is not 'Error'.");
 }
 
 TEST(CS3ErrorResponseTest, isAPlainErrorWhenItCannotBeParsed)
 {
-    const auto error = support::errorOf([] { parse("no XML"); });
+    const auto error = support::errorOf([] { parseDocument<CS3ErrorResponse>("no XML"); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->getDomain(), "");
     EXPECT_EQ(error->getCode(), -1);

@@ -1,6 +1,7 @@
 #include "norla/s3/CS3ListObjectsResult.h"
 
 #include "kx/containers/TArray.h"
+#include "tests/norla/s3/parseDocument.h"
 #include "tests/support/errorOf.h"
 
 #include <gtest/gtest.h>
@@ -11,26 +12,16 @@ namespace {
 
 using norla::CS3ListObjectsResult;
 
-kx::P<CS3ListObjectsResult> parse(std::string_view document)
-{
-    return kx::newObj<CS3ListObjectsResult>(document.data(), static_cast<int>(document.size()));
-}
-
 /// A listing with these children.
 kx::P<CS3ListObjectsResult> listing(const std::string& children)
 {
-    return parse(
+    return parseDocument<CS3ListObjectsResult>(
         "<ListBucketResult xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\">" + children + "</ListBucketResult>");
-}
-
-kx::String messageOf(std::string_view document)
-{
-    return support::messageOf([document] { parse(document); });
 }
 
 TEST(CS3ListObjectsResultTest, readsAPage)
 {
-    const auto page = parse(R"(<?xml version="1.0" encoding="UTF-8"?>
+    const auto page = parseDocument<CS3ListObjectsResult>(R"(<?xml version="1.0" encoding="UTF-8"?>
 <ListBucketResult xmlns="http://s3.amazonaws.com/doc/2006-03-01/">
   <Name>bucket</Name>
   <Prefix>p</Prefix>
@@ -72,11 +63,13 @@ TEST(CS3ListObjectsResultTest, readsTruncationInAnyCase)
 
 TEST(CS3ListObjectsResultTest, refusesAnotherTruncation)
 {
-    EXPECT_EQ(messageOf("<ListBucketResult><IsTruncated>Maybe</IsTruncated></ListBucketResult>"),
+    EXPECT_EQ(
+        parseMessage<CS3ListObjectsResult>("<ListBucketResult><IsTruncated>Maybe</IsTruncated></ListBucketResult>"),
         "Bad value for 'IsTruncated' S3 list objects result element: 'Maybe'");
-    EXPECT_EQ(messageOf("<ListBucketResult><IsTruncated/></ListBucketResult>"),
+    EXPECT_EQ(parseMessage<CS3ListObjectsResult>("<ListBucketResult><IsTruncated/></ListBucketResult>"),
         "Bad value for 'IsTruncated' S3 list objects result element: ''");
-    EXPECT_EQ(messageOf("<ListBucketResult><IsTruncated> true</IsTruncated></ListBucketResult>"),
+    EXPECT_EQ(
+        parseMessage<CS3ListObjectsResult>("<ListBucketResult><IsTruncated> true</IsTruncated></ListBucketResult>"),
         "Bad value for 'IsTruncated' S3 list objects result element: ' true'");
 }
 
@@ -110,7 +103,9 @@ TEST(CS3ListObjectsResultTest, refusesAnEmptyBuffer)
 TEST(CS3ListObjectsResultTest, refusesBytesThatAreNoXML)
 {
     for (const auto document : {"", "{}", "<ListBucketResult>", "<ListBucketResult>\xff</ListBucketResult>"})
-        EXPECT_EQ(messageOf(document), "Error parsing Amazon S3 'list objects' result: invalid XML.") << document;
+        EXPECT_EQ(
+            parseMessage<CS3ListObjectsResult>(document), "Error parsing Amazon S3 'list objects' result: invalid XML.")
+            << document;
 }
 
 TEST(CS3ListObjectsResultTest, refusesANegativeSize)
@@ -122,7 +117,7 @@ TEST(CS3ListObjectsResultTest, refusesANegativeSize)
 TEST(CS3ListObjectsResultTest, refusesAnotherRoot)
 {
     for (const auto document : {"<Error/>", "<listbucketresult/>", "<ListBucketResults/>"})
-        EXPECT_EQ(messageOf(document),
+        EXPECT_EQ(parseMessage<CS3ListObjectsResult>(document),
             "Error parsing Amazon S3 'list objects' result: root element is not ListBucketResult.");
 }
 
@@ -130,7 +125,7 @@ TEST(CS3ListObjectsResultTest, isAPlainErrorWhenItCannotBeParsed)
 {
     for (const auto document : {"", "<Error/>", "<ListBucketResult><IsTruncated/></ListBucketResult>",
              "<ListBucketResult><Contents/></ListBucketResult>"}) {
-        const auto error = support::errorOf([document] { parse(document); });
+        const auto error = support::errorOf([document] { parseDocument<CS3ListObjectsResult>(document); });
         ASSERT_TRUE(error);
         EXPECT_EQ(error->getDomain(), "");
         EXPECT_EQ(error->getCode(), -1);

@@ -59,6 +59,32 @@ TEST_F(CS3ObjectCopyTest, copiesASmallObjectAtOnce)
     EXPECT_THAT(received(1), Not(HasSubstr("x-amz-metadata-directive")));
 }
 
+TEST_F(CS3ObjectCopyTest, copiesUpToFiveGiBAtOnceUnlessToldOtherwise)
+{
+    m_options = {};
+    answerHead(5LL << 30);
+    answerResult("CopyObjectResult", "e");
+    EXPECT_EQ(copy(), "e");
+    EXPECT_EQ(requestLine(1), "PUT /to/c HTTP/1.1");
+    EXPECT_EQ(server().connectionCount(), 2U);
+}
+
+TEST_F(CS3ObjectCopyTest, copiesMoreThanFiveGiBByPartsOf512MiBUnlessToldOtherwise)
+{
+    m_options = {};
+    answerHead((5LL << 30) + 1);
+    answer(created("id"));
+    for (int number = 1; number <= 11; ++number)
+        answerResult("CopyPartResult", "p");
+    answerHead((5LL << 30) + 1);
+    answerCompletion(completed("\"whole-11\""));
+    EXPECT_EQ(copy(), "\"whole-11\"");
+    EXPECT_EQ(requestLine(1), "POST /to/c?uploads HTTP/1.1");
+    EXPECT_EQ(requestLine(2), "PUT /to/c?partNumber=1&uploadId=id HTTP/1.1");
+    EXPECT_THAT(received(2), HasSubstr("\r\nx-amz-copy-source-range: bytes=0-536870911\r\n"));
+    EXPECT_THAT(received(12), HasSubstr("\r\nx-amz-copy-source-range: bytes=5368709120-5368709120\r\n"));
+}
+
 TEST_F(CS3ObjectCopyTest, givesTheCopyHeadersOfItsOwn)
 {
     m_options.multipart.headers = {{"Content-Type", "text/new"}};

@@ -208,6 +208,20 @@ TEST_F(CS3ObjectsGetTest, asksForTheHeadersAlone)
     EXPECT_THAT(server().received(1), testing::StartsWith("HEAD /b/k HTTP/1.1\r\n"));
 }
 
+TEST_F(CS3ObjectsGetTest, asksForTheHeadersAloneOnConditions)
+{
+    answer("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 4\r\n\r\n");
+    objects().head("b", "k",
+        {.conditions = {.ifMatch = "\"a\"",
+             .ifNoneMatch = "\"b\"",
+             .ifModifiedSince = kx::CTime(1255369830LL * 1'000'000),
+             .ifUnmodifiedSince = kx::CTime(1255369831LL * 1'000'000)}});
+    EXPECT_EQ(requestLine(), "HEAD /b/k HTTP/1.1");
+    for (const char* const line : {"if-match: \"a\"", "if-none-match: \"b\"",
+             "if-modified-since: Mon, 12 Oct 2009 17:50:30 GMT", "if-unmodified-since: Mon, 12 Oct 2009 17:50:31 GMT"})
+        EXPECT_TRUE(hasSent(line)) << line;
+}
+
 TEST_F(CS3ObjectsGetTest, refusesWhatMakesNoSense)
 {
     EXPECT_THROW(get({.start = -1}), kx::CInvalidArgError);

@@ -67,6 +67,34 @@ TEST_F(CS3ParallelUploadTest, sendsPartsAtOnce)
     EXPECT_EQ(end.get(), "\"whole-2\"");
 }
 
+TEST_F(CS3ParallelUploadTest, sendsNoMorePartsAtOnceThanMemoryHasRoomFor)
+{
+    constexpr auto room = 2 * static_cast<long long>(leastPart);
+    std::promise<void> roomIsFull;
+    const std::shared_future<void> gate = roomIsFull.get_future().share();
+    size_t connectionsAtFirst = 0;
+    m_options.atOnce = 3;
+    m_options.memory = room;
+    m_options.onProgress = [&](long long bytes, long long) {
+        if (bytes < room || connectionsAtFirst > 0)
+            return;
+        connectionsAtFirst = server().connectionCount(); // with that of the upload's beginning
+        roomIsFull.set_value();
+    };
+    answer(created("id"));
+    for (int i = 0; i < 3; ++i)
+        server()
+            .onConnection()
+            .readHead()
+            .send("HTTP/1.1 100 Continue\r\n\r\n")
+            .readBytes(leastPart)
+            .waitFor(gate)
+            .send(stored(tagOf(m_first)));
+    answerCompletion(completed("\"whole-3\""));
+    EXPECT_EQ(upload(m_first + m_first + m_first), "\"whole-3\"");
+    EXPECT_EQ(connectionsAtFirst, 3U);
+}
+
 TEST_F(CS3ParallelUploadTest, sendsOneByOneWhatMemoryHasNoRoomFor)
 {
     m_options.memory = 0;

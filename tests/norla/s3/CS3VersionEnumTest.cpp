@@ -85,6 +85,20 @@ TEST_F(CS3VersionEnumTest, readsAMarkerThatIsNotEncoded)
     EXPECT_EQ(requestLine(1), "GET /b?versions&encoding-type=url&key-marker=a%01%2B%20&version-id-marker=v HTTP/1.1");
 }
 
+TEST_F(CS3VersionEnumTest, refusesAVersionOutsideThePrefix)
+{
+    answerPage(version("k", "v"), false);
+    EXPECT_EQ(support::messageOf([this] { list({.prefix = "l"})->next(); }),
+        "The listing of the bucket 'b' has 'k', which was not asked for: it does not begin with 'l'.");
+}
+
+TEST_F(CS3VersionEnumTest, refusesAMarkOfARemovalOutsideThePrefix)
+{
+    answerPage("<DeleteMarker><Key>k</Key><VersionId>v</VersionId></DeleteMarker>", false);
+    EXPECT_EQ(support::messageOf([this] { list({.prefix = "l"})->next(); }),
+        "The listing of the bucket 'b' has 'k', which was not asked for: it does not begin with 'l'.");
+}
+
 TEST_F(CS3VersionEnumTest, endsWithAnErrorWhenAPageComesBackToTheStart)
 {
     answerPage(version("b", "v") + "<NextKeyMarker>a</NextKeyMarker>", true);

@@ -62,7 +62,7 @@ std::string told(const CS3Credentials& credentials)
     return (credentials.accessKeyId + "/" + credentials.secretAccessKey + "/" + credentials.sessionToken).toUTF8();
 }
 
-std::string messageOf(norla::IS3Credentials& credentials)
+std::string refusalOf(norla::IS3Credentials& credentials)
 {
     const auto error = support::errorOf([&credentials] { credentials.get(); });
     return error ? error->getMessage().toUTF8() : "none";
@@ -87,18 +87,18 @@ TEST(S3CredentialsTest, nameTheVariableThatIsNotSet)
     const auto credentials = kx::newObj<norla::CS3EnvironmentCredentials>();
     {
         const CEnvironment environment({{"AWS_ACCESS_KEY_ID", nullptr}, {"AWS_SECRET_ACCESS_KEY", "s"}});
-        EXPECT_EQ(messageOf(*credentials),
+        EXPECT_EQ(refusalOf(*credentials),
             "There are no S3 credentials in the environment: the variable 'AWS_ACCESS_KEY_ID' is not set.");
     }
     const CEnvironment environment({{"AWS_ACCESS_KEY_ID", "id"}, {"AWS_SECRET_ACCESS_KEY", ""}});
-    EXPECT_EQ(messageOf(*credentials),
+    EXPECT_EQ(refusalOf(*credentials),
         "There are no S3 credentials in the environment: the variable 'AWS_SECRET_ACCESS_KEY' is not set.");
 }
 
 TEST(S3CredentialsTest, nameTheVariableThatIsNotUTF8)
 {
     const CEnvironment environment({{"AWS_ACCESS_KEY_ID", "id"}, {"AWS_SECRET_ACCESS_KEY", "\xFFsecret"}});
-    EXPECT_EQ(messageOf(*kx::newObj<norla::CS3EnvironmentCredentials>()),
+    EXPECT_EQ(refusalOf(*kx::newObj<norla::CS3EnvironmentCredentials>()),
         "The S3 credentials in the environment cannot be read: the variable 'AWS_SECRET_ACCESS_KEY' is not UTF-8.");
 }
 
@@ -116,7 +116,7 @@ protected:
 
     std::string failure(const std::string& content, const kx::String& profile = "default")
     {
-        std::string message = messageOf(*kx::newObj<CS3SharedCredentialsFile>(write(content), profile));
+        std::string message = refusalOf(*kx::newObj<CS3SharedCredentialsFile>(write(content), profile));
         const std::string folder = m_folder.path().native();
         const size_t at = message.find(folder);
         return at == std::string::npos ? message : message.replace(at, folder.size(), "FOLDER");
@@ -156,7 +156,7 @@ TEST_F(CS3SharedCredentialsFileTest, waitsForNobodyWhoWritesIntoAPipe)
     const std::string name = (m_folder.path() / "pipe").native();
     ASSERT_EQ(mkfifo(name.c_str(), S_IRUSR | S_IWUSR), 0);
     const auto path = CS3SharedCredentialsFile::Path::fromBytes(name);
-    EXPECT_EQ(messageOf(*kx::newObj<CS3SharedCredentialsFile>(path)),
+    EXPECT_EQ(refusalOf(*kx::newObj<CS3SharedCredentialsFile>(path)),
         "The file '" + name + "' cannot be read: it is no regular file.");
 }
 
@@ -169,7 +169,7 @@ TEST_F(CS3SharedCredentialsFileTest, namesAKeyThatIsNotUTF8)
 TEST_F(CS3SharedCredentialsFileTest, namesAFileThatIsNotThere)
 {
     const auto path = CS3SharedCredentialsFile::Path::fromBytes("/nowhere/credentials");
-    EXPECT_EQ(messageOf(*kx::newObj<CS3SharedCredentialsFile>(path)),
+    EXPECT_EQ(refusalOf(*kx::newObj<CS3SharedCredentialsFile>(path)),
         "The file '/nowhere/credentials' cannot be read: No such file or directory.");
 }
 
@@ -267,7 +267,7 @@ TEST_F(CS3RefreshedCredentialsTest, doNotServeBeyondTheirEnd)
     const auto credentials = make(0);
     credentials->get();
     m_isDown = true;
-    EXPECT_EQ(messageOf(*credentials), "no answer");
+    EXPECT_EQ(refusalOf(*credentials), "no answer");
     m_isDown = false;
     EXPECT_EQ(told(credentials->get()), "2/s/t");
 }
