@@ -46,8 +46,9 @@ public:
             throw usageError("URL is missing");
         requireOne("--output");
         requireOne("--sha256");
-        constexpr std::array<std::array<const char*, 2>, 4> contradictions{{{"--output", "--directory"},
-            {"--output", "--server-names"}, {"--overwrite", "--skip"}, {"--sha256", "--checksums"}}};
+        constexpr std::array<std::array<const char*, 2>, 5> contradictions{
+            {{"--output", "--directory"}, {"--output", "--server-names"}, {"--overwrite", "--skip"},
+                {"--resume", "--anew"}, {"--sha256", "--checksums"}}};
         for (const auto& [first, second] : contradictions) {
             if (arguments.has(first) && arguments.has(second))
                 throw usageError(shownPath(first) + " and " + shownPath(second) + " exclude each other");

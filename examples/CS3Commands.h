@@ -2,16 +2,18 @@
 
 #include "examples/CInterruption.h"
 #include "examples/CProgressBar.h"
+#include "examples/CS3Lists.h"
 #include "examples/CS3Place.h"
+#include "examples/CS3Settings.h"
 #include "examples/CSentFile.h"
 #include "examples/CTargetFile.h"
 #include "examples/naming.h"
+#include "examples/objectNotes.h"
 #include "examples/runProgram.h"
 #include "examples/terminal.h"
 #include "norla/s3/CS3BatchDelete.h"
 #include "norla/s3/CS3Buckets.h"
 #include "norla/s3/CS3Client.h"
-#include "norla/s3/CS3FolderEnum.h"
 #include "norla/s3/CS3ObjectCopy.h"
 #include "norla/s3/CS3ObjectListing.h"
 #include "norla/s3/CS3Objects.h"
@@ -23,17 +25,6 @@
 #include <unistd.h>
 #include <utility>
 #include <vector>
-
-/// What the options of the program say.
-struct CS3Settings {
-    int pageSize = -1;           ///< of listings; -1 for the store's choice
-    kx::CTimeSpan lifetime;      ///< of presigned URLs
-    long long partSize = 0;      ///< in bytes; 0 for the library's choice
-    kx::String versionId;        ///< empty for the newest
-    bool isRecursive = false;    ///< rm: all whose names begin so
-    bool showsFolders = false;   ///< ls: one level
-    norla::CRetryPolicy retries; ///< of everything
-};
 
 /// What the program does with an S3 store, a method for each command, with its operands.
 class CS3Commands {
@@ -69,7 +60,8 @@ public:
         if (size > (m_settings.partSize == 0 ? usualPart : m_settings.partSize))
             putByParts(*file, place);
         else
-            naming(place.name(), m_request.get(), [&] { m_objects.put(place.bucket, place.key, file.get(), size); });
+            naming(place.name(), m_request.get(),
+                [&] { m_objects.put(place.bucket, place.key, file.get(), size, m_settings.object); });
         file->endProgress();
         std::cerr << size << " bytes stored\n";
     }
@@ -86,21 +78,18 @@ public:
         std::cerr << info.size << " bytes fetched\n";
     }
 
+    /// The objects of a bucket, or without a word the buckets.
     void list(const Words& words)
     {
+        CS3Lists lists(m_client.get(), m_request.get(), m_settings);
+        if (words.empty()) {
+            if (m_settings.showsFolders || m_settings.showsVersions || m_settings.pageSize >= 0)
+                throw usageError("BUCKET is missing");
+            naming("buckets", m_request.get(), [&] { lists.showBuckets(); });
+            return;
+        }
         const CS3Place place(words[0]);
-        const norla::CS3ListOptions options{.prefix = place.key, .maxKeys = m_settings.pageSize};
-        naming(place.name(), m_request.get(), [&] {
-            if (m_settings.showsFolders) {
-                norla::CS3FolderEnum entries(m_client.get(), m_request.get(), place.bucket, options);
-                while (entries.next())
-                    show(*entries.getCurrent());
-                return;
-            }
-            norla::CS3ObjectListing objects(m_client.get(), m_request.get(), place.bucket, options);
-            while (objects.next())
-                show(*objects.getCurrent());
-        });
+        naming(place.name(), m_request.get(), [&] { lists.show(place); });
     }
 
     void copy(const Words& words) { copyOnStore(words); }
@@ -177,6 +166,32 @@ public:
             showAlways("x-amz-meta-" + name, value);
     }
 
+    /// Gives an object those tags alone; without any, prints those that it has.
+    void tag(const Words& words)
+    {
+        const CS3Place place = CS3Place::ofObject(words[0]);
+        kx::TArray<kx::String> texts;
+        for (size_t i = 1; i < words.size(); ++i)
+            texts.push_back(textOf(words[i], "NAME=VALUE"));
+        const NamedTexts tags = namedTextsOf(texts, "tag");
+        naming(place.name(), m_request.get(), [&] {
+            if (!tags.empty()) {
+                m_objects.setTags(place.bucket, place.key, tags, m_settings.versionId);
+                return;
+            }
+            for (const auto& [name, value] : m_objects.getTags(place.bucket, place.key, m_settings.versionId))
+                print(shownOnOutput(name) + '=' + shownOnOutput(value) + '\n');
+        });
+    }
+
+    /// Takes all tags of an object away.
+    void untag(const Words& words)
+    {
+        const CS3Place place = CS3Place::ofObject(words[0]);
+        naming(place.name(), m_request.get(),
+            [&] { m_objects.removeTags(place.bucket, place.key, m_settings.versionId); });
+    }
+
 private:
     static void showAlways(const kx::String& name, const kx::String& value)
     {
@@ -187,13 +202,6 @@ private:
     {
         if (!value.isEmpty())
             showAlways(name, value);
-    }
-
-    static void show(const norla::CS3ListedObject& object)
-    {
-        const auto known = [](const kx::String& text) { return text.isEmpty() ? "-" : shownOnOutput(text); };
-        print((object.size < 0 ? "-" : std::to_string(object.size)) + '\t' + known(object.lastModified) + '\t'
-            + shownOnOutput(object.key) + '\n');
     }
 
     /// An object that is too large for one request is copied by parts.
@@ -238,7 +246,8 @@ private:
         file.hideProgress(); // it is read ahead
         constexpr long long memory = 32LL << 20;
         norla::CS3ParallelUpload upload(m_client.get(), m_request.get(),
-            {.partSize = m_settings.partSize,
+            {.multipart = norla::CS3MultipartOptions::of(m_settings.object),
+                .partSize = m_settings.partSize,
                 .memory = memory,
                 .retries = m_settings.retries,
                 .onProgress = [&](long long done, long long total) {

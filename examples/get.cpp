@@ -28,6 +28,7 @@ command goes on with it.
         {"--server-names", "", "give the files the names that servers give them"},
         {"--overwrite", "", "replace files that are there already"},
         {"--skip", "", "leave files that are there already, and call them done"},
+        {"--resume", "", "go on with parts of an earlier run, as it does anyway"},
         {"--anew", "", "do not go on with parts of an earlier run"},
         {"--segments", "N", "as many as N connections for a file, 1 to 16 (default: 1)"},
         {"--at-once", "N", "N files at once, 1 to 32 (default: 4)"},

@@ -17,11 +17,13 @@ namespace {
 const std::vector<TCommand<CS3Commands>> commands{
     {"put", {"FILE", "BUCKET/KEY"}, "stores a file, large ones by parts", &CS3Commands::put},
     {"get", {"BUCKET/KEY", "FILE"}, "fetches an object", &CS3Commands::get},
-    {"ls", {"BUCKET[/PREFIX]"}, "lists objects: size, time, key", &CS3Commands::list},
+    {"ls", {"[BUCKET[/PREFIX]]"}, "lists objects: size, time, key; or all buckets", &CS3Commands::list},
     {"cp", {"BUCKET/KEY", "BUCKET/KEY"}, "copies an object, inside the store", &CS3Commands::copy},
     {"mv", {"BUCKET/KEY", "BUCKET/KEY"}, "copies it and removes the first", &CS3Commands::move},
     {"rm", {"BUCKET/KEY..."}, "removes objects", &CS3Commands::remove},
     {"stat", {"BUCKET/KEY"}, "shows size, type, time and metadata", &CS3Commands::stat},
+    {"tag", {"BUCKET/KEY", "[NAME=VALUE]..."}, "gives it these tags, or prints its own", &CS3Commands::tag},
+    {"untag", {"BUCKET/KEY"}, "takes all its tags away", &CS3Commands::untag},
     {"presign", {"BUCKET/KEY"}, "prints a URL by which anybody may fetch it", &CS3Commands::presign},
     {"mb", {"BUCKET"}, "makes a bucket", &CS3Commands::makeBucket},
     {"rb", {"BUCKET"}, "removes an empty bucket", &CS3Commands::removeBucket},
@@ -37,15 +39,21 @@ const CProgram program{
         {"--profile", "NAME", "the credentials of that name in ~/.aws/credentials"},
         {"--http", "", "without TLS"},
         {"--expires", "SECONDS", "presign: for how long, 604800 at most (default: 3600)"},
+        {"--content-type", "TYPE", "put: what it is, such as image/png"},
+        {"--metadata", "NAME=VALUE", "put: kept with the object", true},
         {"--folders", "", "ls: one level; what has more \"/\" as a line a folder"},
         {"--page", "COUNT", "ls, rm: list so many with each request, 1 to 1000"},
         {"--part", "MIB", "put, cp, mv: in parts of that size, 5 to 5120"},
         {"--recursive", "", "rm: all objects whose names begin with BUCKET[/PREFIX]"},
-        {"--version-id", "ID", "get, stat, cp, rm: that version, not the newest"},
+        {"--versions", "", "ls: all versions: size, time, version, kind, key"},
+        {"--version-id", "ID", "get, stat, cp, rm, tag, untag: that, not the newest"},
     },
     .notes = R"(Files of more than 8 MiB are stored by parts, objects of more than 5 GiB are
 copied so, unless --part says otherwise. A signal withdraws the parts; a second
 one does not wait for that.
+
+A version is of the kind "latest" or "older", or "removed": the mark that a
+bucket with versions keeps of a removal. New tags are in place of older ones.
 
 Without --profile the environment gives the credentials: S3_ACCESS_KEY_ID and
 S3_SECRET_ACCESS_KEY. What is not set there is asked for at the terminal.
@@ -54,12 +62,15 @@ S3_SECRET_ACCESS_KEY. What is not set there is asked for at the terminal.
 
 /// The commands that an option is for; the others are for all.
 const std::map<std::string, std::string> commandsOf{
+    {"--content-type", "put"},
     {"--expires", "presign"},
     {"--folders", "ls"},
+    {"--metadata", "put"},
     {"--page", "ls rm"},
     {"--part", "put cp mv"},
     {"--recursive", "rm"},
-    {"--version-id", "get stat cp rm"},
+    {"--version-id", "get stat cp rm tag untag"},
+    {"--versions", "ls"},
 };
 
 void requireItsOptions(const CArguments& arguments, const std::string& command)
@@ -108,6 +119,11 @@ CS3Settings settingsOf(const CArguments& arguments)
     settings.versionId = arguments.text("--version-id");
     settings.isRecursive = arguments.has("--recursive");
     settings.showsFolders = arguments.has("--folders");
+    settings.showsVersions = arguments.has("--versions");
+    if (settings.showsFolders && settings.showsVersions)
+        throw usageError("--folders and --versions exclude each other");
+    settings.object.contentType = requireLine(arguments.text("--content-type"), "the value of --content-type");
+    settings.object.metadata = metadataOf(arguments.texts("--metadata"));
     settings.retries = retries;
     return settings;
 }
