@@ -1,13 +1,13 @@
-#include "norla/core/CFileSink.h"
-#include "norla/s3/CS3Objects.h"
+#include "norla/files/CS3FileDownload.h"
 
 // Fetches an object into a file, which appears under its name when all of it has come and is what the store says that
-// it keeps. When anything fails, an older file of that name stays.
+// it keeps. What a lost connection or the end of the program leaves is gone on with. When anything fails, an older file
+// of that name stays.
 void fetchFromS3(
     norla::CS3Client& client, const kx::String& bucket, const kx::String& name, const norla::CNetRequest::Path& path)
 {
-    const auto request = kx::newObj<norla::CNetRequest>();
-    const auto file = kx::newObj<norla::CFileSink>(*request, path);
-    norla::CS3Objects(&client, request.get()).get(bucket, name, file.get());
-    file->finish(); // gives it its name
+    norla::CS3FileDownloadOptions options;
+    options.file.overwrite = true;
+    options.file.retries.attempts = 5; // here the client's own policy does not count
+    kx::newObj<norla::CS3FileDownload>(&client, bucket, name, path, options)->run();
 }

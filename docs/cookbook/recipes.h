@@ -23,8 +23,8 @@ using Path = norla::CNetRequest::Path;
 kx::String getText(const kx::String& url);
 void downloadFile(const kx::String& url, const Path& path);
 void downloadAndShow(
-    const kx::String& url, const Path& path, const std::function<void(long long received, long long size)>& report);
-void resumeDownload(const kx::String& url, const Path& path, const kx::String& etag);
+    const kx::String& url, const Path& path, const std::function<void(const norla::CFileProgress&)>& report);
+long long resumeDownload(const kx::String& url, const Path& path);
 void downloadLarge(const kx::String& url, const Path& path, const kx::String& sha256);
 kx::TArray<kx::String> downloadAll(const kx::TArray<kx::String>& urls, const Path& folder,
     const std::function<void(const norla::CFileQueueSummary&)>& report);
