@@ -335,6 +335,8 @@ kx::P<CNetHeaders> CS3Client::beginPrepareRequest(CNetRequest& request, const kx
     request.reset();
     if (m_safeDefaults)
         request.setSafeDefaults(*m_safeDefaults);
+    if (m_deadlines)
+        request.setDeadlines(*m_deadlines);
     request.setURL(url);
     request.setFollowRedirects(!m_signer);
     request.setKeepPostOnRedirect(true);

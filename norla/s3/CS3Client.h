@@ -7,6 +7,7 @@
 #include "kx/containers/TMap.h"
 #include "kx/text/String.h"
 #include "kx/time/CTimeSpan.h"
+#include "norla/core/CDeadlines.h"
 #include "norla/core/CNetRequest.h"
 #include "norla/core/CRetryPolicy.h"
 #include "norla/core/CSafeDefaults.h"
@@ -65,10 +66,9 @@ public:
 
     /// How often a failed request is tried again, 50 at first; 0 and less for never. Looked at by performRequest().
     /// Each attempt may take as long as a request may: 30 seconds to connect, 30 seconds in which nothing moves, and no
-    /// limit on the whole, unless the caller sets one on a prepared request (CNetRequest::setConnectTimeout(),
-    /// setFullRequestTimeout()). A program in which somebody waits wants a small number here, and so does one that asks
-    /// for headers: status 400 without a document, as in all answers to a HEAD, counts as transient, whatever is wrong
-    /// with the request.
+    /// limit on the whole, unless setDeadlines() says otherwise. A program in which somebody waits wants a small number
+    /// here, and so does one that asks for headers: status 400 without a document, as in all answers to a HEAD, counts
+    /// as transient, whatever is wrong with the request.
     void setMaxRetries(int maxRetries) { m_maxRetries = maxRetries; }
 
     /// Lets performRequest() try again as the policy says, in place of setMaxRetries(): with growing pauses, and no
@@ -92,6 +92,11 @@ public:
     ///
     /// An object that is fetched into the default receive buffer may have as many bytes as maxReceiveBuffer says.
     void setSafeDefaults(const CSafeDefaults& defaults = {}) { m_safeDefaults = defaults; }
+
+    /// How long may be waited for what, as CNetRequest::setDeadlines(), in each request that is prepared afterwards:
+    /// one attempt, one part of an upload, one page of a listing. Without that call a request's own limits count.
+    /// A negative one is an error of what is then prepared.
+    void setDeadlines(const CDeadlines& deadlines) { m_deadlines = deadlines; }
 
     /// Whether bodies that come from a source are signed as they are sent, chunk by chunk, by a client that signs in
     /// version 4: for requests prepared afterwards. At first only where no TLS protects them.
@@ -342,6 +347,7 @@ private:
     bool m_urlEncodedListings = false;
     CNetRequest::Path m_rootCertBundlePath;
     std::optional<CSafeDefaults> m_safeDefaults;
+    std::optional<CDeadlines> m_deadlines;
     Buffer m_signatureBuffer;
 };
 

@@ -157,6 +157,22 @@ TEST_F(CS3ClientRequestTest, setsItsSafeDefaultsBeforeAnythingElse)
     EXPECT_NE(std::find(limit, options.end(), "URL=http://host/x"), options.end());
 }
 
+TEST_F(CS3ClientRequestTest, limitsEachRequestAsItWasTold)
+{
+    support::CCurlCalls calls;
+    client().setDeadlines({.inactivity = kx::CTimeSpan::fromSeconds(2)});
+    client().beginPrepareRequest(request(), "http://host/x");
+    const auto options = calls.takeOptions();
+    EXPECT_NE(std::find(options.begin(), options.end(), "LOW_SPEED_TIME=2"), options.end());
+}
+
+TEST_F(CS3ClientRequestTest, refusesToPrepareWithNegativeLimits)
+{
+    client().setDeadlines({.total = kx::CTimeSpan::fromSeconds(-1)});
+    EXPECT_EQ(support::messageOf([&] { client().beginPrepareRequest(request(), "http://host/x"); }),
+        "Invalid argument passed to 'CNetRequest::setDeadlines': the deadline 'total' is negative.");
+}
+
 TEST_F(CS3ClientRequestTest, replacesWhateverTheRequestWas)
 {
     put("old", "text/plain");
