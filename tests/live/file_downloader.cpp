@@ -1,6 +1,8 @@
-// Fetches one file as a program of its own, which tests may kill: file_downloader URL PATH [BYTES-A-SECOND]
+// Fetches one file, or object of a store (s3://HOST/BUCKET/KEY), as a program of its own, which tests may kill:
+// file_downloader URL PATH [BYTES-A-SECOND]
 #include "norla/core/explain.h"
 #include "norla/files/CFileDownload.h"
+#include "norla/files/CS3FileDownload.h"
 #include "tests/live/fileProgram.h"
 
 #include <cstdio>
@@ -20,9 +22,17 @@ int main(int count, char* arguments[])
         options.retries.firstPause = kx::CTimeSpan::fromMilliseconds(100);
         if (count > 3)
             options.speedLimit = std::strtoll(arguments[3], nullptr, decimal);
+        const auto path = norla::CNetRequest::Path::fromBytes(arguments[2]);
+        if (const auto object = live::storeURLOf(arguments[1])) {
+            const auto store = live::storeOf(*object);
+            kx::newObj<norla::CS3FileDownload>(
+                store.get(), object->bucket, object->key, path, norla::CS3FileDownloadOptions{.file = options})
+                ->run();
+            return 0;
+        }
         const auto prepare = [url = kx::String::fromUTF8(arguments[1])](
                                  norla::CNetRequest& request) { live::prepareFile(request, url); };
-        kx::newObj<norla::CFileDownload>(prepare, norla::CNetRequest::Path::fromBytes(arguments[2]), options)->run();
+        kx::newObj<norla::CFileDownload>(prepare, path, options)->run();
     } catch (const kx::CError& error) {
         std::fprintf(stderr, "%s\n", norla::explain(error).toUTF8().c_str());
         return 1;

@@ -29,8 +29,16 @@ def wget(place, path):
             *trust_of_others(place.environment), place.url]
 
 
+def curl_place(place):
+    """To a store it speaks HTTP, signed."""
+    if not place.url.startswith("s3:"):
+        return [*curl_trust(place.environment), place.url]
+    login = place.environment["AWS_ACCESS_KEY_ID"] + ":" + place.environment["AWS_SECRET_ACCESS_KEY"]
+    return ["--aws-sigv4", "aws:amz:us-east-1:s3", "--user", login, place.url.replace("s3:", "http:", 1)]
+
+
 def curl_down(place, path):
-    return [*CURL, "-C", "-", *curl_trust(place.environment), "-o", path, place.url]
+    return [*CURL, "-C", "-", "-o", path, *curl_place(place)]
 
 
 def aria2c(place, path):
@@ -40,21 +48,21 @@ def aria2c(place, path):
 
 
 def curl_up(place, path):
-    return [*CURL, *curl_trust(place.environment), "-T", path, place.url]
+    return [*CURL, "-T", path, *curl_place(place)]
 
 
 def curl_up_again(place, path):
-    return [*CURL, "-C", "-", *curl_trust(place.environment), "-T", path, place.url]
+    return [*CURL, "-C", "-", "-T", path, *curl_place(place)]
 
 
 # Program -> how it is called, and over which protocols.
 DOWN = {
     "wget -c": (wget, ["http", "https", "ftp", "ftps"]),
-    "curl -C -": (curl_down, ["http", "https", "ftp", "ftps", "sftp"]),
+    "curl -C -": (curl_down, ["http", "https", "ftp", "ftps", "sftp", "s3"]),
     "aria2c -c": (aria2c, ["http", "https", "ftp"]),  # over SFTP it knows no keys; FTP with TLS it does not speak
 }
 UP = {
-    "curl -T": (curl_up, ["http", "https", "ftp", "ftps", "sftp"]),
+    "curl -T": (curl_up, ["http", "https", "ftp", "ftps", "sftp", "s3"]),
     "curl -C - -T": (curl_up_again, ["ftp", "ftps", "sftp"]),
 }
 

@@ -9,6 +9,7 @@ import threading
 import time
 
 SIZE = 1 << 20
+SIZE_IN_PARTS = 6 << 20  # a store takes no part below 5 MiB but the last
 PAGE = b"<html><body><h1>Please log in</h1></body></html>\n"
 BLOCK = 64 << 10
 SLOW = 0.02  # seconds for a block, a third of a second for all
@@ -45,24 +46,31 @@ UP = {
     "disk-full": "the server's disk is full",
     "folder-gone": "the server's folder is removed meanwhile",
 }
-# What cannot happen: SSH's server is a real one; and nobody but the ends of TLS and SSH can tell a byte from another.
+# What cannot happen: SSH's server is a real one, nobody but the ends of TLS and SSH can tell a byte from another, and a
+# store has another tag for other bytes.
 IMPOSSIBLE = {
     ("http", "down"): {"garbled"},
     ("https", "down"): set(),
     ("ftp", "down"): {"garbled"},
     ("ftps", "down"): set(),
     ("sftp", "down"): {"over-long", "no-ranges", "other-range", "lying-range", "page"},
+    ("s3", "down"): {"garbled", "same-size"},
     ("http", "up"): {"garbled", "no-append"},
     ("https", "up"): {"no-append"},
     ("ftp", "up"): {"garbled", "early"},
     ("ftps", "up"): {"early"},
     ("sftp", "up"): {"refused", "early", "lost", "no-append"},
+    ("s3", "up"): {"garbled", "no-append"},
 }
-PROTOCOLS = ["http", "https", "ftp", "ftps", "sftp"]
+PROTOCOLS = ["http", "https", "ftp", "ftps", "sftp", "s3"]
 DIRECTIONS = ["down", "up"]
 BROKEN_OFF = {"down": {"no-ranges", "other-range", "lying-range", "changed", "same-size", "page"}, "up": {"no-append"}}
 BROKEN_ANYWHERE = {"reset", "stall", "truncated", "garbled"}
 SLOWED = {"killed", "folder-gone", "changed"}  # what the moment matters for
+
+
+def size_of(protocol, direction):
+    return SIZE_IN_PARTS if (protocol, direction) == ("s3", "up") else SIZE
 
 
 def faults_of(protocol, direction):
@@ -72,15 +80,17 @@ def faults_of(protocol, direction):
 class FaultyFile:
     """A file and its fault. Its server uses it in one connection after the other."""
 
-    def __init__(self, fault, direction, seed):
+    def __init__(self, fault, direction, seed, size=SIZE):
         self.random = random.Random(seed)
+        self.size = size
         self.fault = fault
         self.direction = direction
-        self.versions = [self.random.randbytes(SIZE)]
+        self.versions = [self.random.randbytes(size)]
         self.number = 1  # of the version, as far as the server tells
         self.transfers = 0
         self.is_gone = False  # the folder at the server
         self.files = {}  # what the server was sent: bytes by their name
+        self.uploads = {}  # to a store, by parts that are not one yet: id -> number -> bytes
         self.detour = None  # to a port of the server's: another port, which leads there
         self.breaks = 1 if fault in BROKEN_OFF[direction] else 0
         if fault in BROKEN_ANYWHERE:
@@ -94,7 +104,7 @@ class FaultyFile:
     def change(self):
         """Another file in its place: of another size, half of the time."""
         same = self.fault == "same-size"
-        size = SIZE if same else SIZE + self.random.choice([0, self.random.randrange(-50_000, 50_000)])
+        size = self.size if same else self.size + self.random.choice([0, self.random.randrange(-50_000, 50_000)])
         self.versions.append(self.random.randbytes(size))
         self.number += 0 if same else 1
 
@@ -114,7 +124,7 @@ class FaultyFile:
     def pause(self, count):
         """As long as so many bytes take where the moment matters."""
         if self.fault in SLOWED:
-            time.sleep(SLOW * count / BLOCK)
+            time.sleep(SLOW * count / BLOCK * SIZE / self.size)
 
     def send(self, connection, data):
         for start in range(0, len(data), BLOCK):

@@ -1,5 +1,6 @@
 """An HTTP server on loopback that does one harm to each file that it gives or takes, and nothing else."""
 
+import hashlib
 import re
 
 import faults
@@ -88,6 +89,11 @@ def break_off(connection, file, start, broken_at):
         connection.sendall(head + file.body[begin:max(begin, broken_at)])
     if file.fault in ("changed", "same-size"):
         file.change()
+    fall_silent(connection, file)
+
+
+def fall_silent(connection, file):
+    """Or resets the connection; or lets it end, in the hands of the caller."""
     if file.fault == "stall":
         faults.wait_for_end(connection)
     if file.fault == "reset":
@@ -104,11 +110,16 @@ def asked_start(head, file):
 
 
 def tag_of(file):
-    return f'"v{file.number}"'
+    return f'"{hashlib.md5(file.versions[file.number - 1]).hexdigest()}"'
 
 
 def time_of(file):
     return WHEN[file.number - 1]
+
+
+def length_of(head):
+    found = re.search(r"\r\ncontent-length: *(\d+)", head, re.IGNORECASE)
+    return int(found.group(1)) if found else 0
 
 
 def status_line(status):
@@ -139,7 +150,7 @@ class Upload:
         self.connection = connection
         self.file = file
         self.body = bytearray(rest)
-        self.length = int(re.search(r"\r\ncontent-length: *(\d+)", head, re.IGNORECASE).group(1))
+        self.length = length_of(head)
         self.waits = re.search(r"\r\nexpect: *100-continue", head, re.IGNORECASE)
 
     def take(self):
@@ -170,11 +181,14 @@ class Upload:
         elif file.fault == "refused" and is_first:
             self.say("500 Internal Server Error")
         else:
-            file.files["file"] = bytes(self.body[:file.room] if file.fault == "lost" and is_first else self.body)
-            self.say("201 Created")
+            self.store(file.fault != "lost" or not is_first)
+
+    def store(self, is_whole):
+        self.file.files["file"] = bytes(self.body if is_whole else self.body[:self.file.room])
+        self.say("201 Created")
 
     def break_off(self, broken_at):
-        self.read_to(max(0, broken_at))
+        self.read_to(max(0, min(broken_at, self.length)))
         if self.file.fault == "stall":
             if broken_at % 2 == 0:
                 self.read_to(self.length)
@@ -190,8 +204,8 @@ class Upload:
             self.body += block
             self.file.pause(len(block))
 
-    def say(self, status):
+    def say(self, status, header=""):
         """What still comes is thrown away, or else the answer would be."""
-        self.connection.sendall(status_line(status) + b"Content-Length: 0\r\n\r\n")
+        self.connection.sendall(status_line(status) + f"{header}Content-Length: 0\r\n\r\n".encode())
         self.connection.shutdown(1)
         faults.wait_for_end(self.connection)

@@ -43,7 +43,7 @@ class Run:
         self.fault = fault
         self.chance = random.Random(seed)
         self.last_words = ""
-        self.file = faults.FaultyFile(fault, direction, seed)
+        self.file = faults.FaultyFile(fault, direction, seed, faults.size_of(protocol, direction))
         self.is_download = direction == "down"
         self.folder = os.path.join(folder, "target")
         os.makedirs(self.folder)

@@ -11,6 +11,7 @@ import faults
 import ftp_faults
 import http_faults
 import relay
+import s3_faults
 
 
 class Place:
@@ -32,6 +33,7 @@ def open_place(server, url, file, name, environment, close=lambda: None):
     def remove_folder():
         file.is_gone = True
         file.files.clear()
+        file.uploads.clear()
 
     def leave():
         close()
@@ -108,6 +110,15 @@ class Ftps:
         way = Garbler(file)
         file.detour = way.to
         return open_place(self.server, url, file, name, self.environment, way.relay.close)
+
+
+class S3:
+    def __init__(self, _folder):
+        self.server = s3_faults.Server()
+
+    def open(self, file, name, _folder):
+        return open_place(self.server, f"s3://127.0.0.1:{self.server.port}/bucket/{name}", file, name,
+                          {"AWS_ACCESS_KEY_ID": "anybody", "AWS_SECRET_ACCESS_KEY": "anything"})
 
 
 class Sftp:
@@ -197,4 +208,4 @@ def remove_contents(folder):
     shutil.rmtree(folder, ignore_errors=True)
 
 
-OPENERS = {"http": Http, "https": Https, "ftp": Ftp, "ftps": Ftps, "sftp": Sftp}
+OPENERS = {"http": Http, "https": Https, "ftp": Ftp, "ftps": Ftps, "sftp": Sftp, "s3": S3}

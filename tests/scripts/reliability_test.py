@@ -11,7 +11,7 @@ import tree
 
 BUILD = pathlib.Path(os.environ["NORLA_BUILD_DIR"])
 MEASURE = tree.TOP / "tests/reliability/measure.py"
-PROTOCOLS = ["http", "https", "ftp", "ftps", "sftp"]
+PROTOCOLS = ["http", "https", "ftp", "ftps", "sftp", "s3"]
 
 
 class ReliabilityTest(tree.TreeTest):

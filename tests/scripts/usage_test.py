@@ -56,7 +56,7 @@ MISTAKES = [
     ("reliability", ["--fault", "stal"], "'stal'"),
     ("reliability", ["--fault", "s.all"], "'s.all'"),
     ("reliability", ["--fault"], "killed reset stall"),
-    ("reliability", ["--verbose", "--protocol", "gopher"], "'gopher': http https ftp ftps sftp."),
+    ("reliability", ["--verbose", "--protocol", "gopher"], "'gopher': http https ftp ftps sftp s3."),
     ("reliability", ["--direction", "sideways"], "'sideways': down up."),
     ("site", ["--opne"], "'--opne'"),
     ("site", ["one", "two"], "'two'"),
