@@ -44,6 +44,11 @@ void CManagedRequest::enterEvents(COpenSockets& sockets, IStallWatcher& watcher)
         rooms.progress.use(&CNetRequest::CRooms::goOn, &rooms);
 }
 
+void CManagedRequest::requireWholeHeader() noexcept
+{
+    m_request.m_rooms->wantsWholeHeader = true;
+}
+
 bool CManagedRequest::opensSockets() const noexcept
 {
     return m_request.m_rooms->sockets.areApplications();

@@ -38,6 +38,9 @@ public:
     /// The same where it is only told what happens to sockets (curl_multi_socket_action(3)).
     void enterEvents(COpenSockets& sockets, IStallWatcher& watcher);
 
+    /// Until the request is reset an answer that breaks off in its header is an error, where libcurl sees an empty one.
+    void requireWholeHeader() noexcept;
+
     /// Whether the application opens its sockets itself (CURLOPT_OPENSOCKETFUNCTION), so that nobody learns of their
     /// end.
     bool opensSockets() const noexcept;

@@ -65,6 +65,7 @@ void CNetRequest::CRooms::forgetOptions()
     sideEffects.forgetOptions();
     receiveLimits.set(0, 0);
     safety.reset();
+    wantsWholeHeader = false;
     response.takeBareLineFeeds(false);
     sending.forgetOptions();
     token.forgetOptions();
@@ -110,7 +111,7 @@ void CNetRequest::CRooms::noticeEnd(CURLcode result)
     if (result == CURLE_OK && url.isMail() && sending.isUnsentMail())
         callbackError.keep(CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, "",
             "", failureDetails(CURLE_SEND_ERROR)));
-    if (result == CURLE_OK && judgesByProtocol() && record.isHeadCutOff())
+    if (result == CURLE_OK && (judgesByProtocol() || wantsWholeHeader) && record.isHeadCutOff())
         callbackError.keep(CCURLError(CURLE_PARTIAL_FILE, "the connection was closed within the header of the answer",
             url.getResponseCodeDomain(), 0, "", "", failureDetails(CURLE_PARTIAL_FILE)));
     if (result == CURLE_OK && !callbackError.isThere())

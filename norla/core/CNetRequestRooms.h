@@ -66,6 +66,7 @@ struct CNetRequest::CRooms {
     CSentLines lines;
     CSideEffects sideEffects;
     std::optional<CSafeDefaults> safety; // as set, with what its lines are asked for here
+    bool wantsWholeHeader = false;       // of the answer, also where `safety` does not ask for it
     CTransferSockets sockets{handle};
     CTLSTrust tls{handle};
     CSSHTrust ssh{handle, callbackError};

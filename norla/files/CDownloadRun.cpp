@@ -3,6 +3,7 @@
 #include "kx/log/log.h"
 #include "kx/text/numbers.h"
 #include "norla/core/CCURLError.h"
+#include "norla/core/CManagedRequest.h"
 #include "norla/core/plainURL.h"
 #include "norla/files/headersWith.h"
 #include "norla/files/suggestedName.h"
@@ -285,6 +286,7 @@ void CDownloadRun::prepare(CConnection& connection)
     if (m_options.speedLimit == 0) // how much is read at once is also how much comes before a limit begins
         enlargeBuffer(request);
     m_origin.prepare(request);
+    CManagedRequest(request).requireWholeHeader(); // whoever prepares it may have reset it
     connection.sink->expect(connection.task, m_known);
     request.setReceiveDataSink(connection.sink.get());
     request.setOptionInt(CURLOPT_FILETIME, 1);

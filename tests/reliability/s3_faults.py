@@ -22,7 +22,8 @@ class Server(http_faults.Server):
             path, _, query = target.partition("?")
             asked = dict(urllib.parse.parse_qsl(query, keep_blank_values=True))
             name = path.removeprefix("/bucket").strip("/") or asked["prefix"]
-            Exchange(connection, self.files[name], name, asked).answer(method, head, rest)
+            if name in self.files:  # else its run has ended
+                Exchange(connection, self.files[name], name, asked).answer(method, head, rest)
 
 
 class Exchange:

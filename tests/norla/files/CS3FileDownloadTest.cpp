@@ -64,6 +64,22 @@ TEST_F(CS3FileDownloadTest, fetchesAnEmptyObject)
     EXPECT_THAT(names(), ElementsAre("file"));
 }
 
+TEST_F(CS3FileDownloadTest, takesAnAnswerThatBreaksOffInItsHeaderForNoObject)
+{
+    m_options.file.retries = norla::CRetryPolicy::none();
+    answer("HTTP/1.1 200 OK\r\nDate: Sun, 22 Nov");
+    EXPECT_THAT(failure()->getMessage().toUTF8(), HasSubstr("closed within the header of the answer"));
+    EXPECT_THAT(names(), IsEmpty());
+}
+
+TEST_F(CS3FileDownloadTest, triesAgainWhatBreaksOffInItsHeader)
+{
+    answer("HTTP/1.1 200 OK\r\n");
+    answer(whole(m_bytes));
+    download()->run();
+    EXPECT_EQ(file(), m_bytes);
+}
+
 TEST_F(CS3FileDownloadTest, signsInVersion2)
 {
     answer(whole(m_bytes));
