@@ -23,7 +23,7 @@ class InstallPackagesTest(tree.TreeTest):
 
     def lacks(self, *packages):
         patterns = "|".join(packages) or "nothing"
-        self.stand_in("dpkg-query", f'case ${{@: -1}} in {patterns}) exit 1 ;; esac', "echo installed")
+        self.stand_in("dpkg-query", f'case ${{@: -1}} in {patterns}) exit 1 ;; esac', "echo all installed")
 
     def has_sudo(self):
         self.stand_in("sudo", "cat > /dev/null")
@@ -40,6 +40,21 @@ class InstallPackagesTest(tree.TreeTest):
                               "coverage", "valgrind", "package", "root", "abi")
         self.assertEqual((run.returncode, run.stdout, run.stderr), (0, "", ""))
         self.assertEqual(self.calls("sudo") + self.calls("apt-get"), [])
+
+    def knows_icu_as(self, *lines):
+        """On an amd64, which also has packages for programs of i386."""
+        self.stand_in("dpkg-query", "case ${@: -1} in", "dpkg) echo amd64 ;;",
+                      f"libicu72) printf '%s\\n' {' '.join(map(repr, lines))} ;;", "*) echo all installed ;;", "esac")
+
+    def test_a_package_for_two_architectures_is_installed(self):
+        self.knows_icu_as("amd64 installed", "i386 installed")
+        run = self.run_script("install-packages", "test")
+        self.assertEqual((run.returncode, self.installations()), (0, []), run.stderr)
+
+    def test_a_package_for_another_architecture_alone_is_missing(self):
+        self.knows_icu_as("i386 installed", "amd64 config-files")
+        run = self.run_script("install-packages", "test")
+        self.assertIn("  apt-get install --no-install-recommends libicu72\n", run.stderr)
 
     def test_a_stage_of_the_checks_asks_for_its_own_packages(self):
         self.lacks("clang", "nginx-light", "valgrind")
