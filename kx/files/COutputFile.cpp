@@ -110,8 +110,12 @@ void COutputFile::openPart(const std::string& target)
         m_file = openat(
             m_folder, m_partName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, permissions);
     } while (m_file < 0 && errno == EEXIST);
-    if (m_file < 0)
-        fail(errno);
+    if (m_file < 0) {
+        const int error = errno;
+        m_partName.clear(); // it is nobody's, or somebody else's
+        abandon();
+        fail(error);
+    }
     try {
         keepAttributes();
         if (m_options.start == Start::OlderContent)

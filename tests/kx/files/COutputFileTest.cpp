@@ -325,6 +325,15 @@ TEST_F(COutputFileTest, saysAtOnceThatItsFolderTakesNoFile)
     fs::permissions(m_folder.path(), fs::perms(0755));
 }
 
+TEST_F(COutputFileTest, keepsNothingOpenOfAFileThatCannotBeMade)
+{
+    const auto descriptorCount
+        = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()); };
+    const auto before = descriptorCount();
+    EXPECT_THROW(openPath("/proc/self/file"), kx::CError); // not even root can make one there
+    EXPECT_EQ(descriptorCount(), before);
+}
+
 TEST_F(COutputFileTest, givesAnotherGroupNoMoreThanEverybody)
 {
     fs::permissions(m_folder.write("old", "older content"), fs::perms(0662)); // root's, in the continuous integration
