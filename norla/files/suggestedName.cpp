@@ -129,6 +129,14 @@ std::wstring shortened(std::wstring name)
     return name + ending;
 }
 
+/// Whether the library keeps beside a file what it knows of it under such a name: who could give one to a file would say
+/// what another file begins with.
+bool isNameOfState(const std::wstring& name)
+{
+    const kx::String lower = kx::String(name).toLower(); // some file systems tell no capitals
+    return lower.endsWith(".norla-part") || lower.endsWith(".norla-record") || lower.endsWith(".norla-record.new");
+}
+
 kx::String safeName(const kx::String& text)
 {
     std::wstring name;
@@ -140,7 +148,8 @@ kx::String safeName(const kx::String& text)
     }
     name.erase(name.begin(), std::find_if_not(name.begin(), name.end(), isEdge));
     trimEnd(name);
-    return kx::String(shortened(std::move(name)));
+    name = shortened(std::move(name));
+    return kx::String(isNameOfState(name) ? shortened(name + L'_') : name);
 }
 
 } // namespace

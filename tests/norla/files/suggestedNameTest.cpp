@@ -78,6 +78,15 @@ TEST(SuggestedNameTest, isEmptyWhereThereIsNone)
     EXPECT_EQ(nameIn(kx::String("attachment; filename=") + kx::String(std::wstring(20'000, L'a'))), "");
 }
 
+TEST(SuggestedNameTest, isNoneUnderWhichSomethingIsKnownOfAnotherFile)
+{
+    EXPECT_EQ(norla::suggestedNameOf("/a.iso.norla-part").toUTF8(), "a.iso.norla-part_");
+    EXPECT_EQ(norla::suggestedNameOf("/a.iso%2Enorla-Record").toUTF8(), "a.iso.norla-Record_");
+    EXPECT_EQ(nameIn("attachment; filename=\"a.norla-record.new. \""), "a.norla-record.new_");
+    const std::string cut = std::string(244, 'a') + ".norla-part";
+    EXPECT_EQ(norla::suggestedNameOf("/" + cut + std::string(100, 'b')).toUTF8(), cut.substr(1) + "_");
+}
+
 TEST(SuggestedNameTest, isTheLastNameOfAPath)
 {
     EXPECT_EQ(norla::suggestedNameOf("/folder/my%20file.txt").toUTF8(), "my file.txt");
