@@ -65,8 +65,9 @@ public:
     /// @return false when the body cannot be sent anew, or the answer not taken
     [[nodiscard]] bool rewind() noexcept;
 
-    /// Of the next transfer, beside what is set. @param left a millisecond at least; infinite: no limit
-    void limitNextTransfer(const kx::CTimeSpan& left) noexcept;
+    /// Beside what is set, all transfers that begin from now on have ended within that time, taken together; a reset
+    /// changes nothing of that. @param left a millisecond at least counts for each; infinite: no such limit any more
+    void limitTransfers(const kx::CTimeSpan& left) noexcept;
 
     /// Without a byte of the body, from the start of the transfer on, in milliseconds: what the request allows for a
     /// connection and for the inactivity behind it, one after the other. 0: for ever.

@@ -4,7 +4,6 @@
 #include "norla/core/CNetRequestRooms.h"
 #include "norla/core/CRepeatability.h"
 
-#include <algorithm>
 #include <limits>
 
 namespace norla {
@@ -36,13 +35,16 @@ bool CManagedRequest::rewind() noexcept
     }
 }
 
-void CManagedRequest::limitNextTransfer(const kx::CTimeSpan& left) noexcept
+void CManagedRequest::limitTransfers(const kx::CTimeSpan& left) noexcept
 {
-    constexpr long long microsecondsOfAMillisecond = 1000;
-    constexpr long long longest = std::numeric_limits<int>::max(); // that libcurl takes
-    const long long milliseconds = left.getMicroseconds() / microsecondsOfAMillisecond;
-    m_request.m_rooms->deadlines.limitNext(
-        left.isInfinite() ? 0 : std::clamp(milliseconds, 1LL, longest)); // 0: no limit
+    using Clock = CTransferLimits::Clock;
+    CTransferLimits& limits = m_request.m_rooms->deadlines;
+    const auto now = Clock::now();
+    const auto longest = std::chrono::duration_cast<std::chrono::microseconds>(Clock::time_point::max() - now);
+    if (left.isInfinite() || left.getMicroseconds() > longest.count())
+        limits.limitUntil(std::nullopt);
+    else
+        limits.limitUntil(now + std::chrono::microseconds(left.getMicroseconds()));
 }
 
 } // namespace norla

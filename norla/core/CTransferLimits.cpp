@@ -4,6 +4,7 @@
 #include "norla/core/CTransferRecord.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace norla {
@@ -126,9 +127,21 @@ void CTransferLimits::noticeNumber(CURLoption option, long long value) noexcept
     }
 }
 
-std::optional<long long> CTransferLimits::begin() noexcept
+void CTransferLimits::forgetOptions() noexcept
 {
-    m_left = std::exchange(m_next, 0);
+    const auto until = m_until;
+    *this = CTransferLimits();
+    m_until = until;
+}
+
+std::optional<long long> CTransferLimits::begin(Clock::time_point now) noexcept
+{
+    constexpr long long longest = std::numeric_limits<int>::max(); // that libcurl takes
+    m_left = 0;
+    if (m_until) {
+        const auto left = std::chrono::floor<std::chrono::milliseconds>(*m_until - now);
+        m_left = std::clamp<long long>(left.count(), 1, longest); // 0 would be no limit
+    }
     const long long total = getTotal();
     return std::exchange(m_told, total) == total ? std::nullopt : std::optional(total);
 }

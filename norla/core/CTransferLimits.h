@@ -5,6 +5,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <optional>
 
 namespace norla {
@@ -15,22 +16,25 @@ class CTransferRecord;
 /// by the thread of the transfer.
 class CTransferLimits {
 public:
+    using Clock = std::chrono::steady_clock;
+
     /// What was set; other options than those of time limits are ignored.
     void noticeNumber(CURLoption option, long long value) noexcept;
 
-    /// Limits the next transfer as a whole, beside what was set. @param milliseconds 0: not
-    void limitNext(long long milliseconds) noexcept { m_next = milliseconds; }
+    /// Beside what was set, all transfers that begin from now on have ended by then, also behind forgetOptions().
+    /// @param until empty: no such limit any more
+    void limitUntil(std::optional<Clock::time_point> until) noexcept { m_until = until; }
 
     /// A transfer begins.
     /// @return the limit of the whole transfer that libcurl is to be told, in milliseconds, 0 for none; empty when it
     /// knows
-    std::optional<long long> begin() noexcept;
+    std::optional<long long> begin(Clock::time_point now = Clock::now()) noexcept;
 
     /// How long a connection may take, and nothing may move behind it, one after the other: milliseconds, 0 for ever.
     long long getLongestSilence() const noexcept;
 
     /// The handle's options are what they were at first (curl_easy_reset()).
-    void forgetOptions() noexcept { *this = CTransferLimits(); }
+    void forgetOptions() noexcept;
 
     /// Errors are to say which limit it was, in words of their own.
     void speak() noexcept { m_speaks = true; }
@@ -50,8 +54,8 @@ private:
     long long m_connect = 0; // each in milliseconds, 0 for none
     long long m_inactivity = 0;
     long long m_total = 0;
-    long long m_next = 0; // beside it, for the transfer that comes
-    long long m_left = 0; // the same for the current one
+    std::optional<Clock::time_point> m_until;
+    long long m_left = 0; // until then, for the current transfer
     long long m_told = 0; // what libcurl has
     bool m_speaks = false;
 };

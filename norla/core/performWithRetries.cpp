@@ -25,7 +25,7 @@ public:
     CLimit& operator=(const CLimit&) = delete;
     ~CLimit() { set(kx::CTimeSpan::infinite()); }
 
-    void set(const kx::CTimeSpan& left) noexcept { CManagedRequest(m_request).limitNextTransfer(left); }
+    void set(const kx::CTimeSpan& left) noexcept { CManagedRequest(m_request).limitTransfers(left); }
 
 private:
     CNetRequest& m_request;

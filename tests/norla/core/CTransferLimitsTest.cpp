@@ -6,6 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <limits>
+#include <optional>
+
 namespace {
 
 using norla::CTransferLimits;
@@ -26,7 +30,17 @@ protected:
         return m_limits.describe({.phase = phase, .limit = limit, .host = "host:80", .proxy = proxy}).toUTF8();
     }
 
+    void limit(int milliseconds) { m_limits.limitUntil(m_now + std::chrono::milliseconds(milliseconds)); }
+
+    /// A transfer begins so much later.
+    std::optional<long long> begin(int milliseconds = 0)
+    {
+        m_now += std::chrono::milliseconds(milliseconds);
+        return m_limits.begin(m_now);
+    }
+
     CTransferLimits m_limits;
+    CTransferLimits::Clock::time_point m_now;
 };
 
 TEST_F(CTransferLimitsTest, saysHowFarTheConnectionCame)
@@ -114,42 +128,65 @@ TEST_F(CTransferLimitsTest, saysNothingOfNoLimit)
     EXPECT_EQ(text(TransferLimit::None, TransferPhase::Waiting), "");
 }
 
-TEST_F(CTransferLimitsTest, shorterLimitOfTheNextTransferCountsForThatAlone)
+TEST_F(CTransferLimitsTest, timeThatIsLeftCountsWhereItIsShorter)
 {
-    m_limits.limitNext(300);
-    EXPECT_EQ(m_limits.begin(), 300);
+    limit(300);
+    EXPECT_EQ(begin(), 300);
     EXPECT_NE(text(TransferLimit::Total, TransferPhase::Waiting).find("within 0.3 seconds"), std::string::npos);
-    EXPECT_EQ(m_limits.begin(), 60'000);
-    EXPECT_EQ(m_limits.begin(), std::nullopt);
 }
 
-TEST_F(CTransferLimitsTest, longerLimitOfTheNextTransferChangesNothing)
+TEST_F(CTransferLimitsTest, timeThatIsLeftGrowsShorterFromTransferToTransfer)
 {
-    m_limits.limitNext(60'001);
-    EXPECT_EQ(m_limits.begin(), std::nullopt);
+    limit(300);
+    EXPECT_EQ(begin(), 300);
+    EXPECT_EQ(begin(), std::nullopt);
+    EXPECT_EQ(begin(100), 200);
+    EXPECT_EQ(begin(1000), 1) << "0 would be no limit";
 }
 
-TEST_F(CTransferLimitsTest, limitOfTheNextTransferCountsWhereNoneIsSet)
+TEST_F(CTransferLimitsTest, timeThatIsLongerChangesNothing)
+{
+    limit(60'001);
+    EXPECT_EQ(begin(), std::nullopt);
+}
+
+TEST_F(CTransferLimitsTest, timeThatIsLeftIsNoMoreThanLibcurlTakes)
 {
     m_limits.noticeNumber(CURLOPT_TIMEOUT, 0);
-    m_limits.limitNext(300);
-    EXPECT_EQ(m_limits.begin(), 300);
-    EXPECT_EQ(m_limits.begin(), 0);
+    m_limits.limitUntil(CTransferLimits::Clock::time_point::max());
+    EXPECT_EQ(begin(), std::numeric_limits<int>::max());
 }
 
-TEST_F(CTransferLimitsTest, limitOfTheNextTransferMayBeTakenBack)
+TEST_F(CTransferLimitsTest, timeThatIsLeftCountsWhereNoLimitIsSet)
 {
-    m_limits.limitNext(300);
-    m_limits.limitNext(0);
-    EXPECT_EQ(m_limits.begin(), std::nullopt);
+    m_limits.noticeNumber(CURLOPT_TIMEOUT, 0);
+    limit(300);
+    EXPECT_EQ(begin(), 300);
+}
+
+TEST_F(CTransferLimitsTest, timeThatIsLeftMayBeTakenBack)
+{
+    limit(300);
+    EXPECT_EQ(begin(), 300);
+    m_limits.limitUntil(std::nullopt);
+    EXPECT_EQ(begin(), 60'000);
+    EXPECT_EQ(begin(), std::nullopt);
+}
+
+TEST_F(CTransferLimitsTest, timeThatIsLeftStaysBehindForgottenOptions)
+{
+    limit(300);
+    EXPECT_EQ(begin(), 300);
+    m_limits.forgetOptions();
+    EXPECT_EQ(begin(), 300) << "libcurl knows no longer";
 }
 
 TEST_F(CTransferLimitsTest, limitThatIsSetBehindAShorterOneIsTold)
 {
-    m_limits.limitNext(300);
-    EXPECT_EQ(m_limits.begin(), 300);
+    limit(300);
+    EXPECT_EQ(begin(), 300);
     m_limits.noticeNumber(CURLOPT_TIMEOUT_MS, 500); // as libcurl was
-    EXPECT_EQ(m_limits.begin(), std::nullopt);
+    EXPECT_EQ(begin(), 300);
 }
 
 TEST_F(CTransferLimitsTest, timeIsReadable)
