@@ -4,8 +4,10 @@
 #include "kx/time/CTimeSpan.h"
 #include "norla/s3/IS3Credentials.h"
 
+#include <chrono>
 #include <functional>
 #include <mutex>
+#include <optional>
 
 namespace norla {
 
@@ -21,16 +23,19 @@ public:
     explicit CS3RefreshedCredentials(Fetch fetch, kx::CTimeSpan early = kx::CTimeSpan::fromSeconds(300));
     ~CS3RefreshedCredentials() override;
 
-    /// @throws what `fetch` throws, once the last ones have ended: until then a failure is logged, and they serve on
+    /// @throws what `fetch` throws, once the last ones have ended: until then a failure is logged, and they serve on.
+    /// Behind such a failure `fetch` is left alone for ten seconds, or until they end.
     CS3Credentials get() override;
 
 private:
+    bool endWithin(const kx::CTime& now, const kx::CTimeSpan& time) const;
     bool haveEnded(const kx::CTime& when) const;
 
     const Fetch m_fetch;
     const kx::CTimeSpan m_early;
     std::mutex m_mutex;
     bool m_isFetched = false;
+    std::optional<std::chrono::steady_clock::time_point> m_nextFetch; // while the last ones serve on
     CS3Credentials m_last;
 };
 

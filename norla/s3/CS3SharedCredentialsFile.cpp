@@ -48,16 +48,26 @@ std::string_view trimmed(std::string_view text)
     return text.substr(start, text.find_last_not_of(blanks) + 1 - start);
 }
 
+/// Of a line that begins a section, which a comment may follow; empty for one that names none.
+std::string_view sectionIn(std::string_view line)
+{
+    const size_t end = line.find(']');
+    return end == std::string_view::npos ? std::string_view() : trimmed(line.substr(1, end - 1));
+}
+
 /// Nothing when the profile is not there. Of two with one name the later keys count.
 Keys keysOf(std::string_view content, std::string_view profile)
 {
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (content.starts_with(byteOrderMark))
+        content.remove_prefix(byteOrderMark.size());
     Keys keys;
     bool isWanted = false;
     while (!content.empty()) {
         const std::string_view line = trimmed(content.substr(0, content.find('\n')));
         content.remove_prefix(std::min(content.find('\n'), content.size() - 1) + 1);
-        if (line.starts_with('[') && line.ends_with(']')) {
-            isWanted = trimmed(line.substr(1, line.size() - 2)) == profile;
+        if (line.starts_with('[')) { // the keys behind it are not those of the one before
+            isWanted = sectionIn(line) == profile;
         } else if (isWanted && !line.starts_with('#') && !line.starts_with(';')) {
             const size_t equals = std::min(line.find('='), line.size());
             keys[std::string(trimmed(line.substr(0, equals)))]

@@ -24,6 +24,16 @@ namespace norla {
 
 namespace {
 
+/// @param deadline zero for none @param left of a budget
+kx::CTimeSpan shorterOf(const kx::CTimeSpan& deadline, const kx::CTimeSpan& left)
+{
+    if (left.isInfinite())
+        return deadline;
+    const auto rest = kx::CTimeSpan::fromMicroseconds(std::max(1LL, left.getMicroseconds())); // 0 would be none
+    const bool isNone = deadline.isInfinite() || deadline == kx::CTimeSpan();
+    return isNone || rest.getMicroseconds() < deadline.getMicroseconds() ? rest : deadline;
+}
+
 constexpr auto uploadProgressPause = std::chrono::milliseconds(100);
 
 kx::P<CTransferPool> poolFor(const CS3ParallelUploadOptions& options, size_t atOnce)
@@ -190,7 +200,7 @@ void CS3UploadRun::prepare(CPart& part)
 void CS3UploadRun::send(CPart& part)
 {
     CTransfer::Options options;
-    options.attemptDeadline = m_options.partDeadline;
+    options.attemptDeadline = shorterOf(m_options.partDeadline, part.retries.getTimeLeft());
     options.onDone = [signals = m_signals, number = part.number](CTransfer&) { signals->tellEnd(number); };
     options.executor = m_executor;
     part.nextAttempt.reset();

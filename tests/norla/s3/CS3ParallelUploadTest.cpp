@@ -272,6 +272,19 @@ TEST_F(CS3ParallelUploadTest, isCancelledWhileItWaits)
     EXPECT_THAT(requestLine(2), HasSubstr("DELETE "));
 }
 
+TEST_F(CS3ParallelUploadTest, keepsToItsBudgetWhileAPartIsOnItsWay)
+{
+    m_options.retries.budget = kx::CTimeSpan::fromSeconds(1);
+    answer(created("id"));
+    server().onConnection().readHead().readBytes(3).stall();
+    answer("HTTP/1.1 204 Gone\r\nConnection: close\r\n\r\n");
+    const auto start = std::chrono::steady_clock::now();
+    const auto error = support::errorOf([this] { upload("end"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::TotalTimeout);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)); // 30 without a budget
+}
+
 TEST_F(CS3ParallelUploadTest, abortsWhatACallbackEnds)
 {
     m_options.onStarted = [](const kx::String&) { throw kx::CError("No."); };

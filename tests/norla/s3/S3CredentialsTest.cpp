@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <initializer_list>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -132,6 +133,20 @@ TEST_F(CS3SharedCredentialsFileTest, readsAProfile)
                                 "aws_secret_access_key = d#1\naws_session_token\t=\te";
     EXPECT_EQ(read(content), "a/b/");
     EXPECT_EQ(read(content, "work"), "c =/d#1/e");
+}
+
+TEST_F(CS3SharedCredentialsFileTest, takesNoKeysOfAnotherProfileBehindAComment)
+{
+    const std::string content = "[default]\naws_access_key_id=a\naws_secret_access_key=b\n"
+                                "[work] # production\naws_access_key_id=c\naws_secret_access_key=d\n"
+                                "[other\naws_access_key_id=e\naws_secret_access_key=f\n";
+    EXPECT_EQ(read(content), "a/b/");
+    EXPECT_EQ(read(content, "work"), "c/d/");
+}
+
+TEST_F(CS3SharedCredentialsFileTest, mayBeginWithAByteOrderMark)
+{
+    EXPECT_EQ(read("\xEF\xBB\xBF[default]\naws_access_key_id=a\naws_secret_access_key=b\n"), "a/b/");
 }
 
 TEST_F(CS3SharedCredentialsFileTest, namesFileProfileAndWhatIsMissing)
@@ -259,6 +274,27 @@ TEST_F(CS3RefreshedCredentialsTest, serveToTheirEndWhileNobodyHasNewOnes)
     EXPECT_EQ(log.lines(),
         std::vector<std::string>({"warning: The S3 credentials could not be fetched anew; the last "
                                   "ones serve until they end.: no answer"}));
+}
+
+TEST_F(CS3RefreshedCredentialsTest, areNotAskedForAgainAtOnceWhereNobodyHasNewOnes)
+{
+    const support::CLogRecorder log;
+    m_lifetime = 100;
+    const auto credentials = make(150);
+    credentials->get();
+    m_isDown = true;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(told(credentials->get()), "1/s/t");
+    EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST_F(CS3RefreshedCredentialsTest, mayBeFetchedHoweverEarly)
+{
+    m_lifetime = 100;
+    const auto credentials = kx::newObj<CS3RefreshedCredentials>(
+        [this] { return fetch(); }, kx::CTimeSpan::fromMicroseconds(std::numeric_limits<long long>::max()));
+    credentials->get();
+    EXPECT_EQ(told(credentials->get()), "2/s/t");
 }
 
 TEST_F(CS3RefreshedCredentialsTest, doNotServeBeyondTheirEnd)
