@@ -60,6 +60,11 @@ void CS3ChunkedSource::setKey(kx::P<CS3SignerV4> signer, const CS3Credentials& c
 
 CS3ChunkedSource::~CS3ChunkedSource() = default;
 
+CS3ChunkedSource* CS3ChunkedSource::in(const CNetRequest& request)
+{
+    return dynamic_cast<CS3ChunkedSource*>(request.getSendDataSource().get());
+}
+
 long long CS3ChunkedSource::encodedSize(long long size) noexcept
 {
     const long long whole = size / static_cast<long long>(chunkSize);
@@ -109,7 +114,7 @@ bool CS3ChunkedSource::makeChunk(const HeaderMap& responseHeaders)
     const auto count = static_cast<size_t>(std::min<long long>(m_left, chunkSize));
     m_bytes.resize(count);
     const bool isWhole = readBytes(responseHeaders);
-    m_isAtEnd = !isWhole || count == 0;
+    m_isAtEnd = isWhole ? count == 0 : m_position > 0; // before the first byte the next attempt may find more
     if (!isWhole)
         return false;
     m_left -= static_cast<long long>(count);

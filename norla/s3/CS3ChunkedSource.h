@@ -22,6 +22,13 @@ public:
     CS3ChunkedSource& operator=(const CS3ChunkedSource&) = delete;
     ~CS3ChunkedSource() override;
 
+    /// That of a request whose body is one; else null.
+    static CS3ChunkedSource* in(const CNetRequest& request);
+
+    /// What it encodes.
+    kx::P<CNetRequest::IDataSource> getSource() const { return m_source; }
+    long long getSize() const noexcept { return m_size; }
+
     /// By what the request was signed, each time before the body begins.
     void setKey(kx::P<CS3SignerV4> signer, const CS3Credentials& credentials);
 

@@ -110,6 +110,7 @@ CS3Client::CS3Client(const CS3Endpoint& endpoint, IS3Credentials* credentials, I
     , m_credentials(credentials)
     , m_signer(signer ? kx::P<IS3Signer>(signer) : signerOf(endpoint))
     , m_region(!signer && endpoint.signature == CS3Endpoint::Signature::V4 ? endpoint.region : kx::String())
+    , m_safeDefaults(CSafeDefaults{.maxReceiveBuffer = 0})
 {
     if (!credentials)
         throw kx::CInvalidArgError("credentials is null", "CS3Client::CS3Client");

@@ -31,6 +31,7 @@ class CDigest;
 namespace norla {
 
 class CNetHeaders;
+class CS3ChunkedSource;
 
 /// Objects in the buckets of Amazon S3 or of a store that speaks its REST protocol.
 ///
@@ -87,10 +88,12 @@ public:
 
     /// What every request that is prepared afterwards begins with, behind its reset, as CNetRequest::setSafeDefaults();
     /// those of operations that perform at once, too. What this client sets by itself counts in its place: redirects
-    /// out of https are followed nowhere, and setSSLVerifyPeer(false) believes every issuer. Without that call nothing
-    /// is set.
+    /// out of https are followed nowhere, and setSSLVerifyPeer(false) believes every issuer.
     ///
     /// An object that is fetched into the default receive buffer may have as many bytes as maxReceiveBuffer says.
+    ///
+    /// A client of an endpoint begins with them, but without a limit of that buffer. One that was made with a key begins
+    /// with nothing; in its performCall() an answer that breaks off in its header is an error all the same.
     void setSafeDefaults(const CSafeDefaults& defaults = {}) { m_safeDefaults = defaults; }
 
     /// How long may be waited for what, as CNetRequest::setDeadlines(), in each request that is prepared afterwards:
@@ -311,6 +314,7 @@ private:
     std::string setSource(CNetRequest& request, CNetHeaders& headers, CNetRequest::IDataSource* source, long long size,
         const std::string& payloadSHA256);
     static void leaveOutExpect(CNetHeaders& headers, long long size);
+    static void sendPlainly(CNetRequest& request, const CS3ChunkedSource& chunked);
 
     void performOnce(CNetRequest& request);
     void throwBetterError(CNetRequest& request, std::exception& error);

@@ -4,6 +4,7 @@
 #include "norla/s3/CS3ChunkedSource.h"
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3SignerV4.h"
+#include "norla/s3/headerLines.h"
 #include "norla/s3/hexSHA256.h"
 
 namespace norla {
@@ -11,6 +12,7 @@ namespace norla {
 namespace {
 
 constexpr long long expectThreshold = 1 << 20;
+constexpr char decodedLength[] = "x-amz-decoded-content-length";
 
 } // namespace
 
@@ -35,10 +37,19 @@ std::string CS3Client::setSource(CNetRequest& request, CNetHeaders& headers, CNe
     }
     // Without the "Content-Encoding: aws-chunked" of the documentation: some stores keep it with the object, whose
     // readers know of no such coding.
-    headers.add("x-amz-decoded-content-length", kx::toString(size));
+    headers.add(decodedLength, kx::toString(size));
     request.setSendDataSource(kx::newObj<CS3ChunkedSource>(request, source, size).get());
     request.setSendDataSize(CS3ChunkedSource::encodedSize(size));
     return CS3RequestToSign::streamingPayload;
+}
+
+// A body that nobody signs would be stored with all that stands between its chunks.
+void CS3Client::sendPlainly(CNetRequest& request, const CS3ChunkedSource& chunked)
+{
+    request.setSendDataSource(chunked.getSource().get());
+    request.setSendDataSize(chunked.getSize());
+    if (const auto headers = request.getCustomHTTPHeaders())
+        request.setCustomHTTPHeaders(headersWithout(*headers, {decodedLength}).get());
 }
 
 } // namespace norla

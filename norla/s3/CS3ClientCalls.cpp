@@ -14,6 +14,18 @@ namespace {
 
 constexpr char callFunction[] = "CS3Client::prepareCall";
 
+/// An answer that breaks off in its header would be an empty object, or an empty answer to what was asked.
+constexpr CSafeDefaults wholeAnswers{.redirectsStaySafe = false,
+    .maxRedirects = -1,
+    .secretsStayWithTheirHost = false,
+    .verifyTLS = false,
+    .verifySSH = false,
+    .expectFrom = 0,
+    .maxReceiveBuffer = 0,
+    .maxHeaders = 0,
+    .judgeByProtocol = true,
+    .oneLineEach = false};
+
 void requireMakesSense(const CS3Call& call)
 {
     if (call.method.isEmpty())
@@ -78,6 +90,8 @@ void CS3Client::prepareCall(CNetRequest& request, const CS3Call& call)
         : isOfBucket                   ? bucketURL(request, call.bucketName)
                                        : getObjectURL(request, call.bucketName, call.objectName);
     const auto headers = beginPrepareRequest(request, url + queryOf(request, call.parameters));
+    if (!m_safeDefaults)
+        request.setSafeDefaults(wholeAnswers);
     request.setHTTPMethod(call.method);
     for (const auto& [name, value] : call.headers) {
         if (value.isEmpty())

@@ -8,11 +8,11 @@
 #include "norla/s3/CS3Client.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3SignerV4.h"
+#include "norla/s3/headerLines.h"
 
 #include <algorithm>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace norla {
 
@@ -52,26 +52,11 @@ kx::String movedTo(const kx::String& endpointURL, const kx::String& url, const k
     return url.substr(at, oldHost.size()) == oldHost ? url.substr(0, at) + newHost + url.substr(hostEnd + 1) : url;
 }
 
-/// Adds a line of libcurl's list.
-void addLine(CNetHeaders& headers, std::string_view line)
-{
-    const size_t colon = line.find(':');
-    if (colon == std::string_view::npos) // "Name;"
-        headers.addEmpty(kx::String::fromUTF8(line.substr(0, line.size() - 1)));
-    else
-        headers.add(kx::String::fromUTF8(line.substr(0, colon)), kx::String::fromUTF8(line.substr(colon + 1)));
-}
-
 /// What a signature has said of the body; empty when that was not signed.
 std::string payloadIn(std::string_view line)
 {
     const std::string_view value = line.substr(std::min(line.size(), line.find(':') + 2));
     return value == "UNSIGNED-PAYLOAD" ? std::string() : std::string(value);
-}
-
-kx::String nameIn(std::string_view line)
-{
-    return kx::String::fromUTF8(line.substr(0, line.find_first_of(":;"))).toLower();
 }
 
 } // namespace
@@ -214,18 +199,17 @@ void CS3Client::signAgain(CNetRequest& request)
     if (!m_signer || !old)
         return;
     std::string payloadSHA256;
-    const std::vector<std::string> names = m_signer->getHeaderNames();
-    const auto headers = kx::newObj<CNetHeaders>();
     for (const curl_slist* node = old->getCurlList(); node; node = node->next) {
-        const std::string_view line = node->data;
-        const std::string name = nameIn(line).toUTF8();
-        if (name == "x-amz-content-sha256")
-            payloadSHA256 = payloadIn(line);
-        if (std::find(names.begin(), names.end(), name) == names.end())
-            addLine(*headers, line);
+        if (nameOfHeaderLine(node->data) == "x-amz-content-sha256")
+            payloadSHA256 = payloadIn(node->data);
     }
-    request.setCustomHTTPHeaders(headers.get());
-    finish(request, payloadSHA256);
+    request.setCustomHTTPHeaders(headersWithout(*old, m_signer->getHeaderNames()).get());
+    try {
+        finish(request, payloadSHA256);
+    } catch (...) {
+        request.setCustomHTTPHeaders(old.get()); // they tell the next attempt what is signed of the body
+        throw;
+    }
 }
 
 void CS3Client::performOnce(CNetRequest& request)

@@ -98,6 +98,10 @@ void CS3Client::finish(CNetRequest& request, const std::string& payloadSHA256)
         signRequest(&request);
         return;
     }
+    const CS3Credentials credentials = m_credentials->get();
+    const kx::P<CS3ChunkedSource> chunked(CS3ChunkedSource::in(request));
+    if (chunked && credentials.accessKeyId.isEmpty())
+        sendPlainly(request, *chunked);
     const kx::P<CNetHeaders> given = request.getCustomHTTPHeaders();
     const kx::P<CNetHeaders> headers = given ? given : kx::newObj<CNetHeaders>();
     CS3RequestToSign toSign{.method = request.getHTTPMethod().toUTF8(),
@@ -109,10 +113,8 @@ void CS3Client::finish(CNetRequest& request, const std::string& payloadSHA256)
     for (const auto line = headers->createIterator(); line->next();)
         toSign.headers.emplace_back(line->getName().toUTF8(), line->getValue().toUTF8());
     const size_t before = toSign.headers.size();
-    const CS3Credentials credentials = m_credentials->get();
     m_signer->sign(toSign, credentials);
-    if (const auto chunked
-        = kx::P<CS3ChunkedSource>(dynamic_cast<CS3ChunkedSource*>(request.getSendDataSource().get())))
+    if (chunked)
         chunked->setKey(kx::P<CS3SignerV4>(dynamic_cast<CS3SignerV4*>(m_signer.get())), credentials);
     for (size_t i = before; i < toSign.headers.size(); ++i)
         headers->add(kx::String::fromUTF8(toSign.headers[i].first), kx::String::fromUTF8(toSign.headers[i].second));

@@ -12,6 +12,7 @@
 #include "norla/s3/multipartDocuments.h"
 #include "norla/s3/performS3Call.h"
 #include "norla/s3/requireClientAndRequest.h"
+#include "norla/s3/requireSent.h"
 
 #include <limits>
 
@@ -51,15 +52,6 @@ kx::String answerHeader(const CNetRequest& request, const kx::String& name)
 {
     const auto found = request.getResponseHeaderMap().find(name);
     return found == request.getResponseHeaderMap().end() ? kx::String() : found->second;
-}
-
-/// libcurl sends no more of a body behind an answer, and takes that for the end.
-void requireSent(CNetRequest& request, int number, long long size)
-{
-    const auto sent = static_cast<long long>(request.getUploadedBytes());
-    if (sent < size)
-        throw kx::CError("The store has answered when " + kx::toString(sent) + " of the " + kx::toString(size)
-            + " bytes of part " + kx::toString(number) + " were sent.");
 }
 
 kx::String withoutQuotes(const kx::String& eTag)
@@ -136,7 +128,7 @@ void CS3MultipartUpload::prepareUploadPart(
 
 kx::String CS3MultipartUpload::finishUploadPart(CNetRequest& request, int number, const CS3PartDigest& digest)
 {
-    requireSent(request, number, digest.size);
+    requireSent(request, digest.size, "part " + kx::toString(number));
     const kx::String eTag = answerHeader(request, "etag");
     const auto said = CS3BodyDigest::saidIn(request.getResponseHeaderMap(), CS3Checksum::MD5);
     if (said && said->toUTF8() != digest.md5)

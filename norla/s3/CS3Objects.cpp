@@ -16,6 +16,7 @@
 #include "norla/s3/objectCall.h"
 #include "norla/s3/performS3Call.h"
 #include "norla/s3/requireClientAndRequest.h"
+#include "norla/s3/requireSent.h"
 
 #include <optional>
 #include <utility>
@@ -104,6 +105,7 @@ CS3ObjectInfo CS3Objects::performPut(CS3Call& call, const CS3PutOptions& options
         call.source = sent;
     }
     performForNothing(*m_client, *m_request, call);
+    requireSent(*m_request, call.sourceSize, textOf(call));
     const auto& answer = m_request->getResponseHeaderMap();
     if (sent)
         sent->requireAsSaid(answer, textOf(call));

@@ -39,8 +39,8 @@ public:
     /// Stores an object, replacing an earlier one, or beside it as its newest version.
     /// @param bytes copied
     /// @return ETag, version, encryption and checksums, as far as the store tells them, and the size
-    /// @throws kx::CError naming both where the store says that it has got other bytes; kx::CInvalidArgError for an
-    /// option that makes no sense
+    /// @throws kx::CError naming both where the store says that it has got other bytes, and where it says that it has
+    /// stored them before all were sent; kx::CInvalidArgError for an option that makes no sense
     CS3ObjectInfo put(const kx::String& bucketName, const kx::String& objectName, std::string_view bytes,
         const CS3PutOptions& options = {});
 

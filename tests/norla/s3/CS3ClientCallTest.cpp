@@ -3,16 +3,20 @@
 #include "kx/streams/CBufferStream.h"
 #include "kx/time/CTime.h"
 #include "kx/time/CTimeFields.h"
+#include "norla/core/CCURLError.h"
+#include "norla/core/errorKind.h"
 #include "norla/s3/CS3Error.h"
 #include "norla/s3/CS3SignerV4.h"
-#include "norla/s3/CS3StaticCredentials.h"
 #include "tests/norla/s3/CS3ClientFixture.h"
 #include "tests/support/errorOf.h"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -23,15 +27,54 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
+/// Those that they are given, and once, if that is wanted, nobody gives any.
+class CScriptedCredentials : public kx::CBase, public norla::IS3Credentials {
+public:
+    norla::CS3Credentials get() override
+    {
+        if (++m_count == failAt)
+            throw norla::CCURLError(CURLE_COULDNT_CONNECT, "no answer", "", 0, "");
+        return current;
+    }
+
+    norla::CS3Credentials current{.accessKeyId = "AKID"};
+    int failAt = 0; ///< counted from 1
+
+private:
+    int m_count = 0;
+};
+
+/// Has its three bytes a moment too late.
+class CHesitantSource : public kx::CBase, public virtual norla::CNetRequest::IDataSource {
+public:
+    int read(unsigned char* buffer, int size, const HeaderMap& /*responseHeaders*/) override
+    {
+        if (!std::exchange(m_isReady, true) || m_position == 3 || size < 3)
+            return 0;
+        std::fill_n(buffer, 3, 'x');
+        m_position = 3;
+        return 3;
+    }
+    long long getLength() override { return 3; }
+    void seek(long long position) override { m_position = position; }
+    long long getPosition() override { return m_position; }
+
+private:
+    long long m_position = 0;
+    bool m_isReady = false;
+};
+
 class CS3ClientCallTest : public CS3ClientFixture {
 protected:
-    CS3ClientCallTest() { useEndpoint(CS3Endpoint::ceph(host(), false)); }
+    CS3ClientCallTest()
+    {
+        m_credentials->current.secretAccessKey = secret;
+        useEndpoint(CS3Endpoint::ceph(host(), false));
+    }
 
     void useEndpoint(const CS3Endpoint& endpoint)
     {
-        const auto credentials = kx::newObj<norla::CS3StaticCredentials>(
-            norla::CS3Credentials{.accessKeyId = "AKID", .secretAccessKey = secret, .sessionToken = {}, .expiry = {}});
-        m_client = kx::newObj<CS3Client>(endpoint, credentials.get());
+        m_client = kx::newObj<CS3Client>(endpoint, m_credentials.get());
         m_client->setMaxRetries(0);
     }
 
@@ -84,6 +127,8 @@ protected:
 
     static inline const CS3Call get{.bucketName = "bucket", .objectName = "a/b"};
     static constexpr long long anHour = 3600;
+
+    const kx::P<CScriptedCredentials> m_credentials = kx::newObj<CScriptedCredentials>();
 
 private:
     kx::P<CS3Client> m_client;
@@ -318,6 +363,50 @@ TEST_F(CS3ChunkedBodyTest, isAnErrorWhenTheSourceHasLess)
 {
     server().onConnection().readHead().readToEnd();
     EXPECT_TRUE(failureOf(put(270'000, 263'000)));
+}
+
+TEST_F(CS3ChunkedBodyTest, isSentAsItIsByWhoHasNoKey)
+{
+    m_credentials->current = {};
+    server().onConnection().readHead().readBytes(3).send(ok(""));
+    perform(put(3, 3));
+    EXPECT_EQ(bodyIn(received()), "xxx");
+    EXPECT_THAT(received(), HasSubstr("\r\nContent-Length: 3\r\n"));
+    EXPECT_THAT(received(), Not(HasSubstr("x-amz-")));
+}
+
+TEST_F(CS3ChunkedBodyTest, isSignedAgainAsItWasBehindCredentialsThatWereNotThere)
+{
+    client().setRetryPolicy({.attempts = 3, .firstPause = {}});
+    m_credentials->failAt = 2;
+    server().onConnection().readHead().readBytes(85 + 3 + 86).send(withStatus(503, "", ""));
+    server().onConnection().readHead().readBytes(85 + 3 + 86).send(ok(""));
+    perform(put(3, 3));
+    EXPECT_THAT(received(1), HasSubstr("\r\nx-amz-content-sha256: STREAMING-AWS4-HMAC-SHA256-PAYLOAD\r\n"));
+}
+
+TEST_F(CS3ChunkedBodyTest, beginsAnewWhereTheSourceHadNothingAtFirst)
+{
+    server().onConnection().readHead().readToEnd();
+    server().onConnection().readHead().readBytes(85 + 3 + 86).send(ok(""));
+    CS3Call call = put(3, 3);
+    call.source = kx::newObj<CHesitantSource>();
+    client().prepareCall(request(), call);
+    EXPECT_THROW(client().performRequest(request()), kx::CError);
+    client().performRequest(request());
+    EXPECT_THAT(bodyIn(received(1)), HasSubstr("\r\nxxx\r\n0;chunk-signature="));
+}
+
+TEST_F(CS3ClientCallTest, keepsToItsBudgetBehindACorrectionToo)
+{
+    client().setRetryPolicy({.attempts = 2, .budget = kx::CTimeSpan::fromSeconds(1)});
+    answer(withStatus(403, dateHeader(-anHour)));
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n").readToEnd();
+    const auto start = std::chrono::steady_clock::now();
+    const auto error = failureOf(get);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), norla::ErrorKind::TotalTimeout);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)); // 30 without a budget
 }
 
 TEST_F(CS3ClientCallTest, saysOfAHEADWhatItsStatusStandsFor)

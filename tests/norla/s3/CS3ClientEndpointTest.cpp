@@ -57,6 +57,14 @@ TEST_F(CS3ClientEndpointTest, signsTheBytesOfABodyInMemory)
     EXPECT_EQ(sentHeader("x-amz-content-sha256"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
+TEST_F(CS3ClientEndpointTest, takesAnAnswerThatBreaksOffInItsHeaderForNoObject)
+{
+    answer("HTTP/1.1 200 OK\r\nDate: Sun, 22 Nov");
+    const auto client = make(here());
+    EXPECT_THAT(support::messageOf([&] { client->getObject(request(), "bucket", "k", 0, -1); }).toUTF8(),
+        HasSubstr("closed within the header of the answer"));
+}
+
 TEST_F(CS3ClientEndpointTest, doesNotReadASourceBeforeItIsSent)
 {
     const auto source = kx::newObj<norla::CNetRequest::CStreamDataSource>(

@@ -35,6 +35,22 @@ TEST_F(CS3ObjectsGetTest, getsAnObjectWithWhatIsKnownOfIt)
     EXPECT_TRUE(hasSent("x-amz-checksum-mode: ENABLED"));
 }
 
+TEST_F(CS3ObjectsGetTest, takesAnAnswerThatBreaksOffInItsHeaderForNoObject)
+{
+    answer("HTTP/1.1 200 OK\r\nDate: Sun, 22 Nov");
+    EXPECT_THAT(messageOfGet(), HasSubstr("closed within the header of the answer"));
+}
+
+TEST_F(CS3ObjectsGetTest, takesItForNoneWithAKeyEither)
+{
+    answer("HTTP/1.1 200 OK\r\nDate: Sun, 22 Nov");
+    client().setMaxRetries(0);
+    norla::CS3Objects objects(&client(), &request());
+    const auto bytes = kx::newObj<norla::CNetRequest::Buffer>();
+    EXPECT_THAT(support::messageOf([&] { objects.get("b", "k", bytes.get()); }).toUTF8(),
+        HasSubstr("closed within the header of the answer"));
+}
+
 TEST_F(CS3ObjectsGetTest, asksForAVersionOnConditions)
 {
     answer(reply("200 OK", "", ""));

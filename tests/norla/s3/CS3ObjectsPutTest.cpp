@@ -161,6 +161,14 @@ TEST_F(CS3ObjectsPutTest, comparesWhatWasSentLast)
     EXPECT_THAT(server().received(1), testing::EndsWith("\r\n\r\nabc"));
 }
 
+TEST_F(CS3ObjectsPutTest, takesAnAnswerBeforeTheBodyForNoSuccess)
+{
+    const std::string bytes(2 << 20, 'x');
+    server().onConnection().readHead().send(reply("200 OK", "ETag: \"0123456789abcdef0123456789abcdef\"\r\n"));
+    EXPECT_EQ(support::messageOf([&] { objects().put("b", "k", bytes); }).toUTF8(),
+        "The store has answered when 0 of the 2097152 bytes of the object 'k' in the bucket 'b' were sent.");
+}
+
 TEST_F(CS3ObjectsPutTest, namesBothWhereTheStoreHasGotOtherBytes)
 {
     EXPECT_EQ(messageOfAnswer("ETag: \"000150983cd24fb0d6963f7d28e17f72\"\r\n"),
