@@ -19,7 +19,7 @@ public:
     {
         const size_t mark = bytes.find("://");
         if (mark == std::string::npos)
-            throw usageError("no URL with a scheme, such as https://: '" + shownPath(bytes) + "'");
+            throw usageError("no URL with a scheme, such as https://: '" + withoutLogin(bytes) + "'");
         m_scheme = textOf(bytes.substr(0, mark), "the scheme of a URL").toLower();
         if (std::find(served.begin(), served.end(), m_scheme.toUTF8()) == served.end())
             throw usageError("the scheme '" + m_scheme + "' is not served, only http, https, ftp, ftps and sftp");
@@ -27,7 +27,7 @@ public:
         const size_t end = std::min(bytes.find_first_of("/?#", start), bytes.size());
         m_host = takeLogin(bytes.substr(start, end - start));
         if (m_host.isEmpty())
-            throw usageError("no host in the URL '" + shownPath(bytes) + "'");
+            throw usageError("no host in the URL '" + withoutLogin(bytes) + "'");
         m_url = m_scheme + "://" + m_host + escapedBytes(bytes.substr(end));
     }
 
@@ -48,6 +48,9 @@ public:
     kx::String account() const { return m_scheme + "://" + m_user + "@" + m_host; }
     const std::optional<kx::String>& password() const { return m_password; }
 
+    /// Whether a user has a name and no password.
+    bool lacksPassword() const { return !m_user.isEmpty() && !m_password; }
+
     /// With its port.
     const kx::String& host() const { return m_host; }
 
@@ -56,7 +59,7 @@ public:
     /// @param variable of the environment that may hold it
     void completeLogin(const std::string& variable)
     {
-        if (m_user.isEmpty() || m_password)
+        if (!lacksPassword())
             return;
         const kx::String question = "Password for " + m_user + " at " + m_host;
         if (m_scheme == "sftp")
@@ -95,6 +98,13 @@ private:
         if (colon != kx::String::npos)
             m_password = unescaped(login.substr(colon + 1));
         return textOf(authority.substr(at + 1), "the host of a URL");
+    }
+
+    /// What is no URL may hold a password all the same.
+    static kx::String withoutLogin(const std::string& bytes)
+    {
+        const size_t at = bytes.rfind('@');
+        return at == std::string::npos ? shownPath(bytes) : "***" + shownPath(bytes.substr(at));
     }
 
     static kx::String unescaped(const kx::String& text)

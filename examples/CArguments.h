@@ -15,6 +15,7 @@ struct COption {
     std::string value;       ///< what --help calls its value, such as "FILE"; empty for an option without one
     std::string help;        ///< what it does, in a few words
     bool isRepeated = false; ///< whether it may be given several times
+    bool mayBeEmpty = false; ///< whether its value may be; other empty ones are a script's variable that was never set
 };
 
 /// What a program takes, as its --help shows it.
@@ -123,12 +124,13 @@ private:
         if (hasOwnValue && !wantsValue)
             throw usageError(shown + " takes no value");
         const bool takesFollowing = wantsValue && !hasOwnValue;
-        if (!takesFollowing)
-            m_values[name].push_back(hasOwnValue ? word.substr(equals + 1) : "");
-        else if (following)
-            m_values[name].push_back(*following);
-        else
+        std::string value = hasOwnValue ? word.substr(equals + 1) : "";
+        if (takesFollowing && following)
+            value = *following;
+        const bool isMissing = takesFollowing && !following;
+        if (isMissing || (wantsValue && value.empty() && !option->mayBeEmpty))
             throw usageError(shown + " needs a value: " + shownPath(option->value));
+        m_values[name].push_back(std::move(value));
         return takesFollowing;
     }
 

@@ -15,7 +15,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
+#include <vector>
 
 /// How the program get fetches its files.
 struct CGetSettings {
@@ -27,13 +29,31 @@ struct CGetSettings {
     bool takesNames = false; ///< that servers give
 };
 
+/// What the files of a run are called, each name once: no file takes the place of another one of the same run.
+class CGetNames {
+public:
+    explicit CGetNames(const std::vector<CGetTarget>& targets)
+    {
+        for (const CGetTarget& target : targets)
+            m_taken.insert(target.path);
+    }
+
+    /// @return whether it was free
+    bool take(const std::filesystem::path& path) { return m_taken.insert(path).second; }
+
+private:
+    std::set<std::filesystem::path> m_taken;
+};
+
 /// A file that the program get fetches: what it is now, and what has become of it. Used by the main thread, while the
 /// download runs on another one.
 class CGetFile {
 public:
-    CGetFile(CGetTarget target, const CGetSettings& settings)
+    /// @param settings, names references are kept
+    CGetFile(CGetTarget target, const CGetSettings& settings, CGetNames& names)
         : m_target(std::move(target))
         , m_settings(settings)
+        , m_names(names)
         , m_name(m_target.path.filename().native())
     {
         norla::CFileDownloadOptions options = settings.download;
@@ -154,21 +174,25 @@ private:
     void takeSuggestedName()
     {
         const std::string name = m_download->getSuggestedName().toUTF8();
-        if (name.empty() || name == m_name || isNameOfPart(name))
+        if (name.empty() || name == m_name)
             return;
         const auto renamed = m_target.path.parent_path() / name;
         const unsigned flags = m_settings.download.overwrite ? 0 : RENAME_NOREPLACE;
-        if (renameat2(AT_FDCWD, m_target.path.c_str(), AT_FDCWD, renamed.c_str(), flags) == 0)
+        int error = EEXIST;
+        if (m_names.take(renamed))
+            error = renameat2(AT_FDCWD, m_target.path.c_str(), AT_FDCWD, renamed.c_str(), flags) == 0 ? 0 : errno;
+        if (error == 0)
             m_name = name;
         else
             m_error = fileError("The file '" + place() + "' has come, but cannot have the name '" + shownPath(name)
                     + "' that the server gives it",
-                errno)
+                error)
                           .clone();
     }
 
     CGetTarget m_target;
     const CGetSettings& m_settings;
+    CGetNames& m_names;
     std::string m_name;
     kx::P<norla::CFileDownload> m_download;
     kx::P<kx::CError> m_error;

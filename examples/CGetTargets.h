@@ -3,6 +3,7 @@
 #include "examples/CAddress.h"
 #include "examples/CArguments.h"
 #include "examples/CChecksums.h"
+#include "examples/CLogins.h"
 #include "examples/localFiles.h"
 #include "norla/files/CFileDownload.h"
 
@@ -11,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -23,12 +23,6 @@ struct CGetTarget {
     std::filesystem::path path = {};
     kx::String sha256 = {}; ///< empty: nobody knows it
 };
-
-/// Whether the library keeps what has come of another file under such a name.
-inline bool isNameOfPart(const std::string& name)
-{
-    return name.ends_with(".norla-part") || name.ends_with(".norla-record");
-}
 
 /// What the command line of the program get asks for, checked before anything is fetched.
 class CGetTargets {
@@ -118,8 +112,6 @@ private:
         std::string name = norla::CFileDownload::suggestNameFor(address.url()).toUTF8();
         if (name.empty())
             throw usageError("no file name in the URL " + address.url() + ": --output gives it one");
-        if (isNameOfPart(name))
-            throw usageError("the name of " + address.url() + " is one for parts of files: --output gives another");
         return name;
     }
 
@@ -143,7 +135,6 @@ private:
         }
     }
 
-    /// Each password is asked for once.
     void takeLogins()
     {
         const kx::String user = m_arguments.text("--user");
@@ -151,15 +142,11 @@ private:
             throw usageError("--user takes a name alone: the password is that of GET_PASSWORD, or is asked for");
         if (!user.isEmpty())
             setUser(user);
-        std::map<kx::String, kx::String> passwords; // by account
-        for (auto& [address, path, sha256] : m_targets) {
-            if (const auto known = passwords.find(address.account()); known != passwords.end() && !address.password())
-                address.setPassword(known->second);
-            if (!m_arguments.has("--key"))
-                address.completeLogin("GET_PASSWORD");
-            if (address.password())
-                passwords[address.account()] = *address.password();
-        }
+        if (m_arguments.has("--key"))
+            return;
+        CLogins logins("GET_PASSWORD");
+        for (auto& [address, path, sha256] : m_targets)
+            logins.complete(address);
     }
 
     const CArguments& m_arguments;

@@ -1,5 +1,6 @@
 // Downloads many URLs at once into files of their names. Ctrl-C withdraws what is still running.
 #include "examples/CAddress.h"
+#include "examples/CLogins.h"
 #include "examples/localFiles.h"
 #include "examples/naming.h"
 #include "examples/runProgram.h"
@@ -79,10 +80,15 @@ namespace fs = std::filesystem;
 
 fs::path fileNameOf(const std::string& url, const CAddress& address)
 {
-    const std::string path = url.substr(0, url.find_first_of("?#"));
-    const std::string name = path.substr(path.rfind('/') + 1);
+    const size_t host = url.find("://") + 3; // and a login before it
+    const size_t end = std::min(url.find_first_of("?#", host), url.size());
+    const size_t pathStart = std::min(url.find('/', host), end);
+    const std::string path = url.substr(pathStart, end - pathStart);
+    const std::string name = path.substr(path.rfind('/') + 1); // all of an empty path
     if (name.empty() || name == "." || name == "..")
         throw usageError("no file name in the URL " + address.url());
+    if (isNameOfPart(name))
+        throw usageError("the name of " + address.url() + " is one for parts of files");
     return name;
 }
 
@@ -285,13 +291,14 @@ int downloadAll(const CArguments& arguments)
     requireFolder(folder.native());
     Downloads downloads;
     std::set<fs::path> names;
+    CLogins logins("DOWNLOADS_PASSWORD");
     for (size_t i = 1; i < arguments.operands().size(); ++i) {
         const std::string& url = arguments.operands()[i];
         CAddress address(url);
         const fs::path name = fileNameOf(url, address);
         if (!names.insert(name).second)
             throw usageError("two files named " + shownPath(name.native()));
-        address.completeLogin("DOWNLOADS_PASSWORD");
+        logins.complete(address);
         downloads.push_back(std::make_unique<CDownload>(address, folder / name, authority));
     }
     run(downloads);

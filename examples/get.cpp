@@ -83,15 +83,6 @@ CGetSettings settingsOf(const CArguments& arguments)
     return settings;
 }
 
-/// An empty one is a script's variable that was never set: taken for none, nobody would be told that no digest counts.
-void requireValues(const CArguments& arguments)
-{
-    for (const COption& option : program.options) {
-        if (!option.value.empty() && arguments.has(option.name) && arguments.value(option.name).empty())
-            throw usageError("option '" + shownPath(option.name) + "' needs a value: " + shownPath(option.value));
-    }
-}
-
 /// Blocks until all have ended, which a signal makes those do that are under way. @return bytes that have come
 void run(const GetFiles& files, int atOnce, CGetView& view, std::atomic<bool>& isInterrupted)
 {
@@ -155,7 +146,6 @@ int codeOf(const GetFiles& files)
 
 int get(const CArguments& arguments)
 {
-    requireValues(arguments);
     const int atOnce = filesAtOnce(arguments);
     CGetSettings settings = settingsOf(arguments); // before anybody is asked for a password
     const CGetTargets targets(arguments);
@@ -163,8 +153,9 @@ int get(const CArguments& arguments)
     if (settings.download.speedLimit > 0)
         settings.download.speedLimit = std::max(1LL, settings.download.speedLimit / sharers);
     GetFiles files;
+    CGetNames names(targets.all());
     for (const CGetTarget& target : targets.all())
-        files.push_back(std::make_unique<CGetFile>(target, settings));
+        files.push_back(std::make_unique<CGetFile>(target, settings, names));
     const auto start = std::chrono::steady_clock::now();
     CGetView view(files, arguments.has("--quiet"));
     std::atomic<bool> isInterrupted = false;

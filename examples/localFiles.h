@@ -29,6 +29,12 @@ inline Path readablePath(const std::string& name)
     return Path::fromBytes(name);
 }
 
+/// Whether the library keeps what has come of another file under such a name.
+inline bool isNameOfPart(const std::string& name)
+{
+    return name.ends_with(".norla-part") || name.ends_with(".norla-record") || name.ends_with(".norla-record.new");
+}
+
 /// @throws as fileError() where files cannot be made in the folder
 inline void requireFolder(const std::string& folder)
 {

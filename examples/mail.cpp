@@ -27,8 +27,8 @@ const CProgram program{
     .options = {
         {"--from", "ADDRESS", "the sender"},
         {"--to", "ADDRESS", "a recipient", true},
-        {"--subject", "TEXT", "what it is about"},
-        {"--text", "TEXT", "what is to be read"},
+        {.name = "--subject", .value = "TEXT", .help = "what it is about", .mayBeEmpty = true},
+        {.name = "--text", .value = "TEXT", .help = "what is to be read", .mayBeEmpty = true},
         {"--html", "HTML", "what is to be read by programs that show HTML"},
         {"--attach", "FILE", "send this file too", true},
         {"--security", "TYPE", "starttls (default), ssl or unencrypted"},

@@ -20,6 +20,7 @@ const CProgram downloader{.name = "program",
         {"--output", "FILE", "writes there"},
         {"--header", "LINE", "sends it", true},
         {"--quietly", "", "says nothing"},
+        {.name = "--text", .value = "TEXT", .help = "says it", .mayBeEmpty = true},
     }};
 
 kx::String refusalOf(const std::vector<std::string>& words)
@@ -34,11 +35,22 @@ TEST(ExampleArgumentsTest, haveTheirValuesBehindABlankOrAnEqualsSign)
         EXPECT_EQ(CArguments(downloader, words).value("--output"), "a=b");
 }
 
-TEST(ExampleArgumentsTest, mayHaveEmptyValuesAndSuchAsLookLikeOptions)
+TEST(ExampleArgumentsTest, haveNoEmptyValuesButWhereTheTableSaysSo)
 {
-    const CArguments arguments(downloader, {"--output=", "--header", "--quietly", "f", "u"});
-    EXPECT_TRUE(arguments.has("--output"));
-    EXPECT_EQ(arguments.value("--output"), "");
+    for (const std::vector<std::string>& words :
+        {std::vector<std::string>{"--output=", "f", "u"}, {"--output", "", "f", "u"}})
+        EXPECT_EQ(refusalOf(words), "option '--output' needs a value: FILE");
+    for (const std::vector<std::string>& words :
+        {std::vector<std::string>{"--text=", "f", "u"}, {"--text", "", "f", "u"}}) {
+        const CArguments arguments(downloader, words);
+        EXPECT_TRUE(arguments.has("--text"));
+        EXPECT_EQ(arguments.value("--text"), "");
+    }
+}
+
+TEST(ExampleArgumentsTest, mayHaveValuesThatLookLikeOptions)
+{
+    const CArguments arguments(downloader, {"--header", "--quietly", "f", "u"});
     EXPECT_EQ(arguments.value("--header"), "--quietly");
     EXPECT_FALSE(arguments.has("--quietly"));
 }

@@ -151,6 +151,43 @@ TEST_F(ExampleCredentialsTest, areNoMixtureOfTwo)
     EXPECT_EQ(result.output(), "0123456789") << result.errors();
 }
 
+/// Where they are those of the environment: nobody asks who is meant.
+TEST_F(ExampleCredentialsTest, areForOneLogin)
+{
+    support::CScriptedServer one;
+    support::CScriptedServer other;
+    const std::string oneURL = "http://ann@" + one.url("/f").substr(std::strlen("http://"));
+    const std::string otherURL = "http://x@" + other.url("/g").substr(std::strlen("http://"));
+    for (const auto& [program, variable] :
+        {std::pair<std::vector<std::string>, std::string>{
+             {"get", "--directory", m_folder.path(), oneURL, otherURL}, "GET_PASSWORD"},
+            {{"downloads", m_folder.path(), oneURL, otherURL}, "DOWNLOADS_PASSWORD"}}) {
+        const auto result = run({.arguments = program, .environment = {variable + "=secret"}});
+        EXPECT_EQ(result.exitStatus(), 2);
+        EXPECT_TRUE(result.errors().starts_with(
+            program[0] + ": the password of " + variable + " is for one login, and not for "))
+            << result.errors();
+    }
+    EXPECT_EQ(one.connectionCount() + other.connectionCount(), 0U);
+}
+
+TEST_F(ExampleCredentialsTest, areForAllFilesOfTheirLogin)
+{
+    std::string other = privateURL("user");
+    other.replace(other.find("digits"), std::strlen("digits"), "nothing");
+    const auto result = run({.arguments = {"get", "--directory", m_folder.path(), privateURL("user"), other},
+        .environment = {"GET_PASSWORD=secret"}});
+    EXPECT_THAT(result.errors(), Not(HasSubstr("one login")));
+    EXPECT_THAT(result.errors(), HasSubstr("digits.txt: 10 B\n"));
+}
+
+TEST_F(ExampleCredentialsTest, areNotShownWhereTheyStandInNoURL)
+{
+    EXPECT_EQ(support::messageOf([] { CAddress("ann:hidden@host/file"); }),
+        "no URL with a scheme, such as https://: '***@host/file'");
+    EXPECT_EQ(support::messageOf([] { CAddress("http://ann:hidden@/x"); }), "no host in the URL '***@/x'");
+}
+
 TEST_F(ExampleCredentialsTest, areNotShownInErrors)
 {
     const support::CRefusedPort port;

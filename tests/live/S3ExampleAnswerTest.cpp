@@ -148,6 +148,14 @@ TEST_F(S3ExampleAnswerTest, asksForTheTagsOfAVersion)
         << m_store.received(0);
 }
 
+TEST_F(S3ExampleAnswerTest, isNotAskedForWithoutTheVersionThatWasMeant)
+{
+    const auto result = run({"--version-id", "", "rm", "bucket/key"});
+    EXPECT_EQ(result.exitStatus(), 2);
+    EXPECT_TRUE(result.errors().starts_with("s3: option '--version-id' needs a value: ")) << result.errors();
+    EXPECT_EQ(m_store.connectionCount(), 0U);
+}
+
 TEST_F(S3ExampleAnswerTest, explainsWhyTheBucketsAreNotListed)
 {
     answer("403 Forbidden", "<Error><Code>AccessDenied</Code><Message>No</Message></Error>");
