@@ -164,7 +164,7 @@ void CDownloadRun::step()
             connection->transfer->cancel();
     }
     tellProgress(false);
-    const bool hasMore = !m_digests.isEmpty() && m_digests.follow(m_part, arrivedBytes().sizeFrom(0));
+    const bool hasMore = !m_digests.isEmpty() && m_digests.follow(m_part, settledSize());
     for (const int number : m_signals->wait(hasMore ? Clock::now() : nextMoment())) {
         const auto found = m_connections.find(number);
         if (found != m_connections.end() && found->second->transfer && found->second->transfer->isDone())
@@ -243,7 +243,8 @@ std::optional<CDownloadSink::CTask> CDownloadRun::nextGap()
         const auto status = connection->sink->getStatus();
         const long long end = status.end.value_or(*m_known.total);
         taken.add(status.start, end);
-        if (status.isJudged && end - status.position > rest.end - rest.start) {
+        // What pauses has its next task already, with the end that it had.
+        if (connection->transfer && status.isJudged && end - status.position > rest.end - rest.start) {
             busiest = connection->sink.get();
             rest = {status.position, end};
         }

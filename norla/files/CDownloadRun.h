@@ -79,6 +79,7 @@ private:
     void forget();
     void keepOrRemove() noexcept;
     CByteRanges arrivedBytes() const;
+    long long settledSize() const;
     void checkpoint();
     void writeRecord();
     Clock::time_point nextMoment() const;

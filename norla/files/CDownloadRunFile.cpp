@@ -96,6 +96,18 @@ CByteRanges CDownloadRun::arrivedBytes() const
     return bytes;
 }
 
+/// Bytes of the beginning that are there and that no connection writes any more, whatever it was asked for: a digest
+/// would not notice.
+long long CDownloadRun::settledSize() const
+{
+    long long size = arrivedBytes().sizeFrom(0);
+    for (const auto& [number, connection] : m_connections) {
+        const auto status = connection->sink->getStatus();
+        size = std::min(size, connection->transfer ? status.position : connection->task.start);
+    }
+    return size;
+}
+
 void CDownloadRun::checkpoint()
 {
     m_nextCheckpoint = Clock::now() + downloadCheckpointPause;

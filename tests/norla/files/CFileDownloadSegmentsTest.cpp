@@ -1,10 +1,14 @@
 // A file that several connections bring, or one alone.
+#include "kx/text/hex.h"
+#include "sela/CDigest.h"
 #include "tests/norla/files/CFileDownloadFixture.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <future>
+#include <regex>
 #include <utility>
 
 namespace {
@@ -219,6 +223,125 @@ TEST_F(CFileDownloadHalvesTest, anotherSizeAtTheSecondOneIsOfAnotherFile)
 {
     const std::string other(size + 1, 'x');
     expectFreshStart(part(other, m_middle, size, size), other);
+}
+
+/// The first of two connections is cut off, and pauses while the second one comes to its end.
+class CFileDownloadPausingTest : public CFileDownloadSegmentsTest {
+protected:
+    using CRange = std::pair<size_t, size_t>; // the first byte, and the one behind the last
+
+    static constexpr size_t size = 8 << 20;
+    static constexpr size_t cut = 1 << 20; // what is behind it up to the middle is enough for two
+    static constexpr size_t overlap = 64 << 10;
+
+    CFileDownloadPausingTest()
+    {
+        options().segments = 2;
+        options().retries.firstPause = kx::CTimeSpan::fromMilliseconds(500);
+        options().retries.longestPause = options().retries.firstPause;
+        options().retries.jitter = false;
+        server()
+            .onConnection()
+            .readHead()
+            .send(whole(m_bytes, 1, parted))
+            .waitFor(m_secondIsAsked.future())
+            .send(m_bytes.substr(1, cut - 1))
+            .close();
+        server()
+            .onConnection()
+            .readHead()
+            .send(part(m_bytes, m_middle, size, size - m_middle - 1))
+            .waitFor(m_firstPauses.future())
+            .send(m_bytes.substr(size - 1))
+            .close();
+    }
+
+    void openGates(const norla::CFileProgress& progress)
+    {
+        if (wasAsked(1))
+            m_secondIsAsked.open();
+        const bool hasBrought = progress.done == static_cast<long long>(cut + size - m_middle - 1);
+        if (std::exchange(m_hasBrought, hasBrought) && hasBrought) // a while ago
+            m_firstPauses.open();
+    }
+
+    CRange asked(size_t connection)
+    {
+        std::smatch found;
+        const std::string head = server().received(connection);
+        if (!wasAsked(connection) || !std::regex_search(head, found, std::regex("Range: bytes=([0-9]+)-([0-9]+)\r\n")))
+            return {};
+        return {std::stoul(found.str(1)), std::stoul(found.str(2)) + 1};
+    }
+
+    bool isRetry(size_t connection) { return asked(connection).first == cut - overlap; }
+
+    const std::string m_bytes = bytesOf(size);
+    const size_t m_middle = middleOf(1, size);
+    CGate m_secondIsAsked;
+    CGate m_firstPauses;
+    bool m_hasBrought = false;
+};
+
+TEST_F(CFileDownloadPausingTest, whatIsLeftToItIsAskedForOnce)
+{
+    server().onConnection().readHead().stall();
+    server().onConnection().readHead().stall();
+    norla::CFileDownload* running = nullptr;
+    options().onProgress = [&](const norla::CFileProgress& progress) {
+        openGates(progress);
+        if (isRetry(2) || isRetry(3))
+            running->cancel();
+    };
+    const auto file = download();
+    running = file.get();
+    EXPECT_TRUE(failureOf(*file));
+    EXPECT_TRUE(isRetry(2) || isRetry(3));
+    for (size_t one = 1; one < 4; ++one) {
+        for (size_t other = one + 1; other < 4; ++other) {
+            const size_t start = std::max(asked(one).first, asked(other).first);
+            EXPECT_LE(std::min(asked(one).second, asked(other).second), start + overlap) << one << " and " << other;
+        }
+    }
+}
+
+TEST_F(CFileDownloadPausingTest, noByteChangesBehindItsDigest)
+{
+    sela::CDigest digest("SHA256");
+    digest.update(m_bytes.data(), m_bytes.size());
+    digest.finish();
+    options().sha256 = kx::hexEncode({reinterpret_cast<const char*>(digest.getBytes()), digest.getLength()});
+    std::array<CGate, 2> answers;
+    std::array<support::CScript*, 2> scripts{};
+    for (size_t i = 0; i < scripts.size(); ++i)
+        scripts[i] = &server().onConnection().readHead().waitFor(answers[i].future());
+    CGate allIsThere;
+    const auto answer = [&](size_t connection) {
+        const auto [start, end] = asked(connection);
+        support::CScript& script = *std::exchange(scripts[connection - 2], nullptr);
+        if (connection == 3 && isRetry(3) && !isRetry(2)) { // for what the one before it is asked, too
+            const size_t again = asked(2).first;
+            script.send(part(m_bytes, start, end, again - start))
+                .waitFor(allIsThere.future())
+                .send(std::string(end - again, 'x'));
+        } else {
+            script.send(part(m_bytes, start, end, size));
+        }
+        script.close();
+        answers[connection - 2].open();
+    };
+    bool hadAll = false;
+    options().onProgress = [&](const norla::CFileProgress& progress) {
+        openGates(progress);
+        for (size_t connection = 2; connection < 4; ++connection) {
+            if (scripts[connection - 2] && wasAsked(connection))
+                answer(connection);
+        }
+        if (std::exchange(hadAll, progress.done == static_cast<long long>(size)))
+            allIsThere.open();
+    };
+    const auto error = failure();
+    EXPECT_TRUE(error || file() == m_bytes);
 }
 
 } // namespace
