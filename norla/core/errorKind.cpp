@@ -210,6 +210,8 @@ ErrorKind kindOfHTTP(int status)
 /// A 550 has every meaning (RFC 959 section 4.2.1).
 ErrorKind kindOfMissingFile(const kx::String& reply)
 {
+    if (contains(reply, "no such file or directory")) // whatever the name beside it sounds like
+        return NotFound;
     if (contains(reply, "denied") || contains(reply, "permi") || contains(reply, "prohibited")
         || contains(reply, "forbidden"))
         return Denied;

@@ -168,8 +168,8 @@ CUploadRun::CRemoteFile CUploadRun::find(const std::string& url)
             return {.isKnown = true, .isThere = true, .size = 0}; // which is told as unknown
         return {.isKnown = size >= 0, .isThere = size >= 0, .size = size < 0 ? std::nullopt : std::optional(size)};
     }
-    const ErrorKind kind = getErrorKind(*error);
-    if (error->getCode() == CURLE_REMOTE_FILE_NOT_FOUND || kind == ErrorKind::NotFound)
+    const ErrorKind kind = getErrorKind(*error); // libcurl's code calls every 550 a missing file
+    if (kind == ErrorKind::NotFound)
         return {.isKnown = true, .isThere = false, .size = {}};
     if (kind != ErrorKind::Denied && kind != ErrorKind::Refused)
         error->throwClone();

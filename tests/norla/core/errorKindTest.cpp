@@ -163,6 +163,8 @@ TEST(ErrorKindTest, statusBesideABrokenTransferDoesNotCount)
 TEST(ErrorKindTest, isToldByTheReplyOfFTP)
 {
     EXPECT_EQ(ofFTP(CURLE_REMOTE_FILE_NOT_FOUND, "550 No such file"), NotFound);
+    EXPECT_EQ(ofFTP(CURLE_REMOTE_FILE_NOT_FOUND, "550 permits.txt: No such file or directory"), NotFound);
+    EXPECT_EQ(ofFTP(CURLE_REMOTE_FILE_NOT_FOUND, "550 Permission denied or not found"), Denied);
     EXPECT_EQ(ofFTP(CURLE_REMOTE_ACCESS_DENIED, "550 Failed to change directory."), NotFound);
     EXPECT_EQ(ofFTP(CURLE_UPLOAD_FAILED, "550 Permission denied."), Denied);
     EXPECT_EQ(ofFTP(CURLE_UPLOAD_FAILED, "553 Prohibited file name"), Denied);

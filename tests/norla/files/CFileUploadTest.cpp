@@ -462,15 +462,25 @@ TEST_F(CFileUploadTest, aServerThatSpeaksForeverIsAnError)
     EXPECT_TRUE(failureOf(*file));
 }
 
-/// A server of FTP up to the rename: the next connection takes commands, the one behind it the file.
-support::CScript& takeByFTP(support::CScriptedServer& server, const std::string& data)
+/// A server of FTP: the next connection takes commands, up to the first question for a size, which was read.
+support::CScript& greetByFTP(support::CScriptedServer& server)
 {
-    const std::string port = std::to_string(server.getPort());
     support::CScript& script = server.onConnection();
-    for (const char* reply : {"220 hello", "331 password", "230 in", "257 \"/\"", "200 type I", "550 no part"})
+    for (const char* reply : {"220 hello", "331 password", "230 in", "257 \"/\"", "200 type I"})
         script.send(std::string(reply) + "\r\n").readUntil("\r\n");
-    // Each reply but the first is to the line that was read before.
-    script.send("229 there (|||" + port + "|)\r\n");
+    return script; // each reply but the first is to the line that was read before
+}
+
+std::string passiveReply(const support::CScriptedServer& server)
+{
+    return "229 there (|||" + std::to_string(server.getPort()) + "|)\r\n";
+}
+
+/// The same up to the rename: the connection behind it takes the file.
+support::CScript& takeByFTP(
+    support::CScriptedServer& server, const std::string& data, const std::string& size = "550 no part")
+{
+    support::CScript& script = greetByFTP(server).send(size + "\r\n").readUntil("\r\n").send(passiveReply(server));
     script.readUntil("STOR ").readUntil("\r\n").send("150 send\r\n");
     server.onConnection().readBytes(data.size()).readToEnd();
     return script;
@@ -537,6 +547,61 @@ TEST_F(CFileUploadTest, aServerThatTellsNoSizeAfterwardsIsBelieved)
     const auto error = failureOf(*file);
     EXPECT_FALSE(error) << error->what();
     EXPECT_THAT(server().received(0), HasSubstr("RNTO file\r\n"));
+    EXPECT_TRUE(hasTaken(server(), "the body"));
+}
+
+TEST_F(CFileUploadTest, aServerThatMayNotTellTheSizeAfterwardsIsBelieved)
+{
+    write("the body");
+    options().overwrite = true;
+    options().retries = norla::CRetryPolicy::none();
+    support::CScript& script = takeByFTP(server(), "the body");
+    script.send("226 done\r\n").readUntil("SIZE ").readUntil("\r\n").send("550 Permission denied.\r\n");
+    script.readUntil("\r\n").send("350 to\r\n").readUntil("\r\n").send("250 done\r\n").readToEnd();
+    const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/file", "ftp")),
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    const auto error = failureOf(*file);
+    EXPECT_FALSE(error) << error->what();
+    EXPECT_THAT(server().received(0), HasSubstr("RNTO file\r\n"));
+    EXPECT_THAT(server().received(0), Not(HasSubstr("DELE")));
+}
+
+TEST_F(CFileUploadTest, replacesNoFileOfWhichTheServerMayNotTell)
+{
+    write("the body");
+    options().temporaryName = false;
+    takeByFTP(server(), "the body", "550 Permission denied.")
+        .send("226 done\r\n")
+        .readUntil("SIZE ")
+        .readUntil("\r\n")
+        .send("213 8\r\n")
+        .readUntil("\r\n")
+        .send("350 go on\r\n")
+        .readToEnd();
+    const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/file", "ftp")),
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    const auto error = failureOf(*file);
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->what(), HasSubstr("It cannot be told whether there is a file"));
+    EXPECT_THAT(server().received(0), Not(HasSubstr("STOR")));
+}
+
+TEST_F(CFileUploadTest, aNameThatSoundsLikeARefusalIsNone)
+{
+    write("the body");
+    options().temporaryName = false;
+    takeByFTP(server(), "the body", "550 permission.txt: No such file or directory")
+        .send("226 done\r\n")
+        .readUntil("SIZE ")
+        .readUntil("\r\n")
+        .send("213 8\r\n")
+        .readUntil("\r\n")
+        .send("350 go on\r\n")
+        .readToEnd();
+    const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/permission.txt", "ftp")),
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    const auto error = failureOf(*file);
+    EXPECT_FALSE(error) << error->what();
     EXPECT_TRUE(hasTaken(server(), "the body"));
 }
 
