@@ -84,13 +84,14 @@ void CUploadRun::sendBytes()
 {
     CRetries retries(repeatingAll(m_options.retries));
     retries.start();
-    long long before = 0;
+    long long furthest = 0; // a server may lose what it had, and have it again
     for (bool mayGoOn = m_options.resume;; mayGoOn = true) {
         pauseIfWanted();
         const long long start = m_options.temporaryName && m_mayAppend ? partThere(mayGoOn) : 0;
-        if (start > before)
+        if (start > furthest) {
             retries.start();
-        before = start;
+            furthest = start;
+        }
         if (start == m_size && m_size > 0)
             return;
         m_signals->setStart(start);

@@ -605,6 +605,49 @@ TEST_F(CFileUploadTest, aNameThatSoundsLikeARefusalIsNone)
     EXPECT_TRUE(hasTaken(server(), "the body"));
 }
 
+/// Goes in the middle of what the next connection is sent by that command. @param hasDeletion of an older part before
+void loseByFTP(support::CScriptedServer& server, const std::string& command, bool hasDeletion = false)
+{
+    support::CScript& script = server.onConnection();
+    for (const char* reply : {"220 hello", "331 password", "230 in", "257 \"/\""})
+        script.send(std::string(reply) + "\r\n").readUntil("\r\n");
+    script.send(passiveReply(server)).readUntil("TYPE I\r\n").send("200 type I\r\n");
+    if (hasDeletion)
+        script.readUntil("DELE ").readUntil("\r\n").send("250 gone\r\n");
+    script.readUntil(command + " ").readUntil("\r\n").send("150 send\r\n").closeHard();
+    server.onConnection().readToEnd();
+}
+
+/// Has that as the part, and shows it; then libcurl ends the connection.
+void showByFTP(support::CScriptedServer& server, const std::string& part)
+{
+    const std::string size = "213 " + std::to_string(part.size()) + "\r\n";
+    support::CScript& script = greetByFTP(server).send(size).readUntil("REST 0\r\n").send("350 go on\r\n");
+    script.readUntil("EPSV\r\n").send(passiveReply(server)).readUntil("SIZE ").readUntil("\r\n").send(size);
+    script.readUntil("RETR ").readUntil("\r\n").send("150 take\r\n226 done\r\n").readUntil("QUIT\r\n").closeHard();
+    server.onConnection().send(part).close();
+}
+
+TEST_F(CFileUploadTest, aPartThatIsLostAgainAndAgainEndsIt)
+{
+    write("the body");
+    options().overwrite = true;
+    options().retries.attempts = 3;
+    support::CScript& first = greetByFTP(server()).send("550 no part\r\n").readUntil("EPSV\r\n");
+    first.send(passiveReply(server())).readUntil("STOR ").readUntil("\r\n").send("150 send\r\n").closeHard();
+    server().onConnection().readToEnd();
+    for (int i = 0; i < 4; ++i) {
+        showByFTP(server(), "the ");
+        loseByFTP(server(), "APPE");
+        showByFTP(server(), "others");
+        loseByFTP(server(), "STOR", true);
+    }
+    const auto file = kx::newObj<norla::CFileUpload>(kx::String::fromUTF8(server().url("/file", "ftp")),
+        norla::CFileUpload::Path::fromBytes(source().native()), options());
+    EXPECT_TRUE(failureOf(*file));
+    EXPECT_EQ(server().connectionCount(), 14u); // the second attempt alone has found more than the one before it
+}
+
 TEST_F(CFileUploadTest, aServerThatTellsNoSizeMustConfirmTheEndOfTheFile)
 {
     write("the body");
