@@ -102,7 +102,7 @@ void CFileQueueWork::runFiles()
             lock, [this] { return (!m_waiting.empty() && !m_isPaused) || (m_waiting.empty() && m_isStopping); });
         if (m_waiting.empty())
             return;
-        const kx::P<CFileTransfer> file = m_waiting.front();
+        kx::P<CFileTransfer> file = m_waiting.front();
         m_waiting.pop_front();
         const auto place = m_running.insert(m_running.end(), file);
         --m_freeThreads;
@@ -114,6 +114,10 @@ void CFileQueueWork::runFiles()
         tellEnd(file);
         lock.lock();
         noteEnd(place);
+        lock.unlock();
+        file = nullptr; // what goes with it may use the queue
+        lock.lock();
+        noteLetGo();
     }
 }
 
@@ -145,6 +149,12 @@ void CFileQueueWork::noteEnd(Running::iterator place)
     }
     m_there.erase(place->get());
     m_running.erase(place);
+    ++m_leaving;
+}
+
+void CFileQueueWork::noteLetGo()
+{
+    --m_leaving;
     ++m_freeThreads;
     if (isIdle()) // nobody waits for less
         m_allEnded.notify_all();
@@ -164,6 +174,8 @@ void CFileQueueWork::cancel()
 void CFileQueueWork::pause()
 {
     const std::lock_guard lock(m_mutex);
+    if (m_isStopping) // onEnd may ask for it, and nobody resumes
+        return;
     m_isPaused = true;
     for (const auto& file : m_running)
         file->pause();

@@ -39,9 +39,10 @@ private:
     void requireOwnProcess() const;
     void startThread();
     void runFiles();
-    bool isIdle() const noexcept { return m_waiting.empty() && m_running.empty(); }
+    bool isIdle() const noexcept { return m_waiting.empty() && m_running.empty() && m_leaving == 0; }
     void tellEnd(const kx::P<CFileTransfer>& file);
     void noteEnd(Running::iterator place);
+    void noteLetGo();
     long long movedBytes() const;
 
     const CFileQueueOptions m_options;
@@ -52,6 +53,7 @@ private:
     std::deque<kx::P<CFileTransfer>> m_waiting;
     std::unordered_set<const CFileTransfer*> m_there; // waiting or running
     Running m_running;
+    int m_leaving = 0;         // files that have ended, and that their threads still keep
     CFileQueueSummary m_ended; // counts and bytes of those that have ended
     long long m_endedMoved = 0;
     CRateMeter m_rate;

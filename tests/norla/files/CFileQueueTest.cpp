@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <future>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <sys/wait.h>
@@ -301,6 +303,79 @@ TEST(CFileQueueTest, aFileThatComesWhileItEndsIsCancelled)
         waitForState(*first, FileState::Running);
     }
     EXPECT_EQ(late->getState(), FileState::Cancelled);
+}
+
+TEST(CFileQueueTest, aPauseWhileItEndsHoldsUpNothing)
+{
+    std::atomic<bool> mayPause = true;
+    CFileQueue* ending = nullptr;
+    kx::P<CFileQueue> queue = queueOf(1, [&](norla::CFileTransfer& file) {
+        if (mayPause && file.getState() != FileState::Succeeded)
+            ending->pause();
+    });
+    ending = queue.get();
+    const auto first = endless();
+    queue->add(first.get());
+    queue->add(endless().get());
+    queue->add(endless().get());
+    waitForState(*first, FileState::Running);
+    auto ended = std::async(std::launch::async, [&queue] { queue = nullptr; });
+    const bool hasEnded = ended.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    EXPECT_TRUE(hasEnded);
+    mayPause = false;
+    if (!hasEnded)
+        ending->resume();
+}
+
+/// Does something when the last one lets go of it.
+class CLastWord {
+public:
+    explicit CLastWord(std::function<void()> say)
+        : m_say(std::move(say))
+    {
+    }
+    CLastWord(const CLastWord&) = delete;
+    CLastWord& operator=(const CLastWord&) = delete;
+    ~CLastWord() { m_say(); }
+
+private:
+    const std::function<void()> m_say;
+};
+
+TEST(CFileQueueTest, whatAFileKeptMayUseTheQueueWhenItGoes)
+{
+    const auto queue = queueOf(1);
+    norla::CFileQueueSummary last;
+    const auto next = quick();
+    auto word = std::make_shared<CLastWord>([&] {
+        last = queue->getSummary();
+        queue->add(next.get());
+    });
+    std::promise<void> isLast;
+    queue->add(acted([word, gate = isLast.get_future().share()](CFileSignals&) { gate.wait(); }).get());
+    word = nullptr;
+    isLast.set_value();
+    EXPECT_TRUE(queue->waitFor(kx::CTimeSpan::fromSeconds(20)));
+    EXPECT_EQ(last.succeeded, 1);
+    EXPECT_EQ(last.running, 0);
+    EXPECT_EQ(next->getState(), FileState::Succeeded);
+}
+
+TEST(CFileQueueTest, hasLetGoOfEveryFileWhenAllHaveEnded)
+{
+    for (int i = 0; i < 100; ++i) {
+        const auto queue = queueOf(2);
+        std::atomic<int> gone = 0;
+        for (int number = 0; number < 4; ++number) {
+            const auto word = std::make_shared<CLastWord>([&gone] {
+                std::this_thread::yield();
+                ++gone;
+            });
+            queue->add(acted([word](CFileSignals&) {}).get());
+        }
+        queue->wait();
+        ASSERT_EQ(gone, 4);
+    }
 }
 
 TEST(CFileQueueTest, sumsUpWhatItsFilesHave)
