@@ -20,13 +20,21 @@ namespace norla {
 
 namespace {
 
-constexpr size_t mostCandidates = 8; // uploads of one object that are looked at; the newest ones
+constexpr size_t mostCandidates = 8; // uploads of one object whose parts are looked at; the newest ones
+constexpr int mostListed = 1000;     // of one object; a store might go on for ever
 
 /// The store has completed, aborted or forgotten it.
 bool isUploadGone(const kx::CError& error)
 {
     const auto* const explained = dynamic_cast<const CS3Error*>(&error);
     return explained && (explained->getS3Code() == "NoSuchUpload" || explained->getS3Code() == "NoSuchKey");
+}
+
+/// The store does not tell it: it does not let us look, or cannot.
+bool isUntold(const kx::CError& error)
+{
+    const ErrorKind kind = getErrorKind(error);
+    return kind == ErrorKind::Denied || kind == ErrorKind::Refused || kind == ErrorKind::Unknown;
 }
 
 /// Ends the upload on cancel() and pause(), as long as it lives.
@@ -134,11 +142,10 @@ kx::String CS3UploadWay::findUpload()
     std::vector<std::pair<kx::String, kx::String>> uploads; // when it was begun, id
     try {
         CS3UploadEnum all(&m_client, m_request.get(), m_bucketName, {.prefix = m_objectName});
-        while (all.next() && all.getCurrent()->key == m_objectName)
+        for (int i = 0; i < mostListed && all.next() && all.getCurrent()->key == m_objectName; ++i)
             uploads.emplace_back(all.getCurrent()->initiated, all.getCurrent()->uploadId);
     } catch (const kx::CError& error) {
-        const ErrorKind kind = getErrorKind(error);
-        if (kind != ErrorKind::Denied && kind != ErrorKind::Refused && kind != ErrorKind::Unknown)
+        if (!isUntold(error))
             throw;
         kx::logInfo("The store does not tell which uploads there are of " + place() + ": " + error.getMessage());
         return {};
@@ -160,7 +167,9 @@ bool CS3UploadWay::isOfFile(const kx::String& uploadId)
     try {
         parts = upload.listParts();
     } catch (const kx::CError& error) {
-        if (!isUploadGone(error))
+        if (isUntold(error))
+            kx::logInfo("The store does not tell the parts of an upload of " + place() + ": " + error.getMessage());
+        else if (!isUploadGone(error))
             throw;
     }
     if (parts.empty())

@@ -183,6 +183,55 @@ TEST_F(CS3FileUploadPartsTest, beginsAnewWhereNoUploadsAreTold)
     EXPECT_THAT(requestLine(3), StartsWith("POST /bucket/key?uploadId=id "));
 }
 
+TEST_F(CS3FileUploadPartsTest, beginsAnewWhereNoPartsAreTold)
+{
+    m_options.resume = true;
+    write("end");
+    answer(listed(begun("denied", "2") + begun("no list", "1")));
+    answer(errorOf(403, "AccessDenied"));
+    answer(answerOf(200, "<Other/>"));
+    answer(created("id"));
+    takePart("end");
+    answerCompletion(completed());
+    answerSize(3);
+    upload()->run();
+    EXPECT_THAT(requestLine(1), HasSubstr("uploadId=denied"));
+    EXPECT_THAT(requestLine(5), StartsWith("POST /bucket/key?uploadId=id "));
+}
+
+TEST_F(CS3FileUploadPartsTest, isAnErrorWhereNoPartsAreToldOfTheUploadThatItIsTold)
+{
+    m_options.uploadId = "mine";
+    write("end");
+    answer(errorOf(403, "AccessDenied"));
+    const auto error = failure();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(norla::getErrorKind(*error), ErrorKind::Denied);
+}
+
+TEST_F(CS3FileUploadPartsTest, looksAtNoMoreUploadsThanAThousand)
+{
+    m_options.resume = true;
+    write("end");
+    std::string uploads;
+    for (int i = 0; i < 1000; ++i)
+        uploads += begun("u" + std::to_string(i), std::to_string(1000 + i));
+    answer(answerOf(200,
+        "<ListMultipartUploadsResult>" + uploads
+            + "<IsTruncated>true</IsTruncated><NextKeyMarker>key</NextKeyMarker>"
+              "<NextUploadIdMarker>u999</NextUploadIdMarker></ListMultipartUploadsResult>"));
+    answer(partList(part(1, 4, tagOf("than"))));
+    const std::string parts = partList(part(1, 3, tagOf("end")));
+    answer(parts);
+    answer(parts);
+    answerCompletion(completed());
+    answerSize(3);
+    upload()->run();
+    EXPECT_THAT(requestLine(1), HasSubstr("uploadId=u999"));
+    EXPECT_THAT(requestLine(2), HasSubstr("uploadId=u998"));
+    EXPECT_THAT(requestLine(4), StartsWith("POST /bucket/key?uploadId=u998 "));
+}
+
 TEST_F(CS3FileUploadPartsTest, beginsAnewWhereTheUploadHasGoneMeanwhile)
 {
     m_options.resume = true;
