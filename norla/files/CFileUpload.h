@@ -66,6 +66,9 @@ struct CFileUploadOptions {
 /// byte has left, that is an error ("The file '...' has changed while it was sent."), and nothing of the mixture stands
 /// under the final name: HTTP's server does not get the end, the temporary file is removed.
 ///
+/// Over HTTP a pause that comes when the server may have all of the file waits for its answer; so does one of a POST
+/// that may not be tried again, as soon as something of the file has left.
+///
 /// Over FTP and SFTP it is sent into a temporary file, whose size is compared before that gets its name. A server that
 /// tells no size (FTP's SIZE is refused) is believed when it has confirmed the end of the file. A later upload
 /// of the same file to the same URL goes on behind the part that is there, when the first and the last 64 KiB of the

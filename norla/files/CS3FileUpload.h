@@ -75,7 +75,8 @@ struct CS3FileUploadOptions {
 /// What is sent is the file as it was when run() began; where it changes before the store is told that this was all,
 /// that is an error, there is no object, and nothing of it stays at the store. Behind the last byte the store is asked
 /// for the object's size; one that does not let us look is believed. A pause withdraws the parts that are under way; a
-/// file that is sent by one PUT begins anew behind it. Who cancels while the store makes the object may find it there.
+/// file that is sent by one PUT begins anew behind it, unless the store may have all of it: then its answer is waited
+/// for. Who cancels while the store makes the object may find it there.
 ///
 /// For a client of an endpoint. run() uses the client and its credentials on its thread: nobody else uses them
 /// meanwhile. Files that run at the same time have clients of their own; the second one that finds its client in use

@@ -108,7 +108,6 @@ void CUploadRun::prepareHTTP(CNetRequest& request)
 
 void CUploadRun::prepareBody(CNetRequest& request)
 {
-    m_source->forgetReads();
     request.setSendDataSource(m_source.get());
     request.setSendDataSize(m_size);
     if (m_options.speedLimit > 0)
@@ -177,6 +176,8 @@ kx::P<kx::CError> CUploadRun::perform(CNetRequest& request, bool isBody)
 {
     throwIfCancelled();
     m_isInterrupted = false;
+    if (isBody)
+        m_source->forgetReads();
     CTransfer::Options options;
     options.onDone = [signals = m_signals](CTransfer&) { signals->tellEnd(0); };
     options.executor = m_executor;
@@ -197,18 +198,29 @@ void CUploadRun::await(CTransfer& transfer, bool isBody)
     while (!transfer.isDone()) {
         if (m_signals->isCancelled())
             throwIfCancelled();
-        if (isBody && m_signals->isPauseWanted()) {
+        const bool mayPause = isBody && mayInterrupt();
+        if (mayPause && m_signals->isPauseWanted()) {
             m_isInterrupted = true;
             transfer.cancel();
             transfer.wait();
             return;
         }
-        m_signals->wait(Clock::now() + uploadProgressPause, isBody);
+        m_signals->wait(Clock::now() + uploadProgressPause, mayPause);
         if (m_silence.isTooLong(transfer))
             transfer.cancel();
         if (isBody)
             tellProgress(false);
     }
+}
+
+/// Whether a pause ends the attempt, and another one follows. Once the server may have all of the file, it may have
+/// taken it, too: then its answer counts. Over FTP and SFTP it is looked at what is there.
+bool CUploadRun::mayInterrupt() const
+{
+    if (!m_file.url.empty())
+        return true;
+    const long long reached = std::max(0LL, m_source->getReached());
+    return reached < m_size && (reached == 0 || !m_options.post || m_options.retries.repeatUnsafe);
 }
 
 void CUploadRun::waitOrPause(const kx::CTimeSpan& pause)

@@ -42,6 +42,7 @@ private:
     kx::P<kx::CError> attempt(const Setup& setup, bool isBody);
     kx::P<kx::CError> perform(CNetRequest& request, bool isBody) override;
     void await(CTransfer& transfer, bool isBody);
+    bool mayInterrupt() const;
     kx::P<kx::CError> ask(const Setup& setup);
     void waitOrPause(const kx::CTimeSpan& pause) override;
     void pauseIfWanted() override;

@@ -6,6 +6,7 @@
 #include "norla/core/explain.h"
 #include "tests/support/CScriptedServer.h"
 #include "tests/support/CTemporaryFolder.h"
+#include "tests/support/waitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -353,9 +354,15 @@ TEST_F(CFileUploadTest, isCancelledAtOnce)
 
 TEST_F(CFileUploadTest, beginsAnewBehindAPause)
 {
-    write("the body");
-    server().onConnection().readHead().readBytes(8).stall();
-    take(8);
+    writeMuch();
+    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readBytes(8).stall();
+    server()
+        .onConnection()
+        .readHead()
+        .send("HTTP/1.1 100 Continue\r\n\r\n")
+        .readBytes(std::filesystem::file_size(source()))
+        .send(created)
+        .close();
     norla::CFileUpload* running = nullptr;
     bool wasPaused = false;
     options().onProgress = [&](const norla::CFileProgress&) {
@@ -374,7 +381,79 @@ TEST_F(CFileUploadTest, beginsAnewBehindAPause)
     resumer.join();
     EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
     EXPECT_EQ(file->getState(), FileState::Succeeded);
-    EXPECT_THAT(received(1), EndsWith("\r\n\r\nthe body"));
+    EXPECT_EQ(server().connectionCount(), 2u);
+}
+
+/// A pause that comes when something of the file has, and is over once it was heeded.
+class CFileUploadPauseTest : public CFileUploadTest {
+protected:
+    /// @param taken bytes of the file that the server reads before the pause, and @param rest behind it
+    void expectOneRequest(size_t taken, size_t rest)
+    {
+        std::promise<void> heeded;
+        server()
+            .onConnection()
+            .readHead()
+            .send(rest > 0 ? "HTTP/1.1 100 Continue\r\n\r\n" : "")
+            .readBytes(taken)
+            .waitFor(heeded.get_future().share())
+            .readBytes(rest)
+            .send(created)
+            .close();
+        norla::CFileUpload* running = nullptr;
+        int calls = 0; // since the pause
+        options().onProgress = [&](const norla::CFileProgress&) {
+            const std::string received = server().received(0);
+            const size_t end = received.find("\r\n\r\n");
+            if (calls > 0 || (end != std::string::npos && received.size() >= end + 4 + taken))
+                ++calls;
+            if (calls == 1)
+                running->pause();
+            if (calls == 2)
+                heeded.set_value();
+        };
+        const auto file = upload();
+        running = file.get();
+        std::thread resumer([&] {
+            EXPECT_TRUE(support::waitUntil([&] {
+                return running->getState() != FileState::Running && running->getState() != FileState::Waiting;
+            }));
+            running->resume();
+        });
+        const auto error = failureOf(*file);
+        resumer.join();
+        EXPECT_FALSE(error) << error->what();
+        EXPECT_EQ(server().connectionCount(), 1u);
+    }
+};
+
+TEST_F(CFileUploadPauseTest, waitsForTheAnswerToAWholeFile)
+{
+    write("the body");
+    expectOneRequest(8, 0);
+}
+
+TEST_F(CFileUploadPauseTest, waitsForTheAnswerToAWholePost)
+{
+    write("the body");
+    options().post = true;
+    options().retries.repeatUnsafe = true;
+    expectOneRequest(8, 0);
+}
+
+TEST_F(CFileUploadPauseTest, waitsForTheAnswerToAnEmptyFile)
+{
+    write("");
+    options().post = true;
+    expectOneRequest(0, 0);
+}
+
+TEST_F(CFileUploadPauseTest, sendsAPostToItsEndThatMayNotBeSentTwice)
+{
+    writeMuch();
+    options().post = true;
+    constexpr size_t taken = 1 << 20;
+    expectOneRequest(taken, std::filesystem::file_size(source()) - taken);
 }
 
 TEST_F(CFileUploadTest, anAnswerThatBreaksOffAtAnyByteIsNoSuccess)

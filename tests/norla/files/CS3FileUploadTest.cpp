@@ -3,6 +3,7 @@
 #include "kx/base/CInvalidArgError.h"
 #include "norla/core/errorKind.h"
 #include "tests/norla/files/CS3FileUploadFixture.h"
+#include "tests/support/waitUntil.h"
 
 #include <gmock/gmock.h>
 
@@ -272,15 +273,58 @@ TEST_F(CS3FileUploadTest, lendsTheClientNothingBehindItsEnd)
 
 TEST_F(CS3FileUploadTest, putsAnewBehindAPause)
 {
-    write("the body");
-    server().onConnection().readHead().readBytes(8).stall();
-    take(8, stored("the body"));
-    answerSize(8);
+    const std::string bytes = bytesOf(32 << 20); // more than all that connections hold on the way
+    write(bytes);
+    m_options.threshold = 1LL << 30;
+    server().onConnection().readHead().send("HTTP/1.1 100 Continue\r\n\r\n").readBytes(8).stall();
+    server()
+        .onConnection()
+        .readHead()
+        .send("HTTP/1.1 100 Continue\r\n\r\n")
+        .readBytes(bytes.size())
+        .send(stored(bytes))
+        .close();
+    answerSize(bytes.size());
     const auto file = upload();
     std::thread other = pauseAndResume(*file, 8);
     file->run();
     other.join();
-    EXPECT_THAT(received(1), EndsWith("\r\n\r\nthe body"));
+    EXPECT_TRUE(server().received(1).ends_with("\r\n\r\n" + bytes));
+}
+
+TEST_F(CS3FileUploadTest, aPauseBehindTheLastByteWaitsForTheAnswer)
+{
+    write("the body");
+    std::promise<void> heeded;
+    server()
+        .onConnection()
+        .readHead()
+        .readBytes(8)
+        .waitFor(heeded.get_future().share())
+        .send(stored("the body"))
+        .close();
+    answerSize(8);
+    norla::CS3FileUpload* running = nullptr;
+    int calls = 0; // since the pause
+    m_options.onProgress = [&](const norla::CFileProgress&) {
+        if (calls > 0 || server().received(0).ends_with("\r\n\r\nthe body"))
+            ++calls;
+        if (calls == 1)
+            running->pause();
+        if (calls == 2)
+            heeded.set_value();
+    };
+    const auto file = upload();
+    running = file.get();
+    std::thread resumer([&] {
+        EXPECT_TRUE(support::waitUntil(
+            [&] { return running->getState() == FileState::Paused || running->getState() == FileState::Succeeded; }));
+        running->resume();
+    });
+    const auto error = failureOf(*file);
+    resumer.join();
+    EXPECT_FALSE(error) << error->what();
+    EXPECT_THAT(requestLine(1), StartsWith("HEAD "));
 }
 
 TEST_F(CS3FileUploadTest, refusesWhatMakesNoSense)
