@@ -5,6 +5,7 @@
 #include "norla/http/CHTTPContentRange.h"
 
 #include <algorithm>
+#include <limits>
 
 /// Hands a part of a resource on to another sink, if it is the part that was asked for. HTTP servers may ignore what
 /// they are asked for, and send everything.
@@ -55,7 +56,8 @@ private:
             const auto range = norla::CHTTPContentRange::parse(header->second);
             const long long total = range->getTotal(); // -1 when the server does not say
             const long long last = m_last < 0 ? total - 1 : total < 0 ? m_last : std::min(m_last, total - 1);
-            const bool isWhole = range->getFirst() == m_first && (range->getLast() == last || last < 0);
+            const bool isEndless = range->getLast() == std::numeric_limits<long long>::max(); // nobody can count it
+            const bool isWhole = !isEndless && range->getFirst() == m_first && (range->getLast() == last || last < 0);
             if (range->getUnit() == "bytes" && isWhole)
                 return range->getLast() - m_first + 1;
         }

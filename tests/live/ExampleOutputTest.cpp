@@ -325,6 +325,22 @@ INSTANTIATE_TEST_SUITE_P(All, CRangeSinkTest,
     }),
     [](const testing::TestParamInfo<CRangeRow>& row) { return row.param.name; });
 
+TEST(CRangeSinkEndTest, anEndThatNobodyCanCountIsAnotherRange)
+{
+    const auto buffer = kx::newObj<kx::CBufferStream>(kx::newObj<norla::CNetRequest::Buffer>());
+    const auto sink
+        = kx::newObj<CRangeSink>(kx::newObj<norla::CNetRequest::CStreamDataSink>(buffer.get()).get(), 0, -1);
+    norla::CNetRequest::HeaderMap headers;
+    headers["content-range"] = "bytes 0-9223372036854775807/*";
+    constexpr unsigned char byte = 'x';
+    try {
+        sink->write(&byte, 1, 206, headers);
+        FAIL();
+    } catch (const kx::CError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("gave something else"));
+    }
+}
+
 TEST_F(ExampleOutputTest, isNotTakenForARangeThatTheServerIgnores)
 {
     const auto file = run({"fetch", "--range", "3-6", "--output", this->file(), server().url("/noranges/digits.txt")});
