@@ -28,11 +28,18 @@ public:
     /// last time, this one and all that follow read no more from their connections.
     void endLongCalls() noexcept;
 
+    /// Whether it has ended a call, so that connections may have come to an end that are no server's.
+    bool hasEndedCalls() const noexcept
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_endsCalls;
+    }
+
     /// When the last call began. For the thread that calls.
     std::chrono::steady_clock::time_point getStart() const noexcept { return m_start; }
 
 private:
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     COpenSockets* m_sockets = nullptr; // of the call; null: there is none
     unsigned long long m_count = 0;    // of calls so far
     unsigned long long m_seen = 0;     // the count when a call was seen that had not ended

@@ -61,6 +61,9 @@ public:
     /// While another thread waits for the end of the one that uses this: see CCallWatch. Any thread.
     void endLongCalls() noexcept { m_calls.endLongCalls(); }
 
+    /// Whether endLongCalls() has ended one: what libcurl tells of an end since then may be its doing.
+    bool hasEndedCalls() const noexcept { return m_calls.hasEndedCalls(); }
+
     /// In a child process: what it shares with its parent stays untouched when this goes.
     void forget() noexcept;
 

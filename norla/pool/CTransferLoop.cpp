@@ -78,6 +78,9 @@ void CTransferLoop::run() noexcept
         const CURLMcode result = m_lanes.act();
         if (result != CURLM_OK)
             failAll(result);
+        // A body without a length ends with its connection: to libcurl it is whole. All are asked to end before.
+        if (!m_inbox->isEmpty() && m_lanes.hasEndedCalls())
+            takeFromInbox();
         readEnds();
         actOnTime();
     }

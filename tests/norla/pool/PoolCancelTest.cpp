@@ -261,6 +261,24 @@ TEST_F(PoolCallbackTest, endsThePool)
     expectCancelledInTheSinkBy([this] { destroyPool(); });
 }
 
+// Its thread is in one call of libcurl's for so long that the connection is ended, which ends such a body as well.
+TEST_F(PoolCallbackTest, hasABodyWithoutALengthCutOffByAStopAndNotEnded)
+{
+    server().onConnection().readHead().send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nabc").stall();
+    const auto request = newRequest();
+    std::atomic<bool> isHeld{false};
+    const auto sink = kx::newObj<CActionSink>([&isHeld] {
+        isHeld = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(200)); // as a slow disk does
+    });
+    request->setReceiveDataSink(sink.get());
+    const auto transfer = pool().start(request.get(), countingEnds());
+    EXPECT_TRUE(waitUntil([&isHeld] { return isHeld.load(); }));
+    pool().stop();
+    EXPECT_EQ(transfer->getState(), TransferState::Cancelled) << failureOf(transfer);
+    EXPECT_EQ(m_ends, 1);
+}
+
 TEST_F(PoolCallbackTest, stopsThePoolOnTwoOfItsThreadsAtOnce)
 {
     replacePool({.threads = 2});
