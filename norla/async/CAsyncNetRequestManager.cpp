@@ -220,6 +220,7 @@ int CAsyncNetRequestManager::handleEvents(RequestArray* finished)
     CURLMcode result = CURLM_OK;
     {
         const CSigPipeBlock block;
+        m_multi->getSockets().noteTurn();
         result = curl_multi_perform(m_multi->get(), &running);
         CHeldCookies::release();
     }

@@ -42,6 +42,10 @@ public:
     /// @param peerAddress as libcurl writes it
     void hangUp(long localPort, std::string_view peerAddress) const noexcept;
 
+    /// libcurl is about to go on with the transfers that use the cache.
+    void noteTurn() noexcept { ++m_turns; }
+    unsigned long long getTurns() const noexcept { return m_turns; }
+
     /// For connections that nobody can close any more.
     static void keepForEver(std::unique_ptr<COpenSockets> sockets) noexcept;
 
@@ -64,6 +68,7 @@ private:
 
     std::mutex m_mutex; // guards changes of the sockets, and others' looks at them
     std::map<curl_socket_t, CIdentity> m_sockets;
+    unsigned long long m_turns = 0;
     bool m_hasReading = false;                      // some that stopReading() has not met
     std::function<void(curl_socket_t)> m_onClosing; // may be empty
     std::function<void(curl_socket_t)> m_onOpening; // the same

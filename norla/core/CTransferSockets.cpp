@@ -30,6 +30,7 @@ void CTransferSockets::tell(COpenSockets& sockets)
 {
     m_shortage = 0;
     m_cache = &sockets;
+    m_turnsBefore = sockets.getTurns();
     if (m_used == &sockets)
         return;
     m_used = nullptr; // until libcurl has taken all of it
@@ -58,10 +59,11 @@ curl_socket_t CTransferSockets::onOpen(void* sockets, curlsocktype /*purpose*/, 
     return socket;
 }
 
+// Before that libcurl still tells of the transfer before, whose connection may be another one's by now.
 void CTransferSockets::hangUp() const noexcept
 {
     long port = 0;
-    if (m_used && m_handle.ask(CURLINFO_LOCAL_PORT, port))
+    if (m_used && m_used->getTurns() != m_turnsBefore && m_handle.ask(CURLINFO_LOCAL_PORT, port))
         m_used->hangUp(port, m_handle.askText(CURLINFO_PRIMARY_IP));
 }
 

@@ -34,7 +34,8 @@ public:
     /// Before libcurl closes the request's own connections: it waits for no server then.
     void stopReading() noexcept { m_own->stopReading(); }
 
-    /// Ends the connection of the transfer, before libcurl says a goodbye on it that it would wait for.
+    /// Ends the connection of the transfer, before libcurl says a goodbye on it that it would wait for. A transfer that
+    /// libcurl has not begun has none.
     void hangUp() const noexcept;
 
     /// Whether the application opens the sockets itself: nobody learns then when libcurl closes them.
@@ -55,6 +56,7 @@ private:
     const std::unique_ptr<COpenSockets> m_own;
     const COpenSockets* m_used = nullptr; // what libcurl was told of; null: of none since the last reset
     COpenSockets* m_cache = nullptr;      // of the last transfer
+    unsigned long long m_turnsBefore = 0; // those of the cache before that
     int m_shortage = 0;
     bool m_opensSockets = false;  // by a function of the application's own
     bool m_closesSockets = false; // the same

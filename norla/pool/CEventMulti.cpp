@@ -105,6 +105,7 @@ CURLMcode CEventMulti::act(curl_socket_t socket, int bits) noexcept
 {
     const CCallWatch::CCall call(m_calls, m_multi.getSockets());
     int running = 0;
+    m_multi.getSockets().noteTurn();
     const CURLMcode result = curl_multi_socket_action(m_multi.get(), socket, bits, &running);
     CHeldCookies::release();
     return result;

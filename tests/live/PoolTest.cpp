@@ -230,6 +230,18 @@ TEST_F(PoolProtocolsTest, stopsAllProtocolsAtOnce)
 }
 
 // libcurl would close the file first, and wait for the answer as long as its other limits allow.
+TEST_F(PoolProtocolsTest, cancelsAtOnceWhatAnSFTPServerDoesNotAnswer)
+{
+    const live::CStuckFile file(m_ssh.root() / "stuck");
+    const auto request = sftpRequest("stuck");
+    live::CStuckFile::appendMuch(*request);
+    const auto transfer = start(request);
+    ASSERT_TRUE(file.waitUntilStuck());
+    transfer->cancel();
+    EXPECT_TRUE(transfer->wait(5'000));
+    EXPECT_EQ(transfer->getState(), norla::TransferState::Cancelled);
+}
+
 TEST_F(PoolProtocolsTest, stopsAtOnceWhatAnSFTPServerDoesNotAnswer)
 {
     const live::CStuckFile file(m_ssh.root() / "stuck");

@@ -12,6 +12,7 @@
 #include "tests/support/libcurlWords.h"
 
 #include <arpa/inet.h>
+#include <future>
 #include <optional>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -275,6 +276,35 @@ TEST_F(CAsyncNetRequestManagerTest, neverTellsAnEndThatCameBeforeTheRemoval)
     EXPECT_TRUE(manager().removeRequest(request.get()));
     EXPECT_EQ(manager().handleEvents(nullptr), 0);
     EXPECT_FALSE(request->isAsyncDone());
+}
+
+// What libcurl says of a transfer that it has not begun is about the one before.
+TEST_F(CAsyncNetRequestManagerTest, leavesTheConnectionAloneThatARemovedRequestHadBefore)
+{
+    std::promise<void> gate;
+    server()
+        .onConnection()
+        .readHead()
+        .send(ok("first"))
+        .readHead()
+        .send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc")
+        .waitFor(gate.get_future().share())
+        .send("def");
+    const auto request = add(newRequest());
+    finish(1);
+    const auto other = add(newRequest());
+    EXPECT_TRUE(waitUntil([this, &other] {
+        manager().handleEvents(nullptr);
+        return bodyOf(other) == "abc";
+    }));
+    EXPECT_EQ(server().connectionCount(), 1U);
+    request->setURL(kx::String::fromUTF8(server().url("/x", "sftp")));
+    add(request);
+    EXPECT_TRUE(manager().removeRequest(request.get()));
+    gate.set_value();
+    finish(1);
+    EXPECT_EQ(resultOf(other), "success");
+    EXPECT_EQ(bodyOf(other), "abcdef");
 }
 
 TEST_F(CAsyncNetRequestManagerTest, runsARemovedRequestAgain)
