@@ -16,23 +16,22 @@ CTransferThread::CTransferThread(std::shared_ptr<CTransferSchedule> schedule, lo
     : m_process(kx::processGeneration())
     , m_loop(std::make_shared<CTransferLoop>(std::move(schedule), idleConnections))
     , m_thread(run(m_loop, m_end))
-    , m_id(m_thread.get_id())
+    , m_id(m_thread->get_id())
 {
 }
 
-std::thread CTransferThread::run(std::shared_ptr<CTransferLoop> loop, std::future<void>& end)
+std::unique_ptr<std::thread> CTransferThread::run(std::shared_ptr<CTransferLoop> loop, std::future<void>& end)
 {
     std::promise<void> promise;
     end = promise.get_future();
     const CAllSignalsBlock block; // inherited
     try {
-        std::thread thread([loop = std::move(loop), promise = std::move(promise)]() mutable {
+        return std::make_unique<std::thread>([loop = std::move(loop), promise = std::move(promise)]() mutable {
             pthread_setname_np(pthread_self(), "norla.pool");
             loop->run();
             loop.reset();
             promise.set_value();
         });
-        return thread;
     } catch (const std::system_error& error) {
         throw kx::CError("The pool's thread cannot be started: " + kx::String::fromLatin1(error.what()) + ".");
     }
@@ -42,10 +41,12 @@ CTransferThread::~CTransferThread()
 {
     askToStop();
     join();
-    if (m_thread.joinable())
-        m_thread.detach(); // the own one, whose last turn needs nobody, or one that does not exist in this process
-    if (kx::processGeneration() != m_process)
+    if (kx::processGeneration() != m_process) {
+        static_cast<void>(m_thread.release());
         m_loop->forget();
+    } else if (m_thread->joinable()) {
+        m_thread->detach(); // the own one, whose last turn needs nobody
+    }
 }
 
 void CTransferThread::askToStop() noexcept
@@ -62,8 +63,8 @@ void CTransferThread::join() noexcept
     const std::lock_guard lock(m_mutex);
     while (m_end.wait_for(patience) != std::future_status::ready)
         m_loop->endLongCalls();
-    if (m_thread.joinable())
-        m_thread.join();
+    if (m_thread->joinable())
+        m_thread->join();
 }
 
 } // namespace norla

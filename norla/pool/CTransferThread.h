@@ -3,6 +3,7 @@
 #include "norla/pool/CTransferLoop.h"
 
 #include <future>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -30,13 +31,13 @@ public:
     bool isCurrent() const noexcept { return m_id == std::this_thread::get_id(); }
 
 private:
-    static std::thread run(std::shared_ptr<CTransferLoop> loop, std::future<void>& end);
+    static std::unique_ptr<std::thread> run(std::shared_ptr<CTransferLoop> loop, std::future<void>& end);
 
     const unsigned int m_process;
     std::shared_ptr<CTransferLoop> m_loop; // the thread has a reference of its own
     std::mutex m_mutex;                    // guards the thread's end
     std::future<void> m_end;               // the thread's work is done
-    std::thread m_thread;
+    std::unique_ptr<std::thread> m_thread; // a child process leaves it: its number may be that of one of the child's
     const std::thread::id m_id;
 };
 

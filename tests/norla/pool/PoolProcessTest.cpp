@@ -103,6 +103,21 @@ TEST_F(PoolProcessTest, goesInAChildProcessWhateverTheParentsThreadsDo)
     EXPECT_EQ(status, 0);
 }
 
+// The C library gives the new thread the place of one that is not there, and with it its number.
+TEST_F(PoolProcessTest, goesInAChildProcessThatHasMadeOneOfItsOwn)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10); // ends it where it hangs
+        replacePool({});
+        destroyPool();
+        _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(PoolProcessTest, runsManyOnSeveralThreads)
 {
     replacePool({.threads = 3, .atOnce = 20});
