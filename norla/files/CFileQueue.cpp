@@ -26,7 +26,11 @@ CFileQueue::CFileQueue(const Options& options)
 {
 }
 
-CFileQueue::~CFileQueue() = default;
+CFileQueue::~CFileQueue()
+{
+    if (!m_work->isOfThisProcess())
+        static_cast<void>(m_work.release()); // threads of the parent wait in it, which nobody can wake
+}
 
 void CFileQueue::add(CFileTransfer* file)
 {

@@ -97,7 +97,7 @@ public:
     CFileQueueSummary getSummary() const;
 
 private:
-    const std::unique_ptr<CFileQueueWork> m_work;
+    std::unique_ptr<CFileQueueWork> m_work;
 };
 
 } // namespace norla

@@ -36,11 +36,6 @@ CFileQueueWork::CFileQueueWork(const CFileQueueOptions& options)
 
 CFileQueueWork::~CFileQueueWork()
 {
-    if (kx::processGeneration() != m_process) {
-        for (std::thread& thread : m_threads)
-            thread.detach();
-        return;
-    }
     {
         const std::lock_guard lock(m_mutex);
         m_isStopping = true;
@@ -50,10 +45,15 @@ CFileQueueWork::~CFileQueueWork()
         thread.join();
 }
 
+bool CFileQueueWork::isOfThisProcess() const noexcept
+{
+    return kx::processGeneration() == m_process;
+}
+
 /// In a child of it nobody would run or end anything, and a lock may be held for ever.
 void CFileQueueWork::requireOwnProcess() const
 {
-    if (kx::processGeneration() != m_process)
+    if (!isOfThisProcess())
         throw kx::CError("In a child process a queue of files runs nothing.");
 }
 

@@ -23,7 +23,12 @@ public:
     explicit CFileQueueWork(const CFileQueueOptions& options);
     CFileQueueWork(const CFileQueueWork&) = delete;
     CFileQueueWork& operator=(const CFileQueueWork&) = delete;
+
+    /// Not in a child process, which lets it stay as it is.
     ~CFileQueueWork();
+
+    /// Whether it is not that of a parent, whose threads are not here.
+    bool isOfThisProcess() const noexcept;
 
     // As the operations of CFileQueue.
     void add(CFileTransfer& file);

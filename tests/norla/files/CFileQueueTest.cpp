@@ -507,6 +507,23 @@ TEST(CFileQueueTest, refusesToWaitInAChild)
     EXPECT_EQ(status, 0);
 }
 
+// Its threads wait, and are not there to be woken.
+TEST(CFileQueueTest, goesInAChild)
+{
+    auto queue = queueOf(1);
+    queue->add(quick().get());
+    queue->wait();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10); // ends it where it hangs
+        queue = nullptr;
+        _exit(0);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
 TEST(CFileQueueTest, whatIsNoFileOrNoNumberIsRefused)
 {
     EXPECT_THROW(queueOf(1)->add(nullptr), kx::CInvalidArgError);
