@@ -104,7 +104,14 @@ void CNetRequest::perform()
         tellDoneAfterFailure(*this, m_rooms->doneListener.get(), error);
         throw;
     }
-    tellDone(*this, m_rooms->doneListener.get(), nullptr);
+    try {
+        tellDone(*this, m_rooms->doneListener.get(), nullptr);
+    } catch (const std::exception& error) {
+        // None of the transfer's, which has succeeded. The listener may have handed the request on.
+        if (m_rooms->run.isFree())
+            m_rooms->callbackError.keep(error);
+        throw;
+    }
 }
 
 void CNetRequest::performOnce()

@@ -28,6 +28,9 @@ public:
 
     bool isManaged() const noexcept { return m_isManaged; }
 
+    /// Whether its transfer neither runs nor waits for its start.
+    bool isFree() const noexcept { return !m_isPerforming && !m_isManaged && m_queues <= 0; }
+
     /// For a manager: of several who want the request one gets it. @return false when it is running already
     [[nodiscard]] bool claim() noexcept { return !m_isPerforming && !m_isManaged.exchange(true); }
     void leaveManager() noexcept { m_isManaged = false; }

@@ -245,6 +245,23 @@ TEST_F(CAsyncNetRequestManagerTest, throwsWhatTheSourceOfAnAddedRequestThrows)
     expectRequests({});
 }
 
+TEST_F(CAsyncNetRequestManagerTest, doesNotMindThatAListenerWhoHandsOverAPerformedRequestThrows)
+{
+    answer(ok("first"));
+    answer(ok("next"));
+    const auto request = newRequest();
+    const auto listener = kx::newObj<CActionListener>([this](CNetRequest* done, const kx::CError*) {
+        done->setDoneListener(nullptr);
+        manager().addRequest(done);
+        throw kx::CError("listener failed");
+    });
+    request->setDoneListener(listener.get());
+    EXPECT_EQ(messageOf([&] { request->perform(); }), "listener failed");
+    finish(1);
+    EXPECT_EQ(resultOf(request), "success");
+    EXPECT_EQ(bodyOf(request), "next");
+}
+
 // ---- removing
 
 TEST_F(CAsyncNetRequestManagerTest, doesNotRemoveWhatWasNeverAdded)

@@ -55,6 +55,23 @@ TEST(CRunStateTest, isClaimedOnce)
     EXPECT_TRUE(state.claim());
 }
 
+TEST(CRunStateTest, isFreeWhileNothingRunsOrWaits)
+{
+    CRunState state;
+    EXPECT_TRUE(state.isFree());
+    {
+        const CRunState::CPerforming performing(state);
+        EXPECT_FALSE(state.isFree());
+    }
+    state.enterQueue();
+    EXPECT_FALSE(state.isFree());
+    state.leaveQueue();
+    EXPECT_TRUE(state.claim());
+    EXPECT_FALSE(state.isFree());
+    state.leaveManager();
+    EXPECT_TRUE(state.isFree());
+}
+
 TEST(CRunStateTest, isClaimedByOneOfManyThreads)
 {
     for (int round = 0; round < 100; ++round) {

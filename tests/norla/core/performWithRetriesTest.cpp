@@ -1,6 +1,7 @@
 #include "norla/core/performWithRetries.h"
 
 #include "kx/streams/CBufferStream.h"
+#include "norla/core/CCURLError.h"
 #include "norla/core/CFileSink.h"
 #include "norla/core/CFileSource.h"
 #include "norla/core/CNetHeaders.h"
@@ -314,6 +315,26 @@ TEST_F(PerformWithRetriesTest, fileHasTheLastAnswerAlone)
     EXPECT_EQ(perform().size(), 2U);
     sink->finish();
     EXPECT_EQ(folder.read("file"), "good");
+}
+
+// Whatever it says about a transfer of its own.
+TEST_F(PerformWithRetriesTest, transferThatHasSucceededIsNotRepeatedForWhatItsListenerThrows)
+{
+    class CFailingListener : public kx::CBase, public virtual norla::CNetRequest::IDoneListener {
+    public:
+        void onNetRequestDone(norla::CNetRequest*, const kx::CError*) override
+        {
+            throw norla::CCURLError(CURLE_COULDNT_CONNECT, "elsewhere", "", 0, "");
+        }
+    };
+    request().setDoneListener(kx::newObj<CFailingListener>().get());
+    serve(3, [](support::CScript& script) { script.readHead().send(ok("good")); });
+    const auto error = errorOf({.attempts = 3});
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getCode(), CURLE_COULDNT_CONNECT);
+    EXPECT_EQ(server().connectionCount(), 1U);
+    request().setDoneListener(nullptr);
+    EXPECT_EQ(perform().size(), 1U);
 }
 
 TEST_F(PerformWithRetriesTest, listenerIsToldOfEachAttempt)
