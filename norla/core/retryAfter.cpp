@@ -4,6 +4,7 @@
 #include "norla/http/util.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace norla {
 
@@ -51,7 +52,10 @@ std::optional<kx::CTimeSpan> getRetryAfter(const CNetRequest::HeaderMap& headers
         return std::nullopt;
     const kx::CTime date = timeOf(headers, "date");
     const kx::CTime& from = date.isSet() ? date : now;
-    return kx::CTimeSpan::fromMicroseconds(std::max(0LL, moment.getMicroseconds() - from.getMicroseconds()));
+    constexpr long long farthest = std::numeric_limits<long long>::max() / 2; // as far apart as the numbers go
+    const long long end = std::clamp(moment.getMicroseconds(), -farthest, farthest);
+    const long long start = std::clamp(from.getMicroseconds(), -farthest, farthest);
+    return kx::CTimeSpan::fromMicroseconds(std::max(0LL, end - start));
 }
 
 } // namespace norla

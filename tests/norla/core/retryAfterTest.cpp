@@ -57,6 +57,13 @@ TEST(RetryAfterTest, dateIsCountedFromOurClockWhereTheServersIsUnreadable)
     EXPECT_EQ(secondsOf(HeaderMap{{"retry-after", "Sun, 06 Nov 1994 12:01:30 GMT"}, {"date", "now: or never"}}), 90);
 }
 
+TEST(RetryAfterTest, aFarFutureSeenFromALongPastIsFarAway)
+{
+    const HeaderMap headers{
+        {"retry-after", "Mon, 01 Jan 294246 00:00:00 GMT"}, {"date", "Mon, 01 Jan 1583 00:00:00 GMT"}};
+    EXPECT_GT(secondsOf(headers), 60);
+}
+
 TEST(RetryAfterTest, dateInThePastIsNow)
 {
     EXPECT_EQ(secondsOf("Sun, 06 Nov 1994 11:00:00 GMT"), 0);
