@@ -276,27 +276,36 @@ void CTransferLoop::endAttempt(CTransferWork& work, CURLcode result) noexcept
 void CTransferLoop::succeed(CTransferWork& work) noexcept
 {
     try {
-        if (work.hasRetries()) {
+        if (work.hasRetries())
             work.retries.afterSuccess(*work.request);
-            work.setAttempts();
-        }
     } catch (const std::exception& error) {
         kx::logErrorQuietly(error, "A transfer's attempt could not be recorded.");
     }
+    recordAttempts(work);
     end(work, TransferState::Succeeded, nullptr);
+}
+
+void CTransferLoop::recordAttempts(CTransferWork& work) noexcept
+{
+    try {
+        work.setAttempts();
+    } catch (const std::exception& error) {
+        kx::logErrorQuietly(error, "A transfer's attempts could not be recorded.");
+    }
 }
 
 /// @return how long to wait before another attempt; empty: there is to be none
 std::optional<kx::CTimeSpan> CTransferLoop::recordFailure(CTransferWork& work, const kx::CError& error) noexcept
 {
+    std::optional<kx::CTimeSpan> pause;
     try {
-        const std::optional<kx::CTimeSpan> pause = work.retries.afterFailure(*work.request, error);
-        work.setAttempts();
-        return pause;
+        pause = work.retries.afterFailure(*work.request, error);
     } catch (const std::exception& other) {
-        kx::logErrorQuietly(other, "A transfer's attempt could not be recorded, and is the last one.");
-        return {};
+        kx::logErrorQuietly(
+            other, "A transfer's attempt is the last one, because nobody knows whether it failed for good.");
     }
+    recordAttempts(work);
+    return pause;
 }
 
 bool CTransferLoop::pause(CTransferWork& work, const kx::CError& error) noexcept

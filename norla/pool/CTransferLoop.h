@@ -50,6 +50,7 @@ private:
     void endAttempt(CTransferWork& work, CURLcode result) noexcept;
     void succeed(CTransferWork& work) noexcept;
     static std::optional<kx::CTimeSpan> recordFailure(CTransferWork& work, const kx::CError& error) noexcept;
+    static void recordAttempts(CTransferWork& work) noexcept;
     bool pause(CTransferWork& work, const kx::CError& error) noexcept;
     void makeRoom(CTransferWork& work) noexcept;
     kx::P<kx::CError> record(CTransferWork& work, CURLcode result) noexcept;

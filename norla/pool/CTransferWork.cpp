@@ -149,6 +149,8 @@ void CTransferWork::setEnd(TransferState state, kx::P<kx::CError> error)
     {
         const std::lock_guard lock(m_mutex);
         m_error = std::move(error);
+        if (!m_attempts.empty())
+            m_attempts.back().pause = kx::CTimeSpan(); // which may have been meant to be longer than there was time
     }
     m_state = state;
     m_done.set();

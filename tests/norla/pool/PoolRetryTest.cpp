@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -167,6 +168,61 @@ TEST_F(PoolRetryTest, triesAServerUntilItsFailuresAreOver)
     ASSERT_TRUE(transfer->wait(longest));
     EXPECT_EQ(bodyOf(request), "good");
     EXPECT_EQ(transfer->getAttempts().size(), failures + 1U);
+}
+
+/// A transfer behind whose first attempt there is no other one.
+class PoolLastAttemptTest : public CPoolFixture {
+protected:
+    Transfer start(CTransfer::Options options)
+    {
+        answer(status(503));
+        return pool().start(newRequest().get(), options);
+    }
+
+    static CTransfer::Options withAPauseOf(const kx::CTimeSpan& pause)
+    {
+        CTransfer::Options options;
+        options.retries = {.attempts = 2, .firstPause = pause, .jitter = false};
+        return options;
+    }
+
+    /// How long the pauses behind the attempts are, in milliseconds.
+    static std::vector<long long> pausesOf(const Transfer& transfer)
+    {
+        std::vector<long long> pauses;
+        for (const norla::CAttempt& attempt : transfer->getAttempts())
+            pauses.push_back(attempt.pause.getMicroseconds() / 1000);
+        return pauses;
+    }
+};
+
+TEST_F(PoolLastAttemptTest, hasNoPauseBehindItWhereTheDeadlineComesBefore)
+{
+    CTransfer::Options options = withAPauseOf(ms(30'000));
+    options.deadline = ms(10'000);
+    const auto transfer = start(options);
+    ASSERT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(pausesOf(transfer), std::vector<long long>{0});
+}
+
+TEST_F(PoolLastAttemptTest, hasNoPauseBehindItWhereACancelEndsThat)
+{
+    const auto transfer = start(withAPauseOf(ms(30'000)));
+    EXPECT_TRUE(waitUntil([&] { return transfer->getState() == TransferState::Pausing; }));
+    EXPECT_EQ(pausesOf(transfer), std::vector<long long>{30'000});
+    transfer->cancel();
+    ASSERT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(pausesOf(transfer), std::vector<long long>{0});
+}
+
+TEST_F(PoolLastAttemptTest, isThereWhereThePolicyThrows)
+{
+    CTransfer::Options options = withAPauseOf(ms(1));
+    options.retries.isTransient = [](const kx::CError&) -> bool { throw kx::CError("no idea"); };
+    const auto transfer = start(options);
+    ASSERT_TRUE(transfer->wait(longest));
+    EXPECT_EQ(failureOf(transfer), "HTTP response code said error (response code: http 503)");
+    EXPECT_EQ(pausesOf(transfer), std::vector<long long>{0});
 }
 
 /// A transfer whose first attempt the server refuses for a moment.
