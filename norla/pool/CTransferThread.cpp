@@ -63,6 +63,7 @@ void CTransferThread::join() noexcept
     const std::lock_guard lock(m_mutex);
     while (m_end.wait_for(patience) != std::future_status::ready)
         m_loop->endLongCalls();
+    m_id = std::thread::id();
     if (m_thread->joinable())
         m_thread->join();
 }

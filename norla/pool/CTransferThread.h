@@ -2,6 +2,7 @@
 
 #include "norla/pool/CTransferLoop.h"
 
+#include <atomic>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -38,7 +39,7 @@ private:
     std::mutex m_mutex;                    // guards the thread's end
     std::future<void> m_end;               // the thread's work is done
     std::unique_ptr<std::thread> m_thread; // a child process leaves it: its number may be that of one of the child's
-    const std::thread::id m_id;
+    std::atomic<std::thread::id> m_id;     // until the thread's work is done; then another one may get it
 };
 
 } // namespace norla
