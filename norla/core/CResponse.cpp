@@ -47,17 +47,30 @@ void CResponse::takeLine(std::string_view bytes, const CRequestURL& url)
 {
     if (url.isMail())
         keepReply(bytes);
-    const kx::String line = kx::String::fromUTF8(bytes);
-    if (url.isHTTP() && line.toWide().starts_with(L"HTTP/")) {
-        // An interim response, a redirect or a proxy's answer came before: only the last response counts.
-        if (!m_statusLine.isEmpty())
-            m_headerAssembler.reset();
-        m_statusLine = line.trim();
+    const bool isStatusLine = url.isHTTP() && bytes.starts_with("HTTP/");
+    kx::String line;
+    try {
+        line = kx::String::fromUTF8(bytes);
+    } catch (const kx::CError&) {
+        if (isStatusLine) // whose reason phrase may have any bytes (RFC 9112 section 4)
+            takeStatusLine(kx::String::fromLatin1(bytes));
+        throw;
+    }
+    if (isStatusLine) {
+        takeStatusLine(line);
     } else if (url.isHTTP()) {
         // The assembler takes a line of white space for a continuation.
         m_headerAssembler.handleHeaderLine(m_takesBareLineFeeds && bytes == "\n" ? kx::String("\r\n") : line);
     }
     m_lines->addUTF8(bytes);
+}
+
+// An interim response, a redirect or a proxy's answer came before: only the last response counts.
+void CResponse::takeStatusLine(const kx::String& line)
+{
+    if (!m_statusLine.isEmpty())
+        m_headerAssembler.reset();
+    m_statusLine = line.trim();
 }
 
 // What a mail server says is shown to people, in whatever encoding it says it.

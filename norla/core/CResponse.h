@@ -39,7 +39,8 @@ public:
     void takeBareLineFeeds(bool take) noexcept { m_takesBareLineFeeds = take; }
 
     /// A line with its end, as it came.
-    /// @throws kx::CError when it is not UTF-8, or makes no sense; it is left out then
+    /// @throws kx::CError when it is not UTF-8, or makes no sense; it is left out then, but for the status that a line
+    /// of HTTP tells
     void takeLine(std::string_view bytes, const CRequestURL& url);
 
     /// A block of the body, for the sink. A status line that makes no sense is logged with URL and method. @throws what
@@ -75,6 +76,7 @@ public:
 
 private:
     void readStatus(const CRequestURL& url, const kx::String& method);
+    void takeStatusLine(const kx::String& line);
     void keepReply(std::string_view bytes);
     kx::String getLastLine() const;
 

@@ -3,6 +3,7 @@
 #include "norla/async/CAsyncNetRequestManager.h"
 #include "norla/async/CAsyncNetRequestThread.h"
 #include "tests/norla/core/CRequestFixture.h"
+#include "tests/support/CLogRecorder.h"
 #include "tests/support/CTemporaryFolder.h"
 #include "tests/support/errorOf.h"
 
@@ -317,6 +318,22 @@ TEST_F(CFileSinkOlderTest, goesOnBehindTheBeginningAfterAnAttemptWithTheWhole)
     performPath();
     sink->finish();
     EXPECT_EQ(m_folder.read("file"), "older rest");
+}
+
+TEST_F(CFileSinkOlderTest, isReplacedBehindARedirectWhateverBytesTheReasonOfTheStatusHas)
+{
+    const support::CLogRecorder log; // of what is left out of the lines
+    for (const CFileSink::Older older : {CFileSink::Older::Replace, CFileSink::Older::Resume}) {
+        useNewRequest();
+        m_folder.write("file", "older ");
+        answer("HTTP/1.1 302 Found\r\nLocation: /there\r\nContent-Length: 0\r\n\r\n")
+            .readHead()
+            .send("HTTP/1.1 200 D\xE9j\xE0\r\nContent-Length: 5\r\n\r\nwhole");
+        const auto sink = setSink(older);
+        performPath();
+        sink->finish();
+        EXPECT_EQ(m_folder.read("file"), "whole");
+    }
 }
 
 TEST_F(CFileSinkTest, namesTheFileThatTakesNoMore)

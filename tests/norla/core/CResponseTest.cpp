@@ -91,6 +91,18 @@ TEST_F(CResponseTest, leavesOutALineThatIsNotText)
     EXPECT_TRUE(lines().empty());
 }
 
+TEST_F(CResponseTest, readsTheStatusWhateverBytesItsReasonHas)
+{
+    m_response.setSink(m_sink.get());
+    take({"HTTP/1.1 302 Found\r\n", "A: 1\r\n", "\r\n"}, m_http);
+    EXPECT_THROW(m_response.takeLine("HTTP/1.1 200 D\xE9j\xE0\r\n", m_http), kx::CError);
+    take({"B: 2\r\n", "\r\n"}, m_http);
+    takeBody("x", m_http);
+    EXPECT_EQ(m_sink->m_codes, std::vector<int>{200});
+    EXPECT_EQ(m_sink->m_headers, (norla::CNetRequest::HeaderMap{{"b", "2"}}));
+    EXPECT_EQ(lines(), (std::vector<kx::String>{"HTTP/1.1 302 Found\r\n", "A: 1\r\n", "\r\n", "B: 2\r\n", "\r\n"}));
+}
+
 TEST_F(CResponseTest, givesTheSinkBodyStatusAndHeaders)
 {
     m_response.setSink(m_sink.get());
