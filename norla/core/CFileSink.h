@@ -15,7 +15,8 @@ namespace norla {
 /// Without finish(), because the transfer has failed or for any other reason, nothing of it stays and an older file of
 /// that name is untouched. A transfer that is performed again begins anew. The text that explains an HTTP error (status
 /// 300 and above) is not the file: it goes to the request's default receive buffer, up to 64 KiB of it, where the
-/// transfer's error finds the server's words.
+/// transfer's error finds the server's words. An answer of HTTP that breaks off in its header is an error, as long as
+/// the sink is the request's own and no part of another one.
 ///
 /// The rest of a file of which the beginning is there:
 ///

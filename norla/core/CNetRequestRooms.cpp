@@ -111,21 +111,39 @@ void CNetRequest::CRooms::noticeEnd(CURLcode result)
     if (result == CURLE_OK && url.isMail() && sending.isUnsentMail())
         callbackError.keep(CCURLError(CURLE_SEND_ERROR, "the message has no recipients and was not sent", "smtp", 0, "",
             "", failureDetails(CURLE_SEND_ERROR)));
-    if (result == CURLE_OK && (judgesByProtocol() || wantsWholeHeader) && record.isHeadCutOff())
-        callbackError.keep(CCURLError(CURLE_PARTIAL_FILE, "the connection was closed within the header of the answer",
-            url.getResponseCodeDomain(), 0, "", "", failureDetails(CURLE_PARTIAL_FILE)));
+    if (result == CURLE_OK && record.isHeadCutOff() && needsWholeHeader())
+        keepCutOffHeader();
     if (result == CURLE_OK && !callbackError.isThere())
         callbackError.keepFrom([this] { endBody(); });
 }
 
+// Of what the server refuses a CFileSink takes nothing: its status is the error then.
+bool CNetRequest::CRooms::needsWholeHeader() const noexcept
+{
+    return judgesByProtocol() || wantsWholeHeader || (response.hasFileSink() && successStatus());
+}
+
+void CNetRequest::CRooms::keepCutOffHeader()
+{
+    callbackError.keep(CCURLError(CURLE_PARTIAL_FILE, "the connection was closed within the header of the answer",
+        url.getResponseCodeDomain(), 0, "", "", failureDetails(CURLE_PARTIAL_FILE)));
+}
+
 void CNetRequest::CRooms::endBody()
 {
+    const std::optional<int> status = successStatus();
+    if (status && sending.getMethod() != "HEAD")
+        response.endBody(*status);
+}
+
+std::optional<int> CNetRequest::CRooms::successStatus() const noexcept
+{
     constexpr int otherProtocol = -1;
-    long status = otherProtocol;
-    if (url.isHTTP() && (!handle.ask(CURLINFO_RESPONSE_CODE, status) || !isHTTPSuccess(static_cast<int>(status))))
-        return;
-    if (sending.getMethod() != "HEAD")
-        response.endBody(static_cast<int>(status));
+    if (!url.isHTTP())
+        return otherProtocol;
+    long status = 0;
+    const bool isKnown = handle.ask(CURLINFO_RESPONSE_CODE, status);
+    return isKnown && isHTTPSuccess(static_cast<int>(status)) ? std::optional(static_cast<int>(status)) : std::nullopt;
 }
 
 void CNetRequest::CRooms::recordOutcome(CURLcode result)

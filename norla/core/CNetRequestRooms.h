@@ -127,7 +127,12 @@ struct CNetRequest::CRooms {
     void requireNoExcess(const kx::String& excess, const kx::String& plainExcess) const;
     void requireRoomFor(size_t size) const;
     void noticeRefusedRedirect(CURLcode result);
+    bool needsWholeHeader() const noexcept;
+    void keepCutOffHeader();
     void endBody();
+
+    /// As for IDataSink::end(); empty where the server has refused.
+    std::optional<int> successStatus() const noexcept;
     void noticeProtocol();
 
     // false: it cannot, and the transfer might never go on

@@ -3,6 +3,7 @@
 #include "kx/base/CError.h"
 #include "kx/log/log.h"
 #include "kx/streams/CBufferStream.h"
+#include "norla/core/CFileSink.h"
 #include "norla/core/CNetStringList.h"
 #include "norla/core/CRequestURL.h"
 #include "norla/core/refusal.h"
@@ -103,6 +104,11 @@ void CResponse::endBody(int responseCode)
 {
     if (const kx::P<IDataSink> sink = m_sink) // which may put another one in its place
         sink->end(responseCode, getHeaderMap());
+}
+
+bool CResponse::hasFileSink() const noexcept
+{
+    return dynamic_cast<const CFileSink*>(m_sink.get()) != nullptr;
 }
 
 bool CResponse::canBeginAgain() const

@@ -72,6 +72,10 @@ public:
     void setSink(IDataSink* sink) { m_sink = sink; }
     void setDefaultSink() { m_sink = m_defaultSink; }
     bool hasDefaultSink() const noexcept { return m_sink == m_defaultSink; }
+
+    /// Whether the body replaces a file, so that none must be taken for an empty one.
+    bool hasFileSink() const noexcept;
+
     const kx::P<Buffer>& getDefaultBuffer() const noexcept { return m_defaultBuffer; }
 
 private:

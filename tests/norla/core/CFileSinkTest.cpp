@@ -336,6 +336,37 @@ TEST_F(CFileSinkOlderTest, isReplacedBehindARedirectWhateverBytesTheReasonOfTheS
     }
 }
 
+TEST_F(CFileSinkOlderTest, staysWhenTheAnswerBreaksOffInItsHeader)
+{
+    for (const CFileSink::Older older : {CFileSink::Older::Replace, CFileSink::Older::Resume}) {
+        useNewRequest();
+        answer("HTTP/1.1 200 OK\r\nServer: x\r\nConten").close();
+        setSink(older);
+        const auto error = failureOf();
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->getCode(), CURLE_PARTIAL_FILE);
+        request().setDefaultReceiveDataStream(); // lets the sink go
+        EXPECT_EQ(m_folder.read("file"), "older ");
+    }
+}
+
+TEST_F(CFileSinkOlderTest, staysWhenTheServersRefusalBreaksOffInItsHeader)
+{
+    answer("HTTP/1.1 404 Not Found\r\nServer: x\r\nConten").close();
+    setSink(CFileSink::Older::Replace);
+    const auto error = failureOf();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getProps().get("responseCode"), "404");
+}
+
+TEST_F(CFileSinkTest, leavesAnAnswerThatBreaksOffInItsHeaderToOtherSinks)
+{
+    answer("HTTP/1.1 200 OK\r\nServer: x\r\nConten").close();
+    setSink();
+    request().setDefaultReceiveDataStream();
+    EXPECT_FALSE(failureOf());
+}
+
 TEST_F(CFileSinkTest, namesTheFileThatTakesNoMore)
 {
     const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
