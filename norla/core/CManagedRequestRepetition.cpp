@@ -14,7 +14,7 @@ CRepeatability CManagedRequest::getRepeatability() const
     const CTransferRecord& record = rooms.record;
     const bool isUnanswered = !record.hasHTTPAnswer() && rooms.response.getLines()->isEmpty()
         && record.getInfo().bytesDown == 0 && record.isConnectionReused();
-    return {.isOwnError = rooms.callbackError.isThere() && !rooms.isOverdue,
+    return {.isOwnError = rooms.callbackError.isThere() && !rooms.isOverdue && !rooms.isHeaderLost,
         .isHarmless = rooms.sideEffects.areHarmless(record),
         .isUnanswered = isUnanswered};
 }

@@ -40,6 +40,7 @@ void CNetRequest::CRooms::beginAttempt()
     headers.begin();
     callbackError.forget();
     isOverdue = false;
+    isHeaderLost = false;
     sending.begin();
     unpacking.begin();
     record.forget();
@@ -125,6 +126,7 @@ bool CNetRequest::CRooms::needsWholeHeader() const noexcept
 
 void CNetRequest::CRooms::keepCutOffHeader()
 {
+    isHeaderLost = !callbackError.isThere();
     callbackError.keep(CCURLError(CURLE_PARTIAL_FILE, "the connection was closed within the header of the answer",
         url.getResponseCodeDomain(), 0, "", "", failureDetails(CURLE_PARTIAL_FILE)));
 }

@@ -46,6 +46,7 @@ struct CNetRequest::CRooms {
     CResponse response;
     CFirstError callbackError; // of the current transfer
     bool isOverdue = false;    // whoever drives it has ended it for want of time, which the error tells
+    bool isHeaderLost = false; // the connection was, within the header of the answer, which the error tells
     CAsyncOutcome outcome;
     kx::P<IDoneListener> doneListener;
     kx::TList<kx::P<kx::IBase>> keptObjects;

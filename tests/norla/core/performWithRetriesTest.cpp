@@ -139,6 +139,35 @@ TEST_F(PerformWithRetriesTest, transferSucceedsBehindLostConnections)
     }
 }
 
+TEST_F(PerformWithRetriesTest, transferSucceedsBehindAnAnswerThatBreaksOffInItsHeader)
+{
+    request().setSafeDefaults();
+    answer("HTTP/1.1 200 OK\r\nServer: x\r\nConten").close();
+    answer(ok("x"));
+    const auto attempts = perform();
+    ASSERT_EQ(attempts.size(), 2U);
+    EXPECT_EQ(attempts[0].error->getCode(), CURLE_PARTIAL_FILE);
+    EXPECT_EQ(body(), "x");
+}
+
+TEST_F(PerformWithRetriesTest, errorOfASinkBehindAnAnswerThatBrokeOffInItsHeaderIsToldAtOnce)
+{
+    class CFailingSink : public kx::CBase, public virtual norla::IDataSink {
+    public:
+        int write(const unsigned char*, int, int, const HeaderMap&) override
+        {
+            throw norla::CCURLError(CURLE_RECV_ERROR, "not today", "", 0, "");
+        }
+        bool canBeginAgain() const override { return true; }
+    };
+    request().setSafeDefaults();
+    request().setReceiveDataSink(kx::newObj<CFailingSink>().get());
+    answer("HTTP/1.1 200 OK\r\nServer: x\r\nConten").close();
+    answer(ok("x"));
+    EXPECT_TRUE(errorOf());
+    EXPECT_EQ(server().connectionCount(), 2U);
+}
+
 TEST_F(PerformWithRetriesTest, transferSucceedsBehindHandshakesThatBreakOff)
 {
     const auto& certificates = support::CTestCertificates::get();
