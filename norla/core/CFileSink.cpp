@@ -10,6 +10,7 @@ namespace norla {
 
 namespace {
 
+constexpr int partialContent = 206;
 constexpr int firstExplained = 300; // status whose body is not the file
 
 kx::COutputFile::COptions optionsFor(CFileSink::Older older)
@@ -18,13 +19,20 @@ kx::COutputFile::COptions optionsFor(CFileSink::Older older)
     return {.start = older == CFileSink::Older::Replace ? Start::Empty : Start::OlderContent};
 }
 
-bool beginsAt(const kx::String& contentRange, long long position)
+kx::String rangeOf(const CNetRequest::HeaderMap& responseHeaders)
+{
+    const auto found = responseHeaders.find("content-range");
+    return found == responseHeaders.end() ? kx::String() : found->second;
+}
+
+/// Null for what is no range of bytes.
+kx::P<CHTTPContentRange> parseRange(const kx::String& contentRange)
 {
     try {
         const auto range = CHTTPContentRange::parse(contentRange);
-        return range->getUnit() == "bytes" && range->getFirst() == position;
+        return range->getUnit() == "bytes" ? range : nullptr;
     } catch (const kx::CError&) {
-        return false;
+        return nullptr;
     }
 }
 
@@ -70,6 +78,8 @@ void CFileSink::end(int responseCode, const CNetRequest::HeaderMap& responseHead
     if (m_older == Older::Resume && !m_hasBegun && isEmpty && responseCode < firstExplained
         && responseCode != noContent)
         goOn(responseCode, responseHeaders);
+    if (m_older == Older::Resume && responseCode == partialContent)
+        requireEnd(responseHeaders);
 }
 
 void CFileSink::finish()
@@ -82,7 +92,6 @@ void CFileSink::finish()
 
 void CFileSink::goOn(int responseCode, const CNetRequest::HeaderMap& responseHeaders)
 {
-    constexpr int partialContent = 206;
     if (responseCode == partialContent)
         requireRest(responseHeaders);
     else if (responseCode > 0) // a status of HTTP
@@ -91,11 +100,24 @@ void CFileSink::goOn(int responseCode, const CNetRequest::HeaderMap& responseHea
 
 void CFileSink::requireRest(const CNetRequest::HeaderMap& responseHeaders) const
 {
-    const auto found = responseHeaders.find("content-range");
-    const kx::String range = found == responseHeaders.end() ? kx::String() : found->second;
-    if (!beginsAt(range, m_file->getLength()))
+    const kx::String text = rangeOf(responseHeaders);
+    const auto range = parseRange(text);
+    if (!range || range->getFirst() != m_file->getLength())
         throw kx::CError("The file '" + m_file->getPath().toString() + "' cannot go on behind its "
-            + kx::toString(m_file->getLength()) + " bytes: the server has sent the part '" + range + "'.");
+            + kx::toString(m_file->getLength()) + " bytes: the server has sent the part '" + text + "'.");
+}
+
+// A part may end before the resource does, whatever was asked for (RFC 9110 section 15.3.7).
+void CFileSink::requireEnd(const CNetRequest::HeaderMap& responseHeaders) const
+{
+    const kx::String text = rangeOf(responseHeaders);
+    const auto range = parseRange(text);
+    const long long length = m_file->getLength();
+    const bool isWhole
+        = range && range->getLast() == length - 1 && (range->getTotal() == -1 || range->getTotal() == length);
+    if (!isWhole)
+        throw kx::CError("The file '" + m_file->getPath().toString() + "' is not whole with its " + kx::toString(length)
+            + " bytes: the server has sent the part '" + text + "'.");
 }
 
 } // namespace norla

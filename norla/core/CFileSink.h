@@ -38,9 +38,10 @@ public:
         Append,
 
         /// Where the server has sent the part behind it (status 206), that comes behind what it holds; another part is
-        /// an error. A body that is the whole resource takes its place, an empty one too. Other protocols than HTTP
-        /// tell neither: there it is as Append. That the resource is still the same is for the caller to see to (a
-        /// header line "If-Range").
+        /// an error, and so is one that ends before the resource does: a range of the caller's own (setRange()) has no
+        /// end. A body that is the whole resource takes its place, an empty one too. Other protocols than HTTP tell
+        /// neither: there it is as Append. That the resource is still the same is for the caller to see to (a header
+        /// line "If-Range").
         Resume
     };
 
@@ -56,6 +57,7 @@ public:
     int write(
         const unsigned char* data, int size, int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
 
+    /// @throws kx::CError which names path and reason when the server has sent less than the rest that is missing
     void end(int responseCode, const CNetRequest::HeaderMap& responseHeaders) override;
     bool canBeginAgain() const override { return true; }
 
@@ -70,6 +72,7 @@ public:
 private:
     void goOn(int responseCode, const CNetRequest::HeaderMap& responseHeaders);
     void requireRest(const CNetRequest::HeaderMap& responseHeaders) const;
+    void requireEnd(const CNetRequest::HeaderMap& responseHeaders) const;
 
     const Older m_older;
     const kx::P<kx::COutputFile> m_file;

@@ -10,6 +10,8 @@
 #include <csignal>
 #include <filesystem>
 #include <sys/resource.h>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -365,6 +367,26 @@ TEST_F(CFileSinkTest, leavesAnAnswerThatBreaksOffInItsHeaderToOtherSinks)
     setSink();
     request().setDefaultReceiveDataStream();
     EXPECT_FALSE(failureOf());
+}
+
+TEST_F(CFileSinkOlderTest, takesNoLessThanTheRest)
+{
+    const kx::String start
+        = "The file '" + kx::String::fromUTF8((m_folder.path() / "file").native()) + "' is not whole with its ";
+    const std::vector<std::pair<std::string, kx::String>> cases
+        = {{part("67", "bytes 6-7/100"), "8 bytes: the server has sent the part 'bytes 6-7/100'."},
+            {part("67", "bytes 6-9/10"), "8 bytes: the server has sent the part 'bytes 6-9/10'."},
+            {part("67", "bytes 6-9/*"), "8 bytes: the server has sent the part 'bytes 6-9/*'."},
+            {part("6789", "bytes 6-7/8"), "10 bytes: the server has sent the part 'bytes 6-7/8'."}};
+    for (const auto& [bytes, end] : cases) {
+        useNewRequest();
+        EXPECT_EQ(resumeError(bytes), start + end);
+    }
+}
+
+TEST_F(CFileSinkOlderTest, takesTheRestOfAResourceWhoseSizeTheServerDoesNotKnow)
+{
+    EXPECT_EQ(contentAfter(part("67", "bytes 6-7/*"), CFileSink::Older::Resume), "older 67");
 }
 
 TEST_F(CFileSinkTest, namesTheFileThatTakesNoMore)
