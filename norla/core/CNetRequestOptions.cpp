@@ -72,6 +72,7 @@ void CNetRequest::CRooms::noticeNumber(CURLoption option, long long value) noexc
     deadlines.noticeNumber(option, value);
     proxy.noticeNumber(option, value);
     ssh.noticeNumber(option, value);
+    tls.noticeNumber(option, value);
     redirects.noticeNumber(option, value);
     progress.noticeNumber(option, value);
     sideEffects.noticeNumber(option, value);

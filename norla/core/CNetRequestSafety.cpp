@@ -6,9 +6,9 @@ namespace norla {
 
 namespace {
 
-void verifyProxies(CNetRequest& request)
+void verifyProxies(CNetRequest& request, long leastVersion)
 {
-    request.setOptionInt(CURLOPT_PROXY_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
+    request.setOptionInt(CURLOPT_PROXY_SSLVERSION, static_cast<int>(leastVersion));
     request.setOptionInt(CURLOPT_PROXY_SSL_VERIFYPEER, 1);
     request.setOptionInt(CURLOPT_PROXY_SSL_VERIFYHOST, 2);
 }
@@ -30,7 +30,7 @@ void CNetRequest::setSafeDefaults(const CSafeDefaults& defaults)
     if (defaults.verifyTLS) {
         m_rooms->tls.demandProof();
         m_rooms->demands.noticeTLSTrust(m_rooms->tls.getDescription());
-        verifyProxies(*this);
+        verifyProxies(*this, m_rooms->tls.getLeastProxyVersion());
     }
     if (defaults.verifySSH && !m_rooms->demands.wantsSSHHosts()) {
         m_rooms->ssh.demandProof();

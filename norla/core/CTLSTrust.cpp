@@ -27,15 +27,25 @@ struct CVersionRow {
     const char* name;
 };
 
+constexpr std::array versionRows = std::to_array<CVersionRow>({
+    {CURL_SSLVERSION_TLSv1_0, "TLS 1.0"},
+    {CURL_SSLVERSION_TLSv1_1, "TLS 1.1"},
+    {CURL_SSLVERSION_TLSv1_2, "TLS 1.2"},
+    {CURL_SSLVERSION_TLSv1_3, "TLS 1.3"},
+});
+
 const CVersionRow& rowOf(TLSVersion version)
 {
-    static constexpr std::array rows = std::to_array<CVersionRow>({
-        {CURL_SSLVERSION_TLSv1_0, "TLS 1.0"},
-        {CURL_SSLVERSION_TLSv1_1, "TLS 1.1"},
-        {CURL_SSLVERSION_TLSv1_2, "TLS 1.2"},
-        {CURL_SSLVERSION_TLSv1_3, "TLS 1.3"},
-    });
-    return rows.at(static_cast<size_t>(version));
+    return versionRows.at(static_cast<size_t>(version));
+}
+
+/// @param value of CURLOPT_SSLVERSION, which may name the newest one too
+TLSVersion leastVersionOf(long long value) noexcept
+{
+    constexpr long long least = 0xFFFF;
+    const auto* const row = std::find_if(versionRows.begin(), versionRows.end(),
+        [value](const CVersionRow& candidate) { return candidate.option == (value & least); });
+    return row == versionRows.end() ? TLSVersion::TLS1_0 : static_cast<TLSVersion>(row - versionRows.begin());
 }
 
 void requirePin(const kx::String& pin)
@@ -129,6 +139,7 @@ void CTLSTrust::set(const CTLSOptions& options)
     requireUsable(options);
     m_isSet = true; // also of what libcurl takes before it refuses the rest
     m_options = options;
+    m_leastSet = TLSVersion::TLS1_0;
     m_description = descriptionOf(options);
     setDemands();
     setRoots(options);
@@ -143,12 +154,17 @@ void CTLSTrust::set(const CTLSOptions& options)
 void CTLSTrust::demandProof()
 {
     m_isSet = true;
-    m_options.leastVersion = std::max(m_options.leastVersion, TLSVersion::TLS1_2);
+    m_options.leastVersion = std::max({m_options.leastVersion, m_leastSet, TLSVersion::TLS1_2});
     m_options.verifyCertificate = true;
     m_options.verifyHostName = true;
     m_description = descriptionOf(m_options);
     setDemands();
     setWatch();
+}
+
+long CTLSTrust::getLeastProxyVersion() const
+{
+    return rowOf(std::max(m_leastProxySet, TLSVersion::TLS1_2)).option;
 }
 
 void CTLSTrust::setDemands()
@@ -193,6 +209,14 @@ void CTLSTrust::setWatch()
     m_handle.set(CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
 }
 
+void CTLSTrust::noticeNumber(CURLoption option, long long value) noexcept
+{
+    if (option == CURLOPT_SSLVERSION)
+        m_leastSet = leastVersionOf(value);
+    else if (option == CURLOPT_PROXY_SSLVERSION)
+        m_leastProxySet = leastVersionOf(value);
+}
+
 void CTLSTrust::noticePointer(CURLoption option, bool isSet) noexcept
 {
     if (option == CURLOPT_SSL_CTX_FUNCTION)
@@ -203,6 +227,8 @@ void CTLSTrust::forgetOptions() noexcept
 {
     m_isSet = false;
     m_hasOwnContextFunction = false;
+    m_leastSet = TLSVersion::TLS1_0;
+    m_leastProxySet = TLSVersion::TLS1_0;
     m_options = CTLSOptions();
     m_description.clear();
 }

@@ -29,11 +29,15 @@ public:
     void set(const CTLSOptions& options);
 
     /// The least that is to be demanded: TLS 1.2 or newer, a certificate of a known issuer, for the right host. Who is
-    /// known, and what is shown to the server, stays as it is, whoever has set it.
+    /// known, what is shown to the server, and a newer version that is demanded stay as they are, whoever has set them.
     /// @throws CCURLError if libcurl refuses
     void demandProof();
 
-    /// An option that takes a pointer was set by the application; others than CURLOPT_SSL_CTX_FUNCTION are ignored.
+    /// The same of a proxy, as a number of libcurl's. @return CURL_SSLVERSION_TLSv1_2 or newer
+    long getLeastProxyVersion() const;
+
+    /// What was set by the application; other options than those that matter here are ignored.
+    void noticeNumber(CURLoption option, long long value) noexcept;
     void noticePointer(CURLoption option, bool isSet) noexcept;
 
     /// The handle's options are what they were at first (curl_easy_reset()).
@@ -63,6 +67,9 @@ private:
     CTLSOptions m_options;
     std::string m_description;
     bool m_isSet = false;
+    // what the application demands by options
+    TLSVersion m_leastSet = TLSVersion::TLS1_0;
+    TLSVersion m_leastProxySet = TLSVersion::TLS1_0;
     bool m_hasOwnContextFunction = false; // of the application
 };
 

@@ -113,6 +113,29 @@ TEST_F(CNetRequestSafetyTest, keepsTheSSHOptionsThatWereSet)
     EXPECT_EQ(optionsOf(defaults), Texts());
 }
 
+TEST_F(CNetRequestSafetyTest, keepsANewerVersionOfTLSThatIsDemandedByAnOption)
+{
+    const std::string version = std::to_string(CURL_SSLVERSION_TLSv1_3);
+    CSafeDefaults defaults = nothing;
+    defaults.verifyTLS = true;
+    m_request->setOptionInt(CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_3);
+    m_request->setOptionInt(CURLOPT_PROXY_SSLVERSION, int{CURL_SSLVERSION_TLSv1_3} | int{CURL_SSLVERSION_MAX_TLSv1_3});
+    const Texts options = optionsOf(defaults);
+    EXPECT_THAT(options, Contains("SSLVERSION=" + version));
+    EXPECT_THAT(options, Contains("PROXY_SSLVERSION=" + version));
+    m_request->reset();
+    EXPECT_THAT(optionsOf(defaults), Contains("SSLVERSION=" + std::to_string(CURL_SSLVERSION_TLSv1_2)));
+}
+
+TEST_F(CNetRequestSafetyTest, keepsNoVersionOfTLSThatWasDemandedBeforeTheTLSOptions)
+{
+    CSafeDefaults defaults = nothing;
+    defaults.verifyTLS = true;
+    m_request->setOptionInt(CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_3);
+    m_request->setTLSOptions({.leastVersion = norla::TLSVersion::TLS1_2});
+    EXPECT_THAT(optionsOf(defaults), Contains("SSLVERSION=" + std::to_string(CURL_SSLVERSION_TLSv1_2)));
+}
+
 TEST_F(CNetRequestSafetyTest, leavesTheNextRequestPlainAfterAReset)
 {
     m_request->setSafeDefaults();
