@@ -89,10 +89,11 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     if (option == CURLOPT_MAIL_RCPT)
         m_rooms->sending.noticeRecipients(value);
     m_rooms->headers.noticePointer(option, value);
-    m_rooms->sockets.noticePointer(option, value != nullptr);
+    m_rooms->ssh.noticePointer(option, value);
+    m_rooms->sockets.noticePointer(option, value);
     m_rooms->prerequest.noticePointer(option, value);
     m_rooms->progress.noticePointer(option, value);
-    m_rooms->tls.noticePointer(option, value != nullptr);
+    m_rooms->tls.noticePointer(option, value);
     m_rooms->redirects.noticePointer(option, value);
     m_rooms->lines.noticePointer(option, value);
     m_rooms->sideEffects.noticePointer(option, value != nullptr);

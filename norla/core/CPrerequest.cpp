@@ -1,37 +1,22 @@
 #include "norla/core/CPrerequest.h"
 
-#include "norla/core/CEasyHandle.h"
-
 namespace norla {
 
 CPrerequest::CPrerequest(CEasyHandle& handle) noexcept
-    : m_handle(handle)
+    : m_calls(handle, CURLOPT_PREREQFUNCTION, CURLOPT_PREREQDATA)
 {
 }
 
-void CPrerequest::noticePointer(CURLoption option, void* value) noexcept
+void CPrerequest::noticePointer(CURLoption option, void* value)
 {
-    if (option == CURLOPT_PREREQFUNCTION)
-        m_callback = reinterpret_cast<curl_prereq_callback>(value);
-    else if (option == CURLOPT_PREREQDATA)
-        m_data = value;
-}
-
-void CPrerequest::forgetOptions() noexcept
-{
-    m_callback = nullptr;
-    m_data = nullptr;
-}
-
-void CPrerequest::use(curl_prereq_callback callback, void* data)
-{
-    m_handle.set(CURLOPT_PREREQFUNCTION, callback);
-    m_handle.set(CURLOPT_PREREQDATA, data);
+    if (m_calls.notice(option, value))
+        m_calls.stay();
 }
 
 int CPrerequest::callApplications(char* peerIP, char* localIP, int peerPort, int localPort) const
 {
-    return m_callback ? m_callback(m_data, peerIP, localIP, peerPort, localPort) : CURL_PREREQFUNC_OK;
+    const auto callback = reinterpret_cast<curl_prereq_callback>(m_calls.getFunction());
+    return callback ? callback(m_calls.getData(), peerIP, localIP, peerPort, localPort) : CURL_PREREQFUNC_OK;
 }
 
 } // namespace norla

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "norla/core/CCallbackPair.h"
+
 #include <curl/curl.h>
 
 namespace norla {
@@ -17,22 +19,21 @@ public:
     CPrerequest& operator=(const CPrerequest&) = delete;
 
     /// An option that takes a pointer was set by the application; others than its function and data are ignored.
-    void noticePointer(CURLoption option, void* value) noexcept;
+    /// @throws CCURLError if libcurl refuses to keep the request's own
+    void noticePointer(CURLoption option, void* value);
 
     /// The handle's options are what they were at first (curl_easy_reset()).
-    void forgetOptions() noexcept;
+    void forgetOptions() noexcept { m_calls.forget(); }
 
     /// Puts the request's own function into the place of the application's, which callApplications() reaches then.
     /// @throws CCURLError if libcurl refuses
-    void use(curl_prereq_callback callback, void* data);
+    void use(curl_prereq_callback callback, void* data) { m_calls.use(callback, data); }
 
     /// @return what the application's function answers; CURL_PREREQFUNC_OK when it has none
     int callApplications(char* peerIP, char* localIP, int peerPort, int localPort) const;
 
 private:
-    CEasyHandle& m_handle;
-    curl_prereq_callback m_callback = nullptr; // the application's
-    void* m_data = nullptr;
+    CCallbackPair m_calls;
 };
 
 } // namespace norla

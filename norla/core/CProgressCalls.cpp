@@ -6,17 +6,16 @@ namespace norla {
 
 CProgressCalls::CProgressCalls(CEasyHandle& handle) noexcept
     : m_handle(handle)
+    , m_calls(handle, CURLOPT_XFERINFOFUNCTION, CURLOPT_XFERINFODATA)
 {
 }
 
-void CProgressCalls::noticePointer(CURLoption option, void* value) noexcept
+void CProgressCalls::noticePointer(CURLoption option, void* value)
 {
-    if (option == CURLOPT_XFERINFOFUNCTION)
-        m_callback = reinterpret_cast<curl_xferinfo_callback>(value);
+    if (m_calls.notice(option, value))
+        m_calls.stay();
     else if (static_cast<int>(option) == CURLOPTTYPE_FUNCTIONPOINT + 56) // CURLOPT_PROGRESSFUNCTION, deprecated
         m_oldCallback = reinterpret_cast<curl_progress_callback>(value);
-    else if (option == CURLOPT_XFERINFODATA)
-        m_data = value;
 }
 
 void CProgressCalls::noticeNumber(CURLoption option, long long value) noexcept
@@ -27,16 +26,14 @@ void CProgressCalls::noticeNumber(CURLoption option, long long value) noexcept
 
 void CProgressCalls::forgetOptions() noexcept
 {
-    m_callback = nullptr;
+    m_calls.forget();
     m_oldCallback = nullptr;
-    m_data = nullptr;
     m_isWanted = false;
 }
 
 void CProgressCalls::use(curl_xferinfo_callback callback, void* data)
 {
-    m_handle.set(CURLOPT_XFERINFOFUNCTION, callback);
-    m_handle.set(CURLOPT_XFERINFODATA, data);
+    m_calls.use(callback, data);
     m_handle.setNumber(CURLOPT_NOPROGRESS, 0);
 }
 
@@ -45,10 +42,11 @@ int CProgressCalls::callApplications(
 {
     if (!m_isWanted)
         return 0;
-    if (m_callback)
-        return m_callback(m_data, toDownload, downloaded, toUpload, uploaded);
+    void* const data = m_calls.getData();
+    if (const auto callback = reinterpret_cast<curl_xferinfo_callback>(m_calls.getFunction()))
+        return callback(data, toDownload, downloaded, toUpload, uploaded);
     if (m_oldCallback)
-        return m_oldCallback(m_data, static_cast<double>(toDownload), static_cast<double>(downloaded),
+        return m_oldCallback(data, static_cast<double>(toDownload), static_cast<double>(downloaded),
             static_cast<double>(toUpload), static_cast<double>(uploaded));
     return CURL_PROGRESSFUNC_CONTINUE;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "norla/core/CCallbackPair.h"
+
 #include <curl/curl.h>
 
 namespace norla {
@@ -16,7 +18,8 @@ public:
     CProgressCalls& operator=(const CProgressCalls&) = delete;
 
     /// An option was set by the application; others than those of its progress are ignored.
-    void noticePointer(CURLoption option, void* value) noexcept;
+    /// @throws CCURLError if libcurl refuses to keep the request's own
+    void noticePointer(CURLoption option, void* value);
     void noticeNumber(CURLoption option, long long value) noexcept;
 
     /// The handle's options are what they were at first (curl_easy_reset()).
@@ -32,11 +35,10 @@ public:
 
 private:
     CEasyHandle& m_handle;
+    CCallbackPair m_calls;
     // the application's
-    curl_xferinfo_callback m_callback = nullptr;
     curl_progress_callback m_oldCallback = nullptr; // CURLOPT_PROGRESSFUNCTION, which the other one goes before
-    void* m_data = nullptr;
-    bool m_isWanted = false; // CURLOPT_NOPROGRESS is 0
+    bool m_isWanted = false;                        // CURLOPT_NOPROGRESS is 0
 };
 
 } // namespace norla

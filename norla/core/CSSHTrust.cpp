@@ -154,6 +154,7 @@ kx::String quoted(const CKnownHostsFile& file)
 
 CSSHTrust::CSSHTrust(CEasyHandle& handle, CFirstError& errors)
     : m_handle(handle)
+    , m_judge(handle, CURLOPT_SSH_HOSTKEYFUNCTION, CURLOPT_SSH_HOSTKEYDATA)
     , m_errors(errors)
 {
 }
@@ -197,8 +198,7 @@ void CSSHTrust::demandProof()
 
 void CSSHTrust::setJudge()
 {
-    m_handle.set(CURLOPT_SSH_HOSTKEYFUNCTION, &CSSHTrust::hostKeyCallback);
-    m_handle.set(CURLOPT_SSH_HOSTKEYDATA, static_cast<void*>(this));
+    m_judge.use(&CSSHTrust::hostKeyCallback, this);
     // With one of these libcurl would not ask.
     for (const CURLoption option :
         {CURLOPT_SSH_HOST_PUBLIC_KEY_MD5, CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, CURLOPT_SSH_KNOWNHOSTS})
@@ -213,13 +213,40 @@ void CSSHTrust::noticeNumber(CURLoption option, long long value) noexcept
 
 void CSSHTrust::noticeText(CURLoption option, const std::string& bytes)
 {
-    if (option == CURLOPT_SSH_KNOWNHOSTS && m_isSet)
+    if (option != CURLOPT_SSH_KNOWNHOSTS)
+        return;
+    closeHint();
+    if (m_isSet)
         m_file = CKnownHostsFile(CSSHOptions::Path::fromBytes(bytes));
+}
+
+void CSSHTrust::noticePointer(CURLoption option, void* value)
+{
+    if (option == CURLOPT_SSH_KNOWNHOSTS && value)
+        noticeText(option, static_cast<const char*>(value));
+    else if (option == CURLOPT_SSH_KNOWNHOSTS && m_isSet)
+        m_file = m_options.knownHostsFile.isEmpty() ? usualFileOrNone() : CKnownHostsFile(m_options.knownHostsFile);
+    if (!m_judge.notice(option, value))
+        return;
+    if (option == CURLOPT_SSH_HOSTKEYFUNCTION)
+        giveWay();
+    else
+        m_judge.stay();
+}
+
+// The file that is for this judge alone would be libcurl's own then.
+void CSSHTrust::giveWay()
+{
+    m_judge.giveWay();
+    if (m_hint >= 0)
+        m_handle.setNull(CURLOPT_SSH_KNOWNHOSTS);
+    closeHint();
 }
 
 void CSSHTrust::forgetOptions() noexcept
 {
     m_isSet = false;
+    m_judge.forget();
     m_options = CSSHOptions();
     m_file = CKnownHostsFile();
     m_description.clear();
@@ -230,7 +257,7 @@ void CSSHTrust::forgetOptions() noexcept
 void CSSHTrust::begin(const CRequestURL& url)
 {
     m_explanation = kx::String();
-    if (m_isSet && url.isSSH())
+    if (m_judge.isOwn() && url.isSSH())
         askForKeyType(hostOf(url.toString().toUTF8()));
 }
 

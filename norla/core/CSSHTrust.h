@@ -1,5 +1,6 @@
 #pragma once
 
+#include "norla/core/CCallbackPair.h"
 #include "norla/core/CKnownHostsFile.h"
 #include "norla/core/CSSHOptions.h"
 
@@ -35,6 +36,9 @@ public:
     /// What was set by the application; other options than those that matter here are ignored.
     void noticeNumber(CURLoption option, long long value) noexcept;
     void noticeText(CURLoption option, const std::string& bytes);
+    /// Null for a text was set, or the function that judges in place of this object, or its data. @throws CCURLError if
+    /// libcurl refuses to keep the request's own, or to go back to the application's
+    void noticePointer(CURLoption option, void* value);
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;
@@ -51,6 +55,7 @@ public:
 
 private:
     void setJudge();
+    void giveWay();
     CKnownHosts::CHost hostOf(const std::string& url) const;
     std::string wantedKeyType(const CKnownHosts::CHost& host) const;
     void askForKeyType(const CKnownHosts::CHost& host);
@@ -63,6 +68,7 @@ private:
     static int hostKeyCallback(void* trust, int keyType, const char* key, size_t size) noexcept;
 
     CEasyHandle& m_handle;
+    CCallbackPair m_judge;
     CFirstError& m_errors;
     CSSHOptions m_options;
     CKnownHostsFile m_file;

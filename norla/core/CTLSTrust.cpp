@@ -129,6 +129,7 @@ kx::String quoted(const kx::String& text)
 CTLSTrust::CTLSTrust(CEasyHandle& handle)
     : m_handle(handle)
     , m_peer(std::make_shared<sela::CPeerRecord>())
+    , m_context(handle, CURLOPT_SSL_CTX_FUNCTION, CURLOPT_SSL_CTX_DATA)
 {
 }
 
@@ -203,10 +204,9 @@ void CTLSTrust::setPath(CURLoption option, const CTLSOptions::Path& path, CURLIN
 void CTLSTrust::setWatch()
 {
     const char* const tls = curl_version_info(CURLVERSION_NOW)->ssl_version;
-    if (m_hasOwnContextFunction || !tls || !sela::CPeerRecord::canWatch(tls))
+    if (m_context.getFunction() || !tls || !sela::CPeerRecord::canWatch(tls))
         return;
-    m_handle.set(CURLOPT_SSL_CTX_FUNCTION, &CTLSTrust::contextCallback);
-    m_handle.set(CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
+    m_context.use(&CTLSTrust::contextCallback, this);
 }
 
 void CTLSTrust::noticeNumber(CURLoption option, long long value) noexcept
@@ -217,18 +217,18 @@ void CTLSTrust::noticeNumber(CURLoption option, long long value) noexcept
         m_leastProxySet = leastVersionOf(value);
 }
 
-void CTLSTrust::noticePointer(CURLoption option, bool isSet) noexcept
+void CTLSTrust::noticePointer(CURLoption option, void* value)
 {
-    if (option == CURLOPT_SSL_CTX_FUNCTION)
-        m_hasOwnContextFunction = isSet;
+    if (m_context.notice(option, value))
+        m_context.settle();
 }
 
 void CTLSTrust::forgetOptions() noexcept
 {
     m_isSet = false;
-    m_hasOwnContextFunction = false;
     m_leastSet = TLSVersion::TLS1_0;
     m_leastProxySet = TLSVersion::TLS1_0;
+    m_context.forget();
     m_options = CTLSOptions();
     m_description.clear();
 }

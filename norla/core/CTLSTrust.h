@@ -1,5 +1,6 @@
 #pragma once
 
+#include "norla/core/CCallbackPair.h"
 #include "norla/core/CTLSOptions.h"
 
 #include <curl/curl.h>
@@ -38,7 +39,8 @@ public:
 
     /// What was set by the application; other options than those that matter here are ignored.
     void noticeNumber(CURLoption option, long long value) noexcept;
-    void noticePointer(CURLoption option, bool isSet) noexcept;
+    /// @throws CCURLError if libcurl refuses to keep the request's own function, or to go back to the application's
+    void noticePointer(CURLoption option, void* value);
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;
@@ -70,7 +72,7 @@ private:
     // what the application demands by options
     TLSVersion m_leastSet = TLSVersion::TLS1_0;
     TLSVersion m_leastProxySet = TLSVersion::TLS1_0;
-    bool m_hasOwnContextFunction = false; // of the application
+    CCallbackPair m_context;
 };
 
 } // namespace norla

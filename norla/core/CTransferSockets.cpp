@@ -9,6 +9,8 @@ namespace norla {
 CTransferSockets::CTransferSockets(CEasyHandle& handle)
     : m_handle(handle)
     , m_own(std::make_unique<COpenSockets>())
+    , m_opening(handle, CURLOPT_OPENSOCKETFUNCTION, CURLOPT_OPENSOCKETDATA)
+    , m_closing(handle, CURLOPT_CLOSESOCKETFUNCTION, CURLOPT_CLOSESOCKETDATA)
 {
 }
 
@@ -36,14 +38,11 @@ void CTransferSockets::tell(COpenSockets& sockets)
     m_used = nullptr; // until libcurl has taken all of it
 
     m_handle.setNumber(CURLOPT_QUICK_EXIT, 1); // a name lookup that hangs is left to itself
-    if (!m_opensSockets) {
-        m_handle.set(CURLOPT_OPENSOCKETFUNCTION, &CTransferSockets::onOpen);
-        m_handle.set(CURLOPT_OPENSOCKETDATA, static_cast<void*>(this));
-    }
-    if (!m_closesSockets) { // connections outlive requests: none may go on with the sockets of another cache
-        const bool notes = !m_opensSockets;
-        m_handle.set(CURLOPT_CLOSESOCKETFUNCTION, notes ? &COpenSockets::onClose : nullptr);
-        m_handle.set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(notes ? &sockets : nullptr));
+    if (!areApplications())
+        m_opening.use(&CTransferSockets::onOpen, this);
+    if (!m_closing.getFunction()) { // connections outlive requests: none may go on with the sockets of another cache
+        const bool notes = !areApplications();
+        m_closing.use(notes ? &COpenSockets::onClose : nullptr, notes ? &sockets : nullptr);
     }
     m_used = &sockets;
 }
@@ -67,22 +66,21 @@ void CTransferSockets::hangUp() const noexcept
         m_used->hangUp(port, m_handle.askText(CURLINFO_PRIMARY_IP));
 }
 
-void CTransferSockets::noticePointer(CURLoption option, bool isSet) noexcept
+void CTransferSockets::noticePointer(CURLoption option, void* value)
 {
-    if (option == CURLOPT_OPENSOCKETFUNCTION)
-        m_opensSockets = isSet;
-    else if (option == CURLOPT_CLOSESOCKETFUNCTION)
-        m_closesSockets = isSet;
-    else
-        return;
-    m_used = nullptr;
+    for (CCallbackPair* const calls : {&m_opening, &m_closing}) {
+        if (!calls->notice(option, value))
+            continue;
+        m_used = nullptr;
+        calls->settle();
+    }
 }
 
 void CTransferSockets::forgetOptions() noexcept
 {
     m_used = nullptr;
-    m_opensSockets = false;
-    m_closesSockets = false;
+    m_opening.forget();
+    m_closing.forget();
 }
 
 } // namespace norla

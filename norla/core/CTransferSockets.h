@@ -1,5 +1,6 @@
 #pragma once
 
+#include "norla/core/CCallbackPair.h"
 #include "norla/core/COpenSockets.h"
 
 #include <curl/curl.h>
@@ -25,8 +26,9 @@ public:
     /// A manager takes the request. @param sockets of its multi handle
     void use(COpenSockets& sockets);
 
-    /// An option that takes a pointer was set; others than those for sockets are ignored.
-    void noticePointer(CURLoption option, bool isSet) noexcept;
+    /// An option that takes a pointer was set by the application; others than those for sockets are ignored.
+    /// @throws CCURLError if libcurl refuses to keep the request's own, or to go back to the application's
+    void noticePointer(CURLoption option, void* value);
 
     /// The handle's options are what they were at first (curl_easy_reset()).
     void forgetOptions() noexcept;
@@ -39,7 +41,7 @@ public:
     void hangUp() const noexcept;
 
     /// Whether the application opens the sockets itself: nobody learns then when libcurl closes them.
-    bool areApplications() const noexcept { return m_opensSockets; }
+    bool areApplications() const noexcept { return m_opening.getFunction() != nullptr; }
 
     /// Why the system had no socket to give when this transfer wanted one the last time (errno); 0: it had one, or it
     /// has none of that kind at all.
@@ -58,8 +60,8 @@ private:
     COpenSockets* m_cache = nullptr;      // of the last transfer
     unsigned long long m_turnsBefore = 0; // those of the cache before that
     int m_shortage = 0;
-    bool m_opensSockets = false;  // by a function of the application's own
-    bool m_closesSockets = false; // the same
+    CCallbackPair m_opening;
+    CCallbackPair m_closing;
     bool m_hasOwnConnections = false;
 };
 

@@ -61,6 +61,30 @@ TEST_F(CPrerequestTest, answersAsTheApplications)
     EXPECT_EQ(m_seen, "peer:1 local:2");
 }
 
+TEST_F(CPrerequestTest, staysWholeWhereTheApplicationSetsOneHalf)
+{
+    std::string own;
+    m_prerequest.use(&ownCallback, &own);
+    m_handle.set(CURLOPT_PREREQDATA, static_cast<void*>(&m_seen));
+    m_prerequest.noticePointer(CURLOPT_PREREQDATA, &m_seen);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_PREREQDATA), &own);
+    void* const applications = reinterpret_cast<void*>(&applicationsCallback);
+    m_handle.set(CURLOPT_PREREQFUNCTION, applications);
+    m_prerequest.noticePointer(CURLOPT_PREREQFUNCTION, applications);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_PREREQFUNCTION), reinterpret_cast<void*>(&ownCallback));
+    EXPECT_EQ(callApplications(), CURL_PREREQFUNC_ABORT);
+    EXPECT_EQ(m_seen, "peer:1 local:2");
+}
+
+TEST_F(CPrerequestTest, setsNothingAgainBehindAReset)
+{
+    m_prerequest.use(&ownCallback, nullptr);
+    m_prerequest.forgetOptions();
+    m_calls.takeOptions();
+    m_prerequest.noticePointer(CURLOPT_PREREQDATA, &m_seen);
+    EXPECT_EQ(m_calls.takeOptions(), Texts());
+}
+
 TEST_F(CPrerequestTest, forgetsTheApplicationsAtAReset)
 {
     setApplications();

@@ -99,6 +99,22 @@ TEST_F(CProgressCallsTest, callNothingOnceProgressIsUnwantedAgain)
     EXPECT_EQ(callApplications(), 0);
 }
 
+TEST_F(CProgressCallsTest, stayWholeWhereTheApplicationSetsOneHalf)
+{
+    std::string own;
+    m_progress.use(&ownCallback, &own);
+    m_handle.set(CURLOPT_XFERINFODATA, static_cast<void*>(&m_seen));
+    m_progress.noticePointer(CURLOPT_XFERINFODATA, &m_seen);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_XFERINFODATA), &own);
+    void* const applications = reinterpret_cast<void*>(&applicationsProgress);
+    m_handle.set(CURLOPT_XFERINFOFUNCTION, applications);
+    m_progress.noticePointer(CURLOPT_XFERINFOFUNCTION, applications);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_XFERINFOFUNCTION), reinterpret_cast<void*>(&ownCallback));
+    m_progress.noticeNumber(CURLOPT_NOPROGRESS, 0);
+    EXPECT_EQ(callApplications(), 7);
+    EXPECT_EQ(m_seen, "1 2 3 4 ");
+}
+
 TEST_F(CProgressCallsTest, forgetTheApplicationsAtAReset)
 {
     setApplications(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&applicationsProgress));

@@ -274,6 +274,51 @@ TEST_F(CSSHTrustTest, takesAFileThatIsSetLater)
     EXPECT_THAT(hintFor("sftp://host/"), StartsWith("host ssh-ed25519 "));
 }
 
+TEST_F(CSSHTrustTest, takesAFileThatIsTakenBackForNone)
+{
+    set(knowing("host " + ecdsa + "\n"));
+    m_trust.noticeText(CURLOPT_SSH_KNOWNHOSTS, m_folder.write("later", "host " + ed25519 + "\n"));
+    m_trust.noticePointer(CURLOPT_SSH_KNOWNHOSTS, nullptr);
+    EXPECT_THAT(hintFor("sftp://host/"), StartsWith("host ecdsa-"));
+}
+
+TEST_F(CSSHTrustTest, staysWhereTheApplicationHasDataAlone)
+{
+    int data = 0;
+    set(knowing("host " + ecdsa + "\n"));
+    void* const own = m_calls.pointerOf(CURLOPT_SSH_HOSTKEYDATA);
+    m_handle.set(CURLOPT_SSH_HOSTKEYDATA, static_cast<void*>(&data));
+    m_trust.noticePointer(CURLOPT_SSH_HOSTKEYDATA, &data);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_SSH_HOSTKEYDATA), own);
+}
+
+TEST_F(CSSHTrustTest, givesWayToTheApplicationsFunctionAndItsData)
+{
+    int data = 0;
+    int function = 0; // which nobody calls
+    set(knowing("host " + ecdsa + "\n"));
+    m_trust.noticePointer(CURLOPT_SSH_HOSTKEYDATA, &data);
+    hintFor("sftp://host/");
+    m_calls.takeOptions();
+    m_handle.set(CURLOPT_SSH_HOSTKEYFUNCTION, static_cast<void*>(&function));
+    m_trust.noticePointer(CURLOPT_SSH_HOSTKEYFUNCTION, &function);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_SSH_HOSTKEYFUNCTION), &function);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_SSH_HOSTKEYDATA), &data);
+    EXPECT_THAT(m_calls.takeOptions(), Contains("SSH_KNOWNHOSTS=null"));
+    EXPECT_EQ(hintFor("sftp://host/"), "-");
+}
+
+TEST_F(CSSHTrustTest, givesWayToTheApplicationsFunctionAndLeavesItsFile)
+{
+    int function = 0; // which nobody calls
+    set(knowing("host " + ecdsa + "\n"));
+    hintFor("sftp://host/");
+    m_trust.noticeText(CURLOPT_SSH_KNOWNHOSTS, m_folder.write("later", "host " + ed25519 + "\n"));
+    m_calls.takeOptions();
+    m_trust.noticePointer(CURLOPT_SSH_HOSTKEYFUNCTION, &function);
+    EXPECT_THAT(m_calls.takeOptions(), Not(Contains(StartsWith("SSH_KNOWNHOSTS="))));
+}
+
 TEST_F(CSSHTrustTest, isForgottenAtAReset)
 {
     set(knowing("host " + ecdsa + "\n"));

@@ -165,6 +165,26 @@ TEST_F(CTLSDemandTest, asksTheApplicationsOwnCallbackToo)
     EXPECT_EQ(error->getCode(), CURLE_ABORTED_BY_CALLBACK);
 }
 
+TEST_F(CTLSDemandTest, asksTheApplicationsOwnCallbackWithItsDataOnceNothingIsDemanded)
+{
+    CApplicationsAnswer first;
+    CApplicationsAnswer second;
+    answer(ok("1")).readHead().send(ok("2"));
+    request().setProxy("");
+    request().setURL(kx::String::fromUTF8(server().url()));
+    request().setFTPUseSSL(CURLUSESSL_ALL);
+    request().setOptionPtr(CURLOPT_PREREQFUNCTION, reinterpret_cast<void*>(&applicationsAnswer));
+    request().setOptionPtr(CURLOPT_PREREQDATA, &first);
+    EXPECT_EQ(failure(), nullptr);
+    void* const own = m_calls.pointerOf(CURLOPT_PREREQDATA);
+    request().setFTPUseSSL(CURLUSESSL_NONE);
+    request().setOptionPtr(CURLOPT_PREREQDATA, &second);
+    ASSERT_EQ(m_calls.pointerOf(CURLOPT_PREREQDATA), own);
+    EXPECT_EQ(failure(), nullptr);
+    EXPECT_EQ(first.calls, 1);
+    EXPECT_EQ(second.calls, 1);
+}
+
 TEST_F(CTLSDemandTest, aRefusedOptionIsTheTransfersError)
 {
     request().setFTPUseSSL(CURLUSESSL_ALL);

@@ -23,6 +23,11 @@ using Texts = std::vector<std::string>;
 const kx::String pin = "sha256//47DEQpj8HBSa+/TImW+5JCeuQeRkm5NMpJWZG3hSuFU=";
 const kx::String anotherPin = "sha256//AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=";
 
+CURLcode acceptContext(CURL* /*handle*/, void* /*context*/, void* /*data*/)
+{
+    return CURLE_OK;
+}
+
 class CTLSTrustTest : public testing::Test {
 protected:
     Texts set(const CTLSOptions& options)
@@ -191,10 +196,26 @@ TEST_F(CTLSTrustTest, setsNothingWhereSomethingIsRefused)
 TEST_F(CTLSTrustTest, leavesAnApplicationsOwnContextFunctionAlone)
 {
     EXPECT_THAT(set({}), Contains("SSL_CTX_FUNCTION=set"));
-    m_trust.noticePointer(CURLOPT_SSL_CTX_FUNCTION, true);
+    m_trust.noticePointer(CURLOPT_SSL_CTX_FUNCTION, reinterpret_cast<void*>(&acceptContext));
     EXPECT_THAT(set({}), Not(Contains(StartsWith("SSL_CTX_"))));
-    m_trust.noticePointer(CURLOPT_SSL_CTX_FUNCTION, false);
+    m_trust.noticePointer(CURLOPT_SSL_CTX_FUNCTION, nullptr);
     EXPECT_THAT(set({}), Contains("SSL_CTX_FUNCTION=set"));
+}
+
+TEST_F(CTLSTrustTest, leavesAnApplicationsOwnContextFunctionItsData)
+{
+    int data = 0;
+    const auto setAsApplication = [this](CURLoption option, void* value) {
+        m_handle.set(option, value);
+        m_trust.noticePointer(option, value);
+    };
+    set({});
+    void* const own = m_calls.pointerOf(CURLOPT_SSL_CTX_DATA);
+    setAsApplication(CURLOPT_SSL_CTX_DATA, &data);
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_SSL_CTX_DATA), own);
+    setAsApplication(CURLOPT_SSL_CTX_FUNCTION, reinterpret_cast<void*>(&acceptContext));
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_SSL_CTX_FUNCTION), reinterpret_cast<void*>(&acceptContext));
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_SSL_CTX_DATA), &data);
 }
 
 TEST_F(CTLSTrustTest, isDescribedByAllThatMatters)

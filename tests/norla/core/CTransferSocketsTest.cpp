@@ -15,6 +15,13 @@ namespace {
 using norla::COpenSockets;
 using norla::CTransferSockets;
 
+curl_socket_t openForApplication(void* /*data*/, curlsocktype /*purpose*/, curl_sockaddr* /*address*/)
+{
+    return CURL_SOCKET_BAD;
+}
+
+void* const applications = reinterpret_cast<void*>(&openForApplication); // also of those that close, which nobody calls
+
 class CTransferSocketsTest : public testing::Test {
 protected:
     CTransferSocketsTest()
@@ -113,7 +120,7 @@ TEST_F(CTransferSocketsTest, areToldAgainAfterAReset)
 
 TEST_F(CTransferSocketsTest, leaveTheApplicationsFunctionThatOpens)
 {
-    m_sockets.noticePointer(CURLOPT_OPENSOCKETFUNCTION, true);
+    m_sockets.noticePointer(CURLOPT_OPENSOCKETFUNCTION, applications);
     m_sockets.use(m_others);
     EXPECT_EQ(m_calls.pointerOf(CURLOPT_OPENSOCKETFUNCTION), nullptr);
     EXPECT_EQ(closesFor(), nullptr); // what was not noted cannot be forgotten
@@ -121,7 +128,7 @@ TEST_F(CTransferSocketsTest, leaveTheApplicationsFunctionThatOpens)
 
 TEST_F(CTransferSocketsTest, leaveTheApplicationsFunctionThatCloses)
 {
-    m_sockets.noticePointer(CURLOPT_CLOSESOCKETFUNCTION, true);
+    m_sockets.noticePointer(CURLOPT_CLOSESOCKETFUNCTION, applications);
     m_sockets.use(m_others);
     EXPECT_TRUE(areOpenedByOthers());
     EXPECT_EQ(closesFor(), nullptr);
@@ -129,9 +136,9 @@ TEST_F(CTransferSocketsTest, leaveTheApplicationsFunctionThatCloses)
 
 TEST_F(CTransferSocketsTest, comeBackWhenTheApplicationTakesItsFunctionAway)
 {
-    m_sockets.noticePointer(CURLOPT_OPENSOCKETFUNCTION, true);
+    m_sockets.noticePointer(CURLOPT_OPENSOCKETFUNCTION, applications);
     m_sockets.use(m_others);
-    m_sockets.noticePointer(CURLOPT_OPENSOCKETFUNCTION, false);
+    m_sockets.noticePointer(CURLOPT_OPENSOCKETFUNCTION, nullptr);
     m_sockets.use(m_others);
     EXPECT_TRUE(areOpenedByOthers());
     EXPECT_EQ(closesFor(), &m_others);
@@ -140,7 +147,7 @@ TEST_F(CTransferSocketsTest, comeBackWhenTheApplicationTakesItsFunctionAway)
 TEST_F(CTransferSocketsTest, doNotMindOtherOptions)
 {
     m_sockets.use(m_others);
-    m_sockets.noticePointer(CURLOPT_WRITEDATA, true);
+    m_sockets.noticePointer(CURLOPT_WRITEDATA, applications);
     m_calls.failOption(CURLOPT_OPENSOCKETDATA);
     EXPECT_NO_THROW(m_sockets.use(m_others));
 }

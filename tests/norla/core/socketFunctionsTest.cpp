@@ -75,6 +75,32 @@ TEST_F(SocketFunctionsTest, theApplicationsOwnAreAskedFromTheNextTransferOn)
     EXPECT_EQ(m_asked.closed, 1);
 }
 
+TEST_F(SocketFunctionsTest, theLibrarysOwnStayWhereTheApplicationHasDataAlone)
+{
+    transfer();
+    for (const CURLoption option : {CURLOPT_OPENSOCKETDATA, CURLOPT_CLOSESOCKETDATA}) {
+        void* const own = m_calls.pointerOf(option);
+        request().setOptionPtr(option, &m_asked);
+        ASSERT_EQ(m_calls.pointerOf(option), own);
+    }
+    transfer();
+    EXPECT_EQ(m_asked.opened + m_asked.closed, 0);
+}
+
+TEST_F(SocketFunctionsTest, theApplicationsOwnHaveTheDataThatWereSetBeforeThem)
+{
+    request().setOptionPtr(CURLOPT_OPENSOCKETDATA, &m_asked);
+    request().setOptionPtr(CURLOPT_CLOSESOCKETDATA, &m_asked);
+    transfer();
+    request().setOptionPtr(CURLOPT_OPENSOCKETFUNCTION, pointerTo(&openSocket));
+    request().setOptionPtr(CURLOPT_CLOSESOCKETFUNCTION, reinterpret_cast<void*>(&closeSocket));
+    ASSERT_EQ(m_calls.pointerOf(CURLOPT_OPENSOCKETDATA), &m_asked);
+    ASSERT_EQ(m_calls.pointerOf(CURLOPT_CLOSESOCKETDATA), &m_asked);
+    transfer();
+    EXPECT_EQ(m_asked.opened, 1);
+    EXPECT_EQ(m_asked.closed, 1);
+}
+
 TEST_F(SocketFunctionsTest, oneThatOnlyClosesIsAskedForSocketsThatItHasNotOpened)
 {
     setClosing();
