@@ -5,6 +5,16 @@
 
 namespace norla {
 
+namespace {
+
+constexpr bool isTextForSSH(CURLoption option) noexcept
+{
+    return option == CURLOPT_SSH_KNOWNHOSTS || option == CURLOPT_SSH_HOST_PUBLIC_KEY_MD5
+        || option == CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256;
+}
+
+} // namespace
+
 CConnectionDemands::CConnectionDemands(CEasyHandle& handle)
     : m_handle(handle)
     , m_tls(handle)
@@ -13,9 +23,16 @@ CConnectionDemands::CConnectionDemands(CEasyHandle& handle)
 
 void CConnectionDemands::noticeText(CURLoption option, const std::string& bytes)
 {
-    if (option == CURLOPT_SSH_KNOWNHOSTS || option == CURLOPT_SSH_HOST_PUBLIC_KEY_MD5
-        || option == CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256)
+    if (isTextForSSH(option))
         m_ssh[option] = bytes;
+}
+
+void CConnectionDemands::noticePointer(CURLoption option, const void* value)
+{
+    if (!value && (isTextForSSH(option) || option == CURLOPT_SSH_HOSTKEYFUNCTION))
+        m_ssh.erase(option);
+    else if (value && isTextForSSH(option))
+        m_ssh[option] = static_cast<const char*>(value);
 }
 
 void CConnectionDemands::forgetOptions() noexcept

@@ -25,6 +25,8 @@ public:
     /// What is set, or about to be; other options than those that matter here are ignored.
     void noticeNumber(CURLoption option, long long value) noexcept { m_tls.noticeNumber(option, value); }
     void noticeText(CURLoption option, const std::string& bytes);
+    /// @param value null: what was set is taken back
+    void noticePointer(CURLoption option, const void* value);
 
     /// @param trust all that matters of how the two sides of a TLS connection prove who they are; empty for nothing
     /// special

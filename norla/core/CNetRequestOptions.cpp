@@ -89,6 +89,7 @@ void CNetRequest::setOptionPtr(CURLoption option, void* value)
     if (option == CURLOPT_MAIL_RCPT)
         m_rooms->sending.noticeRecipients(value);
     m_rooms->headers.noticePointer(option, value);
+    m_rooms->demands.noticePointer(option, value);
     m_rooms->ssh.noticePointer(option, value);
     m_rooms->sockets.noticePointer(option, value);
     m_rooms->prerequest.noticePointer(option, value);
@@ -111,14 +112,14 @@ void CNetRequest::setOptionBytes(CURLoption option, const std::string& bytes)
 {
     requireOptionTakes(option, OptionValue::text, "CNetRequest::setOptionString");
     requireOptionText(option, bytes, "CNetRequest::setOptionString");
-    m_rooms->demands.noticeText(option, bytes);
-    m_rooms->ssh.noticeText(option, bytes);
     if (isBody(option))
         m_rooms->form.giveWay();
     if (option == CURLOPT_POSTFIELDS || option == CURLOPT_COPYPOSTFIELDS)
         m_rooms->sending.setCopiedBody(bytes);
     else
         m_rooms->handle.setText(option, bytes);
+    m_rooms->demands.noticeText(option, bytes);
+    m_rooms->ssh.noticeText(option, bytes);
     m_rooms->lines.noticeText(option, bytes);
     m_rooms->redirects.noticeText(option, bytes);
     m_rooms->proxy.noticeText(option, bytes);

@@ -85,6 +85,22 @@ TEST_F(CConnectionDemandsTest, ofSSHWantNewConnectionsInAManager)
     EXPECT_EQ(begin("sftp://host/", true), m_fresh);
 }
 
+TEST_F(CConnectionDemandsTest, ofSSHAreThereUntilTheyAreTakenBack)
+{
+    for (const CURLoption option :
+        {CURLOPT_SSH_KNOWNHOSTS, CURLOPT_SSH_HOST_PUBLIC_KEY_MD5, CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256}) {
+        m_demands.noticePointer(option, "text");
+        EXPECT_TRUE(m_demands.wantsSSHHosts());
+        m_demands.noticePointer(option, nullptr);
+        EXPECT_FALSE(m_demands.wantsSSHHosts());
+    }
+    m_demands.noticeSSHTrust("these");
+    m_demands.noticePointer(CURLOPT_SSH_HOSTKEYDATA, nullptr);
+    EXPECT_TRUE(m_demands.wantsSSHHosts());
+    m_demands.noticePointer(CURLOPT_SSH_HOSTKEYFUNCTION, nullptr);
+    EXPECT_FALSE(m_demands.wantsSSHHosts());
+}
+
 TEST_F(CConnectionDemandsTest, takeTheApplicationsFreshConnectionsNotBack)
 {
     m_demands.noticeNumber(CURLOPT_FRESH_CONNECT, 1);

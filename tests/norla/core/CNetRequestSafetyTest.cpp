@@ -113,6 +113,27 @@ TEST_F(CNetRequestSafetyTest, keepsTheSSHOptionsThatWereSet)
     EXPECT_EQ(optionsOf(defaults), Texts());
 }
 
+TEST_F(CNetRequestSafetyTest, judgesSSHServersWhereWhatWasSetIsTakenBack)
+{
+    CSafeDefaults defaults = nothing;
+    defaults.verifySSH = true;
+    m_request->setSSHKnownHostsPath("/file");
+    m_request->setOptionPtr(CURLOPT_SSH_KNOWNHOSTS, nullptr);
+    EXPECT_THAT(optionsOf(defaults), Contains("SSH_HOSTKEYFUNCTION=set"));
+    m_request->setOptionPtr(CURLOPT_SSH_HOSTKEYFUNCTION, nullptr);
+    EXPECT_THAT(optionsOf(defaults), Contains("SSH_HOSTKEYFUNCTION=set"));
+}
+
+TEST_F(CNetRequestSafetyTest, judgesSSHServersWhereLibcurlHasRefusedWhatWasSet)
+{
+    CSafeDefaults defaults = nothing;
+    defaults.verifySSH = true;
+    m_calls.failOption(CURLOPT_SSH_KNOWNHOSTS);
+    EXPECT_THROW(m_request->setSSHKnownHostsPath("/file"), norla::CCURLError);
+    m_calls.succeed();
+    EXPECT_THAT(optionsOf(defaults), Contains("SSH_HOSTKEYFUNCTION=set"));
+}
+
 TEST_F(CNetRequestSafetyTest, keepsANewerVersionOfTLSThatIsDemandedByAnOption)
 {
     const std::string version = std::to_string(CURL_SSLVERSION_TLSv1_3);
