@@ -8,10 +8,13 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <optional>
 #include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace norla {
@@ -51,21 +54,24 @@ public:
             ::close(m_file);
     }
 
-    /// @return whether it is a regular file, and nobody else has the lock
-    bool lock() const noexcept
+    /// @return 0 when it is a regular file and nobody else has the lock; EWOULDBLOCK when somebody has
+    int lock() const noexcept
     {
         struct stat status {};
         if (fstat(m_file, &status) != 0)
-            return false;
-        if (!S_ISREG(status.st_mode)) {
-            errno = EINVAL;
-            return false;
-        }
-        int result = 0;
-        do
-            result = flock(m_file, LOCK_EX);
-        while (result != 0 && errno == EINTR);
-        return result == 0;
+            return errno;
+        if (!S_ISREG(status.st_mode))
+            return EINVAL;
+        return flock(m_file, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+    }
+
+    /// Whether it is still the one of that name: others may have put a new one into its place.
+    bool isAt(const std::string& name) const noexcept
+    {
+        struct stat own {};
+        struct stat there {};
+        return fstat(m_file, &own) == 0 && stat(name.c_str(), &there) == 0 && own.st_dev == there.st_dev
+            && own.st_ino == there.st_ino;
     }
 
     /// All of the text or nothing. @return whether it is there
@@ -89,6 +95,27 @@ private:
     int m_file;
 };
 
+/// @param open which opens the file, anew for each try: others may put a new one into its place meanwhile
+/// @return 0, or why it is not ours; EWOULDBLOCK when others have locked it all that time
+template <typename TOpen>
+int openLocked(
+    std::optional<CLockedFile>& file, const std::string& name, std::chrono::milliseconds longestWait, TOpen open)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr auto pause = std::chrono::milliseconds(10);
+    const auto end = Clock::now() + longestWait;
+    do {
+        file.emplace(open());
+        const int errorNumber = file->lock();
+        if (errorNumber == 0 && file->isAt(name))
+            return 0;
+        if (errorNumber != 0 && errorNumber != EWOULDBLOCK)
+            return errorNumber;
+        std::this_thread::sleep_for(pause);
+    } while (Clock::now() < end);
+    return EWOULDBLOCK;
+}
+
 } // namespace
 
 Path CKnownHostsFile::usualPath()
@@ -104,21 +131,25 @@ CKnownHosts CKnownHostsFile::read() const
     return CKnownHosts(kx::readWholeFileIfThere(m_path, mostFileBytes).value_or(std::string()));
 }
 
-CKnownHosts::Verdict CKnownHostsFile::add(const CKnownHosts::CHost& host, std::string_view key) const
+CKnownHosts::Verdict CKnownHostsFile::add(
+    const CKnownHosts::CHost& host, std::string_view key, std::chrono::milliseconds longestWait) const
 {
     const std::string line = CKnownHosts::lineFor(host, key);
     if (line.empty())
         throw kx::CError("The host '" + kx::String::fromLatin1(host.name) + "' cannot be remembered in the file '"
             + m_path.toString() + "': its name cannot stand there.");
-    CLockedFile file(open());
-    if (!file.lock())
-        fail(errno);
+    std::optional<CLockedFile> file;
+    const int errorNumber = openLocked(file, m_path.toBytes(), longestWait, [this] { return open(); });
+    if (errorNumber == EWOULDBLOCK)
+        fail("locked by others");
+    if (errorNumber != 0)
+        fail(errorNumber);
     const std::string bytes = kx::readWholeFile(m_path, mostFileBytes);
     const CKnownHosts::Verdict verdict = CKnownHosts(bytes).judge(host, key);
     if (verdict != CKnownHosts::Verdict::Unknown)
         return verdict;
     const bool isInLine = !bytes.empty() && bytes.back() != '\n';
-    if (!file.append((isInLine ? "\n" : "") + line + "\n") || !file.close())
+    if (!file->append((isInLine ? "\n" : "") + line + "\n") || !file->close())
         fail(errno);
     return CKnownHosts::Verdict::Known;
 }
@@ -137,10 +168,14 @@ int CKnownHostsFile::open() const
     return file;
 }
 
+void CKnownHostsFile::fail(const kx::String& reason) const
+{
+    throw kx::CError("The file '" + m_path.toString() + "' of known SSH hosts cannot be written: " + reason + ".");
+}
+
 void CKnownHostsFile::fail(int errorNumber) const
 {
-    throw kx::CError("The file '" + m_path.toString()
-        + "' of known SSH hosts cannot be written: " + kx::systemErrorText(errorNumber) + ".");
+    fail(kx::systemErrorText(errorNumber));
 }
 
 } // namespace norla

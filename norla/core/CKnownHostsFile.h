@@ -4,6 +4,8 @@
 #include "kx/files/TPathImpl.h"
 #include "norla/core/CKnownHosts.h"
 
+#include <chrono>
+
 namespace norla {
 
 /// A person's file of known SSH hosts. Read anew each time, and only ever added to: what others have written into it
@@ -28,10 +30,13 @@ public:
 
     /// Adds the host with this key, unless others, who may do so at the same time, have said something else of it since
     /// it was read. Makes the file (0600), and the folder that it is in (0700).
+    /// @param longestWait for others who have locked the file
     /// @return what the file says of it now @throws kx::CError naming the file and the reason
-    [[nodiscard]] CKnownHosts::Verdict add(const CKnownHosts::CHost& host, std::string_view key) const;
+    [[nodiscard]] CKnownHosts::Verdict add(const CKnownHosts::CHost& host, std::string_view key,
+        std::chrono::milliseconds longestWait = std::chrono::seconds(5)) const;
 
 private:
+    [[noreturn]] void fail(const kx::String& reason) const;
     [[noreturn]] void fail(int errorNumber) const;
     int open() const;
 

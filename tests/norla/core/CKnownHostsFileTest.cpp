@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -22,6 +23,7 @@
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -141,6 +143,40 @@ TEST_F(CKnownHostsFileTest, waitsForOthersWhoAreWritingIt)
     EXPECT_EQ(flock(other.get(), LOCK_UN), 0);
     adding.join();
     EXPECT_EQ(m_folder.read("known_hosts"), knownLine);
+}
+
+TEST_F(CKnownHostsFileTest, waitsForOthersNoLongerThanItIsTold)
+{
+    constexpr auto longestWait = std::chrono::milliseconds(50);
+    const support::CDescriptor other(open(m_folder.write("known_hosts", "").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+    std::packaged_task<kx::String()> adding([this] {
+        return support::messageOf([this] { static_cast<void>(file().add({.name = "host"}, hostKey, longestWait)); });
+    });
+    std::future<kx::String> message = adding.get_future();
+    const std::jthread thread(std::move(adding));
+    const bool isDone = message.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    EXPECT_EQ(flock(other.get(), LOCK_UN), 0); // or it would wait for ever
+    EXPECT_TRUE(isDone);
+    EXPECT_EQ(message.get(),
+        "The file '" + file().getPath().toString() + "' of known SSH hosts cannot be written: locked by others.");
+    EXPECT_EQ(m_folder.read("known_hosts"), "");
+}
+
+TEST_F(CKnownHostsFileTest, isTheOneThatOthersHavePutIntoItsPlaceMeanwhile)
+{
+    const support::CDescriptor other(open(m_folder.write("known_hosts", "").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+    std::promise<pid_t> number;
+    std::jthread adding([this, &number] {
+        number.set_value(gettid());
+        EXPECT_EQ(file().add({.name = "host"}, hostKey), Verdict::Known);
+    });
+    support::waitUntilAsleep(number.get_future().get());
+    std::filesystem::rename(m_folder.write("new", "# new\n"), m_folder.path() / "known_hosts");
+    EXPECT_EQ(flock(other.get(), LOCK_UN), 0);
+    adding.join();
+    EXPECT_EQ(m_folder.read("known_hosts"), "# new\n" + knownLine);
 }
 
 TEST_F(CKnownHostsFileTest, isNotChangedForAHostThatOthersHaveAddedWithAnotherKey)
