@@ -99,11 +99,11 @@ private:
 /// @return 0, or why it is not ours; EWOULDBLOCK when others have locked it all that time
 template <typename TOpen>
 int openLocked(
-    std::optional<CLockedFile>& file, const std::string& name, std::chrono::milliseconds longestWait, TOpen open)
+    std::optional<CLockedFile>& file, const std::string& name, std::chrono::milliseconds patience, TOpen open)
 {
     using Clock = std::chrono::steady_clock;
     constexpr auto pause = std::chrono::milliseconds(10);
-    const auto end = Clock::now() + longestWait;
+    const auto end = Clock::now() + patience;
     do {
         file.emplace(open());
         const int errorNumber = file->lock();
@@ -132,14 +132,14 @@ CKnownHosts CKnownHostsFile::read() const
 }
 
 CKnownHosts::Verdict CKnownHostsFile::add(
-    const CKnownHosts::CHost& host, std::string_view key, std::chrono::milliseconds longestWait) const
+    const CKnownHosts::CHost& host, std::string_view key, std::chrono::milliseconds patience) const
 {
     const std::string line = CKnownHosts::lineFor(host, key);
     if (line.empty())
         throw kx::CError("The host '" + kx::String::fromLatin1(host.name) + "' cannot be remembered in the file '"
             + m_path.toString() + "': its name cannot stand there.");
     std::optional<CLockedFile> file;
-    const int errorNumber = openLocked(file, m_path.toBytes(), longestWait, [this] { return open(); });
+    const int errorNumber = openLocked(file, m_path.toBytes(), patience, [this] { return open(); });
     if (errorNumber == EWOULDBLOCK)
         fail("locked by others");
     if (errorNumber != 0)

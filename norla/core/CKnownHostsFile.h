@@ -30,10 +30,10 @@ public:
 
     /// Adds the host with this key, unless others, who may do so at the same time, have said something else of it since
     /// it was read. Makes the file (0600), and the folder that it is in (0700).
-    /// @param longestWait for others who have locked the file
+    /// @param patience for others who have locked the file
     /// @return what the file says of it now @throws kx::CError naming the file and the reason
     [[nodiscard]] CKnownHosts::Verdict add(const CKnownHosts::CHost& host, std::string_view key,
-        std::chrono::milliseconds longestWait = std::chrono::seconds(5)) const;
+        std::chrono::milliseconds patience = std::chrono::seconds(5)) const;
 
 private:
     [[noreturn]] void fail(const kx::String& reason) const;

@@ -9,7 +9,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-int ownCallback(void* /*data*/, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
+int ownProgress(void* /*data*/, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
 {
     return 0;
 }
@@ -49,7 +49,7 @@ protected:
 TEST_F(CProgressCallsTest, areSetWhenTheyAreUsed)
 {
     m_calls.takeOptions();
-    m_progress.use(&ownCallback, &m_seen);
+    m_progress.use(&ownProgress, &m_seen);
     EXPECT_EQ(m_calls.takeOptions(), Texts({"XFERINFOFUNCTION=set", "XFERINFODATA=set", "NOPROGRESS=0"}));
     EXPECT_EQ(m_calls.pointerOf(CURLOPT_XFERINFODATA), &m_seen);
 }
@@ -102,14 +102,14 @@ TEST_F(CProgressCallsTest, callNothingOnceProgressIsUnwantedAgain)
 TEST_F(CProgressCallsTest, stayWholeWhereTheApplicationSetsOneHalf)
 {
     std::string own;
-    m_progress.use(&ownCallback, &own);
+    m_progress.use(&ownProgress, &own);
     m_handle.set(CURLOPT_XFERINFODATA, static_cast<void*>(&m_seen));
     m_progress.noticePointer(CURLOPT_XFERINFODATA, &m_seen);
     EXPECT_EQ(m_calls.pointerOf(CURLOPT_XFERINFODATA), &own);
     void* const applications = reinterpret_cast<void*>(&applicationsProgress);
     m_handle.set(CURLOPT_XFERINFOFUNCTION, applications);
     m_progress.noticePointer(CURLOPT_XFERINFOFUNCTION, applications);
-    EXPECT_EQ(m_calls.pointerOf(CURLOPT_XFERINFOFUNCTION), reinterpret_cast<void*>(&ownCallback));
+    EXPECT_EQ(m_calls.pointerOf(CURLOPT_XFERINFOFUNCTION), reinterpret_cast<void*>(&ownProgress));
     m_progress.noticeNumber(CURLOPT_NOPROGRESS, 0);
     EXPECT_EQ(callApplications(), 7);
     EXPECT_EQ(m_seen, "1 2 3 4 ");
