@@ -129,8 +129,8 @@ std::wstring shortened(std::wstring name)
     return name + ending;
 }
 
-/// Whether the library keeps beside a file what it knows of it under such a name: who could give one to a file would say
-/// what another file begins with.
+/// Whether the library keeps beside a file what it knows of it under such a name: who could give one to a file would
+/// say what another file begins with.
 bool isNameOfState(const std::wstring& name)
 {
     const kx::String lower = kx::String(name).toLower(); // some file systems tell no capitals

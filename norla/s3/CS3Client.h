@@ -92,8 +92,8 @@ public:
     ///
     /// An object that is fetched into the default receive buffer may have as many bytes as maxReceiveBuffer says.
     ///
-    /// A client of an endpoint begins with them, but without a limit of that buffer. One that was made with a key begins
-    /// with nothing; in its performCall() an answer that breaks off in its header is an error all the same.
+    /// A client of an endpoint begins with them, but without a limit of that buffer. One that was made with a key
+    /// begins with nothing; in its performCall() an answer that breaks off in its header is an error all the same.
     void setSafeDefaults(const CSafeDefaults& defaults = {}) { m_safeDefaults = defaults; }
 
     /// How long may be waited for what, as CNetRequest::setDeadlines(), in each request that is prepared afterwards:

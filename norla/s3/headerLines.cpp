@@ -1,8 +1,7 @@
 #include "norla/s3/headerLines.h"
 
 #include "kx/text/String.h"
-
-#include <curl/curl.h>
+#include "norla/core/CNetRequest.h" // with libcurl's list
 
 #include <algorithm>
 
