@@ -11,7 +11,6 @@
 #include "norla/mail/CSMTPClient.h"
 #include "sela/base64.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <limits>
@@ -97,8 +96,6 @@ void requireAddresses(const COptions& options)
         throw usageError("a mail needs a sender (--from)");
     if (options.recipients.empty())
         throw usageError("a mail needs a recipient (--to)");
-    if (std::find(options.recipients.begin(), options.recipients.end(), kx::String()) != options.recipients.end())
-        throw usageError("a recipient (--to) must not be empty");
 }
 
 COptions optionsOf(const CArguments& arguments)

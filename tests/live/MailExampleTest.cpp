@@ -229,10 +229,10 @@ TEST_P(IncompleteMailTest, isNotSent)
 INSTANTIATE_TEST_SUITE_P(All, IncompleteMailTest,
     testing::ValuesIn(std::vector<CIncompleteRow>{
         {"noSender", {"--to", "b@x.example"}, "a mail needs a sender (--from)"},
-        {"emptySender", {"--from", "", "--to", "b@x.example"}, "a mail needs a sender (--from)"},
+        {"emptySender", {"--from", "", "--to", "b@x.example"}, "option '--from' needs a value: ADDRESS"},
         {"noRecipient", {"--from", "a@x.example"}, "a mail needs a recipient (--to)"},
         {"emptyRecipient", {"--from", "a@x.example", "--to", "b@x.example", "--to="},
-            "a recipient (--to) must not be empty"},
+            "option '--to' needs a value: ADDRESS"},
     }),
     [](const testing::TestParamInfo<CIncompleteRow>& row) { return row.param.name; });
 

@@ -387,7 +387,7 @@ TEST_F(CS3ChunkedBodyTest, isSignedAgainAsItWasBehindCredentialsThatWereNotThere
 
 TEST_F(CS3ChunkedBodyTest, beginsAnewWhereTheSourceHadNothingAtFirst)
 {
-    server().onConnection().readHead().readToEnd();
+    server().onConnection().readToEnd(); // newer libcurls send no head then
     server().onConnection().readHead().readBytes(85 + 3 + 86).send(ok(""));
     CS3Call call = put(3, 3);
     call.source = kx::newObj<CHesitantSource>();
