@@ -147,7 +147,7 @@ TEST_F(CKnownHostsFileTest, waitsForOthersWhoAreWritingIt)
 
 TEST_F(CKnownHostsFileTest, waitsForOthersNoLongerThanItIsTold)
 {
-    constexpr auto longestWait = std::chrono::milliseconds(50);
+    static constexpr auto longestWait = std::chrono::milliseconds(50);
     const support::CDescriptor other(open(m_folder.write("known_hosts", "").c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
     std::packaged_task<kx::String()> adding([this] {
