@@ -9,13 +9,6 @@
 #include <map>
 #include <stdexcept>
 
-// The C library's setlocale() loses its copy of LOCPATH; LeakSanitizer asks for this when it is there.
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:argz_add_sep";
-}
-
 namespace support {
 
 namespace {
