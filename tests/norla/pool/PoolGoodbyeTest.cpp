@@ -39,8 +39,11 @@ protected:
     {
         constexpr int count = 3;
         std::vector<kx::P<norla::CTransfer>> transfers;
-        for (int number = 0; number < count; ++number)
-            transfers.push_back(m_pool->start(makeRequest().get()));
+        for (int number = 0; number < count; ++number) {
+            const Request request = makeRequest();
+            request->setOptionInt(CURLOPT_FRESH_CONNECT, 1); // the first may be ready before the last begins
+            transfers.push_back(m_pool->start(request.get()));
+        }
         for (const auto& transfer : transfers) {
             EXPECT_TRUE(transfer->wait(20'000));
             EXPECT_NO_THROW(transfer->check());
